@@ -1,0 +1,53 @@
+"""Backtest portfolios fast, and get a report to read, save, publish and trade on.
+
+The names below are loaded on first use, so that importing the report module alone stays quick
+and never runs in a circle.
+"""
+
+from __future__ import annotations
+
+__version__ = "0.1.0"
+
+import importlib
+from typing import TYPE_CHECKING, Any
+
+from corvex.credentials import get_token
+
+from corvex import data, ffn_core  # isort: skip
+
+if TYPE_CHECKING:
+    from corvex.core.report import Report, ReportExecution
+    from corvex.curves import from_equity, from_returns
+    from corvex.simulation import simulate
+
+__all__ = [
+    "Report",
+    "ReportExecution",
+    "__version__",
+    "data",
+    "ffn_core",
+    "from_equity",
+    "from_returns",
+    "get_token",
+    "simulate",
+]
+
+_LAZY = {
+    "Report": "corvex.core.report",
+    "ReportExecution": "corvex.core.report",
+    "from_equity": "corvex.curves",
+    "from_returns": "corvex.curves",
+    "simulate": "corvex.simulation",
+}
+
+
+def __getattr__(name: str) -> Any:
+    if name in _LAZY:
+        value = getattr(importlib.import_module(_LAZY[name]), name)
+        globals()[name] = value
+        return value
+    raise AttributeError(f"module {__name__!r} has no attribute {name!r}")
+
+
+def __dir__() -> list[str]:
+    return sorted(set(globals()) | set(_LAZY))

@@ -1,0 +1,1 @@
+"""Core of the package: the report module and what it calls."""

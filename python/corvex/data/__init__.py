@@ -1,0 +1,1 @@
+"""Named tables: the built-in samples and the data context."""

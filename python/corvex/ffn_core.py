@@ -1,0 +1,1 @@
+"""Performance statistics on pandas objects."""

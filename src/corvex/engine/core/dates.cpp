@@ -1,0 +1,37 @@
+#include "corvex/engine/core/dates.hpp"
+
+#include <chrono>
+
+namespace corvex::engine {
+
+namespace {
+
+std::chrono::sys_days to_sys_days(std::int64_t day) {
+    return std::chrono::sys_days{std::chrono::days{static_cast<int>(day)}};
+}
+
+} // namespace
+
+std::int64_t day_number(Nanos time) {
+    const std::int64_t quotient = time / kNanosPerDay;
+    return (time % kNanosPerDay < 0) ? quotient - 1 : quotient;
+}
+
+CivilDate civil_from_day(std::int64_t day) {
+    const std::chrono::year_month_day date{to_sys_days(day)};
+    return {static_cast<int>(date.year()), static_cast<int>(static_cast<unsigned>(date.month())),
+            static_cast<int>(static_cast<unsigned>(date.day()))};
+}
+
+std::int64_t day_from_civil(int year, int month, int day) {
+    const std::chrono::year_month_day date{std::chrono::year{year},
+                                           std::chrono::month{static_cast<unsigned>(month)},
+                                           std::chrono::day{static_cast<unsigned>(day)}};
+    return std::chrono::sys_days{date}.time_since_epoch().count();
+}
+
+int weekday(std::int64_t day) {
+    return static_cast<int>(std::chrono::weekday{to_sys_days(day)}.iso_encoding()) - 1;
+}
+
+} // namespace corvex::engine
