@@ -1,1 +1,150 @@
+# Everyday commands. `make` alone lists them.
+#
+# Nothing has to be prepared: each target first brings .venv and the built modules up to date,
+# which takes no time when they are.
+
 .DEFAULT_GOAL := help
+SHELL := /bin/bash
+.SHELLFLAGS := -euo pipefail -c
+.ONESHELL:
+.DELETE_ON_ERROR:
+
+VENV := .venv
+VENV22 := .venv-pandas22
+PY := $(VENV)/bin/python
+JOBS ?= 2
+# Extra arguments for pytest: make test PYTEST_ARGS="-k drawdown -x"
+PYTEST_ARGS ?=
+# The case that `make bench` runs, all when empty.
+BENCH ?=
+export CMAKE_BUILD_PARALLEL_LEVEL := $(JOBS)
+export PIP_DISABLE_PIP_VERSION_CHECK := 1
+
+# All that the extensions are built from. Python files are not in it: the install is editable.
+SOURCES := $(shell find src cmake CMakeLists.txt -type f)
+CPP_FILES = $(shell find src tests bench -name '*.cpp' -o -name '*.hpp' -o -name '*.h')
+
+.PHONY: help
+help: ## print this list
+	@grep -hE '^[a-z0-9-]+:.*## ' $(MAKEFILE_LIST) | sed -E 's/^([a-z0-9-]+):.*## (.*)/\1\t\2/' |
+	    expand -t 16
+
+# ---- set-up ------------------------------------------------------------------------------------
+
+# The stamps stand in .venv, so that they vanish together with it.
+$(VENV)/stamp-tools: pyproject.toml tools/find_python.sh
+	@tools/system_packages.sh compiler
+	if ! $(PY) -c '' 2>/dev/null; then
+	    python="$$(tools/find_python.sh)"
+	    echo "making $(VENV) with $$python"
+	    "$$python" -m venv --clear $(VENV)
+	fi
+	echo "installing the tools to build and test with"
+	# Dependency groups need a newer pip than the one that Python 3.12 brings.
+	$(PY) -m pip install -q 'pip>=25.1'
+	$(PY) -m pip install -q --group build --group test
+	touch $@
+
+$(VENV)/stamp-build: $(VENV)/stamp-tools $(SOURCES)
+	@echo "building the extensions and installing corvex"
+	$(PY) -m pip install -q --no-build-isolation -e .
+	touch $@
+
+$(VENV)/stamp-lint: $(VENV)/stamp-tools
+	@echo "installing the linters"
+	$(PY) -m pip install -q --group lint
+	touch $@
+
+.PHONY: build
+build: $(VENV)/stamp-build ## make .venv, build the extensions, install corvex there (editable)
+
+.PHONY: wheel
+wheel: $(VENV)/stamp-tools ## build a wheel into dist/
+	@rm -f dist/corvex-*.whl
+	$(PY) -m pip wheel -q --no-build-isolation --no-deps --wheel-dir dist .
+	ls dist/corvex-*.whl
+
+# Configures and builds a preset of CMakePresets.json: $(call cmake,preset,options)
+cmake = tools/quietly.sh build/logs/$(1)-configure $(VENV)/bin/cmake --preset $(1) \
+	-D CMAKE_MAKE_PROGRAM=$(CURDIR)/$(VENV)/bin/ninja $(2) && \
+	tools/quietly.sh build/logs/$(1)-build $(VENV)/bin/cmake --build --preset $(1)
+ctest = tools/quietly.sh build/logs/$(1)-ctest $(VENV)/bin/ctest --preset $(1) -j $(JOBS) \
+	--no-tests=error && \
+	grep 'tests passed' build/logs/$(1)-ctest
+
+# ---- the main job ------------------------------------------------------------------------------
+
+.PHONY: demo
+demo: $(VENV)/stamp-build ## back-test a strategy on the built-in real prices, print its report
+	@$(VENV)/bin/corvex demo
+
+# ---- tests -------------------------------------------------------------------------------------
+
+.PHONY: test
+test: test-cpp test-python ## run all tests: the engine's GoogleTest suites, then pytest
+
+.PHONY: test-cpp
+test-cpp: $(VENV)/stamp-tools ## run the engine's GoogleTest suites
+	@tools/system_packages.sh gtest
+	$(call cmake,release)
+	$(call ctest,release)
+
+.PHONY: test-python
+test-python: $(VENV)/stamp-build ## run the Python tests
+	@$(PY) -m pytest -n $(JOBS) $(PYTEST_ARGS)
+
+.PHONY: test-fast
+test-fast: $(VENV)/stamp-build ## run the Python tests that answer quickly: the inner loop
+	@HYPOTHESIS_PROFILE=fast $(PY) -m pytest -n $(JOBS) -m 'not slow' $(PYTEST_ARGS)
+
+# The wheel is tested here, not the source tree: this also shows that it is complete.
+.PHONY: test-pandas22
+test-pandas22: wheel ## run the Python tests against the built wheel under pandas 2.2
+	@if [ ! -e $(VENV22)/stamp ] || [ pyproject.toml -nt $(VENV22)/stamp ]; then
+	    echo "making $(VENV22)"
+	    $(PY) -m venv --clear $(VENV22)
+	    $(VENV22)/bin/python -m pip install -q 'pip>=25.1'
+	    $(VENV22)/bin/python -m pip install -q --group test --group pandas22 dist/corvex-*.whl
+	    touch $(VENV22)/stamp
+	fi
+	$(VENV22)/bin/python -m pip install -q --no-deps --force-reinstall dist/corvex-*.whl
+	$(VENV22)/bin/python -c 'import pandas; print("pandas", pandas.__version__)'
+	$(VENV22)/bin/python -m pytest -n $(JOBS) $(PYTEST_ARGS)
+
+# The extensions' own behaviour; the Python packages above them only add time here.
+ASAN_TESTS := $(wildcard tests/python/pyglue tests/python/report tests/python/engine tests/host)
+.PHONY: asan
+asan: $(VENV)/stamp-build ## run the engine's and the modules' own tests under ASan and UBSan
+	@tools/system_packages.sh gtest sanitizers
+	$(call cmake,asan,-D Python_EXECUTABLE=$(CURDIR)/$(PY))
+	export ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1
+	$(call ctest,asan)
+	tools/asan_python.sh $(PY) build/asan build/asan-site -m pytest -n $(JOBS) \
+	    -m 'not slow and not no_asan' $(ASAN_TESTS) $(PYTEST_ARGS)
+
+# ---- speed -------------------------------------------------------------------------------------
+
+.PHONY: bench
+bench: $(VENV)/stamp-build ## time corvex beside its peers (BENCH=name runs one case)
+	@$(PY) bench/run.py $(BENCH)
+
+# ---- care --------------------------------------------------------------------------------------
+
+.PHONY: lint
+lint: $(VENV)/stamp-build $(VENV)/stamp-lint ## check style, types, formatting and the layers
+	@$(VENV)/bin/ruff check .
+	$(VENV)/bin/ruff format --check .
+	$(VENV)/bin/mypy
+	$(VENV)/bin/clang-format --dry-run -Werror $(CPP_FILES)
+	$(PY) -m pytest tests/python/test_layers.py
+
+.PHONY: format
+format: $(VENV)/stamp-lint ## format the Python and C++ code
+	@$(VENV)/bin/ruff check --fix --exit-zero -q .
+	$(VENV)/bin/ruff format .
+	$(VENV)/bin/clang-format -i $(CPP_FILES)
+
+.PHONY: clean
+clean: ## remove all that was built, the environments too
+	@rm -rf build dist $(VENV) $(VENV22) .pytest_cache .mypy_cache .ruff_cache .hypothesis
+	find python tests -name __pycache__ -type d -prune -exec rm -rf {} +

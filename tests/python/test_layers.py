@@ -1,0 +1,124 @@
+"""The layers of the C++ sources depend on each other in one direction only."""
+
+from __future__ import annotations
+
+import importlib
+import importlib.machinery
+import re
+from pathlib import Path
+
+import pytest
+
+ROOT = Path(__file__).parents[2]
+SRC = ROOT / "src"
+REPORT = "corvex/core/report"
+
+# What the sources of each folder may include, as path prefixes below src/. The most specific
+# folder counts.
+ALLOWED = {
+    "corvex/engine": ["corvex/engine/"],
+    "corvex/pyglue": ["corvex/pyglue/"],
+    "corvex/_engine": ["corvex/engine/", "corvex/pyglue/", "corvex/_engine/"],
+    REPORT: ["corvex/engine/", "corvex/pyglue/", f"{REPORT}/"],
+}
+# Folders of the report module that must not know each other's internals. The header that bears
+# the folder's name is its face and free to all.
+APART = ("stats", "payload", "present", "positions")
+
+INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]', re.M)
+PYTHON_HEADER = re.compile(r"^(Python\.h|nanobind/|numpy/|pybind11/|datetime\.h|structmember\.h)")
+# nanobind's typed wrappers take whatever an accessor or a call returns, unchecked: a number in a
+# variable of type nb::dict reads wild memory. pyglue's checked casts are there for that.
+UNCHECKED = re.compile(
+    r"\bnb::(?:dict|list|str|tuple|int_|float_|bytes|set)\s+(?!operator)\w+\s*=\s*([^;{]+)"
+)
+CHECKED = re.compile(r"^(nb::|nanobind::|std::move|std::exchange|(corvex::)?(pyglue::)?as_)")
+
+
+def cpp_files(folder: Path) -> list[Path]:
+    return [p for p in sorted(folder.rglob("*")) if p.suffix in {".cpp", ".hpp", ".h"}]
+
+
+def forbidden_includes(name: str, text: str, sibling: frozenset[str] = frozenset()) -> list[str]:
+    """Includes of the source `name` (its path below src) that its folder may not have."""
+    layer = max((f for f in ALLOWED if name.startswith(f + "/")), key=len)
+    found = []
+    for bracket, header in INCLUDE.findall(text):
+        if bracket == "<":
+            bad = layer == "corvex/engine" and PYTHON_HEADER.match(header)
+        else:
+            target = str(Path(name).parent / header) if header in sibling else header
+            bad = not target.startswith(tuple(ALLOWED[layer])) or crosses(name, target)
+        if bad:
+            found.append(f"{name} includes {header}")
+    return found
+
+
+def crosses(name: str, target: str) -> bool:
+    """Whether `name` reaches into a folder of the report module that is not to be known to it."""
+    parts = Path(target).parts
+    owner = next((f for f in APART if target.startswith(f"{REPORT}/{f}/")), None)
+    if owner is None or name.startswith(f"{REPORT}/{owner}/"):
+        return False
+    return Path(parts[-1]).stem != owner
+
+
+def unchecked_conversions(name: str, text: str) -> list[str]:
+    code = re.sub(r"//[^\n]*", "", text)
+    return [
+        f"{name}: {match[0].strip()}"
+        for match in UNCHECKED.finditer(code)
+        if not CHECKED.match(match[1].strip())
+    ]
+
+
+def test_includes_follow_the_layers():
+    problems = []
+    for path in cpp_files(SRC):
+        beside = frozenset(p.name for p in path.parent.iterdir())
+        name = path.relative_to(SRC).as_posix()
+        problems += forbidden_includes(name, path.read_text(), beside)
+    assert not problems, "\n".join(problems)
+
+
+@pytest.mark.parametrize(
+    ("name", "line", "allowed"),
+    [
+        ("corvex/engine/series/a.cpp", "#include <nanobind/nanobind.h>", False),
+        ("corvex/engine/series/a.cpp", '#include "corvex/pyglue/cast.hpp"', False),
+        ("corvex/engine/series/a.cpp", '#include "corvex/engine/core/dates.hpp"', True),
+        ("corvex/pyglue/a.cpp", '#include "corvex/engine/core/dates.hpp"', False),
+        ("corvex/_engine/a.cpp", f'#include "{REPORT}/module.hpp"', False),
+        (f"{REPORT}/stats/a.cpp", f'#include "{REPORT}/payload/wire.hpp"', False),
+        (f"{REPORT}/stats/a.cpp", f'#include "{REPORT}/report/fields.hpp"', True),
+        (f"{REPORT}/module.cpp", f'#include "{REPORT}/stats/stats.hpp"', True),
+    ],
+)
+def test_include_check_tells_right_from_wrong(name, line, allowed):
+    assert (not forbidden_includes(name, line)) == allowed
+
+
+def test_no_unchecked_conversion_to_a_typed_wrapper():
+    problems = []
+    for path in cpp_files(SRC):
+        problems += unchecked_conversions(path.relative_to(SRC).as_posix(), path.read_text())
+    assert not problems, "\n".join(problems)
+
+
+def test_conversion_check_tells_right_from_wrong():
+    assert unchecked_conversions("a", 'nb::dict d = self.attr("x");')
+    assert unchecked_conversions("a", "nb::list rows =\n    record[key];")
+    assert not unchecked_conversions("a", 'nb::dict d = as_dict(self.attr("x"));')
+    assert not unchecked_conversions("a", 'nb::object d = self.attr("x"); // nb::dict e = f')
+
+
+def test_source_folder_holds_no_python():
+    # With src on Python's path, a package there would shadow the built modules.
+    assert not list(SRC.rglob("*.py"))
+
+
+@pytest.mark.parametrize("name", ["corvex._engine", "corvex.core.report"])
+def test_built_modules_are_extensions(name):
+    file = importlib.import_module(name).__file__
+    assert file is not None
+    assert file.endswith(tuple(importlib.machinery.EXTENSION_SUFFIXES))
