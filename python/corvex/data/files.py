@@ -1,0 +1,82 @@
+"""Files of one table each: Parquet and CSV."""
+
+from __future__ import annotations
+
+from pathlib import Path
+
+import pandas as pd
+
+from corvex.utils import logger
+
+__all__ = ["read_table", "table_name"]
+
+_ENDINGS = (".parquet", ".csv.gz", ".csv")
+_DATE_TEXT = r"\d{4}[-/]\d{1,2}[-/]\d{1,2}.*|\d{8}"
+_OFFSET_TEXT = r".*(Z|[+-]\d{2}:?\d{2})"
+
+
+def table_name(path: Path) -> str | None:
+    """The name of a file's table: the file's name without its ending; None for other files."""
+    for ending in _ENDINGS:
+        if path.name.endswith(ending) and not path.name.startswith("."):
+            return path.name.removesuffix(ending)
+    return None
+
+
+def read_table(path: Path) -> pd.DataFrame:
+    """Read a table whose first column (or Parquet index) holds dates, or labels.
+
+    Dates may be written as 2024-01-31, 2024/1/31 or 20240131, with or without a time and a zone
+    offset (then they become UTC). Unsorted dates are sorted.
+
+    Raises
+    ------
+    ValueError
+        When the file is not such a table, or a date stands in it twice.
+    """
+    try:
+        table = _read_parquet(path) if path.suffix == ".parquet" else _read_csv(path)
+    except (ValueError, OSError, UnicodeDecodeError) as error:
+        raise ValueError(f"{path} is not a readable table: {error}") from error
+    table.columns = table.columns.map(str)
+    if not isinstance(table.index, pd.DatetimeIndex):
+        return table
+    table = table[table.index.notna()]
+    if not table.index.is_monotonic_increasing:
+        logger.info("%s: dates were not sorted; they are now", path)
+        table = table.sort_index(kind="stable")
+    if not table.index.is_unique:
+        twice = table.index[table.index.duplicated()][0]
+        raise ValueError(f"{path} holds the date {twice} twice")
+    return table.rename_axis(index="date")
+
+
+def _read_csv(path: Path) -> pd.DataFrame:
+    # The first column is read as text: asset ids such as 0050 must keep their zeros.
+    table = pd.read_csv(path, index_col=0, dtype={0: str}, encoding="utf-8-sig")
+    dates = _as_dates(table.index)
+    return table if dates is None else table.set_axis(dates, axis=0)
+
+
+def _read_parquet(path: Path) -> pd.DataFrame:
+    table = pd.read_parquet(path)
+    if isinstance(table.index, pd.RangeIndex) and table.shape[1] > 0:
+        table = table.set_index(table.columns[0])
+    if isinstance(table.index, pd.DatetimeIndex):
+        return table
+    dates = _as_dates(table.index)
+    return table if dates is None else table.set_axis(dates, axis=0)
+
+
+def _as_dates(index: pd.Index) -> pd.DatetimeIndex | None:
+    """The labels as dates, or None where they are not dates (asset ids, say)."""
+    texts = pd.Series(index).astype("string").str.strip()
+    given = texts.dropna()
+    if len(given) == 0 or not given.str.fullmatch(_DATE_TEXT).all():
+        return None
+    zoned = bool(given.str.contains(":").any() and given.str.fullmatch(_OFFSET_TEXT).any())
+    texts = texts.str.replace("/", "-", regex=False)
+    try:
+        return pd.DatetimeIndex(pd.to_datetime(texts, format="ISO8601", utc=zoned or None))
+    except ValueError:  # months and days of one digit are not ISO
+        return pd.DatetimeIndex(pd.to_datetime(texts, format="mixed", utc=zoned or None))

@@ -1,0 +1,51 @@
+"""The built-in real prices; their sources and oddities stand in `corvex/sample/README.md`."""
+
+from __future__ import annotations
+
+from pathlib import Path
+
+import pandas as pd
+
+__all__ = ["full_name", "names", "read", "short_names"]
+
+_FOLDER = Path(__file__).resolve().parent.parent / "sample"
+_STOCKS = "us_stocks_adjusted_close_daily_1990_2022"
+_INDEX = "sp500_index_close_daily_1990_2022"
+_OHLCV = "us_stocks_ohlcv_daily_2000_2013"
+_SHORT = {"us_stocks": _STOCKS, "sp500": _INDEX, "us_stocks_ohlcv": _OHLCV}
+
+
+def names() -> list[str]:
+    """Return the full names of the samples."""
+    return [_STOCKS, _INDEX, _OHLCV]
+
+
+def short_names() -> list[str]:
+    """Return the short names that the samples answer to as well."""
+    return list(_SHORT)
+
+
+def full_name(name: str) -> str | None:
+    """Return the full name of a sample given by any of its names; None when there is none."""
+    return name if name in names() else _SHORT.get(name)
+
+
+def read(name: str, adj: bool) -> pd.DataFrame | pd.Series | dict[str, pd.DataFrame]:
+    """Read a sample by its full name, in the form that `corvex.data.sample` describes."""
+    path = _FOLDER / f"{name}.csv.gz"
+    table = pd.read_csv(path, index_col=0, parse_dates=True).rename_axis(index="date")
+    if name == _OHLCV:
+        return _wide_fields(table, adj)
+    return table["SP500"] if name == _INDEX else table
+
+
+def _wide_fields(long: pd.DataFrame, adj: bool) -> dict[str, pd.DataFrame]:
+    """One wide table per field, from rows of (date, symbol)."""
+    wide = long.set_index("symbol", append=True).unstack("symbol").astype("float64")
+    fields = {field: wide[field] for field in ("open", "high", "low", "close", "volume")}
+    if not adj:
+        return fields
+    factor = wide["adj_close"] / wide["close"]
+    scaled = {f: fields[f] * factor for f in ("open", "high", "low")}
+    # The volume goes the other way, so that price times volume stays the traded value.
+    return {**scaled, "close": wide["adj_close"], "volume": fields["volume"] / factor}

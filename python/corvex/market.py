@@ -1,0 +1,343 @@
+"""The base class of markets: prices, benchmark, costs and trading sessions."""
+
+from __future__ import annotations
+
+import abc
+from collections.abc import Iterable
+from typing import TYPE_CHECKING, ClassVar, Self
+
+import pandas as pd
+
+from corvex import data
+from corvex.markets.calendars import (
+    AlwaysOpenCalendar,
+    DateLike,
+    ExchangeCalendar,
+    TradingCalendar,
+    to_timestamp,
+)
+from corvex.markets.tables import empty_table, mean_of_ohlc
+
+if TYPE_CHECKING:
+    from corvex.markets.bound import Prices
+
+__all__ = ["Market"]
+
+
+class Market(abc.ABC):
+    """One market: its name, prices, benchmark, costs and sessions.
+
+    A market of your own is one class with one method, `get_name`; everything else has a default::
+
+        from corvex.market import Market
+        from corvex.markets import register_market
+
+        @register_market
+        class HongKongMarket(Market):
+            calendar_name = "XHKG"        # sessions and holidays: exchange_calendars' name
+            fee_ratio = 0.0003            # each side
+            tax_ratio = 0.001             # on sales
+
+            def get_name(self):
+                return "hk_stock"
+
+    Its tables are then read from the data folder (see `corvex.data`): ``hk_stock_close``,
+    ``hk_stock_adj_close``, ``hk_stock_open``, ``hk_stock_benchmark``, ``hk_stock_market_value``,
+    ``hk_stock_industry``. Override `get_price` and `get_benchmark` to take them from elsewhere.
+    A market needs no arguments, opens nothing before it is asked, and pickles by class and
+    attributes.
+
+    Attributes
+    ----------
+    fee_ratio : float
+        Commission on each side, as a fraction of the traded value. Base class: 0.
+    tax_ratio : float
+        Tax on sales, as a fraction of the traded value. Base class: 0.
+    calendar_name : str or None
+        Name of the exchange's calendar in the `exchange_calendars` package. None: always open,
+        each day from midnight to midnight UTC.
+    timezone : str or None
+        IANA name of the zone in which the market's dates count. None: the calendar's own.
+    closed_days : tuple of str
+        ISO dates without trading that the calendar package does not record.
+    """
+
+    fee_ratio: float = 0.0
+    tax_ratio: float = 0.0
+    calendar_name: ClassVar[str | None] = None
+    timezone: ClassVar[str | None] = None
+    closed_days: ClassVar[tuple[str, ...]] = ()
+
+    # ------------------------------------------------------------------ identity
+
+    @abc.abstractmethod
+    def get_name(self) -> str:
+        """Return the market's short name, such as "us_stock"; tables and payloads carry it."""
+
+    def get_freq(self) -> str:
+        """Return the bar length of the price tables as a pandas frequency; "D" for daily."""
+        return "D"
+
+    def __repr__(self) -> str:
+        return f"<{type(self).__name__} {self.get_name()!r}>"
+
+    # ------------------------------------------------------------------ tables
+
+    def get_price(self, name: str, adj: bool = True) -> pd.DataFrame:
+        """Return a price table.
+
+        Parameters
+        ----------
+        name : {"open", "high", "low", "close", "volume"}
+            The field.
+        adj : bool, default True
+            Adjusted for splits and dividends, or as quoted; where the market has only one of
+            the two, that one.
+
+        Returns
+        -------
+        DataFrame
+            Float, dates x asset ids, dates rising. Empty where the market has no such table.
+        """
+        order = (f"adj_{name}", name) if adj else (name, f"adj_{name}")
+        for field in order:
+            table = self._named_table(field)
+            if table is not None:
+                return table
+        return empty_table()
+
+    def get_trading_price(self, trade_at: str | pd.DataFrame, adj: bool = True) -> pd.DataFrame:
+        """Return the prices at which orders fill.
+
+        Parameters
+        ----------
+        trade_at : {"open", "close", "high", "low", "ohlc"} or DataFrame
+            A field, the mean of open, high, low and close, or a price table of one's own, which
+            is returned as it is.
+        adj : bool, default True
+            As for `get_price`.
+
+        Returns
+        -------
+        DataFrame
+            Float, dates x asset ids.
+
+        Raises
+        ------
+        ValueError
+            When `trade_at` is none of these.
+        """
+        if isinstance(trade_at, pd.DataFrame):
+            return trade_at
+        if trade_at == "ohlc":
+            return mean_of_ohlc(
+                {f: self.get_price(f, adj) for f in ("open", "high", "low", "close")}
+            )
+        if trade_at in ("open", "close", "high", "low"):
+            return self.get_price(trade_at, adj)
+        raise ValueError(
+            "trade_at must be 'open', 'close', 'high', 'low', 'ohlc' or a price table, "
+            f"got {trade_at!r}"
+        )
+
+    def get_benchmark(self) -> pd.Series:
+        """Return the benchmark's prices by date; an empty Series where there is none."""
+        table = self._named_table("benchmark")
+        if table is None or table.shape[1] == 0:
+            return pd.Series(dtype="float64", index=pd.DatetimeIndex([]))
+        return table.iloc[:, 0]
+
+    def get_market_value(self) -> pd.DataFrame:
+        """Return market values, dates x asset ids, in the market's currency; maybe empty."""
+        table = self._named_table("market_value")
+        return empty_table() if table is None else table
+
+    def get_industry(self) -> dict[str, str]:
+        """Return the industry of each asset id; an empty mapping where it is not known.
+
+        The table ``<market>_industry`` has asset ids as index and industries in its first column.
+        """
+        table = self._named_table("industry")
+        if table is None or table.shape[1] == 0:
+            return {}
+        column = table.iloc[:, 0].dropna()
+        return {str(asset): str(industry) for asset, industry in column.items()}
+
+    def get_status(self, kind: str) -> pd.DataFrame:
+        """Return on which dates an asset was under a trading restriction.
+
+        Parameters
+        ----------
+        kind : {"disposal", "warning", "full_delivery"}
+            The restriction.
+
+        Returns
+        -------
+        DataFrame
+            Boolean, dates x asset ids, from the table ``<market>_<kind>``; empty where there is
+            none.
+        """
+        table = self._named_table(kind)
+        return empty_table() if table is None else table.fillna(0).astype(bool)
+
+    def _named_table(self, field: str) -> pd.DataFrame | None:
+        name = f"{self.get_name()}_{field}"
+        return data.get_frame(name) if data.exists(name) else None
+
+    # ------------------------------------------------------------------ sessions
+
+    @property
+    def calendar(self) -> TradingCalendar:
+        """The trading calendar; opened on the first question."""
+        if self.calendar_name is None:
+            return AlwaysOpenCalendar()
+        return ExchangeCalendar(self.calendar_name, self.closed_days)
+
+    @property
+    def tz(self) -> str:
+        """IANA name of the zone in which the market's dates count."""
+        return self.timezone or self.calendar.tz
+
+    def session_date(self, when: DateLike) -> pd.Timestamp:
+        """Return the date of a naive value, or that of an aware one in the market's zone.
+
+        Raises
+        ------
+        ValueError
+            When `when` is missing or not a date.
+        """
+        stamp = to_timestamp(when)
+        if stamp.tzinfo is not None:
+            stamp = stamp.tz_convert(self.tz).tz_localize(None)
+        return stamp.normalize()
+
+    def sessions(self, start: DateLike, end: DateLike) -> pd.DatetimeIndex:
+        """Return the sessions from `start` to `end`, both included, as naive midnights."""
+        return self.calendar.sessions(self.session_date(start), self.session_date(end))
+
+    def next_session(self, when: DateLike) -> pd.Timestamp:
+        """Return the first session after the date of `when`.
+
+        A naive midnight for a naive `when`; for an aware one the session's midnight in the
+        market's zone, expressed in the zone of `when`.
+        """
+        return self._like(self.calendar.next_session(self.session_date(when)), when)
+
+    def previous_session(self, when: DateLike) -> pd.Timestamp:
+        """Return the last session before the date of `when`, in the form of `next_session`."""
+        return self._like(self.calendar.previous_session(self.session_date(when)), when)
+
+    def session_open(self, when: DateLike) -> pd.Timestamp:
+        """Return the opening of the session on the date of `when`, aware.
+
+        Raises
+        ------
+        ValueError
+            When that date is not a session.
+        """
+        return self.calendar.session_open(self.session_date(when)).tz_convert(self.tz)
+
+    def session_close(self, when: DateLike) -> pd.Timestamp:
+        """Return the close of the session on the date of `when`, aware.
+
+        Raises
+        ------
+        ValueError
+            When that date is not a session; `market_close_at_timestamp` takes any date.
+        """
+        return self.calendar.session_close(self.session_date(when)).tz_convert(self.tz)
+
+    def market_close_at_timestamp(self, date: DateLike) -> pd.Timestamp:
+        """Return the moment at which the session of a date closes.
+
+        Parameters
+        ----------
+        date : date, datetime, Timestamp or ISO text
+            Its date counts; of an aware value the date in the market's zone.
+
+        Returns
+        -------
+        Timestamp
+            Aware, in the market's zone; half days included. For a date without a session, the
+            close of the last session before it. An always-open market closes at the next
+            midnight UTC.
+
+        Raises
+        ------
+        ValueError
+            When `date` is missing, not a date, or outside the recorded years.
+        """
+        session = self.calendar.last_session(self.session_date(date))
+        return self.calendar.session_close(session).tz_convert(self.tz)
+
+    def next_bar(self, index: pd.DatetimeIndex | None = None) -> pd.Timestamp:
+        """Return when the bar after the last one of a table is stamped.
+
+        Parameters
+        ----------
+        index : DatetimeIndex
+            Dates of a price table, rising, not empty. A market bound to tables has a default:
+            its own.
+
+        Returns
+        -------
+        Timestamp
+            In the form and zone of `index`. Daily: the next session, at the time of day of the
+            last stamp. Intraday: one bar on, or the first bar of the next session.
+        """
+        from corvex.markets.bars import next_bar
+
+        if index is None:
+            raise ValueError("next_bar needs the index of a price table")
+        return next_bar(self, index)
+
+    def _like(self, session: pd.Timestamp, when: DateLike) -> pd.Timestamp:
+        zone = to_timestamp(when).tzinfo
+        return session if zone is None else session.tz_localize(self.tz).tz_convert(zone)
+
+    # ------------------------------------------------------------------ a user's own tables
+
+    def bound_to(
+        self, prices: Prices, *, benchmark: pd.Series | str | None = None, freq: str | None = None
+    ) -> Self:
+        """Return a copy of this market that answers from the given tables.
+
+        Parameters
+        ----------
+        prices : DataFrame, or mapping of name to DataFrame
+            The closes, or tables of "close" and any of "open", "high", "low", "volume",
+            "market_value", each dates x assets. A key "adj_close" (and so on) holds adjusted
+            prices beside quoted ones. Tables are kept as they are, not copied.
+        benchmark : Series, str or None
+            Prices by date, or the name of a table in `corvex.data`. None: this market's own
+            benchmark where it reaches the last price date, else no benchmark.
+        freq : str, optional
+            The bar length as a pandas frequency; from the dates when not given.
+
+        Returns
+        -------
+        Market
+            Of a class derived from this one (`isinstance` holds); costs and calendar unchanged.
+            `get_benchmark` answers in the zone of the price dates, or without one, and keeps
+            every value on its session's date.
+
+        Raises
+        ------
+        ValueError
+            When there is no close table, a table is empty or a table's index is not dates.
+        """
+        from corvex.markets.bound import bind
+
+        return bind(self, prices, benchmark=benchmark, freq=freq)
+
+    def restrict_pickle_to(self, assets: Iterable[object]) -> None:
+        """Name the assets whose prices a pickle of this market keeps.
+
+        Only a market bound to tables has prices to keep; any other takes no notice. Without a
+        call a pickle keeps the dates of the tables and no prices.
+
+        Parameters
+        ----------
+        assets : iterable of labels
+            Asset labels or ids; a label "2330 some name" also names the column "2330".
+        """

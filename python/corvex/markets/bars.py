@@ -1,0 +1,86 @@
+"""Bar lengths: how far apart the rows of a table are, and where the next one falls."""
+
+from __future__ import annotations
+
+from typing import TYPE_CHECKING
+
+import numpy as np
+import pandas as pd
+
+if TYPE_CHECKING:
+    from corvex.market import Market
+
+__all__ = ["infer_freq", "is_intraday", "next_bar", "usual_gap"]
+
+_DAY = pd.Timedelta(days=1)
+# Median gaps of more than so many days mean weekly, monthly, quarterly and yearly rows.
+_LONGER = ((4, "W"), (20, "ME"), (60, "QE"), (200, "YE"))
+
+
+def infer_freq(index: pd.DatetimeIndex) -> str:
+    """Infer the bar length of a table from its dates.
+
+    Returns
+    -------
+    str
+        A pandas frequency: "D" for daily rows whatever the holidays (and for fewer than two
+        rows), "W", "ME", "QE" or "YE" for longer ones, else the usual gap of intraday rows, such
+        as "h" or "5min".
+    """
+    if len(index) < 2:
+        return "D"
+    gap = usual_gap(index)
+    if gap < pd.Timedelta(hours=20):
+        return str(pd.tseries.frequencies.to_offset(gap).freqstr)
+    return next((name for days, name in reversed(_LONGER) if gap > days * _DAY), "D")
+
+
+def is_intraday(freq: str) -> bool:
+    """Whether a pandas frequency is shorter than a day."""
+    offset = pd.tseries.frequencies.to_offset(freq)
+    return isinstance(offset, pd.tseries.offsets.Tick) and pd.Timedelta(offset) < _DAY
+
+
+def next_bar(market: Market, index: pd.DatetimeIndex) -> pd.Timestamp:
+    """Return the stamp of the bar after the last one; `Market.next_bar` tells the rest."""
+    if len(index) == 0:
+        raise ValueError("the price table has no dates")
+    last = pd.Timestamp(index[-1])
+    local = index if index.tz is None else index.tz_convert(market.tz)
+    if not is_intraday(infer_freq(index)):
+        return _at_time(market, last, local[-1] - local[-1].normalize())
+    gap = usual_gap(index)
+    if market.calendar_name is None:
+        return last + gap
+    first_time, last_time = _usual_times(local)
+    if (local[-1] - local[-1].normalize()) + gap <= last_time:
+        following = last + gap
+        close = market.market_close_at_timestamp(last)
+        if _moment(following, market.tz) <= close:
+            return following
+    return _at_time(market, last, first_time)
+
+
+def _at_time(market: Market, last: pd.Timestamp, time: pd.Timedelta) -> pd.Timestamp:
+    """The next session, at a wall-clock time of the market, in the form of `last`."""
+    session = market.calendar.next_session(market.session_date(last)) + time
+    return session if last.tz is None else session.tz_localize(market.tz).tz_convert(last.tz)
+
+
+def _moment(stamp: pd.Timestamp, tz: str) -> pd.Timestamp:
+    return stamp.tz_localize(tz) if stamp.tz is None else stamp
+
+
+def usual_gap(index: pd.DatetimeIndex) -> pd.Timedelta:
+    """The median distance of neighbouring rows, of the last thousand."""
+    stamps = index[-1001:].as_unit("ns").asi8
+    return pd.Timedelta(int(np.median(np.diff(stamps))), unit="ns")
+
+
+def _usual_times(local: pd.DatetimeIndex) -> tuple[pd.Timedelta, pd.Timedelta]:
+    """The usual times of day of a session's first and last bar, the last day left out."""
+    days = local.normalize()
+    times = pd.Series(local - days, index=days)
+    by_day = times.groupby(level=0).agg(["first", "last"])
+    settled = by_day.iloc[:-1] if len(by_day) > 1 else by_day
+    return settled["first"].mode().iloc[0], settled["last"].mode().iloc[-1]

@@ -1,0 +1,173 @@
+"""Markets bound to a user's own price tables."""
+
+from __future__ import annotations
+
+import datetime
+from collections.abc import Iterable, Mapping
+from functools import lru_cache
+from typing import Any, Self, cast
+
+import pandas as pd
+
+from corvex import data
+from corvex.market import Market
+from corvex.markets.alignment import align_benchmark
+from corvex.markets.bars import infer_freq, next_bar
+from corvex.markets.tables import asset_id, empty_table
+from corvex.utils import logger
+
+__all__ = ["BoundMarket", "Prices", "bind"]
+
+type Prices = pd.DataFrame | Mapping[str, pd.DataFrame]
+
+
+class BoundMarket(Market):
+    """What a market bound to tables answers from them; mixed in before the market's class."""
+
+    _tables: dict[str, pd.DataFrame]
+    _benchmark: pd.Series | str | None
+    _freq: str
+    _bound_at: datetime.datetime
+    _pickled_assets: frozenset[str]
+
+    @property
+    def price_index(self) -> pd.DatetimeIndex:
+        """The dates of the close table."""
+        return cast("pd.DatetimeIndex", self.get_price("close").index)
+
+    @property
+    def bound_at(self) -> datetime.datetime:
+        """When the tables were handed over, UTC."""
+        return self._bound_at
+
+    def get_freq(self) -> str:
+        return self._freq
+
+    def get_price(self, name: str, adj: bool = True) -> pd.DataFrame:
+        for field in (f"adj_{name}", name) if adj else (name, f"adj_{name}"):
+            if field in self._tables:
+                return self._tables[field]
+        raise ValueError(f"the prices hold no {name!r} table; they hold: {', '.join(self._tables)}")
+
+    def get_benchmark(self) -> pd.Series:
+        benchmark = self._benchmark
+        if benchmark is None:
+            benchmark = self._market_benchmark()
+        elif isinstance(benchmark, str):
+            benchmark = data.get_frame(benchmark).iloc[:, 0]
+        return align_benchmark(benchmark, self.price_index, self.tz)
+
+    def get_market_value(self) -> pd.DataFrame:
+        own = self._tables.get("market_value")
+        return super().get_market_value() if own is None else own
+
+    def next_bar(self, index: pd.DatetimeIndex | None = None) -> pd.Timestamp:
+        return next_bar(self, self.price_index if index is None else index)
+
+    def restrict_pickle_to(self, assets: Iterable[object]) -> None:
+        names = {str(asset) for asset in assets}
+        self._pickled_assets = frozenset(names | {asset_id(name) for name in names})
+
+    def _market_benchmark(self) -> pd.Series:
+        """The market's own benchmark, unless it ends before the prices do."""
+        own = super().get_benchmark()
+        last = self.price_index[-1]
+        if len(own) and self.session_date(own.index[-1]) < self.session_date(last):
+            logger.info(
+                "the benchmark of %s ends on %s, before the prices (%s); none is used",
+                self.get_name(), own.index[-1], last,
+            )  # fmt: skip
+            return own.iloc[:0]
+        return own
+
+    def __copy__(self) -> Self:
+        twin = object.__new__(type(self))
+        twin.__dict__.update(self.__dict__)
+        return twin
+
+    def __deepcopy__(self, memo: dict[int, Any]) -> Self:
+        return self.__copy__()  # the tables are never changed, so they are shared
+
+    def __reduce_ex__(self, protocol: Any) -> tuple[Any, ...]:
+        state = cast("dict[str, Any]", dict(super().__getstate__() or {}))  # type: ignore[call-overload]
+        state["_tables"] = self._kept_tables()
+        return _restore, (_unbound_class(type(self)), state)
+
+    def _kept_tables(self) -> dict[str, pd.DataFrame]:
+        """The tables with the named assets only, sharing one index where they can."""
+        index = self.price_index
+        kept = {}
+        for field, table in self._tables.items():
+            columns = [
+                at
+                for at, label in enumerate(table.columns)
+                if str(label) in self._pickled_assets or asset_id(label) in self._pickled_assets
+            ]
+            part = table.iloc[:, columns]
+            kept[field] = part.set_axis(index, axis=0) if table.index.equals(index) else part
+        return kept
+
+
+def bind(
+    market: Market,
+    prices: Prices,
+    *,
+    benchmark: pd.Series | str | None = None,
+    freq: str | None = None,
+) -> Any:
+    """Return a copy of a market that answers from the given tables (see `Market.bound_to`)."""
+    tables = _checked_tables(prices)
+    if benchmark is not None and not isinstance(benchmark, pd.Series | str):
+        raise ValueError(
+            f"benchmark must be a Series, a table's name or None, got {type(benchmark)}"
+        )
+    if isinstance(benchmark, str):
+        data.require(benchmark)
+    index = tables["adj_close"].index if "adj_close" in tables else tables["close"].index
+    bound = object.__new__(_bound_class(_unbound_class(type(market))))
+    bound.__dict__.update(market.__dict__)
+    bound.__dict__.update(
+        _tables=tables,
+        _benchmark=benchmark,
+        _freq=freq or infer_freq(cast("pd.DatetimeIndex", index)),
+        _bound_at=data.now(),
+        _pickled_assets=frozenset(),
+    )
+    return bound
+
+
+def _checked_tables(prices: Prices) -> dict[str, pd.DataFrame]:
+    given = {"close": prices} if isinstance(prices, pd.DataFrame) else dict(prices)
+    if "close" not in given and "adj_close" not in given:
+        raise ValueError(
+            f"prices need a 'close' table; got: {', '.join(map(str, given)) or 'none'}"
+        )
+    for field, table in given.items():
+        if not isinstance(table, pd.DataFrame):
+            raise ValueError(f"prices[{field!r}] must be a DataFrame, got {type(table)}")
+        if not isinstance(table.index, pd.DatetimeIndex):
+            raise ValueError(f"prices[{field!r}] must have dates as index, got {table.index.dtype}")
+        if len(table) == 0:
+            raise ValueError(f"prices[{field!r}] is empty")
+    return given
+
+
+@lru_cache(maxsize=64)
+def _bound_class(market_class: type[Market]) -> type[Market]:
+    """The market's class with the answers above put before its own."""
+    names = {"__module__": market_class.__module__, "__doc__": market_class.__doc__}
+    names["__qualname__"] = market_class.__qualname__
+    return cast("type[Market]", type(market_class.__name__, (BoundMarket, market_class), names))
+
+
+def _unbound_class(market_class: type[Market]) -> type[Market]:
+    return market_class.__mro__[2] if issubclass(market_class, BoundMarket) else market_class
+
+
+def _restore(market_class: type[Market], state: dict[str, Any]) -> Market:
+    market = object.__new__(_bound_class(market_class))
+    if hasattr(market, "__setstate__"):
+        market.__setstate__(state)
+    else:
+        market.__dict__.update(state)
+    return market

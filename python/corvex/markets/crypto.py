@@ -1,0 +1,21 @@
+"""Crypto currencies."""
+
+from __future__ import annotations
+
+from corvex.market import Market
+
+__all__ = ["CryptoMarket"]
+
+
+class CryptoMarket(Market):
+    """Crypto currencies quoted in USDT: always open, days end at midnight UTC.
+
+    The commission is 0.1 % on each side, the usual list rate of spot exchanges. Tables come from
+    the data folder (``crypto_close`` and so on).
+    """
+
+    fee_ratio = 0.001
+    timezone = "UTC"
+
+    def get_name(self) -> str:
+        return "crypto"

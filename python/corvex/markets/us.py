@@ -1,0 +1,39 @@
+"""US stocks."""
+
+from __future__ import annotations
+
+import pandas as pd
+
+from corvex import data
+from corvex.market import Market
+
+__all__ = ["USMarket"]
+
+_SAMPLE_PRICES = "us_stocks_adjusted_close_daily_1990_2022"
+_SAMPLE_INDEX = "sp500_index_close_daily_1990_2022"
+
+
+class USMarket(Market):
+    """US stocks: sessions of the New York Stock Exchange, half days included; no costs.
+
+    Without tables of the user's (``us_stock_close`` and so on in the data folder) the market
+    answers from the built-in sample: adjusted closes of 20 stocks, with the S&P 500 index as
+    benchmark, 1990 to 2022.
+    """
+
+    calendar_name = "XNYS"
+    timezone = "America/New_York"
+
+    def get_name(self) -> str:
+        return "us_stock"
+
+    def get_price(self, name: str, adj: bool = True) -> pd.DataFrame:
+        table = super().get_price(name, adj)
+        return data.get_frame(_SAMPLE_PRICES) if name == "close" and len(table) == 0 else table
+
+    def get_benchmark(self) -> pd.Series:
+        benchmark = super().get_benchmark()
+        own_prices = data.exists("us_stock_close") or data.exists("us_stock_adj_close")
+        if len(benchmark) or own_prices:  # newer prices must not be set against an old index
+            return benchmark
+        return data.get_frame(_SAMPLE_INDEX).iloc[:, 0]
