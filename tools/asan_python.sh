@@ -11,6 +11,7 @@ shift 3
 
 rm -rf "$site/corvex"
 mkdir -p "$site"
+site=$(cd "$site" && pwd)
 "$(dirname "$python")/cmake" --install "$build" --prefix "$site" >/dev/null
 cp -R python/corvex/. "$site/corvex/"
 
@@ -29,4 +30,7 @@ preload="$("$compiler" -print-file-name=libasan.so) $("$compiler" -print-file-na
 # would hide overruns, hence malloc.
 export ASAN_OPTIONS=detect_leaks=0 UBSAN_OPTIONS=print_stacktrace=1 PYTHONMALLOC=malloc
 export PYTHONDONTWRITEBYTECODE=1
+LD_PRELOAD="$preload" "$env_dir/bin/python" -c "
+import corvex._engine
+assert corvex._engine.__file__.startswith('$site'), corvex._engine.__file__"
 LD_PRELOAD="$preload" exec "$env_dir/bin/python" "$@"
