@@ -128,6 +128,12 @@ asan: $(VENV)/stamp-build ## run the engine's and the modules' own tests under A
 bench: $(VENV)/stamp-build ## time corvex beside its peers (BENCH=name runs one case)
 	@$(PY) bench/run.py $(BENCH)
 
+.PHONY: bench-cpp
+bench-cpp: $(VENV)/stamp-tools ## run the engine's Google Benchmark programs
+	@tools/system_packages.sh benchmark
+	$(call cmake,bench)
+	build/bench/bench/cpp/bench_engine
+
 # ---- care --------------------------------------------------------------------------------------
 
 .PHONY: lint
@@ -143,6 +149,13 @@ format: $(VENV)/stamp-lint ## format the Python and C++ code
 	@$(VENV)/bin/ruff check --fix --exit-zero -q .
 	$(VENV)/bin/ruff format .
 	$(VENV)/bin/clang-format -i $(CPP_FILES)
+
+.PHONY: tidy
+tidy: $(VENV)/stamp-lint ## run clang-tidy on the engine (slow)
+	@tools/system_packages.sh gtest
+	$(call cmake,release)
+	find src/corvex/engine -name '*.cpp' -print0 |
+	    xargs -0 -P $(JOBS) -n 4 $(VENV)/bin/clang-tidy -p build/release --quiet
 
 .PHONY: clean
 clean: ## remove all that was built, the environments too

@@ -1,0 +1,133 @@
+"""What every contestant's script shares: loading the input, timing a call, reporting.
+
+Runs in the peers' environments too, so it needs nothing beyond the standard library until a
+case asks for its input.
+"""
+
+from __future__ import annotations
+
+import gc
+import importlib.metadata
+import json
+import statistics
+import subprocess
+import sys
+import time
+import warnings
+from collections.abc import Callable
+from pathlib import Path
+from typing import Any
+
+Entry = dict[str, Any]
+Cases = dict[str, Callable[[Path], list[Entry]]]
+
+
+def time_call(
+    label: str,
+    call: Callable[[], object],
+    *,
+    repeats: int = 9,
+    least: float = 0.02,
+    budget: float = 20.0,
+    warm: bool = True,
+) -> Entry:
+    """Time `call`: best and median seconds of one call over several repeats.
+
+    Short calls are looped until a repeat lasts `least` seconds. A repeat is not begun once
+    `budget` seconds are spent, so that a slow peer is timed once or twice only.
+    """
+    if warm:
+        call()
+    loops = 1
+    start = time.perf_counter()
+    call()
+    first = time.perf_counter() - start
+    if first < least:
+        loops = max(1, round(least / max(first, 1e-9)))
+    samples = [first] if loops == 1 else []
+    begun = time.perf_counter() - first
+    gc.collect()
+    gc.disable()
+    try:
+        while len(samples) < repeats and time.perf_counter() - begun < budget:
+            start = time.perf_counter()
+            for _ in range(loops):
+                call()
+            samples.append((time.perf_counter() - start) / loops)
+    finally:
+        gc.enable()
+    return {
+        "label": label,
+        "best": min(samples),
+        "median": statistics.median(samples),
+        "repeats": len(samples),
+    }
+
+
+def peak_memory(call: Callable[[], object]) -> float:
+    """Mebibytes by which the resident memory rises at its peak while `call` runs."""
+    gc.collect()
+    # Writing 5 sets the kernel's high-water mark back to what is resident now.
+    Path("/proc/self/clear_refs").write_text("5")
+    before = _status("VmRSS")
+    call()
+    return (_status("VmHWM") - before) / 1024
+
+
+def _status(field: str) -> int:
+    for line in Path("/proc/self/status").read_text().splitlines():
+        if line.startswith(field + ":"):
+            return int(line.split()[1])
+    raise RuntimeError(f"the kernel does not tell {field}")
+
+
+def time_import(label: str, module: str, *, repeats: int = 7) -> Entry:
+    """Time `import module` after pandas and requests are there, each time in a new process."""
+    code = (
+        "import time, warnings; warnings.simplefilter('ignore')\n"
+        "import pandas\n"
+        "try: import requests\n"
+        "except ImportError: pass\n"
+        f"t = time.perf_counter(); import {module}\n"
+        "print(time.perf_counter() - t)"
+    )
+    samples = []
+    for _ in range(repeats + 1):
+        out = subprocess.run(
+            [sys.executable, "-c", code], check=True, capture_output=True, text=True
+        )
+        samples.append(float(out.stdout.split()[-1]))
+    # The first run may have written byte code and filled the page cache.
+    samples = samples[1:]
+    return {
+        "label": label,
+        "best": min(samples),
+        "median": statistics.median(samples),
+        "repeats": len(samples),
+    }
+
+
+def load(data: Path) -> dict[str, Any]:
+    """The arrays of an .npz file by name."""
+    import numpy as np
+
+    with np.load(data) as arrays:
+        return dict(arrays)
+
+
+def price_series(data: Path) -> Any:
+    """The input of the statistics cases as a pandas Series over dates."""
+    import pandas as pd
+
+    arrays = load(data)
+    dates = pd.DatetimeIndex(arrays["dates"].view("M8[ns]"))
+    return pd.Series(arrays["values"], dates, name="strategy")
+
+
+def main(distribution: str, cases: Cases) -> None:
+    """Run the case that the command line names on its input file and print the timings."""
+    case, data = sys.argv[1], Path(sys.argv[2])
+    warnings.simplefilter("ignore")
+    entries = cases[case](data)
+    version = importlib.metadata.version(distribution)
+    print(json.dumps({"name": distribution, "version": version, "entries": entries}))

@@ -1,0 +1,37 @@
+"""The public ffn package."""
+
+from __future__ import annotations
+
+from pathlib import Path
+
+from common import Entry, main, price_series, time_call, time_import
+
+
+def statistics(data: Path) -> list[Entry]:
+    import ffn  # noqa: F401 - adds its methods to pandas
+
+    prices = price_series(data)
+
+    def record() -> object:
+        return prices.calc_stats().stats.to_dict()
+
+    return [time_call("calc_stats().stats.to_dict()", record)]
+
+
+def drawdowns(data: Path) -> list[Entry]:
+    import ffn
+
+    prices = price_series(data)
+
+    def ten_largest() -> object:
+        details = ffn.drawdown_details(ffn.to_drawdown_series(prices))
+        return details.sort_values("drawdown").head(10)
+
+    return [time_call("drawdown_details, ten largest", ten_largest)]
+
+
+def imports(_data: Path) -> list[Entry]:
+    return [time_import("import ffn", "ffn")]
+
+
+main("ffn", {"statistics": statistics, "drawdowns": drawdowns, "import": imports})

@@ -1,0 +1,125 @@
+"""Times corvex beside its peers: python bench/run.py [CASE ...].
+
+Each contestant runs in a process and an environment of its own, one after the other, on the same
+input. Prints a table for each case, and writes all results to build/bench.json.
+"""
+
+from __future__ import annotations
+
+import argparse
+import json
+import os
+import subprocess
+import sys
+from pathlib import Path
+from typing import Any
+
+import environments
+import machine
+from cases import CASES, Case, Goal
+
+HERE = Path(__file__).parent
+BUILD = HERE.parent / "build"
+SCRIPTS = {"corvex": "corvex_itself.py"}
+
+Row = dict[str, Any]
+
+
+def run_contestant(name: str, case: str, data: Path) -> list[Row]:
+    script = HERE / "contestants" / SCRIPTS.get(name, f"peer_{name}.py")
+    command = [environments.interpreter(name), "-W", "ignore", script, case, data]
+    done = subprocess.run(
+        command,
+        check=False,
+        stdout=subprocess.PIPE,
+        text=True,
+        env={**os.environ, "PYTHONPATH": str(HERE)},
+    )
+    if done.returncode:
+        print(f"{name} failed on {case}", file=sys.stderr)
+        return []
+    result = json.loads(done.stdout.splitlines()[-1])
+    return [{"contestant": name, "version": result["version"], **e} for e in result["entries"]]
+
+
+def run_case(case: Case, variant: str) -> list[Row]:
+    folder = BUILD / "bench-data"
+    folder.mkdir(parents=True, exist_ok=True)
+    data = folder / f"{case.name}{variant and '-' + variant}.npz"
+    case.prepare(data)
+    rows = []
+    for name in expected(case, variant):
+        rows += run_contestant(name, case.name, data)
+    return rows
+
+
+def expected(case: Case, variant: str) -> list[str]:
+    return [name for name in case.contestants if (name, variant) not in case.absent]
+
+
+def seconds(value: float) -> str:
+    for unit, size in (("s", 1.0), ("ms", 1e-3), ("us", 1e-6)):
+        if value >= size:
+            return f"{value / size:.3g} {unit}"
+    return f"{value / 1e-9:.3g} ns"
+
+
+def show(case: Case, variant: str, rows: list[Row]) -> None:
+    print(f"\n{case.name}{variant and ' ' + variant}: {case.title}")
+    heads = {r["label"]: r["best"] for r in rows if r["contestant"] == "corvex"}
+    columns = [c for c in case.columns if c in heads]
+    width = max(len(_title(r)) for r in rows)
+    memory = any("peak" in r for r in rows)
+    line = f"  {'':{width}}  {'best':>9}  {'median':>9}"
+    line += f"  {'peak':>9}" if memory else ""
+    print(line + "".join(f"  {'/ ' + c:>20}" for c in columns))
+    for row in rows:
+        line = f"  {_title(row):{width}}  {seconds(row['best']):>9}  {seconds(row['median']):>9}"
+        if memory:
+            line += f"  {row['peak']:>5.0f} MiB" if "peak" in row else " " * 11
+        print(line + "".join(f"  {row['best'] / heads[c]:>19.3g}x" for c in columns))
+    for goal in case.goals:
+        show_goal(goal, rows)
+
+
+def _title(row: Row) -> str:
+    return f"{row['contestant']} {row['version']}  {row['label']}"
+
+
+def show_goal(goal: Goal, rows: list[Row]) -> None:
+    ours = [r["best"] for r in rows if r["contestant"] == "corvex" and r["label"] == goal.ours]
+    peer = [r["best"] for r in rows if goal.peer in (r["contestant"], r["label"])]
+    if ours and peer:
+        ratio = peer[0] / ours[0]
+        state = "reached" if ratio >= goal.factor else "MISSED"
+        print(f"  goal: {goal.ours} {goal.factor:g} times faster than {goal.peer}: ", end="")
+        print(f"{state} ({ratio:.3g})")
+
+
+def main() -> None:
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("case", nargs="*", choices=[[], *(c.name for c in CASES)], metavar="CASE")
+    chosen = parser.parse_args().case
+    about = machine.describe()
+    print(", ".join(f"{key} {value}" for key, value in about.items()))
+    results = []
+    failed = False
+    for case in CASES:
+        if chosen and case.name not in chosen:
+            continue
+        for variant in case.variants:
+            rows = run_case(case, variant)
+            if rows:
+                show(case, variant, rows)
+            failed |= {r["contestant"] for r in rows} != set(expected(case, variant))
+            results.append({"case": case.name, "variant": variant, "rows": rows})
+    target = BUILD / "bench.json"
+    partial = target.with_suffix(".part")
+    partial.write_text(json.dumps({"machine": about, "results": results}, indent=1))
+    partial.replace(target)
+    print(f"\nwritten: {target.relative_to(HERE.parent)}")
+    sys.exit(failed)
+
+
+if __name__ == "__main__":
+    main()
