@@ -138,11 +138,13 @@ bench-cpp: $(VENV)/stamp-tools ## run the engine's Google Benchmark programs
 
 .PHONY: lint
 lint: $(VENV)/stamp-build $(VENV)/stamp-lint ## check style, types, formatting and the layers
-	@$(VENV)/bin/ruff check .
-	$(VENV)/bin/ruff format --check .
-	$(VENV)/bin/mypy
-	$(VENV)/bin/clang-format --dry-run -Werror $(CPP_FILES)
-	$(PY) -m pytest tests/python/test_layers.py
+	@failed=0 # all checks are run before the first failure counts
+	$(VENV)/bin/ruff check --output-format concise . || failed=1
+	$(VENV)/bin/ruff format --check . || failed=1
+	$(VENV)/bin/mypy || failed=1
+	$(VENV)/bin/clang-format --dry-run -Werror $(CPP_FILES) || failed=1
+	$(PY) -m pytest tests/python/test_layers.py || failed=1
+	exit $$failed
 
 .PHONY: format
 format: $(VENV)/stamp-lint ## format the Python and C++ code
