@@ -3,6 +3,18 @@
 
 namespace nb = nanobind;
 
+namespace corvex::bindings {
+
+// One for each folder of the engine.
+void bind_drawdown(nb::module_& module);
+void bind_series(nb::module_& module);
+void bind_statistics(nb::module_& module);
+
+} // namespace corvex::bindings
+
 NB_MODULE(_engine, module) {
     module.doc() = "Kernels of the corvex engine: arrays in, arrays out.";
+    corvex::bindings::bind_drawdown(module);
+    corvex::bindings::bind_series(module);
+    corvex::bindings::bind_statistics(module);
 }

@@ -1,1 +1,0 @@
-"""Performance statistics on pandas objects."""

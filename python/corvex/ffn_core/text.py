@@ -1,0 +1,166 @@
+"""Performance figures as text."""
+
+from __future__ import annotations
+
+import math
+from collections.abc import Mapping, Sequence
+from typing import TYPE_CHECKING, Any
+
+import pandas as pd
+
+if TYPE_CHECKING:
+    from corvex.ffn_core.performance import PerformanceStats
+
+_GAP = "  "
+_LOOKBACK_TITLES = {
+    "mtd": "mtd",
+    "three_month": "3m",
+    "six_month": "6m",
+    "ytd": "ytd",
+    "one_year": "1y",
+    "three_year": "3y",
+    "five_year": "5y",
+    "ten_year": "10y",
+    "incep": "incep.",
+}
+_FREQUENCIES = {"daily": "day", "monthly": "month", "yearly": "year"}
+_PERCENT = frozenset({"mean", "vol", "best", "worst"})
+
+
+def performance(stats: PerformanceStats) -> str:
+    """Return the figures of one curve in blocks, with the convention they follow."""
+    figures = stats.stats
+    summary = {
+        "Total return": percent(figures["total_return"]),
+        "CAGR": percent(figures["cagr"]),
+        "Max drawdown": percent(figures["max_drawdown"]),
+        "Calmar": number(figures["calmar"]),
+        "Sharpe": number(figures["daily_sharpe"]),
+    }
+    drawdowns = {
+        "max": percent(figures["max_drawdown"]),
+        "avg": percent(figures["avg_drawdown"]),
+        "avg days": number(figures["avg_drawdown_days"]),
+    }
+    shares = {
+        "avg up month": percent(figures["avg_up_month"]),
+        "avg down month": percent(figures["avg_down_month"]),
+        "winning years": percent(figures["win_year_perc"]),
+        "winning 12 months": percent(figures["twelve_month_win_perc"]),
+    }
+    lookback = {title: percent(figures[key]) for key, title in _LOOKBACK_TITLES.items()}
+    heading = "Statistics" if stats.name is None else f"Statistics of {stats.name}"
+    return "\n".join(
+        [
+            f"{heading}, {span(stats)}",
+            f"{stats.convention} Risk-free rate {percent(stats.rf)} a year.",
+            "",
+            "Summary",
+            *_record(summary),
+            "",
+            "Returns up to the end (3 years and more: per year)",
+            *_record(lookback),
+            "",
+            "By period (mean, vol, sharpe and sortino: per year)",
+            *_by_period(figures),
+            "",
+            "Drawdowns",
+            *_record(drawdowns),
+            "",
+            "Months and years",
+            *_record(shares),
+        ]
+    )
+
+
+def group(members: Mapping[Any, PerformanceStats]) -> str:
+    """Return a table with a row for each figure and a column for each curve."""
+    rows: list[list[str]] = [["", *(str(label) for label in members)]]
+    if not members:
+        return "no curves"
+    first = next(iter(members.values()))
+    for name in first.stats.index:
+        rows.append([name, *(_cell(name, one.stats[name]) for one in members.values())])
+    return "\n".join(_aligned(rows))
+
+
+def lookbacks(members: Mapping[Any, PerformanceStats]) -> str:
+    """Return a table of the returns up to the end, a row for each curve."""
+    rows = [["", *_LOOKBACK_TITLES.values()]]
+    for label, one in members.items():
+        cells = [percent(one.stats[key]) for key in _LOOKBACK_TITLES]
+        rows.append(["" if label is None else str(label), *cells])
+    return "\n".join(_aligned(rows))
+
+
+def return_table(table: pd.DataFrame) -> str:
+    """Return the monthly and yearly returns in percent, a row for each year."""
+    rows = [["", *(str(column) for column in table.columns)]]
+    for year, row in zip(table.index, table.to_numpy(), strict=True):
+        rows.append([str(year), *(percent(cell) for cell in row)])
+    return "\n".join(_aligned(rows))
+
+
+def convention(bar: str, periods: int, weekends: bool, given: bool) -> str:
+    """Return how figures are annualised, as a sentence."""
+    if periods == 0:
+        return "Too few values to tell the bars."
+    if given:
+        return f"Bars: {bar}; {periods} a year, as given."
+    if bar not in ("daily", "intraday"):
+        return f"Bars: {bar}; {periods} a year."
+    year = "bars at weekends" if weekends else "no bars at weekends"
+    read = "read at each day's last value; " if bar == "intraday" else ""
+    return f"Bars: {bar}; {read}{periods} days a year ({year})."
+
+
+def span(stats: PerformanceStats) -> str:
+    """Return "first date to last date", with times where the bars are shorter than a day."""
+    if pd.isna(stats.start):
+        return "no values"
+    form = "%Y-%m-%d %H:%M" if stats.bar == "intraday" else "%Y-%m-%d"
+    return f"{stats.start.strftime(form)} to {stats.end.strftime(form)}"
+
+
+def percent(value: float) -> str:
+    """Return a fraction as percent with two decimals, "-" when it is missing."""
+    return "-" if math.isnan(value) else f"{value * 100:.2f}%"
+
+
+def number(value: float) -> str:
+    """Return a number with two decimals, "-" when it is missing."""
+    return "-" if math.isnan(value) else f"{value:.2f}"
+
+
+def _by_period(figures: pd.Series) -> list[str]:
+    rows = [["", *_FREQUENCIES]]
+    for kind in ("sharpe", "sortino", "mean", "vol", "skew", "kurt"):
+        show = percent if kind in _PERCENT else number
+        rows.append([kind, *(show(figures[f"{frequency}_{kind}"]) for frequency in _FREQUENCIES)])
+    for kind in ("best", "worst"):
+        rows.append([kind, *(percent(figures[f"{kind}_{unit}"]) for unit in _FREQUENCIES.values())])
+    return _aligned(rows)
+
+
+def _cell(name: str, value: Any) -> str:
+    if name in ("start", "end"):
+        return "-" if pd.isna(value) else str(value.strftime("%Y-%m-%d"))
+    if not isinstance(value, float):
+        return str(value)
+    plain = ("sharpe", "sortino", "skew", "kurt", "calmar", "days")
+    return number(value) if name.endswith(plain) else percent(value)
+
+
+def _record(cells: dict[str, str]) -> list[str]:
+    return _aligned([["", *cells], ["", *cells.values()]])
+
+
+def _aligned(rows: Sequence[Sequence[str]]) -> list[str]:
+    """Right-align every column but the first."""
+    widths = [max(len(row[i]) for row in rows) for i in range(len(rows[0]))]
+    lines = []
+    for row in rows:
+        cells = [row[0].ljust(widths[0])]
+        cells += [cell.rjust(width) for cell, width in zip(row[1:], widths[1:], strict=True)]
+        lines.append(_GAP.join(cells).rstrip())
+    return lines

@@ -1,0 +1,136 @@
+#include "corvex/engine/series/bars.hpp"
+
+#include <array>
+#include <cstddef>
+#include <utility>
+
+namespace corvex::engine {
+
+namespace {
+
+constexpr int kBarCount = 9;
+
+/// Upper bound (exclusive) of each bar's distance, in hours. A daily bar may span a long weekend
+/// and a weekly one a holiday week; a day may have 23 hours where the clocks change.
+constexpr std::array<std::pair<std::int64_t, Bar>, 7> kBounds{{
+    {18, Bar::kIntraday},
+    {5 * 24, Bar::kDay},
+    {11 * 24, Bar::kWeek},
+    {20 * 24, Bar::kTwoWeeks},
+    {45 * 24, Bar::kMonth},
+    {135 * 24, Bar::kQuarter},
+    {270 * 24, Bar::kHalfYear},
+}};
+constexpr Nanos kNanosPerHour = 3600 * kNanosPerSecond;
+constexpr int kDaysPerWeek = 7;
+constexpr int kFirstWeekendDay = 5;
+
+Bar bar_of_gap(Nanos gap) {
+    for (const auto& [hours, bar] : kBounds) {
+        if (gap < hours * kNanosPerHour) {
+            return bar;
+        }
+    }
+    return Bar::kYear;
+}
+
+/// Days of the week in [first, last], both included.
+std::array<std::int64_t, kDaysPerWeek> weekdays_between(std::int64_t first, std::int64_t last) {
+    std::array<std::int64_t, kDaysPerWeek> days{};
+    const std::int64_t span = last - first + 1;
+    days.fill(span / kDaysPerWeek);
+    const auto start = static_cast<std::size_t>(weekday(first));
+    for (std::size_t i = 0; i < static_cast<std::size_t>(span % kDaysPerWeek); ++i) {
+        ++days[(start + i) % kDaysPerWeek];
+    }
+    return days;
+}
+
+struct WeekShare {
+    std::int64_t week = 0;
+    std::int64_t weekend = 0;
+};
+
+WeekShare split_week(const std::array<std::int64_t, kDaysPerWeek>& days) {
+    WeekShare share;
+    for (std::size_t i = 0; i < days.size(); ++i) {
+        (i < kFirstWeekendDay ? share.week : share.weekend) += days[i];
+    }
+    return share;
+}
+
+/// Weekends count as trading days when they are at least two thirds as likely to have a bar as
+/// weekdays are. So a rare make-up session on a Saturday does not turn an exchange's year into 365
+/// days, nor does the Sunday evening of a currency market, and holes spread evenly do no harm.
+bool weekends_have_bars(const std::array<std::int64_t, kDaysPerWeek>& bars, std::int64_t first,
+                        std::int64_t last) {
+    const WeekShare seen = split_week(bars);
+    const WeekShare possible = split_week(weekdays_between(first, last));
+    if (seen.weekend == 0) {
+        return false;
+    }
+    return 3 * seen.weekend * possible.week >= 2 * seen.week * possible.weekend;
+}
+
+int periods_per_year(Bar bar, bool weekends) {
+    switch (bar) {
+    case Bar::kIntraday:
+    case Bar::kDay:
+        return weekends ? 365 : 252;
+    case Bar::kWeek:
+        return 52;
+    case Bar::kTwoWeeks:
+        return 26;
+    case Bar::kMonth:
+        return 12;
+    case Bar::kQuarter:
+        return 4;
+    case Bar::kHalfYear:
+        return 2;
+    case Bar::kYear:
+        return 1;
+    case Bar::kUnknown:
+        break;
+    }
+    return 0;
+}
+
+} // namespace
+
+Convention infer_convention(std::span<const Nanos> times) {
+    if (times.size() < 2) {
+        return {};
+    }
+    std::array<std::size_t, kBarCount> gaps{};
+    std::array<std::int64_t, kDaysPerWeek> bars{};
+    const std::int64_t first = day_number(times.front());
+    const auto start = static_cast<std::int64_t>(weekday(first));
+    std::int64_t previous_day = first;
+    ++bars[static_cast<std::size_t>(start)];
+    for (std::size_t i = 1; i < times.size(); ++i) {
+        ++gaps[static_cast<std::size_t>(bar_of_gap(times[i] - times[i - 1]))];
+        const std::int64_t day = day_number(times[i]);
+        if (day > previous_day) {
+            ++bars[static_cast<std::size_t>((start + day - first) % kDaysPerWeek)];
+            previous_day = day;
+        }
+    }
+    // The lower median: of two equally frequent distances the shorter one is the bar.
+    std::size_t seen = 0;
+    std::size_t bar = 0;
+    while (2 * (seen += gaps[bar]) < times.size() - 1) {
+        ++bar;
+    }
+    const Bar found = static_cast<Bar>(bar);
+    const bool weekends = weekends_have_bars(bars, first, previous_day);
+    return {found, periods_per_year(found, weekends), weekends};
+}
+
+std::string_view bar_name(Bar bar) {
+    constexpr std::array<std::string_view, kBarCount> names{"unknown",   "intraday",    "daily",
+                                                            "weekly",    "two-weekly",  "monthly",
+                                                            "quarterly", "half-yearly", "yearly"};
+    return names[static_cast<std::size_t>(bar)];
+}
+
+} // namespace corvex::engine

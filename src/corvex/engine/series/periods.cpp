@@ -1,0 +1,80 @@
+#include "corvex/engine/series/periods.hpp"
+
+#include <algorithm>
+
+namespace corvex::engine {
+
+namespace {
+
+constexpr int kMonthsPerYear = 12;
+
+std::int64_t month_number(const CivilDate& date) {
+    return static_cast<std::int64_t>(date.year) * kMonthsPerYear + date.month - 1;
+}
+
+/// First day of a month given by its number.
+std::int64_t first_day(std::int64_t month) {
+    return day_from_civil(static_cast<int>(month / kMonthsPerYear),
+                          static_cast<int>(month % kMonthsPerYear) + 1, 1);
+}
+
+} // namespace
+
+std::vector<Period> month_periods(std::span<const Nanos> times) {
+    std::vector<Period> months;
+    if (times.empty()) {
+        return months;
+    }
+    const std::int64_t days = (times.back() - times.front()) / kNanosPerDay;
+    months.reserve(
+        std::min(times.size(), static_cast<std::size_t>(std::max<std::int64_t>(days, 0) / 28 + 2)));
+    // A date is only worked out when a row passes the end of the current month.
+    Nanos next = times.front();
+    for (std::size_t row = 0; row < times.size(); ++row) {
+        if (times[row] >= next) {
+            const std::int64_t number = month_number(civil_from_day(day_number(times[row])));
+            next = first_day(number + 1) * kNanosPerDay;
+            months.push_back({number, row, row});
+        }
+        months.back().last = row;
+    }
+    return months;
+}
+
+std::vector<Period> year_periods(std::span<const Period> months) {
+    std::vector<Period> years;
+    years.reserve(months.size() / kMonthsPerYear + 2);
+    for (const Period& month : months) {
+        const std::int64_t year = month.number / kMonthsPerYear;
+        if (years.empty() || years.back().number != year) {
+            years.push_back({year, month.first, month.last});
+        }
+        years.back().last = month.last;
+    }
+    return years;
+}
+
+std::vector<std::size_t> day_ends(std::span<const Nanos> times) {
+    std::vector<std::size_t> ends;
+    std::int64_t current = 0;
+    for (std::size_t row = 0; row < times.size(); ++row) {
+        const std::int64_t day = day_number(times[row]);
+        if (ends.empty() || day > current) {
+            ends.push_back(row);
+            current = day;
+        }
+        ends.back() = row;
+    }
+    return ends;
+}
+
+Nanos months_before(Nanos time, int months) {
+    const std::int64_t day = day_number(time);
+    const CivilDate date = civil_from_day(day);
+    const std::int64_t month = month_number(date) - months;
+    const std::int64_t length = first_day(month + 1) - first_day(month);
+    const std::int64_t moved = first_day(month) + std::min<std::int64_t>(date.day, length) - 1;
+    return time + (moved - day) * kNanosPerDay;
+}
+
+} // namespace corvex::engine

@@ -1,0 +1,60 @@
+#include "corvex/engine/statistics/lookback.hpp"
+
+#include "corvex/engine/series/returns.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace corvex::engine {
+
+namespace {
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr double kSecondsPerYear = 365.25 * 86'400.0;
+constexpr int kMonthsPerYear = 12;
+
+} // namespace
+
+double compound_annual_growth(double first, double last, Nanos elapsed) {
+    const double years =
+        static_cast<double>(elapsed) / static_cast<double>(kNanosPerSecond) / kSecondsPerYear;
+    return years > 0.0 ? std::pow(last / first, 1.0 / years) - 1.0 : kNaN;
+}
+
+LookbackReturns lookback_returns(std::span<const double> values, std::span<const Nanos> times,
+                                 std::span<const Period> months, std::span<const Period> years,
+                                 Bar bar) {
+    if (values.empty()) {
+        return {};
+    }
+    const double last = values.back();
+    const auto base_row = [&](int count) {
+        const Nanos time = months_before(times.back(), count);
+        return std::upper_bound(times.begin(), times.end(), time) - times.begin() - 1;
+    };
+    const auto simple = [&](int count, Bar longest) {
+        const auto row = base_row(count);
+        return row < 0 || bar > longest ? kNaN : last / values[static_cast<std::size_t>(row)] - 1.0;
+    };
+    const auto compound = [&](int count) {
+        const auto row = base_row(count * kMonthsPerYear);
+        if (row < 0) {
+            return kNaN;
+        }
+        const auto at = static_cast<std::size_t>(row);
+        return compound_annual_growth(values[at], last, times.back() - times[at]);
+    };
+    LookbackReturns found;
+    found.mtd = bar > Bar::kMonth ? kNaN : return_within(values, months, months.size() - 1);
+    found.three_month = simple(3, Bar::kQuarter);
+    found.six_month = simple(6, Bar::kHalfYear);
+    found.ytd = return_within(values, years, years.size() - 1);
+    found.one_year = simple(kMonthsPerYear, Bar::kYear);
+    found.three_year = compound(3);
+    found.five_year = compound(5);
+    found.ten_year = compound(10);
+    return found;
+}
+
+} // namespace corvex::engine

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "corvex/engine/series/bars.hpp"
+#include "corvex/engine/series/periods.hpp"
+
+#include <limits>
+#include <span>
+
+namespace corvex::engine {
+
+/// Returns up to the last value. NaN where the curve is too short, or its bars longer than the
+/// window.
+struct LookbackReturns {
+    static constexpr double kUndefined = std::numeric_limits<double>::quiet_NaN();
+
+    double mtd = kUndefined;
+    double three_month = kUndefined;
+    double six_month = kUndefined;
+    double ytd = kUndefined;
+    double one_year = kUndefined;
+    double three_year = kUndefined; ///< three, five and ten years are a year's compound growth
+    double five_year = kUndefined;
+    double ten_year = kUndefined;
+};
+
+/// (last / first)^(1 / years) - 1 with years of 365.25 days; NaN for no time or a negative ratio.
+double compound_annual_growth(double first, double last, Nanos elapsed);
+
+/// Month and year to date count from the end of the period before, or from the period's own first
+/// value where that one is missing. The other windows count from the last value not later than the
+/// end less so many calendar months.
+LookbackReturns lookback_returns(std::span<const double> values, std::span<const Nanos> times,
+                                 std::span<const Period> months, std::span<const Period> years,
+                                 Bar bar);
+
+} // namespace corvex::engine

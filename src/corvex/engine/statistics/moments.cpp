@@ -1,0 +1,138 @@
+#include "corvex/engine/statistics/moments.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+#include <vector>
+
+namespace corvex::engine {
+
+namespace {
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+
+/// Independent partial sums: the additions overlap, and their rounding errors stay small.
+constexpr std::size_t kLanes = 4;
+using Lanes = std::array<double, kLanes>;
+
+double total(const Lanes& lanes) {
+    return (lanes[0] + lanes[1]) + (lanes[2] + lanes[3]);
+}
+
+struct FirstPass {
+    double sum;
+    double best;
+    double worst;
+};
+
+FirstPass sum_and_extremes(std::span<const double> values) {
+    Lanes sum{};
+    Lanes best;
+    Lanes worst;
+    best.fill(-std::numeric_limits<double>::infinity());
+    worst.fill(std::numeric_limits<double>::infinity());
+    const auto add = [&](std::size_t lane, double value) {
+        sum[lane] += value;
+        best[lane] = value > best[lane] ? value : best[lane];
+        worst[lane] = value < worst[lane] ? value : worst[lane];
+    };
+    std::size_t i = 0;
+    for (; i + kLanes <= values.size(); i += kLanes) {
+        for (std::size_t lane = 0; lane < kLanes; ++lane) {
+            add(lane, values[i + lane]);
+        }
+    }
+    for (; i < values.size(); ++i) {
+        add(0, values[i]);
+    }
+    return {total(sum), *std::max_element(best.begin(), best.end()),
+            *std::min_element(worst.begin(), worst.end())};
+}
+
+/// Sums of powers of the distances to the mean, and of the squared losses below the target.
+struct SecondPass {
+    Lanes squares{};
+    Lanes cubes{};
+    Lanes fourths{};
+    Lanes losses{};
+
+    void add(std::size_t lane, double value, double mean, double target) {
+        const double distance = value - mean;
+        const double square = distance * distance;
+        const double excess = value - target;
+        const double loss = excess < 0.0 ? excess : 0.0;
+        squares[lane] += square;
+        cubes[lane] += square * distance;
+        fourths[lane] += square * square;
+        losses[lane] += loss * loss;
+    }
+};
+
+SecondPass sum_powers(std::span<const double> values, double mean, double target) {
+    SecondPass sums;
+    std::size_t i = 0;
+    for (; i + kLanes <= values.size(); i += kLanes) {
+        for (std::size_t lane = 0; lane < kLanes; ++lane) {
+            sums.add(lane, values[i + lane], mean, target);
+        }
+    }
+    for (; i < values.size(); ++i) {
+        sums.add(0, values[i], mean, target);
+    }
+    return sums;
+}
+
+double skewness(double n, double squares, double cubes) {
+    return n * std::sqrt(n - 1.0) / (n - 2.0) * cubes / std::pow(squares, 1.5);
+}
+
+double excess_kurtosis(double n, double squares, double fourths) {
+    const double scale = (n - 2.0) * (n - 3.0);
+    return (n + 1.0) * n * (n - 1.0) * fourths / (scale * squares * squares) -
+           3.0 * (n - 1.0) * (n - 1.0) / scale;
+}
+
+Moments moments_of_present(std::span<const double> values, double target) {
+    Moments result{values.size(), kNaN, kNaN, kNaN, kNaN, kNaN, kNaN, kNaN};
+    if (values.empty()) {
+        return result;
+    }
+    const double n = static_cast<double>(values.size());
+    const FirstPass first = sum_and_extremes(values);
+    result.mean = first.sum / n;
+    result.best = first.best;
+    result.worst = first.worst;
+    const SecondPass sums = sum_powers(values, result.mean, target);
+    result.downside_deviation = std::sqrt(total(sums.losses) / n);
+    if (values.size() < 2) {
+        return result;
+    }
+    const double squares = total(sums.squares);
+    const double deviation = std::sqrt(squares / (n - 1.0));
+    // A return is a quotient of two rounded prices: a few units in the last place of 1 + return.
+    const double noise =
+        4.0 * std::numeric_limits<double>::epsilon() * (1.0 + std::abs(result.mean));
+    result.deviation = deviation <= noise ? 0.0 : deviation;
+    if (values.size() > 2 && result.deviation > 0.0) {
+        result.skew = skewness(n, squares, total(sums.cubes));
+    }
+    if (values.size() > 3 && result.deviation > 0.0) {
+        result.kurt = excess_kurtosis(n, squares, total(sums.fourths));
+    }
+    return result;
+}
+
+} // namespace
+
+Moments moments(std::span<const double> returns, double target) {
+    const auto missing = [](double value) { return std::isnan(value); };
+    if (std::none_of(returns.begin(), returns.end(), missing)) {
+        return moments_of_present(returns, target);
+    }
+    std::vector<double> present(returns.begin(), returns.end());
+    std::erase_if(present, missing);
+    return moments_of_present(present, target);
+}
+
+} // namespace corvex::engine

@@ -1,0 +1,141 @@
+#include "corvex/engine/statistics/record.hpp"
+
+#include "corvex/engine/drawdown/episodes.hpp"
+#include "corvex/engine/series/curve.hpp"
+#include "corvex/engine/series/returns.hpp"
+
+#include <cmath>
+#include <limits>
+#include <stdexcept>
+#include <vector>
+
+namespace corvex::engine {
+
+namespace {
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr int kMonthsPerYear = 12;
+
+/// Returns of the curve's daily bars. An intraday curve is read at the last value of each day, and
+/// its first day counts from its own first value: otherwise that day's return would be lost.
+std::vector<double> bar_returns(const PresentCurve& curve, Bar bar) {
+    if (bar != Bar::kIntraday) {
+        return simple_returns(curve.values());
+    }
+    const std::vector<std::size_t> ends = day_ends(curve.times());
+    std::vector<double> closes;
+    closes.reserve(ends.size() + 1);
+    if (ends.front() > 0) {
+        closes.push_back(curve.values().front());
+    }
+    for (const std::size_t row : ends) {
+        closes.push_back(curve.values()[row]);
+    }
+    return simple_returns(closes);
+}
+
+PeriodFigures daily_figures(const PresentCurve& curve, const Convention& convention, double rate) {
+    PeriodFigures figures = period_figures(bar_returns(curve, convention.bar), rate,
+                                           static_cast<double>(convention.periods_per_year));
+    if (convention.bar > Bar::kDay) {
+        // The annualised figures can be compared over bar lengths; these belong to a single day.
+        figures.skew = figures.kurt = figures.best = figures.worst = kNaN;
+    }
+    return figures;
+}
+
+double mean_where(std::span<const double> values, bool positive) {
+    double sum = 0.0;
+    double count = 0.0;
+    for (const double value : values) {
+        if (!std::isnan(value) && (value > 0.0) == positive) {
+            sum += value;
+            count += 1.0;
+        }
+    }
+    return count > 0.0 ? sum / count : kNaN;
+}
+
+double share_positive(std::span<const double> values) {
+    double positive = 0.0;
+    double count = 0.0;
+    for (const double value : values) {
+        positive += value > 0.0 ? 1.0 : 0.0;
+        count += std::isnan(value) ? 0.0 : 1.0;
+    }
+    return count > 0.0 ? positive / count : kNaN;
+}
+
+/// Returns over twelve months, from each month's end to the end of the same month a year later.
+std::vector<double> twelve_month_returns(std::span<const double> values,
+                                         std::span<const Period> months) {
+    std::vector<double> returns;
+    returns.reserve(months.size());
+    std::size_t base = 0;
+    for (const Period& month : months) {
+        while (months[base].number < month.number - kMonthsPerYear) {
+            ++base;
+        }
+        if (months[base].number == month.number - kMonthsPerYear) {
+            returns.push_back(values[month.last] / values[months[base].last] - 1.0);
+        }
+    }
+    return returns;
+}
+
+void add_drawdowns(PerformanceRecord& record, const PresentCurve& curve) {
+    const DrawdownSummary drawdowns = summarise_drawdowns(curve.values(), curve.times());
+    record.max_drawdown = drawdowns.max;
+    record.avg_drawdown = drawdowns.average;
+    record.avg_drawdown_days = drawdowns.avg_days;
+    record.calmar = record.cagr / std::abs(record.max_drawdown);
+}
+
+void add_periods(PerformanceRecord& record, const PresentCurve& curve, double rate) {
+    const auto values = curve.values();
+    const std::vector<Period> months = month_periods(curve.times());
+    const std::vector<Period> years = year_periods(months);
+    const std::vector<double> monthly = period_returns(values, months);
+    const std::vector<double> yearly = period_returns(values, years);
+    record.lookback = lookback_returns(values, curve.times(), months, years, record.convention.bar);
+    record.monthly = period_figures(monthly, rate, kMonthsPerYear);
+    record.yearly = period_figures(yearly, rate, 1.0);
+    record.avg_up_month = mean_where(monthly, true);
+    record.avg_down_month = mean_where(monthly, false);
+    record.win_year_perc = share_positive(yearly);
+    record.twelve_month_win_perc = share_positive(twelve_month_returns(values, months));
+}
+
+} // namespace
+
+PerformanceRecord performance_record(std::span<const double> values, std::span<const Nanos> times,
+                                     double riskfree_rate, int periods_per_year) {
+    if (periods_per_year < 0) {
+        throw std::invalid_argument("the periods per year must not be negative");
+    }
+    const PresentCurve curve(values, times);
+    PerformanceRecord record;
+    record.count = curve.size();
+    if (curve.size() == 0) {
+        return record;
+    }
+    record.first_row = curve.row(0);
+    record.last_row = curve.row(curve.size() - 1);
+    if (curve.size() < 2) {
+        return record;
+    }
+    const double first = curve.values().front();
+    const double last = curve.values().back();
+    record.convention = infer_convention(curve.times());
+    if (periods_per_year > 0) {
+        record.convention.periods_per_year = periods_per_year;
+    }
+    record.total_return = last / first - 1.0;
+    record.cagr = compound_annual_growth(first, last, curve.times().back() - curve.times().front());
+    add_drawdowns(record, curve);
+    record.daily = daily_figures(curve, record.convention, riskfree_rate);
+    add_periods(record, curve, riskfree_rate);
+    return record;
+}
+
+} // namespace corvex::engine
