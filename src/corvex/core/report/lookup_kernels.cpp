@@ -1,0 +1,144 @@
+#include "corvex/core/report/lookup_kernels.hpp"
+
+#include "corvex/core/report/module_globals.hpp"
+#include "corvex/core/report/numpy_api.hpp"
+#include "corvex/core/report/position_buffer.hpp"
+
+#include <algorithm>
+
+namespace corvex::report {
+
+namespace {
+
+using pyglue::Call;
+using pyglue::FunctionSpec;
+using pyglue::Parameter;
+
+constexpr Py_ssize_t kMissing = -1;
+
+PyArrayObject* require_array(nb::handle table) {
+    if (!PyArray_Check(table.ptr())) {
+        PyErr_Format(PyExc_TypeError,
+                     "Argument '%.200s' has incorrect type (expected %.200s, got %.200s)", "df",
+                     "numpy.ndarray", Py_TYPE(table.ptr())->tp_name);
+        throw nb::python_error();
+    }
+    return reinterpret_cast<PyArrayObject*>(table.ptr());
+}
+
+bool has_dtype(PyArrayObject* table, int type_number) {
+    const auto wanted =
+        nb::steal<nb::object>(reinterpret_cast<PyObject*>(PyArray_DescrFromType(type_number)));
+    return PyArray_EquivTypes(PyArray_DESCR(table),
+                              reinterpret_cast<PyArray_Descr*>(wanted.ptr())) != 0;
+}
+
+/// What stands for "no such column" in a table of this dtype.
+nb::object fill_value(PyArrayObject* table) {
+    if (has_dtype(table, NPY_FLOAT64)) {
+        return global("np").attr("nan");
+    }
+    if (has_dtype(table, NPY_INT64) || has_dtype(table, NPY_INT8)) {
+        return pyglue::integer(-1);
+    }
+    if (has_dtype(table, NPY_BOOL)) {
+        return nb::borrow<nb::object>(Py_False);
+    }
+    if (has_dtype(table, NPY_OBJECT)) {
+        return nb::none();
+    }
+    pyglue::raise(PyExc_ValueError, "Unsupported dtype");
+}
+
+/// `table[row, column]`, whatever kind of array it is, with numpy's own errors.
+nb::object generic_cell(PyArrayObject* table, Py_ssize_t row, Py_ssize_t column) {
+    const nb::object key = nb::make_tuple(pyglue::integer(row), pyglue::integer(column));
+    PyObject* const cell = PyObject_GetItem(reinterpret_cast<PyObject*>(table), key.ptr());
+    if (cell == nullptr) {
+        throw nb::python_error();
+    }
+    return nb::steal<nb::object>(cell);
+}
+
+/// Reads cells of a plain two-dimensional array straight from its memory and leaves everything else
+/// (subclasses, other dimensions, positions out of range) to numpy: the results are the same.
+class CellReader {
+  public:
+    explicit CellReader(PyArrayObject* table)
+        : table_(table), direct_(PyArray_CheckExact(reinterpret_cast<PyObject*>(table)) &&
+                                 PyArray_NDIM(table) == 2),
+          is_object_(PyArray_TYPE(table) == NPY_OBJECT) {}
+
+    [[nodiscard]] nb::object operator()(Py_ssize_t row, Py_ssize_t column) const {
+        const Py_ssize_t r = direct_ ? wrapped(row, 0) : kMissing;
+        const Py_ssize_t c = direct_ ? wrapped(column, 1) : kMissing;
+        if (r < 0 || c < 0) {
+            return generic_cell(table_, row, column);
+        }
+        char* const address =
+            PyArray_BYTES(table_) + r * PyArray_STRIDE(table_, 0) + c * PyArray_STRIDE(table_, 1);
+        PyObject* const cell = is_object_ ? PyArray_GETITEM(table_, address)
+                                          : PyArray_Scalar(address, PyArray_DESCR(table_),
+                                                           reinterpret_cast<PyObject*>(table_));
+        if (cell == nullptr) {
+            throw nb::python_error();
+        }
+        return nb::steal<nb::object>(cell);
+    }
+
+  private:
+    /// A position counted from the end where negative; -1 when out of range.
+    [[nodiscard]] Py_ssize_t wrapped(Py_ssize_t position, int axis) const {
+        const Py_ssize_t size = PyArray_DIM(table_, axis);
+        const Py_ssize_t from_start = position < 0 ? position + size : position;
+        return from_start >= 0 && from_start < size ? from_start : kMissing;
+    }
+
+    PyArrayObject* table_;
+    bool direct_;
+    bool is_object_;
+};
+
+template <typename Integer>
+nb::object query(const Call& call) {
+    PyArrayObject* const table = require_array(call[0]);
+    const PositionBuffer<Integer> rows(call[1]);
+    const PositionBuffer<Integer> columns(call[2]);
+    if (columns.size() < rows.size()) {
+        pyglue::raise(PyExc_ValueError, "idx_s must be at least as long as idx_d");
+    }
+    const int count = static_cast<int>(rows.size());
+    const auto cells = nb::steal<nb::object>(PyList_New(std::max(count, 0)));
+    if (!cells.is_valid()) {
+        throw nb::python_error();
+    }
+    const nb::object fill = fill_value(table);
+    const CellReader cell_at(table);
+    for (int i = 0; i < count; ++i) {
+        const auto column = static_cast<Py_ssize_t>(columns[i]);
+        nb::object cell =
+            column == kMissing ? fill : cell_at(static_cast<Py_ssize_t>(rows[i]), column);
+        PyList_SET_ITEM(cells.ptr(), i, cell.release().ptr());
+    }
+    return cells;
+}
+
+constexpr Parameter kParameters[] = {{"df"}, {"idx_d"}, {"idx_s"}};
+
+const FunctionSpec kFunctions[] = {
+    {"query_data_int64", kParameters, query<std::int64_t>,
+     "The cells of a two-dimensional array at pairs of row and column positions (int64), as a "
+     "list.\n\n"
+     "A column position of -1 gives the fill value of the dtype: nan (float64), -1 (int64, int8),\n"
+     "False (bool) or None (object). Raises ValueError for any other dtype."},
+    {"query_data_int32", kParameters, query<std::int32_t>,
+     "As query_data_int64, with int32 positions."},
+};
+
+} // namespace
+
+std::span<const FunctionSpec> lookup_kernels() {
+    return kFunctions;
+}
+
+} // namespace corvex::report

@@ -1,0 +1,28 @@
+#include "corvex/core/report/report/report_class.hpp"
+
+#include "corvex/core/report/module_globals.hpp"
+#include "corvex/core/report/payload/pickle.hpp"
+#include "corvex/core/report/present/text_report.hpp"
+#include "corvex/core/report/report/construction.hpp"
+#include "corvex/core/report/report/trades.hpp"
+#include "corvex/core/report/stats/analyses.hpp"
+#include "corvex/core/report/stats/statistics.hpp"
+#include "corvex/pyglue/class_builder.hpp"
+
+namespace corvex::report {
+
+nb::object make_report_class(const nb::dict& globals) {
+    pyglue::ClassBuilder builder("Report", "The results of one backtest.", globals);
+    builder.methods(construction_methods());
+    builder.methods(trade_methods());
+    builder.methods(statistics_methods());
+    // One record for the whole process: the last report asked, at the last rate.
+    const nb::object remember_last = global("lru_cache")(nb::arg("maxsize") = pyglue::integer(1));
+    builder.member("_get_stats", remember_last(builder.function(cached_statistics())));
+    builder.methods(analysis_methods());
+    builder.methods(pickle_methods());
+    builder.methods(text_methods());
+    return builder.build();
+}
+
+} // namespace corvex::report

@@ -1,0 +1,172 @@
+#include "corvex/core/report/report/trades.hpp"
+
+#include "corvex/core/report/module_globals.hpp"
+
+#include <algorithm>
+
+namespace corvex::report {
+
+namespace {
+
+using pyglue::Call;
+using pyglue::FunctionSpec;
+using pyglue::Parameter;
+
+nb::object get_trades(const Call& call) {
+    return call.self().attr("trades");
+}
+
+nb::object get_mae_mfe(const Call& call) {
+    return call.self().attr("mae_mfe");
+}
+
+nb::list as_column_list(nb::handle date_columns) {
+    nb::list columns;
+    if (pyglue::is_text(date_columns)) {
+        columns.append(date_columns);
+        return columns;
+    }
+    pyglue::for_each(date_columns, [&](const nb::object& column) {
+        columns.append(column);
+        return true;
+    });
+    return columns;
+}
+
+/// The distinct dates of some columns of the trades. A trade without a date adds none.
+nb::object trade_dates(nb::handle trades, const nb::list& columns) {
+    nb::object dates;
+    for (const nb::handle column : columns) {
+        const nb::object known =
+            global("pd").attr("Index")(trades[column].attr("dropna")().attr("unique")());
+        if (pyglue::length(known) == 0) {
+            continue;
+        }
+        dates = dates.is_valid() ? nb::object(dates.attr("union")(known)) : known;
+    }
+    return dates;
+}
+
+bool covers(nb::handle index, nb::handle dates) {
+    return pyglue::is_true(index.attr("is_monotonic_increasing")) &&
+           pyglue::is_true(index.attr("is_unique")) &&
+           pyglue::is_true(dates.attr("isin")(index).attr("all")());
+}
+
+/// The table with a row for every trade date, each new one a copy of the last row before it.
+nb::object extended_to(nb::handle table, const nb::object& dates) {
+    const nb::object index = table.attr("index");
+    // A large table that has all the dates is not copied.
+    if (!dates.is_valid() || covers(index, dates)) {
+        return nb::borrow<nb::object>(table);
+    }
+    return table.attr("reindex")(index.attr("union")(dates),
+                                 nb::arg("method") = pyglue::text("ffill"));
+}
+
+bool has_column(nb::handle trades, const char* name) {
+    const int found = PySequence_Contains(trades.attr("columns").ptr(), pyglue::text(name).ptr());
+    if (found < 0) {
+        throw nb::python_error();
+    }
+    return found == 1;
+}
+
+/// "2330 some name" is known to tables as "2330".
+nb::object asset_ids(nb::handle trades) {
+    const nb::object labels =
+        trades[pyglue::text(has_column(trades, "symbol") ? "symbol" : "stock_id")];
+    return labels.attr("str").attr("split")(pyglue::text(" ")).attr("str")[0];
+}
+
+nb::object kernel_for(nb::handle dtype) {
+    const nb::object np = global("np");
+    if (pyglue::equals(dtype, np.attr("int64"))) {
+        return global("query_data_int64");
+    }
+    if (pyglue::equals(dtype, np.attr("int32"))) {
+        return global("query_data_int32");
+    }
+    pyglue::raise(PyExc_ValueError,
+                  pyglue::concat({pyglue::text("Unknown dtype "), pyglue::formatted(dtype),
+                                  pyglue::text(" for query_date")}));
+}
+
+nb::object cells_at(nb::handle values, nb::handle rows, nb::handle columns) {
+    const nb::object missing = pyglue::integer(-1);
+    // The kernels test the column only; a row of -1 would read the last date.
+    const nb::object located =
+        global("np").attr("where")(pyglue::compare(rows, Py_EQ, missing), missing, columns);
+    return kernel_for(rows.attr("dtype"))(values, rows, located.attr("astype")(rows.attr("dtype")));
+}
+
+nb::object add_trade_info(const Call& call) {
+    const nb::handle self = call.self();
+    const nb::list date_columns = as_column_list(call[3]);
+    const nb::object trades = self.attr("trades");
+    const nb::object table = extended_to(call[2], trade_dates(trades, date_columns));
+    const nb::object values = table.attr("values");
+    const nb::object columns = table.attr("columns").attr("get_indexer_for")(asset_ids(trades));
+    for (const nb::handle date_column : date_columns) {
+        const nb::object rows = table.attr("index").attr("get_indexer_for")(trades[date_column]);
+        const nb::object label = pyglue::concat(
+            {pyglue::to_text(call[1]), pyglue::text("@"), nb::borrow<nb::object>(date_column)});
+        trades[label] = cells_at(values, rows, columns);
+    }
+    return nb::none();
+}
+
+nb::object remove_trade_info(const Call& call) {
+    const nb::handle self = call.self();
+    const nb::object trades = self.attr("trades");
+    const nb::object kept = pyglue::compare(trades.attr("columns"), Py_NE, call[1]);
+    // A copy: pandas before 3.0 warns when a column is later added to a selection.
+    self.attr("trades") =
+        trades.attr("loc")[nb::make_tuple(pyglue::slice(nb::none(), nb::none()), kept)].attr(
+            "copy")();
+    return nb::none();
+}
+
+nb::object get_ndays_return(const Call& call) {
+    const nb::handle creturn = call[0];
+    const nb::object back = pyglue::integer(-1) - call[1];
+    const nb::object first = pyglue::integer(-pyglue::length(creturn));
+    const nb::object reference =
+        pyglue::is_true(pyglue::compare(back, Py_GE, first)) ? back : first;
+    const nb::object rows = creturn.attr("iloc");
+    return rows[-1] / rows[reference] - pyglue::integer(1);
+}
+
+constexpr Parameter kSelf[] = {{"self"}};
+constexpr Parameter kAddInfo[] = {{"self"}, {"name"}, {"df"}, {"date_col", "entry_sig_date"}};
+constexpr Parameter kRemoveInfo[] = {{"self"}, {"name"}};
+constexpr Parameter kNdays[] = {{"creturn"}, {"n"}};
+
+const FunctionSpec kMethods[] = {
+    {"get_trades", kSelf, get_trades, "The trade table itself, one row per round trip."},
+    {"get_mae_mfe", kSelf, get_mae_mfe,
+     "The table of maximum adverse and favourable excursions, one row per trade."},
+    {"add_trade_info", kAddInfo, add_trade_info,
+     "Look up a value for every trade in a table and add it to the "
+     "trades.\n\nParameters\n----------\n"
+     "name : str\n    The new column is \"<name>@<date column>\".\n"
+     "df : DataFrame\n    Dates x asset ids, of float64, int64, int8, bool or object. A trade date "
+     "that\n"
+     "    it lacks takes the last row before it.\n"
+     "date_col : str or list of str, default \"entry_sig_date\"\n"
+     "    Which dates of the trades: entry_sig_date, exit_sig_date, entry_date, exit_date.\n\n"
+     "A date or an asset that the table does not know gives the kernels' fill value."},
+    {"remove_trade_info", kRemoveInfo, remove_trade_info,
+     "Remove one column of the trades by its full label, such as \"volume@entry_date\"."},
+    {"get_ndays_return", kNdays, get_ndays_return,
+     "The return of a curve over its last `n` rows, or over all when it has fewer.",
+     pyglue::Binding::kStaticMethod},
+};
+
+} // namespace
+
+std::span<const FunctionSpec> trade_methods() {
+    return kMethods;
+}
+
+} // namespace corvex::report

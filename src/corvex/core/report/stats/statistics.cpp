@@ -1,0 +1,117 @@
+#include "corvex/core/report/stats/statistics.hpp"
+
+#include "corvex/core/report/module_globals.hpp"
+
+namespace corvex::report {
+
+namespace {
+
+using pyglue::Call;
+using pyglue::FunctionSpec;
+using pyglue::Parameter;
+using pyglue::text;
+
+constexpr double kDefaultRiskfreeRate = 0.02;
+
+constexpr const char* kResampleWarning = "report.get_stats(resample=...) has no effect and will be "
+                                         "removed; stats are always computed on daily "
+                                         "returns (see the daily_*, monthly_* and yearly_* keys).";
+
+bool contains(nb::handle container, nb::handle key) {
+    const int found = PySequence_Contains(container.ptr(), key.ptr());
+    if (found < 0) {
+        throw nb::python_error();
+    }
+    return found == 1;
+}
+
+nb::object ffn_stats_dict(const Call& call) {
+    const nb::object stats = call[1].attr("calc_stats")();
+    stats.attr("set_riskfree_rate")(call[2]);
+    nb::object record = stats.attr("stats").attr("to_dict")();
+    for (const char* key : {"start", "end"}) {
+        record[key] = record[key].attr("strftime")(text("%Y-%m-%d"));
+    }
+    record["return_table"] = stats.attr("return_table").attr("transpose")().attr("to_dict")();
+    pyglue::for_each(global("STATS_METRIC_ALIASES").attr("items")(), [&](const nb::object& alias) {
+        const nb::object statistic = alias[0];
+        if (contains(record, statistic)) {
+            record[nb::object(alias[1])] = record[statistic];
+        }
+        return true;
+    });
+    return record;
+}
+
+nb::object get_stats(const Call& call) {
+    if (!call[1].is_none()) {
+        // This function has no frame of its own: level 1 is already the caller's line.
+        pyglue::import_module("warnings")
+            .attr("warn")(text(kResampleWarning), nb::borrow<nb::object>(PyExc_DeprecationWarning),
+                          nb::arg("stacklevel") = pyglue::integer(1));
+    }
+    return call.self().attr("_get_stats")(call[2]);
+}
+
+nb::object win_ratio(nb::handle trades) {
+    const nb::object closed = trades.attr("dropna")();
+    const Py_ssize_t count = pyglue::length(closed);
+    if (count == 0) {
+        return pyglue::integer(0);
+    }
+    const nb::object wins = pyglue::compare(closed[text("return")], Py_GT, pyglue::integer(0));
+    return global("sum")(wins) / pyglue::integer(count);
+}
+
+nb::object get_stats_uncached(const Call& call) {
+    const nb::handle self = call.self();
+    const nb::object record = self.attr("_ffn_stats_dict")(self.attr("daily_creturn"), call[1]);
+    record["version"] = global("corvex").attr("__version__");
+    record["win_ratio"] = win_ratio(self.attr("trades"));
+    const nb::object drawdown =
+        self.attr("run_analysis")(text("Drawdown"), nb::arg("display") = false);
+    record["drawdown_details"] = drawdown["strategy"]["largest_drawdown"];
+    return record;
+}
+
+nb::object get_benchmark_stats(const Call& call) {
+    const nb::handle self = call.self();
+    return self.attr("_ffn_stats_dict")(self.attr("daily_benchmark"), call[1]);
+}
+
+constexpr Parameter kSeriesStats[] = {{"self"}, {"series"}, {"riskfree_rate"}};
+constexpr Parameter kGetStats[] = {
+    {"self"}, {"resample", nullptr}, {"riskfree_rate", kDefaultRiskfreeRate}};
+constexpr Parameter kCached[] = {{"self"}, {"riskfree_rate"}};
+constexpr Parameter kBenchmark[] = {{"self"}, {"riskfree_rate", kDefaultRiskfreeRate}};
+
+const FunctionSpec kMethods[] = {
+    {"_ffn_stats_dict", kSeriesStats, ffn_stats_dict,
+     "The statistics record of one equity series."},
+    {"get_stats", kGetStats, get_stats,
+     "The strategy's statistics as a dictionary.\n\nIt holds the statistics library's fields "
+     "(`cagr`, "
+     "`daily_sharpe`, `max_drawdown` ...)\ntogether with the camelCase aliases shared with "
+     "`get_metrics()` (`annualReturn`,\n`sharpeRatio`, `maxDrawdown` ...), with equal values.\n\n"
+     "Parameters\n----------\nresample : optional\n    Has no effect; deprecated.\n"
+     "riskfree_rate : float, default 0.02\n    Annual rate, as a fraction.\n\n"
+     "The record of the last call is kept and returned again: copy it before changing it."},
+    {"get_benchmark_stats", kBenchmark, get_benchmark_stats,
+     "The same statistics fields for the report's daily benchmark.\n\nParameters\n----------\n"
+     "riskfree_rate : float, default 0.02\n    Annual rate, as a fraction."},
+};
+
+const FunctionSpec kCachedStats{"_get_stats", kCached, get_stats_uncached,
+                                "The strategy's statistics record at an annual risk-free rate."};
+
+} // namespace
+
+std::span<const FunctionSpec> statistics_methods() {
+    return kMethods;
+}
+
+const FunctionSpec& cached_statistics() {
+    return kCachedStats;
+}
+
+} // namespace corvex::report

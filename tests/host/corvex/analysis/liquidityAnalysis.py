@@ -1,0 +1,2 @@
+class Unrelated:
+    """The class that the file's name promises is missing."""

@@ -1,0 +1,3 @@
+class Metrics:
+    def __init__(self, report):
+        self.report = report

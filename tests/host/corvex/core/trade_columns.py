@@ -1,0 +1,2 @@
+def to_wire_trades(trades):
+    return trades
