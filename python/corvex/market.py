@@ -341,3 +341,4 @@ class Market(abc.ABC):
         assets : iterable of labels
             Asset labels or ids; a label "2330 some name" also names the column "2330".
         """
+        del assets  # nothing to restrict here

@@ -38,7 +38,7 @@ class DataContext:
         self._changes: ContextVar[dict[str, Any] | None] = ContextVar("corvex_data", default=None)
 
     def _layer(self, name: str) -> dict[str, Any]:
-        """The innermost block that sets `name`, else the process's own settings."""
+        """Return the innermost block that sets `name`, else the process's own settings."""
         changes = self._changes.get()
         return changes if changes is not None and name in changes else self._base
 
@@ -53,6 +53,7 @@ class DataContext:
 
     @property
     def data_dir(self) -> Path | None:
+        """The folder of named tables, or None."""
         folder = (
             self._layer("data_dir")["data_dir"] or os.environ.get("CORVEX_DATA_DIR", "").strip()
         )
@@ -60,6 +61,7 @@ class DataContext:
 
     @property
     def now(self) -> datetime.datetime | None:
+        """A fixed present, or None."""
         fixed: datetime.datetime | None = self._layer("now")["now"]
         return fixed
 

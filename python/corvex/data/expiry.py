@@ -156,7 +156,7 @@ def _judge(
 
 
 def _market_of(name: str, table: LoadedTable) -> str:
-    """The market that a table belongs to: told by its name, else by its labels."""
+    """Name the market that a table belongs to: by its name, else by its labels."""
     from corvex.markets import infer_market_name, market_names
 
     if table.market is not None:

@@ -8,16 +8,16 @@ import pandas as pd
 
 from corvex.utils import logger
 
-__all__ = ["read_table", "table_name"]
+__all__ = ["ENDINGS", "read_table", "table_name"]
 
-_ENDINGS = (".parquet", ".csv.gz", ".csv")
+ENDINGS = (".parquet", ".csv.gz", ".csv")
 _DATE_TEXT = r"\d{4}[-/]\d{1,2}[-/]\d{1,2}.*|\d{8}"
 _OFFSET_TEXT = r".*(Z|[+-]\d{2}:?\d{2})"
 
 
 def table_name(path: Path) -> str | None:
-    """The name of a file's table: the file's name without its ending; None for other files."""
-    for ending in _ENDINGS:
+    """Return the name of a file's table, which has no ending; None for other files."""
+    for ending in ENDINGS:
         if path.name.endswith(ending) and not path.name.startswith("."):
             return path.name.removesuffix(ending)
     return None
@@ -69,7 +69,7 @@ def _read_parquet(path: Path) -> pd.DataFrame:
 
 
 def _as_dates(index: pd.Index) -> pd.DatetimeIndex | None:
-    """The labels as dates, or None where they are not dates (asset ids, say)."""
+    """Read the labels as dates, or None where they are not dates (asset ids, say)."""
     texts = pd.Series(index).astype("string").str.strip()
     given = texts.dropna()
     if len(given) == 0 or not given.str.fullmatch(_DATE_TEXT).all():
@@ -77,6 +77,6 @@ def _as_dates(index: pd.Index) -> pd.DatetimeIndex | None:
     zoned = bool(given.str.contains(":").any() and given.str.fullmatch(_OFFSET_TEXT).any())
     texts = texts.str.replace("/", "-", regex=False)
     try:
-        return pd.DatetimeIndex(pd.to_datetime(texts, format="ISO8601", utc=zoned or None))
+        return pd.DatetimeIndex(pd.to_datetime(texts, format="ISO8601", utc=zoned))
     except ValueError:  # months and days of one digit are not ISO
-        return pd.DatetimeIndex(pd.to_datetime(texts, format="mixed", utc=zoned or None))
+        return pd.DatetimeIndex(pd.to_datetime(texts, format="mixed", utc=zoned))

@@ -41,11 +41,14 @@ def read(name: str, adj: bool) -> pd.DataFrame | pd.Series | dict[str, pd.DataFr
 
 def _wide_fields(long: pd.DataFrame, adj: bool) -> dict[str, pd.DataFrame]:
     """One wide table per field, from rows of (date, symbol)."""
-    wide = long.set_index("symbol", append=True).unstack("symbol").astype("float64")
-    fields = {field: wide[field] for field in ("open", "high", "low", "close", "volume")}
+    wide = {
+        field: long.pivot(columns="symbol", values=field).astype("float64")
+        for field in ("open", "high", "low", "close", "volume", "adj_close")
+    }
+    adjusted = wide.pop("adj_close")
     if not adj:
-        return fields
-    factor = wide["adj_close"] / wide["close"]
-    scaled = {f: fields[f] * factor for f in ("open", "high", "low")}
+        return wide
+    factor = adjusted / wide["close"]
+    scaled = {field: wide[field] * factor for field in ("open", "high", "low")}
     # The volume goes the other way, so that price times volume stays the traded value.
-    return {**scaled, "close": wide["adj_close"], "volume": fields["volume"] / factor}
+    return {**scaled, "close": adjusted, "volume": wide["volume"] / factor}

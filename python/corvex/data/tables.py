@@ -4,7 +4,6 @@ from __future__ import annotations
 
 import datetime
 import difflib
-from collections.abc import Mapping
 from dataclasses import dataclass
 from pathlib import Path
 
@@ -12,7 +11,7 @@ import pandas as pd
 
 from corvex.data import samples
 from corvex.data.context import _default_context
-from corvex.data.files import read_table, table_name
+from corvex.data.files import ENDINGS, read_table, table_name
 
 __all__ = [
     "LoadedTable",
@@ -136,13 +135,15 @@ def sample(name: str, adj: bool = True) -> Table:
 
 def available() -> list[str]:
     """Return the names that `get` accepts: the data folder's, then the samples'."""
-    own = sorted(_own_files())
+    folder = _folder()
+    files = [] if folder is None else folder.iterdir()
+    own = sorted({name for path in files if (name := table_name(path)) is not None})
     return own + [name for name in samples.names() if name not in own]
 
 
 def exists(name: str) -> bool:
     """Whether `get` knows the name."""
-    return name in _own_files() or samples.full_name(name) is not None
+    return _own_file(name) is not None or samples.full_name(name) is not None
 
 
 def require(name: str) -> None:
@@ -152,7 +153,13 @@ def require(name: str) -> None:
 
 
 def facts(name: str) -> LoadedTable | None:
-    """Return a table read before, without noting it again; None when it is gone."""
+    """Return a table as it was read last, without noting it again; None when it is gone.
+
+    A file that was written anew since then is not read: what was computed stands on the old one.
+    """
+    path = _own_file(name)
+    if path in _from_files:
+        return _from_files[path][1]
     return _read(name) if exists(name) else None
 
 
@@ -164,7 +171,7 @@ def _load(name: str) -> LoadedTable:
 
 
 def _read(name: str) -> LoadedTable:
-    path = _own_files().get(name)
+    path = _own_file(name)
     if path is None:
         return _load_sample(samples.full_name(name) or name, adj=True)
     status = path.stat()
@@ -185,15 +192,20 @@ def _load_sample(name: str, adj: bool) -> LoadedTable:
     return _from_samples[key]
 
 
-def _own_files() -> Mapping[str, Path]:
+def _folder() -> Path | None:
     folder = _default_context.data_dir
-    if folder is None:
-        return {}
-    if not folder.is_dir():
+    if folder is not None and not folder.is_dir():
         raise ValueError(f"the data folder does not exist: {folder} (from CORVEX_DATA_DIR)")
-    # Sorted so that of two files of one name the Parquet file, being last, counts.
-    files = sorted(folder.iterdir(), key=lambda path: path.name)
-    return {name: path for path in files if (name := table_name(path)) is not None}
+    return folder
+
+
+def _own_file(name: str) -> Path | None:
+    """Return the file of a table in the data folder; of two kinds the Parquet file counts."""
+    folder = _folder()
+    if folder is None or not name or Path(name).name != name:
+        return None
+    paths = (folder / f"{name}{ending}" for ending in ENDINGS)
+    return next((path for path in paths if path.is_file()), None)
 
 
 def _copy(table: Table) -> Table:

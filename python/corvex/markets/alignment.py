@@ -2,13 +2,15 @@
 
 from __future__ import annotations
 
+import datetime
+
 import pandas as pd
 
 __all__ = ["align_benchmark", "session_dates"]
 
 
 def session_dates(index: pd.DatetimeIndex, tz: str) -> pd.DatetimeIndex:
-    """The session date of each stamp, as naive midnights.
+    """Return the session date of each stamp, as naive midnights.
 
     Midnights are taken as dates in their own zone: a daily table stamped at midnight UTC means
     that day, although New York's clocks still show the evening before. Other moments take the
@@ -43,13 +45,14 @@ def align_benchmark(benchmark: pd.Series, prices: pd.DatetimeIndex, tz: str) -> 
     if not isinstance(values.index, pd.DatetimeIndex):
         raise ValueError(f"the benchmark must have dates as index, got {values.index.dtype}")
     values = values[~values.index.duplicated(keep="last")].sort_index()
-    dates = session_dates(values.index, tz)
+    index = pd.DatetimeIndex(values.index)
+    dates = session_dates(index, tz)
     if dates.is_unique:
         stamps = (dates + _day_shift(prices, tz)).tz_localize(
             prices.tz, ambiguous=True, nonexistent="shift_forward"
         )
     else:
-        stamps = _same_moments(values.index, prices.tz, tz)
+        stamps = _same_moments(index, prices.tz, tz)
     return values.set_axis(stamps, axis=0)
 
 
@@ -61,7 +64,9 @@ def _day_shift(prices: pd.DatetimeIndex, tz: str) -> pd.Timedelta:
     return pd.Series(own - session_dates(prices, tz)).mode().iloc[0]
 
 
-def _same_moments(index: pd.DatetimeIndex, zone: object, tz: str) -> pd.DatetimeIndex:
+def _same_moments(
+    index: pd.DatetimeIndex, zone: datetime.tzinfo | None, tz: str
+) -> pd.DatetimeIndex:
     if index.tz is None and zone is None:
         return index
     aware = index.tz_localize(tz, ambiguous="NaT", nonexistent="NaT") if index.tz is None else index

@@ -62,7 +62,7 @@ def next_bar(market: Market, index: pd.DatetimeIndex) -> pd.Timestamp:
 
 
 def _at_time(market: Market, last: pd.Timestamp, time: pd.Timedelta) -> pd.Timestamp:
-    """The next session, at a wall-clock time of the market, in the form of `last`."""
+    """Return the next session, at a wall-clock time of the market, in the form of `last`."""
     session = market.calendar.next_session(market.session_date(last)) + time
     return session if last.tz is None else session.tz_localize(market.tz).tz_convert(last.tz)
 
@@ -72,13 +72,13 @@ def _moment(stamp: pd.Timestamp, tz: str) -> pd.Timestamp:
 
 
 def usual_gap(index: pd.DatetimeIndex) -> pd.Timedelta:
-    """The median distance of neighbouring rows, of the last thousand."""
+    """Return the median distance of neighbouring rows, of the last thousand."""
     stamps = index[-1001:].as_unit("ns").asi8
     return pd.Timedelta(int(np.median(np.diff(stamps))), unit="ns")
 
 
 def _usual_times(local: pd.DatetimeIndex) -> tuple[pd.Timedelta, pd.Timedelta]:
-    """The usual times of day of a session's first and last bar, the last day left out."""
+    """Return the usual times of day of a session's first and last bar, the last day left out."""
     days = local.normalize()
     times = pd.Series(local - days, index=days)
     by_day = times.groupby(level=0).agg(["first", "last"])

@@ -5,7 +5,7 @@ from __future__ import annotations
 import datetime
 from collections.abc import Iterable, Mapping
 from functools import lru_cache
-from typing import Any, Self, cast
+from typing import Any, Self, cast, override
 
 import pandas as pd
 
@@ -13,7 +13,7 @@ from corvex import data
 from corvex.market import Market
 from corvex.markets.alignment import align_benchmark
 from corvex.markets.bars import infer_freq, next_bar
-from corvex.markets.tables import asset_id, empty_table
+from corvex.markets.tables import asset_id
 from corvex.utils import logger
 
 __all__ = ["BoundMarket", "Prices", "bind"]
@@ -40,15 +40,18 @@ class BoundMarket(Market):
         """When the tables were handed over, UTC."""
         return self._bound_at
 
+    @override
     def get_freq(self) -> str:
         return self._freq
 
+    @override
     def get_price(self, name: str, adj: bool = True) -> pd.DataFrame:
         for field in (f"adj_{name}", name) if adj else (name, f"adj_{name}"):
             if field in self._tables:
                 return self._tables[field]
         raise ValueError(f"the prices hold no {name!r} table; they hold: {', '.join(self._tables)}")
 
+    @override
     def get_benchmark(self) -> pd.Series:
         benchmark = self._benchmark
         if benchmark is None:
@@ -57,19 +60,22 @@ class BoundMarket(Market):
             benchmark = data.get_frame(benchmark).iloc[:, 0]
         return align_benchmark(benchmark, self.price_index, self.tz)
 
+    @override
     def get_market_value(self) -> pd.DataFrame:
         own = self._tables.get("market_value")
         return super().get_market_value() if own is None else own
 
+    @override
     def next_bar(self, index: pd.DatetimeIndex | None = None) -> pd.Timestamp:
         return next_bar(self, self.price_index if index is None else index)
 
+    @override
     def restrict_pickle_to(self, assets: Iterable[object]) -> None:
         names = {str(asset) for asset in assets}
         self._pickled_assets = frozenset(names | {asset_id(name) for name in names})
 
     def _market_benchmark(self) -> pd.Series:
-        """The market's own benchmark, unless it ends before the prices do."""
+        """Return the market's own benchmark, unless it ends before the prices do."""
         own = super().get_benchmark()
         last = self.price_index[-1]
         if len(own) and self.session_date(own.index[-1]) < self.session_date(last):
@@ -94,7 +100,7 @@ class BoundMarket(Market):
         return _restore, (_unbound_class(type(self)), state)
 
     def _kept_tables(self) -> dict[str, pd.DataFrame]:
-        """The tables with the named assets only, sharing one index where they can."""
+        """Return the tables with the named assets only, sharing one index where they can."""
         index = self.price_index
         kept = {}
         for field, table in self._tables.items():
@@ -108,13 +114,13 @@ class BoundMarket(Market):
         return kept
 
 
-def bind(
-    market: Market,
+def bind[M: Market](
+    market: M,
     prices: Prices,
     *,
     benchmark: pd.Series | str | None = None,
     freq: str | None = None,
-) -> Any:
+) -> M:
     """Return a copy of a market that answers from the given tables (see `Market.bound_to`)."""
     tables = _checked_tables(prices)
     if benchmark is not None and not isinstance(benchmark, pd.Series | str):
@@ -133,7 +139,7 @@ def bind(
         _bound_at=data.now(),
         _pickled_assets=frozenset(),
     )
-    return bound
+    return cast("M", bound)
 
 
 def _checked_tables(prices: Prices) -> dict[str, pd.DataFrame]:
@@ -154,7 +160,7 @@ def _checked_tables(prices: Prices) -> dict[str, pd.DataFrame]:
 
 @lru_cache(maxsize=64)
 def _bound_class(market_class: type[Market]) -> type[Market]:
-    """The market's class with the answers above put before its own."""
+    """Return the market's class with the answers above put before its own."""
     names = {"__module__": market_class.__module__, "__doc__": market_class.__doc__}
     names["__qualname__"] = market_class.__qualname__
     return cast("type[Market]", type(market_class.__name__, (BoundMarket, market_class), names))

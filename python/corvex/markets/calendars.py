@@ -11,7 +11,7 @@ import datetime
 import threading
 import warnings
 from functools import lru_cache
-from typing import Any, NamedTuple
+from typing import Any, NamedTuple, override
 
 import numpy as np
 import pandas as pd
@@ -72,24 +72,24 @@ class TradingCalendar(abc.ABC):
 
     @abc.abstractmethod
     def session_open(self, date: DateLike) -> pd.Timestamp:
-        """The opening of the session on `date`, aware. ValueError when it is not a session."""
+        """Return the opening of the session on `date`, aware; ValueError when there is none."""
 
     @abc.abstractmethod
     def session_close(self, date: DateLike) -> pd.Timestamp:
-        """The close of the session on `date`, aware. ValueError when it is not a session."""
+        """Return the close of the session on `date`, aware; ValueError when there is none."""
 
     def last_session(self, date: DateLike) -> pd.Timestamp:
-        """The session on `date`, or the last one before it."""
+        """Return the session on `date`, or the last one before it."""
         day = _day(date)
         return self._edge(self.sessions(day - _LONGEST_CLOSURE, day), -1, "before", day)
 
     def next_session(self, date: DateLike) -> pd.Timestamp:
-        """The first session after `date`."""
+        """Return the first session after `date`."""
         day = _day(date)
         return self._edge(self.sessions(day + _DAY, day + _LONGEST_CLOSURE), 0, "after", day)
 
     def previous_session(self, date: DateLike) -> pd.Timestamp:
-        """The last session before `date`."""
+        """Return the last session before `date`."""
         return self.last_session(_day(date) - _DAY)
 
     @staticmethod
@@ -103,15 +103,19 @@ class AlwaysOpenCalendar(TradingCalendar):
     """Every day is a session, from midnight to the next midnight UTC."""
 
     @property
+    @override
     def tz(self) -> str:
         return "UTC"
 
+    @override
     def sessions(self, start: DateLike, end: DateLike) -> pd.DatetimeIndex:
         return pd.date_range(_day(start), _day(end), freq="D", unit="ns")
 
+    @override
     def session_open(self, date: DateLike) -> pd.Timestamp:
         return _day(date).tz_localize("UTC")
 
+    @override
     def session_close(self, date: DateLike) -> pd.Timestamp:
         return (_day(date) + _DAY).tz_localize("UTC")
 
@@ -156,11 +160,13 @@ class ExchangeCalendar(TradingCalendar):
         return f"ExchangeCalendar({self.code!r})"
 
     @property
+    @override
     def tz(self) -> str:
         today = pd.Timestamp.now()
         opened = _opened.get((self.code, self.closed_days))
         return (opened or self._cover(today, today)).tz
 
+    @override
     def sessions(self, start: DateLike, end: DateLike) -> pd.DatetimeIndex:
         first, last = _day(start), _day(end)
         if last < first:
@@ -168,10 +174,12 @@ class ExchangeCalendar(TradingCalendar):
         known = self._cover(first, last).sessions
         return known[known.searchsorted(first) : known.searchsorted(last, side="right")]
 
+    @override
     def session_open(self, date: DateLike) -> pd.Timestamp:
         opened, at = self._locate(date)
         return pd.Timestamp(opened.opens[at])
 
+    @override
     def session_close(self, date: DateLike) -> pd.Timestamp:
         opened, at = self._locate(date)
         return pd.Timestamp(opened.closes[at])
@@ -185,7 +193,7 @@ class ExchangeCalendar(TradingCalendar):
         return opened, at
 
     def _cover(self, first: pd.Timestamp, last: pd.Timestamp) -> _Opened:
-        """The opened calendar, widened where it does not reach."""
+        """Return the opened calendar, widened where it does not reach."""
         key = (self.code, self.closed_days)
         opened = _opened.get(key)
         if opened is not None and opened.first <= first and last <= opened.last:
@@ -195,22 +203,22 @@ class ExchangeCalendar(TradingCalendar):
             opened = _opened.get(key)
             if opened is not None:
                 start, end = min(start, opened.first), max(end, opened.last)
-            fresh = _open(self.code, start, end, first, last, self.closed_days)
+            fresh = _open(self.code, (start, end), (first, last), self.closed_days)
             _opened[key] = fresh
         return fresh
 
 
 def _open(
     code: str,
-    start: pd.Timestamp,
-    end: pd.Timestamp,
-    first: pd.Timestamp,
-    last: pd.Timestamp,
+    span: tuple[pd.Timestamp, pd.Timestamp],
+    needed: tuple[pd.Timestamp, pd.Timestamp],
     closed_days: tuple[str, ...],
 ) -> _Opened:
-    import exchange_calendars
+    """Open a calendar for a span; where that is not recorded, for as much as is needed of it."""
+    import exchange_calendars  # type: ignore[import-untyped]
 
     # The package's own use of pandas may be about to be deprecated: not our users' business.
+    (start, end), (first, last) = span, needed
     with warnings.catch_warnings():
         warnings.simplefilter("ignore")
         try:
@@ -233,7 +241,7 @@ def _open(
 
 @lru_cache(maxsize=64)
 def _recorded_span(code: str) -> tuple[pd.Timestamp, pd.Timestamp]:
-    """The span that an exchange's holidays are recorded for; most have no bound."""
+    """Return the span that an exchange's holidays are recorded for; most have no bound."""
     import exchange_calendars
 
     factory = exchange_calendars.get_calendar(code)
@@ -249,7 +257,7 @@ def _take(
 ) -> _Opened:
     tz = str(found.tz)
     keep = ~found.sessions.isin(pd.DatetimeIndex(list(closed_days)))
-    sessions = pd.DatetimeIndex(found.sessions[keep], freq=None)
+    sessions = pd.DatetimeIndex(found.sessions[keep].to_numpy())
     opens = pd.DatetimeIndex(found.opens[keep]).tz_convert(tz)
     closes = pd.DatetimeIndex(found.closes[keep]).tz_convert(tz)
     return _Opened(first, last, sessions, opens, closes, tz)
@@ -265,9 +273,11 @@ class _FixedCalendar(ExchangeCalendar):
             self._all = _take(found, found.first_session, found.last_session)
 
     @property
+    @override
     def tz(self) -> str:
         return self._all.tz
 
+    @override
     def _cover(self, first: pd.Timestamp, last: pd.Timestamp) -> _Opened:
         if last < self._all.first or first > self._all.last:
             raise CalendarRangeError(

@@ -2,6 +2,8 @@
 
 from __future__ import annotations
 
+from typing import override
+
 from corvex.market import Market
 
 __all__ = ["CryptoMarket"]
@@ -17,5 +19,6 @@ class CryptoMarket(Market):
     fee_ratio = 0.001
     timezone = "UTC"
 
+    @override
     def get_name(self) -> str:
         return "crypto"

@@ -11,17 +11,17 @@ __all__ = ["asset_id", "empty_table", "mean_of_ohlc"]
 
 
 def empty_table() -> pd.DataFrame:
-    """A table without dates or assets."""
+    """Return a table without dates or assets."""
     return pd.DataFrame(index=pd.DatetimeIndex([]), dtype="float64")
 
 
 def asset_id(label: object) -> str:
-    """The id of an asset label: its text before the first blank."""
+    """Return the id of an asset label: its text before the first blank."""
     return str(label).split(" ", 1)[0]
 
 
 def mean_of_ohlc(fields: Mapping[str, pd.DataFrame]) -> pd.DataFrame:
-    """The mean of open, high, low and close; missing where any of the four is missing."""
+    """Return the mean of open, high, low and close; missing where any of the four is missing."""
     close = fields["close"]
     total = close.to_numpy(dtype="float64", copy=True)
     for field in ("open", "high", "low"):

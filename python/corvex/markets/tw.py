@@ -2,6 +2,8 @@
 
 from __future__ import annotations
 
+from typing import override
+
 from corvex.market import Market
 
 __all__ = ["TWMarket"]
@@ -20,5 +22,6 @@ class TWMarket(Market):
     timezone = "Asia/Taipei"
     closed_days = ("2024-10-31",)  # a typhoon
 
+    @override
     def get_name(self) -> str:
         return "tw_stock"

@@ -2,6 +2,8 @@
 
 from __future__ import annotations
 
+from typing import override
+
 import pandas as pd
 
 from corvex import data
@@ -24,13 +26,16 @@ class USMarket(Market):
     calendar_name = "XNYS"
     timezone = "America/New_York"
 
+    @override
     def get_name(self) -> str:
         return "us_stock"
 
+    @override
     def get_price(self, name: str, adj: bool = True) -> pd.DataFrame:
         table = super().get_price(name, adj)
         return data.get_frame(_SAMPLE_PRICES) if name == "close" and len(table) == 0 else table
 
+    @override
     def get_benchmark(self) -> pd.Series:
         benchmark = super().get_benchmark()
         own_prices = data.exists("us_stock_close") or data.exists("us_stock_adj_close")
