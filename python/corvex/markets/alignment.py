@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import datetime
 
+import numpy as np
 import pandas as pd
 
 __all__ = ["align_benchmark", "session_dates"]
@@ -48,8 +49,9 @@ def align_benchmark(benchmark: pd.Series, prices: pd.DatetimeIndex, tz: str) -> 
     index = pd.DatetimeIndex(values.index)
     dates = session_dates(index, tz)
     if dates.is_unique:
-        stamps = (dates + _day_shift(prices, tz)).tz_localize(
-            prices.tz, ambiguous=True, nonexistent="shift_forward"
+        shift = _day_shift(prices, tz)
+        stamps = (dates + shift if shift else dates).tz_localize(
+            prices.tz, ambiguous=np.ones(len(dates), dtype=bool), nonexistent="shift_forward"
         )
     else:
         stamps = _same_moments(index, prices.tz, tz)

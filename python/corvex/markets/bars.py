@@ -53,12 +53,27 @@ def next_bar(market: Market, index: pd.DatetimeIndex) -> pd.Timestamp:
     if market.calendar_name is None:
         return last + gap
     first_time, last_time = _usual_times(local)
-    if (local[-1] - local[-1].normalize()) + gap <= last_time:
-        following = last + gap
-        close = market.market_close_at_timestamp(last)
-        if _moment(following, market.tz) <= close:
-            return following
+    following = local[-1] + gap
+    if last_time is None:
+        inside = _inside_session(market, first_time, following)
+    else:
+        inside = following - local[-1].normalize() <= last_time
+    if inside and _moment(following, market.tz) <= market.market_close_at_timestamp(last):
+        return last + gap
     return _at_time(market, last, first_time)
+
+
+def _inside_session(market: Market, first_time: pd.Timedelta, bar: pd.Timestamp) -> bool:
+    """Whether a session still has this bar, where no whole day shows when the last one is.
+
+    A table whose first bar is stamped at the opening stamps bars by their start: it has none at
+    the close.
+    """
+    close = market.market_close_at_timestamp(bar)
+    opening = market.session_open(close)
+    by_start = first_time == opening.tz_localize(None) - opening.tz_localize(None).normalize()
+    moment = _moment(bar, market.tz)
+    return bool(moment < close or (moment == close and not by_start))
 
 
 def _at_time(market: Market, last: pd.Timestamp, time: pd.Timedelta) -> pd.Timestamp:
@@ -77,10 +92,15 @@ def usual_gap(index: pd.DatetimeIndex) -> pd.Timedelta:
     return pd.Timedelta(int(np.median(np.diff(stamps))), unit="ns")
 
 
-def _usual_times(local: pd.DatetimeIndex) -> tuple[pd.Timedelta, pd.Timedelta]:
-    """Return the usual times of day of a session's first and last bar, the last day left out."""
+def _usual_times(local: pd.DatetimeIndex) -> tuple[pd.Timedelta, pd.Timedelta | None]:
+    """Return the usual times of day of a session's first and last bar.
+
+    The last day may not be whole and is left out; alone, it does not tell the last bar's time.
+    """
     days = local.normalize()
     times = pd.Series(local - days, index=days)
     by_day = times.groupby(level=0).agg(["first", "last"])
-    settled = by_day.iloc[:-1] if len(by_day) > 1 else by_day
+    if len(by_day) == 1:
+        return by_day["first"].iloc[0], None
+    settled = by_day.iloc[:-1]
     return settled["first"].mode().iloc[0], settled["last"].mode().iloc[-1]

@@ -1,0 +1,199 @@
+"""The data context, expiry and the readiness record."""
+
+from __future__ import annotations
+
+import asyncio
+import datetime
+import json
+import os
+import threading
+
+import numpy as np
+import pandas as pd
+import pytest
+
+from corvex import data
+from corvex.data.context import _default_context
+from corvex.data.readiness import readiness_record, snapshot_is_ready
+from corvex.markets import CryptoMarket, TWMarket, USMarket
+
+T = pd.Timestamp
+
+
+def _at(text: str):
+    return _default_context.override(now=T(text, tz="UTC").to_pydatetime())
+
+
+def _bound(market, index, at):
+    with _at(at):
+        return market.bound_to(pd.DataFrame({"A": np.ones(len(index))}, index))
+
+
+def test_override_is_undone_however_its_block_ends():
+    before = _default_context._loaded_datasets
+    names = set(before)
+
+    def failing_block():
+        with _default_context.override(_loaded_datasets=set(before)):
+            data.get("sp500")
+            with _default_context.override(_loaded_datasets={"inner"}):
+                assert _default_context._loaded_datasets == {"inner"}
+            assert _default_context._loaded_datasets == names | {"sp500"}
+            data.get("no such table")
+
+    with pytest.raises(data.UnknownTableError):
+        failing_block()
+    assert _default_context._loaded_datasets is before
+    assert before == names
+    with pytest.raises(TypeError, match=r"no setting 'loaded'; it has: _loaded_datasets"):
+        _default_context.override(loaded=set()).__enter__()
+
+
+def test_override_is_seen_by_its_own_thread_and_task_only():
+    seen = {}
+
+    async def task(name):
+        with _default_context.override(_loaded_datasets={name}):
+            await asyncio.sleep(0.01)
+            return _default_context._loaded_datasets
+
+    async def tasks():
+        return await asyncio.gather(task("a"), task("b"))
+
+    with _default_context.override(_loaded_datasets={"mine"}):
+        thread = threading.Thread(
+            target=lambda: seen.update(other=set(_default_context._loaded_datasets))
+        )
+        thread.start()
+        thread.join()
+        assert asyncio.run(tasks()) == [{"a"}, {"b"}]
+        assert _default_context._loaded_datasets == {"mine"}
+    assert "mine" not in seen["other"]
+
+
+def _days(last: str, freq: str = "B") -> pd.DatetimeIndex:
+    return pd.date_range(end=last, periods=5, freq=freq)
+
+
+@pytest.mark.parametrize(
+    ("market", "index", "bound_at", "expires_at"),
+    [
+        # Across the new-year break; and a row of a session that had not ended.
+        (TWMarket(), _days("2024-02-05"), "2024-02-05 06:00", "2024-02-15 05:30"),
+        (TWMarket(), _days("2024-02-05"), "2024-02-05 05:00", "2024-02-05 05:30"),
+        (USMarket(), _days("2023-11-22"), "2023-11-23 09:00", "2023-11-24 18:00"),
+        (CryptoMarket(), _days("2023-12-31", "D"), "2024-01-01 01:00", "2024-01-02 00:00"),
+        (USMarket(), _days("2024-01-31", "BME"), "2024-02-01 00:00", "2024-02-29 21:00"),
+        (  # the bar of 10:30 is finished at 11:00 when stamped by its start
+            USMarket(),
+            pd.date_range("2024-01-02 09:30", periods=2, freq="30min"),
+            "2024-01-02 15:31",
+            "2024-01-02 16:00",
+        ),
+    ],
+    ids=["holidays", "unfinished", "half-day", "always-open", "monthly", "intraday"],
+)
+def test_prices_are_tradable_until_newer_ones_should_exist(market, index, bound_at, expires_at):
+    bound = _bound(market, index, bound_at)
+    end = T(expires_at)
+
+    with _at(bound_at):
+        record = readiness_record(bound)
+    for seconds, fresh in ((-1, True), (0, False)):
+        with _at(str(end + pd.Timedelta(seconds=seconds))):
+            assert data.is_tradable(bound) is fresh
+            assert (data.suggested_tradable_time(bound) is None) is fresh
+            assert snapshot_is_ready(record) is fresh
+
+    assert record["reason"] == "fresh"
+    assert json.loads(json.dumps(record)) == record
+    assert record["tables"][0]["last_date"] == index[-1].isoformat()
+    assert datetime.datetime.fromisoformat(record["expires_at"]) == end.tz_localize("UTC")
+
+
+def test_the_suggested_time_is_the_last_close_that_came():
+    bound = _bound(USMarket(), pd.bdate_range("2023-11-13", "2023-11-17"), "2023-11-18")
+
+    for now, expected in (
+        ("2023-11-24 17:59", "2023-11-22 21:00"),
+        ("2023-11-24 18:00", "2023-11-24 18:00"),
+        ("2023-11-26 12:00", "2023-11-24 18:00"),
+    ):
+        with _at(now):
+            found = data.suggested_tradable_time(bound)
+        assert found == T(expected, tz="UTC")
+        assert found.tzinfo is datetime.UTC
+
+
+def test_expiry_follows_the_tables_read_and_their_markets(tmp_path):
+    def write(name, last, columns):
+        index = pd.bdate_range(end=last, periods=5)
+        pd.DataFrame(1.0, index, columns).to_csv(tmp_path / f"{name}.csv")
+
+    write("us_stock_close", "2024-07-02", ["AAPL"])
+    write("tw_stock_close", "2024-07-03", ["2330"])
+    write("factor", "2024-07-02", ["2330", "2317"])  # its labels are Taiwan's
+    (tmp_path / "tw_stock_industry.csv").write_text("id,industry\n2330,chips\n")
+    us, tw = USMarket(), TWMarket()
+    with (
+        _default_context.override(data_dir=tmp_path, _loaded_datasets=set()),
+        _at("2024-07-03 12:00"),
+    ):
+        for file in tmp_path.iterdir():
+            _touch(file, "2024-07-03 11:00")
+        assert data.next_data_expiry() is None
+        assert not data.is_tradable(us)
+        assert data.suggested_tradable_time(us) is None
+        assert readiness_record(us)["reason"] == "no_data"
+        us.get_price("close")
+        tw.get_price("close")
+        tw.get_industry()
+        assert data.next_data_expiry() == T("2024-07-03 17:00", tz="UTC")  # a half day
+        assert data.is_tradable(us)
+        assert data.is_tradable(tw)
+        data.get("factor")
+        assert data.next_data_expiry() == T("2024-07-03 05:30", tz="UTC")
+        assert data.next_future_expiry() == T("2024-07-03 17:00", tz="UTC")
+        assert not data.is_tradable(tw)
+        assert data.is_tradable(us)
+        record = readiness_record(tw)
+        assert record["reason"] == "stale"
+        assert [(t["name"], t["fresh"]) for t in record["tables"]] == [
+            ("factor", False),
+            ("tw_stock_close", True),
+        ]
+        # A file written anew does not refresh what was computed from the old one.
+        write("factor", "2024-07-03", ["2330", "2317"])
+        assert not data.is_tradable(tw)
+        data.get("factor")
+        assert data.is_tradable(tw)
+
+
+def _touch(path, moment):
+    seconds = T(moment, tz="UTC").timestamp()
+    os.utime(path, (seconds, seconds))
+
+
+@pytest.mark.parametrize(
+    ("record", "ready"),
+    [
+        (None, False),
+        ({}, False),
+        ({"reason": "fresh"}, False),
+        ({"reason": "fresh", "expires_at": "2024-01-02T00:00:01+00:00"}, True),
+        ({"reason": "stale", "expires_at": "2024-01-02T00:00:00+00:00"}, False),
+        ({"reason": "historical_backtest", "expires_at": "2999-01-01T00:00:00+00:00"}, False),
+    ],
+)
+def test_a_snapshot_is_ready_while_its_record_says_so(record, ready):
+    assert snapshot_is_ready(record, now=T("2024-01-02", tz="UTC").to_pydatetime()) is ready
+
+
+def test_a_run_with_an_end_is_historical_whatever_its_data():
+    bound = _bound(CryptoMarket(), pd.date_range("2023-12-29", "2023-12-31"), "2024-01-01 01:00")
+
+    with _at("2024-01-01 02:00"):
+        record = readiness_record(bound, historical=True)
+
+    assert record["reason"] == "historical_backtest"
+    assert not snapshot_is_ready(record, now=T("2024-01-01 03:00", tz="UTC"))

@@ -1,0 +1,139 @@
+"""The built-in samples and named tables of a folder."""
+
+from __future__ import annotations
+
+import os
+import re
+from pathlib import Path
+
+import numpy as np
+import pandas as pd
+import pytest
+
+import corvex
+from corvex import data
+from corvex.data.context import _default_context
+
+SAMPLES = Path(corvex.__file__).parent / "sample"
+
+
+def test_stock_and_index_samples_are_whole():
+    stocks, index = data.sample("us_stocks"), data.get("sp500")
+
+    assert stocks.shape == (8313, 20)
+    assert (stocks.index[0], stocks.index[-1]) == (pd.Timestamp("1990-01-02"), stocks.index.max())
+    assert index.name == "SP500"
+    assert index.index.equals(stocks.index)
+    for table in (stocks, index.to_frame()):
+        assert table.index.is_monotonic_increasing
+        assert table.index.is_unique
+        assert table.index.tz is None
+        assert np.isfinite(table.to_numpy()).all()
+        assert (table > 0).all(axis=None)
+    stocks.iloc[0, 0] = -1.0
+    assert data.sample("us_stocks").iloc[0, 0] == 0.264  # a caller's change stays the caller's
+
+
+def test_splits_are_scaled_out_of_the_ohlcv_sample():
+    adjusted, quoted = data.sample("us_stocks_ohlcv"), data.sample("us_stocks_ohlcv", adj=False)
+
+    assert list(adjusted) == ["open", "high", "low", "close", "volume"]
+    for symbol, split in (("AAPL", "2000-06-21"), ("AAPL", "2005-02-28"), ("MSFT", "2003-02-18")):
+        raw = quoted["close"][symbol].pct_change()[split]
+        scaled = adjusted["close"][symbol].pct_change()[split]
+        assert raw < -0.4
+        assert abs(scaled) < 0.12
+    assert adjusted["close"]["AAPL"].pct_change()["2000-09-29"] < -0.5  # a real fall stays
+    for fields in (adjusted, quoted):
+        close = fields["close"]
+        slack = 1 + 1e-12
+        for inner in (fields["open"], close):
+            assert ((inner <= fields["high"] * slack) | close.isna()).all(axis=None)
+            assert ((inner * slack >= fields["low"]) | close.isna()).all(axis=None)
+    traded = [fields["close"] * fields["volume"] for fields in (adjusted, quoted)]
+    pd.testing.assert_frame_equal(*traded)
+    assert quoted["close"].count().to_dict() == {
+        "AAPL": 3270, "FB": 196, "GOOG": 2148, "IBM": 3270, "MSFT": 3270
+    }  # fmt: skip
+
+
+def test_samples_are_small_and_say_what_they_are():
+    readme = (SAMPLES / "README.md").read_text(encoding="utf-8")
+    files = [path for path in SAMPLES.rglob("*") if path.is_file()]
+
+    assert sum(path.stat().st_size for path in files) < 1.5e6
+    assert "for examples and tests, not for investment" in readme
+    assert {path.name for path in SAMPLES.glob("*.csv.gz")} == set(
+        re.findall(r"^\| `(\w+\.csv\.gz)`", readme, re.MULTILINE)
+    )
+    for licence in re.findall(r"`(licences/\S+)`", readme):
+        assert (SAMPLES / licence).is_file()
+
+
+@pytest.fixture
+def folder(tmp_path):
+    with _default_context.override(data_dir=tmp_path, _loaded_datasets=set()):
+        yield tmp_path
+
+
+@pytest.mark.parametrize(
+    ("text", "first"),
+    [
+        ("date,0050\n2024-01-03,2\n2024-01-02,1\n", "2024-01-02"),
+        ("\ufeffdate,0050\n2024/1/2,1\n2024/1/3,2\n", "2024-01-02"),
+        ("d,0050\n20240102,1\n20240103,2\n", "2024-01-02"),
+        ("d,0050\n2024-01-02 09:00:00,1\n2024-01-02 09:05:00,2\n", "2024-01-02 09:00"),
+        ("d,0050\n2024-01-02T09:00:00+08:00,1\n2024-01-02T09:05:00+08:00,2\n", "2024-01-02 01:00Z"),
+        ("d,0050\n2024-03-08T16:00-05:00,1\n2024-03-11T16:00-04:00,2\n", "2024-03-08 21:00Z"),
+    ],
+    ids=["unsorted", "slashes-and-bom", "compact", "intraday", "offset", "two-offsets"],
+)
+def test_csv_dates_are_read_in_the_usual_forms(folder, text, first):
+    (folder / "mine.csv").write_text(text, encoding="utf-8")
+
+    table = data.get("mine")
+
+    assert table.index[0] == pd.Timestamp(first)
+    assert table["0050"].tolist() == [1, 2]
+
+
+def test_parquet_and_csv_give_the_same_table_and_a_changed_file_is_read_again(folder):
+    wide = data.sample("us_stocks").iloc[:50, :3]
+    wide.to_csv(folder / "plain.csv.gz")
+    wide.to_parquet(folder / "indexed.parquet")
+    wide.reset_index().to_parquet(folder / "column.parquet")
+
+    for name in ("plain", "indexed", "column"):
+        pd.testing.assert_frame_equal(
+            data.get(name), wide, check_freq=False, check_index_type=False
+        )
+    assert _default_context._loaded_datasets == {"plain", "indexed", "column"}
+    assert data.available()[:3] == ["column", "indexed", "plain"]
+    wide.iloc[:7].to_csv(folder / "plain.csv.gz")
+    assert len(data.get("plain")) == 7
+
+
+def test_the_folder_comes_from_the_environment_and_goes_before_the_samples(tmp_path, monkeypatch):
+    (tmp_path / "sp500.csv").write_text("date,mine\n2024-01-02,1\n")
+    monkeypatch.setenv("CORVEX_DATA_DIR", str(tmp_path))
+    assert list(data.get_frame("sp500").columns) == ["mine"]
+    monkeypatch.setenv("CORVEX_DATA_DIR", str(tmp_path / "gone"))
+    with pytest.raises(ValueError, match=r"data folder does not exist: .*gone"):
+        data.get("sp500")
+
+
+def test_wrong_names_and_files_are_explained(folder):
+    (folder / "us_stock_close.csv").write_text("date,A\n2024-01-02,1\n2024-01-02,2\n")
+    (folder / "broken.parquet").write_bytes(b"no table")
+
+    with pytest.raises(data.UnknownTableError, match=r"'us_stock_clsoe'; near: us_stock_close"):
+        data.get("us_stock_clsoe")
+    with pytest.raises(data.UnknownTableError, match="no sample named 'us_stock_close'"):
+        data.sample("us_stock_close")
+    with pytest.raises(ValueError, match="the date 2024-01-02 00:00:00 twice"):
+        data.get("us_stock_close")
+    with pytest.raises(ValueError, match=r"broken\.parquet is not a readable table"):
+        data.get("broken")
+    outside = f"..{os.sep}{folder.name}{os.sep}us_stock_close"
+    assert not data.exists(outside)
+    assert not data.exists("")

@@ -1,0 +1,178 @@
+"""Sessions, closes and bars of the markets."""
+
+from __future__ import annotations
+
+import warnings
+
+import exchange_calendars
+import pandas as pd
+import pytest
+from hypothesis import given, settings
+from hypothesis import strategies as st
+
+from corvex.markets import CryptoMarket, TWMarket, USMarket, calendars
+from corvex.markets.calendars import CalendarRangeError, ExchangeCalendar, as_calendar
+
+T = pd.Timestamp
+NEW_YORK = "America/New_York"
+
+
+@pytest.mark.parametrize(
+    ("market", "date", "close"),
+    [
+        (USMarket(), "2023-11-24", "2023-11-24 18:00"),  # half day
+        (USMarket(), "2023-11-23", "2023-11-22 21:00"),  # holiday
+        (USMarket(), "2022-01-02", "2021-12-31 21:00"),  # across the year's end
+        (USMarket(), "2024-07-05", "2024-07-05 20:00"),  # summer time
+        (USMarket(), T("2024-01-03 02:00", tz="Asia/Taipei"), "2024-01-02 21:00"),
+        (USMarket(), T("2024-01-03 02:00"), "2024-01-03 21:00"),
+        (USMarket(), T("2024-01-03 04:59", tz="UTC"), "2024-01-02 21:00"),
+        (TWMarket(), "2024-02-14", "2024-02-05 05:30"),  # new-year break
+        (TWMarket(), T("2024-02-14 16:30", tz="UTC"), "2024-02-15 05:30"),
+        (TWMarket(), "2024-10-31", "2024-10-30 05:30"),  # typhoon
+        (CryptoMarket(), "2023-12-31", "2024-01-01 00:00"),
+        (CryptoMarket(), T("2024-01-01 20:00", tz=NEW_YORK), "2024-01-03 00:00"),
+    ],
+)
+def test_close_is_that_of_the_last_session_on_the_local_date(market, date, close):
+    found = market.market_close_at_timestamp(date)
+
+    assert found == T(close, tz="UTC")
+    assert str(found.tz) == market.timezone
+
+
+@pytest.mark.parametrize("value", [None, pd.NaT, "soon", float("nan")])
+def test_close_of_no_date_is_refused(value):
+    with pytest.raises(ValueError, match="date"):
+        TWMarket().market_close_at_timestamp(value)
+
+
+@settings(max_examples=12, deadline=None)
+@given(st.lists(st.dates(T("1995-01-05").date(), T("2027-06-30").date()), min_size=1, max_size=3))
+def test_a_calendar_widened_in_any_order_answers_as_one_opened_whole(dates):
+    calendars._opened.clear()
+    market = USMarket()
+    for date in dates:
+        day = T(date)
+        whole = _whole_calendar()
+        later = whole[whole > day][0]
+        earlier = whole[whole < day][-1]
+
+        assert market.next_session(day) == later
+        assert market.previous_session(day) == earlier
+        assert list(market.sessions(earlier, later)) == list(
+            whole[(whole >= earlier) & (whole <= later)]
+        )
+        assert market.market_close_at_timestamp(day).date() == whole[whole <= day][-1].date()
+
+
+def _whole_calendar(_cache={}):  # noqa: B006 - opened once for all examples
+    if not _cache:
+        with warnings.catch_warnings():
+            warnings.simplefilter("ignore")
+            opened = exchange_calendars.get_calendar("XNYS", start="1994-12-01", end="2028-01-31")
+        _cache["sessions"] = pd.DatetimeIndex(opened.sessions)
+    return _cache["sessions"]
+
+
+def test_the_answer_of_next_session_has_the_form_of_the_question():
+    taipei = TWMarket()
+
+    assert taipei.next_session("2024-02-05") == T("2024-02-15")
+    # Taipei's midnights written in UTC stand on the day before.
+    assert taipei.next_session(T("2024-02-04 16:00", tz="UTC")) == T("2024-02-14 16:00", tz="UTC")
+    assert taipei.previous_session(T("2024-02-15", tz="Asia/Taipei")) == T(
+        "2024-02-05", tz="Asia/Taipei"
+    )
+
+
+def test_years_that_no_exchange_recorded_are_named():
+    shanghai = ExchangeCalendar("XSHG")
+    with warnings.catch_warnings():
+        warnings.simplefilter("ignore")
+        last = exchange_calendars.get_calendar("XSHG").bound_max()
+
+    assert shanghai.last_session(last) <= last
+    with pytest.raises(CalendarRangeError, match=f"{last.year}-12-31"):
+        shanghai.session_close(T(last.year + 5, 3, 1))
+    with pytest.raises(ValueError, match="no trading calendar 'NOPE'"):
+        ExchangeCalendar("NOPE").sessions("2024-01-01", "2024-01-31")
+
+
+def test_a_calendar_is_taken_in_every_accepted_form():
+    with warnings.catch_warnings():
+        warnings.simplefilter("ignore")
+        opened = exchange_calendars.get_calendar("XTAI", start="2024-01-02", end="2024-12-31")
+
+    for form in (opened, "XTAI", ExchangeCalendar("XTAI")):
+        assert as_calendar(form).next_session("2024-02-05") == T("2024-02-15")
+    with pytest.raises(CalendarRangeError, match="2024-12-31"):
+        as_calendar(opened).session_close("2025-02-05")
+    with pytest.raises(TypeError, match="calendar must be"):
+        as_calendar(3)
+
+
+def _bars(*days: str, start: str, end: str, freq: str, tz: str | None = None) -> pd.DatetimeIndex:
+    parts = [pd.date_range(f"{day} {start}", f"{day} {end}", freq=freq, tz=tz) for day in days]
+    return parts[0].append(parts[1:])
+
+
+@pytest.mark.parametrize(
+    ("market", "index", "expected"),
+    [
+        (TWMarket(), pd.DatetimeIndex(["2024-02-02", "2024-02-05"]), T("2024-02-15")),
+        (
+            USMarket(),
+            pd.DatetimeIndex(["2024-03-07 16:00", "2024-03-08 16:00"]).tz_localize(NEW_YORK),
+            T("2024-03-11 16:00", tz=NEW_YORK),  # the clocks went forward in between
+        ),
+        (
+            USMarket(),
+            _bars("2024-07-01", "2024-07-02", start="09:30", end="16:00", freq="30min")[:-3],
+            T("2024-07-02 15:00"),
+        ),
+        (
+            USMarket(),
+            _bars("2024-07-01", "2024-07-02", start="09:30", end="16:00", freq="30min"),
+            T("2024-07-03 09:30"),
+        ),
+        (  # one day alone, stamped by the bars' start: none at the close
+            USMarket(),
+            _bars("2024-07-01", start="09:30", end="15:30", freq="30min", tz="America/New_York"),
+            T("2024-07-02 09:30", tz=NEW_YORK),
+        ),
+        (  # one day alone, stamped by the bars' end
+            USMarket(),
+            _bars("2024-07-01", start="10:00", end="15:30", freq="30min"),
+            T("2024-07-01 16:00"),
+        ),
+        (  # a half day ends at 13:00
+            USMarket(),
+            _bars("2024-07-01", "2024-07-02", start="09:30", end="16:00", freq="30min").append(
+                _bars("2024-07-03", start="09:30", end="13:00", freq="30min")
+            ),
+            T("2024-07-05 09:30"),
+        ),
+        (
+            CryptoMarket(),
+            pd.date_range("2023-12-31", periods=24, freq="h", tz="UTC"),
+            T("2024-01-01", tz="UTC"),
+        ),
+    ],
+    ids=[
+        "daily",
+        "daily-zoned",
+        "within-day",
+        "day-end",
+        "starts",
+        "ends",
+        "half-day",
+        "always-open",
+    ],
+)
+def test_next_bar(market, index, expected):
+    for unit in ("ns", "s"):
+        found = market.next_bar(index.as_unit(unit))
+
+        assert found == expected
+        assert (found.tzinfo is None) == (index.tz is None)
