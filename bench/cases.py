@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 from collections.abc import Callable
-from dataclasses import dataclass, field
+from dataclasses import dataclass
 from pathlib import Path
 
 import numpy as np
@@ -21,6 +21,7 @@ class Goal:
     ours: str
     peer: str
     factor: float
+    variant: str = ""  # the start of the variants that it is meant for
 
 
 @dataclass(frozen=True)
@@ -30,12 +31,10 @@ class Case:
     name: str
     title: str
     contestants: tuple[str, ...]
-    prepare: Callable[[Path], None]
+    prepare: Callable[[Path, str], None]
     columns: tuple[str, ...] = ()
     goals: tuple[Goal, ...] = ()
-    variants: tuple[str, ...] = field(default=("",))
-    # Slow contestants that sit out some variants: (contestant, variant).
-    absent: frozenset[tuple[str, str]] = frozenset()
+    variants: tuple[str, ...] = ("",)
 
 
 def business_days(count: int) -> np.ndarray:
@@ -43,13 +42,13 @@ def business_days(count: int) -> np.ndarray:
     return days[np.is_busday(days)][:count].astype("M8[ns]").astype(np.int64)
 
 
-def daily_series(data: Path) -> None:
+def daily_series(data: Path, _variant: str) -> None:
     """Ten years of daily prices: a random walk of 16 % yearly volatility."""
     steps = np.random.default_rng(7).normal(0.0004, 0.01, 2520)
     np.savez(data, dates=business_days(2520), values=100.0 * np.exp(np.cumsum(steps)))
 
 
-def lookup_table(data: Path) -> None:
+def lookup_table(data: Path, _variant: str) -> None:
     """A table of ten years by 500 assets and 100,000 cells to read from it."""
     draw = np.random.default_rng(7)
     np.savez(
@@ -61,14 +60,44 @@ def lookup_table(data: Path) -> None:
     )
 
 
-def nothing(data: Path) -> None:
+def nothing(data: Path, _variant: str) -> None:
     np.savez(data)
+
+
+def portfolio(data: Path, variant: str) -> None:
+    """Prices of the variant's size, and target weights at each month's last session.
+
+    "all" holds every asset at weights that change each month, "best" the fifth with the highest
+    return over the last 126 sessions, in equal parts.
+    """
+    size, choice = variant.split()
+    assets, days = (int(part) for part in size.split("x"))
+    draw = np.random.default_rng(7)
+    steps = draw.normal(0.0003, 0.015, (days, assets))
+    prices = 100.0 * np.exp(np.cumsum(steps, axis=0))
+    dates = business_days(days)
+    months = dates.view("M8[ns]").astype("M8[M]")
+    # The last row is no signal: its fill would lie beyond the table.
+    signals = np.flatnonzero(months[1:] != months[:-1])
+    signals = signals[signals < days - 1]
+    if choice == "all":
+        weights = draw.uniform(0.5, 1.5, (len(signals), assets))
+    else:
+        signals = signals[signals >= 126]
+        momentum = prices[signals] / prices[signals - 126]
+        weights = (momentum >= np.quantile(momentum, 0.8, axis=1, keepdims=True)).astype(float)
+    weights /= weights.sum(axis=1, keepdims=True)
+    np.savez(data, dates=dates, prices=prices, signals=signals, weights=weights, fee=0.001)
 
 
 CALL = "calc_stats().stats.to_dict()"
 ENGINE = "the engine's call"
 KERNEL = "query_data_int64"
 IMPORT = "import corvex.core.report"
+BARE = "the engine's call, bare"
+FULL = "the engine's call, everything on"
+SIMULATE = "corvex.simulate"
+SMALL, MIDDLE, LARGE = "50x2520", "500x2520", "2000x5000"
 
 CASES = [
     Case(
@@ -101,5 +130,28 @@ CASES = [
         ("corvex", "ffn", "quantstats", "empyrical"),
         nothing,
         (IMPORT,),
+    ),
+    Case(
+        "simulate",
+        "monthly rebalance with fees, assets x dates",
+        ("corvex", "vectorbt", "bt"),
+        portfolio,
+        (BARE, FULL, SIMULATE),
+        (
+            Goal(BARE, "vectorbt", 200, LARGE),
+            Goal(BARE, "vectorbt", 20, SMALL),
+            Goal(SIMULATE, "vectorbt", 20, LARGE),
+            Goal(SIMULATE, "vectorbt", 1, SMALL),
+            Goal(BARE, "numpy.sum", 1 / 4),
+            Goal(FULL, "numpy.sum", 1 / 8),
+        ),
+        tuple(f"{size} {choice}" for size in (SMALL, MIDDLE, LARGE) for choice in ("all", "best")),
+    ),
+    Case(
+        "agree",
+        "the same portfolio without costs: the equity curves side by side",
+        ("corvex", "vectorbt", "bt"),
+        portfolio,
+        variants=("20x756 all", "20x756 best"),
     ),
 ]

@@ -30,14 +30,18 @@ def time_call(
     least: float = 0.02,
     budget: float = 20.0,
     warm: bool = True,
+    memory: bool = False,
 ) -> Entry:
     """Time `call`: best and median seconds of one call over several repeats.
 
     Short calls are looped until a repeat lasts `least` seconds. A repeat is not begun once
-    `budget` seconds are spent, so that a slow peer is timed once or twice only.
+    `budget` seconds are spent, so that a slow peer is timed once or twice only. With `memory` the
+    entry also tells how far resident memory rose, in mebibytes, from before the timed calls.
     """
     if warm:
         call()
+    gc.collect()
+    resident = reset_peak() if memory else 0
     loops = 1
     start = time.perf_counter()
     call()
@@ -46,7 +50,6 @@ def time_call(
         loops = max(1, round(least / max(first, 1e-9)))
     samples = [first] if loops == 1 else []
     begun = time.perf_counter() - first
-    gc.collect()
     gc.disable()
     try:
         while len(samples) < repeats and time.perf_counter() - begun < budget:
@@ -56,6 +59,14 @@ def time_call(
             samples.append((time.perf_counter() - start) / loops)
     finally:
         gc.enable()
+    entry = summary(label, samples)
+    if memory:
+        entry["peak"] = (_status("VmHWM") - resident) / 1024
+    return entry
+
+
+def summary(label: str, samples: list[float]) -> Entry:
+    """The entry of a contestant's call that took `samples` seconds."""
     return {
         "label": label,
         "best": min(samples),
@@ -64,14 +75,10 @@ def time_call(
     }
 
 
-def peak_memory(call: Callable[[], object]) -> float:
-    """Mebibytes by which the resident memory rises at its peak while `call` runs."""
-    gc.collect()
-    # Writing 5 sets the kernel's high-water mark back to what is resident now.
+def reset_peak() -> int:
+    """Set the kernel's high-water mark to what is resident now, and return that in kibibytes."""
     Path("/proc/self/clear_refs").write_text("5")
-    before = _status("VmRSS")
-    call()
-    return (_status("VmHWM") - before) / 1024
+    return _status("VmRSS")
 
 
 def _status(field: str) -> int:
@@ -98,13 +105,7 @@ def time_import(label: str, module: str, *, repeats: int = 7) -> Entry:
         )
         samples.append(float(out.stdout.split()[-1]))
     # The first run may have written byte code and filled the page cache.
-    samples = samples[1:]
-    return {
-        "label": label,
-        "best": min(samples),
-        "median": statistics.median(samples),
-        "repeats": len(samples),
-    }
+    return summary(label, samples[1:])
 
 
 def load(data: Path) -> dict[str, Any]:
@@ -120,8 +121,31 @@ def price_series(data: Path) -> Any:
     import pandas as pd
 
     arrays = load(data)
-    dates = pd.DatetimeIndex(arrays["dates"].view("M8[ns]"))
-    return pd.Series(arrays["values"], dates, name="strategy")
+    return pd.Series(arrays["values"], _dates(arrays), name="strategy")
+
+
+def price_table(arrays: dict[str, Any]) -> Any:
+    """The prices of the simulation case: a DataFrame dates x assets."""
+    import pandas as pd
+
+    assets = [f"A{i:04d}" for i in range(arrays["prices"].shape[1])]
+    return pd.DataFrame(arrays["prices"], _dates(arrays), assets, copy=False)
+
+
+def target_rows(arrays: dict[str, Any]) -> Any:
+    """The same target weights on the day of their fill, the row after the signal, NaN elsewhere."""
+    import numpy as np
+
+    table = price_table(arrays)
+    targets = np.full(table.shape, np.nan)
+    targets[arrays["signals"] + 1] = arrays["weights"]
+    return type(table)(targets, table.index, table.columns, copy=False)
+
+
+def _dates(arrays: dict[str, Any]) -> Any:
+    import pandas as pd
+
+    return pd.DatetimeIndex(arrays["dates"].view("M8[ns]"))
 
 
 def main(distribution: str, cases: Cases) -> None:

@@ -14,6 +14,8 @@ import sys
 from pathlib import Path
 from typing import Any
 
+import numpy as np
+
 import environments
 import machine
 from cases import CASES, Case, Goal
@@ -45,16 +47,13 @@ def run_contestant(name: str, case: str, data: Path) -> list[Row]:
 def run_case(case: Case, variant: str) -> list[Row]:
     folder = BUILD / "bench-data"
     folder.mkdir(parents=True, exist_ok=True)
-    data = folder / f"{case.name}{variant and '-' + variant}.npz"
-    case.prepare(data)
+    data = folder / f"{' '.join([case.name, variant]).strip().replace(' ', '-')}.npz"
+    case.prepare(data, variant)
     rows = []
-    for name in expected(case, variant):
+    for name in case.contestants:
         rows += run_contestant(name, case.name, data)
+    data.unlink()
     return rows
-
-
-def expected(case: Case, variant: str) -> list[str]:
-    return [name for name in case.contestants if (name, variant) not in case.absent]
 
 
 def seconds(value: float) -> str:
@@ -66,6 +65,22 @@ def seconds(value: float) -> str:
 
 def show(case: Case, variant: str, rows: list[Row]) -> None:
     print(f"\n{case.name}{variant and ' ' + variant}: {case.title}")
+    if "equity" in rows[0]:
+        show_agreement(rows)
+    else:
+        show_times(case, variant, rows)
+
+
+def show_agreement(rows: list[Row]) -> None:
+    """Print how far each equity curve is from the first, relative, at the worst date."""
+    first = np.array(rows[0]["equity"])
+    for row in rows:
+        equity = np.array(row["equity"])
+        distance = np.max(np.abs(equity / first - 1)) if len(equity) == len(first) else np.nan
+        print(f"  {_title(row)}: {len(equity)} days to {equity[-1]:.6f}, off by {distance:.1e}")
+
+
+def show_times(case: Case, variant: str, rows: list[Row]) -> None:
     heads = {r["label"]: r["best"] for r in rows if r["contestant"] == "corvex"}
     columns = [c for c in case.columns if c in heads]
     width = max(len(_title(r)) for r in rows)
@@ -79,7 +94,8 @@ def show(case: Case, variant: str, rows: list[Row]) -> None:
             line += f"  {row['peak']:>5.0f} MiB" if "peak" in row else " " * 11
         print(line + "".join(f"  {row['best'] / heads[c]:>19.3g}x" for c in columns))
     for goal in case.goals:
-        show_goal(goal, rows)
+        if variant.startswith(goal.variant):
+            show_goal(goal, rows)
 
 
 def _title(row: Row) -> str:
@@ -92,8 +108,11 @@ def show_goal(goal: Goal, rows: list[Row]) -> None:
     if ours and peer:
         ratio = peer[0] / ours[0]
         state = "reached" if ratio >= goal.factor else "MISSED"
-        print(f"  goal: {goal.ours} {goal.factor:g} times faster than {goal.peer}: ", end="")
-        print(f"{state} ({ratio:.3g})")
+        if goal.factor < 1:
+            wish, got = f"at most {1 / goal.factor:g} times {goal.peer}", 1 / ratio
+        else:
+            wish, got = f"at least {goal.factor:g} times faster than {goal.peer}", ratio
+        print(f"  goal: {goal.ours} {wish}: {state} ({got:.3g})")
 
 
 def main() -> None:
@@ -111,7 +130,7 @@ def main() -> None:
             rows = run_case(case, variant)
             if rows:
                 show(case, variant, rows)
-            failed |= {r["contestant"] for r in rows} != set(expected(case, variant))
+            failed |= {r["contestant"] for r in rows} != set(case.contestants)
             results.append({"case": case.name, "variant": variant, "rows": rows})
     target = BUILD / "bench.json"
     partial = target.with_suffix(".part")

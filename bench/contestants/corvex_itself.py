@@ -9,13 +9,26 @@ from common import Entry, load, main, price_series, time_call, time_import
 
 def statistics(data: Path) -> list[Entry]:
     import corvex.ffn_core  # noqa: F401 - adds its methods to pandas
+    from corvex import _engine
 
     prices = price_series(data)
+    values = prices.to_numpy()
+    times = load(data)["dates"]
 
     def record() -> object:
         return prices.calc_stats().stats.to_dict()
 
-    return [time_call("calc_stats().stats.to_dict()", record)]
+    return [
+        time_call("calc_stats().stats.to_dict()", record),
+        time_call("the engine's call", lambda: _engine.performance_record(values, times)),
+    ]
+
+
+def drawdowns(data: Path) -> list[Entry]:
+    from corvex import _engine
+
+    values = load(data)["values"]
+    return [time_call("the engine's call", lambda: _engine.largest_drawdowns(values, 10))]
 
 
 def lookup(data: Path) -> list[Entry]:
@@ -46,4 +59,7 @@ def imports(_data: Path) -> list[Entry]:
     return [time_import("import corvex.core.report", "corvex.core.report")]
 
 
-main("corvex", {"statistics": statistics, "lookup": lookup, "import": imports})
+main(
+    "corvex",
+    {"statistics": statistics, "drawdowns": drawdowns, "lookup": lookup, "import": imports},
+)
