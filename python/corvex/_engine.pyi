@@ -1,16 +1,44 @@
-"""Kernels of the corvex engine: arrays in, arrays out."""
+"""Kernels of the corvex engine: arrays in, arrays out.
+
+Times are int64 nanoseconds of the local wall clock, values float64 with NaN for missing ones.
+Every function releases the GIL while it computes.
+"""
 
 from typing import Literal, TypedDict
 
 import numpy as np
-from numpy.typing import NDArray
+import numpy.typing as npt
 
-type FloatArray = NDArray[np.float64]
-type IntArray = NDArray[np.int64]
+_Floats = npt.NDArray[np.float64]
+_Ints = npt.NDArray[np.int64]
+
+# series
+def first_unordered(times: _Ints) -> int: ...
+def infer_convention(times: _Ints) -> tuple[str, int, bool]: ...
+def month_end_rows(times: _Ints) -> _Ints: ...
+def year_end_rows(times: _Ints) -> _Ints: ...
+def day_end_rows(times: _Ints) -> _Ints: ...
+def rebase(values: _Floats, base: float) -> _Floats: ...
+
+# statistics
+FIGURE_NAMES: tuple[str, ...]
+
+def performance_record(
+    values: _Floats, times: _Ints, riskfree_rate: float = 0.0, periods_per_year: int = 0
+) -> tuple[list[float], int, int, int, str, int, bool]: ...
+def return_table(values: _Floats, times: _Ints) -> tuple[_Ints, _Floats]: ...
+def period_figures(
+    returns: _Floats, riskfree_rate: float, periods_per_year: float
+) -> tuple[float, float, float, float, float, float, float, float]: ...
+
+# drawdown
+def drawdown_curve(values: _Floats) -> _Floats: ...
+def drawdown_episodes(values: _Floats) -> tuple[_Ints, _Floats]: ...
+def largest_drawdowns(values: _Floats, count: int) -> tuple[_Ints, _Floats]: ...
 
 # --- calendar -----------------------------------------------------------------------------------
 
-def period_last_sessions(sessions: IntArray, rule: str) -> IntArray:
+def period_last_sessions(sessions: _Ints, rule: str) -> _Ints:
     """Rows of the last session of each period.
 
     Parameters
@@ -34,74 +62,74 @@ def period_last_sessions(sessions: IntArray, rule: str) -> IntArray:
         For an unknown rule, or sessions that are not strictly ascending.
     """
 
-def period_bounds(sessions: IntArray, rule: str) -> tuple[int, int]:
+def period_bounds(sessions: _Ints, rule: str) -> tuple[int, int]:
     """First nanosecond of the period that holds the last session, and of the period after it."""
 
-def rows_at_or_before(sessions: IntArray, dates: IntArray) -> IntArray:
+def rows_at_or_before(sessions: _Ints, dates: _Ints) -> _Ints:
     """For each date the last row at or before it, -1 where there is none."""
 
 # --- portfolio ----------------------------------------------------------------------------------
 
-def last_priced_sessions(prices: FloatArray) -> IntArray:
+def last_priced_sessions(prices: _Floats) -> _Ints:
     """For each asset the last row with a price, -1 for an asset without any."""
 
-def first_bad_price(prices: FloatArray) -> tuple[int, int] | None:
+def first_bad_price(prices: _Floats) -> tuple[int, int] | None:
     """Row and column of the first price that is zero, negative or infinite (NaN is allowed)."""
 
 class Trades(TypedDict):
     """Round trips, one entry each, sorted by `entry_rebalance`, then `asset`."""
 
-    asset: IntArray  # column of the price table
-    entry_rebalance: IntArray  # row of `target` whose signal opened it
-    exit_rebalance: IntArray  # row of `target` whose signal closed it, -1: none did
-    exit_signal_session: IntArray  # session of the exit's signal (stops, ends and ruin too), -1: none
-    entry_session: IntArray  # -1: not filled yet
-    exit_session: IntArray  # -1: not filled yet
-    entry_price: FloatArray  # quoted fill price, before slippage; NaN: not filled yet
-    exit_price: FloatArray  # quoted fill price, before slippage; NaN: not filled yet
-    weight: FloatArray  # entry target weight
-    exit_reason: IntArray  # 0 open, 1 rebalance, 2 stop loss, 3 take profit, 4 trailing stop,
+    asset: _Ints  # column of the price table
+    entry_rebalance: _Ints  # row of `target` whose signal opened it
+    exit_rebalance: _Ints  # row of `target` whose signal closed it, -1: none did
+    exit_signal_session: _Ints  # session of the exit's signal (stops, ends and ruin too), -1: none
+    entry_session: _Ints  # -1: not filled yet
+    exit_session: _Ints  # -1: not filled yet
+    entry_price: _Floats  # quoted fill price, before slippage; NaN: not filled yet
+    exit_price: _Floats  # quoted fill price, before slippage; NaN: not filled yet
+    weight: _Floats  # entry target weight
+    exit_reason: _Ints  # 0 open, 1 rebalance, 2 stop loss, 3 take profit, 4 trailing stop,
     #                        5 prices ended, 6 ruin; set as soon as the exit is signalled
     # `return` and the columns below: NaN while not filled; the excursions are zeros unless recorded
-    mae: FloatArray  # most adverse excursion, <= 0
-    mfe: FloatArray  # most favourable excursion, >= 0
-    mfe_before_mae: FloatArray  # the most favourable one up to the bar of the most adverse, >= 0
-    max_drawdown: FloatArray  # largest fall from the trade's own peak, <= 0
-    days_in_profit: FloatArray  # bars held above the entry fill price
-    period: FloatArray  # bars held
+    mae: _Floats  # most adverse excursion, <= 0
+    mfe: _Floats  # most favourable excursion, >= 0
+    mfe_before_mae: _Floats  # the most favourable one up to the bar of the most adverse, >= 0
+    max_drawdown: _Floats  # largest fall from the trade's own peak, <= 0
+    days_in_profit: _Floats  # bars held above the entry fill price
+    period: _Floats  # bars held
 
 class SimulationResult(TypedDict):
     """Everything that `simulate` hands over; `n` = sessions - first_session."""
 
-    equity: FloatArray  # (n,) at each close, 1.0 before the first fill; 0 from the ruin on
-    cash: FloatArray  # (n,)
-    fees: FloatArray  # (n,) paid in each session, in units of the initial equity
-    taxes: FloatArray  # (n,)
-    slippage: FloatArray  # (n,)
-    traded: FloatArray  # (n,) traded value, both sides, at quoted prices
-    position: FloatArray | None  # (n, assets) target weights in force after each close
+    equity: _Floats  # (n,) at each close, 1.0 before the first fill; 0 from the ruin on
+    cash: _Floats  # (n,)
+    fees: _Floats  # (n,) paid in each session, in units of the initial equity
+    taxes: _Floats  # (n,)
+    slippage: _Floats  # (n,)
+    traded: _Floats  # (n,) traded value, both sides, at quoted prices
+    position: _Floats | None  # (n, assets) target weights in force after each close
     trades: dict[str, NDArray[np.generic]] | None  # the keys of Trades and "return"
     ruin_session: int  # -1: none
     executed_rebalance: int  # row of `target` last filled, -1: none
     # the state after the last session, one entry per asset
-    weights_in_force: FloatArray  # as the last row of `position`
-    shares: FloatArray
-    out_reason: IntArray  # exit_reason of an asset closed between rebalances (filled), else 0
-    pending_reason: IntArray  # exit_reason of a stop that fired and waits for its fill, else 0
-    pending_session: IntArray  # session on which it fired, -1: none
-    waiting_rebalance: IntArray  # row of `target` of an order that waits for a price, -1: none
+    weights_in_force: _Floats  # as the last row of `position`
+    shares: _Floats
+    out_reason: _Ints  # exit_reason of an asset closed between rebalances (filled), else 0
+    pending_reason: _Ints  # exit_reason of a stop that fired and waits for its fill, else 0
+    pending_session: _Ints  # session on which it fired, -1: none
+    waiting_rebalance: _Ints  # row of `target` of an order that waits for a price, -1: none
 
 def simulate(
     *,
-    close: FloatArray,
-    target: FloatArray,
-    signal_session: IntArray,
+    close: _Floats,
+    target: _Floats,
+    signal_session: _Ints,
     first_session: int = 0,
     fill_at: Literal["close", "open", "other"] = "close",
-    fill: FloatArray | None = None,
-    open: FloatArray | None = None,
-    high: FloatArray | None = None,
-    low: FloatArray | None = None,
+    fill: _Floats | None = None,
+    open: _Floats | None = None,
+    high: _Floats | None = None,
+    low: _Floats | None = None,
     fee_ratio: float = 0.0,
     tax_ratio: float = 0.0,
     slippage_ratio: float = 0.0,
