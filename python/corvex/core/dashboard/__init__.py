@@ -1,0 +1,8 @@
+"""The report as a page, and the JSON form of the values it holds."""
+
+from __future__ import annotations
+
+from corvex.core.dashboard.page import generate_html
+from corvex.core.dashboard.serialize import default_serialize
+
+__all__ = ["default_serialize", "generate_html"]

@@ -1,0 +1,1 @@
+"""Documents of the cloud service's store over its public REST interface."""

@@ -1,0 +1,121 @@
+import inspect
+import math
+import pickle
+
+import empyrical
+import numpy as np
+import pandas as pd
+import pytest
+from core_doubles import DoubleMarket, DoubleReport, curve
+
+from corvex.core.metrics import Metrics
+
+FIGURES = [
+    name
+    for name, member in inspect.getmembers(Metrics, inspect.isfunction)
+    if not name.startswith("_")
+]
+
+
+def _trades(dates):
+    """Three closed trades and an open one; weights 0.5."""
+    return pd.DataFrame(
+        {
+            "symbol": ["A Alpha", "B", "A Alpha", "B"],
+            "entry_date": dates[[1, 1, 5, 9]],
+            "exit_date": [dates[4], dates[4], dates[8], pd.NaT],
+            "return": [0.10, -0.20, 0.0, 0.05],
+            "trade_price@entry_date": [10.0, 20.0, 10.0, 20.0],
+            "trade_price@exit_date": [11.0, 16.0, 10.0, np.nan],
+            "position": 0.5,
+            "mae": [-0.02, -0.25, -0.01, -0.9],
+        }
+    )
+
+
+def test_the_figures_are_complete_and_survive_a_bare_report():
+    metrics = Metrics(DoubleReport(curve(days=1)))
+    assert len(FIGURES) == 44
+    values = {name: getattr(metrics, name)() for name in FIGURES}
+    undefined = {name for name, value in values.items() if value != value}
+    assert {"alpha", "beta", "value_at_risk", "tail_ratio", "expectancy", "capacity"} <= undefined
+    assert values["win_rate"] == values["avg_n_stock"] == values["max_n_stock"] == 0
+    assert values["next_trading_date"] is None
+    assert values["current_rebalance_date"] is None
+    assert values["expired"] is False
+
+
+def test_risk_figures_agree_with_empyrical():
+    strategy, benchmark = curve(1), curve(2)
+    metrics = Metrics(DoubleReport(strategy, benchmark.iloc[10:]))
+    returns, factor = strategy.pct_change().dropna(), benchmark.iloc[10:].pct_change()
+    expected = {
+        "value_at_risk": empyrical.value_at_risk(returns),
+        "cvalue_at_risk": empyrical.conditional_value_at_risk(returns),
+        "tail_ratio": empyrical.tail_ratio(returns),
+        "alpha": empyrical.alpha(returns.reindex(factor.index), factor),
+        "beta": empyrical.beta(returns.reindex(factor.index), factor),
+    }
+    for name, value in expected.items():
+        assert getattr(metrics, name)() == pytest.approx(value, rel=1e-9), name
+
+
+def test_a_market_open_at_weekends_has_365_days():
+    strategy, benchmark = curve(1), curve(2)
+    on_weekdays = Metrics(DoubleReport(strategy, benchmark)).alpha()
+    every_day = pd.date_range("2022-01-01", periods=len(strategy))
+    daily = Metrics(DoubleReport(strategy.set_axis(every_day), benchmark.set_axis(every_day)))
+    assert daily.alpha() == pytest.approx((1 + on_weekdays) ** (365 / 252) - 1)
+
+
+def test_trade_figures_count_closed_trades_only():
+    values = curve()
+    metrics = Metrics(DoubleReport(values, trades=_trades(values.index)))
+    assert metrics.win_rate() == pytest.approx(1 / 3)
+    assert metrics.expectancy() == pytest.approx(-0.1 / 3)
+    assert metrics.profit_factor() == pytest.approx(0.5)
+    assert metrics.mae() == pytest.approx(-0.28 / 3)
+    assert math.isnan(metrics.mfe())
+
+
+def test_liquidity_figures_read_the_market_on_the_fill_dates():
+    values = curve()
+    dates = values.index
+    price = pd.DataFrame({"A": 10.0, "B": 20.0}, index=dates)
+    volume = pd.DataFrame({"A": 100.0, "B": 1000.0}, index=dates)
+    volume.loc[dates[5], "A"] = 10.0
+    warned = pd.DataFrame({"B": True}, index=dates[:3])
+    market = DoubleMarket(
+        {"close": price, "high": price, "low": price * 0.9, "volume": volume}, {"warning": warned}
+    )
+    metrics = Metrics(DoubleReport(values, trades=_trades(dates), market=market))
+    # Seven fills: A at 1000 traded (three times), A at 100, B at 20000 (three times).
+    limits = 0.05 * np.array([1000, 1000, 1000, 100, 20000, 20000, 20000]) / 0.5
+    assert metrics.capacity() == pytest.approx(np.quantile(limits, 0.1))
+    assert metrics.warning_stock_ratio() == pytest.approx(1 / 4)
+    assert math.isnan(metrics.disposal_stock_ratio())
+    assert metrics.buy_high() == 1.0
+    assert metrics.sell_low() == pytest.approx(1 / 3)  # only 16 is below the low of its day
+
+
+def test_dates_are_whole_epoch_seconds_whatever_their_form():
+    report = DoubleReport(curve().tz_localize("Asia/Taipei"))
+    report.next_trading_date = "1970-01-02"
+    report.live_performance_start = pd.Timestamp("1970-01-01 08:00", tz="Asia/Taipei")
+    metrics = Metrics(report)
+    assert metrics.start_date() == pd.Timestamp("2022-01-02 16:00", tz="UTC").timestamp()
+    assert (metrics.next_trading_date(), metrics.live_performance_start()) == (86400, 0)
+    assert metrics.expired() is True
+    report.next_trading_date = pd.Timestamp.now().normalize() + pd.Timedelta(days=2)
+    assert metrics.expired() is False
+
+
+def test_results_follow_a_changed_report_and_stay_out_of_the_pickle():
+    report = DoubleReport(curve(1), curve(2))
+    bare = len(pickle.dumps(report))
+    report.metrics = Metrics(report)
+    first = report.metrics.beta()
+    assert len(pickle.dumps(report)) < bare + 300
+    assert pickle.loads(pickle.dumps(report)).metrics.beta() == first
+    report.daily_benchmark = curve(3)
+    assert report.metrics.beta() != first

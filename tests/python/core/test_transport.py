@@ -1,0 +1,126 @@
+"""Pages, wire names and what the upload asks of its helpers."""
+
+import json
+import sys
+import types
+import xml.etree.ElementTree as ET
+
+import pandas as pd
+import pytest
+from core_doubles import DoubleReport, curve
+
+from corvex.core.dashboard import generate_html
+from corvex.core.trade_columns import to_wire_trades
+from corvex.core.upload import (
+    interpret_legacy_upload_response,
+    post_legacy_upload_pyodide_no_cors,
+    resolve_upload_name,
+)
+
+
+def test_the_page_is_well_formed_and_escapes_what_users_write():
+    report = DoubleReport(curve())
+    report.name = "</pre><script>alert(1)</script>\x00\ud800"
+    page = generate_html(report, title='"<b>')
+    root = ET.fromstring(page.removeprefix("<!DOCTYPE html>\n"))
+    assert root.find("head/title").text == root.find("body/main/h1").text == '"<b>'
+    assert (
+        "策略: </pre><script>alert(1)</script>\ufffd\ufffd <&>" in root.find("body/main/pre").text
+    )
+    page.encode("utf-8")
+    frame = ET.fromstring(generate_html(report, with_iframe=True))
+    assert frame.tag == "iframe"
+    assert frame.get("srcdoc") == generate_html(report)
+    assert "<title>Corvex Report</title>" in frame.get("srcdoc")
+
+
+def test_wire_trades_rename_without_losing_columns_or_dates():
+    trades = pd.DataFrame(
+        {
+            "symbol": ["A"],
+            "entry_date": pd.to_datetime(["1970-01-02"]).as_unit("s"),
+            "exit_date": pd.to_datetime([None]).tz_localize("UTC"),
+            "trade_price@entry_date": [1.5],
+            "pe_ratio@entry_sig_date": [2.0],
+            "RSI_14": [3.0],
+            "entryDate": [4.0],
+        }
+    )
+    before = trades.copy()
+    wire = to_wire_trades(trades)
+    pd.testing.assert_frame_equal(trades, before)
+    assert json.loads(wire.to_json(orient="records")) == [
+        {
+            "symbol": "A",
+            "entryDate": 86_400_000,
+            "exitDate": None,
+            "tradePrice@entryDate": 1.5,
+            "peRatio@entrySigDate": 2.0,
+            "RSI_14": 3.0,
+            "entryDate_2": 4.0,
+        }
+    ]
+    assert to_wire_trades(pd.DataFrame()).to_json(orient="records") == "[]"
+    assert list(to_wire_trades(trades.iloc[:0]).columns) == list(wire.columns)
+
+
+@pytest.mark.parametrize(
+    ("name", "forced", "expected"),
+    [
+        (" mine ", None, "mine"),
+        ("mine", "theirs", "theirs"),
+        ("mine", "  ", "mine"),
+        (None, None, "未命名"),
+        ("\t", "", "未命名"),
+    ],
+)
+def test_resolve_upload_name_is_never_empty(name, forced, expected):
+    environ = {} if forced is None else {"CORVEX_FORCED_STRATEGY_NAME": forced}
+    assert resolve_upload_name(name, environ) == expected
+
+
+def test_resolve_upload_name_refuses_other_types():
+    with pytest.raises(TypeError, match="must be text or None, got int"):
+        resolve_upload_name(3, {})
+
+
+@pytest.mark.parametrize(
+    ("status", "text", "message"),
+    [
+        (200, "ok", None),
+        (204, "", None),
+        (200, '{"status": "success", "error": null}', None),
+        (200, '{"status": "ERROR", "message": "no such user"}', "no such user"),
+        (200, '{"success": false}', "HTTP 200"),
+        (403, '{"error": {"code": 403, "message": "denied"}}', "denied"),
+        (502, "<html>\n bad  gateway</html>", "<html> bad gateway</html>"),
+        (500, "", "HTTP 500"),
+        (302, "[]", "[]"),
+        (500, "x" * 9999, "x" * 499 + "…"),
+    ],
+)
+def test_interpret_legacy_upload_response(status, text, message):
+    result = interpret_legacy_upload_response(status, text)
+    expected = {"status": "error", "message": message, "status_code": status}
+    assert result == (None if message is None else expected)
+
+
+def test_the_browser_post_sends_only_inside_a_browser(monkeypatch):
+    sent = []
+    js = types.SimpleNamespace(
+        fetch=lambda url, options: sent.append((url, options)),
+        Object=types.SimpleNamespace(fromEntries=dict),
+    )
+    ffi = types.SimpleNamespace(to_js=lambda value, dict_converter: dict_converter(value.items()))
+    monkeypatch.setitem(sys.modules, "js", js)
+    monkeypatch.setitem(sys.modules, "pyodide", types.ModuleType("pyodide"))
+    monkeypatch.setitem(sys.modules, "pyodide.ffi", ffi)
+    url, form = "https://host.example/write", {"data": "策略&", "collection": "strategies"}
+    assert not post_legacy_upload_pyodide_no_cors(url, form)
+    assert not sent
+    monkeypatch.setattr(sys, "platform", "emscripten")
+    assert post_legacy_upload_pyodide_no_cors(url, form)
+    [(address, options)] = sent
+    assert address == url
+    assert options["mode"] == "no-cors"
+    assert options["body"] == "data=%E7%AD%96%E7%95%A5%26&collection=strategies"
