@@ -87,12 +87,16 @@ def show_times(case: Case, variant: str, rows: list[Row]) -> None:
     memory = any("peak" in r for r in rows)
     line = f"  {'':{width}}  {'best':>9}  {'median':>9}"
     line += f"  {'peak':>9}" if memory else ""
-    print(line + "".join(f"  {'/ ' + c:>20}" for c in columns))
+    print(line + "".join(f"   / {c}" for c in columns))
     for row in rows:
         line = f"  {_title(row):{width}}  {seconds(row['best']):>9}  {seconds(row['median']):>9}"
         if memory:
             line += f"  {row['peak']:>5.0f} MiB" if "peak" in row else " " * 11
-        print(line + "".join(f"  {row['best'] / heads[c]:>19.3g}x" for c in columns))
+        print(line + "".join(f"  {row['best'] / heads[c]:>{len(c) + 3},.3g}" for c in columns))
+    for label, most in case.limits.items():
+        if label in heads:
+            state = "kept" if heads[label] <= most else "MISSED"
+            print(f"  limit: {label} at most {seconds(most)}: {state} ({seconds(heads[label])})")
     for goal in case.goals:
         if variant.startswith(goal.variant):
             show_goal(goal, rows)

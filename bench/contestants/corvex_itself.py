@@ -19,8 +19,8 @@ def statistics(data: Path) -> list[Entry]:
         return prices.calc_stats().stats.to_dict()
 
     return [
-        time_call("calc_stats().stats.to_dict()", record),
-        time_call("the engine's call", lambda: _engine.performance_record(values, times)),
+        time_call("to_dict()", record),
+        time_call("engine", lambda: _engine.performance_record(values, times)),
     ]
 
 
@@ -28,7 +28,7 @@ def drawdowns(data: Path) -> list[Entry]:
     from corvex import _engine
 
     values = load(data)["values"]
-    return [time_call("the engine's call", lambda: _engine.largest_drawdowns(values, 10))]
+    return [time_call("engine", lambda: _engine.largest_drawdowns(values, 10))]
 
 
 def lookup(data: Path) -> list[Entry]:

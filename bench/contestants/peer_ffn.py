@@ -15,7 +15,7 @@ def statistics(data: Path) -> list[Entry]:
     def record() -> object:
         return prices.calc_stats().stats.to_dict()
 
-    return [time_call("calc_stats().stats.to_dict()", record)]
+    return [time_call("to_dict()", record)]
 
 
 def drawdowns(data: Path) -> list[Entry]:
