@@ -44,7 +44,7 @@ class WithDict:
         (frozenset({"a", 1}), [1, "a"]),
         (WithDict(), {"weight": None, "when": "2024-01-02T03:04:00+00:00"}),
     ],
-    ids=str,
+    ids=lambda value: type(value).__name__,
 )
 def test_default_serialize_gives_strict_json(value, expected):
     plain = default_serialize(value)
