@@ -30,7 +30,7 @@ class Stats:
 
 
 def rebase(series, value=100):
-    return series / series.iloc[0] * value
+    return series / series.bfill().iloc[0] * value
 
 
 pd.Series.rebase = rebase

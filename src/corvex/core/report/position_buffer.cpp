@@ -32,7 +32,7 @@ constexpr std::array<std::pair<char, const char*>, 15> kElementNames{{
 std::string element_name(std::string_view format) {
     for (const auto& [code, name] : kElementNames) {
         if (format.size() == 1 && format.front() == code) {
-            return name;
+            return "'" + std::string(name) + "'";
         }
     }
     return "format '" + std::string(format) + "'";

@@ -1,0 +1,183 @@
+"""Compiled functions and classes behave as ones written in Python do."""
+
+import copy
+import functools
+import gc
+import inspect
+import pickle
+import weakref
+from unittest import mock
+
+import pytest
+
+
+def test_wrong_counts_are_told_as_the_interpreter_tells_them(module, make_report):
+    report = make_report()
+    cases = [
+        (lambda: module.Report(1), r"__init__\(\) takes exactly 8 positional arguments \(2 given\)"),
+        (lambda: module.safe_division(1), r"safe_division\(\) takes exactly 2 positional arguments \(1 given\)"),
+        (lambda: module.check_environment(1), r"check_environment\(\) takes exactly 0 positional arguments \(1 given\)"),
+        (lambda: report.get_trades(1), r"get_trades\(\) takes exactly 1 positional argument \(2 given\)"),
+        (lambda: report.to_text(1, 2), r"to_text\(\) takes at most 2 positional arguments \(3 given\)"),
+        (lambda: report.add_trade_info("x"), r"add_trade_info\(\) takes at least 3 positional arguments \(2 given\)"),
+        (lambda: module.ReportExecution(weights=None), r"__init__\(\) takes at least 11 positional arguments \(2 given\)"),
+        (lambda: report.to_text(title="x"), r"to_text\(\) got an unexpected keyword argument 'title'"),
+        (lambda: report.to_text("x", name="y"), r"to_text\(\) got multiple values for argument 'name'"),
+        (lambda: report.display_mae_mfe_analysis(1), r"takes exactly 1 positional argument \(2 given\)"),
+        (lambda: module.safe_division(**{1: 2}), "keywords must be strings"),
+    ]  # fmt: skip
+    for call, message in cases:
+        with pytest.raises(TypeError, match=message):
+            call()
+
+
+def test_arguments_bind_by_position_and_by_keyword(module):
+    # A name made at run time is not interned: it must be found by its text.
+    denominator = "".join(["d"])
+    assert module.safe_division(n=6, d=3) == 2
+    assert module.safe_division(6, **{denominator: 4}) == 1.5
+    assert module.Report.get_ndays_return.__defaults__ is None
+    assert module.Report.to_terminal.__defaults__ == (12, 80, True, True)
+
+
+def test_signatures_are_readable_unaided(module, make_report):
+    report = make_report()
+    assert str(inspect.signature(module.Report.to_terminal)) == (
+        "(self, height=12, width=80, show_benchmark=True, show_drawdown=True)"
+    )
+    assert str(inspect.signature(report.run_analysis)) == "(analysis, display=True, **kwargs)"
+    assert str(inspect.signature(module.Report.get_ndays_return)) == "(creturn, n)"
+    assert str(inspect.signature(module.Report.from_pickle)) == "(file_path)"
+    assert list(inspect.signature(module.ReportExecution).parameters)[-3:] == [
+        "total_weight",
+        "data_readiness",
+        "planned_rebalance_date",
+    ]
+    spec = inspect.getfullargspec(module.Report.add_trade_info)
+    assert spec.args == ["self", "name", "df", "date_col"]
+    assert spec.defaults == ("entry_sig_date",)
+    assert "Print the cumulative return" in inspect.getdoc(module.Report.to_terminal)
+    assert inspect.isroutine(module.Report.to_text)
+    assert inspect.ismethod(report.to_text)
+
+
+def test_function_attributes_are_those_of_a_python_function(module):
+    function = module.Report.to_text
+    assert (function.__name__, function.__qualname__) == ("to_text", "Report.to_text")
+    assert function.__module__ == module.__name__ == module.Report.__module__
+    assert function.__globals__ is vars(module)
+    assert module.daily_return.__name__ == module.calc_cagr.__name__ == "<lambda>"
+    assert repr(function).startswith("<function Report.to_text at 0x")
+    function.note = "kept"
+    try:
+        assert function.__dict__ == {"note": "kept"}
+    finally:
+        del function.note
+    with pytest.raises(TypeError, match="must be set to a str object"):
+        function.__name__ = 1
+    wrapped = functools.wraps(module.safe_division)(lambda n, d: None)
+    assert wrapped.__name__ == "safe_division"
+    assert weakref.ref(function)() is function
+    assert gc.is_tracked(function)
+    with pytest.raises(TypeError, match="cannot create"):
+        type(function)()
+
+
+def test_functions_methods_and_classes_pickle_by_name(module, make_report):
+    report = make_report()
+    for value in (
+        module.safe_division,
+        module.Report.to_text,
+        module.Report,
+        module.ReportExecution,
+    ):
+        assert pickle.loads(pickle.dumps(value)) is value
+        assert copy.copy(value) is copy.deepcopy(value) is value
+    bound = pickle.loads(pickle.dumps(report.to_text))
+    assert bound.__func__ is module.Report.to_text
+
+
+def test_classes_are_ordinary(module, make_report):
+    report = make_report()
+    assert type(module.Report) is type(module.ReportExecution) is type
+    assert module.Report.__mro__ == (module.Report, object)
+    assert hash(report) == object.__hash__(report)
+    assert weakref.ref(report)() is report
+    bare = module.Report.__new__(module.Report)
+    with pytest.raises(AttributeError, match="has no attribute 'creturn'"):
+        bare.to_terminal()
+    bare.anything = 1
+    shallow = copy.copy(report)
+    assert vars(shallow) == vars(report)
+    assert vars(shallow) is not vars(report)
+
+
+def test_subclasses_override_and_call_up(module, make_report):
+    class Named(module.Report):
+        def __init__(self, *args, label):
+            super().__init__(*args)
+            self.label = label
+
+        def get_stats(self, **settings):
+            return super().get_stats(**settings) | {"start": "overridden"}
+
+        @functools.lru_cache(maxsize=None)  # noqa: B019 - hashable by identity
+        def slow(self):
+            return object()
+
+    plain = make_report()
+    named = Named(plain.creturn, plain.position, 0, 0, "close", None, plain.market, label="mine")
+    assert named.label == "mine"
+    assert "回測期間: overridden ~ 2024-01-10\n" in named.to_text()
+    assert named.slow() is named.slow()
+
+    class Deep(module.CustomEncoder):
+        def default(self, obj):
+            return "seen" if obj is Ellipsis else super().default(obj)
+
+    assert Deep().encode([...]) == '["seen"]'
+
+
+def test_endless_recursion_is_an_error_not_a_crash(module, make_report):
+    class Circle(module.Report):
+        def get_trades(self):
+            return module.Report.get_trades(self)
+
+        @property
+        def trades(self):
+            return self.get_trades()
+
+        @trades.setter
+        def trades(self, value):
+            pass
+
+    circle = Circle.__new__(Circle)
+    with pytest.raises(RecursionError):
+        circle.get_trades()
+
+
+def test_patches_of_module_names_and_of_methods_take_effect(module, make_report, monkeypatch):
+    report = make_report()
+    monkeypatch.setattr(module, "safe_division", lambda n, d: 0)
+    assert module.calc_cagr(report.creturn) == 0
+    with mock.patch.object(
+        module.Report, "get_stats", lambda self: {"win_ratio": len(self.trades)}
+    ):
+        assert "回測期間: N/A ~ N/A" in report.to_text()
+    monkeypatch.setattr(module, "sum", lambda values: 3, raising=False)
+    report.trades = report.trades.assign(**{"return": [1.0]})
+    assert report.get_stats(riskfree_rate=0.5)["win_ratio"] == 3
+
+
+def test_warnings_point_at_the_callers_line(make_report):
+    report = make_report()
+    for resample in ("M", False):
+        with pytest.warns(DeprecationWarning) as caught:
+            line = inspect.currentframe().f_lineno + 1
+            report.get_stats(resample=resample)
+        assert [(w.filename, w.lineno) for w in caught] == [(__file__, line)]
+    assert str(caught[0].message) == (
+        "report.get_stats(resample=...) has no effect and will be removed; stats are always computed "
+        "on daily returns (see the daily_*, monthly_* and yearly_* keys)."
+    )
+    assert report.get_stats(resample=None) is report.get_stats(None, 0.02)

@@ -1,0 +1,127 @@
+"""The trade table and what is looked up for it."""
+
+import numpy as np
+import pandas as pd
+import pytest
+
+DAYS = pd.date_range("2024-01-01", periods=5)
+TABLE = pd.DataFrame(np.arange(10.0).reshape(5, 2), index=DAYS, columns=["A", "B"])
+
+
+@pytest.fixture(params=["ns", "s"])
+def report(request, make_report):
+    """Three trades: one by the table's dates, one between them, one unknown and still open."""
+    report = make_report()
+    entry = pd.to_datetime(["2024-01-02 00:00", "2024-01-03 15:00", "2024-02-09 00:00"]).as_unit(
+        request.param
+    )
+    leave = pd.to_datetime(["2024-01-04", "2023-12-31", None]).as_unit(request.param)
+    report.trades = pd.DataFrame(
+        {
+            "symbol": ["B some name", "A", "C"],
+            "entry_sig_date": entry,
+            "entry_date": entry,
+            "exit_date": leave,
+        }
+    )
+    return report
+
+
+def test_accessors_give_the_tables_themselves(report):
+    assert report.get_trades() is report.trades
+    with pytest.raises(AttributeError, match="mae_mfe"):
+        report.get_mae_mfe()
+    report.mae_mfe = object()
+    assert report.get_mae_mfe() is report.mae_mfe
+
+
+def test_values_are_looked_up_at_the_last_row_on_or_before_the_date(report):
+    assert report.add_trade_info("x", TABLE) is None
+    assert list(report.trades)[4:] == ["x@entry_sig_date"]
+    np.testing.assert_equal(report.trades["x@entry_sig_date"].tolist(), [3.0, 4.0, np.nan])
+    report.add_trade_info("y", df=TABLE, date_col=["entry_date", "exit_date"])
+    assert list(report.trades)[5:] == ["y@entry_date", "y@exit_date"]
+    # Before the first row, and without a date, there is nothing: never the last row.
+    np.testing.assert_equal(report.trades["y@exit_date"].tolist(), [7.0, np.nan, np.nan])
+    report.add_trade_info("x", TABLE * 2, "entry_sig_date")
+    assert report.trades["x@entry_sig_date"].iloc[0] == 6.0
+    assert len(TABLE) == 5
+
+
+def test_other_dtypes_give_their_fill_values(report):
+    whole = TABLE.astype("int64")
+    report.trades = report.trades.iloc[[0, 2]].copy()
+    report.add_trade_info("int", whole, ["entry_date", "exit_date"])
+    report.add_trade_info("bool", whole > 3, ["entry_date", "exit_date"])
+    report.add_trade_info("text", whole.astype(str).astype(object), "exit_date")
+    assert report.trades["int@entry_date"].tolist() == [3, -1]
+    assert report.trades["bool@exit_date"].tolist() == [True, False]
+    assert report.trades["text@exit_date"].iloc[0] == "7"
+    assert pd.isna(report.trades["text@exit_date"].iloc[1])
+    with pytest.raises(ValueError, match="^Unsupported dtype$"):
+        report.add_trade_info("small", TABLE.astype("float32"))
+
+
+def test_stock_id_serves_where_there_is_no_symbol_and_empty_trades_gain_the_column(report):
+    trades = report.trades.rename(columns={"symbol": "stock_id"})
+    report.trades = trades
+    report.add_trade_info("x", TABLE)
+    assert report.trades["x@entry_sig_date"].iloc[0] == 3.0
+    for empty in (trades.iloc[:0].copy(), trades.iloc[:0].astype(object)):
+        report.trades = empty
+        report.add_trade_info("x", TABLE, ["entry_date", "exit_date"])
+        assert list(report.trades)[-2:] == ["x@entry_date", "x@exit_date"]
+    report.trades = pd.DataFrame()
+    with pytest.raises(KeyError):
+        report.add_trade_info("x", TABLE)
+
+
+def test_a_table_with_all_the_dates_is_not_copied_and_an_unsorted_one_is_refused(
+    report, monkeypatch
+):
+    report.trades = report.trades.iloc[:1].copy()
+    with monkeypatch.context() as patch:
+        patch.setattr(pd.DataFrame, "reindex", None)
+        report.add_trade_info("x", TABLE, ["entry_date", "exit_date"])
+    assert report.trades["x@exit_date"].tolist() == [7.0]
+    with pytest.raises(ValueError, match="must be monotonic"):
+        report.add_trade_info("x", TABLE.iloc[[1, 0, 2, 3, 4]])
+
+
+def test_positions_of_another_width(report, module, monkeypatch):
+    original = pd.Index.get_indexer_for
+    for width in (np.int32, np.int16):
+        monkeypatch.setattr(
+            pd.Index,
+            "get_indexer_for",
+            lambda self, target, w=width: original(self, target).astype(w),
+        )
+        if width is np.int32:
+            report.add_trade_info("x", TABLE)
+        else:
+            with pytest.raises(ValueError, match="^Unknown dtype int16 for query_date$"):
+                report.add_trade_info("y", TABLE)
+    assert report.trades["x@entry_sig_date"].iloc[0] == 3.0
+
+
+def test_removal_goes_by_the_whole_label(report):
+    report.add_trade_info("x", TABLE)
+    before = report.trades
+    report.remove_trade_info("x")
+    assert report.trades is not before
+    pd.testing.assert_frame_equal(report.trades, before)
+    report.remove_trade_info("x@entry_sig_date")
+    assert list(report.trades) == ["symbol", "entry_sig_date", "entry_date", "exit_date"]
+    report.add_trade_info("again", TABLE)
+    assert "again@entry_sig_date" in report.trades
+
+
+def test_return_of_the_last_rows(module):
+    curve = pd.Series(np.arange(1.0, 11.0))
+    look_back = module.Report.get_ndays_return
+    assert look_back(curve, 5) == 10 / 5 - 1
+    assert look_back(curve, 0) == 0
+    assert look_back(curve.iloc[:3], 5) == look_back(curve.iloc[:3], 2) == 2
+    assert look_back(creturn=curve, n=1000) == 9
+    with pytest.raises(IndexError):
+        look_back(curve.iloc[:0], 1)
