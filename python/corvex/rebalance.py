@@ -9,7 +9,8 @@ import pandas as pd
 
 from corvex.data.context import now as present
 from corvex.markets.bars import is_intraday
-from corvex.markets.calendars import TradingCalendar, as_calendar
+from corvex.markets.calendars import TradingCalendar
+from corvex.markets.exchanges import as_calendar
 
 __all__ = ["execution_timing"]
 
@@ -86,15 +87,18 @@ def execution_timing(
     ------
     TypeError
         When `calendar` is none of the accepted forms.
+    ValueError
+        When `calendar` is a text that names no exchange.
     """
     moment = pd.Timestamp((now or present()).astimezone(datetime.UTC))
     record = _blank(execution, moment)
-    sessions = _Sessions.of(execution.market, calendar)
-    if sessions is None:
-        return record
+    if isinstance(calendar, str):
+        as_calendar(calendar).tz  # noqa: B018 - a name that is not known fails here
     try:
-        record["status"] = _place(execution, sessions, moment, record)
-    except ValueError:  # outside the recorded years
+        sessions = _Sessions.of(execution.market, calendar)
+        if sessions is not None:
+            record["status"] = _place(execution, sessions, moment, record)
+    except ValueError:  # an exchange that is not recorded, or not for these years
         return _blank(execution, moment)
     return record
 
@@ -196,10 +200,7 @@ class _Sessions:
         if calendar is None:
             return None
         found = as_calendar(calendar)
-        try:
-            return cls(found, getattr(market, "timezone", None) or found.tz)
-        except ValueError:  # an exchange that is not recorded
-            return None
+        return cls(found, getattr(market, "timezone", None) or found.tz)
 
     def local_date(self, when: pd.Timestamp) -> pd.Timestamp:
         local = when if when.tzinfo is None else when.tz_convert(self.tz).tz_localize(None)

@@ -33,7 +33,7 @@ _LAZY = {
 _BUILT_IN = {"tw_stock": "TWMarket", "us_stock": "USMarket", "crypto": "CryptoMarket"}
 _registered: dict[str, Callable[[], Market]] = {}
 
-_TW_ID = re.compile(r"\d{4,6}[A-Z]?")
+_TW_ID = re.compile(r"\d{4,6}[A-Za-z]?")
 
 
 def market_names() -> list[str]:

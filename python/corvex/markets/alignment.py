@@ -42,10 +42,11 @@ def align_benchmark(benchmark: pd.Series, prices: pd.DatetimeIndex, tz: str) -> 
         In the zone of `prices`, or naive. Daily values stand at the midnight (in that zone) of
         the day on which the price table has the same session; intraday ones keep their moment.
     """
-    values = benchmark.dropna()
+    values = benchmark.dropna() if benchmark.hasnans else benchmark
     if not isinstance(values.index, pd.DatetimeIndex):
         raise ValueError(f"the benchmark must have dates as index, got {values.index.dtype}")
-    values = values[~values.index.duplicated(keep="last")].sort_index()
+    if not (values.index.is_monotonic_increasing and values.index.is_unique):
+        values = values[~values.index.duplicated(keep="last")].sort_index()
     index = pd.DatetimeIndex(values.index)
     dates = session_dates(index, tz)
     if dates.is_unique:

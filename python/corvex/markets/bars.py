@@ -8,7 +8,7 @@ import numpy as np
 import pandas as pd
 
 if TYPE_CHECKING:
-    from corvex.market import Market
+    from corvex.markets.sessions import MarketSessions
 
 __all__ = ["infer_freq", "is_intraday", "next_bar", "usual_gap"]
 
@@ -41,7 +41,7 @@ def is_intraday(freq: str) -> bool:
     return isinstance(offset, pd.tseries.offsets.Tick) and pd.Timedelta(offset) < _DAY
 
 
-def next_bar(market: Market, index: pd.DatetimeIndex) -> pd.Timestamp:
+def next_bar(market: MarketSessions, index: pd.DatetimeIndex) -> pd.Timestamp:
     """Return the stamp of the bar after the last one; `Market.next_bar` tells the rest."""
     if len(index) == 0:
         raise ValueError("the price table has no dates")
@@ -63,7 +63,7 @@ def next_bar(market: Market, index: pd.DatetimeIndex) -> pd.Timestamp:
     return _at_time(market, last, first_time)
 
 
-def _inside_session(market: Market, first_time: pd.Timedelta, bar: pd.Timestamp) -> bool:
+def _inside_session(market: MarketSessions, first_time: pd.Timedelta, bar: pd.Timestamp) -> bool:
     """Whether a session still has this bar, where no whole day shows when the last one is.
 
     A table whose first bar is stamped at the opening stamps bars by their start: it has none at
@@ -76,7 +76,7 @@ def _inside_session(market: Market, first_time: pd.Timedelta, bar: pd.Timestamp)
     return bool(moment < close or (moment == close and not by_start))
 
 
-def _at_time(market: Market, last: pd.Timestamp, time: pd.Timedelta) -> pd.Timestamp:
+def _at_time(market: MarketSessions, last: pd.Timestamp, time: pd.Timedelta) -> pd.Timestamp:
     """Return the next session, at a wall-clock time of the market, in the form of `last`."""
     session = market.calendar.next_session(market.session_date(last)) + time
     return session if last.tz is None else session.tz_localize(market.tz).tz_convert(last.tz)

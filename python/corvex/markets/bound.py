@@ -26,6 +26,7 @@ class BoundMarket(Market):
 
     _tables: dict[str, pd.DataFrame]
     _benchmark: pd.Series | str | None
+    _aligned: pd.Series | None
     _freq: str
     _bound_at: datetime.datetime
     _pickled_assets: frozenset[str]
@@ -53,12 +54,14 @@ class BoundMarket(Market):
 
     @override
     def get_benchmark(self) -> pd.Series:
-        benchmark = self._benchmark
-        if benchmark is None:
-            benchmark = self._market_benchmark()
-        elif isinstance(benchmark, str):
-            benchmark = data.get_frame(benchmark).iloc[:, 0]
-        return align_benchmark(benchmark, self.price_index, self.tz)
+        if self._aligned is None:
+            benchmark = self._benchmark
+            if benchmark is None:
+                benchmark = self._market_benchmark()
+            elif isinstance(benchmark, str):
+                benchmark = data.get_frame(benchmark).iloc[:, 0]
+            self._aligned = align_benchmark(benchmark, self.price_index, self.tz)
+        return self._aligned.copy()  # the caller may give it another index
 
     @override
     def get_market_value(self) -> pd.DataFrame:
@@ -96,7 +99,7 @@ class BoundMarket(Market):
 
     def __reduce_ex__(self, protocol: Any) -> tuple[Any, ...]:
         state = cast("dict[str, Any]", dict(super().__getstate__() or {}))  # type: ignore[call-overload]
-        state["_tables"] = self._kept_tables()
+        state.update(_tables=self._kept_tables(), _aligned=None)
         return _restore, (_unbound_class(type(self)), state)
 
     def _kept_tables(self) -> dict[str, pd.DataFrame]:
@@ -135,6 +138,7 @@ def bind[M: Market](
     bound.__dict__.update(
         _tables=tables,
         _benchmark=benchmark,
+        _aligned=None,
         _freq=freq or infer_freq(cast("pd.DatetimeIndex", index)),
         _bound_at=data.now(),
         _pickled_assets=frozenset(),

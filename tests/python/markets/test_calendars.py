@@ -10,8 +10,9 @@ import pytest
 from hypothesis import given, settings
 from hypothesis import strategies as st
 
-from corvex.markets import CryptoMarket, TWMarket, USMarket, calendars
-from corvex.markets.calendars import CalendarRangeError, ExchangeCalendar, as_calendar
+from corvex.markets import CryptoMarket, TWMarket, USMarket, exchanges
+from corvex.markets.calendars import CalendarRangeError
+from corvex.markets.exchanges import ExchangeCalendar, as_calendar
 
 T = pd.Timestamp
 NEW_YORK = "America/New_York"
@@ -50,7 +51,7 @@ def test_close_of_no_date_is_refused(value):
 @settings(max_examples=12, deadline=None)
 @given(st.lists(st.dates(T("1995-01-05").date(), T("2027-06-30").date()), min_size=1, max_size=3))
 def test_a_calendar_widened_in_any_order_answers_as_one_opened_whole(dates):
-    calendars._opened.clear()
+    exchanges._opened.clear()
     market = USMarket()
     for date in dates:
         day = T(date)

@@ -3,7 +3,9 @@
 from __future__ import annotations
 
 import copy
+import doctest
 import pickle
+from pathlib import Path
 
 import numpy as np
 import pandas as pd
@@ -217,3 +219,13 @@ def test_a_pickle_holds_settings_and_the_named_assets_only():
     assert bound.get_price("close").shape == (1000, 400)
     for twin in (copy.copy(bound), copy.deepcopy(bound)):
         assert twin.get_price("close") is close
+
+
+def test_the_guide_tells_the_truth():
+    guide = Path(__file__).parents[3] / "docs" / "markets.md"
+
+    failed, tried = doctest.testfile(
+        str(guide), module_relative=False, optionflags=doctest.ELLIPSIS
+    )
+
+    assert (failed, tried) == (0, 11)

@@ -143,3 +143,5 @@ def test_a_given_calendar_replaces_the_markets_own():
     assert given["next_signal_date"] == "2023-11-22"
     with pytest.raises(TypeError, match="calendar must be"):
         execution_timing(state, calendar=3.5)
+    with pytest.raises(ValueError, match="no trading calendar 'NYSE2'"):
+        execution_timing(state, calendar="NYSE2")

@@ -1,0 +1,128 @@
+"""What a market answers about its trading sessions."""
+
+from __future__ import annotations
+
+from typing import ClassVar
+
+import pandas as pd
+
+from corvex.markets.bars import next_bar
+from corvex.markets.calendars import AlwaysOpenCalendar, DateLike, TradingCalendar, to_timestamp
+from corvex.markets.exchanges import ExchangeCalendar
+
+__all__ = ["MarketSessions"]
+
+
+class MarketSessions:
+    """The part of `corvex.market.Market` that deals with sessions; the attributes stand there."""
+
+    calendar_name: ClassVar[str | None] = None
+    timezone: ClassVar[str | None] = None
+    closed_days: ClassVar[tuple[str, ...]] = ()
+
+    @property
+    def calendar(self) -> TradingCalendar:
+        """The trading calendar; opened on the first question."""
+        if self.calendar_name is None:
+            return AlwaysOpenCalendar()
+        return ExchangeCalendar(self.calendar_name, self.closed_days)
+
+    @property
+    def tz(self) -> str:
+        """IANA name of the zone in which the market's dates count."""
+        return self.timezone or self.calendar.tz
+
+    def session_date(self, when: DateLike) -> pd.Timestamp:
+        """Return the date of a naive value, or that of an aware one in the market's zone.
+
+        Raises
+        ------
+        ValueError
+            When `when` is missing or not a date.
+        """
+        stamp = to_timestamp(when)
+        if stamp.tzinfo is not None:
+            stamp = stamp.tz_convert(self.tz).tz_localize(None)
+        return stamp.normalize()
+
+    def sessions(self, start: DateLike, end: DateLike) -> pd.DatetimeIndex:
+        """Return the sessions from `start` to `end`, both included, as naive midnights."""
+        return self.calendar.sessions(self.session_date(start), self.session_date(end))
+
+    def next_session(self, when: DateLike) -> pd.Timestamp:
+        """Return the first session after the date of `when`.
+
+        A naive midnight for a naive `when`; for an aware one the session's midnight in the
+        market's zone, expressed in the zone of `when`.
+        """
+        return self._like(self.calendar.next_session(self.session_date(when)), when)
+
+    def previous_session(self, when: DateLike) -> pd.Timestamp:
+        """Return the last session before the date of `when`, in the form of `next_session`."""
+        return self._like(self.calendar.previous_session(self.session_date(when)), when)
+
+    def session_open(self, when: DateLike) -> pd.Timestamp:
+        """Return the opening of the session on the date of `when`, aware.
+
+        Raises
+        ------
+        ValueError
+            When that date is not a session.
+        """
+        return self.calendar.session_open(self.session_date(when)).tz_convert(self.tz)
+
+    def session_close(self, when: DateLike) -> pd.Timestamp:
+        """Return the close of the session on the date of `when`, aware.
+
+        Raises
+        ------
+        ValueError
+            When that date is not a session; `market_close_at_timestamp` takes any date.
+        """
+        return self.calendar.session_close(self.session_date(when)).tz_convert(self.tz)
+
+    def market_close_at_timestamp(self, date: DateLike) -> pd.Timestamp:
+        """Return the moment at which the session of a date closes.
+
+        Parameters
+        ----------
+        date : date, datetime, Timestamp or ISO text
+            Its date counts; of an aware value the date in the market's zone.
+
+        Returns
+        -------
+        Timestamp
+            Aware, in the market's zone; half days included. For a date without a session, the
+            close of the last session before it. An always-open market closes at the next
+            midnight UTC.
+
+        Raises
+        ------
+        ValueError
+            When `date` is missing, not a date, or outside the recorded years.
+        """
+        session = self.calendar.last_session(self.session_date(date))
+        return self.calendar.session_close(session).tz_convert(self.tz)
+
+    def next_bar(self, index: pd.DatetimeIndex | None = None) -> pd.Timestamp:
+        """Return when the bar after the last one of a table is stamped.
+
+        Parameters
+        ----------
+        index : DatetimeIndex
+            Dates of a price table, rising, not empty. A market bound to tables has a default:
+            its own.
+
+        Returns
+        -------
+        Timestamp
+            In the form and zone of `index`. Daily: the next session, at the time of day of the
+            last stamp. Intraday: one bar on, or the first bar of the next session.
+        """
+        if index is None:
+            raise ValueError("next_bar needs the index of a price table")
+        return next_bar(self, index)
+
+    def _like(self, session: pd.Timestamp, when: DateLike) -> pd.Timestamp:
+        zone = to_timestamp(when).tzinfo
+        return session if zone is None else session.tz_localize(self.tz).tz_convert(zone)
