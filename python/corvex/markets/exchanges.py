@@ -109,7 +109,7 @@ def _open(
     closed_days: tuple[str, ...],
 ) -> _Opened:
     """Open a calendar for a span; where that is not recorded, for as much as is needed of it."""
-    import exchange_calendars  # type: ignore[import-untyped]
+    import exchange_calendars
 
     # The package's own use of pandas may be about to be deprecated: not our users' business.
     (start, end), (first, last) = span, needed
