@@ -8,6 +8,8 @@ import numpy as np
 import numpy.typing as npt
 import pandas as pd
 
+from corvex import _engine
+
 __all__ = ["beta", "changes", "days_per_year", "paired", "present"]
 
 _Floats = npt.NDArray[np.float64]
@@ -47,5 +49,9 @@ def beta(strategy: _Floats, benchmark: _Floats) -> float:
 
 
 def days_per_year(index: pd.Index) -> int:
-    """Count a market's days per year: 365 where it trades at weekends, else 252."""
-    return 365 if bool((pd.DatetimeIndex(index).day_of_week >= 5).any()) else 252
+    """Return how many values of a curve make a year, as the statistics count it.
+
+    Daily 252, or 365 where there are values at weekends. Too few dates to tell: 252.
+    """
+    times = pd.DatetimeIndex(index).tz_localize(None).as_unit("ns").asi8
+    return _engine.infer_convention(times)[1] or 252

@@ -13,8 +13,10 @@ import pandas as pd
 from corvex.core.curve_figures import beta, changes, days_per_year, paired, present
 from corvex.core.trade_lookup import (
     asset_ids,
+    capital_per_share,
     closed_trades,
     entered_trades,
+    excursions,
     market_table,
     values_at,
 )
@@ -306,10 +308,8 @@ class Metrics:
         asset on that day (close x volume as quoted); of these the 10 % quantile, so that nine
         fills in ten stay below that share. NaN where the market has no volume.
         """
-        limits = [self._fill_capacity(column) for column in ("entry_date", "exit_date")]
-        known = np.concatenate(limits)
-        known = known[np.isfinite(known)]
-        return float(np.quantile(known, _CAPACITY_QUANTILE)) if known.size else math.nan
+        limits = _CAPACITY_SHARE * capital_per_share(self._report)
+        return float(np.quantile(limits, _CAPACITY_QUANTILE)) if limits.size else math.nan
 
     def disposal_stock_ratio(self) -> float:
         """Return the share of entries into assets under disposal measures that day.
@@ -395,28 +395,8 @@ class Metrics:
         return trades["return"].to_numpy(dtype=np.float64)
 
     def _mean_excursion(self, name: str) -> float:
-        trades = closed_trades(self._report)
-        values = trades[name] if name in trades.columns else None
-        if values is None:
-            table = getattr(self._report, "mae_mfe", None)
-            if not isinstance(table, pd.DataFrame) or name not in table.columns:
-                return math.nan
-            values = table[name].reindex(trades.index)
-        return float(values.mean()) if values.notna().any() else math.nan
-
-    def _fill_capacity(self, date_column: str) -> _Floats:
-        trades = entered_trades(self._report)
-        if date_column not in trades.columns or "position" not in trades.columns:
-            return np.empty(0)
-        market = self._report.market
-        volume = market_table(market, "get_price", "volume", adj=False)
-        close = market_table(market, "get_price", "close", adj=False)
-        dates, ids = trades[date_column], asset_ids(trades)
-        traded = values_at(close, dates, ids) * values_at(volume, dates, ids)
-        weight = trades["position"].abs().to_numpy(dtype=np.float64)
-        capital = np.full(len(trades), np.nan)
-        np.divide(_CAPACITY_SHARE * traded, weight, out=capital, where=weight > 0)
-        return capital
+        known = excursions(self._report)
+        return float(known[name].mean()) if name in known.columns else math.nan
 
     def _status_ratio(self, kind: str) -> float:
         table = market_table(self._report.market, "get_status", kind)

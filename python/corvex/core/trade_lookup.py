@@ -11,7 +11,20 @@ import pandas as pd
 if TYPE_CHECKING:
     from corvex.core.report import Report
 
-__all__ = ["asset_ids", "closed_trades", "entered_trades", "market_table", "values_at"]
+__all__ = [
+    "EXCURSIONS",
+    "asset_ids",
+    "capital_per_share",
+    "closed_trades",
+    "entered_trades",
+    "excursions",
+    "market_table",
+    "traded_value",
+    "values_at",
+]
+
+#: Per trade, as fractions of the entry price; the last one in bars.
+EXCURSIONS = ("mae", "mfe", "mfe_before_mae", "max_drawdown", "days_in_profit")
 
 _NO_TABLE = (LookupError, NotImplementedError, OSError, ValueError)
 
@@ -33,6 +46,23 @@ def entered_trades(report: Report) -> pd.DataFrame:
     if "entry_date" not in trades.columns:
         return trades.iloc[:0]
     return trades[trades["entry_date"].notna()]
+
+
+def excursions(report: Report) -> pd.DataFrame:
+    """Return what is known of the excursions of the closed trades, a column each.
+
+    The columns of `EXCURSIONS` that the trade table has, or else the report's own table of them
+    (``mae_mfe``, with the same index). Columns without a single value are left out.
+    """
+    trades = closed_trades(report)
+    table = getattr(report, "mae_mfe", None)
+    found: dict[str, pd.Series] = {}
+    for name in EXCURSIONS:
+        if name in trades.columns:
+            found[name] = trades[name]
+        elif isinstance(table, pd.DataFrame) and name in table.columns and table.index.is_unique:
+            found[name] = table[name].reindex(trades.index)
+    return pd.DataFrame(found, index=trades.index).dropna(axis=1, how="all")
 
 
 def asset_ids(trades: pd.DataFrame) -> pd.Index:
@@ -83,7 +113,41 @@ def values_at(table: pd.DataFrame, dates: pd.Series, ids: pd.Index) -> npt.NDArr
     out = np.full(len(dates), np.nan)
     rows = table.index.get_indexer(pd.Index(dates))
     columns = pd.Index(table.columns.astype(str), dtype=object).get_indexer(ids)
-    known = (rows >= 0) & (columns >= 0)
+    known = (rows >= 0) & (columns >= 0) & pd.Series(dates).notna().to_numpy()
     if known.any():
         out[known] = table.to_numpy()[rows[known], columns[known]].astype(np.float64)
     return out
+
+
+def traded_value(report: Report) -> pd.DataFrame:
+    """Return how much was traded by date and asset, in the market's currency.
+
+    Close x volume, both as quoted. Empty where the market has no volume.
+    """
+    close = market_table(report.market, "get_price", "close", adj=False)
+    volume = market_table(report.market, "get_price", "volume", adj=False)
+    if close.empty or volume.empty:
+        return pd.DataFrame()
+    used = [str(label) for label in asset_ids(report.trades).unique()]
+    close = close.loc[:, close.columns.astype(str).isin(used)]
+    value: pd.DataFrame = close * volume.reindex(index=close.index, columns=close.columns)
+    return value
+
+
+def capital_per_share(report: Report) -> npt.NDArray[np.float64]:
+    """Return, for each fill, the capital that would trade all of that day's traded value.
+
+    Traded value over entry weight, in the market's currency, entries first, then exits. A share
+    of it is the capital that takes this share of the day's trading. Empty without volume or
+    weights; fills on days without known volume are left out.
+    """
+    trades = entered_trades(report)
+    value = traded_value(report) if "position" in trades.columns else pd.DataFrame()
+    if value.empty or trades.empty:
+        return np.empty(0)
+    weight = trades["position"].abs().to_numpy(dtype=np.float64)
+    weight = np.where(weight > 0, weight, np.nan)
+    columns = [c for c in ("entry_date", "exit_date") if c in trades.columns]
+    fills = [values_at(value, trades[c], asset_ids(trades)) / weight for c in columns]
+    capital: npt.NDArray[np.float64] = np.concatenate(fills)
+    return capital[np.isfinite(capital)]
