@@ -5,7 +5,6 @@ from __future__ import annotations
 import contextlib
 import logging
 import os
-import secrets
 import stat
 import tempfile
 from collections.abc import Iterator
@@ -96,7 +95,7 @@ def atomic_open(
     if mode not in ("wb", "w"):
         raise ValueError(f"mode must be 'wb' or 'w', got {mode!r}")
     target = Path(path)
-    draft = target.with_name(f".{target.name}.{secrets.token_hex(6)}.tmp")
+    draft = target.with_name(f".{target.name}.{os.urandom(6).hex()}.tmp")
     if mode == "w":
         encoding = encoding or "utf-8"
     try:
