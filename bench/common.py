@@ -132,6 +132,13 @@ def price_table(arrays: dict[str, Any]) -> Any:
     return pd.DataFrame(arrays["prices"], _dates(arrays), assets, copy=False)
 
 
+def signal_rows(arrays: dict[str, Any]) -> Any:
+    """The target weights of the simulation case, a row for each signal."""
+    table = price_table(arrays)
+    dates = table.index[arrays["signals"]]
+    return type(table)(arrays["weights"], dates, table.columns, copy=False)
+
+
 def target_rows(arrays: dict[str, Any]) -> Any:
     """The same target weights on the day of their fill, the row after the signal, NaN elsewhere."""
     import numpy as np

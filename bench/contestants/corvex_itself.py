@@ -4,7 +4,16 @@ from __future__ import annotations
 
 from pathlib import Path
 
-from common import Entry, load, main, price_series, time_call, time_import
+from common import (
+    Entry,
+    load,
+    main,
+    price_series,
+    price_table,
+    signal_rows,
+    time_call,
+    time_import,
+)
 
 
 def statistics(data: Path) -> list[Entry]:
@@ -55,11 +64,60 @@ def lookup(data: Path) -> list[Entry]:
     ]
 
 
+def simulate(data: Path) -> list[Entry]:
+    import corvex
+    from corvex import _engine
+
+    arrays = load(data)
+    close = arrays["prices"]
+    inputs = {
+        "close": close,
+        "target": arrays["weights"],
+        "signal_session": arrays["signals"],
+        "first_session": int(arrays["signals"][0]),
+        "fee_ratio": float(arrays["fee"]),
+    }
+    bare = dict.fromkeys(("record_positions", "record_trades", "record_excursions"), False)
+    stops = {"stop_loss": 0.2, "take_profit": 0.5, "trail_stop": 0.3}
+    frame, targets = price_table(arrays), signal_rows(arrays)
+
+    def whole() -> object:
+        return corvex.simulate(
+            targets, frame, market="us_stock", fee_ratio=float(arrays["fee"]), name="bench"
+        )
+
+    return [
+        time_call("engine, bare", lambda: _engine.simulate(**inputs, **bare), memory=True),
+        time_call("engine, all on", lambda: _engine.simulate(**inputs, **stops), memory=True),
+        time_call("corvex.simulate", whole, memory=True, repeats=5),
+        time_call("numpy.sum", close.sum),
+    ]
+
+
+def agree(data: Path) -> list[Entry]:
+    import corvex
+
+    arrays = load(data)
+    report = corvex.simulate(
+        signal_rows(arrays), price_table(arrays), market="us_stock", fee_ratio=0.0, tax_ratio=0.0
+    )
+    # The report starts at the first signal; before it the peers hold cash.
+    equity = report.creturn.reindex(price_table(arrays).index).fillna(1.0)
+    return [{"label": "equity without costs", "equity": equity.tolist()}]
+
+
 def imports(_data: Path) -> list[Entry]:
     return [time_import("import corvex.core.report", "corvex.core.report")]
 
 
 main(
     "corvex",
-    {"statistics": statistics, "drawdowns": drawdowns, "lookup": lookup, "import": imports},
+    {
+        "statistics": statistics,
+        "drawdowns": drawdowns,
+        "lookup": lookup,
+        "import": imports,
+        "simulate": simulate,
+        "agree": agree,
+    },
 )
