@@ -65,12 +65,18 @@ wheel: $(VENV)/stamp-tools ## build a wheel into dist/
 	ls dist/corvex-*.whl
 
 # Configures and builds a preset of CMakePresets.json: $(call cmake,preset,options)
-cmake = tools/quietly.sh build/logs/$(1)-configure $(VENV)/bin/cmake --preset $(1) \
-	-D CMAKE_MAKE_PROGRAM=$(CURDIR)/$(VENV)/bin/ninja $(2) && \
-	tools/quietly.sh build/logs/$(1)-build $(VENV)/bin/cmake --build --preset $(1)
-ctest = tools/quietly.sh build/logs/$(1)-ctest $(VENV)/bin/ctest --preset $(1) -j $(JOBS) \
-	--no-tests=error && \
-	grep 'tests passed' build/logs/$(1)-ctest
+define cmake
+tools/quietly.sh build/logs/$(1)-configure $(VENV)/bin/cmake --preset $(1) \
+    -D CMAKE_MAKE_PROGRAM=$(CURDIR)/$(VENV)/bin/ninja $(2)
+tools/quietly.sh build/logs/$(1)-build $(VENV)/bin/cmake --build --preset $(1)
+endef
+
+# Runs the C++ tests of a preset and prints their closing line.
+define ctest
+tools/quietly.sh build/logs/$(1)-ctest \
+    $(VENV)/bin/ctest --preset $(1) -j $(JOBS) --no-tests=error
+grep 'tests passed' build/logs/$(1)-ctest
+endef
 
 # ---- the main job ------------------------------------------------------------------------------
 
