@@ -18,6 +18,11 @@ std::int64_t first_day(std::int64_t month) {
                           static_cast<int>(month % kMonthsPerYear) + 1, 1);
 }
 
+/// Days of a month given by its number.
+std::int64_t length(std::int64_t month) {
+    return first_day(month + 1) - first_day(month);
+}
+
 } // namespace
 
 std::vector<Period> month_periods(std::span<const Nanos> times) {
@@ -72,9 +77,25 @@ Nanos months_before(Nanos time, int months) {
     const std::int64_t day = day_number(time);
     const CivilDate date = civil_from_day(day);
     const std::int64_t month = month_number(date) - months;
-    const std::int64_t length = first_day(month + 1) - first_day(month);
-    const std::int64_t moved = first_day(month) + std::min<std::int64_t>(date.day, length) - 1;
+    const std::int64_t moved =
+        first_day(month) + std::min<std::int64_t>(date.day, length(month)) - 1;
     return time + (moved - day) * kNanosPerDay;
+}
+
+Nanos month_end_before(Nanos time, int months) {
+    const std::int64_t day = day_number(time);
+    const std::int64_t month = month_number(civil_from_day(day)) - months;
+    return time + (first_day(month + 1) - 1 - day) * kNanosPerDay;
+}
+
+bool is_last_in_month(Nanos time, bool weekends) {
+    constexpr int kSaturday = 5;
+    std::int64_t next = day_number(time) + 1;
+    const std::int64_t end = first_day(month_number(civil_from_day(next - 1)) + 1);
+    while (!weekends && next < end && weekday(next) >= kSaturday) {
+        ++next;
+    }
+    return next >= end;
 }
 
 } // namespace corvex::engine

@@ -29,4 +29,12 @@ std::vector<std::size_t> day_ends(std::span<const Nanos> times);
 /// (31 May less 3 months is 28 or 29 February).
 Nanos months_before(Nanos time, int months);
 
+/// The last day of the month that is so many months before the month of `time`; the time of day
+/// stays.
+Nanos month_end_before(Nanos time, int months);
+
+/// Whether no day is left in the month on which a bar could follow.
+/// @param weekends  whether Saturdays and Sundays have bars
+bool is_last_in_month(Nanos time, bool weekends);
+
 } // namespace corvex::engine

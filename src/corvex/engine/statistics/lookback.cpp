@@ -24,25 +24,30 @@ double compound_annual_growth(double first, double last, Nanos elapsed) {
 
 LookbackReturns lookback_returns(std::span<const double> values, std::span<const Nanos> times,
                                  std::span<const Period> months, std::span<const Period> years,
-                                 Bar bar) {
+                                 const Convention& convention) {
     if (values.empty()) {
         return {};
     }
     const double last = values.back();
-    const auto base_row = [&](int count) {
-        const Nanos time = months_before(times.back(), count);
-        return std::upper_bound(times.begin(), times.end(), time) - times.begin() - 1;
-    };
+    const Bar bar = convention.bar;
+    const bool month_ends =
+        bar >= Bar::kMonth || is_last_in_month(times.back(), convention.trades_weekends);
     const auto simple = [&](int count, Bar longest) {
-        const auto row = base_row(count);
-        return row < 0 || bar > longest ? kNaN : last / values[static_cast<std::size_t>(row)] - 1.0;
-    };
-    const auto compound = [&](int count) {
-        const auto row = base_row(count * kMonthsPerYear);
-        if (row < 0) {
+        const Nanos base =
+            month_ends ? month_end_before(times.back(), count) : months_before(times.back(), count);
+        if (base < times.front() || bar > longest) {
             return kNaN;
         }
-        const auto at = static_cast<std::size_t>(row);
+        const auto after = std::upper_bound(times.begin(), times.end(), base) - times.begin();
+        return last / values[static_cast<std::size_t>(after - 1)] - 1.0;
+    };
+    const auto compound = [&](int count) {
+        const Nanos base = months_before(times.back(), count * kMonthsPerYear);
+        if (base < times.front()) {
+            return kNaN;
+        }
+        const auto at = static_cast<std::size_t>(
+            std::lower_bound(times.begin(), times.end(), base) - times.begin());
         return compound_annual_growth(values[at], last, times.back() - times[at]);
     };
     LookbackReturns found;

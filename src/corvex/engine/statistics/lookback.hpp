@@ -27,10 +27,12 @@ struct LookbackReturns {
 double compound_annual_growth(double first, double last, Nanos elapsed);
 
 /// Month and year to date count from the end of the period before, or from the period's own first
-/// value where that one is missing. The other windows count from the last value not later than the
-/// end less so many calendar months.
+/// value where that one is missing. Windows of up to a year count from the last value not later
+/// than the end less so many months; from month end to month end where the curve ends on the last
+/// trading day of a month, or has bars of a month and more. The longer windows count from the first
+/// value not earlier than the end less so many years, over the time that really passed since.
 LookbackReturns lookback_returns(std::span<const double> values, std::span<const Nanos> times,
                                  std::span<const Period> months, std::span<const Period> years,
-                                 Bar bar);
+                                 const Convention& convention);
 
 } // namespace corvex::engine

@@ -97,7 +97,7 @@ void add_periods(PerformanceRecord& record, const PresentCurve& curve, double ra
     const std::vector<Period> years = year_periods(months);
     const std::vector<double> monthly = period_returns(values, months);
     const std::vector<double> yearly = period_returns(values, years);
-    record.lookback = lookback_returns(values, curve.times(), months, years, record.convention.bar);
+    record.lookback = lookback_returns(values, curve.times(), months, years, record.convention);
     record.monthly = period_figures(monthly, rate, kMonthsPerYear);
     record.yearly = period_figures(yearly, rate, 1.0);
     record.avg_up_month = mean_where(monthly, true);
