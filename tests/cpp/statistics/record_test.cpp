@@ -1,0 +1,97 @@
+#include "corvex/engine/statistics/figure_list.hpp"
+#include "corvex/engine/statistics/record.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <stdexcept>
+#include <vector>
+
+namespace corvex::engine {
+namespace {
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr Nanos kHour = 3600 * kNanosPerSecond;
+
+Nanos at(int year, int month, int day) {
+    return day_from_civil(year, month, day) * kNanosPerDay;
+}
+
+TEST(PerformanceRecord, OfAnHourlyCurveKeepsTheFirstDay) {
+    // Half is lost on the first day, nothing afterwards.
+    const Nanos monday = at(2024, 1, 1);
+    std::vector<Nanos> times;
+    std::vector<double> values;
+    for (int day = 0; day < 3; ++day) {
+        for (int hour = 9; hour < 13; ++hour) {
+            times.push_back(monday + day * kNanosPerDay + hour * kHour);
+            values.push_back(day == 0 ? 100.0 - 50.0 * (hour - 9) / 3.0 : 50.0);
+        }
+    }
+    const PerformanceRecord record = performance_record(values, times, 0.0);
+    EXPECT_EQ(record.convention.bar, Bar::kIntraday);
+    EXPECT_NEAR(record.daily.worst, -0.5, 1e-15);
+    EXPECT_NEAR(record.daily.mean, -0.5 / 3 * 252, 1e-12);
+    EXPECT_NEAR(record.total_return, -0.5, 1e-15);
+    const double years = (2.0 + 3.0 / 24.0) / 365.25;
+    EXPECT_NEAR(record.cagr, std::pow(0.5, 1 / years) - 1, 1e-12);
+    EXPECT_NEAR(record.avg_drawdown_days, 2.0 + 2.0 / 24.0, 1e-12);
+}
+
+TEST(PerformanceRecord, OfWeeklyBarsAnnualisesWith52AndHasNoSingleDay) {
+    std::vector<Nanos> times;
+    std::vector<double> values;
+    for (int week = 0; week < 4; ++week) {
+        times.push_back(at(2024, 1, 5) + week * 7 * kNanosPerDay);
+        values.push_back(week % 2 == 0 ? 100.0 : 110.0);
+    }
+    const PerformanceRecord record = performance_record(values, times, 0.0);
+    EXPECT_NEAR(record.daily.mean, (0.1 - 1.0 / 11 + 0.1) / 3 * 52, 1e-12);
+    EXPECT_TRUE(std::isnan(record.daily.best) && std::isnan(record.daily.skew));
+}
+
+TEST(PerformanceRecord, CountsMonthsAndYears) {
+    // Month ends of 2023 and 2024: up a tenth in odd months, down a tenth in even ones.
+    std::vector<Nanos> times{at(2022, 12, 31)};
+    std::vector<double> values{100.0};
+    for (int month = 1; month <= 24; ++month) {
+        times.push_back(month_end_before(at(2022, 12, 31), -month));
+        values.push_back(values.back() * (month % 2 == 1 ? 1.1 : 0.9));
+    }
+    const PerformanceRecord record = performance_record(values, times, 0.0);
+    EXPECT_NEAR(record.avg_up_month, 0.1, 1e-14);
+    EXPECT_NEAR(record.avg_down_month, -0.1, 1e-14);
+    EXPECT_EQ(record.win_year_perc, 0.0);
+    EXPECT_EQ(record.twelve_month_win_perc, 0.0);
+    EXPECT_NEAR(record.yearly.worst, std::pow(0.99, 6) - 1, 1e-14);
+    EXPECT_NEAR(record.calmar, record.cagr / -record.max_drawdown, 1e-15);
+    EXPECT_EQ(record.convention.periods_per_year, 12);
+    EXPECT_EQ(performance_record(values, times, 0.0, 10).convention.periods_per_year, 10);
+}
+
+TEST(PerformanceRecord, OfTooFewValuesIsUndefined) {
+    const std::vector<Nanos> times{at(2024, 1, 1), at(2024, 1, 2), at(2024, 1, 3)};
+    const std::vector<double> one_value{kNaN, 5.0, kNaN};
+    for (const std::vector<double>& values : {one_value, std::vector<double>(3, kNaN)}) {
+        const PerformanceRecord record = performance_record(values, times, 0.02);
+        const auto figures = figure_values(record);
+        EXPECT_TRUE(
+            std::all_of(figures.begin(), figures.end(), [](double v) { return std::isnan(v); }));
+    }
+    EXPECT_EQ(performance_record(one_value, times, 0.0).first_row, 1U);
+    EXPECT_THROW(performance_record(one_value, {}, 0.0), std::invalid_argument);
+    EXPECT_THROW(performance_record(one_value, times, 0.0, -1), std::invalid_argument);
+}
+
+TEST(FigureNames, AreAllThereAndDistinct) {
+    auto names = figure_names();
+    EXPECT_EQ(names.front(), "total_return");
+    EXPECT_EQ(names.back(), "twelve_month_win_perc");
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ(std::adjacent_find(names.begin(), names.end()), names.end());
+}
+
+} // namespace
+} // namespace corvex::engine
