@@ -162,9 +162,7 @@ PyObject* get_defaults(PyObject* self, void* /*closure*/) {
     return as_function(self).state.signature.defaults().release().ptr();
 }
 
-PyObject* get_none(PyObject* /*self*/, void* /*closure*/) {
-    return Py_NewRef(Py_None);
-}
+PyObject* get_none(PyObject* /*self*/, void* /*closure*/) { return Py_NewRef(Py_None); }
 
 PyObject* get_code(PyObject* self, void* /*closure*/) {
     try {

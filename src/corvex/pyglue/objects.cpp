@@ -47,9 +47,7 @@ nb::tuple as_tuple(nb::handle value) {
     return nb::borrow<nb::tuple>(value);
 }
 
-nb::object text(const char* utf8) {
-    return checked(PyUnicode_FromString(utf8));
-}
+nb::object text(const char* utf8) { return checked(PyUnicode_FromString(utf8)); }
 
 nb::object concat(std::initializer_list<nb::object> pieces) {
     nb::list list;
@@ -59,17 +57,11 @@ nb::object concat(std::initializer_list<nb::object> pieces) {
     return checked(PyUnicode_Join(text("").ptr(), list.ptr()));
 }
 
-nb::object to_text(nb::handle value) {
-    return checked(PyObject_Str(value.ptr()));
-}
+nb::object to_text(nb::handle value) { return checked(PyObject_Str(value.ptr())); }
 
-nb::object formatted(nb::handle value) {
-    return checked(PyObject_Format(value.ptr(), nullptr));
-}
+nb::object formatted(nb::handle value) { return checked(PyObject_Format(value.ptr(), nullptr)); }
 
-bool is_text(nb::handle value) {
-    return PyUnicode_Check(value.ptr());
-}
+bool is_text(nb::handle value) { return PyUnicode_Check(value.ptr()); }
 
 bool is_true(nb::handle value) {
     const int truth = PyObject_IsTrue(value.ptr());
@@ -79,9 +71,7 @@ bool is_true(nb::handle value) {
     return truth != 0;
 }
 
-bool is_instance(nb::handle value, nb::handle type) {
-    return nb::isinstance(value, type);
-}
+bool is_instance(nb::handle value, nb::handle type) { return nb::isinstance(value, type); }
 
 Py_ssize_t length(nb::handle value) {
     const Py_ssize_t size = PyObject_Length(value.ptr());
@@ -95,9 +85,7 @@ nb::object compare(nb::handle left, int op, nb::handle right) {
     return checked(PyObject_RichCompare(left.ptr(), right.ptr(), op));
 }
 
-bool equals(nb::handle left, nb::handle right) {
-    return is_true(compare(left, Py_EQ, right));
-}
+bool equals(nb::handle left, nb::handle right) { return is_true(compare(left, Py_EQ, right)); }
 
 nb::object attribute_or(nb::handle value, const char* name, nb::handle fallback) {
     PyObject* const found = PyObject_GetAttrString(value.ptr(), name);
@@ -115,25 +103,17 @@ bool is_text_equal(nb::handle value, const char* expected) {
     return is_text(value) && PyUnicode_CompareWithASCIIString(value.ptr(), expected) == 0;
 }
 
-nb::object builtin(const char* name) {
-    return import_module("builtins").attr(name);
-}
+nb::object builtin(const char* name) { return import_module("builtins").attr(name); }
 
 nb::object slice(nb::handle start, nb::handle stop) {
     return checked(PySlice_New(start.ptr(), stop.ptr(), nullptr));
 }
 
-nb::object integer(Py_ssize_t value) {
-    return checked(PyLong_FromSsize_t(value));
-}
+nb::object integer(Py_ssize_t value) { return checked(PyLong_FromSsize_t(value)); }
 
-nb::object number(double value) {
-    return checked(PyFloat_FromDouble(value));
-}
+nb::object number(double value) { return checked(PyFloat_FromDouble(value)); }
 
-nb::object import_module(const char* name) {
-    return checked(PyImport_ImportModule(name));
-}
+nb::object import_module(const char* name) { return checked(PyImport_ImportModule(name)); }
 
 void raise(nb::handle exception_type, nb::handle message) {
     PyErr_SetObject(exception_type.ptr(), message.ptr());

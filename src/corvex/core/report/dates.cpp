@@ -95,8 +95,6 @@ const FunctionSpec kFunctions[] = {
 
 } // namespace
 
-std::span<const FunctionSpec> date_functions() {
-    return kFunctions;
-}
+std::span<const FunctionSpec> date_functions() { return kFunctions; }
 
 } // namespace corvex::report

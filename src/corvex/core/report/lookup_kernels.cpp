@@ -137,8 +137,6 @@ const FunctionSpec kFunctions[] = {
 
 } // namespace
 
-std::span<const FunctionSpec> lookup_kernels() {
-    return kFunctions;
-}
+std::span<const FunctionSpec> lookup_kernels() { return kFunctions; }
 
 } // namespace corvex::report

@@ -23,12 +23,8 @@ nb::object global(const char* name) {
     return nb::borrow<nb::object>(found);
 }
 
-nb::dict module_globals() {
-    return pyglue::as_dict(current());
-}
+nb::dict module_globals() { return pyglue::as_dict(current()); }
 
-void set_module_globals(nb::handle globals) {
-    current() = globals;
-}
+void set_module_globals(nb::handle globals) { current() = globals; }
 
 } // namespace corvex::report

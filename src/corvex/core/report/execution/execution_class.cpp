@@ -1,5 +1,7 @@
 #include "corvex/core/report/execution/execution_class.hpp"
 
+#include "corvex/core/report/execution/from_report.hpp"
+#include "corvex/core/report/execution/policy.hpp"
 #include "corvex/core/report/execution/record.hpp"
 #include "corvex/core/report/module_globals.hpp"
 #include "corvex/pyglue/class_builder.hpp"
@@ -12,6 +14,8 @@ nb::object make_execution_class(const nb::dict& globals) {
                                 globals)
         .member("SCHEMA_VERSION", global("REPORT_EXECUTION_SCHEMA_VERSION"))
         .methods(record_methods())
+        .methods(from_report_methods())
+        .methods(policy_methods())
         .build();
 }
 

@@ -1,6 +1,5 @@
 #include "corvex/core/report/execution/record.hpp"
 
-#include "corvex/core/report/imports.hpp"
 #include "corvex/core/report/module_globals.hpp"
 
 #include <array>
@@ -125,19 +124,11 @@ nb::object with_total_weight(const Call& call) {
     return call.self().attr("_replace")(nb::arg("total_weight") = call[1]);
 }
 
-nb::object repr(const Call& /*call*/) {
-    return pyglue::text("<ReportExecution>");
-}
-
-nb::object rebalance_timing(const Call& call) {
-    return imported("corvex.rebalance", "execution_timing")(call.self(), nb::arg("now") = call[1],
-                                                            nb::arg("calendar") = call[2]);
-}
+nb::object repr(const Call& /*call*/) { return pyglue::text("<ReportExecution>"); }
 
 constexpr Parameter kToSeries[] = {{"data"}, {"name"}, {"dtype", nullptr}};
 constexpr Parameter kSelf[] = {{"self"}};
 constexpr Parameter kTotalWeight[] = {{"self"}, {"total_weight"}};
-constexpr Parameter kTiming[] = {{"self"}, {"now", nullptr}, {"calendar", nullptr}};
 
 const FunctionSpec kMethods[] = {
     {"__init__", kInit, init,
@@ -160,15 +151,10 @@ const FunctionSpec kMethods[] = {
     {"with_total_weight", kTotalWeight, with_total_weight,
      "A new record whose portfolio is scaled to `total_weight` (1.0: fully invested)."},
     {"__repr__", kSelf, repr},
-    {"rebalance_timing", kTiming, rebalance_timing,
-     "When the next rebalance takes place, as a dictionary; see "
-     "corvex.rebalance.execution_timing."},
 };
 
 } // namespace
 
-std::span<const FunctionSpec> record_methods() {
-    return kMethods;
-}
+std::span<const FunctionSpec> record_methods() { return kMethods; }
 
 } // namespace corvex::report

@@ -52,8 +52,6 @@ const FunctionSpec kMethods[] = {
 
 } // namespace
 
-std::span<const FunctionSpec> pickle_methods() {
-    return kMethods;
-}
+std::span<const FunctionSpec> pickle_methods() { return kMethods; }
 
 } // namespace corvex::report

@@ -85,8 +85,6 @@ const FunctionSpec kFunctions[] = {
 
 } // namespace
 
-std::span<const FunctionSpec> server_functions() {
-    return kFunctions;
-}
+std::span<const FunctionSpec> server_functions() { return kFunctions; }
 
 } // namespace corvex::report

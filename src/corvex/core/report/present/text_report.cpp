@@ -35,13 +35,9 @@ constexpr std::array<Figure, 4> kFigures{{
     {"勝率: ", "win_ratio", true},
 }};
 
-nb::object rounded(nb::handle value) {
-    return to_text(global("round")(value, pyglue::integer(2)));
-}
+nb::object rounded(nb::handle value) { return to_text(global("round")(value, pyglue::integer(2))); }
 
-nb::object percent(nb::handle fraction) {
-    return rounded(fraction * pyglue::integer(100));
-}
+nb::object percent(nb::handle fraction) { return rounded(fraction * pyglue::integer(100)); }
 
 nb::object figure_line(nb::handle stats, const Figure& figure) {
     const nb::object value = stats.attr("get")(text(figure.key), pyglue::integer(0));
@@ -56,9 +52,7 @@ nb::object header(nb::handle name, nb::handle stats) {
                    text(" ~ "), to_text(stats.attr("get")(text("end"), missing)), text("\n")});
 }
 
-bool has_entries(nb::handle series) {
-    return !series.is_none() && pyglue::length(series) > 0;
-}
+bool has_entries(nb::handle series) { return !series.is_none() && pyglue::length(series) > 0; }
 
 /// Appends a line "  stock: value" for each entry for which `describe` gives a text.
 template <typename Describe>
@@ -164,8 +158,6 @@ const FunctionSpec kMethods[] = {
 
 } // namespace
 
-std::span<const FunctionSpec> text_methods() {
-    return kMethods;
-}
+std::span<const FunctionSpec> text_methods() { return kMethods; }
 
 } // namespace corvex::report

@@ -15,9 +15,7 @@ nb::object daily_curve(nb::handle creturn) {
     return last_of_day.attr("dropna")().attr("ffill")().attr("rebase")();
 }
 
-nb::object time_zone(nb::handle index) {
-    return pyglue::attribute_or(index, "tz", nb::none());
-}
+nb::object time_zone(nb::handle index) { return pyglue::attribute_or(index, "tz", nb::none()); }
 
 /// The benchmark in the time zone of the weight table. The market's own series is left as it is:
 /// it may serve other reports.
@@ -50,9 +48,7 @@ nb::object daily_benchmark(nb::handle benchmark, nb::handle daily_creturn) {
     return aligned.attr("ffill")().attr("rebase")();
 }
 
-nb::object local_now() {
-    return global("datetime").attr("datetime").attr("now")();
-}
+nb::object local_now() { return global("datetime").attr("datetime").attr("now")(); }
 
 nb::object update_date(nb::handle position) {
     return pyglue::length(position) > 0 ? nb::object(position.attr("index")[-1]) : local_now();
@@ -125,8 +121,6 @@ const FunctionSpec kMethods[] = {
 
 } // namespace
 
-std::span<const FunctionSpec> construction_methods() {
-    return kMethods;
-}
+std::span<const FunctionSpec> construction_methods() { return kMethods; }
 
 } // namespace corvex::report

@@ -4,8 +4,11 @@
 #include "corvex/core/report/payload/pickle.hpp"
 #include "corvex/core/report/present/text_report.hpp"
 #include "corvex/core/report/report/construction.hpp"
+#include "corvex/core/report/report/current_trades.hpp"
+#include "corvex/core/report/report/live.hpp"
 #include "corvex/core/report/report/trades.hpp"
 #include "corvex/core/report/stats/analyses.hpp"
+#include "corvex/core/report/stats/metrics.hpp"
 #include "corvex/core/report/stats/statistics.hpp"
 #include "corvex/pyglue/class_builder.hpp"
 
@@ -15,10 +18,13 @@ nb::object make_report_class(const nb::dict& globals) {
     pyglue::ClassBuilder builder("Report", "The results of one backtest.", globals);
     builder.methods(construction_methods());
     builder.methods(trade_methods());
+    builder.methods(current_trade_methods());
+    add_live_members(builder);
     builder.methods(statistics_methods());
     // One record for the whole process: the last report asked, at the last rate.
     const nb::object remember_last = global("lru_cache")(nb::arg("maxsize") = pyglue::integer(1));
     builder.member("_get_stats", remember_last(builder.function(cached_statistics())));
+    builder.methods(metrics_methods());
     builder.methods(analysis_methods());
     builder.methods(pickle_methods());
     builder.methods(text_methods());

@@ -12,13 +12,9 @@ using pyglue::Call;
 using pyglue::FunctionSpec;
 using pyglue::Parameter;
 
-nb::object get_trades(const Call& call) {
-    return call.self().attr("trades");
-}
+nb::object get_trades(const Call& call) { return call.self().attr("trades"); }
 
-nb::object get_mae_mfe(const Call& call) {
-    return call.self().attr("mae_mfe");
-}
+nb::object get_mae_mfe(const Call& call) { return call.self().attr("mae_mfe"); }
 
 nb::list as_column_list(nb::handle date_columns) {
     nb::list columns;
@@ -64,18 +60,9 @@ nb::object extended_to(nb::handle table, const nb::object& dates) {
                                  nb::arg("method") = pyglue::text("ffill"));
 }
 
-bool has_column(nb::handle trades, const char* name) {
-    const int found = PySequence_Contains(trades.attr("columns").ptr(), pyglue::text(name).ptr());
-    if (found < 0) {
-        throw nb::python_error();
-    }
-    return found == 1;
-}
-
 /// "2330 some name" is known to tables as "2330".
 nb::object asset_ids(nb::handle trades) {
-    const nb::object labels =
-        trades[pyglue::text(has_column(trades, "symbol") ? "symbol" : "stock_id")];
+    const nb::object labels = trades[pyglue::text(asset_column(trades))];
     return labels.attr("str").attr("split")(pyglue::text(" ")).attr("str")[0];
 }
 
@@ -165,8 +152,15 @@ const FunctionSpec kMethods[] = {
 
 } // namespace
 
-std::span<const FunctionSpec> trade_methods() {
-    return kMethods;
+std::span<const FunctionSpec> trade_methods() { return kMethods; }
+
+const char* asset_column(nb::handle trades) {
+    const int found =
+        PySequence_Contains(trades.attr("columns").ptr(), pyglue::text("symbol").ptr());
+    if (found < 0) {
+        throw nb::python_error();
+    }
+    return found == 1 ? "symbol" : "stock_id";
 }
 
 } // namespace corvex::report

@@ -116,8 +116,6 @@ const FunctionSpec kMethods[] = {
 
 } // namespace
 
-std::span<const FunctionSpec> analysis_methods() {
-    return kMethods;
-}
+std::span<const FunctionSpec> analysis_methods() { return kMethods; }
 
 } // namespace corvex::report

@@ -106,12 +106,8 @@ const FunctionSpec kCachedStats{"_get_stats", kCached, get_stats_uncached,
 
 } // namespace
 
-std::span<const FunctionSpec> statistics_methods() {
-    return kMethods;
-}
+std::span<const FunctionSpec> statistics_methods() { return kMethods; }
 
-const FunctionSpec& cached_statistics() {
-    return kCachedStats;
-}
+const FunctionSpec& cached_statistics() { return kCachedStats; }
 
 } // namespace corvex::report

@@ -1,0 +1,52 @@
+#include "corvex/core/report/execution/from_report.hpp"
+
+#include "corvex/core/report/execution/signal_dates.hpp"
+#include "corvex/core/report/module_globals.hpp"
+
+namespace corvex::report {
+
+namespace {
+
+using pyglue::Call;
+using pyglue::FunctionSpec;
+using pyglue::Parameter;
+
+/// The date of a weight series, or the one that the report keeps beside it.
+nb::object known_date(nb::handle report, const char* series, const char* attribute) {
+    const nb::object date = signal_date(pyglue::attribute_or(report, series, nb::none()));
+    return date.is_none() ? pyglue::attribute_or(report, attribute, nb::none()) : date;
+}
+
+nb::object from_report(const Call& call) {
+    const nb::handle report = call[1];
+    nb::dict fields;
+    // Reports saved by older versions lack some of these.
+    for (const char* name : {"weights", "next_weights", "resample", "actions", "next_trading_date",
+                             "trade_at", "market", "stop_loss", "take_profit", "trail_stop",
+                             "data_readiness", "planned_rebalance_date"}) {
+        fields[name] = pyglue::attribute_or(report, name, nb::none());
+    }
+    fields["total_weight"] = call[2];
+    const nb::object execution = call.self()(**fields);
+    set_signal_date(execution.attr("weights"),
+                    known_date(report, "weights", "current_rebalance_date"));
+    set_signal_date(execution.attr("next_weights"),
+                    known_date(report, "next_weights", "next_rebalance_date"));
+    return execution;
+}
+
+constexpr Parameter kFromReport[] = {{"cls"}, {"report"}, {"total_weight", 1.0}};
+
+const FunctionSpec kMethods[] = {
+    {"from_report", kFromReport, from_report,
+     "The execution state of a report, as it is now.\n\nParameters\n----------\nreport : Report\n"
+     "total_weight : float, default 1.0\n    Scale of the whole portfolio.\n\n"
+     "The weight series bear their signal dates as names.",
+     pyglue::Binding::kClassMethod},
+};
+
+} // namespace
+
+std::span<const FunctionSpec> from_report_methods() { return kMethods; }
+
+} // namespace corvex::report
