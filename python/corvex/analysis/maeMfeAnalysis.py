@@ -58,7 +58,6 @@ class MaeMfeAnalysis(Analysis):
         table = known.assign(**{"return": trades["return"]}) if len(trades) else known
         won = table["return"] > 0 if len(trades) else pd.Series(dtype=bool)
         groups = {"all": table, "winners": table[won], "losers": table[~won]}
-        names = [str(column) for column in known.columns]
         result = {
             "groups": [
                 _describe(name, group, [str(c) for c in known]) for name, group in groups.items()
