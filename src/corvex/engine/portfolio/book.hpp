@@ -1,0 +1,58 @@
+#pragma once
+
+#include "corvex/engine/portfolio/costs.hpp"
+#include "corvex/engine/portfolio/price_table.hpp"
+
+#include <cstdint>
+#include <vector>
+
+namespace corvex::engine::portfolio {
+
+/// Cash and holdings, and what they are worth when prices are missing.
+class Book {
+  public:
+    Book(const PriceTable& close, const Costs& costs);
+
+    /// Value of all holdings at a session's close; a missing price counts at the last known value.
+    double mark(std::size_t session);
+
+    /// The last known price of an asset before a session's close is known.
+    [[nodiscard]] double price_before(std::size_t asset, std::size_t session) const;
+    /// The price that a close of this session leaves an asset at.
+    [[nodiscard]] double price_after(std::size_t asset, std::size_t session) const;
+
+    /// Sets a holding to `value` at a quoted price. Costs and cash are the caller's (a rebalance
+    /// knows both exactly) or those of trade().
+    void set_holding(std::size_t asset, double value, double price, std::size_t session);
+    /// Trades one asset to a holding of `value`; pays for it and for the costs.
+    void trade(std::size_t asset, double value, double price, std::size_t session,
+               CostTotals& totals);
+    /// The held assets have changed: mark() and held() follow after this call.
+    void holdings_changed();
+
+    void set_cash(double cash) { cash_ = cash; }
+    /// Sets a debt that is a mere rounding error of the equity to zero.
+    void forgive_rounding(double equity);
+    [[nodiscard]] double cash() const { return cash_; }
+    [[nodiscard]] double shares(std::size_t asset) const { return shares_[asset]; }
+    [[nodiscard]] const std::vector<double>& shares() const { return shares_; }
+    [[nodiscard]] const std::vector<std::uint32_t>& held() const { return held_; }
+
+  private:
+    [[nodiscard]] double dot(const double* row) const;
+    double mark_with_gaps(std::size_t session);
+
+    const PriceTable& close_;
+    const Costs& costs_;
+    double cash_ = 1.0;
+    std::vector<double> shares_;
+    /// The value that counts while prices are missing, and the session that it was noted in. A
+    /// close is only noted when the next one is missing, so the usual session writes nothing.
+    std::vector<double> known_;
+    std::vector<std::int64_t> known_session_;
+    /// The held assets, ascending, and their shares side by side.
+    std::vector<std::uint32_t> held_;
+    std::vector<double> held_shares_;
+};
+
+} // namespace corvex::engine::portfolio

@@ -1,0 +1,63 @@
+#pragma once
+
+#include "corvex/engine/portfolio/costs.hpp"
+
+#include <cstddef>
+#include <vector>
+
+namespace corvex::engine::portfolio {
+
+/// Finds the equity after the costs of a rebalance together with the holdings that follow from it.
+///
+/// Each holding is to be weight x equity *after* costs, and the costs depend on the holdings. The
+/// condition  equity + costs(equity) = equity before  is piecewise linear and convex in the
+/// equity, so Newton's method ends exactly, after as many steps as the set of sold assets changes.
+class RebalanceSolver {
+  public:
+    explicit RebalanceSolver(const Costs& costs);
+
+    void clear();
+    /// An asset that can be traded now, by its value held and its target weight.
+    void add(double held, double weight);
+    /// An asset that cannot: its value stays, whatever its target.
+    void add_stuck(double held, double weight);
+
+    /// Solves for the equity after costs; 0 when the costs leave none.
+    ///
+    /// Unsellable holdings can leave too little cash for the other targets. Then the long targets
+    /// are scaled down together, so that cash does not fall below zero, or below what the weights
+    /// plan where they sum to more than one.
+    double solve(double equity_before);
+
+    [[nodiscard]] double target_value(std::size_t index) const;
+    /// Cash that remains beside tradable holdings of the given total value.
+    [[nodiscard]] double cash_after(double invested) const;
+    [[nodiscard]] double held(std::size_t index) const { return held_[index]; }
+    [[nodiscard]] double weight(std::size_t index) const { return weight_[index]; }
+    [[nodiscard]] std::size_t size() const { return held_.size(); }
+
+  private:
+    /// target = weight x (slope x equity + offset) for longs, weight x equity for shorts.
+    struct LongTargets {
+        double slope = 1.0;
+        double offset = 0.0;
+    };
+
+    [[nodiscard]] double newton(double equity_before) const;
+    [[nodiscard]] bool cash_falls_short(double equity) const;
+    void limit_to_cash(double equity_before);
+
+    double buy_rate_;
+    double sell_rate_;
+    std::vector<double> held_;
+    std::vector<double> weight_;
+    double long_weight_ = 0.0;
+    double short_weight_ = 0.0;
+    double stuck_weight_ = 0.0;
+    double stuck_value_ = 0.0;
+    bool has_stuck_ = false;
+    LongTargets longs_;
+    double equity_ = 0.0;
+};
+
+} // namespace corvex::engine::portfolio

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "corvex/engine/trades/round_trip.hpp"
+
+#include <cstdint>
+#include <vector>
+
+namespace corvex::engine::portfolio {
+
+/// What a simulation hands over. The series begin at the first session of the input.
+struct SimulationResult {
+    std::vector<double> equity; ///< at each close, 1 before the first fill, 0 from a ruin on
+    std::vector<double> cash;
+    std::vector<double> fees; ///< paid in each session, in units of the initial equity
+    std::vector<double> taxes;
+    std::vector<double> slippage;
+    std::vector<double> traded; ///< quoted value of buys and sells
+    std::vector<trades::RoundTrip> round_trips;
+    std::int64_t ruin_session = -1;
+    std::int64_t executed_rebalance = -1;
+
+    // The state after the last session, one entry for each asset.
+    std::vector<double> weights_in_force;
+    std::vector<double> shares;
+    std::vector<std::int64_t> out_reason;        ///< of an asset closed since the last rebalance
+    std::vector<std::int64_t> pending_reason;    ///< of a stop that waits for its fill
+    std::vector<std::int64_t> pending_session;   ///< on which it fired, -1 = none
+    std::vector<std::int64_t> waiting_rebalance; ///< whose order waits for a price, -1 = none
+};
+
+} // namespace corvex::engine::portfolio

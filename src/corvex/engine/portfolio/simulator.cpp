@@ -1,0 +1,205 @@
+#include "corvex/engine/portfolio/simulator.hpp"
+
+#include "corvex/engine/portfolio/price_checks.hpp"
+#include "corvex/engine/portfolio/simulator_state.hpp"
+
+#include <algorithm>
+
+namespace corvex::engine::portfolio {
+
+using trades::ExitReason;
+
+Simulator::Simulator(const SimulationInput& input)
+    : in_{input}, assets_{input.close.assets}, book_{input.close, input.costs},
+      solver_{input.costs}, stops_{input.stops, assets_},
+      excursions_{input.close, input.first_session, input.record_trades && input.record_excursions},
+      log_{input.costs, assets_, input.record_trades},
+      last_priced_{last_priced_sessions(input.close)} {
+    const std::size_t sessions = in_.close.sessions();
+    for (auto* series :
+         {&out_.equity, &out_.cash, &out_.fees, &out_.taxes, &out_.slippage, &out_.traded}) {
+        series->resize(sessions - in_.first_session, 0.0);
+    }
+    out_.weights_in_force.resize(assets_, 0.0);
+    out_.out_reason.resize(assets_, 0);
+    out_.pending_reason.resize(assets_, 0);
+    out_.pending_session.resize(assets_, -1);
+    out_.waiting_rebalance.resize(assets_, -1);
+    for (std::size_t asset = 0; asset < assets_; ++asset) {
+        const std::int64_t closing = last_priced_[asset] + 1;
+        if (closing > 0 && closing < static_cast<std::int64_t>(sessions)) {
+            ends_.emplace_back(closing, static_cast<std::uint32_t>(asset));
+        }
+    }
+    std::ranges::sort(ends_);
+}
+
+SimulationResult Simulator::run() {
+    for (std::size_t session = in_.first_session; session < in_.close.sessions(); ++session) {
+        run_session(session);
+        write_down(session);
+    }
+    finish();
+    return std::move(out_);
+}
+
+void Simulator::run_session(std::size_t session) {
+    if (out_.ruin_session >= 0) {
+        return;
+    }
+    const bool touched = stops_.active() && in_.stops.touched;
+    const bool on_closes = stops_.active() && !in_.stops.touched;
+    close_ended(session);
+    if (touched && !fills_at(FillAt::kOpen)) {
+        fill_touched_stops(session);
+    }
+    fired_.clear();
+    if (on_closes && fills_at(FillAt::kClose)) {
+        stops_.check_closes(in_.close.row(session), fired_);
+    }
+    fill_orders(session);
+    if (touched && fills_at(FillAt::kOpen)) {
+        fill_touched_stops(session);
+    }
+    if (on_closes && !fills_at(FillAt::kClose)) {
+        stops_.check_closes(in_.close.row(session), fired_);
+    }
+    fire_stops(session);
+}
+
+void Simulator::close_ended(std::size_t session) {
+    for (;
+         ends_done_ < ends_.size() && ends_[ends_done_].first <= static_cast<std::int64_t>(session);
+         ++ends_done_) {
+        const std::size_t asset = ends_[ends_done_].second;
+        if (book_.shares(asset) != 0.0) {
+            exit_position(asset, session, book_.price_before(asset, session),
+                          {ExitReason::kPricesEnded, static_cast<std::int64_t>(session), -1});
+        }
+    }
+}
+
+void Simulator::fill_orders(std::size_t session) {
+    fill_fired_stops(session);
+    std::int64_t due = -1;
+    while (next_rebalance_ < in_.signal_session.size() &&
+           in_.signal_session[next_rebalance_] + 1 <= static_cast<std::int64_t>(session)) {
+        due = static_cast<std::int64_t>(next_rebalance_++);
+    }
+    if (due >= 0) {
+        rebalance(due, session);
+    } else if (!waiting_.empty()) {
+        fill_waiting(session);
+    }
+}
+
+void Simulator::fill_touched_stops(std::size_t session) {
+    touched_.clear();
+    stops_.check_range(in_.open.empty() ? nullptr : in_.open.row(session), in_.high.row(session),
+                       in_.low.row(session), touched_);
+    for (const TouchedStop& stop : touched_) {
+        cancel_waiting(stop.asset);
+        exit_position(stop.asset, session, stop.price,
+                      {stop.reason, static_cast<std::int64_t>(session), -1}, true);
+    }
+}
+
+void Simulator::fire_stops(std::size_t session) {
+    for (const FiredStop& stop : fired_) {
+        // Orders that filled at this very close may have ended the position already.
+        if (!stops_.watches(stop.asset)) {
+            continue;
+        }
+        stops_.leave(stop.asset);
+        cancel_waiting(stop.asset);
+        out_.pending_reason[stop.asset] = static_cast<std::int64_t>(stop.reason);
+        out_.pending_session[stop.asset] = static_cast<std::int64_t>(session);
+        pending_.push_back(stop.asset);
+    }
+}
+
+void Simulator::write_down(std::size_t session) {
+    const std::size_t at = offset(session);
+    if (out_.ruin_session < 0) {
+        if (std::exchange(holdings_changed_, false)) {
+            book_.holdings_changed();
+        }
+        const double equity = book_.cash() + book_.mark(session);
+        excursions_.observe_block(session + 1);
+        if (equity <= 0.0 || out_of_equity_) {
+            ruin(session);
+        } else {
+            out_.equity[at] = equity;
+            out_.cash[at] = book_.cash();
+        }
+        out_.fees[at] = paid_.fees;
+        out_.taxes[at] = paid_.taxes;
+        out_.slippage[at] = paid_.slippage;
+        out_.traded[at] = paid_.traded;
+        paid_ = {};
+    }
+    if (!in_.position.empty()) {
+        std::ranges::copy(out_.weights_in_force,
+                          in_.position.begin() + static_cast<std::ptrdiff_t>(at * assets_));
+    }
+}
+
+void Simulator::ruin(std::size_t session) {
+    out_.ruin_session = static_cast<std::int64_t>(session);
+    for (const std::uint32_t asset : book_.held()) {
+        exit_position(asset, session, book_.price_after(asset, session),
+                      {ExitReason::kRuin, static_cast<std::int64_t>(session), -1});
+    }
+    book_.set_cash(0.0);
+    cancel_all_waiting();
+}
+
+void Simulator::finish() {
+    if (out_.ruin_session < 0 && in_.close.sessions() > in_.first_session) {
+        const std::size_t last = in_.close.sessions() - 1;
+        for (const std::uint32_t asset : book_.held()) {
+            log_.mark_open(asset, last, book_.price_after(asset, last),
+                           excursions_.figures(asset, last + 1));
+        }
+        signal_beyond_table();
+    }
+    out_.shares = book_.shares();
+    out_.round_trips = log_.take_sorted();
+}
+
+void Simulator::signal_beyond_table() {
+    for (const std::uint32_t asset : pending_) {
+        log_.signal_exit(asset, {static_cast<ExitReason>(out_.pending_reason[asset]),
+                                 out_.pending_session[asset], -1});
+    }
+    if (next_rebalance_ < in_.signal_session.size()) {
+        const auto row = static_cast<std::int64_t>(in_.signal_session.size()) - 1;
+        for (std::size_t asset = 0; asset < assets_; ++asset) {
+            signal_order(asset, row);
+        }
+        return;
+    }
+    for (const std::uint32_t asset : waiting_) {
+        signal_order(asset, out_.waiting_rebalance[asset]);
+    }
+}
+
+void Simulator::signal_order(std::size_t asset, std::int64_t rebalance) {
+    const auto row = static_cast<std::size_t>(rebalance);
+    const double weight = in_.target_row(row)[asset];
+    const double shares = out_.pending_reason[asset] != 0 ? 0.0 : book_.shares(asset);
+    const bool keeps_side = (weight > 0.0 && shares > 0.0) || (weight < 0.0 && shares < 0.0);
+    if (shares != 0.0 && !keeps_side) {
+        log_.signal_exit(asset, {ExitReason::kRebalance, in_.signal_session[row], rebalance});
+    }
+    if (weight != 0.0 && !keeps_side) {
+        log_.signal_entry(asset, rebalance, weight);
+    }
+}
+
+SimulationResult simulate(const SimulationInput& input) {
+    validate(input);
+    return Simulator{input}.run();
+}
+
+} // namespace corvex::engine::portfolio

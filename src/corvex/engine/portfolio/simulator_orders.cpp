@@ -1,0 +1,262 @@
+#include "corvex/engine/portfolio/simulator_state.hpp"
+
+#include <algorithm>
+#include <limits>
+
+namespace corvex::engine::portfolio {
+
+using trades::ExitCause;
+using trades::ExitReason;
+
+namespace {
+
+bool same_side(double a, double b) {
+    return (a > 0.0 && b > 0.0) || (a < 0.0 && b < 0.0);
+}
+
+} // namespace
+
+double Simulator::fill_price(std::size_t asset, std::size_t session) const {
+    const double price = in_.fill_prices().at(session, asset);
+    const bool listed = static_cast<std::int64_t>(session) <= last_priced_[asset];
+    return listed && is_tradable(price) ? price : std::numeric_limits<double>::quiet_NaN();
+}
+
+double Simulator::fill_value_price(std::size_t asset, std::size_t session) const {
+    const double price = fill_price(asset, session);
+    return is_missing(price) ? book_.price_before(asset, session) : price;
+}
+
+double Simulator::equity_at_fill(std::size_t session) const {
+    double equity = book_.cash();
+    for (std::size_t asset = 0; asset < assets_; ++asset) {
+        if (book_.shares(asset) != 0.0) {
+            equity += book_.shares(asset) * fill_value_price(asset, session);
+        }
+    }
+    return equity;
+}
+
+void Simulator::fill_fired_stops(std::size_t session) {
+    std::erase_if(pending_, [&](std::uint32_t asset) {
+        if (out_.pending_reason[asset] == 0) {
+            return true; // the position has ended otherwise
+        }
+        const double price = fill_price(asset, session);
+        if (is_missing(price)) {
+            return false;
+        }
+        exit_position(
+            asset, session, price,
+            {static_cast<ExitReason>(out_.pending_reason[asset]), out_.pending_session[asset], -1});
+        return true;
+    });
+}
+
+void Simulator::rebalance(std::int64_t row, std::size_t session) {
+    cancel_all_waiting();
+    std::ranges::fill(out_.out_reason, 0);
+    const double* weights = in_.target_row(static_cast<std::size_t>(row));
+    const double before = collect_rebalance(weights, session);
+    const double after = before > 0.0 ? solver_.solve(before) : before;
+    if (after <= 0.0) {
+        out_of_equity_ = true;
+        return;
+    }
+    out_.executed_rebalance = row;
+    excursions_.observe_before(fills_at(FillAt::kClose) ? session + 1 : session);
+    apply_rebalance(row, session);
+    for (const std::uint32_t asset : waiting_) {
+        out_.waiting_rebalance[asset] = row;
+    }
+}
+
+double Simulator::collect_rebalance(const double* weights, std::size_t session) {
+    solver_.clear();
+    tradable_.clear();
+    tradable_price_.clear();
+    total_weight_ = 0.0;
+    double equity = book_.cash();
+    for (std::size_t asset = 0; asset < assets_; ++asset) {
+        const double shares = book_.shares(asset);
+        total_weight_ += weights[asset];
+        if (weights[asset] == 0.0 && shares == 0.0) {
+            continue;
+        }
+        const double price = fill_price(asset, session);
+        if (is_missing(price)) {
+            const double value = shares == 0.0 ? 0.0 : shares * book_.price_before(asset, session);
+            solver_.add_stuck(value, weights[asset]);
+            waiting_.push_back(static_cast<std::uint32_t>(asset));
+            equity += value;
+            continue;
+        }
+        const double value = shares * price;
+        solver_.add(value, weights[asset]);
+        tradable_.push_back(static_cast<std::uint32_t>(asset));
+        tradable_price_.push_back(price);
+        equity += value;
+    }
+    return equity;
+}
+
+void Simulator::apply_rebalance(std::int64_t row, std::size_t session) {
+    double bought = 0.0;
+    double sold = 0.0;
+    double invested = 0.0;
+    for (std::size_t k = 0; k < tradable_.size(); ++k) {
+        const std::size_t asset = tradable_[k];
+        const double before = book_.shares(asset);
+        const double value = solver_.target_value(k);
+        const double change = value - solver_.held(k);
+        bought += std::max(change, 0.0);
+        sold += std::max(-change, 0.0);
+        invested += value;
+        book_.set_holding(asset, value, tradable_price_[k], session);
+        out_.weights_in_force[asset] = solver_.weight(k);
+        if (!same_side(before, book_.shares(asset))) {
+            position_changed(
+                {asset,
+                 session,
+                 tradable_price_[k],
+                 solver_.weight(k),
+                 before,
+                 {ExitReason::kRebalance, in_.signal_session[static_cast<std::size_t>(row)], row}});
+        }
+    }
+    book_.set_cash(solver_.cash_after(invested));
+    paid_.add(in_.costs, bought, sold);
+    holdings_changed_ = true;
+}
+
+void Simulator::cancel_all_waiting() {
+    for (const std::uint32_t asset : waiting_) {
+        out_.waiting_rebalance[asset] = -1;
+    }
+    waiting_.clear();
+}
+
+void Simulator::cancel_waiting(std::size_t asset) {
+    if (out_.waiting_rebalance[asset] >= 0) {
+        out_.waiting_rebalance[asset] = -1;
+        std::erase(waiting_, static_cast<std::uint32_t>(asset));
+    }
+}
+
+void Simulator::fill_waiting(std::size_t session) {
+    std::vector<std::uint32_t> ready;
+    std::ranges::copy_if(waiting_, std::back_inserter(ready), [&](std::uint32_t asset) {
+        return !is_missing(fill_price(asset, session));
+    });
+    if (ready.empty()) {
+        return;
+    }
+    excursions_.observe_before(fills_at(FillAt::kClose) ? session + 1 : session);
+    // Sells first, so that their proceeds serve the buys.
+    double equity = equity_at_fill(session);
+    std::ranges::stable_partition(ready, [&](std::uint32_t asset) {
+        const auto row = static_cast<std::size_t>(out_.waiting_rebalance[asset]);
+        return in_.target_row(row)[asset] * equity <
+               book_.shares(asset) * fill_price(asset, session);
+    });
+    for (const std::uint32_t asset : ready) {
+        equity -= trade_waiting(asset, session, equity);
+    }
+}
+
+/// The change in value that brings one asset alone to weight x the equity after its own costs.
+double Simulator::waiting_change(double held, double weight, double equity) const {
+    const bool buy = weight * equity > held;
+    const double rate = buy ? in_.costs.buy_rate() : -in_.costs.sell_rate();
+    const double change = (weight * equity - held) / (1.0 + rate * weight);
+    if (!buy) {
+        return change;
+    }
+    // Covering a short is never held back; what goes beyond it stays within cash.
+    const double floor = std::min(0.0, 1.0 - total_weight_) * equity;
+    const double cover = std::min(change, std::max(0.0, -held));
+    const double room = (book_.cash() - floor) / (1.0 + rate) - cover;
+    return cover + std::min(change - cover, std::max(0.0, room));
+}
+
+double Simulator::trade_waiting(std::size_t asset, std::size_t session, double equity) {
+    const std::int64_t row = out_.waiting_rebalance[asset];
+    const double weight = in_.target_row(static_cast<std::size_t>(row))[asset];
+    const double price = fill_price(asset, session);
+    const double before = book_.shares(asset);
+    const double held = before * price;
+    cancel_waiting(asset);
+    if (equity <= 0.0) {
+        out_of_equity_ = true;
+        return 0.0;
+    }
+    const double change = waiting_change(held, weight, equity);
+    const double value = weight == 0.0 ? 0.0 : held + change;
+    book_.trade(asset, value, price, session, paid_);
+    book_.forgive_rounding(equity);
+    holdings_changed_ = true;
+    if (book_.shares(asset) != 0.0) {
+        out_.weights_in_force[asset] = weight;
+    }
+    if (!same_side(before, book_.shares(asset))) {
+        position_changed(
+            {asset,
+             session,
+             price,
+             weight,
+             before,
+             {ExitReason::kRebalance, in_.signal_session[static_cast<std::size_t>(row)], row}});
+    }
+    return change > 0.0 ? change * in_.costs.buy_rate() : -change * in_.costs.sell_rate();
+}
+
+void Simulator::exit_position(std::size_t asset, std::size_t session, double price,
+                              const ExitCause& cause, bool touched) {
+    const double before = book_.shares(asset);
+    book_.trade(asset, 0.0, price, session, paid_);
+    holdings_changed_ = true;
+    out_.out_reason[asset] = static_cast<std::int64_t>(cause.reason);
+    position_changed({asset, session, price, 0.0, before, cause, touched});
+}
+
+void Simulator::position_changed(const Fill& fill) {
+    if (fill.shares_before != 0.0) {
+        close_round_trip(fill);
+    }
+    if (book_.shares(fill.asset) != 0.0) {
+        open_round_trip(fill);
+    } else {
+        out_.weights_in_force[fill.asset] = 0.0;
+    }
+}
+
+void Simulator::close_round_trip(const Fill& fill) {
+    // Whether the position has lived through the close of the session in which it ends.
+    const ExitReason reason = fill.cause.reason;
+    const bool at_close = fills_at(FillAt::kClose);
+    const bool saw_close = reason == ExitReason::kRuin ||
+                           (at_close && !fill.touched && reason != ExitReason::kPricesEnded);
+    const auto figures = excursions_.close(fill.asset, fill.session + (saw_close ? 1 : 0),
+                                           fill.price, at_close && fill.touched);
+    log_.close(fill.asset, fill.session, fill.price, fill.cause, figures);
+    if (stops_.active()) {
+        stops_.leave(fill.asset);
+    }
+    out_.pending_reason[fill.asset] = 0;
+    out_.pending_session[fill.asset] = -1;
+}
+
+void Simulator::open_round_trip(const Fill& fill) {
+    const bool is_long = book_.shares(fill.asset) > 0.0;
+    const double executed = in_.costs.executed(fill.price, is_long);
+    excursions_.open(fill.asset, is_long, executed);
+    const std::int64_t row = fill.cause.rebalance;
+    log_.open(fill.asset, row, fill.session, fill.price, fill.weight);
+    if (stops_.active()) {
+        stops_.enter(fill.asset, is_long, executed);
+        // This close may have set off a stop of the position that the new one replaces.
+        std::erase_if(fired_, [&](const FiredStop& stop) { return stop.asset == fill.asset; });
+    }
+}
+
+} // namespace corvex::engine::portfolio

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstdint>
+
+namespace corvex::engine::trades {
+
+/// Why a round trip ended, or is about to.
+enum class ExitReason : std::int8_t {
+    kOpen = 0,
+    kRebalance = 1,
+    kStopLoss = 2,
+    kTakeProfit = 3,
+    kTrailStop = 4,
+    kPricesEnded = 5,
+    kRuin = 6
+};
+
+/// How far a position moved while it was held, as returns on its entry fill price (slippage in,
+/// fees out), from closes and the exit fill; a move that never happened is 0.
+struct ExcursionFigures {
+    double mae = 0.0;            ///< most adverse, <= 0
+    double mfe = 0.0;            ///< most favourable, >= 0
+    double mfe_before_mae = 0.0; ///< most favourable up to the bar of the most adverse
+    double max_drawdown = 0.0;   ///< largest fall from the position's own peak, <= 0
+    double days_in_profit = 0.0; ///< bars whose close lay on the winning side
+};
+
+/// From weight zero to zero, or to a change of sign. Sessions and rows are -1 where there is none,
+/// prices NaN.
+struct RoundTrip {
+    std::int64_t asset;
+    std::int64_t entry_rebalance;
+    std::int64_t exit_rebalance = -1;
+    std::int64_t exit_signal_session = -1;
+    std::int64_t entry_session = -1;
+    std::int64_t exit_session = -1;
+    double entry_price; ///< quoted, before slippage
+    double exit_price;
+    double weight; ///< target weight at the entry
+    double net_return;
+    double period; ///< bars held
+    ExcursionFigures excursion;
+    ExitReason reason = ExitReason::kOpen;
+};
+
+} // namespace corvex::engine::trades
