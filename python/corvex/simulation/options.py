@@ -1,0 +1,65 @@
+"""The numbers that a run takes: costs, stops and limits, checked."""
+
+from __future__ import annotations
+
+import math
+import numbers
+from dataclasses import dataclass
+
+__all__ = ["Options", "cost_ratio", "position_limit", "stop_fraction"]
+
+
+@dataclass(frozen=True, slots=True)
+class Options:
+    """Checked options of one run; `math.inf` stands for a stop or limit that is off."""
+
+    fee_ratio: float
+    tax_ratio: float
+    slippage_ratio: float
+    stop_loss: float
+    take_profit: float
+    trail_stop: float
+    touched_exit: bool
+    position_limit: float
+    leverage: bool
+
+
+def cost_ratio(name: str, value: float | None, default: float = 0.0) -> float:
+    """Return a cost as a fraction of the traded value, at least 0 and below 1."""
+    ratio = default if value is None else _number(name, value)
+    if not 0.0 <= ratio < 1.0:
+        raise ValueError(
+            f"{name} must be a fraction from 0 to below 1 (0.001 is 0.1 %), got {value!r}"
+        )
+    return ratio
+
+
+def stop_fraction(name: str, value: float | None) -> float:
+    """Return a stop's distance as a fraction; infinity for None, NaN and infinity (off)."""
+    if value is None:
+        return math.inf
+    fraction = _number(name, value)
+    if math.isnan(fraction):
+        return math.inf
+    if fraction <= 0.0:
+        raise ValueError(
+            f"{name} must be a fraction above 0 (0.1 is 10 %), or None for no such stop, "
+            f"got {value!r}"
+        )
+    return fraction
+
+
+def position_limit(value: float | None) -> float:
+    """Return the largest absolute weight of one asset; infinity for None."""
+    if value is None:
+        return math.inf
+    limit = _number("position_limit", value)
+    if not limit > 0.0:
+        raise ValueError(f"position_limit must be a weight above 0, or None, got {value!r}")
+    return limit
+
+
+def _number(name: str, value: object) -> float:
+    if isinstance(value, bool) or not isinstance(value, numbers.Real):
+        raise ValueError(f"{name} must be a number or None, got {value!r}")
+    return float(value)

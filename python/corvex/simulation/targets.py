@@ -1,0 +1,178 @@
+"""The user's weights, read and turned into target weights."""
+
+from __future__ import annotations
+
+from typing import cast
+
+import numpy as np
+import pandas as pd
+
+from corvex.simulation.dates import dated_table
+from corvex.simulation.labels import check_labels
+from corvex.simulation.notices import date_text
+
+__all__ = ["WeightTable", "read_weights"]
+
+_CHUNK = 256
+
+
+class WeightTable:
+    """The weights as the user gave them, and the target weights of any of their rows.
+
+    Attributes
+    ----------
+    index : DatetimeIndex of length rows
+        Rising dates, as given.
+    labels : Index of length assets
+        The asset labels, as given.
+    """
+
+    def __init__(
+        self, table: pd.DataFrame, values: np.ndarray, *, limit: float, leverage: bool
+    ) -> None:
+        self.index = cast("pd.DatetimeIndex", table.index)
+        self.labels = table.columns
+        self._values = values
+        self._limit = limit
+        self._leverage = leverage
+
+    def targets(self, rows: np.ndarray) -> np.ndarray:
+        """Return the target weights of some rows.
+
+        Missing weights are 0; signals share a row equally; a row whose absolute sum is above 1 is
+        scaled to 1 unless leverage is allowed; at last each weight is cut to the position limit,
+        which leaves the rest in cash.
+
+        Parameters
+        ----------
+        rows : int64 array of shape (n,)
+            Positions in `index`.
+
+        Returns
+        -------
+        float64 array of shape (n, assets)
+        """
+        weights = self._values[rows].astype(np.float64)
+        if self._values.dtype == np.bool_:
+            weights /= np.maximum(weights.sum(axis=1, keepdims=True), 1.0)
+        else:
+            np.nan_to_num(weights, copy=False, nan=0.0)
+            gross = np.abs(weights).sum(axis=1, keepdims=True)
+            if not self._leverage and (gross > 1.0).any():
+                weights /= np.maximum(gross, 1.0)
+        if np.isfinite(self._limit):
+            np.clip(weights, -self._limit, self._limit, out=weights)
+        return weights
+
+    def changes(self, rows: np.ndarray) -> tuple[np.ndarray, np.ndarray]:
+        """Keep the rows whose targets differ from those of the row kept before.
+
+        Before the first row everything is zero, so leading rows without weights are not kept.
+
+        Returns
+        -------
+        int64 array of shape (kept,) and float64 array of shape (kept, assets)
+            Positions in `rows`, and the targets there.
+        """
+        kept: list[np.ndarray] = []
+        targets: list[np.ndarray] = []
+        before = np.zeros((1, len(self.labels)))
+        for start in range(0, len(rows), _CHUNK):
+            chunk = self.targets(rows[start : start + _CHUNK])
+            changed = np.empty(len(chunk), dtype=bool)
+            changed[0] = (chunk[0] != before[0]).any()
+            np.any(chunk[1:] != chunk[:-1], axis=1, out=changed[1:])
+            kept.append(np.flatnonzero(changed) + start)
+            targets.append(chunk[changed])
+            before = chunk[-1:].copy()
+        if not kept:
+            return np.empty(0, np.int64), np.empty((0, len(self.labels)))
+        return np.concatenate(kept), np.concatenate(targets)
+
+
+def read_weights(weights: pd.DataFrame, *, limit: float, leverage: bool) -> WeightTable:
+    """Check the user's weights.
+
+    Parameters
+    ----------
+    weights : DataFrame
+        Dates x asset labels: numbers, or True and False.
+    limit : float
+        The largest absolute weight of one asset.
+    leverage : bool
+        Leave rows alone whose absolute sum is above 1.
+
+    Raises
+    ------
+    ValueError
+        Naming the asset and date of what cannot be a weight.
+    """
+    if isinstance(weights, pd.Series) and isinstance(weights.name, str):
+        weights = weights.to_frame()
+    if not isinstance(weights, pd.DataFrame):
+        raise ValueError(
+            f"weights must be a DataFrame of dates x asset labels, got {type(weights).__name__}"
+        )
+    if weights.size == 0:
+        raise ValueError(f"weights are empty: {len(weights)} dates, {weights.shape[1]} assets")
+    check_labels(weights.columns)
+    table = dated_table(weights, "weights")
+    values = _values(table)
+    if values.dtype != np.bool_:
+        _refuse_infinite(table, values)
+        if np.isnan(np.fmax.reduce(values, axis=None)):
+            raise ValueError("weights are empty: every value is missing")
+    return WeightTable(table, values, limit=limit, leverage=leverage)
+
+
+def _values(table: pd.DataFrame) -> np.ndarray:
+    """The values as bool or float64, without a copy where they are that."""
+    dtypes = table.dtypes
+    if len(set(dtypes)) == 1 and dtypes.iloc[0] in (np.float64, np.bool_):
+        return table.to_numpy()
+    kinds = {str(label): _kind(table[label]) for label in table.columns}
+    signals = [label for label, kind in kinds.items() if kind == "signal"]
+    numbers = [label for label, kind in kinds.items() if kind == "number"]
+    if signals and numbers:
+        raise ValueError(
+            f"weights mix True/False (as {signals[0]!r}) and numbers (as {numbers[0]!r}); "
+            "give one of them"
+        )
+    if not signals:
+        return table.to_numpy(dtype=np.float64, na_value=np.nan)
+    true = [table[label].eq(True).fillna(False) for label in table.columns]  # noqa: FBT003
+    return np.column_stack([column.to_numpy(dtype=bool) for column in true])
+
+
+def _kind(column: pd.Series) -> str:
+    if pd.api.types.is_bool_dtype(column.dtype):
+        return "signal"
+    if pd.api.types.is_numeric_dtype(column.dtype):
+        return "number"
+    kind = pd.api.types.infer_dtype(column, skipna=True)
+    if kind == "boolean":
+        return "signal"
+    if kind in ("empty", "floating", "integer", "mixed-integer-float", "decimal"):
+        return "empty" if kind == "empty" else "number"
+    for date, value in column.items():
+        if isinstance(value, bool) or not isinstance(value, int | float | np.number):
+            when = date_text(cast("pd.Timestamp", date))
+            raise ValueError(
+                f"the weight of {column.name!r} on {when} is {value!r}; weights are numbers, or "
+                "all True and False"
+            )
+    return "number"
+
+
+def _refuse_infinite(table: pd.DataFrame, values: np.ndarray) -> None:
+    if np.isfinite(np.fmax.reduce(values, axis=None)) and np.isfinite(
+        np.fmin.reduce(values, axis=None)
+    ):
+        return
+    infinite = np.isinf(values)
+    if infinite.any():
+        row, column = np.argwhere(infinite)[0]
+        raise ValueError(
+            f"the weight of {table.columns[column]!r} on {date_text(table.index[row])} is "
+            f"{values[row, column]}"
+        )
