@@ -7,6 +7,7 @@ than prices. Everything is brought to the prices' clock here, so that the rest c
 from __future__ import annotations
 
 from collections.abc import Callable
+from dataclasses import dataclass
 from functools import cached_property
 from typing import Any, cast
 
@@ -15,7 +16,7 @@ import pandas as pd
 
 from corvex.simulation.notices import date_text, warn
 
-__all__ = ["Clock", "Stamps", "as_dates", "dated_table", "has_dates_only"]
+__all__ = ["Clock", "Stamps", "as_dates", "dated_table", "has_dates_only", "local_nanos"]
 
 _DAY = pd.Timedelta(days=1)
 _TICK = pd.Timedelta(1, unit="ns")
@@ -70,6 +71,17 @@ def has_dates_only(index: pd.DatetimeIndex) -> bool:
     return bool((index == index.normalize()).all())
 
 
+def local_nanos(index: pd.DatetimeIndex) -> np.ndarray:
+    """Local times as int64 nanoseconds, strictly rising where the index is.
+
+    The hour that a change to winter time repeats would go backwards; it is pressed together.
+    """
+    nanos = index.tz_localize(None).as_unit("ns").asi8
+    steps = np.arange(len(nanos))
+    return np.maximum.accumulate(nanos - steps) + steps if index.tz is not None else nanos
+
+
+@dataclass(frozen=True, slots=True)
 class Stamps:
     """Dates on the clock of the prices.
 
@@ -84,13 +96,16 @@ class Stamps:
         Row of the last session at or before each date; -1 before the first.
     """
 
-    def __init__(self, dates: pd.DatetimeIndex, keys: np.ndarray, clock: Clock) -> None:
-        self.dates = dates
-        self.keys = keys
-        self.sessions = np.searchsorted(clock.keys, keys, side="right") - 1
+    dates: pd.DatetimeIndex
+    keys: np.ndarray
+    sessions: np.ndarray
 
     def __len__(self) -> int:
         return len(self.keys)
+
+    def between(self, start: int, stop: int) -> Stamps:
+        """Some of the dates."""
+        return Stamps(self.dates[start:stop], self.keys[start:stop], self.sessions[start:stop])
 
 
 class Clock:
@@ -123,6 +138,11 @@ class Clock:
         return self.index.tz_localize(None)
 
     @cached_property
+    def wall_nanos(self) -> np.ndarray:
+        """`wall` as int64 nanoseconds since the epoch."""
+        return local_nanos(self.index)
+
+    @cached_property
     def is_daily(self) -> bool:
         """Whether no day has more than one row."""
         days = self.wall.normalize().as_unit("ns").asi8
@@ -147,15 +167,18 @@ class Clock:
         """
         if self.is_daily and (by_day or has_dates_only(dates)):
             days = dates.tz_localize(None).normalize()
-            ends = self._zoned(days.as_unit("ns") + _DAY - _TICK)
-            return Stamps(self._zoned(dates.tz_localize(None)), ends.asi8, self)
+            ends = self.zoned(days.as_unit("ns") + _DAY - _TICK)
+            return self._stamps(self.zoned(dates.tz_localize(None)), ends.asi8)
         if dates.tz is not None:
             zone = self.index.tz or self._market_zone()
             dates = dates.tz_convert(zone)
             if self.index.tz is None:
                 dates = dates.tz_localize(None)
-        dates = self._zoned(dates)
-        return Stamps(dates, dates.as_unit("ns").asi8, self)
+        dates = self.zoned(dates)
+        return self._stamps(dates, dates.as_unit("ns").asi8)
+
+    def _stamps(self, dates: pd.DatetimeIndex, keys: np.ndarray) -> Stamps:
+        return Stamps(dates, keys, np.searchsorted(self.keys, keys, side="right") - 1)
 
     def stamp(self, when: Any, what: str, *, end_of_day: bool = False) -> pd.Timestamp:
         """Read one date and bring it to this clock; a date alone may stand for its whole day."""
@@ -168,10 +191,11 @@ class Clock:
         date_only = given == given.normalize()
         placed = self.place(pd.DatetimeIndex([given.as_unit("ns")])).dates
         if end_of_day and date_only:
-            placed = self._zoned(placed.tz_localize(None) + _DAY - _TICK)
+            placed = self.zoned(placed.tz_localize(None) + _DAY - _TICK)
         return cast("pd.Timestamp", placed[0])
 
-    def _zoned(self, dates: pd.DatetimeIndex) -> pd.DatetimeIndex:
+    def zoned(self, dates: pd.DatetimeIndex) -> pd.DatetimeIndex:
+        """Local times of the clock in its zone; of an hour that occurs twice, the first."""
         if dates.tz is not None or self.index.tz is None:
             return dates
         first = np.ones(len(dates), dtype=bool)

@@ -6,22 +6,27 @@ import math
 import numbers
 from dataclasses import dataclass
 
-__all__ = ["Options", "cost_ratio", "position_limit", "stop_fraction"]
+__all__ = ["Costs", "Options", "checked_limit", "cost_ratio", "stop_fraction"]
+
+
+@dataclass(frozen=True, slots=True)
+class Costs:
+    """Checked costs, as fractions of the traded value."""
+
+    fee_ratio: float = 0.0
+    tax_ratio: float = 0.0
+    slippage_ratio: float = 0.0
 
 
 @dataclass(frozen=True, slots=True)
 class Options:
-    """Checked options of one run; `math.inf` stands for a stop or limit that is off."""
+    """Checked options of one run; infinity stands for a stop that is off."""
 
-    fee_ratio: float
-    tax_ratio: float
-    slippage_ratio: float
+    costs: Costs
     stop_loss: float
     take_profit: float
     trail_stop: float
     touched_exit: bool
-    position_limit: float
-    leverage: bool
 
 
 def cost_ratio(name: str, value: float | None, default: float = 0.0) -> float:
@@ -49,7 +54,7 @@ def stop_fraction(name: str, value: float | None) -> float:
     return fraction
 
 
-def position_limit(value: float | None) -> float:
+def checked_limit(value: float | None) -> float:
     """Return the largest absolute weight of one asset; infinity for None."""
     if value is None:
         return math.inf

@@ -3,20 +3,20 @@
 from __future__ import annotations
 
 import datetime
-from collections.abc import Callable, Iterable
+from collections.abc import Iterable
 from dataclasses import dataclass
 
 import numpy as np
 import pandas as pd
 
-from corvex.simulation.dates import Clock, Stamps, as_dates
-from corvex.simulation.periods import PeriodRule
+from corvex import _engine
+from corvex.simulation.dates import Clock, Stamps, as_dates, local_nanos
+from corvex.simulation.future import FutureBars
 from corvex.simulation.targets import WeightTable
 
 __all__ = ["Resample", "Schedule", "build_schedule", "read_offset"]
 
 type Resample = str | Iterable[object] | None
-type LastOfPeriod = Callable[[PeriodRule], pd.Timestamp | None]
 
 
 @dataclass(frozen=True, slots=True)
@@ -41,8 +41,8 @@ class Schedule:
     dates: pd.DatetimeIndex
     sessions: np.ndarray
     targets: np.ndarray
-    planned_date: pd.Timestamp | None
-    planned_targets: np.ndarray | None
+    planned_date: pd.Timestamp | None = None
+    planned_targets: np.ndarray | None = None
 
     def __len__(self) -> int:
         return len(self.sessions)
@@ -56,10 +56,8 @@ def read_offset(resample: Resample, offset: object) -> pd.Timedelta:
         raise ValueError("resample_offset moves the dates of resample, which is None")
     try:
         length = pd.Timedelta(offset)  # type: ignore[arg-type]
-    except (TypeError, ValueError) as error:
-        raise ValueError(
-            f"resample_offset must be a length of time such as '1D', got {offset!r}"
-        ) from error
+    except (TypeError, ValueError):
+        length = pd.NaT  # type: ignore[assignment]
     if pd.isna(length):
         raise ValueError(f"resample_offset must be a length of time such as '1D', got {offset!r}")
     return length
@@ -69,9 +67,9 @@ def build_schedule(
     weights: WeightTable,
     rows: Stamps,
     clock: Clock,
+    future: FutureBars,
     resample: Resample,
     offset: pd.Timedelta,
-    last_of_period: LastOfPeriod,
 ) -> Schedule:
     """Find the rebalances.
 
@@ -83,88 +81,90 @@ def build_schedule(
         The dates of its rows on the clock.
     clock : Clock
         The sessions.
+    future : FutureBars
+        Tells whether the period in which the table ends is over.
     resample : None, str or dates
         None: whenever the targets change. A frequency: on the last session of each period.
         Dates: on these.
     offset : Timedelta
         Moves the ends of the periods, or the dates.
-    last_of_period : callable
-        Gives the last bar of the period in which the table ends, by the market's calendar; None
-        when the table holds it.
     """
     if resample is None:
         return _whenever_changed(weights, rows)
-    if isinstance(resample, str):
-        span = clock.wall if len(rows) == 0 else clock.wall.append(rows.dates.tz_localize(None))
-        rule = PeriodRule(resample, offset, clock.wall[0], span.max())
-        return _by_period(weights, rows, clock, rule, last_of_period)
-    return _on_dates(weights, rows, clock, _listed(resample, offset, clock))
+    if not isinstance(resample, str):
+        return _on_dates(weights, rows, clock, _listed(resample, offset, clock))
+    shift = offset.as_unit("ns").value
+    try:
+        bounds = _engine.period_bounds(clock.wall_nanos - shift, resample)
+    except ValueError as error:
+        dates = _other_dates(resample, clock, error)
+        return _on_dates(weights, rows, clock, _listed(dates, offset, clock))
+    planned = future.last_before(bounds[0] + shift, bounds[1] + shift)
+    return _by_period(weights, rows, clock, resample, shift, bounds[1] + shift, planned)
 
 
 def _whenever_changed(weights: WeightTable, rows: Stamps) -> Schedule:
     # Of several rows with one and the same fill only the last ever holds.
-    effective = np.flatnonzero(np.append(np.diff(rows.sessions) > 0, True))
+    effective = np.flatnonzero(np.diff(rows.sessions, append=rows.sessions[-1] + 1) > 0)
     kept, targets = weights.changes(effective)
     at = effective[kept]
-    return Schedule(rows.dates[at], rows.sessions[at], targets, None, None)
+    return Schedule(rows.dates[at], rows.sessions[at], targets)
 
 
 def _by_period(
     weights: WeightTable,
     rows: Stamps,
     clock: Clock,
-    rule: PeriodRule,
-    last_of_period: LastOfPeriod,
+    rule: str,
+    shift: int,
+    end: int,
+    planned: pd.Timestamp | None,
 ) -> Schedule:
-    numbers = rule.numbers(clock.wall)
-    sessions = np.flatnonzero(np.append(np.diff(numbers) != 0, True))
-    planned = last_of_period(rule)
+    """Rebalance at the end of each period; `end` is that of the one in which the table ends."""
+    sessions = clock.wall_nanos
+    row_times = local_nanos(rows.dates)
+    # A row dated after its period's last session, such as a Saturday's, belongs to the period.
+    inside = row_times[(row_times >= sessions[0]) & (row_times < end)]
+    times = np.union1d(sessions, inside)
+    ends = times[_engine.period_last_sessions(times - shift, rule)]
     if planned is not None:
-        sessions = sessions[:-1]
-    row_numbers = rule.numbers(rows.dates.tz_localize(None))
-    at = np.searchsorted(row_numbers, numbers[sessions], side="right") - 1
-    sessions, at = sessions[at >= 0], at[at >= 0]
-    dates = clock.index[sessions]
-    # A row dated after its period's last session, such as a Saturday's, keeps its own date.
-    later = rows.dates[at] > dates
-    dates = dates.where(~later, rows.dates[at]) if later.any() else dates
-    latest = len(rows) - 1 if planned is not None else None
-    return _trimmed(weights, dates, sessions, at, planned, latest)
+        ends = ends[:-1]
+    at = np.searchsorted(sessions, ends, side="right") - 1
+    row = np.searchsorted(row_times, ends, side="right") - 1
+    last = np.diff(at, append=len(sessions)) > 0
+    at, row = at[last & (row >= 0)], row[last & (row >= 0)]
+    dates = clock.index[at]
+    later = rows.dates[row] > dates
+    if later.any():
+        dates = dates.where(~later, rows.dates[row])
+    latest = len(rows) - 1 if planned is not None else -1
+    return _trimmed(weights, Schedule(dates, at, weights.targets(row), planned), latest)
 
 
 def _on_dates(weights: WeightTable, rows: Stamps, clock: Clock, listed: Stamps) -> Schedule:
-    ends = clock.place(clock.index[-1:], by_day=True).keys[0]
-    past = np.searchsorted(listed.keys, ends, side="right")
-    at = np.searchsorted(rows.keys, listed.keys, side="right") - 1
-    planned = listed.dates[past] if past < len(listed) else None
-    latest = int(at[past]) if past < len(listed) and at[past] >= 0 else None
+    present = clock.place(clock.index[-1:], by_day=True).keys[0]
+    past = int(np.searchsorted(listed.keys, present, side="right"))
+    row = np.searchsorted(rows.keys, listed.keys, side="right") - 1
     sessions = listed.sessions[:past]
-    effective = np.flatnonzero(np.append(np.diff(sessions) > 0, True)[: len(sessions)])
-    effective = effective[at[effective] >= 0]
-    return _trimmed(
-        weights,
-        listed.dates[effective],
-        sessions[effective],
-        at[effective],
-        planned if latest is not None else None,
-        latest,
-    )
+    last = np.diff(sessions, append=len(clock)) > 0
+    at = np.flatnonzero(last & (row[:past] >= 0))
+    planned = listed.dates[past] if past < len(listed) and row[past] >= 0 else None
+    latest = int(row[past]) if planned is not None else -1
+    schedule = Schedule(listed.dates[at], sessions[at], weights.targets(row[at]), planned)
+    return _trimmed(weights, schedule, latest)
 
 
-def _trimmed(
-    weights: WeightTable,
-    dates: pd.DatetimeIndex,
-    sessions: np.ndarray,
-    at: np.ndarray,
-    planned: pd.Timestamp | None,
-    latest: int | None,
-) -> Schedule:
-    """The schedule without the leading rebalances that hold nothing."""
-    targets = weights.targets(at)
-    held = (targets != 0.0).any(axis=1)
+def _trimmed(weights: WeightTable, schedule: Schedule, latest: int) -> Schedule:
+    """The schedule without leading rebalances that hold nothing, with the targets of a row."""
+    held = (schedule.targets != 0.0).any(axis=1)
     first = int(np.argmax(held)) if held.any() else len(held)
-    latest_targets = None if latest is None else weights.targets(np.array([latest]))[0]
-    return Schedule(dates[first:], sessions[first:], targets[first:], planned, latest_targets)
+    return Schedule(
+        schedule.dates[first:],
+        schedule.sessions[first:],
+        schedule.targets[first:],
+        schedule.planned_date,
+        None if latest < 0 else weights.targets(np.array([latest]))[0],
+    )
 
 
 def _listed(resample: Iterable[object], offset: pd.Timedelta, clock: Clock) -> Stamps:
@@ -180,3 +180,16 @@ def _listed(resample: Iterable[object], offset: pd.Timedelta, clock: Clock) -> S
     if len(dates) == 0:
         raise ValueError("resample is an empty list of dates; give at least one, or None")
     return clock.place((dates + offset).unique().sort_values(), by_day=True)
+
+
+def _other_dates(rule: str, clock: Clock, error: ValueError) -> pd.DatetimeIndex:
+    """The dates of a pandas frequency that is no plain period, such as "SME" or "WOM-3FRI"."""
+    try:
+        frequency = pd.tseries.frequencies.to_offset(rule)
+    except ValueError:
+        raise error from None
+    if frequency is None or isinstance(frequency, pd.tseries.offsets.Tick):
+        raise error
+    first = clock.wall[0].normalize()
+    last = max(clock.wall[-1].normalize() + frequency, clock.wall[-1] + pd.Timedelta(days=1))
+    return pd.date_range(first, last, freq=frequency)

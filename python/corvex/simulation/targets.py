@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import copy
 from typing import cast
 
 import numpy as np
@@ -35,6 +36,12 @@ class WeightTable:
         self._values = values
         self._limit = limit
         self._leverage = leverage
+
+    def between(self, start: int, stop: int) -> WeightTable:
+        """The same weights with some of the rows, which are not copied."""
+        part = copy.copy(self)
+        part.index, part._values = self.index[start:stop], self._values[start:stop]
+        return part
 
     def targets(self, rows: np.ndarray) -> np.ndarray:
         """Return the target weights of some rows.

@@ -1,0 +1,171 @@
+"""`corvex.simulate`: from weights and prices to a report."""
+
+from __future__ import annotations
+
+import dataclasses
+from typing import TYPE_CHECKING, Any
+
+import pandas as pd
+
+from corvex.market import Market
+from corvex.simulation.assembly import build_report
+from corvex.simulation.inputs import read_inputs
+from corvex.simulation.options import Costs, Options, checked_limit, cost_ratio, stop_fraction
+from corvex.simulation.run import run
+from corvex.simulation.schedule import read_offset
+from corvex.simulation.targets import read_weights
+
+if TYPE_CHECKING:
+    from corvex.core.report import Report
+    from corvex.simulation.market_choice import Benchmark
+    from corvex.simulation.prices import PriceInput, TradeAt
+    from corvex.simulation.schedule import Resample
+
+__all__ = ["simulate"]
+
+
+def simulate(
+    weights: pd.DataFrame,
+    prices: PriceInput = None,
+    *,
+    resample: Resample = None,
+    resample_offset: str | pd.Timedelta | None = None,
+    trade_at: TradeAt = "close",
+    fee_ratio: float | None = None,
+    tax_ratio: float | None = None,
+    slippage_ratio: float = 0.0,
+    stop_loss: float | None = None,
+    take_profit: float | None = None,
+    trail_stop: float | None = None,
+    touched_exit: bool = False,
+    position_limit: float | None = None,
+    leverage: bool = False,
+    start: Any = None,
+    end: Any = None,
+    market: str | Market | type[Market] | None = None,
+    benchmark: Benchmark = None,
+    live_performance_start: Any = None,
+    name: str | None = None,
+) -> Report:
+    """Simulate a portfolio and report on it.
+
+    The signal of a date fills on the first session after it, so nothing is traded on knowledge of
+    its own day's prices. A session is a row of the price table: a day, or a bar when it is
+    intraday. ``docs/simulate.md`` shows every rule on a small example.
+
+    Parameters
+    ----------
+    weights : DataFrame, dates x asset labels
+        Target weights as fractions of the equity; negative = short, missing = 0. True and False
+        share a row equally among the true. A row holds until the next. A row whose absolute sum
+        is above 1 is scaled to 1. A label such as "2330 some name" finds the prices of "2330".
+    prices : DataFrame, mapping of str to DataFrame, or None
+        Closes, dates x assets, or tables of "close" and any of "open", "high", "low", "volume"
+        ("adj_close" beside "close" where quoted and adjusted prices differ). None: the market's
+        own tables.
+    resample : None, str or dates, default None
+        When to rebalance. None: whenever the targets change. A pandas frequency, old or new
+        ("D", "W-FRI", "M" or "ME", "Q", "YE", "2W"): after the last session of each period. Dates:
+        after each of them, with the last row at or before it. Between rebalances weights drift
+        with the prices.
+    resample_offset : str or Timedelta, optional
+        Moves the ends of the periods, or the dates: "2D" is two calendar days later.
+    trade_at : {"close", "open", "high", "low", "ohlc"} or DataFrame, default "close"
+        Where orders fill; "ohlc" is the mean of the four, a DataFrame a price table of your own.
+    fee_ratio : float, optional
+        Fee on each side, as a fraction of the traded value. Default: the market's.
+    tax_ratio : float, optional
+        Tax on sales, short entries included, as a fraction. Default: the market's.
+    slippage_ratio : float, default 0.0
+        Buys fill at price x (1 + slippage_ratio), sales at price x (1 - slippage_ratio).
+    stop_loss, take_profit : float, optional
+        Exit a position that lost or won this fraction of its first fill price. None: no such stop.
+    trail_stop : float, optional
+        Exit a position that fell by this fraction from its best price since entry.
+    touched_exit : bool, default False
+        False: stops are checked on closes and fill in the next session at `trade_at`. True: they
+        fill within the session at the stop price, at the open when that is beyond it; needs high
+        and low prices.
+    position_limit : float, optional
+        The largest absolute weight of one asset; the rest stays in cash.
+    leverage : bool, default False
+        Leave rows alone whose absolute weights sum to more than 1.
+    start, end : date, optional
+        Run on the sessions from `start` to `end`, both included. With a `start` the row in force
+        there counts as the signal of the first session. With an `end` the report is marked as a
+        historical backtest, which is never tradable.
+    market : str, Market or None
+        A market or its name. Default: "crypto" when any label holds USDT, "tw_stock" when every id
+        is four to six digits, perhaps with a letter behind, else "us_stock".
+    benchmark : Series, str or None
+        Prices by date, or the name of a sample or table. Default: the market's.
+    live_performance_start : date, optional
+        From when on the strategy has been traded live.
+    name : str, optional
+        Name of the strategy.
+
+    Returns
+    -------
+    Report
+        With `creturn` (1.0 at the first signal), `position`, `trades`, `weights`, `next_weights`,
+        `actions` and the settings. Beside them `costs` (total fees, tax and slippage in units of
+        the first equity), `yearly_turnover` and `settings` (market and assumptions of the run).
+
+    Raises
+    ------
+    ValueError
+        When an argument, a weight or a price cannot be used; the message names asset and date.
+
+    Examples
+    --------
+    >>> import corvex
+    >>> prices = corvex.data.sample("us_stocks")
+    >>> best = prices.pct_change(252, fill_method=None).rank(axis=1, ascending=False) <= 5
+    >>> report = corvex.simulate(best, prices, resample="ME", fee_ratio=0.001, name="momentum")
+    >>> bool(report.creturn.iloc[0] == 1.0)
+    True
+    """
+    table = read_weights(weights, limit=checked_limit(position_limit), leverage=leverage)
+    stops = {"stop_loss": stop_loss, "take_profit": take_profit, "trail_stop": trail_stop}
+    fractions = {kind: stop_fraction(kind, value) for kind, value in stops.items()}
+    if not (resample is None or isinstance(resample, str | pd.Index | pd.Series)):
+        resample = list(resample)
+    offset = read_offset(resample, resample_offset)
+    inputs = read_inputs(table, prices, market, benchmark, start, end)
+    costs = Costs(
+        fee_ratio=cost_ratio("fee_ratio", fee_ratio, inputs.market.fee_ratio),
+        tax_ratio=cost_ratio("tax_ratio", tax_ratio, inputs.market.tax_ratio),
+        slippage_ratio=cost_ratio("slippage_ratio", slippage_ratio),
+    )
+    options = Options(costs, **fractions, touched_exit=bool(touched_exit))
+    live_start = None
+    if live_performance_start is not None:
+        live_start = inputs.clock.stamp(live_performance_start, "live_performance_start")
+    return build_report(
+        run(
+            inputs,
+            options,
+            trade_at,
+            resample,
+            offset,
+            historical=end is not None,
+            attributes={
+                **stops,
+                "resample": resample,
+                "live_performance_start": live_start,
+                "name": name,
+                "settings": {
+                    "market": inputs.market.get_name(),
+                    "market_chosen": "by the labels" if market is None else "by the user",
+                    **dataclasses.asdict(costs),
+                    "trade_at": trade_at if isinstance(trade_at, str) else "custom",
+                    "resample_offset": None if resample_offset is None else str(offset),
+                    "touched_exit": bool(touched_exit),
+                    "position_limit": position_limit,
+                    "leverage": bool(leverage),
+                    "start": None if start is None else inputs.clock.index[0],
+                    "end": None if end is None else inputs.clock.last,
+                },
+            },
+        )
+    )

@@ -1,0 +1,44 @@
+"""The call of the engine's simulator."""
+
+from __future__ import annotations
+
+
+
+import numpy as np
+
+from corvex import _engine
+from corvex.simulation.options import Options
+from corvex.simulation.prices import PriceMatrices, TradeAt
+from corvex.simulation.schedule import Schedule
+
+__all__ = ["first_session", "run_engine"]
+
+
+def first_session(schedule: Schedule, fallback: int) -> int:
+    """The session where the results start: that of the first signal, or the first one."""
+    return max(int(schedule.sessions[0]), 0) if len(schedule) else fallback
+
+
+def run_engine(
+    prices: PriceMatrices, schedule: Schedule, trade_at: TradeAt, options: Options, first: int
+) -> SimulationResult:
+    """Simulate a schedule on the prices, from session `first` on."""
+    fill_at = trade_at if isinstance(trade_at, str) and trade_at in ("close", "open") else "other"
+    return _engine.simulate(
+        close=prices.close,
+        target=np.ascontiguousarray(schedule.targets),
+        signal_session=np.ascontiguousarray(schedule.sessions, dtype=np.int64),
+        first_session=first,
+        fill_at=fill_at,
+        fill=None if fill_at == "close" else prices.fill,
+        open=prices.open if options.touched_exit else None,
+        high=prices.high if options.touched_exit else None,
+        low=prices.low if options.touched_exit else None,
+        fee_ratio=options.costs.fee_ratio,
+        tax_ratio=options.costs.tax_ratio,
+        slippage_ratio=options.costs.slippage_ratio,
+        stop_loss=options.stop_loss,
+        take_profit=options.take_profit,
+        trail_stop=options.trail_stop,
+        touched_exit=options.touched_exit,
+    )

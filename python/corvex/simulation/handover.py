@@ -1,0 +1,107 @@
+"""What a report says about now and next: weights, next weights, actions and their dates."""
+
+from __future__ import annotations
+
+from dataclasses import dataclass
+
+import numpy as np
+import pandas as pd
+
+from corvex.simulation.schedule import Schedule
+
+__all__ = ["HandOver", "State", "hand_over", "nothing_held"]
+
+_STOP_ACTIONS = {2: "sl", 3: "tp", 4: "sl"}
+
+
+@dataclass(frozen=True, slots=True)
+class State:
+    """The engine's state after the last session; arrays have one entry per asset.
+
+    `executed` is the rebalance last filled (-1: none). `out`, `pending` hold the reason for which
+    an asset was closed, or waits to be closed, since then (0: none); `pending_session` the
+    session on which a pending stop fired; `waiting` whether an order to close waits for a price.
+    """
+
+    executed: int
+    out: np.ndarray
+    pending: np.ndarray
+    pending_session: np.ndarray
+    waiting: np.ndarray
+    ruined: bool
+
+
+@dataclass(frozen=True, slots=True)
+class HandOver:
+    """The part of a report that live trading reads."""
+
+    weights: pd.Series
+    next_weights: pd.Series
+    actions: pd.Series
+    planned_rebalance_date: pd.Timestamp | None
+
+
+def hand_over(schedule: Schedule, state: State, labels: pd.Index, last_session: int) -> HandOver:
+    """Describe what is held and what comes next.
+
+    Parameters
+    ----------
+    schedule : Schedule
+        The rebalances.
+    state : State
+        The engine's state after the last session.
+    labels : Index
+        The assets.
+    last_session : int
+        Row of the last session.
+    """
+    weights, current_date = np.zeros(len(labels)), None
+    if state.executed >= 0:
+        inside = (state.out == 0) & (state.pending == 0)
+        weights = np.where(inside, schedule.targets[state.executed], 0.0)
+        current_date = schedule.dates[state.executed]
+    targets, next_date, planned = weights, current_date, None
+    signalled = len(schedule) > 0 and schedule.sessions[-1] == last_session
+    if state.ruined:
+        pass
+    elif signalled:
+        targets, next_date = schedule.targets[-1], schedule.dates[-1]
+    elif schedule.planned_targets is not None:
+        targets, next_date = schedule.planned_targets, schedule.planned_date
+        planned = schedule.planned_date
+    return HandOver(
+        _series(weights, labels, current_date),
+        _series(targets, labels, next_date),
+        _actions(weights, targets, state, schedule, labels),
+        planned,
+    )
+
+
+def nothing_held() -> HandOver:
+    """A hand-over of empty Series."""
+    no_labels = pd.Index([], dtype="str")
+    empty = pd.Series(index=no_labels, dtype="float64")
+    return HandOver(empty, empty.copy(), pd.Series(index=no_labels, dtype="object"), None)
+
+
+def _series(values: np.ndarray, labels: pd.Index, name: pd.Timestamp | None) -> pd.Series:
+    held = np.flatnonzero(values)
+    return pd.Series(values[held], index=labels.take(held), name=name, dtype="float64")
+
+
+def _actions(
+    weights: np.ndarray, targets: np.ndarray, state: State, schedule: Schedule, labels: pd.Index
+) -> pd.Series:
+    actions = np.full(len(labels), "", dtype=object)
+    actions[(weights != 0.0) & (targets == 0.0)] = "exit"
+    actions[(weights != 0.0) & (targets != 0.0)] = "hold"
+    # A change of sign closes one round trip and opens another.
+    actions[(targets != 0.0) & (np.sign(weights) != np.sign(targets))] = "enter"
+    actions[(actions == "") & state.waiting] = "exit"
+    with_rebalance = np.isin(state.pending_session, schedule.sessions)
+    for reason, action in _STOP_ACTIONS.items():
+        fired = state.pending == reason
+        actions[fired & ~with_rebalance] = action
+        actions[fired & with_rebalance] = f"{action}_"
+    named = np.flatnonzero(actions != "")
+    return pd.Series(actions[named], index=labels.take(named), dtype="object")

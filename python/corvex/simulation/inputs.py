@@ -1,0 +1,85 @@
+"""What a run starts from: weights, sessions and market, brought together."""
+
+from __future__ import annotations
+
+from dataclasses import dataclass
+from typing import Any, cast
+
+import pandas as pd
+
+from corvex.market import Market
+from corvex.simulation.dates import Clock, dated_table
+from corvex.simulation.future import FutureBars
+from corvex.simulation.market_choice import (
+    Benchmark,
+    bind_market,
+    choose_market,
+    with_adjusted_fields,
+)
+from corvex.simulation.prices import PriceInput, price_table, user_tables
+from corvex.simulation.span import cut_clock, cut_weights, span_border
+from corvex.simulation.dates import Stamps
+from corvex.simulation.targets import WeightTable
+
+__all__ = ["RunInputs", "read_inputs"]
+
+
+@dataclass(frozen=True, slots=True)
+class RunInputs:
+    """Checked inputs of one run.
+
+    Attributes
+    ----------
+    weights : WeightTable
+        The rows of weights that count.
+    rows : Stamps
+        Their dates on the clock.
+    clock : Clock
+        The sessions of the run.
+    future : FutureBars
+        The bars after them.
+    market : Market
+        The report's market: bound to the user's prices where there are some.
+    close : DataFrame
+        Its close table.
+    """
+
+    weights: WeightTable
+    rows: Stamps
+    clock: Clock
+    future: FutureBars
+    market: Market
+    close: pd.DataFrame
+
+
+def read_inputs(
+    weights: WeightTable,
+    prices: PriceInput,
+    market: str | Market | type[Market] | None,
+    benchmark: Benchmark,
+    start: Any,
+    end: Any,
+) -> RunInputs:
+    """Find market and prices of the weights, and cut all to the span of the run."""
+    chosen = choose_market(market, weights.labels)
+    tables = user_tables(prices, weights.labels)
+    if tables is None:
+        close = price_table(chosen, "close")
+    else:
+        tables = with_adjusted_fields(tables)
+        close = tables.get("adj_close", tables.get("close"))
+    close = dated_table(cast("pd.DataFrame", close), "the close prices")
+    whole = Clock(cast("pd.DatetimeIndex", close.index), lambda: chosen.tz)
+    first = span_border(whole, start, "start")
+    last = span_border(whole, end, "end")
+    clock = cut_clock(whole, first, last)
+    if tables is not None and last is not None:
+        tables = {
+            field: table.iloc[: table.index.searchsorted(last, side="right")]
+            for field, table in tables.items()
+        }
+    bound = bind_market(chosen, tables, benchmark)
+    # Rows before the run count only where prices there were cut off.
+    carry = first is not None and whole.index[0] < clock.index[0]
+    kept, rows = cut_weights(weights, clock, carry=carry, end=last)
+    return RunInputs(kept, rows, clock, FutureBars(bound, clock), bound, close)

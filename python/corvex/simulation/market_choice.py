@@ -1,0 +1,72 @@
+"""The market of a run: chosen from the labels, and bound to the user's prices."""
+
+from __future__ import annotations
+
+import pandas as pd
+
+from corvex.market import Market
+from corvex.markets import get_market_by_name, infer_market_name
+
+__all__ = ["Benchmark", "bind_market", "choose_market", "with_adjusted_fields"]
+
+type Benchmark = pd.Series | pd.DataFrame | str | None
+
+_FIELDS = ("open", "high", "low", "close", "volume")
+
+
+def choose_market(market: str | Market | type[Market] | None, labels: pd.Index) -> Market:
+    """Return the market that a user names, or the one that the labels belong to."""
+    if market is None:
+        return get_market_by_name(infer_market_name(labels))
+    if isinstance(market, Market):
+        return market
+    if isinstance(market, type) and issubclass(market, Market):
+        return market()
+    if isinstance(market, str):
+        return get_market_by_name(market)
+    raise ValueError(
+        f"market must be a name such as 'us_stock', a Market or None, got {type(market).__name__}"
+    )
+
+
+def bind_market(
+    market: Market, tables: dict[str, pd.DataFrame] | None, benchmark: Benchmark
+) -> Market:
+    """Return the market bound to tables, or itself when nothing of the user's is to be bound."""
+    if isinstance(benchmark, pd.DataFrame):
+        if benchmark.shape[1] != 1:
+            raise ValueError(
+                f"benchmark must be one series of prices, got {benchmark.shape[1]} columns"
+            )
+        benchmark = benchmark.iloc[:, 0]
+    if tables is None and benchmark is None:
+        return market
+    return market.bound_to(_own_tables(market) if tables is None else tables, benchmark=benchmark)
+
+
+def with_adjusted_fields(tables: dict[str, pd.DataFrame]) -> dict[str, pd.DataFrame]:
+    """Adjust open, high and low as the close is, where only that is there in both forms."""
+    if "adj_close" not in tables or "close" not in tables:
+        return tables
+    factor = tables["adj_close"] / tables["close"]
+    adjusted = {
+        f"adj_{field}": tables[field] * factor
+        for field in ("open", "high", "low")
+        if field in tables and f"adj_{field}" not in tables
+    }
+    return {**tables, **adjusted}
+
+
+def _own_tables(market: Market) -> dict[str, pd.DataFrame]:
+    """The market's own price tables, quoted and, where they differ, adjusted."""
+    tables = {}
+    for field in _FIELDS:
+        try:
+            quoted, adjusted = (market.get_price(field, adj=adj) for adj in (False, True))
+        except (ValueError, LookupError):
+            continue  # a market bound to other tables refuses a field that it does not have
+        if quoted.size:
+            tables[field] = quoted
+        if adjusted.size and adjusted is not quoted:
+            tables[f"adj_{field}"] = adjusted
+    return tables

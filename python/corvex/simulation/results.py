@@ -1,0 +1,94 @@
+"""From the engine's arrays to tables with the user's labels and dates."""
+
+from __future__ import annotations
+
+from typing import Any
+
+import numpy as np
+import pandas as pd
+
+from corvex.simulation.engine import SimulationResult
+from corvex.simulation.handover import HandOver, State, hand_over
+from corvex.simulation.inputs import RunInputs
+from corvex.simulation.notices import date_text, warn
+from corvex.simulation.schedule import Schedule
+
+__all__ = ["cost_totals", "curve_and_position", "state_after", "yearly_turnover"]
+
+_YEAR = pd.Timedelta(days=365.25)
+
+
+def curve_and_position(
+    result: SimulationResult, inputs: RunInputs, schedule: Schedule, first: int
+) -> tuple[pd.Series, pd.DataFrame]:
+    """Return the equity curve and the target weights in force, on the sessions from `first` on.
+
+    A signal before the first price has no session of its own: its date is put before them, with
+    an equity of 1 and nothing held.
+    """
+    labels = inputs.weights.labels
+    index = inputs.clock.index[first:]
+    equity, weights = result["equity"], result["position"]
+    if len(schedule) and schedule.sessions[0] < 0:
+        index = schedule.dates[:1].as_unit(index.unit).append(index)
+        equity = np.concatenate(([1.0], equity))
+        weights = np.concatenate((np.zeros((1, len(labels))), weights))
+    if result["ruin_session"] >= 0:
+        ruin = inputs.clock.index[result["ruin_session"]]
+        warn(
+            f"the equity fell to zero on {date_text(ruin)}; everything was closed and the curve "
+            "ends there at 0"
+        )
+    position = pd.DataFrame(weights, index=index, columns=labels, copy=False)
+    return pd.Series(equity, index=index, name="creturn", copy=False), position
+
+
+def state_after(result: SimulationResult, schedule: Schedule) -> State:
+    """Return what is held and pending after the last session."""
+    waiting = result["waiting_rebalance"]
+    closing = waiting >= 0
+    if closing.any():
+        assets = np.flatnonzero(closing)
+        closing[assets] = (schedule.targets[waiting[assets], assets] == 0.0) & (
+            result["shares"][assets] != 0.0
+        )
+    return State(
+        executed=result["executed_rebalance"],
+        out=result["out_reason"],
+        pending=result["pending_reason"],
+        pending_session=result["pending_session"],
+        waiting=closing,
+        ruined=result["ruin_session"] >= 0,
+    )
+
+
+def cost_totals(result: SimulationResult) -> dict[str, float]:
+    """Return what was paid in all, in units of the first equity."""
+    kinds = {
+        "fees": float(result["fees"].sum()),
+        "tax": float(result["taxes"].sum()),
+        "slippage": float(result["slippage"].sum()),
+    }
+    return {**kinds, "total": sum(kinds.values())}
+
+
+def yearly_turnover(traded: np.ndarray, equity: np.ndarray, index: pd.DatetimeIndex) -> float:
+    """Return half of the value bought and sold, as a share of the equity, per year.
+
+    Parameters
+    ----------
+    traded, equity : float64 arrays of shape (sessions,)
+        Traded value on both sides and equity, both in units of the first equity.
+    index : DatetimeIndex
+        The sessions.
+
+    Returns
+    -------
+    float
+        1.0 means that the whole portfolio was replaced once a year; NaN for a single session.
+    """
+    years = (index[-1] - index[0]) / _YEAR
+    if years <= 0:
+        return float("nan")
+    alive = equity > 0.0
+    return float((traded[alive] / equity[alive]).sum() / 2.0 / years)
