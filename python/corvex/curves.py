@@ -67,7 +67,7 @@ def from_equity(
     >>> import corvex
     >>> report = corvex.from_equity(corvex.data.sample("sp500"))
     >>> round(float(report.creturn.iloc[-1]), 2)
-    10.53
+    10.52
     """
     values = _clean(equity, "equity")
     if values.isna().any():
@@ -120,7 +120,7 @@ def from_returns(
     >>> import corvex
     >>> returns = corvex.data.sample("sp500").pct_change()
     >>> round(float(corvex.from_returns(returns).creturn.iloc[-1]), 2)
-    10.53
+    10.52
     """
     if benchmark is not None and not isinstance(benchmark, str):
         benchmark = _curve(benchmark, "benchmark")
@@ -137,7 +137,7 @@ def _report(
 ) -> Report:
     index = cast("pd.DatetimeIndex", creturn.index)
     if market is None:
-        has_weekends = bool((index.dayofweek >= 5).any())
+        has_weekends = bool((index.day_of_week >= 5).any())
         chosen = get_market_by_name("crypto" if has_weekends else "us_stock")
     else:
         chosen = choose_market(market, pd.Index([_LABEL]))
@@ -190,7 +190,8 @@ def _curve(returns: Any, what: str) -> pd.Series:
     grown = (1.0 + values.iloc[first:].fillna(0.0)).cumprod()
     index = cast("pd.DatetimeIndex", values.index)
     base = index[first - 1 : first] if first else _period_before(index)
-    return pd.concat([pd.Series([1.0], index=base), grown])
+    curve: pd.Series = pd.concat([pd.Series([1.0], index=base), grown])
+    return curve
 
 
 def _period_before(index: pd.DatetimeIndex) -> pd.DatetimeIndex:
@@ -199,7 +200,7 @@ def _period_before(index: pd.DatetimeIndex) -> pd.DatetimeIndex:
     if is_intraday(freq):
         before = index[0] - usual_gap(index)
     elif freq == "D":
-        weekdays = not (index.dayofweek >= 5).any()
+        weekdays = not (index.day_of_week >= 5).any()
         before = index[0] - (pd.offsets.BDay() if weekdays else pd.offsets.Day())
     elif freq == "W":
         before = index[0] - pd.Timedelta(days=7)
@@ -219,9 +220,9 @@ def _clean(values: Any, what: str) -> pd.Series:
         raise ValueError(f"{what} is empty")
     series = series.set_axis(as_dates(series.index, f"the index of {what}"))
     numbers = pd.to_numeric(series, errors="coerce").astype("float64")
-    bad = np.isinf(numbers) | (numbers.isna() & series.notna())
+    bad = (numbers.abs().eq(np.inf) | (numbers.isna() & series.notna())).to_numpy()
     if bad.any():
-        date = series.index[int(np.argmax(bad.to_numpy()))]
+        date = series.index[int(np.argmax(bad))]
         raise ValueError(f"{what} on {date_text(date)} is {series[date]!r}, not a finite number")
     if not numbers.index.is_monotonic_increasing:
         warn(f"{what} was not in order of date; it was sorted")

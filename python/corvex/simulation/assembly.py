@@ -89,4 +89,5 @@ def build_report(outcome: Outcome) -> Report:
 def _kept_assets(outcome: Outcome) -> pd.Index:
     """The assets whose prices a saved report needs: those traded, held or to be held."""
     traded = pd.Index(outcome.trades["symbol"].unique())
-    return traded.union(outcome.hand_over.next_weights.index, sort=False)
+    held: pd.Index = traded.union(outcome.hand_over.next_weights.index, sort=False)
+    return held

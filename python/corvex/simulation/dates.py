@@ -9,7 +9,7 @@ from __future__ import annotations
 from collections.abc import Callable
 from dataclasses import dataclass
 from functools import cached_property
-from typing import Any, cast
+from typing import Any
 
 import numpy as np
 import pandas as pd
@@ -130,7 +130,7 @@ class Clock:
 
     @property
     def last(self) -> pd.Timestamp:
-        return cast("pd.Timestamp", self.index[-1])
+        return self.index[-1]
 
     @cached_property
     def wall(self) -> pd.DatetimeIndex:
@@ -192,7 +192,7 @@ class Clock:
         placed = self.place(pd.DatetimeIndex([given.as_unit("ns")])).dates
         if end_of_day and date_only:
             placed = self.zoned(placed.tz_localize(None) + _DAY - _TICK)
-        return cast("pd.Timestamp", placed[0])
+        return placed[0]
 
     def zoned(self, dates: pd.DatetimeIndex) -> pd.DatetimeIndex:
         """Local times of the clock in its zone; of an hour that occurs twice, the first."""

@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-
+from typing import TYPE_CHECKING, Literal
 
 import numpy as np
 
@@ -10,6 +10,9 @@ from corvex import _engine
 from corvex.simulation.options import Options
 from corvex.simulation.prices import PriceMatrices, TradeAt
 from corvex.simulation.schedule import Schedule
+
+if TYPE_CHECKING:
+    from corvex._engine import SimulationResult
 
 __all__ = ["first_session", "run_engine"]
 
@@ -23,7 +26,9 @@ def run_engine(
     prices: PriceMatrices, schedule: Schedule, trade_at: TradeAt, options: Options, first: int
 ) -> SimulationResult:
     """Simulate a schedule on the prices, from session `first` on."""
-    fill_at = trade_at if isinstance(trade_at, str) and trade_at in ("close", "open") else "other"
+    fill_at: Literal["close", "open", "other"] = "other"
+    if isinstance(trade_at, str) and trade_at in ("close", "open"):
+        fill_at = "close" if trade_at == "close" else "open"
     return _engine.simulate(
         close=prices.close,
         target=np.ascontiguousarray(schedule.targets),

@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 from functools import cached_property
-from typing import cast
 
 import numpy as np
 import pandas as pd
@@ -99,7 +98,7 @@ class FutureBars:
             return self._market.sessions(start, end)
         except CalendarRangeError:
             days = pd.date_range(start, end, freq="D", unit="ns")
-            return days if self._has_weekends else days[days.dayofweek < 5]
+            return days if self._has_weekends else days[days.day_of_week < 5]
 
     def _next_weekday(self, index: pd.DatetimeIndex) -> pd.Timestamp:
         logger.warning(
@@ -107,10 +106,10 @@ class FutureBars:
             self._market.get_name(), date_text(self._clock.last),
         )  # fmt: skip
         bar = index[-1] + _DAY
-        while not self._has_weekends and bar.dayofweek >= 5:
+        while not self._has_weekends and bar.day_of_week >= 5:
             bar += _DAY
-        return cast("pd.Timestamp", bar)
+        return bar
 
     @property
     def _has_weekends(self) -> bool:
-        return bool((self._clock.wall[-400:].dayofweek >= 5).any())
+        return bool((self._clock.wall[-400:].day_of_week >= 5).any())

@@ -8,7 +8,7 @@ from typing import Any, cast
 import pandas as pd
 
 from corvex.market import Market
-from corvex.simulation.dates import Clock, dated_table
+from corvex.simulation.dates import Clock, Stamps, dated_table
 from corvex.simulation.future import FutureBars
 from corvex.simulation.market_choice import (
     Benchmark,
@@ -18,7 +18,6 @@ from corvex.simulation.market_choice import (
 )
 from corvex.simulation.prices import PriceInput, price_table, user_tables
 from corvex.simulation.span import cut_clock, cut_weights, span_border
-from corvex.simulation.dates import Stamps
 from corvex.simulation.targets import WeightTable
 
 __all__ = ["RunInputs", "read_inputs"]

@@ -130,9 +130,9 @@ def read_matrices(
         fill = _matrix(table, "trade_at", clock, labels)
     for field in wanted:
         if field not in matrices:
-            table = price_table(market, field, required=field != "open" or field == trade_at)
-            if table is not None:
-                matrices[field] = _matrix(table, field, clock, labels)
+            found = price_table(market, field, required=field != "open" or field == trade_at)
+            if found is not None:
+                matrices[field] = _matrix(found, field, clock, labels)
     return PriceMatrices(
         close=matrices["close"],
         fill=matrices[cast("str", trade_at)] if fill is None else fill,
@@ -164,16 +164,24 @@ def _matrix(table: pd.DataFrame, field: str, clock: Clock, labels: pd.Index) -> 
     """The values of a table at the sessions and assets, without a copy where they are in place."""
     columns = match_columns(labels, table.columns)
     rows = _rows(cast("pd.DatetimeIndex", table.index), field, clock)
-    values = _floats(table if columns is None else table.iloc[:, np.unique(columns[columns >= 0])])
-    if columns is not None:
-        columns = np.where(columns >= 0, np.searchsorted(np.unique(columns[columns >= 0]), columns), -1)
-    if isinstance(rows, slice):
-        values = values[rows]
+    if columns is None:
+        return np.ascontiguousarray(_at_rows(_floats(table), rows))
+    there = columns >= 0
+    if _is_float64(table):
+        values = np.take(_at_rows(table.to_numpy(), rows), columns[there], axis=1)
     else:
-        values = np.where((rows >= 0)[:, None], values[rows], np.nan)
-    if columns is not None:
-        values = _taken(values, columns)
-    return np.ascontiguousarray(values)
+        values = _at_rows(_floats(table.iloc[:, columns[there]]), rows)
+    if there.all():
+        return np.ascontiguousarray(values)
+    wide = np.full((len(clock), len(labels)), np.nan)
+    wide[:, there] = values
+    return wide
+
+
+def _at_rows(values: np.ndarray, rows: slice | np.ndarray) -> np.ndarray:
+    if isinstance(rows, slice):
+        return values[rows]
+    return np.where((rows >= 0)[:, None], values[rows], np.nan)
 
 
 def _rows(index: pd.DatetimeIndex, field: str, clock: Clock) -> slice | np.ndarray:
@@ -193,16 +201,12 @@ def _rows(index: pd.DatetimeIndex, field: str, clock: Clock) -> slice | np.ndarr
     return found
 
 
-def _taken(values: np.ndarray, columns: np.ndarray) -> np.ndarray:
-    if (columns >= 0).all():
-        return np.take(values, columns, axis=1)
-    wide = np.full((len(values), len(columns)), np.nan)
-    wide[:, columns >= 0] = values[:, columns[columns >= 0]]
-    return wide
+def _is_float64(table: pd.DataFrame) -> bool:
+    return all(kind == np.float64 for kind in set(table.dtypes))
 
 
 def _floats(table: pd.DataFrame) -> np.ndarray:
-    if all(kind == np.float64 for kind in set(table.dtypes)):
+    if _is_float64(table):
         return table.to_numpy()
     try:
         return table.to_numpy(dtype=np.float64, na_value=np.nan)

@@ -2,8 +2,6 @@
 
 from __future__ import annotations
 
-from typing import cast
-
 import numpy as np
 import pandas as pd
 
@@ -47,6 +45,6 @@ def raw_price_of(
         if len(ended):
             last = _engine.last_priced_sessions(prices.close)[assets[ended]]
             factor[ended] = cells(close, last, assets[ended]) / prices.close[last, assets[ended]]
-        return cast("np.ndarray", np.where(adjusted == here, quoted, adjusted * factor))
+        return np.where(adjusted == here, quoted, adjusted * factor)
 
     return raw

@@ -2,16 +2,18 @@
 
 from __future__ import annotations
 
-from typing import Any
+from typing import TYPE_CHECKING, cast
 
 import numpy as np
 import pandas as pd
 
-from corvex.simulation.engine import SimulationResult
-from corvex.simulation.handover import HandOver, State, hand_over
+from corvex.simulation.handover import State
 from corvex.simulation.inputs import RunInputs
 from corvex.simulation.notices import date_text, warn
 from corvex.simulation.schedule import Schedule
+
+if TYPE_CHECKING:
+    from corvex._engine import SimulationResult
 
 __all__ = ["cost_totals", "curve_and_position", "state_after", "yearly_turnover"]
 
@@ -28,9 +30,10 @@ def curve_and_position(
     """
     labels = inputs.weights.labels
     index = inputs.clock.index[first:]
-    equity, weights = result["equity"], result["position"]
+    equity = result["equity"]
+    weights = cast("np.ndarray", result["position"])
     if len(schedule) and schedule.sessions[0] < 0:
-        index = schedule.dates[:1].as_unit(index.unit).append(index)
+        index = pd.DatetimeIndex(schedule.dates[:1].as_unit(index.unit).append(index))
         equity = np.concatenate(([1.0], equity))
         weights = np.concatenate((np.zeros((1, len(labels))), weights))
     if result["ruin_session"] >= 0:

@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from typing import Any
+from typing import Any, cast
 
 import numpy as np
 import pandas as pd
@@ -41,9 +41,7 @@ def run(
 ) -> Outcome:
     """Simulate checked inputs; `attributes` go to the report as they are."""
     clock, labels, market = inputs.clock, inputs.weights.labels, inputs.market
-    schedule = build_schedule(
-        inputs.weights, inputs.rows, clock, inputs.future, resample, offset
-    )
+    schedule = build_schedule(inputs.weights, inputs.rows, clock, inputs.future, resample, offset)
     prices = read_matrices(
         market, inputs.close, clock, labels, trade_at, with_bars=options.touched_exit
     )
@@ -52,7 +50,7 @@ def run(
     result = run_engine(prices, schedule, trade_at, options, first)
     creturn, position = curve_and_position(result, inputs, schedule, first)
     trades = trades_table(
-        result["trades"],
+        cast("dict[str, np.ndarray]", result["trades"]),
         labels,
         clock.index,
         schedule.dates,

@@ -81,7 +81,7 @@ def cut_weights(
 
 def _carried(rows: Stamps, clock: Clock) -> Stamps:
     """The rows with the first one signalled on the first session."""
-    dates = clock.index[:1].append(rows.dates[1:])
+    dates = pd.DatetimeIndex(clock.index[:1].append(rows.dates[1:]))
     keys, sessions = rows.keys.copy(), rows.sessions.copy()
     keys[0], sessions[0] = clock.keys[0], 0
     return Stamps(dates, keys, sessions)

@@ -59,7 +59,7 @@ class WeightTable:
         -------
         float64 array of shape (n, assets)
         """
-        weights = self._values[rows].astype(np.float64)
+        weights: np.ndarray = self._values[rows].astype(np.float64)
         if self._values.dtype == np.bool_:
             weights /= np.maximum(weights.sum(axis=1, keepdims=True), 1.0)
         else:
@@ -147,7 +147,7 @@ def _values(table: pd.DataFrame) -> np.ndarray:
         )
     if not signals:
         return table.to_numpy(dtype=np.float64, na_value=np.nan)
-    true = [table[label].eq(True).fillna(False) for label in table.columns]  # noqa: FBT003
+    true = [table[label].eq(True).fillna(False) for label in table.columns]
     return np.column_stack([column.to_numpy(dtype=bool) for column in true])
 
 

@@ -104,4 +104,4 @@ def _dates(index: pd.DatetimeIndex, positions: np.ndarray) -> pd.DatetimeIndex:
         nothing = nothing.as_unit(index.unit)
         return nothing if index.tz is None else nothing.tz_localize("UTC").tz_convert(index.tz)
     taken = index.take(np.maximum(positions, 0))
-    return taken if (positions >= 0).all() else taken.where(positions >= 0)
+    return taken if (positions >= 0).all() else pd.DatetimeIndex(taken.where(positions >= 0))
