@@ -16,7 +16,7 @@ import pandas as pd
 
 from corvex.simulation.notices import date_text, warn
 
-__all__ = ["Clock", "Stamps", "as_dates", "dated_table", "has_dates_only", "local_nanos"]
+__all__ = ["Clock", "Stamps", "as_dates", "dated_table", "has_dates_only", "local_nanos", "nanos_of"]
 
 _DAY = pd.Timedelta(days=1)
 _TICK = pd.Timedelta(1, unit="ns")
@@ -69,6 +69,11 @@ def dated_table(table: pd.DataFrame, what: str) -> pd.DataFrame:
 def has_dates_only(index: pd.DatetimeIndex) -> bool:
     """Whether every stamp is a midnight of its own zone: a date, and not a moment."""
     return bool((index == index.normalize()).all())
+
+
+def nanos_of(when: pd.Timestamp) -> int:
+    """A stamp as nanoseconds since the epoch, that of its own wall clock when it has no zone."""
+    return int(when.as_unit("ns").value)
 
 
 def local_nanos(index: pd.DatetimeIndex) -> np.ndarray:

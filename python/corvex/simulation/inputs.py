@@ -17,7 +17,7 @@ from corvex.simulation.market_choice import (
     with_adjusted_fields,
 )
 from corvex.simulation.prices import PriceInput, price_table, user_tables
-from corvex.simulation.span import cut_clock, cut_weights, span_border
+from corvex.simulation.span import cut_clock, cut_weights, rows_until, span_border
 from corvex.simulation.targets import WeightTable
 
 __all__ = ["RunInputs", "read_inputs"]
@@ -74,7 +74,7 @@ def read_inputs(
     clock = cut_clock(whole, first, last)
     if tables is not None and last is not None:
         tables = {
-            field: table.iloc[: table.index.searchsorted(last, side="right")]
+            field: table.iloc[: rows_until(cast("pd.DatetimeIndex", table.index), last)]
             for field, table in tables.items()
         }
     bound = bind_market(chosen, tables, benchmark)

@@ -7,16 +7,21 @@ from typing import Any
 import numpy as np
 import pandas as pd
 
-from corvex.simulation.dates import Clock, Stamps, has_dates_only
+from corvex.simulation.dates import Clock, Stamps, has_dates_only, nanos_of
 from corvex.simulation.notices import date_text, warn
 from corvex.simulation.targets import WeightTable
 
-__all__ = ["cut_clock", "cut_weights", "span_border"]
+__all__ = ["cut_clock", "cut_weights", "rows_until", "span_border"]
 
 
 def span_border(clock: Clock, when: Any, name: str) -> pd.Timestamp | None:
     """Read `start` or `end`; an end that is a date alone includes its whole day."""
     return None if when is None else clock.stamp(when, name, end_of_day=name == "end")
+
+
+def rows_until(index: pd.DatetimeIndex, end: pd.Timestamp) -> int:
+    """How many of some rising dates are not after `end`."""
+    return int(np.searchsorted(index.as_unit("ns").asi8, nanos_of(end), side="right"))
 
 
 def cut_clock(clock: Clock, start: pd.Timestamp | None, end: pd.Timestamp | None) -> Clock:
@@ -29,8 +34,8 @@ def cut_clock(clock: Clock, start: pd.Timestamp | None, end: pd.Timestamp | None
     """
     if start is not None and end is not None and start > end:
         raise ValueError(f"start {date_text(start)} lies after end {date_text(end)}")
-    first = 0 if start is None else int(clock.index.searchsorted(start))
-    stop = len(clock) if end is None else int(clock.index.searchsorted(end, side="right"))
+    first = 0 if start is None else int(np.searchsorted(clock.keys, nanos_of(start)))
+    stop = len(clock) if end is None else rows_until(clock.index, end)
     if first >= stop:
         borders = ", ".join(
             f"{name}={date_text(when)}"
@@ -69,7 +74,7 @@ def cut_weights(
         )
     stop = len(rows)
     if end is not None:
-        stop = int(np.searchsorted(rows.keys, end.as_unit("ns").value, side="right"))
+        stop = int(np.searchsorted(rows.keys, nanos_of(end), side="right"))
         if stop == 0:
             raise ValueError(
                 f"the weights begin on {date_text(rows.dates[0])}, after end={date_text(end)}"
