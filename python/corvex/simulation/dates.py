@@ -16,7 +16,15 @@ import pandas as pd
 
 from corvex.simulation.notices import date_text, warn
 
-__all__ = ["Clock", "Stamps", "as_dates", "dated_table", "has_dates_only", "local_nanos", "nanos_of"]
+__all__ = [
+    "Clock",
+    "Stamps",
+    "as_dates",
+    "dated_table",
+    "has_dates_only",
+    "local_nanos",
+    "nanos_of",
+]
 
 _DAY = pd.Timedelta(days=1)
 _TICK = pd.Timedelta(1, unit="ns")
