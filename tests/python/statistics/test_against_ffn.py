@@ -7,7 +7,7 @@ import warnings
 import numpy as np
 import pandas as pd
 import pytest
-from hypothesis import HealthCheck, given, settings
+from hypothesis import given
 from hypothesis import strategies as st
 
 from corvex.ffn_core import PerformanceStats
@@ -61,7 +61,6 @@ def assert_agree(prices: pd.Series, rf: float) -> None:
             assert ours[name] == pytest.approx(value, rel=1e-9, abs=0), name
 
 
-@settings(max_examples=60, deadline=None, suppress_health_check=[HealthCheck.too_slow])
 @given(
     start=st.dates(pd.Timestamp("1990-01-01").date(), pd.Timestamp("2020-01-01").date()),
     length=st.one_of(st.integers(1, 30), st.integers(31, 1500)),
