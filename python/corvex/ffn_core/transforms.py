@@ -72,7 +72,9 @@ def to_excess_returns[T: (pd.Series, pd.DataFrame)](
         Periods in a year. By default told by the dates (see `calc_stats`).
     """
     periods = infer_periods(returns) if nperiods is None else nperiods
-    return returns - ((1.0 + rf) ** (1.0 / periods) - 1.0)
+    riskfree: float = (1.0 + rf) ** (1.0 / periods) - 1.0
+    excess: T = returns - riskfree
+    return excess
 
 
 def to_monthly[T: (pd.Series, pd.DataFrame)](prices: T) -> T:

@@ -54,10 +54,13 @@ def assert_agree(prices: pd.Series, rf: float) -> None:
     expected = oracle(prices, rf)
     ours = PerformanceStats(prices, rf).stats.to_dict()
     assert list(ours)[: len(expected)] == list(expected)
+    # pandas 2 calls the skewness of a constant 0, pandas 3 and we call it undefined.
+    spans = ("daily", "monthly", "yearly")
+    undefined = {f"{span}_skew" for span in spans if ours[f"{span}_vol"] == 0}
     for name, value in expected.items():
         if isinstance(value, pd.Timestamp):
             assert ours[name] == value, name
-        elif not np.isnan(value):
+        elif not np.isnan(value) and name not in undefined:
             assert ours[name] == pytest.approx(value, rel=1e-9, abs=0), name
 
 

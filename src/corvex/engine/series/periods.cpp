@@ -19,9 +19,7 @@ std::int64_t first_day(std::int64_t month) {
 }
 
 /// Days of a month given by its number.
-std::int64_t length(std::int64_t month) {
-    return first_day(month + 1) - first_day(month);
-}
+std::int64_t length(std::int64_t month) { return first_day(month + 1) - first_day(month); }
 
 } // namespace
 

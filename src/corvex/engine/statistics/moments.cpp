@@ -16,9 +16,7 @@ constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr std::size_t kLanes = 4;
 using Lanes = std::array<double, kLanes>;
 
-double total(const Lanes& lanes) {
-    return (lanes[0] + lanes[1]) + (lanes[2] + lanes[3]);
-}
+double total(const Lanes& lanes) { return (lanes[0] + lanes[1]) + (lanes[2] + lanes[3]); }
 
 struct FirstPass {
     double sum;
