@@ -1,8 +1,10 @@
 #include "corvex/core/report/execution/execution_class.hpp"
 
+#include "corvex/core/report/execution/deserialise.hpp"
 #include "corvex/core/report/execution/from_report.hpp"
 #include "corvex/core/report/execution/policy.hpp"
 #include "corvex/core/report/execution/record.hpp"
+#include "corvex/core/report/execution/serialise.hpp"
 #include "corvex/core/report/module_globals.hpp"
 #include "corvex/pyglue/class_builder.hpp"
 
@@ -16,6 +18,8 @@ nb::object make_execution_class(const nb::dict& globals) {
         .methods(record_methods())
         .methods(from_report_methods())
         .methods(policy_methods())
+        .methods(serialise_methods())
+        .methods(deserialise_methods())
         .build();
 }
 

@@ -2,6 +2,10 @@
 
 #include "corvex/core/report/module_globals.hpp"
 #include "corvex/core/report/payload/pickle.hpp"
+#include "corvex/core/report/payload/report_dict.hpp"
+#include "corvex/core/report/positions/exit_reason.hpp"
+#include "corvex/core/report/positions/legacy_position_info.hpp"
+#include "corvex/core/report/positions/position_info.hpp"
 #include "corvex/core/report/present/text_report.hpp"
 #include "corvex/core/report/report/construction.hpp"
 #include "corvex/core/report/report/current_trades.hpp"
@@ -26,6 +30,10 @@ nb::object make_report_class(const nb::dict& globals) {
     builder.member("_get_stats", remember_last(builder.function(cached_statistics())));
     builder.methods(metrics_methods());
     builder.methods(analysis_methods());
+    builder.methods(position_info_methods());
+    builder.methods({&exit_reason_method(), 1});
+    builder.methods(legacy_position_methods());
+    builder.methods(payload_methods());
     builder.methods(pickle_methods());
     builder.methods(text_methods());
     return builder.build();

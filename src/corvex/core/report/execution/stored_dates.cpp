@@ -1,0 +1,68 @@
+#include "corvex/core/report/execution/stored_dates.hpp"
+
+#include "corvex/core/report/module_globals.hpp"
+
+#include <cmath>
+
+namespace corvex::report {
+
+namespace {
+
+/// The range of nanosecond dates, in seconds: some 292 years around 1970.
+constexpr double kLastSecond = 9.2e9;
+
+nb::object from_epoch_seconds(const char* what, nb::handle stored) {
+    const double seconds = PyFloat_AsDouble(stored.ptr());
+    if ((seconds == -1.0 && PyErr_Occurred() != nullptr) || !(std::abs(seconds) < kLastSecond)) {
+        PyErr_Clear();
+        raise_unreadable(what, "a date between 1677 and 2262", stored);
+    }
+    return global("pd").attr("Timestamp")(pyglue::integer(std::llround(seconds * kNanosPerSecond)));
+}
+
+/// pandas refuses some texts with errors of other kinds than ValueError.
+nb::object from_text(nb::handle stored) {
+    try {
+        return global("pd").attr("Timestamp")(stored);
+    } catch (const nb::python_error& error) {
+        if (!error.matches(PyExc_Exception) || error.matches(PyExc_ValueError)) {
+            throw;
+        }
+        return global("pd").attr("NaT");
+    }
+}
+
+} // namespace
+
+void raise_unreadable(const char* what, const char* accepted, nb::handle value) {
+    // The value may be long or deeply nested: its type tells enough.
+    const nb::object shown = PyFloat_Check(value.ptr()) || PyLong_Check(value.ptr())
+                                 ? nb::object(nb::steal<nb::object>(PyObject_Repr(value.ptr())))
+                                 : pyglue::to_text(value.type());
+    pyglue::raise(PyExc_ValueError,
+                  pyglue::concat({pyglue::text(what), pyglue::text(" should be "),
+                                  pyglue::text(accepted), pyglue::text(", got "), shown}));
+}
+
+nb::object read_date(const char* what, nb::handle stored) {
+    if (PyLong_Check(stored.ptr()) || PyFloat_Check(stored.ptr())) {
+        return from_epoch_seconds(what, stored);
+    }
+    if (!pyglue::is_text(stored)) {
+        raise_unreadable(what, "POSIX seconds or an ISO-8601 text", stored);
+    }
+    const nb::object date = from_text(stored);
+    if (date.is(global("pd").attr("NaT"))) {
+        raise_unreadable(what, "POSIX seconds or an ISO-8601 text", stored);
+    }
+    return date;
+}
+
+nb::object naive_utc(nb::handle timestamp) {
+    if (timestamp.attr("tzinfo").is_none()) {
+        return nb::borrow<nb::object>(timestamp);
+    }
+    return timestamp.attr("tz_convert")(pyglue::text("UTC")).attr("tz_localize")(nb::none());
+}
+
+} // namespace corvex::report

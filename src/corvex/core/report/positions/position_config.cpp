@@ -1,0 +1,102 @@
+#include "corvex/core/report/positions/position_config.hpp"
+
+#include "corvex/core/report/module_globals.hpp"
+
+namespace corvex::report {
+
+namespace {
+
+using pyglue::text;
+
+bool is_daily(nb::handle position) {
+    const nb::object index = position.attr("index");
+    if (pyglue::length(index) == 0) {
+        return true;
+    }
+    const nb::object clock = index.attr("hour") + index.attr("minute") + index.attr("second");
+    return pyglue::is_true(pyglue::compare(clock, Py_EQ, pyglue::integer(0)).attr("all")());
+}
+
+nb::object series_name(nb::handle report, const char* attribute) {
+    return pyglue::attribute_or(report.attr(attribute), "name", nb::none());
+}
+
+nb::object rebalance_seconds(nb::handle report, const char* attribute) {
+    const nb::object name = series_name(report, attribute);
+    return pyglue::is_instance(name, global("pd").attr("Timestamp")) ? name.attr("timestamp")()
+                                                                     : nb::none();
+}
+
+nb::object iso(nb::handle date) { return global("_safe_iso_datetime")(date); }
+
+/// Several schedulers have no timing in common: that of the report itself stands for them.
+nb::object single_execution(nb::handle report) {
+    nb::object execution = report.attr("execution");
+    if (PyDict_Check(execution.ptr()) || nb::hasattr(report, "position_schedulers")) {
+        execution = global("ReportExecution").attr("from_report")(report);
+    }
+    return execution;
+}
+
+void add_timing(nb::dict& config, nb::handle report) {
+    const nb::object execution = single_execution(report);
+    config["rebalanceTiming"] = execution.attr("rebalance_timing")();
+    config["dataReadiness"] = execution.attr("data_readiness");
+    config["plannedRebalanceDate"] = iso(execution.attr("planned_rebalance_date"));
+    config["currentSignalAt"] = iso(series_name(report, "weights"));
+    config["nextSignalAt"] = iso(series_name(report, "next_weights"));
+}
+
+void add_rebalance_dates(nb::dict& config, nb::handle report) {
+    config["currentRebalanceDate"] = rebalance_seconds(report, "weights");
+    config["nextRebalanceDate"] = rebalance_seconds(report, "next_weights");
+}
+
+void add_prices(nb::dict& config, nb::handle report) {
+    config["resample"] = report.attr("format_resample")();
+    config["entryTradePrice"] = trade_at_label(report);
+    config["exitTradePrice"] = trade_at_label(report);
+}
+
+} // namespace
+
+nb::object trade_at_label(nb::handle report) {
+    const nb::object trade_at = report.attr("trade_at");
+    return pyglue::is_text(trade_at) ? trade_at : text("custom");
+}
+
+nb::dict full_position_config(nb::handle report) {
+    nb::dict config;
+    config["isDailyStrategy"] = nb::bool_(is_daily(report.attr("position")));
+    config["sl"] = report.attr("stop_loss");
+    config["tp"] = report.attr("take_profit");
+    add_prices(config, report);
+    add_rebalance_dates(config, report);
+    config["scheduled"] = report.attr("next_trading_date").attr("isoformat")();
+    config["dataFreq"] = report.attr("market").attr("get_freq")();
+    const nb::object datetime = global("datetime");
+    config["created"] = datetime.attr("datetime")
+                            .attr("now")(nb::arg("tz") = datetime.attr("timezone").attr("utc"))
+                            .attr("isoformat")();
+    config["lastTimestamp"] = report.attr("creturn").attr("index")[-1].attr("isoformat")();
+    add_timing(config, report);
+    return config;
+}
+
+nb::dict short_position_config(nb::handle report) {
+    const nb::object market = report.attr("market");
+    nb::dict config;
+    add_timing(config, report);
+    config["scheduled"] = iso(report.attr("next_trading_date"));
+    config["isDailyStrategy"] = nb::bool_(is_daily(report.attr("position")));
+    config["market"] = market.attr("get_name")();
+    config["sl"] = report.attr("stop_loss");
+    config["tp"] = report.attr("take_profit");
+    config["ts"] = pyglue::attribute_or(report, "trail_stop", nb::none());
+    add_prices(config, report);
+    config["dataFreq"] = market.attr("get_freq")();
+    add_rebalance_dates(config, report);
+    return config;
+}
+
+} // namespace corvex::report
