@@ -24,6 +24,7 @@ __all__ = ["label_width", "plot_cumulative_return", "plot_drawdown"]
 
 _Floats = npt.NDArray[np.float64]
 
+_LOG_FROM = 20
 _LARGEST = 1e100  # what lies beyond is drawn there, so that differences stay finite
 
 
@@ -60,7 +61,9 @@ def plot_cumulative_return(
 
     Notes
     -----
-    A curve without any value gives a chart that says "no data".
+    Where the largest wealth is more than 20 times the smallest, the rows are spaced by factors
+    and the title says "(log scale)"; else everything but the last years would lie in one row. A
+    curve without any value gives a chart that says "no data".
     """
     rows, columns = _size(height), _size(width)
     wealth = _read(series, "series")
@@ -68,8 +71,11 @@ def plot_cumulative_return(
     if benchmark is not None:
         aligned = _align(_read(benchmark, "benchmark"), wealth.index)
         curves.append(_growth_curve("benchmark", aligned, columns))
+    log = _spans_factors(curves)
+    if log and title:
+        title += " (log scale)"
     labels = _sample_labels(wealth.index, columns)
-    print("\n".join(draw(curves, labels, title, rows, sys.stdout)))
+    print("\n".join(draw(curves, labels, title, rows, sys.stdout, log=log)))
 
 
 def plot_drawdown(
@@ -150,6 +156,14 @@ def _fall_curve(name: str, wealth: pd.Series, columns: int) -> Curve:
     present = fall[np.isfinite(fall)]
     deepest = float(present.min()) if present.size else math.nan
     return Curve(name, _deepest(fall, columns), deepest)
+
+
+def _spans_factors(curves: list[Curve]) -> bool:
+    wealth = 1 + np.concatenate([curve.values for curve in curves])
+    wealth = wealth[np.isfinite(wealth)]
+    if not wealth.size or wealth.min() <= 0:
+        return False
+    return bool(wealth.max() > _LOG_FROM * wealth.min())
 
 
 def _growth(wealth: pd.Series) -> _Floats:

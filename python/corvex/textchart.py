@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import math
 import os
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 from typing import TextIO
 
 import numpy as np
@@ -59,6 +59,7 @@ def draw(
     height: int,
     stream: TextIO,
     top: float | None = None,
+    log: bool = False,
 ) -> list[str]:
     """Return the lines of a chart.
 
@@ -77,6 +78,8 @@ def draw(
         terminal the colours.
     top : float, optional
         Value of the top row; by default the largest value.
+    log : bool, default False
+        Space the rows by factors of 1 + value, which must then be above zero.
 
     Returns
     -------
@@ -86,8 +89,10 @@ def draw(
     """
     glyphs = _BOX if _can_encode(stream) else _ASCII
     colours = _COLOURS if _wants_colour(stream) else ("", "")
+    if log:
+        curves = [replace(curve, values=np.log1p(curve.values)) for curve in curves]
     scale = _scale(curves, height, top)
-    labels = _row_labels(scale, height, curves[0].figure)
+    labels = _row_labels(scale, height, curves[0].figure, log)
     margin = max(_LABEL_WIDTH, *(len(label) for label in labels))
     width = len(dates)
     total = margin + 2 + width
@@ -140,7 +145,9 @@ def _row_of(value: float, scale: tuple[float, float], height: int) -> int:
     return min(max(round((high - value) / (high - low) * (height - 1)), 0), height - 1)
 
 
-def _row_labels(scale: tuple[float, float] | None, height: int, figure: float) -> list[str]:
+def _row_labels(
+    scale: tuple[float, float] | None, height: int, figure: float, log: bool
+) -> list[str]:
     if scale is None:
         return [""] * height
     low, high = scale
@@ -148,17 +155,18 @@ def _row_labels(scale: tuple[float, float] | None, height: int, figure: float) -
         return [_percent(figure, 1)] if math.isfinite(figure) else [""]
     step = (high - low) / (height - 1)
     every = max(math.ceil(height / 6), 1)
-    decimals = min(max(math.ceil(-math.log10(step * every * 100)), 0), 3)
+    decimals = 0 if log else min(max(math.ceil(-math.log10(step * every * 100)), 0), 3)
+    values = [high - row * step for row in range(height)]
     return [
-        _percent(high - row * step, decimals)
+        _percent(math.expm1(value) if log else value, decimals)
         if row == height - 1 or (row % every == 0 and row + every < height)
         else ""
-        for row in range(height)
+        for row, value in enumerate(values)
     ]
 
 
 def _percent(value: float, decimals: int) -> str:
-    if abs(value) >= 1e5:
+    if abs(value) >= 1e6:
         return f"{value * 100:.1e}%"
     return f"{round(value * 100, decimals) + 0.0:.{decimals}f}%"  # + 0.0: no negative zero
 

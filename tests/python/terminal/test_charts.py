@@ -188,3 +188,15 @@ def test_wrong_arguments_are_refused():
         plot_cumulative_return(_walk(1), pd.Series(["a"], index=pd.bdate_range("2020", periods=1)))
     with pytest.raises(TypeError, match="float"):
         plot_cumulative_return(_walk(1), height=3.5)
+
+
+def test_a_curve_of_many_factors_gets_a_log_scale(printed):
+    tenfold = _curve(10.0 ** np.arange(5))
+    chart = printed(plot_cumulative_return, tenfold, title="T", height=5, width=5)
+    assert chart.title == "T (log scale)"
+    assert chart.labels == ["999900%", "99900%", "9900%", "900%", "0%"]
+    # Equal factors are equal steps: the curve climbs a row with each column.
+    rows = [next(i for i, row in enumerate(chart.plot) if row[c] in "╭─") for c in range(5)]
+    assert rows == [4, 3, 2, 1, 0]
+    lost = _curve([100.0, 1.0, 0.0])
+    assert printed(plot_cumulative_return, lost, title="T", height=5, width=5).title == "T"

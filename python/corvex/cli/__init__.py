@@ -1,0 +1,200 @@
+"""The command line: ``corvex demo``, ``corvex show`` and ``corvex report``.
+
+Results go to the standard output, notes and errors to the standard error. Exit status:
+
+- 0: done;
+- 1: it could not be done (a missing file, data that cannot be used, ...), with one line that says
+  why;
+- 2: the command line itself is wrong;
+- 130: interrupted from the keyboard.
+"""
+
+from __future__ import annotations
+
+import contextlib
+import sys
+from pathlib import Path
+from typing import TYPE_CHECKING, Annotated
+
+import typer
+
+from corvex.cli.console import Steps, plain_errors, plot_width, settings
+
+if TYPE_CHECKING:
+    from corvex.core.report import Report
+
+__all__ = ["app", "main"]
+
+app = typer.Typer(
+    name="corvex",
+    help="Backtest portfolios and look at their reports.",
+    epilog="Exit status: 0 done, 1 could not be done, 2 wrong command line, 130 interrupted.",
+    no_args_is_help=True,
+    add_completion=False,
+    pretty_exceptions_enable=False,
+)
+
+Width = Annotated[
+    int | None,
+    typer.Option(min=20, max=1000, help="Columns of the charts; the terminal's by default."),
+]
+Out = Annotated[
+    Path | None,
+    typer.Option(help="File, or existing folder, to write the report to (as a pickle)."),
+]
+
+
+def main() -> None:
+    """Run the command line."""
+    for stream in (sys.stdout, sys.stderr):
+        # A terminal that lacks a character shows a question mark rather than an error.
+        with contextlib.suppress(AttributeError, ValueError):
+            stream.reconfigure(errors="replace")  # type: ignore[union-attr]
+    app()
+
+
+def _print_version(wanted: bool) -> None:
+    if wanted:
+        import corvex
+
+        print(f"corvex {corvex.__version__}")
+        raise typer.Exit
+
+
+@app.callback()
+def _all_commands(
+    version: Annotated[
+        bool,
+        typer.Option(
+            "--version", callback=_print_version, is_eager=True, help="Print the version."
+        ),
+    ] = False,
+    traceback: Annotated[
+        bool, typer.Option("--traceback", help="Show where in the program an error arose.")
+    ] = False,
+) -> None:
+    del version
+    settings.traceback = traceback
+
+
+@app.command()
+@plain_errors
+def demo(out: Out = None, width: Width = None) -> None:
+    """Run a momentum strategy on the built-in prices and show its report.
+
+    Each month it holds the five of twenty US stocks with the best 12-1 momentum, with fees. The
+    report is saved to corvex-demo.pkl in the current folder, or to --out.
+    """
+    from corvex.cli.demo import NAME, STEPS, run_demo
+
+    target = _target(out or Path(), "corvex-demo.pkl")
+    with Steps(STEPS + 1) as steps:
+        report = run_demo(steps)
+        with steps.step("write the report"):
+            _save(report, target)
+    _print_report(report, NAME, width)
+    print("The prices are those of stocks that survived: for examples, not for investment.\n")
+    steps.print_times()
+    print(f"\nReport written to {target}; corvex show {target.name} prints it again.")
+
+
+@app.command()
+@plain_errors
+def show(
+    file: Annotated[Path, typer.Argument(help="A report that was saved as a pickle.")],
+    width: Width = None,
+) -> None:
+    """Print a saved report.
+
+    Only open files that you trust: a pickle can run any program.
+    """
+    _print_report(_load(file), None, width)
+
+
+@app.command()
+@plain_errors
+def report(
+    file: Annotated[
+        Path, typer.Argument(help="CSV or Parquet: dates, and account values, prices or returns.")
+    ],
+    column: Annotated[
+        str | None, typer.Option(help="Column of the values; the likeliest one by default.")
+    ] = None,
+    returns: Annotated[
+        bool | None,
+        typer.Option(
+            "--returns/--no-returns",
+            help="The values are returns of each period (0.01 or 1% for one percent), or are not;"
+            " by default the column's name and values decide.",
+        ),
+    ] = None,
+    benchmark: Annotated[
+        str | None,
+        typer.Option(help="Another column of the file, another file, or a built-in sample."),
+    ] = None,
+    market: Annotated[
+        str | None, typer.Option(help="us_stock, tw_stock or crypto; by the dates by default.")
+    ] = None,
+    name: Annotated[str | None, typer.Option(help="Name; the file's by default.")] = None,
+    out: Out = None,
+    width: Width = None,
+) -> None:
+    """Report on a curve of your own.
+
+    The columns may stand in any order, the dates in any usual form; dates that are out of order
+    are sorted, of a date that occurs twice the last value counts.
+    """
+    from corvex.cli.own_curve import report_on_file
+
+    title = name or file.name.partition(".")[0]
+    target = _target(out, f"{title}.pkl") if out is not None else None
+    result = report_on_file(
+        file, column=column, returns=returns, benchmark=benchmark, market=market, name=title
+    )
+    _print_report(result, title, width)
+    if target is not None:
+        _save(result, target)
+        print(f"Report written to {target}")
+
+
+def _target(out: Path, default_name: str) -> Path:
+    """Return the file to write, known to be writable in principle before the work begins."""
+    target = (out / default_name if out.is_dir() else out).absolute()
+    if not target.parent.is_dir():
+        raise FileNotFoundError(f"there is no folder {target.parent} to write {target.name} to")
+    return target
+
+
+def _save(report: Report, target: Path) -> None:
+    """Write a report whole or not at all."""
+    draft = target.with_name(f".{target.name}.tmp")
+    try:
+        report.to_pickle(str(draft))
+        draft.replace(target)
+    finally:
+        draft.unlink(missing_ok=True)
+
+
+def _load(file: Path) -> Report:
+    from corvex.core.report import Report
+
+    if not file.exists():
+        raise FileNotFoundError(f"there is no file {file}")
+    try:
+        loaded = Report.from_pickle(str(file))
+    except OSError:
+        raise
+    except Exception as error:  # whatever unpickling runs may raise whatever it likes
+        raise ValueError(
+            f"{file} is not a report that this version can read: {type(error).__name__}: {error}"
+        ) from error
+    if not isinstance(loaded, Report):
+        raise ValueError(f"{file} holds a {type(loaded).__name__}, not a report")
+    return loaded
+
+
+def _print_report(report: Report, name: str | None, width: int | None) -> None:
+    shown = name or getattr(report, "name", None)
+    print(report.to_text(name=str(shown) if shown else None))
+    report.to_terminal(width=width or plot_width())
+    print()

@@ -1,0 +1,65 @@
+"""The strategy of ``corvex demo``."""
+
+from __future__ import annotations
+
+from typing import TYPE_CHECKING
+
+import pandas as pd
+
+if TYPE_CHECKING:
+    from corvex.cli.console import Steps
+    from corvex.core.report import Report
+
+__all__ = ["NAME", "best_by_momentum", "run_demo"]
+
+NAME = "Momentum 12-1"
+STEPS = 4
+_YEAR, _MONTH = 252, 21  # sessions
+
+
+def best_by_momentum(prices: pd.DataFrame, count: int = 5) -> pd.DataFrame:
+    """Mark the assets with the best 12-1 momentum.
+
+    Parameters
+    ----------
+    prices : DataFrame
+        Adjusted daily closes, dates x assets.
+    count : int, default 5
+        How many to hold.
+
+    Returns
+    -------
+    DataFrame
+        True for the `count` assets of each date whose price a month ago stood highest above that
+        of a year ago. The last month is left out since it tends to revert (Jegadeesh, 1990;
+        Jegadeesh and Titman, 1993). No asset is marked before a year of prices.
+    """
+    momentum = prices.shift(_MONTH) / prices.shift(_YEAR) - 1
+    rank = momentum.rank(axis=1, ascending=False, method="first")
+    return rank <= count
+
+
+def run_demo(steps: Steps) -> Report:
+    """Simulate the strategy on the built-in prices, step by step.
+
+    Monthly, equal weights, 0.1 % fee on each side.
+    """
+    import corvex
+
+    with steps.step("read the built-in prices"):
+        prices = corvex.data.get_frame("us_stocks")
+    with steps.step("rank by momentum"):
+        best = best_by_momentum(prices)
+    with steps.step("simulate"):
+        report = corvex.simulate(
+            best,
+            prices,
+            resample="ME",
+            fee_ratio=0.001,
+            benchmark="sp500",
+            market="us_stock",
+            name=NAME,
+        )
+    with steps.step("compute the statistics"):
+        report.get_stats()
+    return report

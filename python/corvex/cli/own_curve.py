@@ -1,0 +1,90 @@
+"""The report on a user's own file."""
+
+from __future__ import annotations
+
+from pathlib import Path
+from typing import TYPE_CHECKING
+
+import pandas as pd
+
+from corvex.cli.console import note
+from corvex.cli.curve_file import CurveFile, read_table
+
+if TYPE_CHECKING:
+    from corvex.core.report import Report
+
+__all__ = ["report_on_file"]
+
+
+def report_on_file(
+    path: Path,
+    *,
+    column: str | None = None,
+    returns: bool | None = None,
+    benchmark: str | None = None,
+    market: str | None = None,
+    name: str | None = None,
+) -> Report:
+    """Make a report on a curve in a file.
+
+    Parameters
+    ----------
+    path : Path
+        As for `read_table`.
+    column : str, optional
+        Column of the values; the likeliest one by default.
+    returns : bool, optional
+        Whether they are returns; by default the column's name and values decide.
+    benchmark : str, optional
+        Another column of the file, another file, or the name of a built-in sample or a table.
+    market, name : str, optional
+        As for `corvex.from_equity`.
+
+    Raises
+    ------
+    OSError, ValueError
+        When a file cannot be read, or does not hold such a curve.
+    """
+    import corvex
+
+    file = read_table(path)
+    chosen = file.column(column)
+    values = file.values(chosen)
+    are_returns = file.looks_like_returns(chosen, values) if returns is None else returns
+    if are_returns and returns is None:
+        file.notes.append(f"column {chosen!r} is read as returns (--no-returns: as a curve)")
+    for message in file.notes:
+        note(message)
+    other = _benchmark(file, benchmark, are_returns) if benchmark is not None else None
+    make = corvex.from_returns if are_returns else corvex.from_equity
+    return make(values, benchmark=other, market=market, name=name)
+
+
+def _benchmark(file: CurveFile, name: str, wants_returns: bool) -> pd.Series | str:
+    """Return the benchmark in the form of the strategy, or the name of a table."""
+    if file.has_column(name):
+        source, column = file, file.column(name)
+    elif Path(name).exists():
+        source = read_table(Path(name))
+        column = source.column(None)
+        for message in source.notes:
+            note(message)
+    else:
+        return _known_table(file, name)
+    values = source.values(column)
+    values = values[~values.index.duplicated(keep="last")].sort_index().dropna()
+    are_returns = source.looks_like_returns(column, values)
+    if are_returns == wants_returns:
+        return values
+    return values.pct_change() if wants_returns else (1 + values).cumprod()
+
+
+def _known_table(file: CurveFile, name: str) -> str:
+    from corvex import data
+
+    if not data.exists(name):
+        raise ValueError(
+            f"the benchmark {name!r} is no column of {file.path.name}, no file and no known "
+            "table; known are " + ", ".join(data.available())
+        )
+    return name

@@ -1,0 +1,207 @@
+import os
+import pickle
+import re
+import subprocess
+import sys
+import time
+
+import numpy as np
+import pandas as pd
+import pytest
+from typer.testing import CliRunner
+
+import corvex
+from corvex.cli import app
+from corvex.cli.console import Steps
+
+
+@pytest.fixture
+def run(tmp_path, monkeypatch):
+    """Run a command in an empty folder; returns status, stdout and stderr."""
+    monkeypatch.chdir(tmp_path)
+    monkeypatch.setenv("COLUMNS", "100")
+
+    def invoke(*args):
+        result = CliRunner().invoke(app, [str(arg) for arg in args])
+        return result.exit_code, result.stdout, result.stderr
+
+    return invoke
+
+
+def _csv(path, values, column="equity", start="2024-01-01"):
+    index = pd.bdate_range(start, periods=len(values), name="date")
+    pd.Series(values, index=index, name=column).to_csv(path)
+    return path
+
+
+def test_demo_prints_saves_and_show_prints_it_again(run, tmp_path):
+    status, out, err = run("demo")
+    assert (status, err) == (0, "")
+    assert out.startswith("📊 策略: Momentum 12-1\n")
+    rows = [line for line in out.splitlines() if re.match(r" *[-\d.]+% ┤", line)]
+    assert {len(row) for row in rows} == {100}
+    steps = re.findall(r"^  (\w[^\n]*?) +[\d.]+ s$", out, re.M)
+    assert steps[2:] == ["simulate", "compute the statistics", "write the report", "all"]
+    saved = tmp_path / "corvex-demo.pkl"
+    assert [entry.name for entry in tmp_path.iterdir()] == [saved.name]
+    assert f"Report written to {saved}" in out
+
+    report = corvex.Report.from_pickle(str(saved))
+    assert report.fee_ratio == 0.001
+    held = (report.position > 0).sum(axis=1)
+    assert held[held > 0].eq(5).mean() > 0.99
+    status, again, _ = run("show", saved)
+    assert status == 0
+    assert again.strip() == out.partition("The prices are")[0].strip()
+    assert run("show", saved, "--width", 30)[1] != again
+
+
+def test_demo_writes_where_it_is_told(run, tmp_path):
+    (tmp_path / "sub").mkdir()
+    assert run("demo", "--out", "sub")[0] == 0
+    assert run("demo", "--out", "sub/mine.pkl")[0] == 0
+    assert sorted(os.listdir("sub")) == ["corvex-demo.pkl", "mine.pkl"]
+    status, out, err = run("demo", "--out", "absent/mine.pkl")
+    assert (status, out) == (1, "")
+    assert err.startswith("corvex: error: there is no folder ")
+
+
+@pytest.mark.parametrize(
+    ("content", "message"),
+    [
+        (None, "there is no file r.pkl"),
+        (b"no pickle", "is not a report that this version can read: UnpicklingError"),
+        (pickle.dumps([1]), "holds a list, not a report"),
+    ],
+)
+def test_show_says_what_is_wrong_with_the_file(run, tmp_path, content, message):
+    if content is not None:
+        (tmp_path / "r.pkl").write_bytes(content)
+    status, out, err = run("show", "r.pkl")
+    assert (status, out) == (1, "")
+    assert message in err
+    assert err.count("\n") == 1
+
+
+def test_report_on_equity_prices_and_returns_agree(run, tmp_path):
+    values = 100 * np.cumprod(1 + np.random.default_rng(1).normal(0.001, 0.01, 60))
+    _csv(tmp_path / "a.csv", values)
+    frame = pd.read_csv("a.csv", parse_dates=["date"], index_col="date")
+    frame["equity"].pct_change().to_frame("ret").reset_index()[["ret", "date"]].to_csv(
+        "b.csv", sep=";", decimal=",", index=False
+    )
+    frame.to_parquet("c.parquet")
+    status, out, err = run("report", "a.csv", "--name", "x")
+    assert (status, err) == (0, "")
+    assert out.startswith("📊 策略: x\n")
+    status, parquet, err = run("report", "c.parquet", "--name", "x")
+    assert (status, parquet) == (0, out)
+    status, returns, err = run("report", "b.csv", "--name", "x", "--out", ".")
+    assert status == 0
+    assert "column 'ret' is read as returns" in err
+    assert returns.partition("Report written to")[0].strip() == out.strip()
+    saved = corvex.Report.from_pickle("x.pkl")
+    np.testing.assert_allclose(saved.creturn, values / values[0], rtol=1e-12)
+
+
+def test_report_takes_a_benchmark_from_a_column_a_file_or_a_sample(run, tmp_path):
+    dates = pd.bdate_range("2020-01-01", periods=50, name="date")
+    pd.DataFrame({"nav": np.linspace(1, 2, 50), "index": 3.0}, index=dates).to_csv("a.csv")
+    _csv(tmp_path / "b.csv", np.zeros(50), "return", "2020-01-01")
+    for benchmark in ("INDEX", "b.csv", "sp500"):
+        status, out, err = run("report", "a.csv", "--column", "NAV", "--benchmark", benchmark)
+        assert status == 0, err
+        assert "·· benchmark" in out
+        assert ("·· benchmark +0.0%" in out) == (benchmark != "sp500")
+    status, _, err = run("report", "a.csv", "--column", "nav", "--benchmark", "nothing")
+    assert status == 1
+    assert "is no column of a.csv, no file and no known table; known are us_stocks" in err
+
+
+def test_report_sorts_and_says_so(run, tmp_path):
+    (tmp_path / "a.csv").write_text(
+        "date,equity\n2024-01-04,120\n2024-01-02,100\n2024-01-03,1\n2024-01-03,110\n"
+    )
+    status, out, err = run("report", "a.csv")
+    assert status == 0
+    assert "strategy +20.0%" in out
+    notes = err.splitlines()
+    assert all(line.startswith("corvex: note: ") for line in notes)
+    assert any("sorted" in line for line in notes)
+    assert any("2024-01-03" in line and "last value" in line for line in notes)
+
+
+@pytest.mark.parametrize(
+    ("text", "args", "message"),
+    [
+        (None, [], "there is no file a.csv"),
+        ("", [], "cannot be read as a table of text"),
+        ("x,y\n1,2\n", [], "a.csv has no column of dates; its columns are x ('1' ...), y"),
+        ("date,nav\n2024-01-02,1\nsoon,2\n", [], "holds 'soon' in data row 2"),
+        ("date,nav\n2024-01-02,1\n2024-01-03,up\n", [], "holds 'up' on 2024-01-03 (data row 2)"),
+        ("date,a,b\n2024-01-02,1,2\n", [], "say with --column which one counts: a, b"),
+        ("date,a,b\n2024-01-02,1,2\n", ["--column", "c"], "no column 'c'; it has a, b"),
+        ("date,nav\n2024-01-02,1,234\n", [], "rows with more cells than its header"),
+        ("date,nav\n2024-01-02,-5\n2024-01-03,900\n", [], "must start above zero"),
+        ("date,ret\n2024-01-02,-3\n2024-01-03,1\n", [], "a return is a fraction of at least"),
+    ],
+)
+def test_report_says_what_is_wrong_with_a_file(run, tmp_path, text, args, message):
+    if text is not None:
+        (tmp_path / "a.csv").write_text(text)
+    status, out, err = run("report", "a.csv", *args)
+    assert (status, out) == (1, "")
+    assert err.splitlines()[-1].startswith("corvex: error: ")
+    assert message in err
+
+
+def test_the_installed_command():
+    def command(*args, **env):
+        return subprocess.run(
+            [sys.executable, "-W", "error", "-m", "corvex", *args],
+            capture_output=True,
+            text=True,
+            check=False,
+            env={**os.environ, **env},
+        )
+
+    done = command("--version")
+    assert (done.returncode, done.stdout) == (0, f"corvex {corvex.__version__}\n")
+    done = command("report", "absent.csv")
+    assert (done.returncode, done.stdout) == (1, "")
+    assert done.stderr == "corvex: error: there is no file absent.csv\n"
+    done = command("--traceback", "report", "absent.csv")
+    assert "Traceback" in done.stderr
+    assert command("dance").returncode == 2
+    assert command("demo", "--out", os.devnull, PYTHONIOENCODING="ascii").returncode == 0
+
+
+class Terminal:
+    encoding = "utf-8"
+
+    def __init__(self):
+        self.text = ""
+
+    def isatty(self):
+        return True
+
+    def write(self, text):
+        self.text += text
+
+    def flush(self):
+        pass
+
+
+@pytest.mark.parametrize(("seconds", "shown"), [(0.0, False), (0.3, True)])
+def test_progress_appears_only_when_the_work_takes_long(monkeypatch, seconds, shown):
+    stream = Terminal()
+    monkeypatch.setattr("sys.stderr", stream)
+    monkeypatch.setattr("corvex.cli.console._PATIENCE", 0.1)
+    with Steps(2) as steps:
+        with steps.step("think"):
+            time.sleep(seconds)
+        with steps.step("write"):
+            pass
+    assert ("think" in stream.text) == shown
+    assert [name for name, _ in steps.times] == ["think", "write"]
+    assert steps.times[0][1] >= seconds
