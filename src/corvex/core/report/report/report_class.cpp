@@ -3,9 +3,12 @@
 #include "corvex/core/report/module_globals.hpp"
 #include "corvex/core/report/payload/pickle.hpp"
 #include "corvex/core/report/payload/report_dict.hpp"
+#include "corvex/core/report/payload/upload.hpp"
 #include "corvex/core/report/positions/exit_reason.hpp"
 #include "corvex/core/report/positions/legacy_position_info.hpp"
 #include "corvex/core/report/positions/position_info.hpp"
+#include "corvex/core/report/present/display.hpp"
+#include "corvex/core/report/present/figures.hpp"
 #include "corvex/core/report/present/text_report.hpp"
 #include "corvex/core/report/report/construction.hpp"
 #include "corvex/core/report/report/current_trades.hpp"
@@ -34,8 +37,11 @@ nb::object make_report_class(const nb::dict& globals) {
     builder.methods({&exit_reason_method(), 1});
     builder.methods(legacy_position_methods());
     builder.methods(payload_methods());
+    builder.methods(upload_methods());
     builder.methods(pickle_methods());
     builder.methods(text_methods());
+    builder.methods(figure_methods());
+    builder.methods(display_methods());
     return builder.build();
 }
 

@@ -1,0 +1,141 @@
+#include "corvex/core/report/payload/upload.hpp"
+
+#include "corvex/core/report/module_globals.hpp"
+#include "corvex/core/report/payload/legacy_document.hpp"
+#include "corvex/core/report/payload/strategy_name.hpp"
+
+namespace corvex::report {
+
+namespace {
+
+using pyglue::Call;
+using pyglue::concat;
+using pyglue::FunctionSpec;
+using pyglue::Parameter;
+using pyglue::text;
+
+constexpr const char* kForcedName = "CORVEX_FORCED_STRATEGY_NAME";
+constexpr long kTradesLimit = 500;
+
+nb::dict status_record(const char* status) {
+    nb::dict record;
+    record["status"] = text(status);
+    return record;
+}
+
+nb::dict error_record(const nb::object& message) {
+    nb::dict record = status_record("error");
+    record["message"] = message;
+    return record;
+}
+
+/// Where the name is forced a program reads the result, else a person.
+nb::object success() {
+    const nb::object environment = global("os").attr("environ");
+    const int forced = PySequence_Contains(environment.ptr(), text(kForcedName).ptr());
+    if (forced < 0) {
+        throw nb::python_error();
+    }
+    return forced == 1 ? nb::object(status_record("success")) : nb::borrow<nb::object>(Py_True);
+}
+
+nb::object utc_now_text() {
+    const nb::object datetime = global("datetime");
+    return datetime.attr("datetime")
+        .attr("now")(datetime.attr("timezone").attr("utc"))
+        .attr("isoformat")();
+}
+
+nb::dict cloud_document(nb::handle payload, nb::handle name) {
+    nb::dict document;
+    document["schema"] = payload["schema"];
+    document["sid"] = name;
+    document["name"] = name;
+    for (const char* part : {"report", "execution", "holdings"}) {
+        document[part] = payload[part];
+    }
+    document["updated_at"] = utc_now_text();
+    return document;
+}
+
+nb::object upload_document(nb::handle report, const nb::object& name, nb::handle token) {
+    const nb::object payload =
+        report.attr("to_payload_dict")(nb::arg("trades_limit") = pyglue::integer(kTradesLimit));
+    try {
+        const nb::object service = global("firestore_rest");
+        const nb::object uid = service.attr("extract_uid_from_id_token")(token);
+        if (!pyglue::is_true(uid)) {
+            return error_record(text("cannot decode uid from id_token"));
+        }
+        const nb::object path =
+            concat({text("users/"), pyglue::to_text(uid), text("/reports/"), name});
+        service.attr("upsert_document")(path, cloud_document(payload, name), token);
+    } catch (const nb::python_error& error) {
+        if (!error.matches(PyExc_Exception)) {
+            throw;
+        }
+        return error_record(pyglue::to_text(error.value()));
+    }
+    return success();
+}
+
+nb::dict legacy_form(nb::handle document, nb::handle name, nb::handle token,
+                     nb::handle token_type) {
+    nb::dict form;
+    form["data"] =
+        global("json").attr("dumps")(document, nb::arg("default") = global("default_serialize"));
+    form[token_type] = token;
+    form["collection"] = text("strategies");
+    form["document_id"] = name;
+    return form;
+}
+
+nb::object post_form(const nb::dict& form) {
+    const nb::object url = global("LEGACY_WRITE_DATABASE_URL");
+    if (pyglue::is_true(global("post_legacy_upload_pyodide_no_cors")(url, form))) {
+        return success();
+    }
+    const nb::object response = global("requests").attr("post")(url, nb::arg("data") = form);
+    const nb::object result = global("interpret_legacy_upload_response")(
+        response.attr("status_code"), response.attr("text"));
+    if (result.is_none()) {
+        return success();
+    }
+    const nb::object print = global("print");
+    print(text("Fail to upload result to server"));
+    print(text("error message"), result["message"]);
+    return result;
+}
+
+nb::object upload(const Call& call) {
+    const nb::handle self = call.self();
+    const nb::object resolved =
+        global("resolve_upload_name")(call[1], global("os").attr("environ"));
+    const nb::object name = cleaned_strategy_name(resolved);
+    const nb::object login = global("get_token")();
+    const nb::object token = login[0];
+    const nb::object token_type = login[1];
+    if (pyglue::is_text_equal(token_type, "id_token") &&
+        !pyglue::is_true(global("_force_legacy_upload"))) {
+        return upload_document(self, name, token);
+    }
+    return post_form(legacy_form(legacy_document(self), name, token, token_type));
+}
+
+constexpr Parameter kUpload[] = {{"self"}, {"name", nullptr}};
+
+const FunctionSpec kMethods[] = {
+    {"upload", kUpload, upload,
+     "Publish the report to the user's cloud account.\n\nParameters\n----------\nname : str, "
+     "optional\n"
+     "    The strategy's name; one that holds Chinese must begin with it.\n\nReturns\n-------\n"
+     "True or dict\n    True on success ({\"status\": \"success\"} where the name is forced by\n"
+     "    CORVEX_FORCED_STRATEGY_NAME), else a dictionary with a `message`.\n\nRaises\n------\n"
+     "Exception\n    A name that the service does not take."},
+};
+
+} // namespace
+
+std::span<const FunctionSpec> upload_methods() { return kMethods; }
+
+} // namespace corvex::report
