@@ -222,8 +222,10 @@ def _clean(values: Any, what: str) -> pd.Series:
     numbers = pd.to_numeric(series, errors="coerce").astype("float64")
     bad = (numbers.abs().eq(np.inf) | (numbers.isna() & series.notna())).to_numpy()
     if bad.any():
-        date = series.index[int(np.argmax(bad))]
-        raise ValueError(f"{what} on {date_text(date)} is {series[date]!r}, not a finite number")
+        at = int(np.argmax(bad))
+        value = series.iloc[at]
+        text = repr(value) if isinstance(value, str) else str(value)
+        raise ValueError(f"{what} on {date_text(series.index[at])} is {text}, not a finite number")
     if not numbers.index.is_monotonic_increasing:
         warn(f"{what} was not in order of date; it was sorted")
         numbers = numbers.sort_index(kind="stable")

@@ -81,8 +81,7 @@ def build_report(outcome: Outcome) -> Report:
     }
     for name, value in assigned.items():
         setattr(report, name, value)
-    if hasattr(report, "calculate_current_trades"):
-        report.calculate_current_trades()
+    report.calculate_current_trades()
     return report
 
 

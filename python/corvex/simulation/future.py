@@ -65,9 +65,11 @@ class FutureBars:
         first = following.tz_localize(None).as_unit("ns").value
         if first >= end:
             return None
-        if end - start < _DAY.as_unit("ns").value:
+        always_open = self._market.calendar_name is None and not self._clock.is_daily
+        if always_open or end - start < _DAY.as_unit("ns").value:
             gap = usual_gap(self._clock.index)
-            return following + (end - 1 - first) // gap.as_unit("ns").value * gap
+            final = self._clock.zoned(pd.DatetimeIndex([pd.Timestamp(end - 1, unit="ns")]))[0]
+            return following + (final - following) // gap * gap
         bars = self._last_bars(_YEAR)
         if len(bars) and bars[-1].tz_localize(None).as_unit("ns").value < end:
             span = pd.Timedelta(end - start, unit="ns") + _YEAR

@@ -1,0 +1,148 @@
+"""Input that is dirty or wrong: a clear error, or a warning that says what was done."""
+
+from __future__ import annotations
+
+import numpy as np
+import pandas as pd
+import pytest
+
+import corvex
+
+
+def with_cell(table: pd.DataFrame, row: int, label: str, value: object) -> pd.DataFrame:
+    changed = table.astype(object) if isinstance(value, str) else table.copy()
+    changed.iloc[row, changed.columns.get_loc(label)] = value
+    return changed
+
+
+@pytest.mark.parametrize(
+    ("change", "message"),
+    [
+        (lambda w: w.to_numpy(), "weights must be a DataFrame"),
+        (lambda w: w.iloc[:0], "weights are empty: 0 dates, 2 assets"),
+        (lambda w: w * np.nan, "every value is missing"),
+        (lambda w: w.set_axis(["AAA", "AAA"], axis=1), "'AAA' occurs twice"),
+        (lambda w: w.set_axis(["AAA x", "AAA y"], axis=1), "'AAA x' and 'AAA y' stand for the"),
+        (lambda w: w.set_axis([1, 2], axis=1), "labels must be text, got 1"),
+        (lambda w: with_cell(w, 1, "BBB", np.inf), "weight of 'BBB' on 2024-01-03 is inf"),
+        (lambda w: with_cell(w, 1, "BBB", "x"), "weight of 'BBB' on 2024-01-03 is 'x'"),
+        (lambda w: w.assign(BBB=True), r"mix True/False \(as 'BBB'\) and numbers \(as 'AAA'\)"),
+        (lambda w: w.reset_index(drop=True), "index of weights must hold dates"),
+        (lambda w: w.set_axis(w.index[[0, 1, 1]], axis=0), "2024-01-03 more than once"),
+        (lambda w: w.rename(columns={"BBB": "ZZZ"}), "'ZZZ' has weights but no prices.*2024-01-02"),
+    ],
+)
+def test_weights_that_cannot_be(prices, change, message):
+    weights = pd.DataFrame(0.5, index=prices.index[:3], columns=prices.columns)
+
+    with pytest.raises(ValueError, match=message):
+        corvex.simulate(change(weights), prices)
+
+
+@pytest.mark.parametrize(
+    ("change", "message"),
+    [
+        (lambda p: with_cell(p, 2, "BBB", 0.0), "close price of 'BBB' on 2024-01-04 is 0.0"),
+        (lambda p: with_cell(p, 2, "BBB", -1.0), "close price of 'BBB' on 2024-01-04 is -1.0"),
+        (lambda p: with_cell(p, 2, "BBB", np.inf), "close price of 'BBB' on 2024-01-04 is inf"),
+        (lambda p: with_cell(p, 2, "BBB", "n/a"), "price of 'BBB' on 2024-01-04 is 'n/a'"),
+        (lambda p: p.assign(BBB=np.nan), "'BBB' has weights but no prices"),
+        (lambda p: p.iloc[:0], "prices is empty"),
+        (lambda p: p.set_axis(p.index[[0, 1, 2, 3, 3, 5, 6, 7]]), "2024-01-05 more than once"),
+        (lambda p: pd.concat([p, p["BBB"]], axis=1), "'BBB' has 2 price columns"),
+        (lambda p: {"open": p}, "need a 'close' table; got: open"),
+        (lambda p: {"close": p["AAA"]}, r"prices\['close'\] must be a DataFrame"),
+        (lambda p: {"close": p, "open": p.tz_localize("UTC")}, "dates of 'open'|time zone"),
+        (lambda p: 3, "prices must be a table of closes"),
+        (lambda p: pd.concat({"close": p}, axis=1), "one level of columns"),
+    ],
+)
+def test_prices_that_cannot_be(prices, change, message):
+    weights = pd.DataFrame(0.5, index=prices.index[:3], columns=prices.columns)
+    changed = change(prices)
+    trade_at = "open" if isinstance(changed, dict) and "close" in changed else "close"
+
+    with pytest.raises(ValueError, match=message):
+        corvex.simulate(weights, changed, trade_at=trade_at)
+
+
+@pytest.mark.parametrize(
+    ("options", "message"),
+    [
+        ({"fee_ratio": 1.0}, "fee_ratio must be a fraction"),
+        ({"tax_ratio": -0.1}, "tax_ratio must be a fraction"),
+        ({"slippage_ratio": "much"}, "slippage_ratio must be a number"),
+        ({"stop_loss": 0}, "stop_loss must be a fraction above 0"),
+        ({"take_profit": -1}, "take_profit must be a fraction above 0"),
+        ({"position_limit": 0}, "position_limit must be a weight above 0"),
+        ({"trade_at": "noon"}, "trade_at must be one of 'open'"),
+        ({"trade_at": "open"}, "no 'open' table"),
+        ({"trade_at": "ohlc"}, "no '(open|high)' table"),
+        ({"stop_loss": 0.1, "touched_exit": True}, "no 'high' table"),
+        ({"end": "yesterday-ish"}, "end must be a date"),
+        ({"live_performance_start": "soon"}, "live_performance_start must be a date"),
+        ({"market": 3}, "market must be a name"),
+        ({"benchmark": "no_such_table"}, "no_such_table"),
+    ],
+)
+def test_options_that_cannot_be(prices, options, message):
+    weights = pd.DataFrame(0.5, index=prices.index[:3], columns=prices.columns)
+
+    with pytest.raises((ValueError, LookupError), match=message):
+        corvex.simulate(weights, prices, **options)
+
+
+def test_crossed_bars_are_refused_where_stops_read_them(prices):
+    weights = pd.DataFrame({"AAA": [1.0]}, index=prices.index[:1])
+    bars = {"close": prices, "high": prices + 1, "low": prices - 1}
+    bars["low"] = with_cell(bars["low"], 3, "AAA", 200.0)
+
+    with pytest.raises(ValueError, match="low of 'AAA' on 2024-01-05 is above its high"):
+        corvex.simulate(weights, bars, stop_loss=0.1, touched_exit=True)
+
+
+def test_what_is_mended_is_said(prices):
+    weights = pd.DataFrame(0.5, index=prices.index[:3], columns=prices.columns)
+    clean = corvex.simulate(weights[["AAA"]], prices)
+
+    with pytest.warns(UserWarning, match="prices was not in order of date.*it was sorted"):
+        unsorted = corvex.simulate(weights[["AAA"]], prices.iloc[::-1])
+    with pytest.warns(UserWarning, match="first that of 'BBB' on 2024-01-03.*never held") as caught:
+        unheld = corvex.simulate(weights.assign(BBB=0.0), with_cell(prices, 1, "BBB", 0.0))
+    with pytest.warns(UserWarning, match="no prices for 'ZZZ'; they are never held"):
+        unpriced = corvex.simulate(weights[["AAA"]].assign(ZZZ=0.0), prices)
+    with pytest.warns(UserWarning, match="2 dates of 'open' that the close table does not have"):
+        corvex.simulate(weights, {"close": prices.drop(prices.index[[3, 4]]), "open": prices},
+                        trade_at="open")  # fmt: skip
+
+    assert caught[0].filename == __file__
+    for report in (unsorted, unheld, unpriced):
+        pd.testing.assert_series_equal(report.creturn, clean.creturn, check_freq=False)
+    assert unpriced.position.columns.tolist() == ["AAA", "ZZZ"]
+
+
+def test_forms_of_signals_and_dates(prices):
+    signals = prices > prices.iloc[0]
+    expected = corvex.simulate(signals, prices).creturn
+
+    shifted = signals.astype(object).where(signals, None)
+    nullable = signals.astype("boolean").where(signals, pd.NA)
+    fractions = signals.div(signals.sum(axis=1).replace(0, np.nan), axis=0)
+    texts = signals.set_axis(signals.index.strftime("%Y-%m-%d"))
+
+    for form in (shifted, nullable, fractions, fractions.astype("Float64"), texts):
+        pd.testing.assert_series_equal(corvex.simulate(form, prices).creturn, expected)
+    one = corvex.simulate(prices["AAA"].notna(), prices["AAA"])
+    assert one.creturn.iloc[-1] == pytest.approx(1.21)
+
+
+def test_daily_rows_beside_intraday_prices_are_pointed_out(days):
+    bars = pd.date_range("2024-01-02 09:00", periods=10, freq="h").append(
+        pd.date_range("2024-01-03 09:00", periods=10, freq="h")
+    )
+    prices = pd.DataFrame({"AAA": 1.0}, index=bars)
+
+    with pytest.warns(UserWarning, match="counts as its midnight"):
+        report = corvex.simulate(pd.DataFrame({"AAA": [0.5, 1.0]}, index=days[:2]), prices)
+
+    assert report.trades.entry_date.tolist() == [bars[0]]
