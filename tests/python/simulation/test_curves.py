@@ -72,8 +72,7 @@ def test_dirty_dates_are_mended_aloud():
     assert len(caught) == 3
     assert report.creturn.tolist() == pytest.approx([1.0, 1.05, 0.95, 1.0, 1.155])
     with pytest.warns(UserWarning, match="missing returns, the first on 2024-01-05"):
-        returns = EQUITY.pct_change().where(DAYS[3] != DAYS)
-        assert len(corvex.from_returns(returns).creturn) == 6
+        corvex.from_returns(EQUITY.pct_change().where(DAYS[3] != DAYS))
 
 
 @pytest.mark.parametrize(

@@ -13,7 +13,6 @@ import pytest
 import corvex
 from corvex import _engine
 from corvex.market import Market
-from corvex.markets import get_market_by_name
 
 
 def test_a_run_with_all_costs_by_hand(days, prices, weights_on):
@@ -167,7 +166,7 @@ def test_a_market_of_ones_own_supplies_the_prices(prices):
     assert corvex.simulate(weights, market=Village()).creturn.iloc[1] == 1 / 1.01
     with pytest.raises(ValueError, match="market 'village' has no 'open' prices"):
         corvex.simulate(weights, market=Village, trade_at="open")
-    with pytest.raises(ValueError, match="us_stock' has no 'close' prices|UNKNOWN|weights but no"):
+    with pytest.raises(ValueError, match="'UNKNOWN' has weights but no prices"):
         corvex.simulate(weights.rename(columns={"AAA": "UNKNOWN"}), market="us_stock")
 
 
@@ -187,7 +186,7 @@ def test_start_and_end(days, prices, weights_on):
     assert report.market.get_price("close").index[-1] == days[3]
     assert corvex.simulate(weights, prices).data_readiness["reason"] != "historical_backtest"
     for span in ({"start": "2030-01-01"}, {"start": "2024-01-09", "end": "2024-01-08"}):
-        with pytest.raises(ValueError, match="no prices for start|lies after end"):
+        with pytest.raises(ValueError, match=r"no prices for start|lies after end"):
             corvex.simulate(weights, prices, **span)
 
 
@@ -240,14 +239,6 @@ def test_the_callers_tables_stay_as_they_are(prices, weights_on):
 
     pd.testing.assert_frame_equal(weights, copies[0])
     pd.testing.assert_frame_equal(prices, copies[1])
-
-
-def test_default_market_instances_are_not_shared_state():
-    before = vars(get_market_by_name("us_stock")).copy()
-
-    corvex.simulate(corvex.data.sample("us_stocks").iloc[-9:].notna(), market="us_stock")
-
-    assert vars(get_market_by_name("us_stock")) == before
 
 
 def test_the_guide_tells_the_truth():

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import numpy as np
 import pandas as pd
 import pytest
 
@@ -123,28 +124,26 @@ def test_a_stop_that_fired(days, falling, weights_on):
 
 
 def test_a_filled_stop_leaves_no_action(days, falling, weights_on):
+    earlier = falling.shift(-1).ffill()
     weights = weights_on({0: (0.5, 0.5)})
-    earlier = falling.set_axis(days - pd.Timedelta(days=1), axis=0).reindex(days).ffill()
-    earlier.iloc[-2] = [80.0, 30.0]
 
-    report = corvex.simulate(weights, earlier.bfill(), stop_loss=0.1)
-    weekly = corvex.simulate(
-        weights, earlier.bfill(), stop_loss=0.1, resample=[days[0], "2024-02-01"]
-    )
+    report = corvex.simulate(weights, earlier, stop_loss=0.1)
+    planned = corvex.simulate(weights, earlier, stop_loss=0.1, resample=[days[0], "2024-02-01"])
 
     assert state(report) == ({"BBB": 0.5}, days[0], {"BBB": 0.5}, days[0], {"BBB": "hold"}, None)
-    assert weekly.actions.to_dict() == {"AAA": "enter", "BBB": "hold"}
+    assert planned.actions.to_dict() == {"AAA": "enter", "BBB": "hold"}
 
 
 def test_an_exit_that_waits_for_a_price(days, prices, weights_on):
-    prices.loc[days[6] :, "AAA"] = None
-    prices.loc[days[7], "AAA"] = 121.0
-    later = prices.copy()
-    later.loc[days[4] : days[6], "AAA"] = None
+    prices.loc[days[4] : days[5], "AAA"] = np.nan
 
-    report = corvex.simulate(weights_on({0: (1.0, 0.0), 3: (0.0, 1.0)}), later.iloc[:8])
+    waiting = corvex.simulate(weights_on({0: (1.0, 0.0), 3: (0.0, 1.0)}), prices, end=days[5])
+    done = corvex.simulate(weights_on({0: (1.0, 0.0), 3: (0.0, 1.0)}), prices)
 
-    assert report.trades.exit_date.tolist()[0] == days[7]
+    # To a run that ends here the gap is the end of the asset, which is closed on the next day.
+    assert waiting.trades.exit_reason.iloc[0] == "prices_ended"
+    assert done.trades.exit_date.iloc[0] == days[6]
+    assert done.trades.exit_sig_date.iloc[0] == days[3]
 
 
 def test_no_weights_at_all(days, prices, weights_on):
