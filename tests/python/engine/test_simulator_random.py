@@ -1,0 +1,112 @@
+"""The engine against the slow simulator, on random inputs with every kind of rule and flaw."""
+
+from __future__ import annotations
+
+from dataclasses import replace
+
+import numpy as np
+from hypothesis import HealthCheck, given, settings
+from hypothesis import strategies as st
+
+from corvex import _engine
+
+from .reference import Case, SlowSimulator
+
+COSTS = st.sampled_from([(0.0, 0.0, 0.0), (0.001425, 0.003, 0.0), (0.02, 0.01, 0.005)])
+STOPS = st.sampled_from([np.inf, 0.02, 0.1])
+
+
+@st.composite
+def cases(draw, shorts=True, gaps=True):
+    rng = np.random.default_rng(draw(st.integers(0, 2**32 - 1)))
+    sessions, assets = draw(st.integers(2, 40)), draw(st.integers(1, 9))
+    volatility = draw(st.sampled_from([0.01, 0.05, 0.3]))
+    moves = rng.normal(0, volatility, (sessions, assets))
+    close = 100 * np.exp(np.cumsum(moves, axis=0))
+    open_ = close * np.exp(rng.normal(0, volatility / 2, close.shape))
+    reach = np.exp(np.abs(rng.normal(0, volatility / 2, (2, *close.shape))))
+    high, low = np.maximum(open_, close) * reach[0], np.minimum(open_, close) / reach[1]
+    fill_at = draw(st.sampled_from(["close", "open", "other"]))
+    fill = open_ if fill_at == "open" else (high + low) / 2
+    if gaps and draw(st.booleans()):
+        share = draw(st.sampled_from([0.05, 0.4]))
+        missing = rng.random(close.shape) < share
+        for table in (close, open_, high, low):
+            table[missing] = np.nan
+        fill = fill.copy()
+        fill[missing | (rng.random(close.shape) < share / 2)] = np.nan
+        for asset in range(assets):
+            if rng.random() < 0.3:
+                for table in (close, open_, high, low, fill):
+                    table[rng.integers(1, sessions + 1) :, asset] = np.nan
+    first = draw(st.integers(0, max(0, sessions - 3)))
+    signal = np.sort(rng.choice(np.arange(first, sessions), draw(st.integers(1, 8))))
+    if first == 0 and rng.random() < 0.3:
+        signal[0] = -1
+    target = (
+        rng.normal(0.3, 1, (len(signal), assets)) if shorts else rng.random((len(signal), assets))
+    )
+    target[rng.random(target.shape) < 0.4] = 0.0
+    gross = np.abs(target).sum(axis=1, keepdims=True)
+    target *= draw(st.sampled_from([0.6, 1.0])) / np.where(gross == 0, 1, gross)
+    if shorts and draw(st.integers(0, 4)) == 0:
+        target *= 3
+    fee, tax, slippage = draw(COSTS)
+    touched = draw(st.booleans())
+    return Case(
+        close, target, signal.tolist(), first, fill_at, fill,
+        open_ if draw(st.booleans()) else None, high, low, fee, tax, slippage,
+        draw(STOPS), draw(STOPS), draw(STOPS), touched,
+    )  # fmt: skip
+
+
+def run_slowly(case: Case) -> SlowSimulator:
+    tables = ("close", "target", "fill", "open", "high", "low")
+    lists = {n: None if getattr(case, n) is None else getattr(case, n).tolist() for n in tables}
+    return SlowSimulator(replace(case, **lists)).run()
+
+
+def run_engine(case: Case, **flags):
+    return _engine.simulate(
+        close=case.close, target=case.target, signal_session=np.array(case.signal, np.int64),
+        first_session=case.first, fill_at=case.fill_at, fill=case.fill, open=case.open,
+        high=case.high, low=case.low, fee_ratio=case.fee, tax_ratio=case.tax,
+        slippage_ratio=case.slippage, stop_loss=case.stop_loss, take_profit=case.take_profit,
+        trail_stop=case.trail_stop, touched_exit=case.touched, **flags,
+    )  # fmt: skip
+
+
+def assert_same(ours, slow: SlowSimulator):
+    close_to = {"rtol": 1e-9, "atol": 1e-10}
+    assert ours["ruin_session"] == slow.ruined
+    assert ours["executed_rebalance"] == slow.executed
+    np.testing.assert_allclose(ours["equity"], slow.equity, **close_to)
+    np.testing.assert_allclose(ours["cash"], slow.cashes, **close_to)
+    np.testing.assert_array_equal(ours["position"], slow.position)
+    np.testing.assert_array_equal(ours["weights_in_force"], slow.position[-1])
+    for column, name in enumerate(("fees", "taxes", "slippage", "traded")):
+        np.testing.assert_allclose(
+            ours[name], np.array(slow.paid)[:, column], err_msg=name, **close_to
+        )
+    trades = ours["trades"]
+    assert len(trades["asset"]) == len(slow.trades)
+    for name, values in trades.items():
+        np.testing.assert_allclose(
+            values, [trade[name] for trade in slow.trades], err_msg=name, **close_to
+        )
+    waiting = [slow.waiting.get(j, -1) for j in range(slow.assets)]
+    np.testing.assert_array_equal(ours["waiting_rebalance"], waiting)
+    stops = [slow.held[j].stop if j in slow.held else None for j in range(slow.assets)]
+    np.testing.assert_array_equal(ours["pending_session"], [s[0] if s else -1 for s in stops])
+    np.testing.assert_array_equal(ours["pending_reason"], [s[1] if s else 0 for s in stops])
+
+
+RANDOM = settings(
+    max_examples=400, deadline=None, suppress_health_check=list(HealthCheck), print_blob=True
+)
+
+
+@RANDOM
+@given(cases())
+def test_engine_agrees_with_the_slow_simulator(case):
+    assert_same(run_engine(case), run_slowly(case))
