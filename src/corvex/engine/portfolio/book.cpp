@@ -1,30 +1,54 @@
 #include "corvex/engine/portfolio/book.hpp"
 
-#include <array>
+#include "corvex/engine/core/lanes.hpp"
+
 #include <cmath>
 #include <limits>
+#include <numeric>
+#include <utility>
 
 namespace corvex::engine::portfolio {
 
 namespace {
 
-/// Independent partial sums, so that additions overlap.
-constexpr std::size_t kLanes = 8;
-
-template <typename Product>
-double sum_products(std::size_t count, Product product) {
-    std::array<double, kLanes> sums{};
-    std::size_t index = 0;
-    for (; index + kLanes <= count; index += kLanes) {
-        for (std::size_t lane = 0; lane < kLanes; ++lane) {
-            sums[lane] += product(index + lane);
+/// Sum of shares x prices. Several partial sums run side by side: each addition would else wait
+/// for the one before it.
+CORVEX_VECTOR_CLONES
+double sum_products(const double* shares, const double* prices, std::size_t count) {
+    Lanes sums[4] = {};
+    std::size_t k = 0;
+    for (; k + 4 * kLanes <= count; k += 4 * kLanes) {
+        for (std::size_t part = 0; part < 4; ++part) {
+            Lanes share;
+            Lanes price;
+            load(shares + k + part * kLanes, share);
+            load(prices + k + part * kLanes, price);
+            sums[part] += share * price;
         }
     }
-    for (; index < count; ++index) {
-        sums[0] += product(index);
+    double total = sum((sums[0] + sums[1]) + (sums[2] + sums[3]));
+    for (; k < count; ++k) {
+        total += shares[k] * prices[k];
     }
-    return ((sums[0] + sums[1]) + (sums[2] + sums[3])) +
-           ((sums[4] + sums[5]) + (sums[6] + sums[7]));
+    return total;
+}
+
+/// The same over chosen columns of a row.
+double sum_gathered(const double* shares, const std::uint32_t* columns, const double* row,
+                    std::size_t count) {
+    double sums[4] = {};
+    std::size_t k = 0;
+    for (; k + 4 <= count; k += 4) {
+        sums[0] += shares[k] * row[columns[k]];
+        sums[1] += shares[k + 1] * row[columns[k + 1]];
+        sums[2] += shares[k + 2] * row[columns[k + 2]];
+        sums[3] += shares[k + 3] * row[columns[k + 3]];
+    }
+    double total = (sums[0] + sums[1]) + (sums[2] + sums[3]);
+    for (; k < count; ++k) {
+        total += shares[k] * row[columns[k]];
+    }
+    return total;
 }
 
 } // namespace
@@ -38,15 +62,16 @@ Book::Book(const PriceTable& close, const Costs& costs)
 }
 
 double Book::dot(const double* row) const {
-    const double* shares = held_shares_.data();
     if (held_.size() == close_.assets) {
-        return sum_products(held_.size(), [=](std::size_t k) { return shares[k] * row[k]; });
+        return sum_products(held_shares_.data(), row, held_.size());
     }
-    const std::uint32_t* held = held_.data();
-    return sum_products(held_.size(), [=](std::size_t k) { return shares[k] * row[held[k]]; });
+    return sum_gathered(held_shares_.data(), held_.data(), row, held_.size());
 }
 
 double Book::mark(std::size_t session) {
+    if (std::exchange(changed_, false)) {
+        refresh_held();
+    }
     const double value = dot(close_.row(session));
     return std::isnan(value) ? mark_with_gaps(session) : value;
 }
@@ -80,12 +105,6 @@ double Book::price_after(std::size_t asset, std::size_t session) const {
     return is_missing(price) ? price_before(asset, session) : price;
 }
 
-void Book::set_holding(std::size_t asset, double value, double price, std::size_t session) {
-    shares_[asset] = value == 0.0 ? 0.0 : value / price;
-    known_[asset] = price;
-    known_session_[asset] = static_cast<std::int64_t>(session);
-}
-
 void Book::trade(std::size_t asset, double value, double price, std::size_t session,
                  CostTotals& totals) {
     const double bought = value - shares_[asset] * price;
@@ -105,18 +124,20 @@ void Book::forgive_rounding(double equity) {
     }
 }
 
-void Book::holdings_changed() {
-    held_.resize(close_.assets);
+void Book::refresh_held() {
+    if (std::exchange(grown_, false)) {
+        held_.resize(close_.assets);
+        std::iota(held_.begin(), held_.end(), 0U);
+        held_shares_.resize(close_.assets);
+    }
     std::size_t count = 0;
-    for (std::size_t asset = 0; asset < close_.assets; ++asset) {
-        held_[count] = static_cast<std::uint32_t>(asset);
+    for (const std::uint32_t asset : held_) {
+        held_[count] = asset;
+        held_shares_[count] = shares_[asset];
         count += static_cast<std::size_t>(shares_[asset] != 0.0);
     }
     held_.resize(count);
     held_shares_.resize(count);
-    for (std::size_t k = 0; k < count; ++k) {
-        held_shares_[k] = shares_[held_[k]];
-    }
 }
 
 } // namespace corvex::engine::portfolio

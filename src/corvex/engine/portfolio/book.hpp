@@ -23,24 +23,32 @@ class Book {
 
     /// Sets a holding to `value` at a quoted price. Costs and cash are the caller's (a rebalance
     /// knows both exactly) or those of trade().
-    void set_holding(std::size_t asset, double value, double price, std::size_t session);
+    void set_holding(std::size_t asset, double value, double price, std::size_t session) {
+        const double shares = value == 0.0 ? 0.0 : value / price;
+        changed_ = true;
+        grown_ |= shares_[asset] == 0.0;
+        shares_[asset] = shares;
+        if (is_missing(close_.at(session, asset))) {
+            known_[asset] = price;
+            known_session_[asset] = static_cast<std::int64_t>(session);
+        }
+    }
     /// Trades one asset to a holding of `value`; pays for it and for the costs.
     void trade(std::size_t asset, double value, double price, std::size_t session,
                CostTotals& totals);
-    /// The held assets have changed: mark() and held() follow after this call.
-    void holdings_changed();
-
     void set_cash(double cash) { cash_ = cash; }
     /// Sets a debt that is a mere rounding error of the equity to zero.
     void forgive_rounding(double equity);
     [[nodiscard]] double cash() const { return cash_; }
     [[nodiscard]] double shares(std::size_t asset) const { return shares_[asset]; }
     [[nodiscard]] const std::vector<double>& shares() const { return shares_; }
+    /// The held assets at the last mark(), ascending.
     [[nodiscard]] const std::vector<std::uint32_t>& held() const { return held_; }
 
   private:
     [[nodiscard]] double dot(const double* row) const;
     double mark_with_gaps(std::size_t session);
+    void refresh_held();
 
     const PriceTable& close_;
     const Costs& costs_;
@@ -53,6 +61,8 @@ class Book {
     /// The held assets, ascending, and their shares side by side.
     std::vector<std::uint32_t> held_;
     std::vector<double> held_shares_;
+    bool changed_ = false; ///< holdings differ from held_shares_
+    bool grown_ = false;   ///< an asset may be held that held_ lacks
 };
 
 } // namespace corvex::engine::portfolio

@@ -21,13 +21,9 @@ struct PriceTable {
     }
 };
 
-inline bool is_missing(double price) {
-    return std::isnan(price);
-}
+inline bool is_missing(double price) { return std::isnan(price); }
 
 /// Whether an order can fill at this price.
-inline bool is_tradable(double price) {
-    return price > 0.0 && std::isfinite(price);
-}
+inline bool is_tradable(double price) { return price > 0.0 && std::isfinite(price); }
 
 } // namespace corvex::engine::portfolio

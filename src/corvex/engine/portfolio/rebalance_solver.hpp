@@ -14,11 +14,16 @@ namespace corvex::engine::portfolio {
 /// equity, so Newton's method ends exactly, after as many steps as the set of sold assets changes.
 class RebalanceSolver {
   public:
-    explicit RebalanceSolver(const Costs& costs);
+    RebalanceSolver(const Costs& costs, std::size_t assets);
 
     void clear();
     /// An asset that can be traded now, by its value held and its target weight.
-    void add(double held, double weight);
+    void add(double held, double weight) {
+        held_[size_] = held;
+        weight_[size_] = weight;
+        ++size_;
+        (weight > 0.0 ? long_weight_ : short_weight_) += weight;
+    }
     /// An asset that cannot: its value stays, whatever its target.
     void add_stuck(double held, double weight);
 
@@ -29,34 +34,40 @@ class RebalanceSolver {
     /// plan where they sum to more than one.
     double solve(double equity_before);
 
-    [[nodiscard]] double target_value(std::size_t index) const;
+    [[nodiscard]] double target_value(std::size_t index) const {
+        return per_equity_[index] * equity_ + offset_[index];
+    }
     /// Cash that remains beside tradable holdings of the given total value.
     [[nodiscard]] double cash_after(double invested) const;
     [[nodiscard]] double held(std::size_t index) const { return held_[index]; }
     [[nodiscard]] double weight(std::size_t index) const { return weight_[index]; }
-    [[nodiscard]] std::size_t size() const { return held_.size(); }
+    [[nodiscard]] std::size_t size() const { return size_; }
 
   private:
-    /// target = weight x (slope x equity + offset) for longs, weight x equity for shorts.
-    struct LongTargets {
-        double slope = 1.0;
-        double offset = 0.0;
+    /// Costs as constant + slope x equity, while no asset changes between bought and sold.
+    struct CostLine {
+        double constant;
+        double slope;
     };
 
     [[nodiscard]] double newton(double equity_before) const;
+    [[nodiscard]] CostLine costs_near(double equity) const;
+    void set_long_targets(double slope, double offset);
     [[nodiscard]] bool cash_falls_short(double equity) const;
     void limit_to_cash(double equity_before);
 
     double buy_rate_;
     double sell_rate_;
+    std::size_t size_ = 0;
     std::vector<double> held_;
     std::vector<double> weight_;
+    std::vector<double> per_equity_; ///< target = per_equity x equity + offset
+    std::vector<double> offset_;
     double long_weight_ = 0.0;
     double short_weight_ = 0.0;
     double stuck_weight_ = 0.0;
     double stuck_value_ = 0.0;
     bool has_stuck_ = false;
-    LongTargets longs_;
     double equity_ = 0.0;
 };
 

@@ -11,7 +11,7 @@ using trades::ExitReason;
 
 Simulator::Simulator(const SimulationInput& input)
     : in_{input}, assets_{input.close.assets}, book_{input.close, input.costs},
-      solver_{input.costs}, stops_{input.stops, assets_},
+      solver_{input.costs, assets_}, stops_{input.stops, assets_},
       excursions_{input.close, input.first_session, input.record_trades && input.record_excursions},
       log_{input.costs, assets_, input.record_trades},
       last_priced_{last_priced_sessions(input.close)} {
@@ -121,9 +121,6 @@ void Simulator::fire_stops(std::size_t session) {
 void Simulator::write_down(std::size_t session) {
     const std::size_t at = offset(session);
     if (out_.ruin_session < 0) {
-        if (std::exchange(holdings_changed_, false)) {
-            book_.holdings_changed();
-        }
         const double equity = book_.cash() + book_.mark(session);
         excursions_.observe_block(session + 1);
         if (equity <= 0.0 || out_of_equity_) {

@@ -10,9 +10,7 @@ using trades::ExitReason;
 
 namespace {
 
-bool same_side(double a, double b) {
-    return (a > 0.0 && b > 0.0) || (a < 0.0 && b < 0.0);
-}
+bool same_side(double a, double b) { return (a > 0.0 && b > 0.0) || (a < 0.0 && b < 0.0); }
 
 } // namespace
 
@@ -126,7 +124,6 @@ void Simulator::apply_rebalance(std::int64_t row, std::size_t session) {
     }
     book_.set_cash(solver_.cash_after(invested));
     paid_.add(in_.costs, bought, sold);
-    holdings_changed_ = true;
 }
 
 void Simulator::cancel_all_waiting() {
@@ -194,7 +191,6 @@ double Simulator::trade_waiting(std::size_t asset, std::size_t session, double e
     const double value = weight == 0.0 ? 0.0 : held + change;
     book_.trade(asset, value, price, session, paid_);
     book_.forgive_rounding(equity);
-    holdings_changed_ = true;
     if (book_.shares(asset) != 0.0) {
         out_.weights_in_force[asset] = weight;
     }
@@ -214,7 +210,6 @@ void Simulator::exit_position(std::size_t asset, std::size_t session, double pri
                               const ExitCause& cause, bool touched) {
     const double before = book_.shares(asset);
     book_.trade(asset, 0.0, price, session, paid_);
-    holdings_changed_ = true;
     out_.out_reason[asset] = static_cast<std::int64_t>(cause.reason);
     position_changed({asset, session, price, 0.0, before, cause, touched});
 }

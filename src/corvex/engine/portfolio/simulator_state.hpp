@@ -94,7 +94,6 @@ class Simulator {
     std::vector<std::uint32_t> pending_; ///< assets whose stop exit waits for its fill
     std::vector<FiredStop> fired_;
     std::vector<TouchedStop> touched_;
-    bool holdings_changed_ = false;
     bool out_of_equity_ = false; ///< an order met equity at or below zero
 };
 

@@ -43,60 +43,99 @@ void StopMonitor::enter(std::size_t asset, bool is_long, double fill_price) {
     trail_[asset] = trails ? side * rules_.trail : 1.0;
 }
 
+bool StopMonitor::reaches(std::size_t asset, double worst, double best) const {
+    return worst <= loss_level_[asset] || worst <= trail_level(asset) ||
+           best >= profit_level_[asset];
+}
+
+/// Whether one of four assets reaches a level; the best prices follow if none does, since the
+/// stops that fire still need the old ones.
+[[gnu::always_inline]] inline bool StopMonitor::scan(std::size_t asset, const Lanes& worst,
+                                                     const Lanes& best_now) {
+    Lanes loss;
+    Lanes profit;
+    Lanes best;
+    Lanes trail;
+    load(&loss_level_[asset], loss);
+    load(&profit_level_[asset], profit);
+    load(&best_[asset], best);
+    load(&trail_[asset], trail);
+    if (any((worst <= loss) | (worst <= best - best * trail) | (best_now >= profit))) {
+        return true;
+    }
+    best = best_now > best ? best_now : best;
+    store(best, &best_[asset]);
+    return false;
+}
+
+void StopMonitor::check_close(std::size_t asset, double close, std::vector<FiredStop>& fired) {
+    const double price = side_[asset] * close;
+    if (reaches(asset, price, price)) {
+        const ExitReason reason = price <= loss_level_[asset]   ? ExitReason::kStopLoss
+                                  : price <= trail_level(asset) ? ExitReason::kTrailStop
+                                                                : ExitReason::kTakeProfit;
+        fired.push_back({static_cast<std::uint32_t>(asset), reason});
+    }
+    best_[asset] = price > best_[asset] ? price : best_[asset];
+}
+
+CORVEX_VECTOR_CLONES
 void StopMonitor::check_closes(const double* close, std::vector<FiredStop>& fired) {
-    const std::size_t count = side_.size();
-    std::int64_t reached = 0;
-    for (std::size_t asset = 0; asset < count; ++asset) {
-        const double price = side_[asset] * close[asset];
-        reached += static_cast<std::int64_t>((price <= loss_level_[asset]) |
-                                             (price <= trail_level(asset)) |
-                                             (price >= profit_level_[asset]));
-    }
-    for (std::size_t asset = 0; reached > 0 && asset < count; ++asset) {
-        const double price = side_[asset] * close[asset];
-        if (price <= loss_level_[asset]) {
-            fired.push_back({static_cast<std::uint32_t>(asset), ExitReason::kStopLoss});
-        } else if (price <= trail_level(asset)) {
-            fired.push_back({static_cast<std::uint32_t>(asset), ExitReason::kTrailStop});
-        } else if (price >= profit_level_[asset]) {
-            fired.push_back({static_cast<std::uint32_t>(asset), ExitReason::kTakeProfit});
+    std::size_t asset = 0;
+    for (; asset + kLanes <= side_.size(); asset += kLanes) {
+        Lanes side;
+        Lanes price;
+        load(&side_[asset], side);
+        load(close + asset, price);
+        price *= side;
+        if (scan(asset, price, price)) [[unlikely]] {
+            for (std::size_t lane = asset; lane < asset + kLanes; ++lane) {
+                check_close(lane, close[lane], fired);
+            }
         }
     }
-    if (std::isfinite(rules_.trail)) {
-        for (std::size_t asset = 0; asset < count; ++asset) {
-            const double price = side_[asset] * close[asset];
-            best_[asset] = price > best_[asset] ? price : best_[asset];
-        }
+    for (; asset < side_.size(); ++asset) {
+        check_close(asset, close[asset], fired);
     }
 }
 
+void StopMonitor::check_touch(std::size_t asset, double open, double high, double low,
+                              std::vector<TouchedStop>& fired) {
+    const double worst = side_[asset] > 0.0 ? low : -high;
+    const double best = side_[asset] > 0.0 ? high : -low;
+    if (reaches(asset, worst, best)) {
+        fired.push_back(touch(asset, side_[asset] * open, worst, best));
+    }
+    best_[asset] = best > best_[asset] ? best : best_[asset];
+}
+
+CORVEX_VECTOR_CLONES
 void StopMonitor::check_range(const double* open, const double* high, const double* low,
                               std::vector<TouchedStop>& fired) {
-    const std::size_t count = side_.size();
-    const auto worst = [&](std::size_t asset) {
-        return side_[asset] > 0.0 ? low[asset] : -high[asset];
+    const auto check = [&](std::size_t asset) {
+        const double quote =
+            open == nullptr ? std::numeric_limits<double>::quiet_NaN() : open[asset];
+        check_touch(asset, quote, high[asset], low[asset], fired);
     };
-    const auto best = [&](std::size_t asset) {
-        return side_[asset] > 0.0 ? high[asset] : -low[asset];
-    };
-    std::int64_t reached = 0;
-    for (std::size_t asset = 0; asset < count; ++asset) {
-        reached += static_cast<std::int64_t>((worst(asset) <= loss_level_[asset]) |
-                                             (worst(asset) <= trail_level(asset)) |
-                                             (best(asset) >= profit_level_[asset]));
-    }
-    for (std::size_t asset = 0; reached > 0 && asset < count; ++asset) {
-        if (worst(asset) <= loss_level_[asset] || worst(asset) <= trail_level(asset) ||
-            best(asset) >= profit_level_[asset]) {
-            const double quote = open == nullptr ? std::numeric_limits<double>::quiet_NaN()
-                                                 : side_[asset] * open[asset];
-            fired.push_back(touch(asset, quote, worst(asset), best(asset)));
+    std::size_t asset = 0;
+    for (; asset + kLanes <= side_.size(); asset += kLanes) {
+        Lanes side;
+        Lanes top;
+        Lanes bottom;
+        load(&side_[asset], side);
+        load(high + asset, top);
+        load(low + asset, bottom);
+        const LaneMask is_long = side > 0.0;
+        const Lanes worst = is_long ? bottom : -top;
+        const Lanes best = is_long ? top : -bottom;
+        if (scan(asset, worst, best)) [[unlikely]] {
+            for (std::size_t lane = asset; lane < asset + kLanes; ++lane) {
+                check(lane);
+            }
         }
     }
-    if (std::isfinite(rules_.trail)) {
-        for (std::size_t asset = 0; asset < count; ++asset) {
-            best_[asset] = best(asset) > best_[asset] ? best(asset) : best_[asset];
-        }
+    for (; asset < side_.size(); ++asset) {
+        check(asset);
     }
 }
 

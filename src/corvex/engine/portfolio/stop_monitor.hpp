@@ -1,5 +1,6 @@
 #pragma once
 
+#include "corvex/engine/core/lanes.hpp"
 #include "corvex/engine/portfolio/settings.hpp"
 #include "corvex/engine/trades/round_trip.hpp"
 
@@ -52,6 +53,11 @@ class StopMonitor {
     [[nodiscard]] double trail_level(std::size_t asset) const {
         return best_[asset] - best_[asset] * trail_[asset];
     }
+    [[nodiscard]] bool reaches(std::size_t asset, double worst, double best) const;
+    [[nodiscard]] bool scan(std::size_t asset, const Lanes& worst, const Lanes& best_now);
+    void check_close(std::size_t asset, double close, std::vector<FiredStop>& fired);
+    void check_touch(std::size_t asset, double open, double high, double low,
+                     std::vector<TouchedStop>& fired);
     [[nodiscard]] TouchedStop touch(std::size_t asset, double open, double worst,
                                     double best) const;
 

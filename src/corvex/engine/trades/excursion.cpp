@@ -1,6 +1,6 @@
 #include "corvex/engine/trades/excursion.hpp"
 
-#include <algorithm>
+#include "corvex/engine/core/lanes.hpp"
 
 namespace corvex::engine::trades {
 
@@ -8,29 +8,28 @@ namespace {
 
 /// Sessions of one block: with 2,000 assets they take a quarter megabyte of cache.
 constexpr std::size_t kBlock = 16;
-/// Assets that are followed together.
-constexpr std::size_t kStrip = 4;
 
-/// The running figures of one asset, in mirrored prices.
+/// The running figures of one asset (double) or several (Lanes), in mirrored prices.
+template <typename Number>
 struct Running {
-    double lowest;
-    double highest;
-    double highest_at_lowest;
-    double trough;
-    double peak;
-    double profit_bars;
+    Number lowest;
+    Number highest;
+    Number highest_at_lowest;
+    Number trough;
+    Number peak;
+    Number profit_bars;
 
     /// Every comparison with a missing price is false, so it changes nothing. The largest drawdown
     /// is compared by cross multiplication, which spares a division for each price.
-    void observe(double price, double entry) {
+    [[gnu::always_inline]] void observe(const Number& price, const Number& entry) {
         highest = price > highest ? price : highest;
-        const bool lower = price < lowest;
+        const auto lower = price < lowest;
         lowest = lower ? price : lowest;
         highest_at_lowest = lower ? highest : highest_at_lowest;
-        const bool deeper = price * peak < trough * highest;
+        const auto deeper = price * peak < trough * highest;
         trough = deeper ? price : trough;
         peak = deeper ? highest : peak;
-        profit_bars += price > entry ? 1.0 : 0.0;
+        profit_bars = price > entry ? profit_bars + 1.0 : profit_bars;
     }
 };
 
@@ -58,32 +57,35 @@ void ExcursionTracker::open(std::size_t asset, bool is_long, double fill_price) 
     profit_bars_[asset] = 0.0;
 }
 
+CORVEX_VECTOR_CLONES
 void ExcursionTracker::observe_strip(std::size_t asset, std::size_t begin, std::size_t end) {
-    Running running[kStrip];
-    double side[kStrip];
-    double shift[kStrip];
-    double entry[kStrip];
-    for (std::size_t k = 0; k < kStrip; ++k) {
-        running[k] = {lowest_[asset + k], highest_[asset + k], highest_at_lowest_[asset + k],
-                      trough_[asset + k], peak_[asset + k],    profit_bars_[asset + k]};
-        side[k] = side_[asset + k];
-        shift[k] = shift_[asset + k];
-        entry[k] = entry_[asset + k];
+    Lanes side;
+    load(&side_[asset], side);
+    if (!any(side != 0.0)) {
+        return;
     }
+    Lanes shift;
+    Lanes entry;
+    Running<Lanes> running;
+    load(&shift_[asset], shift);
+    load(&entry_[asset], entry);
+    load(&lowest_[asset], running.lowest);
+    load(&highest_[asset], running.highest);
+    load(&highest_at_lowest_[asset], running.highest_at_lowest);
+    load(&trough_[asset], running.trough);
+    load(&peak_[asset], running.peak);
+    load(&profit_bars_[asset], running.profit_bars);
     for (std::size_t session = begin; session < end; ++session) {
-        const double* row = close_.row(session) + asset;
-        for (std::size_t k = 0; k < kStrip; ++k) {
-            running[k].observe(side[k] * row[k] + shift[k], entry[k]);
-        }
+        Lanes price;
+        load(close_.row(session) + asset, price);
+        running.observe(side * price + shift, entry);
     }
-    for (std::size_t k = 0; k < kStrip; ++k) {
-        lowest_[asset + k] = running[k].lowest;
-        highest_[asset + k] = running[k].highest;
-        highest_at_lowest_[asset + k] = running[k].highest_at_lowest;
-        trough_[asset + k] = running[k].trough;
-        peak_[asset + k] = running[k].peak;
-        profit_bars_[asset + k] = running[k].profit_bars;
-    }
+    store(running.lowest, &lowest_[asset]);
+    store(running.highest, &highest_[asset]);
+    store(running.highest_at_lowest, &highest_at_lowest_[asset]);
+    store(running.trough, &trough_[asset]);
+    store(running.peak, &peak_[asset]);
+    store(running.profit_bars, &profit_bars_[asset]);
 }
 
 void ExcursionTracker::observe_before(std::size_t end) {
@@ -91,13 +93,8 @@ void ExcursionTracker::observe_before(std::size_t end) {
         return;
     }
     std::size_t asset = 0;
-    for (; asset + kStrip <= side_.size(); asset += kStrip) {
-        const bool held = std::any_of(side_.begin() + static_cast<std::ptrdiff_t>(asset),
-                                      side_.begin() + static_cast<std::ptrdiff_t>(asset + kStrip),
-                                      [](double side) { return side != 0.0; });
-        if (held) {
-            observe_strip(asset, next_session_, end);
-        }
+    for (; asset + kLanes <= side_.size(); asset += kLanes) {
+        observe_strip(asset, next_session_, end);
     }
     for (; asset < side_.size(); ++asset) {
         observe_asset(asset, end);
@@ -112,8 +109,8 @@ void ExcursionTracker::observe_block(std::size_t end) {
 }
 
 void ExcursionTracker::observe_price(std::size_t asset, double price) {
-    Running running{lowest_[asset], highest_[asset], highest_at_lowest_[asset],
-                    trough_[asset], peak_[asset],    profit_bars_[asset]};
+    Running<double> running{lowest_[asset], highest_[asset], highest_at_lowest_[asset],
+                            trough_[asset], peak_[asset],    profit_bars_[asset]};
     running.observe(side_[asset] * price + shift_[asset], entry_[asset]);
     lowest_[asset] = running.lowest;
     highest_[asset] = running.highest;

@@ -84,9 +84,13 @@ void TradeLog::mark_open(std::size_t asset, std::size_t session, double price,
 }
 
 std::vector<RoundTrip> TradeLog::take_sorted() {
-    std::ranges::sort(trips_, {}, [](const RoundTrip& trip) {
+    // Only orders that waited for a price, or lie beyond the table, come out of order.
+    const auto key = [](const RoundTrip& trip) {
         return std::tuple{trip.entry_rebalance, trip.asset};
-    });
+    };
+    if (!std::ranges::is_sorted(trips_, {}, key)) {
+        std::ranges::sort(trips_, {}, key);
+    }
     return std::exchange(trips_, {});
 }
 
