@@ -6,8 +6,21 @@ import numpy as np
 import pandas as pd
 import pytest
 
-FIELDS = """weights next_weights resample actions next_trading_date trade_at market stop_loss
-    take_profit trail_stop total_weight data_readiness planned_rebalance_date""".split()
+FIELDS = [
+    "weights",
+    "next_weights",
+    "resample",
+    "actions",
+    "next_trading_date",
+    "trade_at",
+    "market",
+    "stop_loss",
+    "take_profit",
+    "trail_stop",
+    "total_weight",
+    "data_readiness",
+    "planned_rebalance_date",
+]
 SIGNAL = pd.Timestamp("2024-01-31")
 NEXT_SIGNAL = pd.Timestamp("2024-02-29")
 

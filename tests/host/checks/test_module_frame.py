@@ -138,7 +138,7 @@ def test_imports_run_in_a_fixed_order():
         import corvex.core.report
         print(seen)
         """)
-    seen = eval(output)  # noqa: S307 - our own printed list
+    seen = eval(output)
     libraries = [("collections.abc", "Iterable"), ("pkgutil", "iter_modules")]
     libraries += [("functools", "cached_property", "lru_cache"), ("pandas",), ("numpy",)]
     plain = "importlib datetime string random base64 socket html time math json gzip sys re os"
@@ -256,7 +256,8 @@ def test_preview_server_serves_the_temporary_folder_on_this_machine_only():
         thread, = set(threading.enumerate()) - before
         for _ in range(100):
             try:
-                page = urllib.request.urlopen(f"http://127.0.0.1:{report.server_port}/page.html", timeout=5)
+                url = f"http://127.0.0.1:{report.server_port}/page.html"
+                page = urllib.request.urlopen(url, timeout=5)
                 break
             except OSError:
                 time.sleep(0.05)

@@ -34,4 +34,4 @@ def rebase(series, value=100):
 
 
 pd.Series.rebase = rebase
-pd.Series.calc_stats = lambda series: Stats(series)
+pd.Series.calc_stats = lambda series: Stats(series)  # noqa: PLW0108 - a class would not bind

@@ -6,8 +6,9 @@ import subprocess
 import sys
 from pathlib import Path
 
-import corvex.core.report as report
 import pandas as pd
+
+import corvex.core.report as report
 
 RUN = Path(__file__).parents[2] / "host" / "run.py"
 
