@@ -5,7 +5,10 @@ from __future__ import annotations
 from collections.abc import Callable, Iterator
 from typing import Any
 
+import numpy as np
 import pandas as pd
+
+from corvex.ffn_core._curve import FloatArray, read_numbers
 
 
 def columns_of(frame: pd.DataFrame) -> Iterator[tuple[Any, pd.Series]]:
@@ -16,14 +19,15 @@ def columns_of(frame: pd.DataFrame) -> Iterator[tuple[Any, pd.Series]]:
     yield from frame.items()
 
 
-def transform_columns(
-    frame: pd.DataFrame, transform: Callable[[pd.Series], pd.Series]
-) -> pd.DataFrame:
-    """Apply a function that keeps the index to each column by position, labels untouched."""
-    parts = [transform(frame.iloc[:, i]) for i in range(frame.shape[1])]
-    result = pd.DataFrame(dict(enumerate(parts)), index=frame.index)
-    result.columns = frame.columns
-    return result
+def transform_columns[T: (pd.Series, pd.DataFrame)](
+    data: T, transform: Callable[[FloatArray], FloatArray]
+) -> T:
+    """Apply a function of values to a series or to each column of a table; labels stay."""
+    if isinstance(data, pd.Series):
+        return pd.Series(transform(read_numbers(data)), index=data.index, name=data.name)
+    columns = [transform(read_numbers(data.iloc[:, i])) for i in range(data.shape[1])]
+    values = np.column_stack(columns) if columns else np.empty(data.shape)
+    return pd.DataFrame(values, index=data.index, columns=data.columns)
 
 
 def reduce_columns(

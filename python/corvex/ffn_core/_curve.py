@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from dataclasses import dataclass
+from typing import NamedTuple
 
 import numpy as np
 import numpy.typing as npt
@@ -14,9 +14,8 @@ FloatArray = npt.NDArray[np.float64]
 IntArray = npt.NDArray[np.int64]
 
 
-@dataclass(frozen=True, slots=True)
-class Curve:
-    """A dated curve: `values` and `times` of equal length, and the index they came from.
+class Curve(NamedTuple):
+    """A dated curve: `values` and `times` of equal length, and the dates they came from.
 
     `times` are nanoseconds of the local wall clock. So a month ends where it ends for the people
     who traded it, and a curve has the same figures with a time zone and without.
@@ -24,14 +23,14 @@ class Curve:
 
     values: FloatArray
     times: IntArray
-    index: pd.DatetimeIndex
+    dates: pd.DatetimeIndex
 
     def present(self) -> Curve:
         """Return the curve without its missing values."""
         keep = ~np.isnan(self.values)
         if keep.all():
             return self
-        return Curve(self.values[keep], self.times[keep], self.index[keep])
+        return Curve(self.values[keep], self.times[keep], self.dates[keep])
 
 
 def read_numbers(series: pd.Series) -> FloatArray:

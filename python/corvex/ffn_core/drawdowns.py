@@ -7,7 +7,7 @@ import pandas as pd
 
 from corvex import _engine
 from corvex.ffn_core._columns import transform_columns
-from corvex.ffn_core._curve import Curve, IntArray, read_curve, read_numbers
+from corvex.ffn_core._curve import Curve, IntArray, read_curve
 
 
 def to_drawdown_series[T: (pd.Series, pd.DataFrame)](prices: T) -> T:
@@ -24,10 +24,7 @@ def to_drawdown_series[T: (pd.Series, pd.DataFrame)](prices: T) -> T:
         ``value / running maximum - 1`` with the index of `prices`: 0 at a new high, negative below
         it. A missing value carries the last one; rows before the first value stay missing.
     """
-    if isinstance(prices, pd.DataFrame):
-        return transform_columns(prices, to_drawdown_series)
-    curve = _engine.drawdown_curve(read_numbers(prices))
-    return pd.Series(curve, index=prices.index, name=prices.name)
+    return transform_columns(prices, _engine.drawdown_curve)
 
 
 def drawdown_details(prices: pd.Series) -> pd.DataFrame:
@@ -55,9 +52,9 @@ def details_of(curve: Curve) -> pd.DataFrame:
     ends = np.where(rows[:, 3] < 0, len(curve.values) - 1, rows[:, 3])
     return pd.DataFrame(
         {
-            "Start": curve.index[rows[:, 1]],
-            "Valley": curve.index[rows[:, 2]],
-            "End": curve.index[ends],
+            "Start": curve.dates[rows[:, 1]],
+            "Valley": curve.dates[rows[:, 2]],
+            "End": curve.dates[ends],
             "Length": _whole_days(curve, rows[:, 1], ends),
             "drawdown": depths,
         }
@@ -93,11 +90,11 @@ def largest_drawdowns(prices: pd.Series, n: int = 10) -> pd.DataFrame:
     rows, depths = _engine.largest_drawdowns(curve.values, n)
     is_open = rows[:, 3] < 0
     ends = np.where(is_open, len(curve.values) - 1, rows[:, 3])
-    end = pd.Series(curve.index[ends])
+    end = pd.Series(curve.dates[ends])
     return pd.DataFrame(
         {
-            "start": curve.index[rows[:, 0]],
-            "valley": curve.index[rows[:, 2]],
+            "start": curve.dates[rows[:, 0]],
+            "valley": curve.dates[rows[:, 2]],
             "end": end.mask(is_open),
             "length": _whole_days(curve, rows[:, 0], ends),
             "depth": depths,

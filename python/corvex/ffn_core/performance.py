@@ -114,7 +114,7 @@ class PerformanceStats:
     def _date(self, row: int) -> pd.Timestamp:
         if self._record[1] == 0:
             return pd.NaT  # type: ignore[return-value]  # in place of a Timestamp, as in pandas
-        return self._curve.index[row]
+        return self._curve.dates[row]
 
     @property
     def bar(self) -> str:
@@ -184,7 +184,7 @@ class PerformanceStats:
         return self._thinned(present, _engine.year_end_rows(present.times))
 
     def _thinned(self, curve: Curve, rows: IntArray) -> pd.Series:
-        return pd.Series(curve.values[rows], index=curve.index[rows], name=self.name)
+        return pd.Series(curve.values[rows], index=curve.dates[rows], name=self.name)
 
     @property
     def returns(self) -> pd.Series:
@@ -201,7 +201,7 @@ class PerformanceStats:
         """How far each value lies below the highest value so far."""
         present = self._curve.present()
         depths: FloatArray = _engine.drawdown_curve(present.values)
-        return pd.Series(depths, index=present.index, name=self.name)
+        return pd.Series(depths, index=present.dates, name=self.name)
 
     # -- settings --------------------------------------------------------------------------------
 

@@ -7,7 +7,7 @@ import pandas as pd
 
 from corvex import _engine
 from corvex.ffn_core._columns import transform_columns
-from corvex.ffn_core._curve import read_dates, read_numbers, read_times
+from corvex.ffn_core._curve import read_dates, read_times
 
 
 def rebase[T: (pd.Series, pd.DataFrame)](prices: T, value: float = 100) -> T:
@@ -21,10 +21,7 @@ def rebase[T: (pd.Series, pd.DataFrame)](prices: T, value: float = 100) -> T:
     value : float, default 100
         What the curve starts from.
     """
-    if isinstance(prices, pd.DataFrame):
-        return transform_columns(prices, lambda column: rebase(column, value))
-    scaled = _engine.rebase(read_numbers(prices), float(value))
-    return pd.Series(scaled, index=prices.index, name=prices.name)
+    return transform_columns(prices, lambda values: _engine.rebase(values, float(value)))
 
 
 def to_returns[T: (pd.Series, pd.DataFrame)](prices: T) -> T:
