@@ -59,17 +59,56 @@ WeekShare split_week(const std::array<std::int64_t, kDaysPerWeek>& days) {
     return share;
 }
 
+/// The days that have a bar, by weekday, and the first and last of them.
+struct DayCount {
+    std::array<std::int64_t, kDaysPerWeek> bars{};
+    std::int64_t first = 0;
+    std::int64_t last = 0;
+};
+
+/// @param times  none of them on a day before that of the first
+DayCount count_days(std::span<const Nanos> times) {
+    DayCount count;
+    count.first = count.last = day_number(times.front());
+    const auto start = static_cast<std::uint64_t>(weekday(count.first));
+    const Nanos midnight = count.first * kNanosPerDay;
+    ++count.bars[start];
+    std::uint64_t previous = 0;
+    for (const Nanos time : times) {
+        const auto day = static_cast<std::uint64_t>(time - midnight) / kNanosPerDay;
+        if (day > previous) {
+            ++count.bars[(start + day) % kDaysPerWeek];
+            previous = day;
+        }
+    }
+    count.last += static_cast<std::int64_t>(previous);
+    return count;
+}
+
 /// Weekends count as trading days when they are at least two thirds as likely to have a bar as
 /// weekdays are. So a rare make-up session on a Saturday does not turn an exchange's year into 365
 /// days, nor does the Sunday evening of a currency market, and holes spread evenly do no harm.
-bool weekends_have_bars(const std::array<std::int64_t, kDaysPerWeek>& bars, std::int64_t first,
-                        std::int64_t last) {
-    const WeekShare seen = split_week(bars);
-    const WeekShare possible = split_week(weekdays_between(first, last));
+bool weekends_have_bars(const DayCount& count) {
+    const WeekShare seen = split_week(count.bars);
+    const WeekShare possible = split_week(weekdays_between(count.first, count.last));
     if (seen.weekend == 0) {
         return false;
     }
     return 3 * seen.weekend * possible.week >= 2 * seen.week * possible.weekend;
+}
+
+/// The lower median: of two equally frequent distances the shorter one is the bar.
+Bar median_bar(std::span<const Nanos> times) {
+    std::array<std::size_t, kBarCount> gaps{};
+    for (std::size_t i = 1; i < times.size(); ++i) {
+        ++gaps[static_cast<std::size_t>(bar_of_gap(times[i] - times[i - 1]))];
+    }
+    std::size_t seen = 0;
+    std::size_t bar = 0;
+    while (2 * (seen += gaps[bar]) < times.size() - 1) {
+        ++bar;
+    }
+    return static_cast<Bar>(bar);
 }
 
 int periods_per_year(Bar bar, bool weekends) {
@@ -101,29 +140,9 @@ Convention infer_convention(std::span<const Nanos> times) {
     if (times.size() < 2) {
         return {};
     }
-    std::array<std::size_t, kBarCount> gaps{};
-    std::array<std::int64_t, kDaysPerWeek> bars{};
-    const std::int64_t first = day_number(times.front());
-    const auto start = static_cast<std::int64_t>(weekday(first));
-    std::int64_t previous_day = first;
-    ++bars[static_cast<std::size_t>(start)];
-    for (std::size_t i = 1; i < times.size(); ++i) {
-        ++gaps[static_cast<std::size_t>(bar_of_gap(times[i] - times[i - 1]))];
-        const std::int64_t day = day_number(times[i]);
-        if (day > previous_day) {
-            ++bars[static_cast<std::size_t>((start + day - first) % kDaysPerWeek)];
-            previous_day = day;
-        }
-    }
-    // The lower median: of two equally frequent distances the shorter one is the bar.
-    std::size_t seen = 0;
-    std::size_t bar = 0;
-    while (2 * (seen += gaps[bar]) < times.size() - 1) {
-        ++bar;
-    }
-    const Bar found = static_cast<Bar>(bar);
-    const bool weekends = weekends_have_bars(bars, first, previous_day);
-    return {found, periods_per_year(found, weekends), weekends};
+    const Bar bar = median_bar(times);
+    const bool weekends = weekends_have_bars(count_days(times));
+    return {bar, periods_per_year(bar, weekends), weekends};
 }
 
 std::string_view bar_name(Bar bar) {
