@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <limits>
+#include <numeric>
 #include <vector>
 
 namespace corvex::engine {
@@ -16,7 +17,21 @@ constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr std::size_t kLanes = 4;
 using Lanes = std::array<double, kLanes>;
 
-double total(const Lanes& lanes) { return (lanes[0] + lanes[1]) + (lanes[2] + lanes[3]); }
+double total(const Lanes& lanes) { return std::accumulate(lanes.begin(), lanes.end(), 0.0); }
+
+/// Calls `add(lane, value)` for each value, the lanes in turn.
+template <typename Add>
+void for_each_lane(std::span<const double> values, const Add& add) {
+    std::size_t i = 0;
+    for (; i + kLanes <= values.size(); i += kLanes) {
+        for (std::size_t lane = 0; lane < kLanes; ++lane) {
+            add(lane, values[i + lane]);
+        }
+    }
+    for (; i < values.size(); ++i) {
+        add(0, values[i]);
+    }
+}
 
 struct FirstPass {
     double sum;
@@ -35,27 +50,25 @@ FirstPass sum_and_extremes(std::span<const double> values) {
         best[lane] = value > best[lane] ? value : best[lane];
         worst[lane] = value < worst[lane] ? value : worst[lane];
     };
-    std::size_t i = 0;
-    for (; i + kLanes <= values.size(); i += kLanes) {
-        for (std::size_t lane = 0; lane < kLanes; ++lane) {
-            add(lane, values[i + lane]);
-        }
-    }
-    for (; i < values.size(); ++i) {
-        add(0, values[i]);
-    }
+    for_each_lane(values, add);
     return {total(sum), *std::max_element(best.begin(), best.end()),
             *std::min_element(worst.begin(), worst.end())};
 }
 
 /// Sums of powers of the distances to the mean, and of the squared losses below the target.
 struct SecondPass {
+    double squares;
+    double cubes;
+    double fourths;
+    double losses;
+};
+
+SecondPass sum_powers(std::span<const double> values, double mean, double target) {
     Lanes squares{};
     Lanes cubes{};
     Lanes fourths{};
     Lanes losses{};
-
-    void add(std::size_t lane, double value, double mean, double target) {
+    const auto add = [&](std::size_t lane, double value) {
         const double distance = value - mean;
         const double square = distance * distance;
         const double excess = value - target;
@@ -64,21 +77,9 @@ struct SecondPass {
         cubes[lane] += square * distance;
         fourths[lane] += square * square;
         losses[lane] += loss * loss;
-    }
-};
-
-SecondPass sum_powers(std::span<const double> values, double mean, double target) {
-    SecondPass sums;
-    std::size_t i = 0;
-    for (; i + kLanes <= values.size(); i += kLanes) {
-        for (std::size_t lane = 0; lane < kLanes; ++lane) {
-            sums.add(lane, values[i + lane], mean, target);
-        }
-    }
-    for (; i < values.size(); ++i) {
-        sums.add(0, values[i], mean, target);
-    }
-    return sums;
+    };
+    for_each_lane(values, add);
+    return {total(squares), total(cubes), total(fourths), total(losses)};
 }
 
 double skewness(double n, double squares, double cubes) {
@@ -102,21 +103,21 @@ Moments moments_of_present(std::span<const double> values, double target) {
     result.best = first.best;
     result.worst = first.worst;
     const SecondPass sums = sum_powers(values, result.mean, target);
-    result.downside_deviation = std::sqrt(total(sums.losses) / n);
+    result.downside_deviation = std::sqrt(sums.losses / n);
     if (values.size() < 2) {
         return result;
     }
-    const double squares = total(sums.squares);
+    const double squares = sums.squares;
     const double deviation = std::sqrt(squares / (n - 1.0));
     // A return is a quotient of two rounded prices: a few units in the last place of 1 + return.
     const double noise =
         4.0 * std::numeric_limits<double>::epsilon() * (1.0 + std::abs(result.mean));
     result.deviation = deviation <= noise ? 0.0 : deviation;
     if (values.size() > 2 && result.deviation > 0.0) {
-        result.skew = skewness(n, squares, total(sums.cubes));
+        result.skew = skewness(n, squares, sums.cubes);
     }
     if (values.size() > 3 && result.deviation > 0.0) {
-        result.kurt = excess_kurtosis(n, squares, total(sums.fourths));
+        result.kurt = excess_kurtosis(n, squares, sums.fourths);
     }
     return result;
 }
