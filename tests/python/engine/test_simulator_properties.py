@@ -1,0 +1,115 @@
+"""Identities that hold on every input, and the engine's promises about time, memory and types."""
+
+from __future__ import annotations
+
+from dataclasses import replace
+
+import numpy as np
+import pytest
+from hypothesis import given
+from hypothesis import strategies as st
+
+from corvex import _engine
+
+from .test_simulator_random import RANDOM, cases, run_engine
+
+
+def held_price(case, session, asset):
+    """The last known price at a close, from closes alone."""
+    known = case.close[: session + 1, asset]
+    known = known[~np.isnan(known)]
+    return known[-1] if len(known) else np.nan
+
+
+@RANDOM
+@given(cases(gaps=False))
+def test_accounts_balance(case):
+    result = run_engine(case)
+    equity, cash = result["equity"], result["cash"]
+    paid = result["fees"] + result["taxes"] + result["slippage"]
+    holdings = equity - cash
+    # What the account holds at the end is what its shares are worth.
+    final = sum(
+        shares * held_price(case, len(case.close) - 1, asset)
+        for asset, shares in enumerate(result["shares"])
+        if shares
+    )
+    assert holdings[-1] == pytest.approx(final, rel=1e-12, abs=1e-12)
+    assert paid.min() >= 0
+    executed = result["traded"] * (1 + case.slippage)
+    assert (result["fees"] <= case.fee * executed + 1e-15).all()
+    gross = np.abs(case.target).sum(axis=1).max(initial=0)
+    covers = (case.target < 0).any()
+    if gross <= 1 and not covers:
+        assert cash.min() >= 0
+    trades = result["trades"]
+    filled = trades["entry_session"] >= 0
+    assert (trades["mae"][filled] <= 0).all()
+    assert (trades["mfe"][filled] >= trades["mfe_before_mae"][filled]).all()
+    assert (trades["days_in_profit"][filled] <= trades["period"][filled] + 1).all()
+    closed = trades["exit_session"] >= 0
+    assert all(np.isfinite(column[closed]).all() for column in trades.values())
+
+
+@RANDOM
+@given(cases(shorts=False))
+def test_cash_of_long_portfolios_is_never_negative(case):
+    result = run_engine(case)
+    assert result["cash"].min() >= 0
+
+
+@RANDOM
+@given(cases(gaps=False), st.integers(0, 2**32 - 1), st.floats(0, 1))
+def test_the_future_leaves_the_past_unchanged(case, seed, share):
+    rng = np.random.default_rng(seed)
+    now = int(share * len(case.close))
+    changed = {
+        name: table.copy()
+        for name in ("close", "fill", "open", "high", "low")
+        if (table := getattr(case, name)) is not None
+    }
+    for table in changed.values():
+        rng.shuffle(table[now:])
+    target = case.target.copy()
+    later = np.array(case.signal) >= now
+    target[later] = rng.permutation(target[later])
+    before, after = run_engine(case), run_engine(replace(case, target=target, **changed))
+    rows = max(0, now - case.first)
+    for name in ("equity", "cash", "position", "fees", "traded"):
+        assert np.array_equal(before[name][:rows], after[name][:rows])
+    past = [
+        np.column_stack([t[k][(t["exit_session"] >= 0) & (t["exit_session"] < now)] for k in t])
+        for t in (before["trades"], after["trades"])
+    ]
+    assert np.array_equal(*past)
+
+
+def test_an_always_held_asset_without_costs_is_the_curve():
+    close = np.exp(np.random.default_rng(1).normal(0, 0.02, (500, 1)).cumsum(axis=0))
+    signals = np.arange(-1, 499, 7)
+    result = _engine.simulate(close=close, target=np.ones((72, 1)), signal_session=signals)
+    np.testing.assert_allclose(result["equity"], close[:, 0] / close[0, 0], rtol=1e-12)
+
+
+def test_curve_of_one_asset_is_the_product_of_its_trades():
+    rng = np.random.default_rng(2)
+    close = np.exp(rng.normal(0, 0.02, (400, 1)).cumsum(axis=0))
+    target = (np.arange(40) % 2.0).reshape(-1, 1)
+    result = _engine.simulate(
+        close=close, target=target, signal_session=np.arange(40) * 9, fee_ratio=0.001425,
+        tax_ratio=0.003, slippage_ratio=0.001,
+    )  # fmt: skip
+    returns = result["trades"]["return"]
+    assert result["equity"][-1] == pytest.approx(np.prod(1 + returns), rel=1e-12)
+
+
+def test_a_table_that_would_have_to_be_copied_is_refused():
+    close = np.ones((3, 2))
+    signal = np.array([0])
+    for bad in (np.asfortranarray(close), close.astype(np.float32)):
+        with pytest.raises(TypeError):
+            _engine.simulate(close=bad, target=np.ones((1, 2)), signal_session=signal)
+    with pytest.raises(ValueError, match="one column for each asset"):
+        _engine.simulate(close=close, target=np.ones((1, 3)), signal_session=signal)
+    with pytest.raises(ValueError, match="fill_at must be"):
+        _engine.simulate(close=close, target=np.ones((1, 2)), signal_session=signal, fill_at="noon")
