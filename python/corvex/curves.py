@@ -201,9 +201,9 @@ def _period_before(index: pd.DatetimeIndex) -> pd.DatetimeIndex:
         before = index[0] - usual_gap(index)
     elif freq == "D":
         weekdays = not (index.day_of_week >= 5).any()
-        before = index[0] - (pd.offsets.BDay() if weekdays else pd.offsets.Day())
+        before = index[0] - (pd.offsets.BDay() if weekdays else pd.DateOffset(days=1))
     elif freq == "W":
-        before = index[0] - pd.Timedelta(days=7)
+        before = index[0] - pd.DateOffset(days=7)
     else:
         before = index[0] - pd.tseries.frequencies.to_offset(freq)
     return pd.DatetimeIndex([before]).as_unit(index.unit)

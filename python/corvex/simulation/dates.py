@@ -178,7 +178,7 @@ class Clock:
         by_day : bool, default False
             Beside daily prices let moments, too, count as their day.
         """
-        if self.is_daily and (by_day or has_dates_only(dates)):
+        if self.is_daily and (by_day or has_dates_only(dates)) and not self._holds(dates):
             days = dates.tz_localize(None).normalize()
             ends = self.zoned(days.as_unit("ns") + _DAY - _TICK)
             return self._stamps(self.zoned(dates.tz_localize(None)), ends.asi8)
@@ -189,6 +189,12 @@ class Clock:
                 dates = dates.tz_localize(None)
         dates = self.zoned(dates)
         return self._stamps(dates, dates.as_unit("ns").asi8)
+
+    def _holds(self, dates: pd.DatetimeIndex) -> bool:
+        """Whether dates with a zone are moments of this clock, however either writes them."""
+        if dates.tz is None or self.index.tz is None:
+            return False
+        return bool(np.isin(dates.as_unit("ns").asi8, self.keys).all())
 
     def _stamps(self, dates: pd.DatetimeIndex, keys: np.ndarray) -> Stamps:
         return Stamps(dates, keys, np.searchsorted(self.keys, keys, side="right") - 1)

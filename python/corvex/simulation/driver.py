@@ -12,7 +12,7 @@ from corvex.simulation.assembly import build_report
 from corvex.simulation.inputs import read_inputs
 from corvex.simulation.options import Costs, Options, checked_limit, cost_ratio, stop_fraction
 from corvex.simulation.run import run
-from corvex.simulation.schedule import read_offset
+from corvex.simulation.schedule import read_offset, read_resample
 from corvex.simulation.targets import read_weights
 
 if TYPE_CHECKING:
@@ -128,9 +128,8 @@ def simulate(
     table = read_weights(weights, limit=checked_limit(position_limit), leverage=leverage)
     stops = {"stop_loss": stop_loss, "take_profit": take_profit, "trail_stop": trail_stop}
     fractions = {kind: stop_fraction(kind, value) for kind, value in stops.items()}
-    if not (resample is None or isinstance(resample, str | pd.Index | pd.Series)):
-        resample = list(resample)
-    offset = read_offset(resample, resample_offset)
+    rule = read_resample(resample)
+    offset = read_offset(rule, resample_offset)
     inputs = read_inputs(table, prices, market, benchmark, start, end)
     costs = Costs(
         fee_ratio=cost_ratio("fee_ratio", fee_ratio, inputs.market.fee_ratio),
@@ -146,12 +145,12 @@ def simulate(
             inputs,
             options,
             trade_at,
-            resample,
+            rule,
             offset,
             historical=end is not None,
             attributes={
                 **stops,
-                "resample": resample,
+                "resample": rule,
                 "live_performance_start": live_start,
                 "name": name,
                 "settings": {

@@ -29,8 +29,9 @@ def check_labels(columns: pd.Index) -> None:
                 f"asset labels must be text, got {label!r} ({type(label).__name__}); "
                 "weights.columns.astype(str) makes them so"
             )
-        other = seen.setdefault(asset_id(label), label)
-        if other is not label:
+        other = seen.get(asset_id(label))
+        seen[asset_id(label)] = label
+        if other is not None:
             raise ValueError(
                 f"asset label {label!r} occurs twice in weights"
                 if other == label

@@ -2,10 +2,13 @@
 
 from __future__ import annotations
 
+import copy
+
 import pandas as pd
 
 from corvex.market import Market
 from corvex.markets import get_market_by_name, infer_market_name
+from corvex.markets.bound import BoundMarket
 
 __all__ = ["Benchmark", "bind_market", "choose_market", "with_adjusted_fields"]
 
@@ -40,7 +43,8 @@ def bind_market(
             )
         benchmark = benchmark.iloc[:, 0]
     if tables is None and benchmark is None:
-        return market
+        # A copy: what a report keeps in its file is no business of the user's bound market.
+        return copy.copy(market) if isinstance(market, BoundMarket) else market
     return market.bound_to(_own_tables(market) if tables is None else tables, benchmark=benchmark)
 
 

@@ -23,7 +23,7 @@ from corvex.simulation.results import (
     state_after,
     yearly_turnover,
 )
-from corvex.simulation.schedule import Resample, Schedule, build_schedule
+from corvex.simulation.schedule import Rule, Schedule, build_schedule
 from corvex.simulation.trades import trades_table
 
 __all__ = ["run"]
@@ -33,7 +33,7 @@ def run(
     inputs: RunInputs,
     options: Options,
     trade_at: TradeAt,
-    resample: Resample,
+    resample: Rule,
     offset: pd.Timedelta,
     *,
     historical: bool,

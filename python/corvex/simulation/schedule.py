@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import datetime
+import warnings
 from collections.abc import Iterable
 from dataclasses import dataclass
 
@@ -14,9 +15,10 @@ from corvex.simulation.dates import Clock, Stamps, as_dates, local_nanos
 from corvex.simulation.future import FutureBars
 from corvex.simulation.targets import WeightTable
 
-__all__ = ["Resample", "Schedule", "build_schedule", "read_offset"]
+__all__ = ["Resample", "Rule", "Schedule", "build_schedule", "read_offset", "read_resample"]
 
 type Resample = str | Iterable[object] | None
+type Rule = str | pd.DatetimeIndex | None
 
 
 @dataclass(frozen=True, slots=True)
@@ -48,7 +50,31 @@ class Schedule:
         return len(self.sessions)
 
 
-def read_offset(resample: Resample, offset: object) -> pd.Timedelta:
+def read_resample(resample: Resample) -> Rule:
+    """Read `resample`: a frequency as it is, or dates.
+
+    Raises
+    ------
+    ValueError
+        When it holds something else than dates, or none.
+    """
+    if resample is None or isinstance(resample, str):
+        return resample
+    values = resample.to_numpy() if isinstance(resample, pd.Series) else resample
+    if isinstance(values, datetime.date | np.datetime64):
+        values = [values]
+    try:
+        dates = as_dates(values if isinstance(values, pd.Index) else list(values), "resample")
+    except TypeError as error:
+        raise ValueError(
+            f"resample must be a frequency such as 'ME', dates or None, got {resample!r}"
+        ) from error
+    if len(dates) == 0:
+        raise ValueError("resample is an empty list of dates; give at least one, or None")
+    return dates
+
+
+def read_offset(resample: Rule, offset: object) -> pd.Timedelta:
     """Read `resample_offset`, a length of time such as "1D" or a timedelta."""
     if offset is None:
         return pd.Timedelta(0)
@@ -68,7 +94,7 @@ def build_schedule(
     rows: Stamps,
     clock: Clock,
     future: FutureBars,
-    resample: Resample,
+    resample: Rule,
     offset: pd.Timedelta,
 ) -> Schedule:
     """Find the rebalances.
@@ -83,7 +109,7 @@ def build_schedule(
         The sessions.
     future : FutureBars
         Tells whether the period in which the table ends is over.
-    resample : None, str or dates
+    resample : None, str or DatetimeIndex
         None: whenever the targets change. A frequency: on the last session of each period.
         Dates: on these.
     offset : Timedelta
@@ -167,25 +193,16 @@ def _trimmed(weights: WeightTable, schedule: Schedule, latest: int) -> Schedule:
     )
 
 
-def _listed(resample: Iterable[object], offset: pd.Timedelta, clock: Clock) -> Stamps:
-    values = resample.to_numpy() if isinstance(resample, pd.Series) else resample
-    if isinstance(values, datetime.date | np.datetime64):
-        values = [values]
-    try:
-        dates = as_dates(values if isinstance(values, pd.Index) else list(values), "resample")
-    except TypeError as error:
-        raise ValueError(
-            f"resample must be a frequency such as 'ME', dates or None, got {resample!r}"
-        ) from error
-    if len(dates) == 0:
-        raise ValueError("resample is an empty list of dates; give at least one, or None")
+def _listed(dates: pd.DatetimeIndex, offset: pd.Timedelta, clock: Clock) -> Stamps:
     return clock.place((dates + offset).unique().sort_values(), by_day=True)
 
 
 def _other_dates(rule: str, clock: Clock, error: ValueError) -> pd.DatetimeIndex:
     """The dates of a pandas frequency that is no plain period, such as "SME" or "WOM-3FRI"."""
     try:
-        frequency = pd.tseries.frequencies.to_offset(rule)
+        with warnings.catch_warnings():
+            warnings.simplefilter("ignore")  # old pandas warns of letters of another case
+            frequency = pd.tseries.frequencies.to_offset(rule)
     except ValueError:
         raise error from None
     if frequency is None or isinstance(frequency, pd.tseries.offsets.Tick):

@@ -154,6 +154,15 @@ def test_dates_mean_their_day_in_any_zone(price_zone, weight_zone):
         assert report.trades.entry_date.tolist() == prices.index[[4, 6]].tolist()
 
 
+def test_the_same_moments_written_in_two_zones():
+    days = YEAR[:9].tz_localize("Asia/Taipei")
+    prices = pd.DataFrame({"AAA": 1.0}, index=days.tz_convert("UTC"))
+
+    report = corvex.simulate(pd.DataFrame({"AAA": [1.0]}, index=days[3:4]), prices)
+
+    assert report.trades.entry_date.tolist() == [days[4]]
+
+
 @pytest.mark.parametrize(
     ("options", "message"),
     [
