@@ -6,6 +6,7 @@ import numpy as np
 import pandas as pd
 
 from corvex.simulation.dates import Clock
+from corvex.simulation.labels import match_columns
 from corvex.simulation.notices import date_text, warn
 from corvex.simulation.prices import PriceMatrices
 from corvex.simulation.schedule import Schedule
@@ -14,12 +15,13 @@ __all__ = ["check_prices"]
 
 
 def check_prices(
-    prices: PriceMatrices, schedule: Schedule, clock: Clock, labels: pd.Index
+    prices: PriceMatrices, schedule: Schedule, clock: Clock, labels: pd.Index, columns: pd.Index
 ) -> PriceMatrices:
     """Refuse assets that are held without any price, and prices that are no prices.
 
     A missing price is no fault. What is wrong with an asset that is never held does no harm: its
-    prices are taken for missing, with a warning.
+    prices are taken for missing, with a warning; so is that of a label not in `columns`, those of
+    the close table.
 
     Raises
     ------
@@ -28,6 +30,12 @@ def check_prices(
     """
     held = _held(schedule, len(labels))
     _refuse_unpriced(prices.close, schedule, held, labels)
+    found = match_columns(labels, columns)
+    unknown = labels[:0] if found is None else labels[found < 0]
+    if len(unknown):
+        names = ", ".join(repr(label) for label in unknown[:5])
+        more = "" if len(unknown) <= 5 else f" and {len(unknown) - 5} more"
+        warn(f"no prices for {names}{more}; they are never held, so the run goes on")
     if prices.low is not None and prices.high is not None:
         _refuse_crossed(prices.low, prices.high, held, clock, labels)
     fields = ("close", "fill", "open", "high", "low")
@@ -60,10 +68,6 @@ def _refuse_unpriced(
             date = schedule.dates[rows[0]] if len(rows) else schedule.planned_date
             when = "" if date is None else f"; its first weight is of {date_text(date)}"
             raise ValueError(f"asset {labels[asset]!r} has weights but no prices{when}")
-    if len(unpriced):
-        names = ", ".join(repr(label) for label in labels[unpriced[:5]])
-        more = "" if len(unpriced) <= 5 else f" and {len(unpriced) - 5} more"
-        warn(f"no prices for {names}{more}; they are never held, so the run goes on")
 
 
 def _positive(

@@ -45,7 +45,7 @@ def run(
     prices = read_matrices(
         market, inputs.close, clock, labels, trade_at, with_bars=options.touched_exit
     )
-    prices = check_prices(prices, schedule, clock, labels)
+    prices = check_prices(prices, schedule, clock, labels, inputs.close.columns)
     first = first_session(schedule, _idle_start(inputs, schedule))
     result = run_engine(prices, schedule, trade_at, options, first)
     creturn, position = curve_and_position(result, inputs, schedule, first)
