@@ -69,7 +69,8 @@ nb::dict legacy_document(nb::handle report) {
     document["position"] = report.attr("position_info")();
     document["position2"] = report.attr("position_info2")();
     document["execution"] = execution_record(report);
-    document["live_performance_start"] = iso_or_none(report.attr("live_performance_start"));
+    document["live_performance_start"] =
+        iso_or_none(pyglue::attribute_or(report, "live_performance_start", nb::none()));
     document["stop_loss"] = report.attr("stop_loss");
     document["take_profit"] = report.attr("take_profit");
     document.attr("update")(report.attr("_to_json046")());

@@ -17,21 +17,35 @@ using pyglue::text;
 
 constexpr long kDefaultTradesLimit = 500;
 
+/// Dates or durations as whole milliseconds, a missing one as missing.
+nb::object milliseconds(nb::handle column, const char* numpy_type) {
+    const nb::object values = column.attr("to_numpy")(text(numpy_type)).attr("view")(text("int64"));
+    const nb::object series =
+        global("pd").attr("Series")(values, nb::arg("index") = column.attr("index"));
+    const nb::object missing = column.attr("isna")();
+    if (!pyglue::is_true(missing.attr("any")())) {
+        return series;
+    }
+    return series.attr("astype")(text("Int64")).attr("mask")(missing);
+}
+
 /// The table with its dates as epoch milliseconds. pandas writes them so by default, but its newest
-/// version warns that it will write texts one day.
-nb::object with_epoch_dates(const nb::object& trades) {
-    nb::object table = trades.attr("copy")(nb::arg("deep") = false);
-    pyglue::for_each(trades.attr("dtypes").attr("items")(), [&](const nb::object& column) {
-        if (!pyglue::is_text_equal(nb::object(column[1]).attr("kind"), "M")) {
-            return true;
-        }
+/// version warns that it will write texts one day, also when it is asked for epochs; an index of
+/// dates, which is not written at all, is enough for the warning.
+nb::object with_epoch_dates(const nb::object& wire) {
+    if (!pyglue::is_instance(wire, global("pd").attr("DataFrame")) ||
+        !pyglue::is_true(wire.attr("columns").attr("is_unique"))) {
+        return wire;
+    }
+    nb::object table = wire.attr("reset_index")(nb::arg("drop") = true);
+    pyglue::for_each(wire.attr("dtypes").attr("items")(), [&](const nb::object& column) {
         const nb::object label = column[0];
-        const nb::object dates = trades[label];
-        const nb::object milliseconds = dates.attr("dt")
-                                            .attr("as_unit")(text("ms"))
-                                            .attr("astype")(text("int64"))
-                                            .attr("astype")(text("Int64"));
-        table[label] = milliseconds.attr("mask")(dates.attr("isna")());
+        const nb::object kind = nb::object(column[1]).attr("kind");
+        if (pyglue::is_text_equal(kind, "M")) {
+            table[label] = milliseconds(table[label], "datetime64[ms]");
+        } else if (pyglue::is_text_equal(kind, "m")) {
+            table[label] = milliseconds(table[label], "timedelta64[ms]");
+        }
         return true;
     });
     return table;

@@ -16,6 +16,8 @@ using pyglue::text;
 
 constexpr const char* kForcedName = "CORVEX_FORCED_STRATEGY_NAME";
 constexpr long kTradesLimit = 500;
+/// A shorter text is no secret, and blotting it out would garble ordinary words.
+constexpr Py_ssize_t kShortestSecret = 8;
 
 nb::dict status_record(const char* status) {
     nb::dict record;
@@ -27,6 +29,15 @@ nb::dict error_record(const nb::object& message) {
     nb::dict record = status_record("error");
     record["message"] = message;
     return record;
+}
+
+/// What a service says may quote what it was sent: the token is blotted out of it.
+nb::object without_token(nb::handle message, nb::handle token) {
+    if (!pyglue::is_text(message) || !pyglue::is_text(token) ||
+        pyglue::length(token) < kShortestSecret) {
+        return nb::borrow<nb::object>(message);
+    }
+    return message.attr("replace")(token, text("***"));
 }
 
 /// Where the name is forced a program reads the result, else a person.
@@ -74,7 +85,7 @@ nb::object upload_document(nb::handle report, const nb::object& name, nb::handle
         if (!error.matches(PyExc_Exception)) {
             throw;
         }
-        return error_record(pyglue::to_text(error.value()));
+        return error_record(without_token(pyglue::to_text(error.value()), token));
     }
     return success();
 }
@@ -90,7 +101,22 @@ nb::dict legacy_form(nb::handle document, nb::handle name, nb::handle token,
     return form;
 }
 
-nb::object post_form(const nb::dict& form) {
+/// Tells of a refusal, and gives it without the token.
+nb::object refused(nb::handle result, nb::handle token) {
+    const nb::object message = result["message"];
+    const nb::object harmless = without_token(message, token);
+    const nb::object print = global("print");
+    print(text("Fail to upload result to server"));
+    print(text("error message"), harmless);
+    if (!pyglue::is_text(message) || pyglue::equals(message, harmless)) {
+        return nb::borrow<nb::object>(result);
+    }
+    const nb::object cleaned = global("dict")(result);
+    cleaned["message"] = harmless;
+    return cleaned;
+}
+
+nb::object post_form(const nb::dict& form, nb::handle token) {
     const nb::object url = global("LEGACY_WRITE_DATABASE_URL");
     if (pyglue::is_true(global("post_legacy_upload_pyodide_no_cors")(url, form))) {
         return success();
@@ -98,13 +124,7 @@ nb::object post_form(const nb::dict& form) {
     const nb::object response = global("requests").attr("post")(url, nb::arg("data") = form);
     const nb::object result = global("interpret_legacy_upload_response")(
         response.attr("status_code"), response.attr("text"));
-    if (result.is_none()) {
-        return success();
-    }
-    const nb::object print = global("print");
-    print(text("Fail to upload result to server"));
-    print(text("error message"), result["message"]);
-    return result;
+    return result.is_none() ? success() : refused(result, token);
 }
 
 nb::object upload(const Call& call) {
@@ -119,7 +139,7 @@ nb::object upload(const Call& call) {
         !pyglue::is_true(global("_force_legacy_upload"))) {
         return upload_document(self, name, token);
     }
-    return post_form(legacy_form(legacy_document(self), name, token, token_type));
+    return post_form(legacy_form(legacy_document(self), name, token, token_type), token);
 }
 
 constexpr Parameter kUpload[] = {{"self"}, {"name", nullptr}};

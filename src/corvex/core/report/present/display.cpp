@@ -13,7 +13,6 @@ using pyglue::FunctionSpec;
 using pyglue::Parameter;
 using pyglue::text;
 
-constexpr const char* kDefaultTitle = "Corvex Report";
 constexpr const char* kNoNotebook = "IPython is not installed, so the interactive report cannot be "
                                     "shown; printed a text summary instead. "
                                     "Install it with `pip install ipython`, or save the report "
@@ -24,10 +23,8 @@ constexpr const char* kNoNotebook = "IPython is not installed, so the interactiv
 void warn(const char* message) { global("logger").attr("warning")(text(message)); }
 
 nb::object to_html(const Call& call) {
-    const nb::object title =
-        call[2].is_none() ? text(kDefaultTitle) : nb::borrow<nb::object>(call[2]);
     const nb::object page = global("generate_html")(call.self(), nb::arg("with_iframe") = false,
-                                                    nb::arg("title") = title);
+                                                    nb::arg("title") = call[2]);
     return pyglue::with(global("open")(call[1], text("w"), nb::arg("encoding") = text("utf-8")),
                         [&](const nb::object& file) {
                             file.attr("write")(page);
