@@ -34,3 +34,12 @@ def make_report(module):
         return module.Report(creturn, position, 0.001, 0.003, "close", dates[-1], market)
 
     return make
+
+
+@pytest.fixture
+def execution(module, monkeypatch):
+    """An execution record of nothing, whose timing record can be written as JSON."""
+    monkeypatch.setattr("corvex.rebalance.execution_timing", lambda *_, **__: {"status": "new"})
+    fields = """weights next_weights resample actions next_trading_date trade_at market stop_loss
+        take_profit trail_stop"""
+    return module.ReportExecution(**dict.fromkeys(fields.split()))

@@ -33,5 +33,10 @@ def rebase(series, value=100):
     return series / series.bfill().iloc[0] * value
 
 
-pd.Series.rebase = rebase
+def to_drawdown_series(series):
+    return series / series.cummax() - 1
+
+
+pd.Series.rebase = pd.DataFrame.rebase = rebase
+pd.Series.to_drawdown_series = pd.DataFrame.to_drawdown_series = to_drawdown_series
 pd.Series.calc_stats = lambda series: Stats(series)  # noqa: PLW0108 - a class would not bind

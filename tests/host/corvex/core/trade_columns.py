@@ -1,2 +1,2 @@
 def to_wire_trades(trades):
-    return trades
+    return trades.rename(columns={"stock_id": "stockId"})

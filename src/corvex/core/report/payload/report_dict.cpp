@@ -33,11 +33,14 @@ nb::object milliseconds(nb::handle column, const char* numpy_type) {
 /// version warns that it will write texts one day, also when it is asked for epochs; an index of
 /// dates, which is not written at all, is enough for the warning.
 nb::object with_epoch_dates(const nb::object& wire) {
-    if (!pyglue::is_instance(wire, global("pd").attr("DataFrame")) ||
-        !pyglue::is_true(wire.attr("columns").attr("is_unique"))) {
+    if (!pyglue::is_instance(wire, global("pd").attr("DataFrame"))) {
         return wire;
     }
     nb::object table = wire.attr("reset_index")(nb::arg("drop") = true);
+    // pandas refuses doubled names itself.
+    if (!pyglue::is_true(table.attr("columns").attr("is_unique"))) {
+        return table;
+    }
     pyglue::for_each(wire.attr("dtypes").attr("items")(), [&](const nb::object& column) {
         const nb::object label = column[0];
         const nb::object kind = nb::object(column[1]).attr("kind");

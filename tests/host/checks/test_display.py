@@ -1,0 +1,176 @@
+"""Showing a report in a notebook and writing it as a page."""
+
+import logging
+import sys
+from types import ModuleType, SimpleNamespace
+
+import numpy as np
+import pandas as pd
+import pytest
+
+NO_NOTEBOOK = (
+    "IPython is not installed, so the interactive report cannot be shown; printed a text summary "
+    "instead. Install it with `pip install ipython`, or save the report with "
+    'report.to_html("report.html"). 未安裝 IPython，已改印文字摘要；可 pip install ipython，或用 '
+    'report.to_html("report.html") 輸出網頁報告。'
+)
+
+
+@pytest.fixture
+def report(make_report, monkeypatch):
+    from corvex.core import dashboard
+
+    dashboard.pages.clear()
+    for variable in ("COLAB_GPU", "VSCODE_PID", "JUPYTERHUB_SERVICE_PREFIX", "JPY_PARENT_PID"):
+        monkeypatch.delenv(variable, raising=False)
+    report = make_report()
+    report.trades = pd.DataFrame({"stock_id": ["A"], "return": [0.1]})
+    return report
+
+
+@pytest.fixture
+def shown(monkeypatch):
+    """What a notebook is given to show."""
+    shown = []
+    display = ModuleType("IPython.display")
+    display.HTML = lambda page: ("HTML", page)
+    display.display = shown.append
+    monkeypatch.setitem(sys.modules, "IPython", ModuleType("IPython"))
+    monkeypatch.setitem(sys.modules, "IPython.display", display)
+    return shown
+
+
+@pytest.fixture
+def warned(caplog):
+    return lambda: [(r.name, r.levelno, r.getMessage()) for r in caplog.records]
+
+
+def warning(text):
+    return ("corvex.host", logging.WARNING, text)
+
+
+@pytest.fixture
+def pages():
+    from corvex.core import dashboard
+
+    return dashboard.pages
+
+
+def test_page_is_written_for_a_file_and_framed_for_a_notebook(report, pages, tmp_path):
+    path = tmp_path / "report.html"
+    path.write_text("older and longer " * 10)
+    assert report.to_html(path) is None
+    assert path.read_text(encoding="utf-8") == "<html>報告 False</html>"
+    report.to_html(str(path), title="mine")
+    assert report._repr_html_() == "<html>報告 True</html>"
+    assert pages == [(report, False, None), (report, False, "mine"), (report, True, None)]
+    with pytest.raises(FileNotFoundError):
+        report.to_html(tmp_path / "missing" / "report.html")
+
+
+def test_a_page_that_cannot_be_made_leaves_the_file(report, module, monkeypatch, tmp_path):
+    path = tmp_path / "report.html"
+    path.write_text("older")
+    monkeypatch.setattr(module, "generate_html", lambda *_, **__: 1 / 0)
+    with pytest.raises(ZeroDivisionError):
+        report.to_html(path)
+    assert path.read_text() == "older"
+
+
+def test_display_shows_the_framed_page(report, shown, pages, warned, tmp_path, capsys):
+    path = tmp_path / "report.html"
+    assert report.display() is None
+    assert shown == [("HTML", "<html>報告 True</html>")]
+    assert report.display(save_report_path=path) is None
+    assert len(shown) == 2
+    assert path.read_text(encoding="utf-8") == "<html>報告 False</html>"
+    assert [framed for _, framed, _ in pages] == [True, False, True]
+    assert (warned(), capsys.readouterr()) == ([], ("", ""))
+
+
+def test_colab_is_asked_for_the_whole_height(report, shown, warned, monkeypatch):
+    asked = []
+    colab = ModuleType("google.colab")
+    colab.output = SimpleNamespace(no_vertical_scroll=lambda: asked.append(len(shown)))
+    monkeypatch.setitem(sys.modules, "google", ModuleType("google"))
+    monkeypatch.setitem(sys.modules, "google.colab", colab)
+    monkeypatch.setenv("VSCODE_PID", "1")
+    report.display()
+    assert asked == []
+    monkeypatch.setenv("COLAB_GPU", "0")
+    report.display()
+    assert asked == [1]
+    assert warned() == []
+    colab.output.no_vertical_scroll = lambda: 1 / 0
+    report.display()
+    monkeypatch.setitem(sys.modules, "google.colab", None)
+    report.display()
+    assert len(shown) == 4
+    assert warned() == [warning("Cannot cancel cell scrolling")] * 2
+
+
+def test_without_a_notebook_the_text_is_printed(
+    report, pages, warned, monkeypatch, capsys, tmp_path
+):
+    monkeypatch.setitem(sys.modules, "IPython", None)
+    monkeypatch.setitem(sys.modules, "IPython.display", None)
+    assert report.display(save_report_path=tmp_path / "report.html") is None
+    assert capsys.readouterr().out == report.to_text() + "\n"
+    assert warned() == [warning(NO_NOTEBOOK)]
+    assert [framed for _, framed, _ in pages] == [False]
+
+
+def test_older_view(report, shown, warned, pages, tmp_path, monkeypatch):
+    stats = report.get_stats() | {
+        "cagr": 0.12346, "daily_sharpe": 1.23456, "max_drawdown": -0.5, "win_ratio": 1 / 3,
+        "return_table": {2024: {1: 0.1, "YTD": 0.2}},
+    }  # fmt: skip
+    report.get_stats = lambda: stats
+    report.current_trades = pd.DataFrame({"return": [0.1]})
+    report.daily_benchmark = report.daily_benchmark.iloc[2:8] / 2
+    seen = []
+    original = type(report).create_performance_figure
+    monkeypatch.setattr(
+        type(report),
+        "create_performance_figure",
+        staticmethod(lambda *given: seen.append(given) or original(*given)),
+    )
+    path = tmp_path / "report.html"
+    assert report.display(lagacy=True, save_report_path=path) is None
+    assert not path.exists()
+    assert pages == []
+    assert warned() == [
+        warning("save_report_path is not supported in lagacy mode."),
+        warning("lagacy mode will be deprecated"),
+    ]
+    summary, performance, yearly, monthly, trades, latest = shown
+    assert summary.to_dict("index") == {
+        "": {
+            "annualized_rate_of_return": "12.35%",
+            "sharpe": 1.23,
+            "max_drawdown": "-50.0%",
+            "win_ratio": "33.33%",
+        }
+    }
+    assert [len(figure.data) for figure in (performance, yearly, monthly)] == [7, 1, 1]
+    assert yearly.layout.title.text == "yearly return"
+    assert monthly.layout.title.text == "monthly return"
+    assert trades is report.current_trades
+    pd.testing.assert_series_equal(latest, report.position.iloc[-1])
+    ((detail, held),) = seen
+    assert held.tolist() == [2] * 3 + [1] * 7
+    assert detail.columns.tolist() == ["strategy", "benchmark"]
+    assert detail.index.tolist() == report.position.index[2:].tolist()
+    np.testing.assert_allclose(detail.iloc[0], 100)
+    np.testing.assert_allclose(detail["strategy"].iloc[-1], 100 * 2 / report.creturn.iloc[2])
+
+    # Reports of older versions may lack a benchmark and the current trades.
+    report.benchmark = None
+    report.creturn = report.creturn.iloc[3:]
+    del report.current_trades
+    shown.clear()
+    report.display(True)
+    assert len(shown) == 5
+    assert seen[1][0].columns.tolist() == ["strategy"]
+    assert len(seen[1][0]) == 7
+    assert warned()[2:] == [warning("lagacy mode will be deprecated")]
