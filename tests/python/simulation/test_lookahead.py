@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import numpy as np
 import pandas as pd
+import pytest
 from hypothesis import given
 from hypothesis import strategies as st
 
@@ -77,6 +78,7 @@ def test_another_future_leaves_the_past_alone(seed, options, last):
     pd.testing.assert_frame_equal(*(table.reset_index(drop=True) for table in closed))
 
 
+@pytest.mark.filterwarnings("ignore:no rebalance has a weight")
 @given(seed=st.integers(0, 2**32 - 1), options=OPTIONS, last=st.integers(0, SESSIONS - 2))
 def test_a_run_that_ends_early_is_the_beginning_of_a_longer_one(seed, options, last):
     tables, weights = random_run(np.random.default_rng(seed), 0.0)
