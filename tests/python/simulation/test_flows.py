@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import doctest
+import importlib
 import pickle
 from pathlib import Path
 
@@ -248,3 +249,11 @@ def test_the_guide_tells_the_truth():
 
     assert failed == 0
     assert tried > 50
+
+
+@pytest.mark.parametrize("module", ["corvex.simulation.driver", "corvex.curves"])
+def test_the_docstrings_tell_the_truth(module):
+    failed, tried = doctest.testmod(importlib.import_module(module))
+
+    assert failed == 0
+    assert tried > 3
