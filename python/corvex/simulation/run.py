@@ -81,7 +81,8 @@ def _idle_start(inputs: RunInputs, schedule: Schedule) -> int:
     """Where the curve of a run without any rebalance starts: at the first row of weights."""
     if len(schedule) == 0 and schedule.planned_targets is None:
         warn(
-            "no rebalance has a weight other than zero, so nothing is traded and the equity stays at 1"
+            "no rebalance has a weight other than zero, so nothing is traded and the equity "
+            "stays at 1"
         )
     return int(np.clip(inputs.rows.sessions[0], 0, len(inputs.clock) - 1))
 
