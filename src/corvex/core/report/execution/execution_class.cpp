@@ -1,6 +1,7 @@
 #include "corvex/core/report/execution/execution_class.hpp"
 
 #include "corvex/core/report/execution/deserialise.hpp"
+#include "corvex/core/report/execution/from_cloud.hpp"
 #include "corvex/core/report/execution/from_report.hpp"
 #include "corvex/core/report/execution/policy.hpp"
 #include "corvex/core/report/execution/record.hpp"
@@ -20,6 +21,7 @@ nb::object make_execution_class(const nb::dict& globals) {
         .methods(policy_methods())
         .methods(serialise_methods())
         .methods(deserialise_methods())
+        .methods(from_cloud_methods())
         .build();
 }
 

@@ -2,7 +2,7 @@
 
 #include "corvex/core/report/module_globals.hpp"
 #include "corvex/core/report/payload/legacy_document.hpp"
-#include "corvex/core/report/payload/strategy_name.hpp"
+#include "corvex/core/report/strategy_name.hpp"
 
 namespace corvex::report {
 

@@ -1,4 +1,4 @@
-#include "corvex/core/report/payload/strategy_name.hpp"
+#include "corvex/core/report/strategy_name.hpp"
 
 #include "corvex/core/report/module_globals.hpp"
 
