@@ -97,7 +97,8 @@ test-cpp: $(VENV)/stamp-tools ## run the engine's GoogleTest suites
 
 .PHONY: test-python
 test-python: $(VENV)/stamp-build ## run the Python tests
-	@$(PY) -m pytest -n $(JOBS) $(PYTEST_ARGS)
+	@tools/system_packages.sh chromium
+	$(PY) -m pytest -n $(JOBS) $(PYTEST_ARGS)
 
 .PHONY: test-fast
 test-fast: $(VENV)/stamp-build ## run the Python tests that answer quickly: the inner loop

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that a build or a test run lacks, when it can; else says what to do.
-# Arguments: any of compiler, gtest, sanitizers, benchmark.
+# Arguments: any of compiler, gtest, sanitizers, benchmark, chromium.
 set -euo pipefail
 
 has_header() { echo "#include <$1>" | "${CXX:-c++}" -std=c++20 -E -x c++ - >/dev/null 2>&1; }
@@ -10,6 +10,7 @@ present() {
         compiler) command -v "${CXX:-c++}" >/dev/null ;;
         gtest) has_header gtest/gtest.h ;;
         benchmark) has_header benchmark/benchmark.h ;;
+        chromium) command -v chromium chromium-browser google-chrome >/dev/null ;;
         sanitizers) [[ -e "$("${CXX:-c++}" -print-file-name=libasan.so)" ]] ;;
         *) echo "unknown need: $1" >&2; exit 2 ;;
     esac
@@ -20,6 +21,7 @@ package() {
         compiler | sanitizers) echo g++ ;;
         gtest) echo libgtest-dev ;;
         benchmark) echo libbenchmark-dev ;;
+        chromium) echo chromium ;;
     esac
 }
 
@@ -39,4 +41,5 @@ elif [[ " ${missing[*]} " == *" g++ "* ]]; then
     echo "A C++20 compiler is needed (Debian: apt-get install g++)." >&2
     exit 1
 fi
-# A missing test or benchmark library is no failure: CMake fetches it, or leaves that part out.
+# Anything else that is missing is no failure: CMake fetches a library or leaves that part out, and
+# the tests that need a browser say that they were skipped.

@@ -1,0 +1,153 @@
+"""How much was held and turned over, at what cost, and what the market can carry."""
+
+from __future__ import annotations
+
+from typing import TYPE_CHECKING, Any
+
+import numpy as np
+import numpy.typing as npt
+import pandas as pd
+
+from corvex.core.dashboard.curves import day_of, iso_day, wall_days
+
+if TYPE_CHECKING:
+    from corvex.core.report import Report
+
+__all__ = ["assumptions", "costs", "exposure", "liquidity", "yearly_activity"]
+
+Floats = npt.NDArray[np.float64]
+
+
+def exposure(report: Report) -> dict[str, Any] | None:
+    """Return gross and net exposure and the number of holdings wherever a weight changes.
+
+    Returns
+    -------
+    dict or None
+        ``days`` and, from each of them on, ``gross`` (sum of the absolute target weights), ``net``
+        (their sum) and ``count``; the last day of the table is always there. None for an empty
+        table.
+    """
+    table = np.nan_to_num(report.position.to_numpy(dtype=np.float64))
+    if not table.size:
+        return None
+    changed = np.flatnonzero((table[1:] != table[:-1]).any(axis=1)) + 1
+    rows = np.unique(np.concatenate([[0], changed, [len(table) - 1]]))
+    kept = table[rows]
+    return {
+        "days": wall_days(report.position.index[rows]).tolist(),
+        "gross": np.round(np.abs(kept).sum(axis=1), 4).tolist(),
+        "net": np.round(kept.sum(axis=1), 4).tolist(),
+        "count": np.count_nonzero(kept, axis=1).tolist(),
+        "turnover": _turnover_by_year(kept, wall_days(report.position.index[rows])),
+        "mean_gross": float(np.abs(table).sum(axis=1).mean()),
+        "mean_net": float(table.sum(axis=1).mean()),
+        "mean_count": float(np.count_nonzero(table, axis=1).mean()),
+        "max_count": int(np.count_nonzero(kept, axis=1).max()),
+    }
+
+
+def _turnover_by_year(kept: Floats, days: npt.NDArray[np.int64]) -> dict[str, float]:
+    """Half of the absolute changes of the target weights, by year."""
+    moved = np.abs(np.diff(kept, axis=0, prepend=np.zeros((1, kept.shape[1])))).sum(axis=1) / 2
+    years = days.astype("datetime64[D]").astype("datetime64[Y]").astype(str)
+    return {str(year): round(float(moved[years == year].sum()), 6) for year in np.unique(years)}
+
+
+def yearly_activity(report: Report, turnover: dict[str, float]) -> list[dict[str, Any]]:
+    """Return for each year its turnover and the trades entered and left in it."""
+    entered = _count_by_year(report.trades, "entry_date")
+    left = _count_by_year(report.trades, "exit_date")
+    return [
+        {
+            "year": year,
+            "turnover": moved,
+            "entered": entered.get(year, 0) if entered is not None else None,
+            "left": left.get(year, 0) if left is not None else None,
+        }
+        for year, moved in turnover.items()
+    ]
+
+
+def _count_by_year(trades: pd.DataFrame, column: str) -> dict[str, int] | None:
+    if column not in trades.columns:
+        return None
+    years = pd.DatetimeIndex(trades[column].dropna()).year
+    labels, counts = np.unique(np.asarray(years), return_counts=True)
+    return {str(label): int(n) for label, n in zip(labels, counts, strict=True)}
+
+
+def costs(report: Report) -> dict[str, Any]:
+    """Return what trading cost: rates, totals in units of the first equity, yearly turnover.
+
+    A figure that the report does not know is None.
+    """
+    totals = getattr(report, "costs", None)
+    totals = totals if isinstance(totals, dict) else {}
+    settings = _settings(report)
+    return {
+        "fee_ratio": _number(report.fee_ratio),
+        "tax_ratio": _number(report.tax_ratio),
+        "slippage_ratio": _number(settings.get("slippage_ratio")),
+        "turnover": _number(getattr(report, "yearly_turnover", None)),
+        **{name: _number(totals.get(name)) for name in ("fees", "tax", "slippage", "total")},
+    }
+
+
+def assumptions(report: Report) -> list[dict[str, Any]]:
+    """Return the settings of the run as rows of ``key`` and ``value``, those that are known."""
+    settings = _settings(report)
+    trade_at = report.trade_at
+    rows = {
+        "trade_at": trade_at if trade_at is None or isinstance(trade_at, str) else "custom",
+        "resample": _rule(getattr(report, "resample", None)),
+        "resample_offset": settings.get("resample_offset"),
+        "fee_ratio": _number(report.fee_ratio),
+        "tax_ratio": _number(report.tax_ratio),
+        "slippage_ratio": _number(settings.get("slippage_ratio")),
+        "stop_loss": _number(getattr(report, "stop_loss", None)),
+        "take_profit": _number(getattr(report, "take_profit", None)),
+        "trail_stop": _number(getattr(report, "trail_stop", None)),
+        "touched_exit": settings.get("touched_exit"),
+        "position_limit": _number(settings.get("position_limit")),
+        "leverage": settings.get("leverage"),
+        "market_chosen": settings.get("market_chosen"),
+    }
+    return [{"key": key, "value": value} for key, value in rows.items() if value is not None]
+
+
+def liquidity(report: Report) -> dict[str, Any] | None:
+    """Return how much of the market's trading the strategy needs; None where nothing is known."""
+    from corvex.analysis.liquidityAnalysis import LiquidityAnalysis
+
+    found = LiquidityAnalysis().analyze(report)
+    fills = any(row["fills"] for row in found["turnover"])
+    ratios = {name: value for name, value in found.items() if name not in ("turnover", "capacity")}
+    if not fills and not any(value is not None for value in ratios.values()):
+        return None
+    return {
+        "turnover": found["turnover"] if fills else [],
+        "capacity": [row for row in found["capacity"] if row["capital"] is not None],
+        "ratios": {name: value for name, value in ratios.items() if value is not None},
+    }
+
+
+def _settings(report: Report) -> dict[str, Any]:
+    settings = getattr(report, "settings", None)
+    return settings if isinstance(settings, dict) else {}
+
+
+def _number(value: Any) -> float | None:
+    try:
+        number = float(value)
+    except (TypeError, ValueError):
+        return None
+    return number if np.isfinite(number) else None
+
+
+def _rule(resample: Any) -> str | None:
+    """Return a rebalance rule as text: the frequency, or the span of the listed dates."""
+    if resample is None or isinstance(resample, str):
+        return resample
+    days = [day for day in map(day_of, resample) if day is not None]
+    return f"{len(days)} × {iso_day(min(days))} – {iso_day(max(days))}" if days else None

@@ -1,0 +1,53 @@
+// Numbers and dates as text. Dates are days of the exchange's calendar: no time zone moves them.
+
+import { t } from "./text.js";
+
+const plainNumber = (value, digits) =>
+  value.toLocaleString("en-US", { minimumFractionDigits: digits, maximumFractionDigits: digits });
+
+// toLocaleString writes -0.00 for small losses, which reads as a sign without a number.
+const withoutMinusZero = (text) => (/^-[0.,]+%?$/.test(text) ? text.slice(1) : text);
+
+const present = (value) => value !== null && value !== undefined && !Number.isNaN(value);
+
+function formatted(value, write) {
+  if (!present(value)) return t("missing");
+  return typeof value === "string" ? value : withoutMinusZero(write(value));
+}
+
+export const percent = (value, digits = 2) =>
+  formatted(value, (x) => `${plainNumber(x * 100, digits)}%`);
+
+export const signedPercent = (value, digits = 2) =>
+  formatted(value, (x) => (x > 0 ? "+" : "") + `${plainNumber(x * 100, digits)}%`);
+
+export const number = (value, digits = 2) => formatted(value, (x) => plainNumber(x, digits));
+
+export const whole = (value) => number(value, 0);
+
+/** A share such as 5 % without needless digits. */
+export const share = (value) => `${Number((value * 100).toFixed(6))}%`;
+
+export const price = (value) =>
+  formatted(value, (x) => x.toLocaleString("en-US", { maximumSignificantDigits: 6 }));
+
+const NUMBERS = /sharpe|sortino|skew|kurt|calmar|^beta$|correlation|information|payoff|profit_factor/;
+const COUNTS = /^(trades|open_trades|longest_losing_streak|max_count)$/;
+const DECIMALS = /_days$|mean_period|mean_count/;
+
+/** A figure by its name: a ratio, a count, days, or else a percentage. */
+export function figure(key, value) {
+  if (NUMBERS.test(key)) return number(value);
+  if (COUNTS.test(key)) return whole(value);
+  return DECIMALS.test(key) ? number(value, 1) : percent(value);
+}
+
+export const isoDay = (day) =>
+  day === null || day === undefined ? null : new Date(day * 86400000).toISOString().slice(0, 10);
+
+export const isoMinute = (minute) =>
+  minute === null ? null : new Date(minute * 60000).toISOString().slice(0, 16).replace("T", " ");
+
+export const dayOf = (iso) => Math.round(Date.parse(`${iso.slice(0, 10)}T00:00:00Z`) / 86400000);
+
+export const orMissing = (text) => text ?? t("missing");

@@ -1,0 +1,62 @@
+// The name, the period, the market and the headline figures.
+
+import { byId, choices, el, replaceContent } from "./dom.js";
+import { figure, number, percent } from "./format.js";
+import { facts } from "./store.js";
+import { defined } from "./table.js";
+import { currentLanguage, languages, marketName, setLanguage, t } from "./text.js";
+
+export const benchmarkLabel = () => facts.meta.benchmark ?? t("benchmark");
+
+export function renderTop(change) {
+  const { start, end, years, market } = facts.meta;
+  const period = t("subtitle", { start, end, years: number(years, 1), market: marketName(market) });
+  const beside = facts.stats.benchmark ? ` · ${t("against", { benchmark: benchmarkLabel() })}` : "";
+  replaceContent(byId("subtitle"), period + beside);
+  const { group } = choices("Language · 語言", languages, currentLanguage(), (code) => {
+    setLanguage(code);
+    change();
+  });
+  for (const button of group.children) button.lang = button.dataset.value;
+  const print = el("button", { type: "button", class: "print", onclick: () => window.print() }, t("print"));
+  replaceContent(byId("tools"), group, print);
+  for (const node of document.querySelectorAll("[data-text]")) node.textContent = t(node.dataset.text);
+}
+
+const HEADLINES = ["total_return", "cagr", "daily_vol", "daily_sharpe", "daily_sortino",
+                   "max_drawdown", "calmar"];
+const RELATIVE = ["alpha", "beta"];
+
+export function renderSummary() {
+  const { strategy, benchmark, relative } = facts.stats;
+  const cards = HEADLINES.map((key) => card(key, strategy[key], benchmark?.[key]));
+  cards.push(...RELATIVE.filter((key) => key in relative).map((key) => card(key, relative[key])));
+  if (facts.stats.trades) cards.push(card("win_rate", facts.stats.trades.win_rate));
+  return [el("dl", { class: "cards" }, cards), drawdownNow(), notes()];
+}
+
+function card(key, own, market) {
+  return el("div", {}, el("dt", {}, defined(key)), el("dd", { class: "big" }, figure(key, own)),
+    market === undefined ? null
+      : el("dd", { class: "beside" }, `${benchmarkLabel()} ${figure(key, market)}`));
+}
+
+function drawdownNow() {
+  const { drawdown, peak } = facts.now;
+  if (drawdown === null) return null;
+  const text = drawdown < 0 ? t("drawdown_now", { depth: percent(-drawdown), peak }) : t("at_high");
+  return el("p", { class: "state" }, text);
+}
+
+function notes() {
+  const { periods, riskfree, benchmark_from: from } = facts.meta;
+  const lines = [t("convention", { periods, riskfree: percent(riskfree, 1) })];
+  if (!facts.stats.benchmark) lines.push(t("no_benchmark"));
+  if (from) lines.push(t("benchmark_from", { date: from }));
+  return lines.map((line) => el("p", { class: "note" }, line));
+}
+
+export function renderFooter() {
+  const generated = facts.meta.generated.replace("T", " ").replace("+00:00", " UTC");
+  replaceContent(byId("footer"), t("footer", { version: facts.meta.version, generated }));
+}

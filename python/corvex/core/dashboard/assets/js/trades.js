@@ -1,0 +1,281 @@
+// The trades: searched, sorted and paged, the way that one went, and all excursions.
+
+import { el, replaceContent, select } from "./dom.js";
+import { chart, chartText, colours, drawLater, line } from "./charts.js";
+import { figure, isoDay, isoMinute, orMissing, percent, price, signedPercent, whole } from "./format.js";
+import { facts } from "./store.js";
+import { defined, scrolling, table } from "./table.js";
+import { has, t } from "./text.js";
+
+const FRACTIONS = ["return", "position", "mae", "mfe", "mfe_before_mae", "max_drawdown"];
+const UNIT = 1e-5;
+
+/** The trade table as it travels, with readers for its cells. */
+export function tradeBook(columns) {
+  const date = columns.unit === "day" ? isoDay : isoMinute;
+  const cell = (name, i) => columns[name]?.[i] ?? null;
+  const fraction = (name, i) => (cell(name, i) === null ? null : cell(name, i) * UNIT);
+  return {
+    count: columns.count,
+    has: (name) => name in columns,
+    asset: (i) => columns.assets[columns.asset[i]],
+    reason: (i) => columns.reasons?.[columns.reason[i]] ?? "",
+    date: (name, i) => date(cell(name, i)),
+    value: (name, i) => (FRACTIONS.includes(name) ? fraction(name, i) : cell(name, i)),
+    isOpen: (i) => cell("exit_date", i) === null,
+  };
+}
+
+const reasonText = (reason) => (has(`reason_${reason}`) ? t(`reason_${reason}`) : reason);
+
+function tradeColumns(book) {
+  const dated = (name, label) => ({ key: name, label, text: (i) => dateText(book, name, i), value: (i) => book.date(name, i) ?? "9999" });
+  const valued = (name, label, write) => ({ key: name, label, number: true, text: (i) => write(book.value(name, i)),
+                                            value: (i) => book.value(name, i) });
+  const all = [
+    { key: "asset", label: t("asset"), text: (i) => book.asset(i), value: (i) => book.asset(i).toLowerCase() },
+    dated("entry_date", t("entry")), dated("exit_date", t("exit")),
+    valued("return", t("return"), signedPercent), valued("position", t("weight"), (x) => percent(x, 1)),
+    valued("period", t("bars"), whole), valued("trade_price@entry_date", t("entry_price"), price),
+    valued("trade_price@exit_date", t("exit_price"), price),
+    valued("mae", t("mae"), percent), valued("mfe", t("mfe"), percent),
+    { key: "reason", label: t("reason"), text: (i) => reasonText(book.reason(i)), value: (i) => book.reason(i) },
+  ];
+  return all.filter(({ key }) => key === "asset" || book.has(key));
+}
+
+function dateText(book, name, i) {
+  const date = book.date(name, i);
+  if (date) return date;
+  return name === "exit_date" && book.date("entry_date", i) ? t("open") : t("pending");
+}
+
+export function renderTrades(series) {
+  if (!series.trades) return null;
+  const book = tradeBook(series.trades);
+  const columns = tradeColumns(book);
+  const state = { search: "", status: "all", key: "entry_date", down: true, page: 0, rows: 25, chosen: null };
+  if (!book.has("entry_date")) state.key = "return";
+  const texts = Array.from({ length: book.count }, (_, i) => searchText(book, i));
+  const place = el("div");
+  const status = el("p", { class: "found", role: "status" });
+  const detail = el("div", { class: "detail" });
+  const show = () => {
+    const order = sorted(columns, matching(book, texts, state), state);
+    const pages = Math.max(1, Math.ceil(order.length / state.rows));
+    state.page = Math.min(Math.max(state.page, 0), pages - 1);
+    replaceContent(status, t("found", { count: whole(order.length), all: whole(book.count) }));
+    const from = state.page * state.rows;
+    replaceContent(place, tradeTable(columns, order.slice(from, from + state.rows), state, show, choose), pager(pages, state, show));
+  };
+  const choose = (i) => {
+    state.chosen = i;
+    for (const row of place.querySelectorAll("tbody tr")) row.classList.toggle("chosen", Number(row.dataset.trade) === i);
+    replaceContent(detail, tradeDetail(book, series.paths, i));
+    drawLater(detail.querySelector(".chart"));
+  };
+  show();
+  return [figuresOfTrades(), controls(book, columns, state, texts, show), status, place,
+          el("p", { class: "note" }, t("trades_note")), detail, summaries(book)];
+}
+
+function searchText(book, i) {
+  const dates = ["entry_date", "exit_date"].map((name) => book.date(name, i) ?? "");
+  return [book.asset(i), ...dates, book.reason(i), reasonText(book.reason(i))].join(" ").toLowerCase();
+}
+
+function matching(book, texts, { search, status }) {
+  const words = search.toLowerCase().split(/\s+/).filter(Boolean);
+  const tests = { all: () => true, open: book.isOpen, closed: (i) => !book.isOpen(i),
+                  won: (i) => book.value("return", i) > 0,
+                  lost: (i) => book.value("return", i) !== null && book.value("return", i) <= 0 };
+  const result = [];
+  for (let i = 0; i < book.count; i++) {
+    if (tests[status](i) && words.every((word) => texts[i].includes(word))) result.push(i);
+  }
+  return result;
+}
+
+/** Missing values stay at the end whichever way the rest is sorted. */
+function sorted(columns, rows, { key, down }) {
+  const { value } = columns.find((column) => column.key === key) ?? columns[0];
+  const keys = new Map(rows.map((i) => [i, value(i)]));
+  const sign = down ? -1 : 1;
+  return rows.sort((i, j) => {
+    const [a, b] = [keys.get(i), keys.get(j)];
+    if (a === null || b === null) return (a === null) - (b === null) || i - j;
+    return a < b ? -sign : a > b ? sign : i - j;
+  });
+}
+
+function controls(book, columns, state, texts, show) {
+  const again = (change) => { Object.assign(state, change, { page: 0 }); show(); };
+  const search = el("input", { type: "search", id: "trade-search", placeholder: t("search_hint"),
+                               oninput: (event) => again({ search: event.target.value }) });
+  const statuses = ["all", "closed", "open", "won", "lost"].map((name) => [name, t(`status_${name}`)]);
+  const sizes = [10, 25, 50, 100].map((n) => [String(n), String(n)]);
+  return el("div", { class: "controls" },
+    el("label", { class: "field" }, el("span", {}, t("search")), search),
+    select(t("status"), statuses, state.status, (value) => again({ status: value })),
+    select(t("per_page"), sizes, String(state.rows), (value) => again({ rows: Number(value) })),
+    el("button", { type: "button", onclick: () => download(book, columns, sorted(columns, matching(book, texts, state), state)) },
+      t("download")));
+}
+
+function tradeTable(columns, rows, state, show, choose) {
+  const head = el("tr", {}, columns.map((column) => sortHeader(column, state, show)));
+  const body = rows.map((i) => el("tr", { "data-trade": i, class: i === state.chosen ? "chosen" : null,
+    onclick: () => choose(i) },
+    columns.map((column, at) => (at === 0 ? el("th", { scope: "row" }, tradeButton(columns, i, choose))
+      : el("td", { class: column.number ? "num" : null }, column.text(i))))));
+  return scrolling(t("s_trades"), el("table", { id: "trade-table" },
+    el("caption", {}, t("s_trades")), el("thead", {}, head), el("tbody", {}, body)));
+}
+
+function tradeButton(columns, i, choose) {
+  const entry = columns.find(({ key }) => key === "entry_date")?.text(i) ?? "";
+  return el("button", { type: "button", class: "link", title: t("select_trade", { asset: columns[0].text(i), entry }),
+    onclick: (event) => { event.stopPropagation(); choose(i); } }, columns[0].text(i));
+}
+
+function sortHeader(column, state, show) {
+  const isKey = state.key === column.key;
+  const sort = isKey ? (state.down ? "descending" : "ascending") : "none";
+  const onclick = () => {
+    Object.assign(state, { down: isKey ? !state.down : Boolean(column.number), key: column.key, page: 0 });
+    show();
+    document.querySelector(`#trade-table [data-key="${column.key}"]`)?.focus();
+  };
+  return el("th", { scope: "col", class: column.number ? "num" : null, "aria-sort": sort },
+    el("button", { type: "button", class: "sort", "data-key": column.key, onclick }, column.label));
+}
+
+function pager(pages, state, show) {
+  const go = (step, text, off) => el("button", { type: "button", disabled: off, "data-step": step, onclick: () => {
+    state.page += step;
+    show();
+    document.querySelector(`.pager [data-step="${step}"]:not(:disabled)`)?.focus();
+  } }, text);
+  const told = t("page", { page: whole(state.page + 1), pages: whole(pages) });
+  return el("nav", { class: "pager", "aria-label": t("s_trades") }, go(-1, t("previous"), state.page === 0),
+    el("span", {}, told), go(1, t("next"), state.page >= pages - 1));
+}
+
+function download(book, columns, rows) {
+  // A spreadsheet would take a text that starts like this for a formula.
+  const quoted = (text) => `"${(/^[=+\-@\t\r]/.test(text) ? "'" : "") + text.replaceAll('"', '""')}"`;
+  const cells = rows.map((i) => columns.map(({ key, number: isNumber, text }) =>
+    (isNumber ? book.value(key, i) ?? "" : quoted(key === "reason" ? book.reason(i) : text(i)))));
+  const csv = [columns.map(({ key }) => quoted(key)), ...cells].map((row) => row.join(",")).join("\r\n");
+  const url = URL.createObjectURL(new Blob(["\ufeff", csv], { type: "text/csv" }));
+  el("a", { href: url, download: "trades.csv" }).click();
+  setTimeout(() => URL.revokeObjectURL(url), 10000);
+}
+
+function tradeDetail(book, paths, i) {
+  const entry = dateText(book, "entry_date", i);
+  const title = t("selected", { asset: book.asset(i), entry, exit: dateText(book, "exit_date", i) });
+  const parts = ["return", "mae", "mfe", "max_drawdown"].filter((name) => book.has(name)).map((name) =>
+    el("div", {}, el("dt", {}, t(name === "max_drawdown" ? "drawdown" : name)), el("dd", {}, percent(book.value(name, i)))));
+  const at = paths ? paths.trade.indexOf(i) : -1;
+  return [el("h3", { id: "trade-title", tabindex: "-1" }, title), el("dl", { class: "dates" }, parts),
+          ...(at >= 0 ? pathChart(book, paths, at, i) : rangeBar(book, i))];
+}
+
+function pathChart(book, paths, at, i) {
+  const start = paths.length.slice(0, at).reduce((sum, n) => sum + n, 0);
+  const y = paths.values.slice(start, start + paths.length[at]).map((value) => (value === null ? null : value / 1e4));
+  const x = y.map((_, j) => isoDay(paths.days[paths.row[at] + j]));
+  const [mae, mfe] = ["mae", "mfe"].map((name) => book.value(name, i));
+  const alt = t("path_alt", { mae: percent(mae), mfe: percent(mfe), return: percent(book.value("return", i)) });
+  const build = () => {
+    const c = colours();
+    const level = (value, colour) => ({ type: "line", xref: "paper", x0: 0, x1: 1, y0: value, y1: value,
+                                        line: { color: colour, dash: "dash", width: 1.2 } });
+    const shapes = [mae === null ? null : level(mae, c.loss), mfe === null ? null : level(mfe, c.gain)].filter(Boolean);
+    const levels = [mae, mfe, 0, ...y].filter((value) => value !== null);
+    const margin = (Math.max(...levels) - Math.min(...levels)) * 0.06 || 0.01;
+    return { data: [line(t("return"), x, y, c.own, { mode: y.length < 60 ? "lines+markers" : "lines", hovertemplate: "%{y:.2%}" })],
+      layout: { shapes, showlegend: false, xaxis: { type: "date", hoverformat: "%Y-%m-%d" },
+                yaxis: { tickformat: ".1%", range: [Math.min(...levels) - margin, Math.max(...levels) + margin] } } };
+  };
+  return [chart(alt, 260, build), el("p", { class: "note" }, t("path_note"))];
+}
+
+/** From the worst to the best point of a trade whose closes are not in the page. */
+function rangeBar(book, i) {
+  const [mae, mfe, end] = ["mae", "mfe", "return"].map((name) => book.value(name, i) ?? 0);
+  const [low, high] = [Math.min(mae, end, 0), Math.max(mfe, end, 0)];
+  const part = (value) => `${(((value - low) / (high - low || 1)) * 100).toFixed(1)}%`;
+  const alt = t("path_alt", { mae: percent(mae), mfe: percent(mfe), return: percent(end) });
+  return [el("div", { class: "excursion", role: "img", "aria-label": alt,
+                      style: `--zero:${part(0)};--end:${part(end)}` }), el("p", { class: "note" }, t("no_path"))];
+}
+
+const TRADE_FIGURES = ["trades", "open_trades", "win_rate", "expectancy", "median_trade", "average_win", "average_loss",
+  "payoff_ratio", "profit_factor", "best_trade", "worst_trade", "longest_losing_streak", "mean_period", "mean_mae", "mean_mfe"];
+
+function figuresOfTrades() {
+  const own = facts.stats.trades;
+  if (!own) return null;
+  return el("dl", { class: "cards small" }, TRADE_FIGURES.filter((key) => own[key] != null).map((key) =>
+    el("div", {}, el("dt", {}, defined(key)), el("dd", {}, figure(key, own[key])))));
+}
+
+function summaries(book) {
+  const parts = [];
+  if (facts.assets.length > 1) parts.push(assetTable());
+  if (book.has("reason")) parts.push(reasonTable(book));
+  return parts.length ? el("div", { class: "pair" }, parts) : null;
+}
+
+function assetTable() {
+  return el("div", {}, table(t("by_asset"), [
+    { label: t("asset"), text: (row) => row.asset },
+    { label: t("trades_count"), number: true, text: (row) => whole(row.trades) },
+    { label: defined("win_rate"), number: true, text: (row) => percent(row.win_rate, 1) },
+    { label: defined("expectancy"), number: true, text: (row) => percent(row.mean) },
+    { label: t("contribution"), number: true, text: (row) => signedPercent(row.sum) },
+  ], facts.assets), el("p", { class: "note" }, t("by_asset_note")));
+}
+
+function reasonTable(book) {
+  const groups = new Map();
+  for (let i = 0; i < book.count; i++) {
+    if (book.isOpen(i) || book.value("return", i) === null) continue;
+    const group = groups.get(book.reason(i)) ?? { reason: book.reason(i), count: 0, won: 0, sum: 0 };
+    const gain = book.value("return", i);
+    groups.set(group.reason, { ...group, count: group.count + 1, won: group.won + (gain > 0), sum: group.sum + gain });
+  }
+  return el("div", {}, table(t("by_reason"), [
+    { label: t("reason"), text: (row) => orMissing(reasonText(row.reason) || null) },
+    { label: t("trades_count"), number: true, text: (row) => whole(row.count) },
+    { label: defined("win_rate"), number: true, text: (row) => percent(row.won / row.count, 1) },
+    { label: defined("expectancy"), number: true, text: (row) => percent(row.sum / row.count) },
+  ], [...groups.values()].sort((a, b) => b.count - a.count)));
+}
+
+export function renderExcursions(series) {
+  if (!series.trades?.mae && !series.trades?.mfe) return null;
+  const book = tradeBook(series.trades);
+  const closed = Array.from({ length: book.count }, (_, i) => i)
+    .filter((i) => !book.isOpen(i) && book.value("return", i) !== null);
+  if (!closed.length) return null;
+  const plots = ["mae", "mfe"].filter((name) => book.has(name)).map((name) =>
+    el("figure", {}, el("figcaption", {}, t(`scatter_${name}`)),
+      chart(t("scatter_alt"), 340, () => scatter(book, closed, name))));
+  return [el("div", { class: "pair" }, plots), el("p", { class: "note" }, t("scatter_note"))];
+}
+
+function scatter(book, closed, name) {
+  const c = colours();
+  const group = (label, rows, colour) => ({ type: "scatter", mode: "markers", name: label,
+    x: rows.map((i) => book.value(name, i)), y: rows.map((i) => book.value("return", i)),
+    text: rows.map((i) => `${chartText(book.asset(i))} ${book.date("entry_date", i) ?? ""}`),
+    marker: { color: colour, size: closed.length > 2000 ? 4 : 6, opacity: 0.6 },
+    hovertemplate: "%{text}<br>%{x:.2%} → %{y:.2%}<extra></extra>" });
+  const isWon = (i) => book.value("return", i) > 0;
+  return { data: [group(t("won"), closed.filter(isWon), c.gain), group(t("lost"), closed.filter((i) => !isWon(i)), c.loss)],
+    layout: { hovermode: "closest", xaxis: { tickformat: ".0%", title: { text: t(name) } },
+              yaxis: { tickformat: ".0%", title: { text: t("return") } } } };
+}

@@ -1,0 +1,136 @@
+"""The daily curves of a report, and what can be told of them."""
+
+from __future__ import annotations
+
+import math
+from dataclasses import dataclass
+from typing import TYPE_CHECKING, Any
+
+import numpy as np
+import numpy.typing as npt
+import pandas as pd
+
+from corvex.core.curve_figures import beta, days_per_year
+
+if TYPE_CHECKING:
+    from corvex.core.report import Report
+
+__all__ = ["Curves", "day_of", "iso_day", "read_curves", "relative_figures", "wall_days"]
+
+Floats = npt.NDArray[np.float64]
+Days = npt.NDArray[np.int64]
+
+_NANOS_PER_DAY = 86_400_000_000_000
+
+
+def wall_days(index: pd.Index) -> Days:
+    """Return dates as whole days since 1970-01-01 on the wall clock of their own zone.
+
+    A session belongs to the date that its exchange gives it, so no zone may move it.
+    """
+    naive = pd.DatetimeIndex(index).tz_localize(None).as_unit("ns")
+    days: Days = naive.asi8 // _NANOS_PER_DAY
+    return days
+
+
+def day_of(value: Any) -> int | None:
+    """Return one date as days since 1970-01-01 on its own wall clock; None where there is none."""
+    if value is None or isinstance(value, bool | int | float | str):
+        return None
+    try:
+        stamp = pd.Timestamp(value)
+    except (TypeError, ValueError):
+        return None
+    return None if pd.isna(stamp) else int(stamp.toordinal() - 719_163)
+
+
+def iso_day(day: int) -> str:
+    """Return a day since 1970-01-01 as an ISO date."""
+    return str(np.datetime64(int(day), "D"))
+
+
+@dataclass(frozen=True, slots=True)
+class Curves:
+    """The strategy's daily curve and its benchmark's on the same days.
+
+    Attributes
+    ----------
+    days : int array of shape (rows,)
+        Days since 1970-01-01, rising.
+    strategy : float array of shape (rows,)
+        Cumulative value.
+    benchmark : float array of shape (rows,) or None
+        NaN before the benchmark's first value. None without a benchmark that moves: the flat line
+        that stands in for a missing benchmark is no benchmark.
+    periods : int
+        Days in a year, as the statistics count them.
+    """
+
+    days: Days
+    strategy: Floats
+    benchmark: Floats | None
+    periods: int
+
+    def rows(self, start: int, end: int) -> tuple[int, int] | None:
+        """Return the last rows not after two days; None where the curve does not cover them."""
+        if not len(self.days) or self.days[0] > start or self.days[-1] < end:
+            return None
+        first, last = np.searchsorted(self.days, [start, end], side="right") - 1
+        return int(first), int(last)
+
+
+def read_curves(report: Report) -> Curves:
+    """Read the daily curves of a report."""
+    curve = report.daily_creturn
+    benchmark = np.asarray(report.daily_benchmark, dtype=np.float64)
+    known = benchmark[np.isfinite(benchmark)]
+    moves = known.size > 1 and float(np.ptp(known)) > 0
+    return Curves(
+        days=wall_days(curve.index),
+        strategy=np.asarray(curve, dtype=np.float64),
+        benchmark=benchmark if moves else None,
+        periods=days_per_year(curve.index),
+    )
+
+
+def changes(values: Floats) -> Floats:
+    """Return the fractional change from each value to the next, NaN next to a missing one."""
+    with np.errstate(divide="ignore", invalid="ignore"):
+        result: Floats = values[1:] / values[:-1] - 1
+    return result
+
+
+def relative_figures(curves: Curves) -> dict[str, float]:
+    """Return the figures that set the strategy against its benchmark; empty without one.
+
+    Paired daily returns count: days on which both have one. Capture ratios are mean returns over
+    the benchmark's up (down) days, divided by the benchmark's own.
+    """
+    if curves.benchmark is None:
+        return {}
+    own, market = changes(curves.strategy), changes(curves.benchmark)
+    both = np.isfinite(own) & np.isfinite(market)
+    own, market = own[both], market[both]
+    if own.size < 2:
+        return {}
+    active = own - market
+    slope = beta(own, market)
+    error = float(active.std(ddof=1)) * math.sqrt(curves.periods)
+    # Up to rounding, a strategy that is its benchmark has no active return to judge.
+    has_error = error > 1e-12
+    spread = float(own.std() * market.std())
+    return {
+        "alpha": float((1 + np.mean(own - slope * market)) ** curves.periods - 1),
+        "beta": slope,
+        "correlation": float(np.cov(own, market, ddof=0)[0, 1]) / spread if spread else math.nan,
+        "tracking_error": error,
+        "information_ratio": float(active.mean()) * curves.periods / error
+        if has_error
+        else math.nan,
+        "up_capture": _capture(own, market, market > 0),
+        "down_capture": _capture(own, market, market < 0),
+    }
+
+
+def _capture(own: Floats, market: Floats, chosen: npt.NDArray[np.bool_]) -> float:
+    return float(own[chosen].mean() / market[chosen].mean()) if chosen.any() else math.nan

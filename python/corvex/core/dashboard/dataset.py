@@ -1,0 +1,179 @@
+"""All that a page shows of one report, as plain values."""
+
+from __future__ import annotations
+
+import datetime
+import math
+from collections.abc import Mapping
+from dataclasses import dataclass
+from typing import TYPE_CHECKING, Any
+
+import numpy as np
+
+from corvex.core.dashboard.activity import (
+    assumptions,
+    costs,
+    exposure,
+    liquidity,
+    yearly_activity,
+)
+from corvex.core.dashboard.curves import Curves, iso_day, read_curves, relative_figures
+from corvex.core.dashboard.embed import plain, rounded
+from corvex.core.dashboard.holdings import freshness, holdings
+from corvex.core.dashboard.periods import best_and_worst, crises, live_part
+from corvex.core.dashboard.returns import distribution, return_years
+from corvex.core.dashboard.trades import by_asset, price_paths, trade_columns, trade_figures
+
+if TYPE_CHECKING:
+    from corvex.core.report import Report
+
+__all__ = ["Dataset", "collect"]
+
+RISK_FREE_RATE = 0.02
+_PATH_VALUES = 60_000
+_PATH_VALUES_PER_TRADE = 5  # each trade of the table takes the room of about so many path values
+
+# Settings of the statistics, and what stands elsewhere on the page. The record's second names in
+# camel case are told by their capitals, all but one.
+_NOT_FIGURES = frozenset({"rf", "periods_per_year", "win_ratio", "volatility"})
+
+
+@dataclass(frozen=True, slots=True)
+class Dataset:
+    """What a page is made of.
+
+    Attributes
+    ----------
+    facts : dict
+        Figures, tables and texts, small.
+    series : dict
+        Curves, trades and the ways they went, large.
+    """
+
+    facts: dict[str, Any]
+    series: dict[str, Any]
+
+
+def collect(report: Report) -> Dataset:
+    """Gather what a page shows of a report; the report is not changed."""
+    curves = read_curves(report)
+    stats = report.get_stats(riskfree_rate=RISK_FREE_RATE)
+    market = None
+    if curves.benchmark is not None:
+        market = report.get_benchmark_stats(riskfree_rate=RISK_FREE_RATE)
+    held = exposure(report)
+    facts = {
+        "meta": _meta(report, curves, stats),
+        "stats": {
+            "strategy": _figures(stats),
+            "benchmark": None if market is None else _figures(market),
+            "relative": relative_figures(curves),
+            "trades": trade_figures(report.trades),
+        },
+        "returns": return_years(
+            curves, stats["return_table"], None if market is None else market["return_table"]
+        ),
+        "distribution": distribution(curves),
+        "now": _now(curves),
+        "drawdowns": _drawdowns(curves, stats["drawdown_details"]),
+        "crises": crises(curves, report.asset_type == "crypto"),
+        "extremes": best_and_worst(curves),
+        "live": live_part(report, curves, RISK_FREE_RATE),
+        "holdings": holdings(report),
+        "freshness": freshness(report),
+        "exposure": _exposure_figures(held),
+        "activity": [] if held is None else yearly_activity(report, held["turnover"]),
+        "costs": costs(report),
+        "assumptions": assumptions(report),
+        "liquidity": liquidity(report),
+        "assets": by_asset(report.trades),
+    }
+    return Dataset(plain(facts), _series(report, curves, held))
+
+
+def _meta(report: Report, curves: Curves, stats: Mapping[str, Any]) -> dict[str, Any]:
+    name = getattr(report, "name", None)
+    days = curves.days
+    return {
+        "name": str(name) if name else None,
+        "market": str(report.market.get_name()),
+        "freq": str(report.market.get_freq()),
+        "benchmark": _benchmark_name(report) if curves.benchmark is not None else None,
+        "start": stats["start"],
+        "end": stats["end"],
+        "years": (int(days[-1]) - int(days[0])) / 365.25 if len(days) else math.nan,
+        "days": len(days),
+        "bar": stats.get("bar"),
+        "periods": stats.get("periods_per_year"),
+        "riskfree": stats.get("rf", RISK_FREE_RATE),
+        "version": stats["version"],
+        "generated": datetime.datetime.now(datetime.UTC).isoformat(timespec="seconds"),
+        "benchmark_from": _benchmark_start(curves),
+    }
+
+
+def _benchmark_name(report: Report) -> str | None:
+    name = getattr(report.benchmark, "name", None)
+    return name if isinstance(name, str) and name else None
+
+
+def _benchmark_start(curves: Curves) -> str | None:
+    """The benchmark's first date where it starts later than the strategy."""
+    if curves.benchmark is None or math.isfinite(curves.benchmark[0]):
+        return None
+    return iso_day(curves.days[int(np.flatnonzero(np.isfinite(curves.benchmark))[0])])
+
+
+def _figures(stats: Mapping[str, Any]) -> dict[str, Any]:
+    return {
+        key: value
+        for key, value in stats.items()
+        if key not in _NOT_FIGURES and key.islower() and isinstance(value, int | float | np.number)
+    }
+
+
+def _now(curves: Curves) -> dict[str, Any]:
+    """How far the curve ends below its high, and the date of that high."""
+    values = curves.strategy
+    if not np.isfinite(values).any():
+        return {"drawdown": None, "peak": None}
+    peak = int(np.nanargmax(values))
+    return {"drawdown": float(values[-1] / values[peak] - 1), "peak": iso_day(curves.days[peak])}
+
+
+def _drawdowns(curves: Curves, details: list[dict[str, Any]]) -> list[dict[str, Any]]:
+    """Add to each drawdown the benchmark's return over the same fall, and the days to recover."""
+    return [{**row, **_beside(curves, row)} for row in details]
+
+
+def _beside(curves: Curves, row: dict[str, Any]) -> dict[str, Any]:
+    peak, valley = (_day(row[name]) for name in ("start", "valley"))
+    span = curves.rows(peak, valley)
+    benchmark = None
+    if span is not None and curves.benchmark is not None:
+        benchmark = float(curves.benchmark[span[1]] / curves.benchmark[span[0]] - 1)
+    recovery = None if row["end"] is None else _day(row["end"]) - valley
+    return {"benchmark": benchmark, "fall": valley - peak, "recovery": recovery}
+
+
+def _day(date: str) -> int:
+    return int(np.datetime64(date, "D").astype(np.int64))
+
+
+def _exposure_figures(held: dict[str, Any] | None) -> dict[str, Any] | None:
+    names = ("mean_gross", "mean_net", "mean_count", "max_count")
+    return None if held is None else {name: held[name] for name in names}
+
+
+def _series(report: Report, curves: Curves, held: dict[str, Any] | None) -> dict[str, Any]:
+    trades = report.trades
+    budget = max(0, _PATH_VALUES - _PATH_VALUES_PER_TRADE * len(trades))
+    names = ("days", "gross", "net", "count")
+    return {
+        "days": curves.days.tolist(),
+        "strategy": rounded(curves.strategy, 7),
+        "benchmark": None if curves.benchmark is None else rounded(curves.benchmark, 7),
+        "exposure": None if held is None else {name: held[name] for name in names},
+        "trades": trade_columns(trades),
+        "paths": price_paths(report, budget) if budget else None,
+    }

@@ -1,0 +1,158 @@
+"""Returns by year and month, and their distribution."""
+
+from __future__ import annotations
+
+import datetime
+import math
+from collections.abc import Mapping
+from typing import Any
+
+import numpy as np
+
+from corvex.core.dashboard.curves import Curves, Floats, changes
+
+__all__ = ["distribution", "month_end_returns", "return_years"]
+
+_TAILS = (0.05, 0.01)
+_BINS = 240
+
+
+def return_years(
+    curves: Curves,
+    table: Mapping[Any, Mapping[Any, float]],
+    benchmark: Mapping[Any, Mapping[Any, float]] | None,
+) -> dict[str, Any]:
+    """Arrange the returns by year and month, oldest year first.
+
+    Parameters
+    ----------
+    table, benchmark : mapping of year to mapping of month (1 to 12) and "YTD" to return
+        As the statistics give it; a month without a value is NaN or absent.
+
+    Returns
+    -------
+    dict
+        ``years``: rows of ``year``, ``months`` (12 fractions, None where the curve has no such
+        month), ``total``, ``benchmark`` (the same for the benchmark, or None) and where they
+        apply ``from`` and ``to``, the ISO dates that bound a year known in part. ``partial``:
+        the months ("2024-03") that the curve does not hold whole.
+    """
+    first, last = _date(curves.days[0]), _date(curves.days[-1])
+    rows = []
+    for year in sorted(int(label) for label in table):
+        months = _months(table, year)
+        row: dict[str, Any] = {"year": year, "months": months[:12], "total": months[12]}
+        if year == first.year and _month(curves.days[1:2]) != _month(curves.days[:1]):
+            row["months"][first.month - 1] = None  # its only value is the start itself
+        row["benchmark"] = None
+        if benchmark is not None and year in benchmark:
+            market = _months(benchmark, year)
+            row["benchmark"] = {"months": market[:12], "total": market[12]}
+        if year == first.year:
+            row["from"] = first.isoformat()
+        if year == last.year and _next_weekday(last).year == year:
+            row["to"] = last.isoformat()
+        rows.append(row)
+    return {"years": rows, "partial": _partial_months(first, last)}
+
+
+def _months(table: Mapping[Any, Mapping[Any, float]], year: int) -> list[float | None]:
+    cells = table[year]
+    return [_known(cells.get(column, math.nan)) for column in (*range(1, 13), "YTD")]
+
+
+def _month(days: np.ndarray[Any, Any]) -> list[str]:
+    return [str(month) for month in days.astype("datetime64[D]").astype("datetime64[M]")]
+
+
+def _known(value: float) -> float | None:
+    return float(value) if math.isfinite(value) else None
+
+
+def _date(day: int) -> datetime.date:
+    return datetime.date.fromordinal(int(day) + 719_163)
+
+
+def _next_weekday(date: datetime.date) -> datetime.date:
+    step = 3 if date.weekday() == 4 else 2 if date.weekday() == 5 else 1
+    return date + datetime.timedelta(days=step)
+
+
+def _partial_months(first: datetime.date, last: datetime.date) -> list[str]:
+    months = {f"{first:%Y-%m}"}  # it counts from its own first value, not from the month before
+    if _next_weekday(last).month == last.month:
+        months.add(f"{last:%Y-%m}")
+    return sorted(months)
+
+
+def month_end_returns(values: Floats, days: np.ndarray[Any, Any]) -> tuple[Floats, list[str]]:
+    """Return the monthly returns of a curve and their months, the month of its start left out."""
+    months = days.astype("datetime64[D]").astype("datetime64[M]")
+    ends = np.flatnonzero(np.append(months[1:] != months[:-1], True))
+    return changes(values[ends]), [str(month) for month in months[ends][1:]]
+
+
+def distribution(curves: Curves) -> dict[str, Any]:
+    """Describe the returns by day and by month.
+
+    Returns
+    -------
+    dict
+        For "daily" and "monthly": ``edges`` of the bins and their ``strategy`` and ``benchmark``
+        counts, the ``view`` that holds 99.8 % of the returns, and ``tails``: for each share (5 %,
+        1 %) the historical value at risk ``var`` (the quantile, interpolated linearly) and
+        ``cvar`` (the mean of that lowest share, the lowest ``floor(share (n - 1)) + 1`` of n
+        returns), for both. A frequency with fewer than ten returns is left out.
+    """
+    result = {}
+    for name in ("daily", "monthly"):
+        own = _finite(_returns(curves, curves.strategy, name))
+        market = None
+        if curves.benchmark is not None:
+            market = _finite(_returns(curves, curves.benchmark, name))
+        if own.size >= 10:
+            result[name] = _describe(own, market)
+    return result
+
+
+def _returns(curves: Curves, values: Floats, frequency: str) -> Floats:
+    return changes(values) if frequency == "daily" else month_end_returns(values, curves.days)[0]
+
+
+def _finite(values: Floats) -> Floats:
+    return values[np.isfinite(values)]
+
+
+def _describe(own: Floats, market: Floats | None) -> dict[str, Any]:
+    both = own if market is None else np.concatenate([own, market])
+    low, high = float(both.min()), float(both.max())
+    bins = _bin_count(own, high - low)
+    edges = np.linspace(low, high if high > low else low + 1e-6, bins + 1)
+    return {
+        "count": int(own.size),
+        "view": [float(edge) for edge in np.quantile(both, [0.001, 0.999])],
+        "edges": [round(float(edge), 6) for edge in edges],
+        "strategy": np.histogram(own, edges)[0].tolist(),
+        "benchmark": None if market is None else np.histogram(market, edges)[0].tolist(),
+        "tails": [
+            {"share": share, "strategy": _tail(own, share), "benchmark": _tail(market, share)}
+            for share in _TAILS
+        ],
+    }
+
+
+def _bin_count(returns: Floats, span: float) -> int:
+    """Return how many bins of the width of Freedman and Diaconis (1981) cover the span."""
+    quartiles = np.quantile(returns, [0.25, 0.75])
+    width = 2 * float(quartiles[1] - quartiles[0]) / returns.size ** (1 / 3)
+    return int(min(max(span / width, 10), _BINS)) if width > 0 else 10
+
+
+def _tail(returns: Floats | None, share: float) -> dict[str, float] | None:
+    if returns is None or not returns.size:
+        return None
+    last = int((returns.size - 1) * share)
+    return {
+        "var": float(np.quantile(returns, share)),
+        "cvar": float(np.partition(returns, last)[: last + 1].mean()),
+    }

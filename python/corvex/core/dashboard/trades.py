@@ -1,0 +1,245 @@
+"""The trades in a compact form, their figures, and the way that each went."""
+
+from __future__ import annotations
+
+from typing import TYPE_CHECKING, Any
+
+import numpy as np
+import numpy.typing as npt
+import pandas as pd
+
+from corvex.core.dashboard.curves import wall_days
+from corvex.core.dashboard.embed import rounded
+from corvex.core.trade_lookup import EXCURSIONS, market_table
+from corvex.data.context import _default_context
+
+if TYPE_CHECKING:
+    from corvex.core.report import Report
+
+__all__ = ["by_asset", "price_paths", "trade_columns", "trade_figures"]
+
+Floats = npt.NDArray[np.float64]
+Ints = npt.NDArray[np.int64]
+
+#: Fractions travel as whole numbers of this unit: a thousandth of a percent.
+FRACTION = 1e-5
+_DATES = ("entry_sig_date", "entry_date", "exit_sig_date", "exit_date")
+_PRICES = ("trade_price@entry_date", "trade_price@exit_date")
+_MINUTE = 60_000_000_000
+
+
+def trade_columns(trades: pd.DataFrame) -> dict[str, Any] | None:
+    """Return the trade table by column; None without trades.
+
+    Returns
+    -------
+    dict
+        ``assets`` (labels) and ``asset`` (their numbers), ``reasons`` and ``reason`` likewise
+        where the table has exit reasons; the four dates in ``unit``s ("day" or "minute") since
+        1970-01-01 on the wall clock; ``return``, ``position`` and the excursions in units of
+        `FRACTION`; prices to six digits; ``period`` and ``days_in_profit`` in bars. None is a
+        missing value; a column that the table lacks is left out.
+    """
+    if not len(trades) or "return" not in trades.columns:
+        return None
+    labels, numbers = _encoded(trades[_asset_column(trades)])
+    result: dict[str, Any] = {"count": len(trades), "assets": labels, "asset": numbers}
+    if "exit_reason" in trades.columns:
+        result["reasons"], result["reason"] = _encoded(trades["exit_reason"])
+    result.update(_dates(trades))
+    for name in ("return", "position", *EXCURSIONS[:-1]):
+        if name in trades.columns:
+            result[name] = _whole(_floats(trades[name]) / FRACTION)
+    for name in ("period", "days_in_profit"):
+        if name in trades.columns:
+            result[name] = _whole(_floats(trades[name]))
+    for name in _PRICES:
+        if name in trades.columns:
+            result[name] = rounded(_floats(trades[name]))
+    return result
+
+
+def _asset_column(trades: pd.DataFrame) -> str:
+    return "symbol" if "symbol" in trades.columns else "stock_id"
+
+
+def _floats(column: pd.Series) -> Floats:
+    return np.asarray(pd.to_numeric(column, errors="coerce"), dtype=np.float64)
+
+
+def _encoded(column: pd.Series) -> tuple[list[str], list[int]]:
+    numbers, labels = pd.factorize(column.astype(object).fillna(""))
+    return [str(label) for label in labels], numbers.tolist()
+
+
+def _whole(values: Floats) -> list[int | None]:
+    known = np.isfinite(values)
+    whole = np.rint(np.where(known, values, 0.0)).astype(np.int64).tolist()
+    return whole if known.all() else [w if k else None for w, k in zip(whole, known, strict=True)]
+
+
+def _dates(trades: pd.DataFrame) -> dict[str, Any]:
+    columns = {name: pd.DatetimeIndex(trades[name]) for name in _DATES if name in trades.columns}
+    nanos = {name: dates.tz_localize(None).as_unit("ns") for name, dates in columns.items()}
+    known = [dates[dates.notna()] for dates in nanos.values()]
+    whole_days = all((dates == dates.normalize()).all() for dates in known)
+    step = 1440 * _MINUTE if whole_days else _MINUTE
+    result: dict[str, Any] = {"unit": "day" if whole_days else "minute"}
+    for name, dates in nanos.items():
+        counts = (dates.asi8 // step).tolist()
+        result[name] = [None if gap else n for n, gap in zip(counts, dates.isna(), strict=True)]
+    return result
+
+
+def trade_figures(trades: pd.DataFrame) -> dict[str, Any] | None:
+    """Return the figures of the closed trades; None without any.
+
+    A trade that earned exactly nothing counts as one that did not win.
+    """
+    if "return" not in trades.columns or "exit_date" not in trades.columns:
+        return None
+    closed = trades[trades["exit_date"].notna() & trades["return"].notna()]
+    returns = _floats(closed["return"])
+    if not returns.size:
+        return None
+    won, lost = returns[returns > 0], returns[returns <= 0]
+    loss = -float(lost.sum())
+    figures: dict[str, Any] = {
+        "trades": int(returns.size),
+        "open_trades": int((trades["entry_date"].notna() & trades["exit_date"].isna()).sum())
+        if "entry_date" in trades.columns
+        else None,
+        "win_rate": won.size / returns.size,
+        "expectancy": float(returns.mean()),
+        "median_trade": float(np.median(returns)),
+        "average_win": float(won.mean()) if won.size else None,
+        "average_loss": float(lost.mean()) if lost.size else None,
+        "payoff_ratio": float(won.mean() / -lost.mean()) if won.size and loss > 0 else None,
+        "profit_factor": float(won.sum()) / loss if loss > 0 else None,
+        "best_trade": float(returns.max()),
+        "worst_trade": float(returns.min()),
+        "longest_losing_streak": _longest_run(returns <= 0),
+    }
+    if "period" in closed.columns:
+        figures["mean_period"] = float(_floats(closed["period"]).mean())
+    for name in ("mae", "mfe"):
+        if name in closed.columns:
+            figures[f"mean_{name}"] = float(np.nanmean(_floats(closed[name])))
+    return figures
+
+
+def _longest_run(flags: npt.NDArray[np.bool_]) -> int:
+    edges = np.flatnonzero(np.diff(np.concatenate([[False], flags, [False]]).astype(np.int8)))
+    return int((edges[1::2] - edges[::2]).max()) if edges.size else 0
+
+
+def by_asset(trades: pd.DataFrame, count: int = 10) -> list[dict[str, Any]]:
+    """Return the assets with the largest sums of return x entry weight, gains first.
+
+    Returns
+    -------
+    list of dict
+        ``asset``, ``trades``, ``win_rate``, ``mean`` return and ``sum``: at most `count` that
+        gained most and `count` that lost most. Empty where the table has no entry weights.
+    """
+    if not {"return", "position"} <= set(trades.columns):
+        return []
+    known = trades[trades["return"].notna()]
+    if known.empty:
+        return []
+    gain = _floats(known["return"])
+    weighted = gain * np.abs(np.nan_to_num(_floats(known["position"])))
+    labels, numbers = _encoded(known[_asset_column(known)])
+    group = np.asarray(numbers)
+    total, size = np.bincount(group, weighted), np.bincount(group)
+    won, summed = np.bincount(group, gain > 0), np.bincount(group, gain)
+    order = np.argsort(-total, kind="stable")
+    chosen = order if order.size <= 2 * count else np.concatenate([order[:count], order[-count:]])
+    return [
+        {
+            "asset": labels[i],
+            "trades": int(size[i]),
+            "win_rate": float(won[i] / size[i]),
+            "mean": float(summed[i] / size[i]),
+            "sum": float(total[i]),
+        }
+        for i in chosen
+    ]
+
+
+def price_paths(report: Report, budget: int) -> dict[str, Any] | None:
+    """Return the unrealised return of the latest trades, close by close.
+
+    Parameters
+    ----------
+    budget : int
+        How many values there may be in all; the latest trades come first.
+
+    Returns
+    -------
+    dict or None
+        ``trade`` (rows of the trade table), and for each its ``row`` in ``days`` (the sessions,
+        since 1970-01-01) and its ``length``; ``values``: all paths one after another, in basis
+        points of the entry price, from the close of the entry's session to that of the exit's;
+        None is a close that is missing. None where the market has no closes for these trades.
+    """
+    trades = report.trades
+    if not {"entry_date", "exit_date", "return"} <= set(trades.columns) or trades.empty:
+        return None
+    with _default_context.override(_loaded_datasets=set(_default_context._loaded_datasets)):
+        close = market_table(report.market, "get_price", "close", adj=True)
+        fill = market_table(report.market, "get_trading_price", report.trade_at, adj=True)
+    if close.empty or not close.index.is_unique:
+        return None
+    places = _places(trades, close)
+    lengths = np.where(places.known, places.last - places.first + 1, 0)
+    latest = np.argsort(-places.first, kind="stable")
+    fits = latest[(np.cumsum(lengths[latest]) <= budget) & (lengths[latest] > 0)]
+    if not fits.size:
+        return None
+    chosen = np.sort(fits)
+    same_grid = fill.shape == close.shape and fill.index.equals(close.index)
+    values = _paths(trades, close, fill if same_grid else close, places, chosen)
+    return {
+        "trade": chosen.tolist(),
+        "length": lengths[chosen].tolist(),
+        "days": wall_days(close.index[: int(places.last[chosen].max()) + 1]).tolist(),
+        "row": places.first[chosen].tolist(),
+        "values": values,
+    }
+
+
+class _Places:
+    """Where each trade stands in a price table: its column, first and last row."""
+
+    def __init__(self, column: Ints, first: Ints, last: Ints) -> None:
+        self.column, self.first, self.last = column, first, last
+        self.known = (column >= 0) & (first >= 0) & (last >= first)
+
+
+def _places(trades: pd.DataFrame, close: pd.DataFrame) -> _Places:
+    labels = [str(label).split(" ")[0] for label in trades[_asset_column(trades)]]
+    columns = pd.Index(close.columns.astype(str), dtype=object)
+    columns = pd.Index([label.split(" ")[0] for label in columns], dtype=object)
+    column = np.full(len(labels), -1)
+    if columns.is_unique:
+        column = columns.get_indexer(pd.Index(labels, dtype=object))
+    first = close.index.get_indexer(pd.Index(trades["entry_date"]))
+    last = close.index.get_indexer(pd.Index(trades["exit_date"]))
+    last = np.where(trades["exit_date"].isna().to_numpy(), len(close) - 1, last)
+    return _Places(column, first, last)
+
+
+def _paths(
+    trades: pd.DataFrame, close: pd.DataFrame, fill: pd.DataFrame, places: _Places, chosen: Ints
+) -> list[int | None]:
+    prices, fills = close.to_numpy(dtype=np.float64), fill.to_numpy(dtype=np.float64)
+    side = np.ones(len(trades))
+    if "position" in trades.columns:
+        side = np.where(_floats(trades["position"]) < 0, -1.0, 1.0)
+    pieces = []
+    for i in chosen:
+        first, last, column = places.first[i], places.last[i], places.column[i]
+        path = prices[first : last + 1, column] / fills[first, column] - 1
+        pieces.append(path * side[i])
+    return _whole(np.concatenate(pieces) * 1e4)

@@ -1,0 +1,62 @@
+import sys
+from pathlib import Path
+
+import numpy as np
+import pandas as pd
+import pytest
+
+import corvex
+
+sys.path.insert(0, str(Path(__file__).parent))
+from dashboard_reports import HOSTILE, bare_report
+
+
+@pytest.fixture(scope="session")
+def simulated():
+    """A momentum strategy on the built-in prices; its assets and its name are hostile."""
+    prices = corvex.data.sample("us_stocks").loc["2016-06-01":]
+    prices.columns = [f"{HOSTILE}{name}" if name == "AMD" else name for name in prices.columns]
+    best = prices.pct_change(126, fill_method=None).rank(axis=1, ascending=False) <= 5
+    benchmark = corvex.data.sample("sp500").rename(HOSTILE)
+    return corvex.simulate(
+        best,
+        prices,
+        resample="ME",
+        fee_ratio=0.001,
+        stop_loss=0.15,
+        market="us_stock",
+        benchmark=benchmark,
+        live_performance_start="2021-06-01",
+        name=HOSTILE,
+    )
+
+
+@pytest.fixture
+def many_trades(simulated):
+    """Ten years with 10,000 trades."""
+    days = pd.bdate_range("2013-01-02", periods=2520)
+    rng = np.random.default_rng(5)
+    curve = pd.Series(np.cumprod(1 + rng.normal(4e-4, 0.01, days.size)), index=days)
+    market = pd.Series(np.cumprod(1 + rng.normal(3e-4, 0.01, days.size)), index=days)
+    report = bare_report(curve, market)
+    n = 10_000
+    entry = np.sort(rng.integers(0, days.size - 60, n))
+    length = rng.integers(1, 60, n)
+    trades = pd.DataFrame(
+        {
+            "symbol": rng.choice([f"{code} company" for code in range(1101, 1601)], n),
+            "entry_sig_date": days[entry],
+            "entry_date": days[entry + 1],
+            "exit_sig_date": days[entry + length - 1],
+            "exit_date": days[entry + length],
+            "position": rng.choice([0.05, 0.1], n),
+            "period": length,
+            "return": rng.normal(0.005, 0.06, n),
+            "trade_price@entry_date": rng.lognormal(4, 1, n),
+            "trade_price@exit_date": rng.lognormal(4, 1, n),
+        }
+    )
+    for name in ("mae", "mfe", "mfe_before_mae", "max_drawdown"):
+        trades[name] = rng.normal(0, 0.04, n)
+    report.trades = trades.assign(days_in_profit=length // 2, exit_reason="rebalance")
+    return report

@@ -1,0 +1,224 @@
+"""The page in a real Chromium: from a file, with the network off."""
+
+import os
+import re
+import shutil
+
+import pandas as pd
+import pytest
+from dashboard_reports import HOSTILE, bare_report
+
+from corvex.core.dashboard import generate_html
+
+pytestmark = pytest.mark.slow
+
+ARGUMENTS = [
+    "--no-sandbox",
+    "--disable-gpu",
+    "--no-first-run",
+    "--disable-background-networking",
+    "--disable-component-update",
+    "--disable-sync",
+]
+CHART = "#{} .chart[data-drawn] svg.main-svg"
+
+
+@pytest.fixture(scope="module")
+def chromium():
+    names = (os.environ.get("CORVEX_CHROMIUM", "chromium"), "chromium-browser", "google-chrome")
+    program = next(filter(None, map(shutil.which, names)), None)
+    if program is None:
+        pytest.skip("no Chromium is installed, so the page was not opened in a browser")
+    sync_api = pytest.importorskip("playwright.sync_api", reason="playwright is not installed")
+    with sync_api.sync_playwright() as playwright:
+        browser = playwright.chromium.launch(executable_path=program, args=ARGUMENTS)
+        yield browser
+        browser.close()
+
+
+@pytest.fixture
+def open_page(chromium, tmp_path):
+    """Open a report's page; at the end nothing may have been logged, asked for or run."""
+    contexts, complaints = [], []
+
+    def open_(report, ready="body[data-ready]", **settings):
+        path = tmp_path / f"{len(contexts)}.html"
+        path.write_text(generate_html(report), encoding="utf-8")
+        settings = {"viewport": {"width": 1200, "height": 900}, "locale": "en-US", **settings}
+        context = chromium.new_context(offline=True, reduced_motion="reduce", **settings)
+        contexts.append(context)
+        page = context.new_page()
+        page.set_default_timeout(60_000)
+        page.on("console", lambda message: complaints.append(message.text))
+        page.on("pageerror", lambda error: complaints.append(str(error)))
+        page.on("dialog", lambda dialog: (complaints.append(dialog.message), dialog.dismiss()))
+        page.on("request", lambda request: complaints.append(request.url))
+        page.goto(path.as_uri())
+        page.wait_for_selector(ready)
+        complaints[:] = [text for text in complaints if text != path.as_uri()]
+        return page
+
+    yield open_
+    for context in contexts:
+        context.close()
+    assert [text for text in complaints if not text.startswith(("blob:", "data:"))] == []
+
+
+def sections(page):
+    return " ".join(page.locator("main > section").evaluate_all("all => all.map(one => one.id)"))
+
+
+def column(page, number):
+    return page.locator(f"#trade-table tbody tr > :nth-child({number})").all_inner_texts()
+
+
+def test_charts_are_drawn_and_hostile_names_are_text(open_page, simulated):
+    page = open_page(simulated)
+    assert sections(page) == (
+        "summary equity returns rolling drawdowns distribution live holdings trades excursions "
+        "costs assumptions periods statistics"
+    )
+    for name in ("equity", "returns", "rolling", "distribution", "holdings", "excursions"):
+        assert page.locator(CHART.format(name)).count()
+    assert page.locator("h1").inner_text().startswith("</script><script>alert(1)")
+    page.get_by_role("searchbox").fill("alert(1)")
+    assert all(name.endswith("AMD") for name in column(page, 1))
+    assert page.evaluate("document.querySelectorAll('script').length") == 6
+    # Chart texts know some markup: the benchmark's name must show as it is there too.
+    legend = page.locator("#equity .legendtext").all_text_contents()
+    assert any(text.startswith("</script><script>") for text in legend)
+    assert page.evaluate("document.documentElement.scrollWidth") == 1200
+
+
+def test_range_buttons_rebase_both_curves_and_the_scale_changes(open_page, simulated):
+    page = open_page(simulated)
+    chart = page.locator("#equity .chart")
+    state = """node => ({type: node.layout.yaxis.type, range: node.layout.xaxis.range,
+        at: node.data.slice(0, 2).map(one => one.y[one.x.indexOf(node.layout.xaxis.range[0])])})"""
+    days = simulated.daily_creturn.index
+    assert chart.evaluate(state)["range"] == [f"{days[0]:%Y-%m-%d}", f"{days[-1]:%Y-%m-%d}"]
+    assert chart.evaluate(state)["type"] == "log"
+    page.get_by_role("button", name="1Y", exact=True).click()
+    year = chart.evaluate(state)
+    assert year["range"] == ["2021-12-28", "2022-12-28"]
+    assert year["at"] == [100, 100]
+    told = page.locator("#equity .view").inner_text()
+    curve = simulated.daily_creturn
+    gain = curve.iloc[-1] / curve["2021-12-28"] - 1
+    assert f"strategy {gain:+.2%}" in told
+    page.get_by_role("button", name="Linear").click()
+    assert chart.evaluate(state)["type"] == "linear"
+    assert page.get_by_role("button", name="Linear").get_attribute("aria-pressed") == "true"
+    page.evaluate("""() => Plotly.relayout(document.querySelector('#equity .chart'),
+        {'xaxis.range[0]': '2020-01-04 12:00', 'xaxis.range[1]': '2020-06-30'})""")
+    assert chart.evaluate(state)["range"] == ["2020-01-03", "2020-06-30"]
+    assert chart.evaluate(state)["at"] == [100, 100]
+
+
+def test_trades_are_searched_sorted_paged_and_shown(open_page, simulated):
+    page = open_page(simulated)
+    closed = simulated.trades[simulated.trades["exit_date"].notna()]
+    assert page.locator("#trades .found").inner_text().startswith(f"{len(simulated.trades)} of")
+    page.get_by_label("Rows").select_option("10")
+    pages = -(-len(simulated.trades) // 10)
+    assert page.get_by_text(f"Page 1 of {pages}").count()
+    first = column(page, 2)
+    assert first == sorted(first, reverse=True)
+    page.get_by_role("button", name="Next").click()
+    assert column(page, 2)[0] <= first[-1]
+    page.locator("#trade-table [data-key=return]").click()
+    returns = [float(text.rstrip("%")) for text in column(page, 4)]
+    best = simulated.trades["return"].sort_values(ascending=False).head(10) * 100
+    assert returns == pytest.approx(best.tolist(), abs=0.006)
+    assert page.locator("#trade-table th[aria-sort=descending]").count() == 1
+    page.locator("#trade-table [data-key=return]").click()
+    assert float(column(page, 4)[0].rstrip("%")) == pytest.approx(
+        simulated.trades["return"].min() * 100, abs=0.006
+    )
+    page.get_by_label("Status").select_option("lost")
+    lost = int((simulated.trades["return"] <= 0).sum())
+    assert page.locator("#trades .found").inner_text().startswith(f"{lost} of")
+    page.get_by_role("searchbox").fill("nothing like it")
+    assert column(page, 1) == []
+    page.get_by_label("Status").select_option("closed")
+    page.get_by_role("searchbox").fill("aapl rebalance")
+    known = closed[(closed["symbol"] == "AAPL") & (closed["exit_reason"] == "rebalance")]
+    assert set(column(page, 1)) == {"AAPL"}
+    assert page.locator("#trades .found").inner_text().startswith(f"{len(known)} of")
+    page.locator("#trade-table tbody tr").first.click()
+    assert page.locator("#trades .detail .chart[data-drawn] svg.main-svg").count() or (
+        page.wait_for_selector("#trades .detail .chart[data-drawn]")
+    )
+    assert page.locator("#trade-title").inner_text().startswith("AAPL, ")
+    with page.expect_download() as download:
+        page.get_by_role("button", name="Download CSV").click()
+    table = pd.read_csv(download.value.path())
+    assert sorted(table["return"]) == pytest.approx(sorted(known["return"]), abs=1e-5)
+
+
+def test_definitions_languages_and_keyboard(open_page, simulated):
+    page = open_page(simulated)
+    tip = page.locator("#tip")
+    assert tip.is_hidden()
+    page.locator('#statistics [data-key="daily_skew"]').focus()
+    assert "skewness (G1) of daily returns" in tip.inner_text()
+    page.keyboard.press("Escape")
+    assert tip.is_hidden()
+    unlabelled = page.evaluate("""() => [...document.querySelectorAll('button,input,select')]
+        .filter(one => !(one.textContent.trim() || one.labels?.length || one.ariaLabel)).length""")
+    assert unlabelled == 0
+    assert not page.locator(":is([role=img], [role=figure]):not([aria-label])").count()
+    assert not page.locator("table:not(:has(caption))").count()
+    page.get_by_role("button", name="繁體中文").click()
+    page.wait_for_selector("body[data-ready]")
+    assert page.evaluate("document.documentElement.lang") == "zh-Hant"
+    headings = page.locator("h2").all_inner_texts()
+    assert headings[:3] == ["摘要", "淨值與回撤", "年報酬與月報酬"]
+    assert not re.search(r"\{\w+\}|undefined|NaN", page.locator("main").inner_text())
+
+
+def test_a_report_with_nothing_but_a_curve_has_no_holes(open_page):
+    days = pd.bdate_range("2024-01-01", periods=30, tz="Asia/Taipei")
+    page = open_page(bare_report(pd.Series(range(30, 0, -1), index=days, dtype=float)))
+    assert sections(page) == (
+        "summary equity returns drawdowns distribution holdings costs assumptions periods "
+        "statistics"
+    )
+    text = page.locator("main").inner_text()
+    assert not re.search(r"\{\w+\}|undefined|NaN|null|Infinity", text)
+    assert page.locator("#drawdowns td strong").inner_text() == "open"
+
+
+@pytest.mark.parametrize("scheme", ["light", "dark"])
+def test_a_phone_sized_page_does_not_scroll_sideways(open_page, simulated, scheme, tmp_path):
+    size = {"width": 390, "height": 844}
+    page = open_page(simulated, viewport=size, color_scheme=scheme, has_touch=True, is_mobile=True)
+    assert page.evaluate("document.documentElement.scrollWidth") <= 390
+    background = page.evaluate("getComputedStyle(document.body).backgroundColor")
+    assert background == {"light": "rgb(255, 255, 255)", "dark": "rgb(18, 22, 29)"}[scheme]
+    assert len(page.screenshot()) > 10_000
+
+
+def test_print_is_light_and_fits_the_sheet(open_page, simulated):
+    page = open_page(simulated, color_scheme="dark")
+    page.evaluate("""() => {
+        addEventListener('afterprint', () => { window.printed = true; });
+        window.widths = () => [...document.querySelectorAll('.chart')]
+            .map(one => one.querySelector('svg.main-svg').clientWidth);
+        addEventListener('beforeprint', () => { window.wide = Math.max(...widths()); });
+    }""")
+    sheet = page.pdf(format="A4", print_background=True)
+    assert sheet.startswith(b"%PDF")
+    assert page.evaluate("window.wide") <= 680
+    page.emulate_media(media="print")
+    assert page.evaluate("getComputedStyle(document.body).backgroundColor") == "rgb(255, 255, 255)"
+
+
+def test_the_page_in_a_frame_is_drawn(chromium, simulated):
+    page = chromium.new_page()
+    page.set_content(f"<body>{generate_html(simulated, with_iframe=True)}")
+    frame = page.frame_locator("iframe")
+    frame.locator("body[data-ready]").wait_for(timeout=60_000)
+    assert frame.locator(CHART.format("equity")).count()
+    assert frame.locator("h1").inner_text().startswith(HOSTILE[:9])
+    page.close()

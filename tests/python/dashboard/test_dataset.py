@@ -1,0 +1,122 @@
+"""What the page says must be so: months, open drawdowns, dates in their own zone."""
+
+import math
+
+import numpy as np
+import pandas as pd
+import pytest
+from dashboard_reports import bare_report
+
+from corvex.core.dashboard.dataset import collect
+
+
+def rising(start, end, tz=None):
+    days = pd.bdate_range(start, end, tz=tz)
+    return pd.Series(1.001 ** np.arange(days.size), index=days)
+
+
+def test_months_that_have_not_come_are_blank_and_parts_are_marked():
+    facts = collect(bare_report(rising("2022-11-30", "2024-03-14"))).facts
+    first, middle, last = facts["returns"]["years"]
+    # The first day is the start itself and no month's return.
+    assert first["months"][:11] == [None] * 11
+    assert first["months"][11] == pytest.approx(1.001**22 - 1)
+    assert (first["from"], "to" in first) == ("2022-11-30", False)
+    assert None not in middle["months"]
+    assert not {"from", "to"} & set(middle)
+    assert last["months"][3:] == [None] * 9
+    assert (last["to"], "from" in last) == ("2024-03-14", False)
+    assert facts["returns"]["partial"] == ["2022-11", "2024-03"]
+    total = math.prod(1 + row["total"] for row in (first, middle, last)) - 1
+    assert total == pytest.approx(facts["stats"]["strategy"]["total_return"])
+
+
+def test_a_year_that_ends_on_its_last_weekday_is_whole():
+    # 2021-12-31 was a Friday, 2023-12-29 one too: no weekday of the year is left.
+    for end in ("2021-12-31", "2023-12-29"):
+        facts = collect(bare_report(rising("2020-12-31", end))).facts
+        assert "to" not in facts["returns"]["years"][-1]
+        assert facts["returns"]["partial"] == ["2020-12"]
+
+
+@pytest.mark.parametrize("zone", [None, "Asia/Taipei", "America/Los_Angeles"])
+@pytest.mark.parametrize("unit", ["s", "ns"])
+def test_no_zone_moves_a_day_or_a_month(zone, unit):
+    curve = rising("2023-01-02", "2023-12-29", zone)
+    curve.index = curve.index.as_unit(unit) + pd.Timedelta(hours=1)
+    report = bare_report(curve)
+    report.live_performance_start = pd.Timestamp("2023-07-03", tz=zone)
+    data = collect(report)
+    ends = curve.groupby(curve.index.month).last().to_numpy()
+    assert data.facts["returns"]["years"][0]["months"][1:] == pytest.approx(
+        ends[1:] / ends[:-1] - 1
+    )
+    days = np.array(data.series["days"]).astype("datetime64[D]").astype(str)
+    assert list(days) == [str(date.date()) for date in curve.index]
+    assert data.facts["meta"]["start"] == "2023-01-02"
+    assert data.facts["live"]["parts"]["live"]["from"] == "2023-06-30"
+    assert np.datetime64(data.facts["live"]["start"], "D") == np.datetime64("2023-07-03")
+
+
+def test_an_open_drawdown_is_told_as_open():
+    days = pd.bdate_range("2023-01-02", periods=6)
+    benchmark = pd.Series([10.0, 10, 9, 9, 9, 9.5], index=days)
+    facts = collect(
+        bare_report(pd.Series([1, 1.2, 1.1, 1.3, 0.9, 1.0], index=days), benchmark)
+    ).facts
+    deepest, healed = facts["drawdowns"]
+    assert (deepest["start"], deepest["valley"], deepest["end"]) == (
+        "2023-01-05",
+        "2023-01-06",
+        None,
+    )
+    assert (deepest["recovery"], deepest["length"], deepest["benchmark"]) == (None, 4, 0.0)
+    assert (healed["end"], healed["recovery"]) == ("2023-01-05", 1)
+    assert healed["benchmark"] == pytest.approx(-0.1)
+    assert facts["now"] == {"drawdown": pytest.approx(1 / 1.3 - 1), "peak": "2023-01-05"}
+
+
+def test_what_a_report_lacks_is_left_out_without_an_error():
+    facts = collect(bare_report(rising("2024-01-01", "2024-02-15"))).facts
+    assert facts["stats"]["benchmark"] is None
+    assert facts["stats"]["relative"] == {}
+    assert facts["stats"]["trades"] is facts["liquidity"] is facts["live"] is None
+    assert all(row["benchmark"] is None for row in facts["returns"]["years"])
+    # Without weights the last row of the position table is shown, and said to be that.
+    assert facts["holdings"]["source"] == "position"
+    assert [(row["asset"], row["weight"]) for row in facts["holdings"]["rows"]] == [("A", 1.0)]
+    one = pd.Series([1.0], index=pd.DatetimeIndex(["2024-01-02"]))
+    assert collect(bare_report(one)).facts["stats"]["strategy"]["cagr"] is None
+
+
+def test_the_figures_agree_with_the_report(simulated):
+    data = collect(simulated)
+    facts, trades = data.facts, data.series["trades"]
+    metrics = simulated.metrics
+    tail = facts["distribution"]["daily"]["tails"][0]["strategy"]
+    assert tail["var"] == pytest.approx(metrics.value_at_risk())
+    assert tail["cvar"] == pytest.approx(metrics.cvalue_at_risk())
+    assert facts["stats"]["relative"]["alpha"] == pytest.approx(metrics.alpha())
+    assert facts["stats"]["relative"]["beta"] == pytest.approx(metrics.beta())
+    figures = facts["stats"]["trades"]
+    assert figures["win_rate"] == pytest.approx(simulated.get_stats()["win_ratio"])
+    assert figures["profit_factor"] == pytest.approx(metrics.profit_factor())
+    assert figures["trades"] + figures["open_trades"] == trades["count"] == len(simulated.trades)
+    assert np.array(trades["return"]) * 1e-5 == pytest.approx(simulated.trades["return"], abs=5e-6)
+    held = facts["holdings"]
+    assert {row["asset"] for row in held["rows"] if row["weight"]} == set(simulated.weights.index)
+    assert held["cash"] == pytest.approx(1 - simulated.weights.sum())
+    covid = next(row for row in facts["crises"] if row["key"] == "covid")
+    curve = simulated.daily_creturn
+    assert covid["strategy"] == pytest.approx(curve["2020-03-23"] / curve["2020-02-19"] - 1)
+
+
+def test_the_way_of_a_trade_follows_its_closes(simulated):
+    paths = collect(simulated).series["paths"]
+    trade, row, length = (paths[name][0] for name in ("trade", "row", "length"))
+    close = simulated.market.get_price("close")
+    known = simulated.trades.iloc[trade]
+    prices = close[known["symbol"]].loc[known["entry_date"] : known["exit_date"]]
+    assert str(np.datetime64(paths["days"][row], "D")) == f"{known['entry_date']:%Y-%m-%d}"
+    expected = prices.to_numpy() / prices.iloc[0] - 1
+    assert np.array(paths["values"][:length]) / 1e4 == pytest.approx(expected, abs=6e-5)

@@ -1,0 +1,137 @@
+"""The page as a text: nothing of the user's is markup, nothing is fetched, and it stays small."""
+
+import base64
+import html
+import json
+import re
+import zlib
+from html.parser import HTMLParser
+
+import pandas as pd
+import pytest
+from dashboard_reports import HOSTILE, bare_report
+
+from corvex.core.dashboard import generate_html, page, plotly_script
+from corvex.core.dashboard.embed import pack_json, safe_json
+
+
+class Reader(HTMLParser):
+    """Collects the elements, and the text of each script by its id or type."""
+
+    def __init__(self, text):
+        super().__init__()
+        self.tags, self.scripts, self.headings, self.open = [], {}, [], None
+        self.feed(text)
+        self.close()
+
+    def handle_starttag(self, tag, attrs):
+        self.tags.append((tag, dict(attrs)))
+        self.open = tag
+        if tag == "script":
+            self.name = dict(attrs).get("id") or dict(attrs)["type"]
+
+    def handle_endtag(self, tag):
+        self.open = None
+
+    def handle_data(self, data):
+        if self.open == "script":
+            self.scripts[self.name] = self.scripts.get(self.name, "") + data
+        elif self.open in ("h1", "title"):
+            self.headings.append(data)
+
+
+def unpacked(text):
+    return json.loads(zlib.decompress(base64.b64decode(text), -15))
+
+
+def test_hostile_names_are_text_and_nothing_else(simulated):
+    plain = Reader(generate_html(bare_report(simulated.creturn), title="x"))
+    read = Reader(generate_html(simulated, title=HOSTILE))
+    assert [tag for tag, _ in read.tags] == [tag for tag, _ in plain.tags]
+    assert "".join(read.headings) == HOSTILE * 2
+    assert json.loads(read.scripts["facts"])["meta"]["name"] == HOSTILE
+    assert not re.search("[<>&\u2028\u2029]", read.scripts["facts"])
+    labels = unpacked(read.scripts["series"])["trades"]["assets"]
+    assert any(label.startswith(HOSTILE) for label in labels)
+
+
+def test_the_policy_names_the_scripts_and_nothing_is_fetched(simulated):
+    read = Reader(generate_html(simulated))
+    policy = next(a["content"] for _, a in read.tags if a.get("http-equiv"))
+    assert page._source_hash(read.scripts["module"]) in policy
+    assert plotly_script.plotly_script().source_hash in policy
+    assert policy.startswith("default-src 'none';")
+    assert not [a for _, a in read.tags if "src" in a or a.get("href", "#")[0] != "#"]
+    assert not [name for _, a in read.tags for name in a if name.startswith("on")]
+
+
+def test_the_frame_carries_the_page(simulated):
+    (tag, attributes), *others = Reader(
+        generate_html(simulated, with_iframe=True, title="<&>")
+    ).tags
+    assert (tag, others) == ("iframe", [])
+    assert attributes["title"] == "<&>"
+    assert attributes["sandbox"].split() == ["allow-scripts", "allow-downloads", "allow-modals"]
+    assert Reader(attributes["srcdoc"]).headings == ["<&>", HOSTILE]
+
+
+def test_ten_years_and_ten_thousand_trades_stay_small(many_trades):
+    text = generate_html(many_trades)
+    assert len(text.encode()) <= 2_500_000
+    assert unpacked(Reader(text).scripts["series"])["trades"]["count"] == 10_000
+
+
+def test_the_chart_script_is_compressed_once_and_made_anew_when_damaged(tmp_path, monkeypatch):
+    monkeypatch.setattr(plotly_script, "get_tmp_dir", lambda: str(tmp_path))
+    source = plotly_script._source()
+    monkeypatch.setattr(plotly_script, "_compress", counted := CountedCompress())
+    status = source.stat()
+    for content in (None, "", "sha256-x\n", "no hash\ntext\n"):
+        plotly_script._packed.cache_clear()
+        for kept in tmp_path.iterdir():
+            kept.write_text(content)
+        assert plotly_script._packed(source, status.st_size, status.st_mtime_ns) == counted.packed
+    plotly_script._packed.cache_clear()
+    plotly_script.plotly_script()
+    assert counted.calls == 4
+    assert len(list(tmp_path.iterdir())) == 1
+    plotly_script._packed.cache_clear()
+
+
+class CountedCompress:
+    calls = 0
+    packed = plotly_script.PackedScript("sha256-abc=", "text")
+
+    def __call__(self, script):
+        self.calls += 1
+        return self.packed
+
+
+def test_json_for_pages_has_no_sign_that_html_reads():
+    data = {"<!--": ["</script>", "&lt;", "\u2028", "\x00\ud800", 1.5, None]}
+    text = safe_json(data)
+    assert not re.search("[<>&\u2028\x00]", text)
+    assert json.loads(text)["<!--"][:3] == data["<!--"][:3]
+    assert unpacked(pack_json(data)) == json.loads(text)
+    assert html.escape(text, quote=False) == text
+    with pytest.raises(ValueError, match="Out of range float"):
+        safe_json(float("nan"))
+
+
+def test_every_figure_has_a_label_and_a_definition_in_both_languages():
+    texts = json.loads(page._texts())
+    english, chinese = texts["en"], texts["zh-Hant"]
+    assert english.keys() == chinese.keys()
+    assert english["figures"].keys() == chinese["figures"].keys()
+    for key in english.keys() - {"figures", "families", "frequencies"}:
+        fields = re.findall(r"\{\w+\}", english[key])
+        assert sorted(fields) == sorted(re.findall(r"\{\w+\}", chinese[key])), key
+    script = page.page_script()
+    used = set(re.findall(r"""\bt\("(\w+)\"""", script))
+    assert used <= english.keys()
+    curve = pd.Series([1.0, 1.1, 1.2], index=pd.bdate_range("2024-01-01", periods=3))
+    families = english["families"]
+    for key in json.loads(Reader(generate_html(bare_report(curve))).scripts["facts"])["stats"][
+        "strategy"
+    ]:
+        assert key in english["figures"] or key.split("_")[1] in families, key
