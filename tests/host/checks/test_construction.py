@@ -104,6 +104,9 @@ def test_last_trading_date_is_the_last_change_of_any_weight(make_report, module)
         creturn, market = pd.Series(1.0, index=DAYS), module.TWMarket()
         return module.Report(creturn, position, 0, 0, "close", None, market).last_trading_date
 
+    for kind in (float, object, "float32"):
+        steps = pd.Series([0, 0.5, 0.5, np.nan, 0.5, 0.25, np.nan, 0.25, np.nan, 0]).astype(kind)
+        assert last(steps.to_numpy()) == DAYS[5]
     assert last([0.5] * 10) == DAYS[0]
     assert last([0.5] * 9 + [0.25]) == DAYS[-1]
     assert last([0.5] * 4 + [np.nan] * 6) == DAYS[0]

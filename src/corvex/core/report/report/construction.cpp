@@ -1,6 +1,7 @@
 #include "corvex/core/report/report/construction.hpp"
 
 #include "corvex/core/report/module_globals.hpp"
+#include "corvex/core/report/report/last_change.hpp"
 
 namespace corvex::report {
 
@@ -66,11 +67,9 @@ nb::object asset_type(nb::handle position) {
 }
 
 nb::object last_trading_date(nb::handle position) {
-    const nb::object turnover =
-        position.attr("diff")().attr("abs")().attr("sum")(nb::arg("axis") = pyglue::integer(1));
-    const nb::object changed = pyglue::compare(turnover, Py_NE, pyglue::integer(0));
-    if (pyglue::is_true(changed.attr("sum")())) {
-        return turnover[changed].attr("index")[-1];
+    const nb::object changed = last_change(position);
+    if (!changed.is_none()) {
+        return changed;
     }
     return pyglue::length(position) > 0 ? nb::object(position.attr("index")[0]) : local_now();
 }
