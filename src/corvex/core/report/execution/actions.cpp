@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <span>
 #include <utility>
 
 namespace corvex::report {
@@ -22,22 +21,17 @@ constexpr std::array<Pair, 5> kWritten{{
     {"tp_", "exit_tp_"},
 }};
 
-/// Read as well: an entry on a future date, and exits that lie in the past, whatever their reason.
-constexpr std::array<Pair, 5> kReadOnly{{
-    {"enter", "entry_f"},
-    {"exit_p", "exit_p_sl"},
-    {"exit_p", "exit_p_tp"},
-    {"exit_p", "exit_p_sl_"},
-    {"exit_p", "exit_p_tp_"},
-}};
+} // namespace
 
-const char* in_memory(std::span<const Pair> table, nb::handle stored) {
-    const auto found = std::ranges::find_if(
-        table, [&](const Pair& pair) { return pyglue::is_text_equal(stored, pair.second); });
-    return found == table.end() ? nullptr : found->first;
+bool is_stop(nb::handle action) {
+    return std::ranges::any_of(
+        kStops, [&](const char* label) { return pyglue::is_text_equal(action, label); });
 }
 
-} // namespace
+bool is_past_exit(nb::handle action) {
+    return pyglue::is_text(action) &&
+           pyglue::is_true(action.attr("startswith")(pyglue::text("exit_p")));
+}
 
 nb::object position_action(nb::handle action) {
     for (const auto& [known, stored] : kWritten) {
@@ -52,9 +46,8 @@ nb::object parsed_action(nb::handle stored) {
     if (!pyglue::is_text(stored) || pyglue::length(stored) == 0) {
         return pyglue::text("_");
     }
-    for (const std::span<const Pair> table :
-         {std::span<const Pair>(kWritten), std::span<const Pair>(kReadOnly)}) {
-        if (const char* const action = in_memory(table, stored); action != nullptr) {
+    for (const auto& [action, written] : kWritten) {
+        if (pyglue::is_text_equal(stored, written)) {
             return pyglue::text(action);
         }
     }

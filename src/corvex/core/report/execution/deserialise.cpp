@@ -1,5 +1,6 @@
 #include "corvex/core/report/execution/deserialise.hpp"
 
+#include "corvex/core/report/execution/actions.hpp"
 #include "corvex/core/report/execution/asset_label.hpp"
 #include "corvex/core/report/execution/resample.hpp"
 #include "corvex/core/report/execution/signal_dates.hpp"
@@ -89,7 +90,7 @@ class Holdings {
                                             first_text(position, {"assetName", "asset_name"}));
         const nb::object action = parse_action(or_none(member(position, "action")));
         const bool known = PyDict_Contains(weights_.ptr(), label.ptr()) == 1;
-        if (known && pyglue::is_text_equal(action, "exit_p")) {
+        if (known && is_past_exit(action)) {
             return;
         }
         weights_[label] = number_member(position, "currentWeight", 0.0);
@@ -162,7 +163,9 @@ nb::object read_optional_date(nb::handle config, const char* key) {
         return nb::none();
     }
     if (!pyglue::is_text(stored)) {
-        return read_date(key, stored).attr("tz_localize")(text("UTC")).attr("to_pydatetime")();
+        return read_date(key, stored)
+            .attr("tz_localize")(text("UTC"))
+            .attr("to_pydatetime")(nb::arg("warn") = false);
     }
     return global("_parse_iso_datetime")(stored);
 }

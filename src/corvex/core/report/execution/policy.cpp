@@ -1,5 +1,6 @@
 #include "corvex/core/report/execution/policy.hpp"
 
+#include "corvex/core/report/execution/actions.hpp"
 #include "corvex/core/report/execution/signal_dates.hpp"
 #include "corvex/core/report/imports.hpp"
 #include "corvex/core/report/module_globals.hpp"
@@ -31,14 +32,13 @@ nb::object plain_datetime(nb::handle now) {
 }
 
 /// Whether `now` has reached `moment`, which may be aware or naive. A naive moment is local time.
-bool reached(nb::handle now, nb::handle moment) {
+bool reached(const nb::object& now, nb::handle moment) {
     const nb::object zone = moment.attr("tzinfo");
-    const nb::object time = plain_datetime(now);
     if (!zone.is_none()) {
-        return at_or_after(time.attr("astimezone")(zone), moment);
+        return at_or_after(now.attr("astimezone")(zone), moment);
     }
-    const bool aware = !time.attr("tzinfo").is_none();
-    const nb::object local = aware ? nb::object(time.attr("astimezone")()) : time;
+    const bool aware = !now.attr("tzinfo").is_none();
+    const nb::object local = aware ? nb::object(now.attr("astimezone")()) : now;
     return at_or_after(local.attr("replace")(nb::arg("tzinfo") = nb::none()), moment);
 }
 
@@ -47,7 +47,7 @@ nb::object close_of(nb::handle market, nb::handle date) {
 }
 
 /// Without a text rule the next weights count only once prices of their date are in.
-bool listed_date_applies(nb::handle execution, nb::handle date, nb::handle now) {
+bool listed_date_applies(nb::handle execution, nb::handle date, const nb::object& now) {
     if (pyglue::equals(date, execution.attr("weights").attr("name"))) {
         return false;
     }
@@ -61,7 +61,7 @@ bool listed_date_applies(nb::handle execution, nb::handle date, nb::handle now) 
 
 /// The one rule behind both "which weights count" and "is a rebalance due", where no trading
 /// calendar decides: the target switches at the very moment at which the window opens.
-bool labels_call_for_next_weights(nb::handle execution, nb::handle now) {
+bool labels_call_for_next_weights(nb::handle execution, const nb::object& now) {
     const nb::object date = signal_date(execution.attr("next_weights"));
     if (!date.is_none()) {
         return pyglue::is_text(execution.attr("resample"))
@@ -93,7 +93,7 @@ nb::object uses_trading_calendar(const Call& call) {
 
 nb::object uses_next_weights(const Call& call) {
     const nb::handle self = call.self();
-    const nb::object now = call[1].is_none() ? utc_now() : nb::borrow<nb::object>(call[1]);
+    const nb::object now = call[1].is_none() ? utc_now() : plain_datetime(call[1]);
     if (pyglue::is_true(self.attr("uses_trading_calendar")())) {
         const nb::object timing = self.attr("rebalance_timing")(nb::arg("now") = now);
         const nb::object start = timing.attr("get")(text("update_start_at"));
@@ -119,7 +119,7 @@ nb::object is_rebalance_due(const Call& call) {
 
 nb::object is_stop_triggered(const Call& call) {
     nb::list stops;
-    for (const char* label : {"sl_", "tp_", "sl", "tp"}) {
+    for (const char* label : kStops) {
         stops.append(text(label));
     }
     return nb::bool_(
