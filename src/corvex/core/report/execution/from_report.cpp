@@ -11,12 +11,6 @@ using pyglue::Call;
 using pyglue::FunctionSpec;
 using pyglue::Parameter;
 
-/// The date of a weight series, or the one that the report keeps beside it.
-nb::object known_date(nb::handle report, const char* series, const char* attribute) {
-    const nb::object date = signal_date(pyglue::attribute_or(report, series, nb::none()));
-    return date.is_none() ? pyglue::attribute_or(report, attribute, nb::none()) : date;
-}
-
 nb::object from_report(const Call& call) {
     const nb::handle report = call[1];
     nb::dict fields;
@@ -28,10 +22,10 @@ nb::object from_report(const Call& call) {
     }
     fields["total_weight"] = call[2];
     const nb::object execution = call.self()(**fields);
-    set_signal_date(execution.attr("weights"),
-                    known_date(report, "weights", "current_rebalance_date"));
-    set_signal_date(execution.attr("next_weights"),
-                    known_date(report, "next_weights", "next_rebalance_date"));
+    // The constructor names the series itself: the dates go back on afterwards.
+    for (const char* name : {"weights", "next_weights"}) {
+        set_signal_date(execution.attr(name), signal_date(fields[name]));
+    }
     return execution;
 }
 

@@ -28,7 +28,7 @@ nb::object stored_resample(nb::handle resample) {
     if (resample.is_none() || pyglue::is_text(resample)) {
         return nb::borrow<nb::object>(resample);
     }
-    if (!PyList_Check(resample.ptr()) && !PyTuple_Check(resample.ptr())) {
+    if (nb::hasattr(resample, "dtype")) {
         return index_seconds(resample);
     }
     nb::list seconds;

@@ -3,6 +3,7 @@
 #include "corvex/core/report/execution/actions.hpp"
 #include "corvex/core/report/execution/asset_label.hpp"
 #include "corvex/core/report/execution/asset_positions.hpp"
+#include "corvex/core/report/execution/plain_number.hpp"
 #include "corvex/core/report/execution/resample.hpp"
 #include "corvex/core/report/execution/signal_dates.hpp"
 #include "corvex/core/report/module_globals.hpp"
@@ -33,13 +34,6 @@ nb::object iso(nb::handle date) { return global("_safe_iso_datetime")(date); }
 
 nb::object epoch(nb::handle date) { return global("_safe_utc_timestamp")(date); }
 
-nb::object name_of(nb::handle series) { return pyglue::attribute_or(series, "name", nb::none()); }
-
-/// "NaT" is no date that could be read back.
-nb::object date_or_none(nb::handle value) {
-    return is_date(value) ? nb::borrow<nb::object>(value) : nb::none();
-}
-
 nb::object trade_price(nb::handle execution) {
     const nb::object price = execution.attr("trade_at");
     return pyglue::is_true(price) ? price : text("close");
@@ -62,8 +56,8 @@ nb::list position_records(nb::handle execution) {
 
 nb::dict settings_record(nb::handle execution) {
     const nb::object market = execution.attr("market");
-    const nb::object current_date = date_or_none(name_of(execution.attr("weights")));
-    const nb::object next_date = date_or_none(name_of(execution.attr("next_weights")));
+    const nb::object current_date = signal_date(execution.attr("weights"));
+    const nb::object next_date = signal_date(execution.attr("next_weights"));
     nb::dict config;
     config["market"] = market_text(market, "get_name", "tw_stock");
     config["dataFreq"] = market_text(market, "get_freq", "D");
@@ -73,9 +67,9 @@ nb::dict settings_record(nb::handle execution) {
     config["resample"] = execution.attr("_serialize_resample")(execution.attr("resample"));
     config["currentWeightsAt"] = epoch(current_date);
     config["nextWeightsAt"] = epoch(next_date);
-    config["stopLoss"] = execution.attr("stop_loss");
-    config["takeProfit"] = execution.attr("take_profit");
-    config["trailStop"] = execution.attr("trail_stop");
+    config["stopLoss"] = plain_number(execution.attr("stop_loss"));
+    config["takeProfit"] = plain_number(execution.attr("take_profit"));
+    config["trailStop"] = plain_number(execution.attr("trail_stop"));
     config["totalWeight"] = execution.attr("total_weight");
     config["currentSignalAt"] = iso(current_date);
     config["nextSignalAt"] = iso(next_date);

@@ -11,8 +11,11 @@ bool is_date(nb::handle value) {
 }
 
 nb::object signal_date(nb::handle weights) {
-    const nb::object name = pyglue::attribute_or(weights, "name", nb::none());
-    return is_date(name) ? name : nb::none();
+    return date_or_none(pyglue::attribute_or(weights, "name", nb::none()));
+}
+
+nb::object date_or_none(nb::handle value) {
+    return is_date(value) ? nb::borrow<nb::object>(value) : nb::none();
 }
 
 void set_signal_date(nb::handle weights, nb::handle date) {

@@ -11,6 +11,18 @@ namespace {
 /// The range of nanosecond dates, in seconds: some 292 years around 1970.
 constexpr double kLastSecond = 9.2e9;
 
+/// A number as it is; anything else may be long or deeply nested, and its type tells enough.
+nb::object shown(nb::handle value) {
+    if (PyFloat_Check(value.ptr()) || PyLong_Check(value.ptr())) {
+        const nb::object digits = nb::steal<nb::object>(PyObject_Repr(value.ptr()));
+        if (digits.is_valid()) {
+            return digits;
+        }
+        PyErr_Clear(); // Python refuses to write integers of thousands of digits.
+    }
+    return pyglue::to_text(value.type());
+}
+
 nb::object from_epoch_seconds(const char* what, nb::handle stored) {
     const double seconds = PyFloat_AsDouble(stored.ptr());
     if ((seconds == -1.0 && PyErr_Occurred() != nullptr) || !(std::abs(seconds) < kLastSecond)) {
@@ -35,13 +47,9 @@ nb::object from_text(nb::handle stored) {
 } // namespace
 
 void raise_unreadable(const char* what, const char* accepted, nb::handle value) {
-    // The value may be long or deeply nested: its type tells enough.
-    const nb::object shown = PyFloat_Check(value.ptr()) || PyLong_Check(value.ptr())
-                                 ? nb::object(nb::steal<nb::object>(PyObject_Repr(value.ptr())))
-                                 : pyglue::to_text(value.type());
     pyglue::raise(PyExc_ValueError,
                   pyglue::concat({pyglue::text(what), pyglue::text(" should be "),
-                                  pyglue::text(accepted), pyglue::text(", got "), shown}));
+                                  pyglue::text(accepted), pyglue::text(", got "), shown(value)}));
 }
 
 nb::object read_date(const char* what, nb::handle stored) {
