@@ -14,18 +14,17 @@ bool compares(nb::handle left, int op, nb::handle right) {
 
 } // namespace
 
-const char* trade_type(nb::handle entry_signal, nb::handle exit_signal, bool entered,
+const char* trade_type(nb::handle entry_signal, nb::handle exit_signal, bool entered, bool left,
                        nb::handle last_date) {
     if (!is_date(entry_signal)) {
         return nullptr;
     }
     if (is_date(exit_signal)) {
-        return compares(exit_signal, Py_LT, last_date) ? "exit_p" : "exit";
+        return left && compares(exit_signal, Py_LT, last_date) ? "exit_p" : "exit";
     }
     if (compares(entry_signal, Py_GT, last_date)) {
         return "entry_f";
     }
-    // An older order that still waits for a price is an entry too.
     return compares(entry_signal, Py_EQ, last_date) || !entered ? "entry" : "hold";
 }
 

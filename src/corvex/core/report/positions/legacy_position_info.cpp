@@ -30,6 +30,17 @@ nb::object empty_table() {
     return global("pd").attr("DataFrame")(nb::arg("columns") = columns).attr("to_dict")();
 }
 
+/// The driver's actions, the last one where a label is repeated. Older reports have none.
+nb::object last_actions(nb::handle report) {
+    const nb::object actions = pyglue::attribute_or(report, "actions", nb::none());
+    if (actions.is_none()) {
+        return global("pd").attr("Series")(nb::arg("dtype") = global("object"));
+    }
+    const nb::object repeated =
+        actions.attr("index").attr("duplicated")(nb::arg("keep") = text("last"));
+    return actions[~repeated];
+}
+
 /// The driver's action of each asset, else "exit" or "hold" by whether the trade has an exit
 /// signal.
 nb::object status_of(nb::handle report, nb::handle current) {
@@ -38,7 +49,7 @@ nb::object status_of(nb::handle report, nb::handle current) {
                                                              nb::arg("dtype") = global("object"));
     const nb::object fallback =
         by_signal.attr("where")(current[text("exit_sig_date")].attr("isnull")(), text("exit"));
-    const nb::object known = report.attr("actions").attr("reindex")(index);
+    const nb::object known = last_actions(report).attr("reindex")(index);
     // By position: two trades of one asset share their label.
     return known.attr("where")(known.attr("notna")(), fallback.attr("values")).attr("tolist")();
 }
@@ -72,8 +83,8 @@ nb::object one_row_each(const nb::object& table) {
 
 nb::object position_info(const Call& call) {
     const nb::handle self = call.self();
-    const nb::object current = self.attr("current_trades");
-    if (pyglue::length(current) == 0) {
+    const nb::object current = pyglue::attribute_or(self, "current_trades", nb::none());
+    if (current.is_none() || pyglue::length(current) == 0) {
         return empty_table();
     }
     const nb::object market = self.attr("market");
@@ -84,8 +95,8 @@ nb::object position_info(const Call& call) {
     record["trade_at"] = pyglue::is_text(trade_at) ? trade_at : text("close");
     record["freq"] = market.attr("get_freq")();
     record["market"] = market.attr("get_name")();
-    record["stop_loss"] = self.attr("stop_loss");
-    record["take_profit"] = self.attr("take_profit");
+    record["stop_loss"] = pyglue::attribute_or(self, "stop_loss", nb::none());
+    record["take_profit"] = pyglue::attribute_or(self, "take_profit", nb::none());
     return record;
 }
 

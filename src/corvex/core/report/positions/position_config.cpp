@@ -1,5 +1,7 @@
 #include "corvex/core/report/positions/position_config.hpp"
 
+#include "corvex/core/report/execution/plain_number.hpp"
+#include "corvex/core/report/execution/signal_dates.hpp"
 #include "corvex/core/report/module_globals.hpp"
 
 namespace corvex::report {
@@ -17,17 +19,18 @@ bool is_daily(nb::handle position) {
     return pyglue::is_true(pyglue::compare(clock, Py_EQ, pyglue::integer(0)).attr("all")());
 }
 
-nb::object series_name(nb::handle report, const char* attribute) {
-    return pyglue::attribute_or(report.attr(attribute), "name", nb::none());
+/// Reports saved by older versions lack some settings.
+nb::object setting(nb::handle report, const char* name) {
+    return pyglue::attribute_or(report, name, nb::none());
 }
 
 nb::object rebalance_seconds(nb::handle report, const char* attribute) {
-    const nb::object name = series_name(report, attribute);
+    const nb::object name = signal_date(setting(report, attribute));
     return pyglue::is_instance(name, global("pd").attr("Timestamp")) ? name.attr("timestamp")()
                                                                      : nb::none();
 }
 
-nb::object iso(nb::handle date) { return global("_safe_iso_datetime")(date); }
+nb::object iso(nb::handle date) { return global("_safe_iso_datetime")(date_or_none(date)); }
 
 /// Several schedulers have no timing in common: that of the report itself stands for them.
 nb::object single_execution(nb::handle report) {
@@ -43,13 +46,23 @@ void add_timing(nb::dict& config, nb::handle report) {
     config["rebalanceTiming"] = execution.attr("rebalance_timing")();
     config["dataReadiness"] = execution.attr("data_readiness");
     config["plannedRebalanceDate"] = iso(execution.attr("planned_rebalance_date"));
-    config["currentSignalAt"] = iso(series_name(report, "weights"));
-    config["nextSignalAt"] = iso(series_name(report, "next_weights"));
+    config["currentSignalAt"] = iso(signal_date(setting(report, "weights")));
+    config["nextSignalAt"] = iso(signal_date(setting(report, "next_weights")));
 }
 
 void add_rebalance_dates(nb::dict& config, nb::handle report) {
     config["currentRebalanceDate"] = rebalance_seconds(report, "weights");
     config["nextRebalanceDate"] = rebalance_seconds(report, "next_weights");
+}
+
+/// A date without a time is told too; one that is missing could not be read back.
+nb::object scheduled(nb::handle date) {
+    return pyglue::is_true(global("pd").attr("isna")(date)) ? nb::none() : date.attr("isoformat")();
+}
+
+void add_stops(nb::dict& config, nb::handle report) {
+    config["sl"] = plain_number(setting(report, "stop_loss"));
+    config["tp"] = plain_number(setting(report, "take_profit"));
 }
 
 void add_prices(nb::dict& config, nb::handle report) {
@@ -68,11 +81,10 @@ nb::object trade_at_label(nb::handle report) {
 nb::dict full_position_config(nb::handle report) {
     nb::dict config;
     config["isDailyStrategy"] = nb::bool_(is_daily(report.attr("position")));
-    config["sl"] = report.attr("stop_loss");
-    config["tp"] = report.attr("take_profit");
+    add_stops(config, report);
     add_prices(config, report);
     add_rebalance_dates(config, report);
-    config["scheduled"] = report.attr("next_trading_date").attr("isoformat")();
+    config["scheduled"] = scheduled(report.attr("next_trading_date"));
     config["dataFreq"] = report.attr("market").attr("get_freq")();
     const nb::object datetime = global("datetime");
     config["created"] = datetime.attr("datetime")
@@ -90,9 +102,8 @@ nb::dict short_position_config(nb::handle report) {
     config["scheduled"] = iso(report.attr("next_trading_date"));
     config["isDailyStrategy"] = nb::bool_(is_daily(report.attr("position")));
     config["market"] = market.attr("get_name")();
-    config["sl"] = report.attr("stop_loss");
-    config["tp"] = report.attr("take_profit");
-    config["ts"] = pyglue::attribute_or(report, "trail_stop", nb::none());
+    add_stops(config, report);
+    config["ts"] = plain_number(setting(report, "trail_stop"));
     add_prices(config, report);
     config["dataFreq"] = market.attr("get_freq")();
     add_rebalance_dates(config, report);

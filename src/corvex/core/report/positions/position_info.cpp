@@ -1,6 +1,7 @@
 #include "corvex/core/report/positions/position_info.hpp"
 
 #include "corvex/core/report/data_context.hpp"
+#include "corvex/core/report/execution/actions.hpp"
 #include "corvex/core/report/execution/asset_label.hpp"
 #include "corvex/core/report/execution/resample.hpp"
 #include "corvex/core/report/execution/signal_dates.hpp"
@@ -50,18 +51,18 @@ nb::object exit_action(nb::handle report, const nb::object& type, nb::handle lab
     const nb::object counted = pyglue::is_true(global("pd").attr("isna")(profit))
                                    ? pyglue::integer(0)
                                    : nb::borrow<nb::object>(profit);
-    reason = pyglue::to_text(report.attr("_normalize_position_exit_reason")(reason, counted));
-    const bool named =
-        !pyglue::is_text_equal(reason, "_") && !pyglue::is_text_equal(reason, "exit");
-    return named ? concat({type, text("_"), reason}) : type;
+    reason = report.attr("_normalize_position_exit_reason")(reason, counted);
+    // Any other action speaks of the asset's next step, not of why this trade was left.
+    return is_stop(reason) ? concat({type, text("_"), reason}) : type;
 }
 
 /// The action of one current trade. One that fits no type is reported and shown as "hold".
 nb::object trade_action(nb::handle report, nb::handle label, nb::handle trade,
                         nb::handle last_date) {
     const bool entered = is_date(trade[text("entry_date")]);
-    const char* const type =
-        trade_type(trade[text("entry_sig_date")], trade[text("exit_sig_date")], entered, last_date);
+    const bool left = is_date(trade[text("exit_date")]);
+    const char* const type = trade_type(trade[text("entry_sig_date")], trade[text("exit_sig_date")],
+                                        entered, left, last_date);
     if (type == nullptr) {
         global("logger").attr("warning")(concat(
             {text("There is a strange type for stock "), pyglue::to_text(label), text(" ")}));
@@ -82,16 +83,20 @@ nb::list trade_actions(nb::handle report, nb::handle current) {
     return actions;
 }
 
-nb::dict industries(nb::handle market) {
+/// Industries by asset id. Not every market knows them.
+nb::object industries(nb::handle market) {
     const nb::object get_industry = pyglue::attribute_or(market, "get_industry", nb::none());
-    return get_industry.is_none() ? nb::dict() : pyglue::as_dict(global("dict")(get_industry()));
+    const nb::object known = get_industry.is_none() ? nb::none() : nb::object(get_industry());
+    return known.is_none() ? nb::object(nb::dict()) : known;
 }
 
 nb::object industry_list(nb::handle market, nb::handle asset_ids) {
-    const nb::dict known = industries(market);
+    const nb::object known = industries(market);
+    const nb::object nothing = text("");
     nb::list names;
     pyglue::for_each(asset_ids, [&](const nb::object& asset_id) {
-        names.append(known.attr("get")(asset_id, text("")));
+        const nb::object name = known.attr("get")(asset_id, nothing);
+        names.append(pyglue::is_text(name) ? name : nothing);
         return true;
     });
     return names;
@@ -107,9 +112,7 @@ nb::object positions_of(nb::handle report, nb::handle current) {
         return true;
     });
     const nb::object market = report.attr("market");
-    const nb::object label = trade_at_label(report);
-    // A market cannot know the prices of a user's own table.
-    const nb::object trade_at = pyglue::is_text_equal(label, "custom") ? text("close") : label;
+    const PriceSource prices(market, trade_at_label(report), current.attr("index"), asset_ids);
     const auto column = [&](const char* name) {
         return nb::object(current[text(name)].attr("tolist")());
     };
@@ -122,10 +125,9 @@ nb::object positions_of(nb::handle report, nb::handle current) {
     table["exitDate"] = date_texts(current[text("exit_date")]);
     table["exitSigDate"] = date_texts(current[text("exit_sig_date")]);
     table["entryPrice"] = column("trade_price@entry_date");
-    table["entryAdjPrice"] =
-        entry_adjusted_prices(market, trade_at, asset_ids, current[text("entry_date")]);
+    table["entryAdjPrice"] = prices.adjusted_on(current[text("entry_date")]);
     table["exitPrice"] = column("trade_price@exit_date");
-    table["currentPrice"] = current_prices(market, trade_at, asset_ids);
+    table["currentPrice"] = prices.latest();
     table["profit"] = column("return");
     table["currentWeight"] = column("weight");
     table["nextWeight"] = column("next_weights");

@@ -6,77 +6,104 @@ namespace corvex::report {
 
 namespace {
 
-nb::object as_table(const nb::object& prices) {
-    return pyglue::is_instance(prices, global("pd").attr("Series")) ? prices.attr("to_frame")()
-                                                                    : prices;
+using pyglue::text;
+
+nb::object is_unlocated(nb::handle indexer) {
+    return pyglue::compare(indexer, Py_LT, pyglue::integer(0));
 }
 
-nb::object trading_price(nb::handle market, nb::handle trade_at, bool adjusted) {
-    return as_table(market.attr("get_trading_price")(trade_at, nb::arg("adj") = adjusted));
+nb::object full_like(nb::handle indexer, Py_ssize_t value) {
+    return global("np").attr("full_like")(indexer, pyglue::integer(value));
 }
 
-/// The columns of the assets alone: a market's table may be large.
-nb::object of_assets(const nb::object& table, nb::handle asset_ids) {
-    const nb::object wanted = table.attr("columns").attr("isin")(asset_ids);
-    const nb::object all_rows = pyglue::slice(nb::none(), nb::none());
-    return table.attr("loc")[nb::make_tuple(all_rows, wanted)];
-}
-
-/// The table with a row for each entry date that it lacks, each a copy of the last row before it.
-nb::object with_entry_dates(const nb::object& table, nb::handle entry_dates) {
-    const nb::object dates =
-        global("pd").attr("DatetimeIndex")(entry_dates.attr("dropna")().attr("unique")());
-    const nb::object missing = dates.attr("difference")(table.attr("index"));
-    if (pyglue::length(missing) == 0) {
-        return table;
+/// Cells of a table by row and column positions; NaN where either is -1.
+nb::object cells(nb::handle table, nb::handle rows, nb::handle columns) {
+    const nb::object np = global("np");
+    const nb::object unlocated = is_unlocated(rows) | is_unlocated(columns);
+    if (pyglue::is_true(unlocated.attr("all")())) {
+        return np.attr("where")(unlocated, np.attr("nan"), np.attr("nan"));
     }
-    return table.attr("reindex")(table.attr("index").attr("union")(missing),
-                                 nb::arg("method") = pyglue::text("ffill"));
+    const nb::object values = table.attr("to_numpy")()[nb::make_tuple(rows, columns)];
+    return np.attr("where")(unlocated, np.attr("nan"), values);
 }
 
-/// The last row, by asset id; all missing where there is no row.
-nb::object latest(const nb::object& table, nb::handle asset_ids) {
-    if (pyglue::length(table) == 0) {
-        return global("pd").attr("Series")(global("np").attr("nan"), nb::arg("index") = asset_ids);
+/// The dates in the form of a table's index: where only one of both has a zone, by the clock.
+nb::object dates_like(nb::handle index, nb::handle dates) {
+    const nb::object zone = pyglue::attribute_or(index, "tz", nb::none());
+    nb::object same = global("pd").attr("DatetimeIndex")(dates);
+    if (zone.is_none() != same.attr("tz").is_none()) {
+        same = same.attr("tz_localize")(zone);
     }
-    return table.attr("iloc")[-1].attr("reindex")(asset_ids);
+    return same;
+}
+
+/// The table with a row for each date that it lacks, a copy of the last row before it.
+nb::object with_dates(const nb::object& table, nb::handle dates) {
+    const nb::object index = table.attr("index");
+    const nb::object missing = dates.attr("dropna")().attr("unique")().attr("difference")(index);
+    return pyglue::length(missing) == 0 ? table
+                                        : table.attr("reindex")(index.attr("union")(missing),
+                                                                nb::arg("method") = text("ffill"));
 }
 
 } // namespace
 
-nb::object entry_adjusted_prices(nb::handle market, nb::handle trade_at, nb::handle asset_ids,
-                                 nb::handle entry_dates) {
-    const nb::object np = global("np");
-    nb::object table = of_assets(trading_price(market, trade_at, true), asset_ids);
-    if (pyglue::length(table) == 0) {
-        return np.attr("full")(pyglue::integer(pyglue::length(asset_ids)), np.attr("nan"))
-            .attr("tolist")();
-    }
-    table = with_entry_dates(table, entry_dates);
-    const nb::object rows = table.attr("index").attr("get_indexer")(
-        global("pd").attr("DatetimeIndex")(entry_dates), nb::arg("method") = pyglue::text("ffill"));
-    const nb::object columns = table.attr("columns").attr("get_indexer")(asset_ids);
-    const nb::object zero = pyglue::integer(0);
-    const nb::object unlocated =
-        pyglue::compare(rows, Py_LT, zero) | pyglue::compare(columns, Py_LT, zero);
-    if (pyglue::is_true(unlocated.attr("all")())) {
-        return np.attr("full")(pyglue::integer(pyglue::length(asset_ids)), np.attr("nan"))
-            .attr("tolist")();
-    }
-    const nb::object cells = table.attr("to_numpy")()[nb::make_tuple(rows, columns)];
-    return np.attr("where")(unlocated, np.attr("nan"), cells).attr("tolist")();
+PriceSource::PriceSource(nb::handle market, nb::handle trade_at_label, nb::handle labels,
+                         nb::handle asset_ids)
+    : market_(nb::borrow<nb::object>(market)),
+      trade_at_(pyglue::is_text_equal(trade_at_label, "custom")
+                    ? text("close")
+                    : nb::borrow<nb::object>(trade_at_label)),
+      labels_(nb::borrow<nb::object>(labels)), asset_ids_(nb::borrow<nb::object>(asset_ids)) {}
+
+nb::object PriceSource::trading_price(bool adjusted) const {
+    return of_assets(market_.attr("get_trading_price")(trade_at_, nb::arg("adj") = adjusted));
 }
 
-nb::object current_prices(nb::handle market, nb::handle trade_at, nb::handle asset_ids) {
-    const nb::object prices = latest(trading_price(market, trade_at, false), asset_ids);
-    const nb::object known = prices.attr("notna")();
-    if (pyglue::is_true(known.attr("all")())) {
+/// The assets' columns alone: a market's table may be large.
+nb::object PriceSource::of_assets(const nb::object& prices) const {
+    const bool single = pyglue::is_instance(prices, global("pd").attr("Series"));
+    const nb::object table = single ? nb::object(prices.attr("to_frame")()) : prices;
+    const nb::object columns = columns_of(table);
+    const nb::object found = columns[~is_unlocated(columns)];
+    const nb::object all_rows = pyglue::slice(nb::none(), nb::none());
+    return table.attr("iloc")[nb::make_tuple(all_rows, global("np").attr("unique")(found))];
+}
+
+nb::object PriceSource::columns_of(nb::handle table) const {
+    const nb::object columns = table.attr("columns");
+    const nb::object by_label = columns.attr("get_indexer")(labels_);
+    const nb::object by_id = columns.attr("get_indexer")(asset_ids_);
+    return global("np").attr("where")(is_unlocated(by_label), by_id, by_label);
+}
+
+nb::object PriceSource::adjusted_on(nb::handle entry_dates) const {
+    nb::object table = trading_price(true);
+    const nb::object columns = columns_of(table);
+    if (pyglue::length(table) == 0) {
+        return cells(table, full_like(columns, -1), columns).attr("tolist")();
+    }
+    const nb::object dates = dates_like(table.attr("index"), entry_dates);
+    table = with_dates(table, dates);
+    const nb::object rows =
+        table.attr("index").attr("get_indexer")(dates, nb::arg("method") = text("ffill"));
+    return cells(table, rows, columns).attr("tolist")();
+}
+
+nb::object PriceSource::last_row(nb::handle table) const {
+    const nb::object columns = columns_of(table);
+    return cells(table, full_like(columns, pyglue::length(table) - 1), columns);
+}
+
+nb::object PriceSource::latest() const {
+    const nb::object prices = last_row(trading_price(false));
+    const nb::object missing = global("pd").attr("isna")(prices);
+    if (!pyglue::is_true(missing.attr("any")())) {
         return prices.attr("tolist")();
     }
     const nb::object closes =
-        latest(as_table(market.attr("get_price")(pyglue::text("close"), nb::arg("adj") = false)),
-               asset_ids);
-    return global("np").attr("where")(known, prices, closes).attr("tolist")();
+        last_row(of_assets(market_.attr("get_price")(text("close"), nb::arg("adj") = false)));
+    return global("np").attr("where")(missing, closes, prices).attr("tolist")();
 }
 
 } // namespace corvex::report

@@ -16,7 +16,9 @@ constexpr const char* kExpiryWarning =
     "report.next_data_expiry() is deprecated, use report.next_future_expiry() instead";
 
 nb::object get_execution(const Call& call) {
-    const nb::object assigned = call.self().attr("_execution_override");
+    // Reports saved by older versions lack it.
+    const nb::object assigned =
+        pyglue::attribute_or(call.self(), "_execution_override", nb::none());
     if (!assigned.is_none()) {
         return assigned;
     }
