@@ -11,7 +11,7 @@ using trades::ExitReason;
 
 Simulator::Simulator(const SimulationInput& input)
     : in_{input}, assets_{input.close.assets}, book_{input.close, input.costs},
-      solver_{input.costs, assets_}, stops_{input.stops, assets_},
+      solver_{input.costs, assets_}, stops_{input},
       excursions_{input.close, input.first_session, input.record_trades && input.record_excursions},
       log_{input.costs, assets_, input.record_trades},
       last_priced_{last_priced_sessions(input.close)} {
@@ -47,24 +47,38 @@ void Simulator::run_session(std::size_t session) {
     if (out_.ruin_session >= 0) {
         return;
     }
-    const bool touched = stops_.active() && in_.stops.touched;
-    const bool on_closes = stops_.active() && !in_.stops.touched;
     close_ended(session);
-    if (touched && !fills_at(FillAt::kOpen)) {
-        fill_touched_stops(session);
-    }
     fired_.clear();
-    if (on_closes && fills_at(FillAt::kClose)) {
-        stops_.check_closes(in_.close.row(session), fired_);
+    if (!stops_before_fills()) {
+        fill_orders(session);
     }
-    fill_orders(session);
-    if (touched && fills_at(FillAt::kOpen)) {
+    if (stops_.inside_sessions()) {
         fill_touched_stops(session);
+    } else if (stops_.on_closes()) {
+        stops_.check_closes(session, stop_block_end(session), fired_);
     }
-    if (on_closes && !fills_at(FillAt::kClose)) {
-        stops_.check_closes(in_.close.row(session), fired_);
+    if (stops_before_fills()) {
+        fill_orders(session);
     }
     fire_stops(session);
+}
+
+/// A stop comes before the orders of its session unless the orders have filled at the open, or
+/// before the close that sets it off.
+bool Simulator::stops_before_fills() const {
+    return stops_.inside_sessions() ? !fills_at(FillAt::kOpen) : fills_at(FillAt::kClose);
+}
+
+/// The session whose stops the positions of the next rebalance may be the first to set off.
+std::size_t Simulator::stop_block_end(std::size_t session) const {
+    for (std::size_t row = next_rebalance_; row < in_.signal_session.size(); ++row) {
+        const auto fill = static_cast<std::size_t>(in_.signal_session[row] + 1);
+        const std::size_t end = fill + (stops_before_fills() ? 1 : 0);
+        if (end > session) {
+            return end;
+        }
+    }
+    return in_.close.sessions();
 }
 
 void Simulator::close_ended(std::size_t session) {
@@ -95,8 +109,7 @@ void Simulator::fill_orders(std::size_t session) {
 
 void Simulator::fill_touched_stops(std::size_t session) {
     touched_.clear();
-    stops_.check_range(in_.open.empty() ? nullptr : in_.open.row(session), in_.high.row(session),
-                       in_.low.row(session), touched_);
+    stops_.check_range(session, stop_block_end(session), touched_);
     for (const TouchedStop& stop : touched_) {
         cancel_waiting(stop.asset);
         exit_position(stop.asset, session, stop.price,

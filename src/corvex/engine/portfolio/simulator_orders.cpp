@@ -248,7 +248,8 @@ void Simulator::open_round_trip(const Fill& fill) {
     const std::int64_t row = fill.cause.rebalance;
     log_.open(fill.asset, row, fill.session, fill.price, fill.weight);
     if (stops_.active()) {
-        stops_.enter(fill.asset, is_long, executed);
+        stops_.enter(fill.asset, is_long, executed,
+                     fill.session + (stops_before_fills() ? 1 : 0));
         // This close may have set off a stop of the position that the new one replaces.
         std::erase_if(fired_, [&](const FiredStop& stop) { return stop.asset == fill.asset; });
     }

@@ -40,6 +40,8 @@ class Simulator {
     void fill_orders(std::size_t session);
     void fill_touched_stops(std::size_t session);
     void fire_stops(std::size_t session);
+    [[nodiscard]] bool stops_before_fills() const;
+    [[nodiscard]] std::size_t stop_block_end(std::size_t session) const;
     void write_down(std::size_t session);
     void ruin(std::size_t session);
     void finish();

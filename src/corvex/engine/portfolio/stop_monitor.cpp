@@ -8,17 +8,17 @@ namespace corvex::engine::portfolio {
 namespace {
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
+constexpr double kMissing = std::numeric_limits<double>::quiet_NaN();
 using trades::ExitReason;
 
 } // namespace
 
-StopMonitor::StopMonitor(const StopRules& rules, std::size_t assets) : rules_{rules} {
-    const std::size_t count = rules.any() ? assets : 0;
-    side_.resize(count);
-    loss_level_.resize(count);
-    profit_level_.resize(count);
-    best_.resize(count);
-    trail_.resize(count);
+StopMonitor::StopMonitor(const SimulationInput& input) : in_{input}, rules_{input.stops} {
+    const std::size_t count = rules_.any() ? input.close.assets : 0;
+    for (auto* values : {&side_, &loss_level_, &profit_level_, &best_, &trail_}) {
+        values->resize(count);
+    }
+    reached_.resize(count);
     for (std::size_t asset = 0; asset < count; ++asset) {
         leave(asset);
     }
@@ -31,9 +31,11 @@ void StopMonitor::leave(std::size_t asset) {
     // An infinite best price gives the trailing level infinity - infinity: NaN, never reached.
     best_[asset] = kInfinity;
     trail_[asset] = 1.0;
+    reached_[asset] = -1;
 }
 
-void StopMonitor::enter(std::size_t asset, bool is_long, double fill_price) {
+void StopMonitor::enter(std::size_t asset, bool is_long, double fill_price,
+                        std::size_t first_check) {
     const double side = is_long ? 1.0 : -1.0;
     side_[asset] = side;
     loss_level_[asset] = side * fill_price - fill_price * rules_.loss;
@@ -41,105 +43,152 @@ void StopMonitor::enter(std::size_t asset, bool is_long, double fill_price) {
     const bool trails = std::isfinite(rules_.trail);
     best_[asset] = trails ? side * fill_price : kInfinity;
     trail_[asset] = trails ? side * rules_.trail : 1.0;
+    reached_[asset] = -1;
+    scan_asset(asset, first_check);
 }
 
-bool StopMonitor::reaches(std::size_t asset, double worst, double best) const {
-    return worst <= loss_level_[asset] || worst <= trail_level(asset) ||
-           best >= profit_level_[asset];
-}
-
-/// Whether one of four assets reaches a level; the best prices follow if none does, since the
-/// stops that fire still need the old ones.
-[[gnu::always_inline]] inline bool StopMonitor::scan(std::size_t asset, const Lanes& worst,
-                                                     const Lanes& best_now) {
-    Lanes loss;
-    Lanes profit;
-    Lanes best;
-    Lanes trail;
-    load(&loss_level_[asset], loss);
-    load(&profit_level_[asset], profit);
-    load(&best_[asset], best);
-    load(&trail_[asset], trail);
-    if (any((worst <= loss) | (worst <= best - best * trail) | (best_now >= profit))) {
-        return true;
-    }
-    best = best_now > best ? best_now : best;
-    store(best, &best_[asset]);
-    return false;
-}
-
-void StopMonitor::check_close(std::size_t asset, double close, std::vector<FiredStop>& fired) {
-    const double price = side_[asset] * close;
-    if (reaches(asset, price, price)) {
+void StopMonitor::check_closes(std::size_t session, std::size_t until,
+                               std::vector<FiredStop>& fired) {
+    for (const std::uint32_t asset : reached_in(session, until)) {
+        const double price = range(asset, session).worst;
         const ExitReason reason = price <= loss_level_[asset]   ? ExitReason::kStopLoss
                                   : price <= trail_level(asset) ? ExitReason::kTrailStop
                                                                 : ExitReason::kTakeProfit;
-        fired.push_back({static_cast<std::uint32_t>(asset), reason});
+        fired.push_back({asset, reason});
     }
-    best_[asset] = price > best_[asset] ? price : best_[asset];
+}
+
+void StopMonitor::check_range(std::size_t session, std::size_t until,
+                              std::vector<TouchedStop>& fired) {
+    for (const std::uint32_t asset : reached_in(session, until)) {
+        fired.push_back(touch(asset, session));
+    }
+}
+
+/// Assets whose stop is reached in a session, ascending.
+const std::vector<std::uint32_t>& StopMonitor::reached_in(std::size_t session, std::size_t until) {
+    if (session >= block_end_) {
+        block_begin_ = session;
+        block_end_ = std::min({session + kBlock, until, in_.close.sessions()});
+        for (auto& hits : hits_) {
+            hits.clear();
+        }
+        rules_.touched ? scan_ranges() : scan_closes();
+    }
+    current_.clear();
+    for (const std::uint32_t asset : hits_[session - block_begin_]) {
+        if (reached_[asset] == static_cast<std::int64_t>(session)) {
+            reached_[asset] = -1;
+            current_.push_back(asset);
+        }
+    }
+    std::ranges::sort(current_);
+    return current_;
+}
+
+StopMonitor::Range StopMonitor::range(std::size_t asset, std::size_t session) const {
+    const double side = side_[asset];
+    if (!rules_.touched) {
+        const double price = side * in_.close.at(session, asset);
+        return {price, price};
+    }
+    const double high = side * in_.high.at(session, asset);
+    const double low = side * in_.low.at(session, asset);
+    return side > 0.0 ? Range{low, high} : Range{high, low};
 }
 
 CORVEX_VECTOR_CLONES
-void StopMonitor::check_closes(const double* close, std::vector<FiredStop>& fired) {
+void StopMonitor::scan_closes() {
     std::size_t asset = 0;
     for (; asset + kLanes <= side_.size(); asset += kLanes) {
-        Lanes side;
-        Lanes price;
-        load(&side_[asset], side);
-        load(close + asset, price);
-        price *= side;
-        if (scan(asset, price, price)) [[unlikely]] {
-            for (std::size_t lane = asset; lane < asset + kLanes; ++lane) {
-                check_close(lane, close[lane], fired);
-            }
-        }
+        scan_strip(asset, [&](std::size_t session, const Lanes& side, Lanes& worst, Lanes& best) {
+            load(in_.close.row(session) + asset, worst);
+            worst *= side;
+            best = worst;
+        });
     }
     for (; asset < side_.size(); ++asset) {
-        check_close(asset, close[asset], fired);
+        scan_asset(asset, block_begin_);
     }
-}
-
-void StopMonitor::check_touch(std::size_t asset, double open, double high, double low,
-                              std::vector<TouchedStop>& fired) {
-    const double worst = side_[asset] > 0.0 ? low : -high;
-    const double best = side_[asset] > 0.0 ? high : -low;
-    if (reaches(asset, worst, best)) {
-        fired.push_back(touch(asset, side_[asset] * open, worst, best));
-    }
-    best_[asset] = best > best_[asset] ? best : best_[asset];
 }
 
 CORVEX_VECTOR_CLONES
-void StopMonitor::check_range(const double* open, const double* high, const double* low,
-                              std::vector<TouchedStop>& fired) {
-    const auto check = [&](std::size_t asset) {
-        const double quote =
-            open == nullptr ? std::numeric_limits<double>::quiet_NaN() : open[asset];
-        check_touch(asset, quote, high[asset], low[asset], fired);
-    };
+void StopMonitor::scan_ranges() {
     std::size_t asset = 0;
     for (; asset + kLanes <= side_.size(); asset += kLanes) {
-        Lanes side;
-        Lanes top;
-        Lanes bottom;
-        load(&side_[asset], side);
-        load(high + asset, top);
-        load(low + asset, bottom);
-        const LaneMask is_long = side > 0.0;
-        const Lanes worst = is_long ? bottom : -top;
-        const Lanes best = is_long ? top : -bottom;
-        if (scan(asset, worst, best)) [[unlikely]] {
-            for (std::size_t lane = asset; lane < asset + kLanes; ++lane) {
-                check(lane);
-            }
-        }
+        scan_strip(asset, [&](std::size_t session, const Lanes& side, Lanes& worst, Lanes& best) {
+            Lanes high;
+            Lanes low;
+            load(in_.high.row(session) + asset, high);
+            load(in_.low.row(session) + asset, low);
+            worst = side * (side > 0.0 ? low : high);
+            best = side * (side > 0.0 ? high : low);
+        });
     }
     for (; asset < side_.size(); ++asset) {
-        check(asset);
+        scan_asset(asset, block_begin_);
     }
 }
 
-TouchedStop StopMonitor::touch(std::size_t asset, double open, double worst, double best) const {
+/// Looks through the block for four assets. The best price of one that reaches a stop stays that
+/// of the session before, which the level of the stop counts from.
+template <typename Prices>
+[[gnu::always_inline]] inline void StopMonitor::scan_strip(std::size_t asset,
+                                                           const Prices& prices) {
+    Lanes side;
+    load(&side_[asset], side);
+    if (!any(side != 0.0)) {
+        return;
+    }
+    Lanes loss;
+    Lanes profit;
+    Lanes trail;
+    Lanes best;
+    load(&loss_level_[asset], loss);
+    load(&profit_level_[asset], profit);
+    load(&trail_[asset], trail);
+    load(&best_[asset], best);
+    LaneMask reached{};
+    LaneMask first = LaneMask{} - 1;
+    for (std::size_t session = block_begin_; session < block_end_; ++session) {
+        Lanes worst;
+        Lanes best_now;
+        prices(session, side, worst, best_now);
+        const LaneMask hit =
+            (worst <= loss) | (worst <= best - best * trail) | (best_now >= profit);
+        first = (hit & ~reached) != 0 ? LaneMask{} + static_cast<std::int64_t>(session) : first;
+        reached |= hit;
+        best = (~reached & (best_now > best)) != 0 ? best_now : best;
+    }
+    store(best, &best_[asset]);
+    for (std::size_t lane = 0; any(reached) && lane < kLanes; ++lane) {
+        if (reached[lane] != 0) {
+            note(asset + lane, static_cast<std::size_t>(first[lane]));
+        }
+    }
+}
+
+/// The same for one asset that enters inside the block, or lies beyond the last strip.
+void StopMonitor::scan_asset(std::size_t asset, std::size_t begin) {
+    for (std::size_t session = begin; session < block_end_; ++session) {
+        const auto [worst, best] = range(asset, session);
+        if (worst <= loss_level_[asset] || worst <= trail_level(asset) ||
+            best >= profit_level_[asset]) {
+            note(asset, session);
+            return;
+        }
+        best_[asset] = best > best_[asset] ? best : best_[asset];
+    }
+}
+
+void StopMonitor::note(std::size_t asset, std::size_t session) {
+    reached_[asset] = static_cast<std::int64_t>(session);
+    hits_[session - block_begin_].push_back(static_cast<std::uint32_t>(asset));
+}
+
+TouchedStop StopMonitor::touch(std::size_t asset, std::size_t session) const {
+    const auto [worst, best] = range(asset, session);
+    const double open = in_.open.empty() ? kMissing : side_[asset] * in_.open.at(session, asset);
     // The nearer of the two lower levels is met first; NaN (no trailing stop) never wins.
     const bool trails = trail_level(asset) > loss_level_[asset];
     const double lower = trails ? trail_level(asset) : loss_level_[asset];
@@ -154,9 +203,9 @@ TouchedStop StopMonitor::touch(std::size_t asset, double open, double worst, dou
         return at(open, ExitReason::kTakeProfit);
     }
     if (worst <= lower) {
-        return at(std::isnan(best) ? lower : std::min(lower, best), loss);
+        return at(is_missing(best) ? lower : std::min(lower, best), loss);
     }
-    return at(std::isnan(worst) ? profit_level_[asset] : std::max(profit_level_[asset], worst),
+    return at(is_missing(worst) ? profit_level_[asset] : std::max(profit_level_[asset], worst),
               ExitReason::kTakeProfit);
 }
 
