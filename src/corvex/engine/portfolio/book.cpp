@@ -2,10 +2,9 @@
 
 #include "corvex/engine/core/lanes.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
-#include <numeric>
-#include <utility>
 
 namespace corvex::engine::portfolio {
 
@@ -69,7 +68,7 @@ double Book::dot(const double* row) const {
 }
 
 double Book::mark(std::size_t session) {
-    if (std::exchange(changed_, false)) {
+    if (changed_) {
         refresh_held();
     }
     const double value = dot(close_.row(session));
@@ -77,6 +76,9 @@ double Book::mark(std::size_t session) {
 }
 
 double Book::mark_with_gaps(std::size_t session) {
+    if (gone_ > 0) {
+        refresh_held(); // the missing price may be that of a sold asset
+    }
     const double* row = close_.row(session);
     double value = 0.0;
     for (std::size_t k = 0; k < held_.size(); ++k) {
@@ -115,7 +117,12 @@ void Book::trade(std::size_t asset, double value, double price, std::size_t sess
         cash_ -= bought * (1.0 - costs_.sell_rate());
         totals.add(costs_, 0.0, -bought);
     }
-    set_holding(asset, value, price, session);
+    set_shares(asset, value == 0.0 ? 0.0 : value / price, price, session);
+    if (value == 0.0) {
+        drop(asset);
+    } else {
+        changed_ = true;
+    }
 }
 
 void Book::forgive_rounding(double equity) {
@@ -124,20 +131,36 @@ void Book::forgive_rounding(double equity) {
     }
 }
 
+const std::vector<std::uint32_t>& Book::held() {
+    refresh_held();
+    return held_;
+}
+
 void Book::refresh_held() {
-    if (std::exchange(grown_, false)) {
-        held_.resize(close_.assets);
-        std::iota(held_.begin(), held_.end(), 0U);
-        held_shares_.resize(close_.assets);
-    }
+    held_.resize(close_.assets);
     std::size_t count = 0;
-    for (const std::uint32_t asset : held_) {
-        held_[count] = asset;
-        held_shares_[count] = shares_[asset];
+    for (std::size_t asset = 0; asset < close_.assets; ++asset) {
+        held_[count] = static_cast<std::uint32_t>(asset);
         count += static_cast<std::size_t>(shares_[asset] != 0.0);
     }
     held_.resize(count);
     held_shares_.resize(count);
+    for (std::size_t k = 0; k < count; ++k) {
+        held_shares_[k] = shares_[held_[k]];
+    }
+    gone_ = 0;
+    changed_ = false;
+}
+
+void Book::drop(std::size_t asset) {
+    const auto found = std::ranges::lower_bound(held_, static_cast<std::uint32_t>(asset));
+    if (changed_ || found == held_.end() || *found != asset) {
+        changed_ = true;
+        return;
+    }
+    held_shares_[static_cast<std::size_t>(found - held_.begin())] = 0.0;
+    ++gone_;
+    changed_ = gone_ * 8 > held_.size();
 }
 
 } // namespace corvex::engine::portfolio

@@ -21,18 +21,17 @@ class Book {
     /// The price that a close of this session leaves an asset at.
     [[nodiscard]] double price_after(std::size_t asset, std::size_t session) const;
 
-    /// Sets a holding to `value` at a quoted price. Costs and cash are the caller's (a rebalance
-    /// knows both exactly) or those of trade().
-    void set_holding(std::size_t asset, double value, double price, std::size_t session) {
-        const double shares = value == 0.0 ? 0.0 : value / price;
-        changed_ = true;
-        grown_ |= shares_[asset] == 0.0;
+    /// Sets a holding that was traded at a quoted price. Cash and costs are the caller's: a
+    /// rebalance knows both exactly.
+    void set_shares(std::size_t asset, double shares, double price, std::size_t session) {
         shares_[asset] = shares;
         if (is_missing(close_.at(session, asset))) {
             known_[asset] = price;
             known_session_[asset] = static_cast<std::int64_t>(session);
         }
     }
+    /// Many holdings have been set: held() and mark() follow.
+    void holdings_changed() { changed_ = true; }
     /// Trades one asset to a holding of `value`; pays for it and for the costs.
     void trade(std::size_t asset, double value, double price, std::size_t session,
                CostTotals& totals);
@@ -42,13 +41,14 @@ class Book {
     [[nodiscard]] double cash() const { return cash_; }
     [[nodiscard]] double shares(std::size_t asset) const { return shares_[asset]; }
     [[nodiscard]] const std::vector<double>& shares() const { return shares_; }
-    /// The held assets at the last mark(), ascending.
-    [[nodiscard]] const std::vector<std::uint32_t>& held() const { return held_; }
+    /// The held assets, ascending.
+    const std::vector<std::uint32_t>& held();
 
   private:
     [[nodiscard]] double dot(const double* row) const;
     double mark_with_gaps(std::size_t session);
     void refresh_held();
+    void drop(std::size_t asset);
 
     const PriceTable& close_;
     const Costs& costs_;
@@ -58,11 +58,12 @@ class Book {
     /// close is only noted when the next one is missing, so the usual session writes nothing.
     std::vector<double> known_;
     std::vector<std::int64_t> known_session_;
-    /// The held assets, ascending, and their shares side by side.
+    /// The held assets, ascending, and their shares side by side. A sold asset stays with zero
+    /// shares until enough of them are gone.
     std::vector<std::uint32_t> held_;
     std::vector<double> held_shares_;
-    bool changed_ = false; ///< holdings differ from held_shares_
-    bool grown_ = false;   ///< an asset may be held that held_ lacks
+    std::size_t gone_ = 0; ///< assets in held_ with zero shares
+    bool changed_ = false; ///< holdings differ from held_ and held_shares_
 };
 
 } // namespace corvex::engine::portfolio

@@ -10,12 +10,14 @@ namespace corvex::engine::portfolio {
 namespace {
 
 constexpr double kCashTolerance = 1e-14;
+constexpr double kRounding = 1e-12;
 
 } // namespace
 
 RebalanceSolver::RebalanceSolver(const Costs& costs, std::size_t assets)
     : buy_rate_{costs.buy_rate()}, sell_rate_{costs.sell_rate()}, held_(assets + kLanes),
-      weight_(assets + kLanes), per_equity_(assets + kLanes), offset_(assets + kLanes) {}
+      price_(assets + kLanes), weight_(assets + kLanes), shares_(assets + kLanes),
+      per_equity_(assets + kLanes), offset_(assets + kLanes) {}
 
 void RebalanceSolver::clear() {
     size_ = 0;
@@ -29,16 +31,40 @@ void RebalanceSolver::add_stuck(double held, double weight) {
     has_stuck_ = true;
 }
 
-double RebalanceSolver::cash_after(double invested) const {
-    const double cash = equity_ - invested - stuck_value_;
+CORVEX_VECTOR_CLONES
+RebalanceSolver::Trades RebalanceSolver::trade() {
+    Lanes bought{};
+    Lanes net{};
+    Lanes invested{};
+    for (std::size_t k = 0; k < size_; k += kLanes) {
+        Lanes held;
+        Lanes price;
+        Lanes per_equity;
+        Lanes offset;
+        load(&held_[k], held);
+        load(&price_[k], price);
+        load(&per_equity_[k], per_equity);
+        load(&offset_[k], offset);
+        const Lanes value = per_equity * equity_ + offset;
+        const Lanes change = value - held;
+        bought += change > 0.0 ? change : Lanes{};
+        net += change;
+        invested += value;
+        store(value / price, &shares_[k]);
+    }
+    double cash = equity_ - sum(invested) - stuck_value_;
     // Weights that sum to one leave no cash; a rounding error must not look like a debt.
-    return cash < 0.0 && cash > -kCashTolerance * equity_ * 100.0 ? 0.0 : cash;
+    if (cash < 0.0 && cash > -kRounding * equity_) {
+        cash = 0.0;
+    }
+    return {sum(bought), sum(bought) - sum(net), cash};
 }
 
 double RebalanceSolver::solve(double equity_before) {
     // The padding beside the last asset holds nothing and wants nothing.
     for (std::size_t k = size_; k < size_ + kLanes; ++k) {
         held_[k] = weight_[k] = per_equity_[k] = offset_[k] = 0.0;
+        price_[k] = 1.0;
     }
     set_long_targets(1.0, 0.0);
     equity_ = newton(equity_before);

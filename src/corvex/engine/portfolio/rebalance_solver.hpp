@@ -17,9 +17,10 @@ class RebalanceSolver {
     RebalanceSolver(const Costs& costs, std::size_t assets);
 
     void clear();
-    /// An asset that can be traded now, by its value held and its target weight.
-    void add(double held, double weight) {
+    /// An asset that can be traded now, by its value held, its price and its target weight.
+    void add(double held, double price, double weight) {
         held_[size_] = held;
+        price_[size_] = price;
         weight_[size_] = weight;
         ++size_;
         (weight > 0.0 ? long_weight_ : short_weight_) += weight;
@@ -34,12 +35,17 @@ class RebalanceSolver {
     /// plan where they sum to more than one.
     double solve(double equity_before);
 
-    [[nodiscard]] double target_value(std::size_t index) const {
-        return per_equity_[index] * equity_ + offset_[index];
-    }
-    /// Cash that remains beside tradable holdings of the given total value.
-    [[nodiscard]] double cash_after(double invested) const;
-    [[nodiscard]] double held(std::size_t index) const { return held_[index]; }
+    /// What the solution trades, in quoted values, and the cash that remains.
+    struct Trades {
+        double bought;
+        double sold;
+        double cash;
+    };
+    /// Works the trades out; shares() follows.
+    Trades trade();
+    /// The new number of shares of an asset.
+    [[nodiscard]] double shares(std::size_t index) const { return shares_[index]; }
+    [[nodiscard]] double price(std::size_t index) const { return price_[index]; }
     [[nodiscard]] double weight(std::size_t index) const { return weight_[index]; }
     [[nodiscard]] std::size_t size() const { return size_; }
 
@@ -60,7 +66,9 @@ class RebalanceSolver {
     double sell_rate_;
     std::size_t size_ = 0;
     std::vector<double> held_;
+    std::vector<double> price_;
     std::vector<double> weight_;
+    std::vector<double> shares_;
     std::vector<double> per_equity_; ///< target = per_equity x equity + offset
     std::vector<double> offset_;
     double long_weight_ = 0.0;

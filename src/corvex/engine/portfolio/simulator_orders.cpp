@@ -72,7 +72,6 @@ void Simulator::rebalance(std::int64_t row, std::size_t session) {
 double Simulator::collect_rebalance(const double* weights, std::size_t session) {
     solver_.clear();
     tradable_.clear();
-    tradable_price_.clear();
     total_weight_ = 0.0;
     double equity = book_.cash();
     for (std::size_t asset = 0; asset < assets_; ++asset) {
@@ -90,40 +89,30 @@ double Simulator::collect_rebalance(const double* weights, std::size_t session) 
             continue;
         }
         const double value = shares * price;
-        solver_.add(value, weights[asset]);
+        solver_.add(value, price, weights[asset]);
         tradable_.push_back(static_cast<std::uint32_t>(asset));
-        tradable_price_.push_back(price);
         equity += value;
     }
     return equity;
 }
 
 void Simulator::apply_rebalance(std::int64_t row, std::size_t session) {
-    double bought = 0.0;
-    double sold = 0.0;
-    double invested = 0.0;
+    const RebalanceSolver::Trades trades = solver_.trade();
+    const ExitCause cause{ExitReason::kRebalance, in_.signal_session[static_cast<std::size_t>(row)],
+                          row};
     for (std::size_t k = 0; k < tradable_.size(); ++k) {
         const std::size_t asset = tradable_[k];
         const double before = book_.shares(asset);
-        const double value = solver_.target_value(k);
-        const double change = value - solver_.held(k);
-        bought += std::max(change, 0.0);
-        sold += std::max(-change, 0.0);
-        invested += value;
-        book_.set_holding(asset, value, tradable_price_[k], session);
+        const double after = solver_.shares(k);
+        book_.set_shares(asset, after, solver_.price(k), session);
         out_.weights_in_force[asset] = solver_.weight(k);
-        if (!same_side(before, book_.shares(asset))) {
-            position_changed(
-                {asset,
-                 session,
-                 tradable_price_[k],
-                 solver_.weight(k),
-                 before,
-                 {ExitReason::kRebalance, in_.signal_session[static_cast<std::size_t>(row)], row}});
+        if (!same_side(before, after)) {
+            position_changed({asset, session, solver_.price(k), solver_.weight(k), before, cause});
         }
     }
-    book_.set_cash(solver_.cash_after(invested));
-    paid_.add(in_.costs, bought, sold);
+    book_.holdings_changed();
+    book_.set_cash(trades.cash);
+    paid_.add(in_.costs, trades.bought, trades.sold);
 }
 
 void Simulator::cancel_all_waiting() {
@@ -248,8 +237,7 @@ void Simulator::open_round_trip(const Fill& fill) {
     const std::int64_t row = fill.cause.rebalance;
     log_.open(fill.asset, row, fill.session, fill.price, fill.weight);
     if (stops_.active()) {
-        stops_.enter(fill.asset, is_long, executed,
-                     fill.session + (stops_before_fills() ? 1 : 0));
+        stops_.enter(fill.asset, is_long, executed, fill.session + (stops_before_fills() ? 1 : 0));
         // This close may have set off a stop of the position that the new one replaces.
         std::erase_if(fired_, [&](const FiredStop& stop) { return stop.asset == fill.asset; });
     }

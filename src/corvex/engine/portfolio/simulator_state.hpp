@@ -90,10 +90,9 @@ class Simulator {
     std::size_t ends_done_ = 0;
 
     std::vector<std::uint32_t> tradable_; ///< assets in the order in which the solver has them
-    std::vector<double> tradable_price_;
-    std::vector<std::uint32_t> waiting_; ///< assets whose order waits for a price
-    double total_weight_ = 0.0;          ///< of the rebalance that they belong to
-    std::vector<std::uint32_t> pending_; ///< assets whose stop exit waits for its fill
+    std::vector<std::uint32_t> waiting_;  ///< assets whose order waits for a price
+    double total_weight_ = 0.0;           ///< of the rebalance that they belong to
+    std::vector<std::uint32_t> pending_;  ///< assets whose stop exit waits for its fill
     std::vector<FiredStop> fired_;
     std::vector<TouchedStop> touched_;
     bool out_of_equity_ = false; ///< an order met equity at or below zero

@@ -131,10 +131,10 @@ void StopMonitor::scan_ranges() {
 }
 
 /// Looks through the block for four assets. The best price of one that reaches a stop stays that
-/// of the session before, which the level of the stop counts from.
+/// of the session before, which the level of the stop counts from; it is kept beside the running
+/// one, so that the next session need not wait for the comparison.
 template <typename Prices>
-[[gnu::always_inline]] inline void StopMonitor::scan_strip(std::size_t asset,
-                                                           const Prices& prices) {
+inline void StopMonitor::scan_strip(std::size_t asset, const Prices& prices) {
     Lanes side;
     load(&side_[asset], side);
     if (!any(side != 0.0)) {
@@ -148,6 +148,7 @@ template <typename Prices>
     load(&profit_level_[asset], profit);
     load(&trail_[asset], trail);
     load(&best_[asset], best);
+    Lanes best_before = best;
     LaneMask reached{};
     LaneMask first = LaneMask{} - 1;
     for (std::size_t session = block_begin_; session < block_end_; ++session) {
@@ -156,10 +157,13 @@ template <typename Prices>
         prices(session, side, worst, best_now);
         const LaneMask hit =
             (worst <= loss) | (worst <= best - best * trail) | (best_now >= profit);
-        first = (hit & ~reached) != 0 ? LaneMask{} + static_cast<std::int64_t>(session) : first;
+        const LaneMask now = hit & ~reached;
+        first = now != 0 ? LaneMask{} + static_cast<std::int64_t>(session) : first;
+        best_before = now != 0 ? best : best_before;
         reached |= hit;
-        best = (~reached & (best_now > best)) != 0 ? best_now : best;
+        best = best_now > best ? best_now : best;
     }
+    best = reached != 0 ? best_before : best;
     store(best, &best_[asset]);
     for (std::size_t lane = 0; any(reached) && lane < kLanes; ++lane) {
         if (reached[lane] != 0) {

@@ -72,7 +72,7 @@ class StopMonitor {
     void scan_closes();
     void scan_ranges();
     template <typename Prices>
-    void scan_strip(std::size_t asset, const Prices& prices);
+    [[gnu::always_inline]] void scan_strip(std::size_t asset, const Prices& prices);
     void scan_asset(std::size_t asset, std::size_t begin);
     void note(std::size_t asset, std::size_t session);
     [[nodiscard]] TouchedStop touch(std::size_t asset, std::size_t session) const;
