@@ -29,6 +29,13 @@ nb::object milliseconds(nb::handle column, const char* numpy_type) {
     return series.attr("astype")(text("Int64")).attr("mask")(missing);
 }
 
+/// By position: pandas takes item assignment from compiled code for a chained one, and warns.
+void replace_column(nb::handle table, Py_ssize_t position, const char* numpy_type) {
+    const nb::object column = table.attr(
+        "iloc")[nb::make_tuple(pyglue::slice(nb::none(), nb::none()), pyglue::integer(position))];
+    table.attr("isetitem")(pyglue::integer(position), milliseconds(column, numpy_type));
+}
+
 /// The table with its dates as epoch milliseconds. pandas writes them so by default, but its newest
 /// version warns that it will write texts one day, also when it is asked for epochs; an index of
 /// dates, which is not written at all, is enough for the warning.
@@ -36,19 +43,16 @@ nb::object with_epoch_dates(const nb::object& wire) {
     if (!pyglue::is_instance(wire, global("pd").attr("DataFrame"))) {
         return wire;
     }
-    nb::object table = wire.attr("reset_index")(nb::arg("drop") = true);
-    // pandas refuses doubled names itself.
-    if (!pyglue::is_true(table.attr("columns").attr("is_unique"))) {
-        return table;
-    }
-    pyglue::for_each(wire.attr("dtypes").attr("items")(), [&](const nb::object& column) {
-        const nb::object label = column[0];
-        const nb::object kind = nb::object(column[1]).attr("kind");
+    const nb::object table = wire.attr("reset_index")(nb::arg("drop") = true);
+    Py_ssize_t position = 0;
+    pyglue::for_each(table.attr("dtypes"), [&](const nb::object& dtype) {
+        const nb::object kind = dtype.attr("kind");
         if (pyglue::is_text_equal(kind, "M")) {
-            table[label] = milliseconds(table[label], "datetime64[ms]");
+            replace_column(table, position, "datetime64[ms]");
         } else if (pyglue::is_text_equal(kind, "m")) {
-            table[label] = milliseconds(table[label], "timedelta64[ms]");
+            replace_column(table, position, "timedelta64[ms]");
         }
+        ++position;
         return true;
     });
     return table;
