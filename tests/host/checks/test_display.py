@@ -118,6 +118,9 @@ def test_without_a_notebook_the_text_is_printed(
     assert capsys.readouterr().out == report.to_text() + "\n"
     assert warned() == [warning(NO_NOTEBOOK)]
     assert [framed for _, framed, _ in pages] == [False]
+    report.display(lagacy=True)
+    assert capsys.readouterr().out == report.to_text() + "\n"
+    assert warned()[1:] == [warning("lagacy mode will be deprecated"), warning(NO_NOTEBOOK)]
 
 
 def test_older_view(report, shown, warned, pages, tmp_path, monkeypatch):

@@ -211,7 +211,19 @@ def test_form_and_document_of_the_older_service(cloud, module, monkeypatch):
     assert cloud.written == []
 
 
-def test_answers_of_the_older_service(cloud, module, monkeypatch, capsys):
+def test_reports_of_older_versions_are_published_too(cloud):
+    older = ("live_performance_start", "stop_loss", "take_profit", "_execution_override")
+    for name in older:
+        delattr(cloud.report, name)
+    cloud.report.next_trading_date = None
+    cloud.use("api_token")
+    assert cloud.report.upload() is True
+    document = json.loads(cloud.posts[0][1]["data"]["data"])
+    assert [document[key] for key in (*older[:3], "next_trading_date")] == [None] * 4
+    assert document["execution"]["schema"] == "report.execution.v1"
+
+
+def test_answers_of_the_older_service(cloud, module, monkeypatch):
     cloud.use("api_token")
     cloud.response = SimpleNamespace(status_code=403, text="not allowed")
     refused = {"status": "error", "message": "not allowed"}

@@ -28,6 +28,11 @@ nb::object iso_or_none(nb::handle date) {
     return pyglue::is_true(date) ? date.attr("isoformat")() : nb::none();
 }
 
+/// Reports of older versions lack the later ones.
+nb::object optional_attribute(nb::handle report, const char* name) {
+    return pyglue::attribute_or(report, name, nb::none());
+}
+
 /// One record, or several by name, as texts and numbers.
 nb::object execution_record(nb::handle report) {
     const nb::object execution =
@@ -64,15 +69,15 @@ nb::dict legacy_document(nb::handle report) {
     }
     document["timestamp_name"] = market.attr("get_name")();
     document["freq"] = market.attr("get_freq")();
-    document["update_date"] = report.attr("update_date").attr("isoformat")();
-    document["next_trading_date"] = report.attr("next_trading_date").attr("isoformat")();
+    document["update_date"] = iso_or_none(report.attr("update_date"));
+    document["next_trading_date"] = iso_or_none(report.attr("next_trading_date"));
     document["position"] = report.attr("position_info")();
     document["position2"] = report.attr("position_info2")();
     document["execution"] = execution_record(report);
     document["live_performance_start"] =
-        iso_or_none(pyglue::attribute_or(report, "live_performance_start", nb::none()));
-    document["stop_loss"] = report.attr("stop_loss");
-    document["take_profit"] = report.attr("take_profit");
+        iso_or_none(optional_attribute(report, "live_performance_start"));
+    document["stop_loss"] = optional_attribute(report, "stop_loss");
+    document["take_profit"] = optional_attribute(report, "take_profit");
     document.attr("update")(report.attr("_to_json046")());
     add_freshness(document, report);
     return document;

@@ -4,6 +4,8 @@
 #include "corvex/core/report/module_globals.hpp"
 #include "corvex/core/report/present/older_view.hpp"
 
+#include <optional>
+
 namespace corvex::report {
 
 namespace {
@@ -50,25 +52,36 @@ void cancel_cell_scrolling() {
     }
 }
 
-void show_current_view(nb::handle report) {
-    nb::object html_type;
-    nb::object show;
+struct Notebook {
+    nb::object html;
+    nb::object display;
+};
+
+/// Nothing where IPython is missing: then the text summary is printed instead.
+std::optional<Notebook> notebook_or_text(nb::handle report) {
     try {
-        html_type = imported("IPython.display", "HTML");
-        show = imported("IPython.display", "display");
+        return Notebook{imported("IPython.display", "HTML"),
+                        imported("IPython.display", "display")};
     } catch (const nb::python_error& error) {
         if (!error.matches(PyExc_ImportError)) {
             throw;
         }
-        global("print")(report.attr("to_text")());
-        warn(kNoNotebook);
+    }
+    global("print")(report.attr("to_text")());
+    warn(kNoNotebook);
+    return std::nullopt;
+}
+
+void show_current_view(nb::handle report) {
+    const auto notebook = notebook_or_text(report);
+    if (!notebook) {
         return;
     }
     const nb::object page = notebook_page(report);
     if (pyglue::is_text_equal(global("check_environment")(), "Google Colab")) {
         cancel_cell_scrolling();
     }
-    show(html_type(page));
+    notebook->display(notebook->html(page));
 }
 
 nb::object display(const Call& call) {
@@ -85,7 +98,9 @@ nb::object display(const Call& call) {
         warn("save_report_path is not supported in lagacy mode.");
     }
     warn("lagacy mode will be deprecated");
-    show_older_view(self, imported("IPython.display", "display"));
+    if (const auto notebook = notebook_or_text(self)) {
+        show_older_view(self, notebook->display);
+    }
     return nb::none();
 }
 
