@@ -12,7 +12,7 @@ from functools import lru_cache
 from pathlib import Path
 from typing import IO, Any
 
-import requests
+from corvex import http_client as requests
 
 __all__ = ["atomic_open", "get_tmp_dir", "logger", "requests", "write_bytes", "write_text"]
 

@@ -9,6 +9,8 @@ from collections.abc import Mapping
 from typing import Any
 from urllib.parse import urlencode
 
+from corvex.credentials import redact
+
 __all__ = [
     "interpret_legacy_upload_response",
     "post_legacy_upload_pyodide_no_cors",
@@ -67,21 +69,39 @@ def interpret_legacy_upload_response(status_code: int, text: str) -> dict[str, A
         None when the upload was accepted: a status of 200 to 299 whose body does not report a
         failure. Else ``{"status": "error", "message": ..., "status_code": ...}``, the message
         taken from the body (JSON keys ``message``, ``error`` or ``detail``, else the text, at
-        most 500 characters) or "HTTP <status>" when it says nothing.
+        most 500 characters) or "HTTP <status>" when it says nothing. Tokens that the service
+        sends back are replaced by stars.
 
     Notes
     -----
     A service may refuse with status 200 and a JSON object whose ``status`` is "error" or "fail",
-    whose ``success`` is false, or which holds a non-empty ``error``; that counts as refused.
+    whose ``success`` is false, or which holds a non-empty ``error``; that counts as refused. So
+    does a web page: something between here and the service has answered.
     """
     body = _parse_object(text)
-    if 200 <= status_code < 300 and not _reports_failure(body):
-        return None
+    if 200 <= status_code < 300:
+        if _is_web_page(text):
+            return _refusal("a web page answered instead of the service", status_code)
+        if not _reports_failure(body):
+            return None
     message = _message_of(body) if body is not None else " ".join((text or "").split())
+    # Redacted before it is cut, so that no half of a token stays; and shown on terminals, so that
+    # nothing that controls them may be in it.
+    message = "".join(c if c.isprintable() else " " for c in redact(message)).strip()
     message = message or f"HTTP {status_code}"
     if len(message) > _MESSAGE_LIMIT:
         message = message[: _MESSAGE_LIMIT - 1] + "…"
+    return _refusal(message, status_code)
+
+
+def _refusal(message: str, status_code: int) -> dict[str, Any]:
     return {"status": "error", "message": message, "status_code": status_code}
+
+
+def _is_web_page(text: str) -> bool:
+    """Tell a page, as of a network that asks for a login first, from an answer of the service."""
+    start = (text or "").lstrip("\ufeff \t\r\n")[:15].lower()
+    return start.startswith(("<html", "<!doctype html"))
 
 
 def _parse_object(text: str) -> dict[str, Any] | None:

@@ -1,0 +1,1 @@
+"""What helps to test programs that use this package."""
