@@ -54,12 +54,21 @@ nb::object status_of(nb::handle report, nb::handle current) {
     return known.attr("where")(known.attr("notna")(), fallback.attr("values")).attr("tolist")();
 }
 
-nb::object holdings_table(nb::handle report, nb::handle current) {
-    const nb::object entry = current[text("entry_sig_date")];
-    const nb::object leave = current[text("exit_sig_date")];
+/// The later signal of each trade. Without any exit signal it is not asked for: such a column may
+/// lack the zone of the entries, and pandas 2.2 does not compare them.
+nb::object latest_signal(nb::handle current) {
+    if (pyglue::is_true(current[text("exit_sig_date")].attr("isnull")().attr("all")())) {
+        return current[text("entry_sig_date")];
+    }
     nb::list signals;
     signals.append(text("entry_sig_date"));
     signals.append(text("exit_sig_date"));
+    return current[signals].attr("max")(nb::arg("axis") = pyglue::integer(1));
+}
+
+nb::object holdings_table(nb::handle report, nb::handle current) {
+    const nb::object entry = current[text("entry_sig_date")];
+    const nb::object leave = current[text("exit_sig_date")];
     nb::dict columns;
     columns["status"] = status_of(report, current);
     columns["weight"] = current[text("weight")];
@@ -68,7 +77,7 @@ nb::object holdings_table(nb::handle report, nb::handle current) {
     columns["exit_date"] = iso_texts(leave);
     columns["return"] = current[text("return")];
     columns["entry_price"] = current[text("trade_price@entry_date")];
-    columns["latest_sig_date"] = current[signals].attr("max")(nb::arg("axis") = pyglue::integer(1));
+    columns["latest_sig_date"] = latest_signal(current);
     return global("pd").attr("DataFrame")(columns, nb::arg("index") = current.attr("index"));
 }
 

@@ -87,7 +87,10 @@ nb::object PriceSource::adjusted_on(nb::handle entry_dates) const {
     table = with_dates(table, dates);
     const nb::object rows =
         table.attr("index").attr("get_indexer")(dates, nb::arg("method") = text("ffill"));
-    return cells(table, rows, columns).attr("tolist")();
+    // pandas 2.2 finds a row even for a missing date.
+    const nb::object located =
+        global("np").attr("where")(dates.attr("isna")(), pyglue::integer(-1), rows);
+    return cells(table, located, columns).attr("tolist")();
 }
 
 nb::object PriceSource::last_row(nb::handle table) const {
