@@ -10,6 +10,8 @@ namespace {
 
 /// The range of nanosecond dates, in seconds: some 292 years around 1970.
 constexpr double kLastSecond = 9.2e9;
+constexpr double kMicrosPerSecond = 1e6;
+constexpr Py_ssize_t kNanosPerMicro = 1000;
 
 /// A number as it is; anything else may be long or deeply nested, and its type tells enough.
 nb::object shown(nb::handle value) {
@@ -29,7 +31,9 @@ nb::object from_epoch_seconds(const char* what, nb::handle stored) {
         PyErr_Clear();
         raise_unreadable(what, "a date between 1677 and 2262", stored);
     }
-    return global("pd").attr("Timestamp")(pyglue::integer(std::llround(seconds * kNanosPerSecond)));
+    // A float of seconds holds microseconds; below them lies only noise.
+    const long long micros = std::llround(seconds * kMicrosPerSecond);
+    return global("pd").attr("Timestamp")(pyglue::integer(micros * kNanosPerMicro));
 }
 
 /// pandas refuses some texts with errors of other kinds than ValueError.

@@ -1,0 +1,191 @@
+"""An execution state goes out and comes back whole, and reading survives any JSON."""
+
+from __future__ import annotations
+
+import datetime
+import json
+import math
+import zoneinfo
+
+import numpy as np
+import pandas as pd
+import pytest
+from hypothesis import given
+from hypothesis import strategies as st
+
+import corvex
+from corvex.core.report import ReportExecution
+from corvex.data.context import _default_context
+from corvex.markets import get_market_by_name
+
+ZONES = st.sampled_from([None, datetime.UTC, zoneinfo.ZoneInfo("America/New_York")])
+DATES = st.datetimes(datetime.datetime(2015, 1, 1), datetime.datetime(2028, 1, 1), timezones=ZONES)
+STAMPS = DATES.map(pd.Timestamp)
+LABELS = st.text(st.characters(exclude_categories=["Cs"]), max_size=8).map(str.strip)
+WEIGHTS = st.dictionaries(LABELS, st.floats(-2, 2), max_size=4)
+ACTIONS = st.dictionaries(
+    LABELS, st.sampled_from("hold enter exit exit_p entry_f sl tp sl_ tp_ _ other".split())
+)
+LIMITS = st.none() | st.just(math.inf) | st.floats(0, 1)
+SCHEDULES = (
+    st.sampled_from([None, "ME", "W-FRI", ""])
+    | st.lists(STAMPS, max_size=3)
+    | st.lists(st.dates(datetime.date(1700, 1, 1), datetime.date(2250, 1, 1))).map(
+        lambda dates: pd.DatetimeIndex([str(d) for d in dates]).as_unit("s")
+    )
+)
+JSON = st.recursive(
+    st.none()
+    | st.booleans()
+    | st.integers()
+    | st.floats()
+    | st.text()
+    | st.sampled_from([10**400, -(10**18), 9.3e9, "2024-02-30", "now", "NaT", "\ud800", "1" * 99]),
+    lambda inner: st.lists(inner, max_size=3) | st.dictionaries(st.text(), inner, max_size=3),
+    max_leaves=8,
+)
+CONFIG_KEYS = """market dataFreq scheduled entryTradePrice resample currentWeightsAt nextWeightsAt
+    stopLoss takeProfit trailStop totalWeight currentSignalAt nextSignalAt dataReadiness
+    plannedRebalanceDate currentRebalanceDate nextRebalanceDate sl tp ts""".split()
+POSITION_KEYS = ["assetId", "asset_id", "assetName", "currentWeight", "nextWeight", "action"]
+ODD_RECORD = st.fixed_dictionaries(
+    {},
+    optional={
+        "schema": JSON,
+        "positions": JSON | st.lists(st.dictionaries(st.sampled_from(POSITION_KEYS), JSON)),
+        "config": JSON | st.dictionaries(st.sampled_from(CONFIG_KEYS), JSON),
+        "positionConfig": JSON | st.dictionaries(st.sampled_from(CONFIG_KEYS), JSON),
+    },
+)
+
+
+@st.composite
+def executions(draw):
+    record = ReportExecution(
+        draw(WEIGHTS),
+        draw(WEIGHTS),
+        draw(SCHEDULES),
+        draw(ACTIONS),
+        draw(DATES),
+        draw(st.sampled_from(["open", "close", "ohlc"])),
+        get_market_by_name(draw(st.sampled_from(["tw_stock", "us_stock", "crypto"]))),
+        *(draw(LIMITS) for _ in range(3)),
+        total_weight=draw(st.floats(-2, 2)),
+        data_readiness=draw(st.none() | st.just({"reason": "x"})),
+        planned_rebalance_date=draw(st.none() | DATES),
+    )
+    for series in (record.weights, record.next_weights):
+        series.name = draw(st.just(series.name) | STAMPS)
+    return record
+
+
+def carried(record):
+    """What the dictionary of a record carries; no limit may be told as None or infinity."""
+    told = record.to_dict()
+    told["config"].pop("rebalanceTiming")  # tells the present
+    for limit in ("stopLoss", "takeProfit", "trailStop"):
+        if told["config"][limit] in (None, math.inf):
+            told["config"][limit] = None
+    return told
+
+
+def sent(value):
+    return json.loads(json.dumps(value))
+
+
+@given(st.dictionaries(LABELS, executions(), max_size=3), executions())
+def test_what_goes_out_comes_back(named, single):
+    again = ReportExecution.from_json(sent(ReportExecution.to_dict_collection(named)))
+    assert {name: carried(record) for name, record in again.items()} == {
+        name: carried(record) for name, record in named.items()
+    }
+    again = ReportExecution.from_dict_collection(sent(ReportExecution.to_dict_collection(single)))
+    assert carried(again) == carried(single)
+    for attribute in ("weights", "next_weights"):
+        ours, theirs = getattr(again, attribute), getattr(single, attribute)
+        assert (ours.name == theirs.name, ours.dtype) == (True, np.float64)
+        assert ours[ours != 0].to_dict() == theirs[theirs != 0].to_dict()
+
+
+@given(executions())
+def test_the_older_layout_keeps_weights_actions_and_schedule(record):
+    legacy = sent(record.to_legacy_position_info2())
+    again = ReportExecution.from_dict(legacy)
+    assert carried(again) == carried(record)
+    twice = sent(again.to_legacy_position_info2())
+    assert twice["positions"] == legacy["positions"]
+
+
+@given(JSON | ODD_RECORD | st.dictionaries(st.text(), ODD_RECORD, max_size=2))
+def test_any_json_gives_a_whole_record_or_a_value_error(payload):
+    for reader in ("from_dict", "from_json", "from_dict_collection"):
+        try:
+            read = getattr(ReportExecution, reader)(payload)
+        except ValueError:
+            continue
+        assert isinstance(read, ReportExecution) or isinstance(payload, dict)
+        for record in read.values() if isinstance(read, dict) else [read]:
+            assert list(record.to_dict()) == ["schema", "positions", "config"]
+
+
+def test_depth_and_length_do_not_matter():
+    deep = None
+    for _ in range(100_000):
+        deep = {"positions": [deep], "config": deep}
+    for reader in (ReportExecution.from_dict, ReportExecution.from_json):
+        with pytest.raises(ValueError, match=r"^.{,200}$"):
+            reader({"positions": [{"assetId": deep}]})
+        record = reader(
+            {"config": {"dataReadiness": deep, "market": deep, "entryTradePrice": deep}}
+        )
+        assert record.data_readiness is deep
+        with pytest.raises(ValueError, match="Invalid isoformat"):
+            reader({"config": {"scheduled": "x" * 10**6}})
+    while deep:  # freed level by level
+        deep = deep["config"]
+
+
+@pytest.mark.parametrize("schedule", ["ME", pd.to_datetime(["2024-02-05", "2024-04-03"]), None])
+@pytest.mark.parametrize("following", ["2024-02-05", "2024-02-12"])
+def test_the_real_calendar_switches_target_and_window_at_once(schedule, following):
+    record = ReportExecution(
+        {"2330": 1.0}, {"2317": 1.0}, schedule, None, "2024-02-15", "close",
+        get_market_by_name("tw_stock"), None, None, None)  # fmt: skip
+    record.weights.name, record.next_weights.name = map(pd.Timestamp, ("2024-01-31", following))
+    # The holidays of the lunar new year begin on the sixth.
+    start = datetime.datetime(2024, 2, 5, 5, 30, tzinfo=datetime.UTC)
+    for step in (-(10**6), -1, 0, 1, 10**6):
+        now = start + datetime.timedelta(seconds=step)
+        with _default_context.override(now=now):
+            assert record.rebalance_timing()["update_start_at"] == start.isoformat()
+            assert record.is_rebalance_due() is record.uses_next_weights(now) is (step >= 0)
+            naive = pd.Timestamp(now.astimezone().replace(tzinfo=None))
+            assert record.uses_next_weights(naive) is (step >= 0)
+
+
+@pytest.fixture(scope="module")
+def report():
+    prices = corvex.data.sample("us_stocks_adjusted_close_daily_1990_2022").iloc[-300:]
+    weights = (prices.pct_change(60).rank(axis=1, ascending=False) <= 3).loc[prices.index[80] :]
+    return corvex.simulate(weights, prices, resample="ME", stop_loss=0.1, trail_stop=0.2)
+
+
+def test_holdings_of_real_trades_are_read_back_as_the_execution(report):
+    holdings = sent(report.position_info2())
+    again = ReportExecution.from_dict(holdings)
+    labels = report.current_trades.index.unique()
+    for attribute in ("weights", "next_weights"):
+        expected = getattr(report, attribute).reindex(labels, fill_value=0.0)
+        read = getattr(again, attribute)
+        assert read.reindex(labels).to_list() == expected.to_list()
+        assert read.name == getattr(report, attribute).name
+    assert again.resample == "ME"
+    assert again.planned_rebalance_date == report.execution.planned_rebalance_date
+    assert again.next_trading_date == report.execution.next_trading_date
+    last = report.market.get_price("close").iloc[-1]
+    for position in holdings["positions"]:
+        assert position["currentPrice"] == last[position["assetId"]]
+        assert position["entryAdjPrice"] == pytest.approx(position["entryPrice"])
+    twice = sent(again.to_legacy_position_info2())["positions"]
+    actions = {p["assetId"]: p["action"] for p in holdings["positions"]}
+    assert {p["assetId"]: p["action"] for p in twice} == actions
