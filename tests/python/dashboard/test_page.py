@@ -81,6 +81,16 @@ def test_ten_years_and_ten_thousand_trades_stay_small(many_trades):
     assert unpacked(Reader(text).scripts["series"])["trades"]["count"] == 10_000
 
 
+def test_the_chart_script_loses_its_wrapper_and_keeps_its_licence():
+    # A new form of the wrapper does no harm: the script then travels whole and starts slower.
+    source = plotly_script._source().read_text(encoding="utf-8")
+    script = plotly_script._unwrapped(source)
+    assert script.startswith(source[: source.index("*/") + 2])
+    assert '"use strict";var Plotly=(function(){' in script[:1000]
+    assert len(source) - 500 < len(script) < len(source)
+    assert plotly_script._unwrapped(script) == script
+
+
 def test_the_chart_script_is_compressed_once_and_made_anew_when_damaged(tmp_path, monkeypatch):
     monkeypatch.setattr(plotly_script, "get_tmp_dir", lambda: str(tmp_path))
     source = plotly_script._source()

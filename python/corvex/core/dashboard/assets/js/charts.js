@@ -7,9 +7,18 @@ import { t } from "./text.js";
 const charts = [];
 let library = null;
 
-export function plotly() {
-  library ??= inflate(fromBase85(byId("charts").textContent)).then((source) => {
-    document.head.append(el("script", {}, source));
+let source = null;
+
+export function unpackLibrary() {
+  source ??= inflate(fromBase85(byId("charts").textContent));
+  return source;
+}
+
+/** Running the library takes long enough to be felt, so what is on the page is painted first. */
+function plotly() {
+  library ??= unpackLibrary().then(async (script) => {
+    await pause();
+    document.head.append(el("script", {}, script));
     return window.Plotly;
   });
   return library;
@@ -31,17 +40,18 @@ export function forgetCharts() {
   charts.length = 0;
 }
 
-const CONFIG = { displaylogo: false, responsive: true, displayModeBar: "hover",
-  modeBarButtonsToRemove: ["lasso2d", "select2d", "autoScale2d"] };
+// The buttons are named one by one: the library's own choice has one that would send the data away.
+const CONFIG = { displaylogo: false, responsive: true, displayModeBar: "hover", plotlyServerURL: "",
+  showSendToCloud: false,
+  modeBarButtons: [["toImage", "zoom2d", "pan2d", "zoomIn2d", "zoomOut2d", "resetScale2d"]] };
 
 export function draw(entry) {
   const { data, layout } = entry.build();
   const full = { ...baseLayout(entry.height), ...layout };
-  for (const name of Object.keys(full)) {
-    if (/^[xy]axis/.test(name)) full[name] = { ...axisStyle(), ...full[name] };
+  for (const name of Object.keys(full).filter((key) => /^[xy]axis/.test(key))) {
+    full[name] = { ...axisStyle(), ...full[name] };
   }
-  const printing = document.documentElement.hasAttribute("data-print");
-  if (printing) [full.width, full.autosize] = [Math.min(entry.node.clientWidth || 680, 680), false];
+  if (printing()) [full.width, full.autosize] = [entry.node.clientWidth, false];
   window.Plotly.react(entry.node, data, full, CONFIG);
   entry.node.dataset.drawn = "true";
   if (!entry.drawn && entry.ready) entry.ready(entry.node);
@@ -89,14 +99,17 @@ export function colours() {
            loss: read("loss"), shade: read("shade"), live: read("live") };
 }
 
+export const isNarrow = () => innerWidth < 640;
+
 const onTouch = () => matchMedia("(pointer: coarse)").matches;
 
 function baseLayout(height) {
   const { text, paper, line } = colours();
+  const l = isNarrow() ? 40 : 52;
   return {
     height, autosize: true, paper_bgcolor: "rgba(0,0,0,0)", plot_bgcolor: "rgba(0,0,0,0)",
     font: { family: "system-ui, sans-serif", size: 12, color: text },
-    margin: { l: 52, r: 16, t: 12, b: 36 }, hovermode: "x unified", dragmode: onTouch() ? false : "zoom",
+    margin: { l, r: 16, t: 12, b: 36 }, hovermode: "x unified", dragmode: onTouch() ? false : "zoom",
     hoverlabel: { bgcolor: paper, bordercolor: line, font: { color: text } },
     legend: { orientation: "h", x: 0, y: 1.02, yanchor: "bottom", bgcolor: "rgba(0,0,0,0)" },
   };

@@ -1,7 +1,7 @@
 // The curve of the value with its drawdown, and the largest drawdowns.
 
 import { choices, el, replaceContent } from "./dom.js";
-import { chart, colours, line, redraw } from "./charts.js";
+import { chart, colours, isNarrow, line, redraw } from "./charts.js";
 import { dayOf, isoDay, percent, signedPercent, whole } from "./format.js";
 import { benchmarkLabel } from "./heading.js";
 import { drawdowns, rebased } from "./maths.js";
@@ -132,7 +132,7 @@ function equityLayout(series, dates, curves, falls, view) {
   const xaxis = { type: "date", range: [dates[first], dates[last]], anchor: "y2", hoverformat: "%Y-%m-%d" };
   return {
     xaxis, hovermode: "x unified",
-    yaxis: { domain: [0.34, 1], type: scale, title: { text: t("value") }, range: valueRange(low, high, scale),
+    yaxis: { domain: [0.34, 1], type: scale, title: { text: isNarrow() ? "" : t("value") }, range: valueRange(low, high, scale),
              ...(scale === "log" ? { nticks: 8, tickformat: ",.3~r" } : { tickformat: ",.3~r" }) },
     yaxis2: { domain: [0, 0.28], title: { text: t("drawdown") }, tickformat: ".0%", anchor: "x",
               range: [Math.min(deepest * 1.08, -0.001), 0], fixedrange: true },
@@ -160,7 +160,8 @@ function marks(view, dates) {
     const start = isoDay(facts.live.start);
     shapes.push({ type: "line", xref: "x", yref: "paper", x0: start, x1: start, y0: 0, y1: 1,
                   line: { color: c.live, width: 2, dash: "dash" } });
-    annotations.push({ ...mark(start, 1, t("live_from", { date: start }), c.live), xanchor: "left" });
+    const isLate = facts.live.start - dayOf(dates[view.first]) > (dayOf(dates[view.last]) - dayOf(dates[view.first])) / 2;
+    annotations.push({ ...mark(start, 1, t("live_from", { date: start }), c.live), xanchor: isLate ? "right" : "left" });
   }
   return { shapes, annotations };
 }

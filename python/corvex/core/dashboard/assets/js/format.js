@@ -2,10 +2,15 @@
 
 import { t } from "./text.js";
 
-const plainNumber = (value, digits) =>
-  value.toLocaleString("en-US", { minimumFractionDigits: digits, maximumFractionDigits: digits });
+const writers = [];
 
-// toLocaleString writes -0.00 for small losses, which reads as a sign without a number.
+function plainNumber(value, digits) {
+  writers[digits] ??= new Intl.NumberFormat("en-US",
+    { minimumFractionDigits: digits, maximumFractionDigits: digits });
+  return writers[digits].format(value);
+}
+
+// A plain formatter writes -0.00 for small losses, which reads as a sign without a number.
 const withoutMinusZero = (text) => (/^-[0.,]+%?$/.test(text) ? text.slice(1) : text);
 
 const present = (value) => value !== null && value !== undefined && !Number.isNaN(value);
@@ -28,8 +33,9 @@ export const whole = (value) => number(value, 0);
 /** A share such as 5 % without needless digits. */
 export const share = (value) => `${Number((value * 100).toFixed(6))}%`;
 
-export const price = (value) =>
-  formatted(value, (x) => x.toLocaleString("en-US", { maximumSignificantDigits: 6 }));
+const prices = new Intl.NumberFormat("en-US", { maximumSignificantDigits: 6 });
+
+export const price = (value) => formatted(value, (x) => prices.format(x));
 
 const NUMBERS = /sharpe|sortino|skew|kurt|calmar|^beta$|correlation|information|payoff|profit_factor/;
 const COUNTS = /^(trades|open_trades|longest_losing_streak|max_count)$/;

@@ -2,7 +2,7 @@
 
 import { byId, el, replaceContent } from "./dom.js";
 import { renderAssumptions, renderCosts, renderLiquidity } from "./activity.js";
-import { drawAll, forgetCharts, redrawAll } from "./charts.js";
+import { drawAll, forgetCharts, redrawAll, unpackLibrary } from "./charts.js";
 import { renderDrawdowns, renderEquity } from "./equity.js";
 import { renderFooter, renderSummary, renderTop } from "./heading.js";
 import { renderHoldings } from "./holdings.js";
@@ -81,4 +81,5 @@ setLanguage(currentLanguage());
 listenForDefinitions();
 listenForPrint();
 matchMedia("(prefers-color-scheme: dark)").addEventListener("change", redrawAll);
+if (canUnpack()) unpackLibrary();
 await render(canUnpack() ? await readSeries() : null);

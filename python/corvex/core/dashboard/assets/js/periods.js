@@ -30,7 +30,7 @@ export function renderPeriods() {
 }
 
 function crisisTable() {
-  return table(t("crisis"), [
+  return table(t("s_periods"), [
     { label: t("crisis"), text: (row) => t(`crisis_${row.key}`) },
     { label: t("from"), text: (row) => row.start }, { label: t("to"), text: (row) => row.end },
     ...besideBenchmark(),

@@ -80,7 +80,7 @@ function distributionOf(frequency) {
 function tailTable(found) {
   const rows = found.tails.flatMap((tail) => ["var", "cvar"].map((kind) => ({ kind, tail })));
   const columns = [
-    { label: t("tail"), text: ({ kind, tail }) => t(kind, { level: share(1 - tail.share) }) },
+    { label: t("item"), text: ({ kind, tail }) => t(kind, { level: share(1 - tail.share) }) },
     { label: t("strategy"), number: true, text: ({ kind, tail }) => percent(tail.strategy[kind]) },
   ];
   if (found.benchmark) {

@@ -46,7 +46,7 @@ export function figureTable(caption, keys, own, market) {
   const known = keys.filter((key) => key in own && (own[key] !== null || market?.[key] != null));
   if (!known.length) return null;
   const columns = [
-    { label: caption, node: (key) => defined(key) },
+    { label: t("item"), node: (key) => defined(key) },
     { label: t("strategy"), number: true, text: (key) => figure(key, own[key]) },
   ];
   if (market) {

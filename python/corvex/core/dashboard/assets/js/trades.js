@@ -59,8 +59,8 @@ export function renderTrades(series) {
   const texts = Array.from({ length: book.count }, (_, i) => searchText(book, i));
   const place = el("div");
   const status = el("p", { class: "found", role: "status" });
-  const detail = el("div", { class: "detail" });
   const show = () => {
+    state.chosen = null;
     const order = sorted(columns, matching(book, texts, state), state);
     const pages = Math.max(1, Math.ceil(order.length / state.rows));
     state.page = Math.min(Math.max(state.page, 0), pages - 1);
@@ -69,14 +69,19 @@ export function renderTrades(series) {
     replaceContent(place, tradeTable(columns, order.slice(from, from + state.rows), state, show, choose), pager(pages, state, show));
   };
   const choose = (i) => {
-    state.chosen = i;
-    for (const row of place.querySelectorAll("tbody tr")) row.classList.toggle("chosen", Number(row.dataset.trade) === i);
-    replaceContent(detail, tradeDetail(book, series.paths, i));
-    drawLater(detail.querySelector(".chart"));
+    state.chosen = state.chosen === i ? null : i;
+    place.querySelector("tr.detail")?.remove();
+    for (const row of place.querySelectorAll("tr[data-trade]")) {
+      const isChosen = Number(row.dataset.trade) === state.chosen;
+      row.classList.toggle("chosen", isChosen);
+      row.querySelector("button").setAttribute("aria-expanded", String(isChosen));
+      if (isChosen) row.after(detailRow(columns.length, place.clientWidth, tradeDetail(book, series.paths, i)));
+    }
+    drawLater(place.querySelector("tr.detail .chart"));
   };
   show();
   return [figuresOfTrades(), controls(book, columns, state, texts, show), status, place,
-          el("p", { class: "note" }, t("trades_note")), detail, summaries(book)];
+          el("p", { class: "note" }, t("trades_note")), summaries(book)];
 }
 
 function searchText(book, i) {
@@ -124,8 +129,7 @@ function controls(book, columns, state, texts, show) {
 
 function tradeTable(columns, rows, state, show, choose) {
   const head = el("tr", {}, columns.map((column) => sortHeader(column, state, show)));
-  const body = rows.map((i) => el("tr", { "data-trade": i, class: i === state.chosen ? "chosen" : null,
-    onclick: () => choose(i) },
+  const body = rows.map((i) => el("tr", { "data-trade": i, onclick: () => choose(i) },
     columns.map((column, at) => (at === 0 ? el("th", { scope: "row" }, tradeButton(columns, i, choose))
       : el("td", { class: column.number ? "num" : null }, column.text(i))))));
   return scrolling(t("s_trades"), el("table", { id: "trade-table" },
@@ -134,7 +138,7 @@ function tradeTable(columns, rows, state, show, choose) {
 
 function tradeButton(columns, i, choose) {
   const entry = columns.find(({ key }) => key === "entry_date")?.text(i) ?? "";
-  return el("button", { type: "button", class: "link", title: t("select_trade", { asset: columns[0].text(i), entry }),
+  return el("button", { type: "button", class: "link", "aria-expanded": "false", title: t("select_trade", { asset: columns[0].text(i), entry }),
     onclick: (event) => { event.stopPropagation(); choose(i); } }, columns[0].text(i));
 }
 
@@ -172,13 +176,17 @@ function download(book, columns, rows) {
   setTimeout(() => URL.revokeObjectURL(url), 10000);
 }
 
+/** Below the row of its trade; it stays in sight when the table is scrolled sideways. */
+const detailRow = (span, width, content) => el("tr", { class: "detail" },
+  el("td", { colspan: span }, el("div", { style: `width:${width - 24}px` }, content)));
+
 function tradeDetail(book, paths, i) {
   const entry = dateText(book, "entry_date", i);
   const title = t("selected", { asset: book.asset(i), entry, exit: dateText(book, "exit_date", i) });
   const parts = ["return", "mae", "mfe", "max_drawdown"].filter((name) => book.has(name)).map((name) =>
     el("div", {}, el("dt", {}, t(name === "max_drawdown" ? "drawdown" : name)), el("dd", {}, percent(book.value(name, i)))));
   const at = paths ? paths.trade.indexOf(i) : -1;
-  return [el("h3", { id: "trade-title", tabindex: "-1" }, title), el("dl", { class: "dates" }, parts),
+  return [el("h3", { id: "trade-title" }, title), el("dl", { class: "dates" }, parts),
           ...(at >= 0 ? pathChart(book, paths, at, i) : rangeBar(book, i))];
 }
 
