@@ -76,6 +76,17 @@ def test_an_open_drawdown_is_told_as_open():
     assert facts["now"] == {"drawdown": pytest.approx(1 / 1.3 - 1), "peak": "2023-01-05"}
 
 
+def test_figures_by_hand():
+    days = pd.bdate_range("2023-01-30", periods=6)  # a Monday; February starts on Wednesday
+    curve = pd.Series([1.0, 2.0, 1.0, 2.0, 1.5, 1.8], index=days)
+    figures = collect(bare_report(curve)).facts["stats"]["strategy"]
+    assert figures["longest_drawdown_days"] == 4  # Thursday to Monday, still open
+    assert figures["time_under_water"] == pytest.approx(3 / 6)
+    assert figures["ulcer_index"] == pytest.approx(((0.25 + 0.0625 + 0.01) / 6) ** 0.5)
+    assert figures["omega"] == pytest.approx((1 + 1 + 0.2) / (0.5 + 0.25))
+    assert (figures["win_day_perc"], figures["win_month_perc"]) == (3 / 5, 0)
+
+
 def test_what_a_report_lacks_is_left_out_without_an_error():
     facts = collect(bare_report(rising("2024-01-01", "2024-02-15"))).facts
     assert facts["stats"]["benchmark"] is None
@@ -96,6 +107,7 @@ def test_the_figures_agree_with_the_report(simulated):
     tail = facts["distribution"]["daily"]["tails"][0]["strategy"]
     assert tail["var"] == pytest.approx(metrics.value_at_risk())
     assert tail["cvar"] == pytest.approx(metrics.cvalue_at_risk())
+    assert facts["stats"]["strategy"]["tail_ratio"] == pytest.approx(metrics.tail_ratio())
     assert facts["stats"]["relative"]["alpha"] == pytest.approx(metrics.alpha())
     assert facts["stats"]["relative"]["beta"] == pytest.approx(metrics.beta())
     figures = facts["stats"]["trades"]

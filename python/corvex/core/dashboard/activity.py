@@ -40,6 +40,7 @@ def exposure(report: Report) -> dict[str, Any] | None:
         "net": np.round(kept.sum(axis=1), 4).tolist(),
         "count": np.count_nonzero(kept, axis=1).tolist(),
         "turnover": _turnover_by_year(kept, wall_days(report.position.index[rows])),
+        "time_in_market": float(np.mean((table != 0).any(axis=1))),
         "mean_gross": float(np.abs(table).sum(axis=1).mean()),
         "mean_net": float(table.sum(axis=1).mean()),
         "mean_count": float(np.count_nonzero(table, axis=1).mean()),

@@ -22,6 +22,7 @@ from corvex.core.dashboard.embed import plain, rounded
 from corvex.core.dashboard.holdings import freshness, holdings
 from corvex.core.dashboard.periods import best_and_worst, crises, live_part
 from corvex.core.dashboard.returns import distribution, return_years
+from corvex.core.dashboard.risk_figures import risk_figures
 from corvex.core.dashboard.trades import by_asset, price_paths, trade_columns, trade_figures
 
 if TYPE_CHECKING:
@@ -65,8 +66,8 @@ def collect(report: Report) -> Dataset:
     facts = {
         "meta": _meta(report, curves, stats),
         "stats": {
-            "strategy": _figures(stats),
-            "benchmark": None if market is None else _figures(market),
+            "strategy": _figures(stats) | risk_figures(curves.strategy, curves.days),
+            "benchmark": _benchmark_figures(curves, market),
             "relative": relative_figures(curves),
             "trades": trade_figures(report.trades),
         },
@@ -132,6 +133,12 @@ def _figures(stats: Mapping[str, Any]) -> dict[str, Any]:
     }
 
 
+def _benchmark_figures(curves: Curves, stats: Mapping[str, Any] | None) -> dict[str, Any] | None:
+    if stats is None or curves.benchmark is None:
+        return None
+    return _figures(stats) | risk_figures(curves.benchmark, curves.days)
+
+
 def _now(curves: Curves) -> dict[str, Any]:
     """How far the curve ends below its high, and the date of that high."""
     values = curves.strategy
@@ -161,7 +168,7 @@ def _day(date: str) -> int:
 
 
 def _exposure_figures(held: dict[str, Any] | None) -> dict[str, Any] | None:
-    names = ("mean_gross", "mean_net", "mean_count", "max_count")
+    names = ("time_in_market", "mean_gross", "mean_net", "mean_count", "max_count")
     return None if held is None else {name: held[name] for name in names}
 
 

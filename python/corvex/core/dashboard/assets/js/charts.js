@@ -47,7 +47,7 @@ const CONFIG = { displaylogo: false, responsive: true, displayModeBar: "hover", 
 
 export function draw(entry) {
   const { data, layout } = entry.build();
-  const full = { ...baseLayout(entry.height), ...layout };
+  const full = { ...baseLayout(entry.height * (printing() ? 0.8 : 1)), ...layout };
   for (const name of Object.keys(full).filter((key) => /^[xy]axis/.test(key))) {
     full[name] = { ...axisStyle(), ...full[name] };
   }

@@ -37,7 +37,7 @@ const prices = new Intl.NumberFormat("en-US", { maximumSignificantDigits: 6 });
 
 export const price = (value) => formatted(value, (x) => prices.format(x));
 
-const NUMBERS = /sharpe|sortino|skew|kurt|calmar|^beta$|correlation|information|payoff|profit_factor/;
+const NUMBERS = /sharpe|sortino|skew|kurt|calmar|^beta$|correlation|information|payoff|profit_factor|^tail_ratio$|^omega$/;
 const COUNTS = /^(trades|open_trades|longest_losing_streak|max_count)$/;
 const DECIMALS = /_days$|mean_period|mean_count/;
 

@@ -110,7 +110,7 @@ function histogram(found) {
              line: { color: c.text, width: 1.5, dash: "dot" } },
     note: { x, y: height, xref: "x", yref: "paper", text: `${text} ${percent(x)}`, showarrow: false,
             xanchor: "right", yanchor: "top", font: { size: 11, color: c.text } } });
-  const lines = [at(tail.var, t("var", { level: "95%" }), 1), at(tail.cvar, t("cvar", { level: "95%" }), 0.86)];
+  const lines = [at(tail.var, "VaR 95%", 1), at(tail.cvar, "CVaR 95%", 0.86)];
   return { data, layout: { bargap: 0.03, barmode: "overlay", xaxis: { tickformat: ".1%", hoverformat: ".2%", range: found.view },
     yaxis: { title: { text: t("count") } }, hovermode: "x",
     shapes: lines.map((one) => one.shape), annotations: lines.map((one) => one.note) } };

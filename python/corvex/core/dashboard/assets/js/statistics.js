@@ -10,15 +10,17 @@ const PERIOD = (frequency, unit) =>
     .concat(`best_${unit}`, `worst_${unit}`);
 
 const GROUPS = [
-  ["g_return", ["total_return", "cagr", "win_year_perc", "twelve_month_win_perc", "avg_up_month", "avg_down_month"]],
+  ["g_return", ["total_return", "cagr", "win_day_perc", "win_month_perc", "win_year_perc",
+                "twelve_month_win_perc", "avg_up_month", "avg_down_month"]],
   ["g_recent", ["mtd", "three_month", "six_month", "ytd", "one_year", "three_year", "five_year", "ten_year", "incep"]],
-  ["g_risk", ["max_drawdown", "avg_drawdown", "avg_drawdown_days", "calmar"]],
+  ["g_risk", ["max_drawdown", "avg_drawdown", "avg_drawdown_days", "longest_drawdown_days", "time_under_water",
+              "ulcer_index", "calmar", "tail_ratio", "omega"]],
   ["g_daily", PERIOD("daily", "day")],
   ["g_monthly", PERIOD("monthly", "month")],
   ["g_yearly", PERIOD("yearly", "year")],
 ];
 const AGAINST_BENCHMARK = ["alpha", "beta", "correlation", "tracking_error", "information_ratio", "up_capture", "down_capture"];
-const HELD = ["mean_gross", "mean_net", "mean_count", "max_count"];
+const HELD = ["time_in_market", "mean_gross", "mean_net", "mean_count", "max_count"];
 
 export function renderStatistics() {
   const { strategy, benchmark, relative } = facts.stats;

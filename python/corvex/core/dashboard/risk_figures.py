@@ -1,0 +1,63 @@
+"""Figures of one curve that the statistics record does not hold."""
+
+from __future__ import annotations
+
+import math
+
+import numpy as np
+
+from corvex.core.dashboard.curves import Days, Floats, changes
+from corvex.core.dashboard.returns import month_end_returns
+
+__all__ = ["risk_figures"]
+
+
+def risk_figures(values: Floats, days: Days) -> dict[str, float]:
+    """Describe the drawdowns and the days of a curve, as fractions unless said otherwise.
+
+    Parameters
+    ----------
+    values, days : arrays of shape (rows,)
+        Cumulative value, NaN where missing, and its days since 1970-01-01.
+
+    Returns
+    -------
+    dict
+        ``longest_drawdown_days``: most calendar days from a high to the day that reaches it
+        again, or to the end. ``time_under_water``: share of the days below an earlier high.
+        ``ulcer_index``: root of the mean squared drawdown (P. Martin and B. McCann, "The
+        Investor's Guide to Fidelity Funds", 1989). ``tail_ratio``: 95 % over 5 % quantile of the
+        daily returns, both without sign. ``omega``: sum of the daily gains over that of the
+        losses (Keating and Shadwick, 2002, with a threshold of 0). ``win_day_perc`` and
+        ``win_month_perc``: shares of days and months above 0. NaN where undefined; empty for
+        fewer than two values.
+    """
+    known = np.isfinite(values)
+    values, days = values[known], days[known]
+    if values.size < 2:
+        return {}
+    top = np.maximum.accumulate(values)
+    fall = values / top - 1
+    returns = changes(values)
+    returns = returns[np.isfinite(returns)]
+    months = month_end_returns(values, days)[0]
+    low, high = np.abs(np.quantile(returns, [0.05, 0.95])) if returns.size else (0.0, 0.0)
+    loss = -float(returns[returns < 0].sum())
+    return {
+        "longest_drawdown_days": _longest_stay(values, top, days),
+        "time_under_water": float(np.mean(fall < 0)),
+        "ulcer_index": math.sqrt(float(np.mean(fall**2))),
+        "tail_ratio": float(high / low) if low > 0 else math.nan,
+        "omega": float(returns[returns > 0].sum()) / loss if loss > 0 else math.nan,
+        "win_day_perc": float(np.mean(returns > 0)) if returns.size else math.nan,
+        "win_month_perc": float(np.mean(months > 0)) if months.size else math.nan,
+    }
+
+
+def _longest_stay(values: Floats, top: Floats, days: Days) -> float:
+    """Between two days at the top lies either nothing or one drawdown."""
+    at_top = np.flatnonzero(values == top)
+    ends = days[np.append(at_top, len(days) - 1)]
+    gaps = np.diff(ends)
+    fell = np.diff(np.append(at_top, len(days))) > 1
+    return float(gaps[fell].max()) if fell.any() else 0.0
