@@ -18,6 +18,7 @@ from corvex import data, ffn_core  # isort: skip
 if TYPE_CHECKING:
     from corvex.core.report import Report, ReportExecution
     from corvex.curves import from_equity, from_returns
+    from corvex.ordering import orders
     from corvex.simulation import simulate
 
 __all__ = [
@@ -29,6 +30,7 @@ __all__ = [
     "from_equity",
     "from_returns",
     "get_token",
+    "orders",
     "simulate",
 ]
 
@@ -37,6 +39,7 @@ _LAZY = {
     "ReportExecution": "corvex.core.report",
     "from_equity": "corvex.curves",
     "from_returns": "corvex.curves",
+    "orders": "corvex.ordering",
     "simulate": "corvex.simulation",
 }
 

@@ -3,7 +3,8 @@
 from __future__ import annotations
 
 import abc
-from collections.abc import Iterable
+import math
+from collections.abc import Callable, Iterable
 from typing import TYPE_CHECKING, Self
 
 import pandas as pd
@@ -47,6 +48,16 @@ class Market(MarketSessions, abc.ABC):
         Commission on each side, as a fraction of the traded value. Base class: 0.
     tax_ratio : float
         Tax on sales, as a fraction of the traded value. Base class: 0.
+    min_fee : float
+        Smallest commission of one order, in the market's currency. Base class: 0.
+    quantity_step : float
+        Smallest quantity, and step of quantities, that can be traded. Base class: 1, whole shares.
+    lot_size : float
+        Shares of a board lot; what is traded beside whole lots goes to the odd-lot book. Base
+        class: 1.
+    price_limit : float or None
+        How far a session's prices may stand from the close before, as a fraction. Base class:
+        None, without limit.
     calendar_name : str or None
         Name of the exchange's calendar in the `exchange_calendars` package. None: always open,
         each day from midnight to midnight UTC.
@@ -58,6 +69,10 @@ class Market(MarketSessions, abc.ABC):
 
     fee_ratio: float = 0.0
     tax_ratio: float = 0.0
+    min_fee: float = 0.0
+    quantity_step: float = 1.0
+    lot_size: float = 1.0
+    price_limit: float | None = None
 
     # ------------------------------------------------------------------ identity
 
@@ -172,6 +187,43 @@ class Market(MarketSessions, abc.ABC):
         """
         table = self._named_table(kind)
         return empty_table() if table is None else table.fillna(0).astype(bool)
+
+    # ------------------------------------------------------------------ order prices
+
+    def tick_size(self, price: float) -> float | None:
+        """Return the step of order prices around a price; None where none is known."""
+        del price
+        return None
+
+    def price_range(self, last_close: float) -> tuple[float, float] | None:
+        """Return the lowest and the highest price at which an order may stand.
+
+        Parameters
+        ----------
+        last_close : float
+            The close of the session before, as quoted.
+
+        Returns
+        -------
+        tuple of float, or None
+            `price_limit` below and above that close, each moved inwards to a whole tick; None
+            where the market has no limit.
+        """
+        if self.price_limit is None:
+            return None
+        return (
+            self._on_tick(last_close * (1 - self.price_limit), math.ceil),
+            self._on_tick(last_close * (1 + self.price_limit), math.floor),
+        )
+
+    def _on_tick(self, price: float, rounded: Callable[[float], int]) -> float:
+        tick = self.tick_size(price)
+        if tick is None:
+            return price
+        # Nine digits: 110 is a whole number of ticks although 1.1 * 100 is a little more.
+        return round(rounded(round(price / tick, 9)) * tick, 9)
+
+    # ------------------------------------------------------------------ tables by name
 
     def _named_table(self, field: str) -> pd.DataFrame | None:
         name = f"{self.get_name()}_{field}"

@@ -8,16 +8,24 @@ from corvex.market import Market
 
 __all__ = ["TWMarket"]
 
+#: Step of prices below a price, for stocks; 5 from 1000 on.
+_TICKS = ((10.0, 0.01), (50.0, 0.05), (100.0, 0.1), (500.0, 0.5), (1000.0, 1.0))
+
 
 class TWMarket(Market):
     """Taiwan Stock Exchange: sessions from 09:00 to 13:30 in Taipei.
 
     Costs are the broker's list commission of 0.1425 % on each side and the transaction tax of
-    0.3 % on sales. Tables come from the data folder (``tw_stock_close`` and so on).
+    0.3 % on sales; brokers take 20 dollars at least. A board lot is 1000 shares, and single shares
+    trade in the odd-lot book. Prices move by 10 % a session at most, in steps that grow with the
+    price. Tables come from the data folder (``tw_stock_close`` and so on).
     """
 
     fee_ratio = 0.001425
     tax_ratio = 0.003
+    min_fee = 20.0
+    lot_size = 1000.0
+    price_limit = 0.1
     calendar_name = "XTAI"
     timezone = "Asia/Taipei"
     closed_days = ("2024-10-31",)  # a typhoon
@@ -25,3 +33,7 @@ class TWMarket(Market):
     @override
     def get_name(self) -> str:
         return "tw_stock"
+
+    @override
+    def tick_size(self, price: float) -> float:
+        return next((tick for below, tick in _TICKS if price < below), 5.0)

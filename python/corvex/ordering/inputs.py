@@ -1,0 +1,89 @@
+"""Reading what `orders` is given: weights, prices and holdings of the same assets."""
+
+from __future__ import annotations
+
+import math
+from collections.abc import Mapping
+from datetime import datetime
+from typing import TYPE_CHECKING, Any
+
+import pandas as pd
+
+from corvex.markets.tables import asset_id
+
+if TYPE_CHECKING:
+    from corvex.market import Market
+
+__all__ = ["chosen_weights", "one_execution", "quantities", "unit_prices"]
+
+
+def one_execution(execution: Any) -> Any:
+    """Return the execution state itself, of a report too."""
+    if hasattr(execution, "execution"):
+        execution = execution.execution
+    if isinstance(execution, Mapping):
+        known = ", ".join(map(repr, execution)) or "none"
+        raise ValueError(
+            f"there are several executions; choose one with execution[name], of: {known}"
+        )
+    if not hasattr(execution, "next_weights"):
+        raise ValueError(
+            f"execution should be a ReportExecution or a Report, got {type(execution)}"
+        )
+    return execution
+
+
+def chosen_weights(execution: Any, now: datetime | None) -> pd.Series:
+    """Return the weights that count now, scaled to the portfolio's total."""
+    chosen = execution.next_weights if execution.uses_next_weights(now) else execution.weights
+    weights: pd.Series = chosen.astype("float64") * execution.total_weight
+    if not weights.map(math.isfinite).all():
+        bad = ", ".join(str(label) for label in weights.index[~weights.map(math.isfinite)])
+        raise ValueError(f"the weights of these assets are missing or infinite: {bad}")
+    _by_id(weights, "weights")
+    return weights
+
+
+def unit_prices(prices: Any, market: Market) -> dict[str, float]:
+    """Return the usable prices by asset id."""
+    if prices is None:
+        prices = market.get_price("close", adj=False)
+    if isinstance(prices, pd.DataFrame):
+        if len(prices) == 0:
+            raise ValueError("the table of prices is empty")
+        prices = prices.iloc[-1]
+    found = _by_id(_numbers(prices, "prices"), "prices")
+    return {name: price for name, price in found.items() if 0 < price < math.inf}
+
+
+def quantities(held: Any) -> dict[str, float]:
+    """Return what is held by asset label, without zeros."""
+    if held is None:
+        return {}
+    found = _numbers(held, "held")
+    bad = [label for label, quantity in found.items() if not math.isfinite(quantity)]
+    if bad:
+        raise ValueError(f"held should be finite quantities; not so: {', '.join(map(str, bad))}")
+    _by_id(found, "held")
+    return {str(label): quantity for label, quantity in found.items() if quantity != 0}
+
+
+def _numbers(values: Any, what: str) -> pd.Series:
+    if not isinstance(values, pd.Series | Mapping):
+        accepted = "a Series or a mapping" + (" or a DataFrame" if what == "prices" else "")
+        raise ValueError(f"{what} should be {accepted} by asset, got {type(values)}")
+    try:
+        return pd.Series(values, dtype="float64")
+    except (TypeError, ValueError) as error:
+        raise ValueError(f"{what} should be numbers by asset: {error}") from None
+
+
+def _by_id(values: pd.Series, what: str) -> dict[str, float]:
+    """Return values by asset id; a label may be given as "2330" or as "2330 some name"."""
+    found: dict[str, float] = {}
+    for label, value in values.items():
+        name = asset_id(label)
+        if name in found:
+            raise ValueError(f"{what} has more than one entry of asset {name!r}")
+        found[name] = float(value)
+    return found
