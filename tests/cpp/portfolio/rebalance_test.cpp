@@ -92,7 +92,7 @@ TEST(Rebalance, RuinClosesEverythingAtThatCloseAndEndsAtZero) {
 
 TEST(Rebalance, RecordsExcursionsFromTheEntryFill) {
     Market market{.close = {10, 10, 12, 9, 8, 11, 10}, .target = {1.0, 0.0}, .signals = {0, 5}};
-    const auto& figures = market.run().round_trips.front().excursion;
+    const auto figures = market.run().round_trips.front().excursion;
     EXPECT_NEAR(figures.mae, -0.2, 1e-15);
     EXPECT_NEAR(figures.mfe, 0.2, 1e-15);
     EXPECT_NEAR(figures.mfe_before_mae, 0.2, 1e-15);
