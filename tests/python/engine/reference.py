@@ -239,7 +239,7 @@ class SlowSimulator:
                 equity, new = equity_of(scale)
                 fits = equity - sum(new.values()) - stuck >= floor * equity
                 small, large = (scale, large) if fits else (small, scale)
-            equity, new = equity_of(small if small > 1e-14 else 0.0)
+            equity, new = equity_of(small if small > 1e-12 else 0.0)
         self.executed = r
         for j in free:
             self.fill(j, t, new[j], weights[j], r)
@@ -270,7 +270,7 @@ class SlowSimulator:
                 cover = min(change, max(0.0, -held))
                 unit = 1 + self.total_cost(1.0)
                 extra = max(0.0, (self.cash - floor - cover * unit) / unit)
-                change = cover + min(change - cover, extra)
+                change = cover + (min(change - cover, extra) if extra > 1e-12 * equity else 0.0)
             self.fill(j, t, held + change, weight, r)
 
     def fill(self, j, t, value, weight, r):

@@ -135,7 +135,8 @@ void RebalanceSolver::limit_to_cash(double equity_before) {
     const double offset = -stuck_value_ / long_weight_;
     set_long_targets(slope, offset);
     equity_ = newton(equity_before);
-    if (slope * equity_ + offset < 0.0) {
+    // No cash, or a mere rounding error of it, buys nothing.
+    if (slope * equity_ + offset < kRounding * equity_) {
         set_long_targets(0.0, 0.0);
         equity_ = newton(equity_before);
     }

@@ -13,7 +13,7 @@ Simulator::Simulator(const SimulationInput& input)
     : in_{input}, assets_{input.close.assets}, book_{input.close, input.costs},
       solver_{input.costs, assets_}, stops_{input},
       excursions_{input.close, input.first_session, input.record_trades && input.record_excursions},
-      log_{input.costs, assets_, input.record_trades},
+      log_{input.costs, assets_, input.signal_session.size(), input.record_trades},
       last_priced_{last_priced_sessions(input.close)} {
     const std::size_t sessions = in_.close.sessions();
     for (auto* series :

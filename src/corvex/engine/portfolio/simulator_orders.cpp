@@ -162,7 +162,8 @@ double Simulator::waiting_change(double held, double weight, double equity) cons
     const double floor = std::min(0.0, 1.0 - total_weight_) * equity;
     const double cover = std::min(change, std::max(0.0, -held));
     const double room = (book_.cash() - floor) / (1.0 + rate) - cover;
-    return cover + std::min(change - cover, std::max(0.0, room));
+    // Cash that is a mere rounding error buys nothing, or it would open a position of dust.
+    return cover + (room > 1e-12 * equity ? std::min(change - cover, room) : 0.0);
 }
 
 double Simulator::trade_waiting(std::size_t asset, std::size_t session, double equity) {

@@ -56,7 +56,7 @@ class StopMonitor {
     void check_range(std::size_t session, std::size_t until, std::vector<TouchedStop>& fired);
 
   private:
-    static constexpr std::size_t kBlock = 16;
+    static constexpr std::size_t kBlock = 8;
 
     /// The worst and the best price of a session, times the side.
     struct Range {

@@ -9,6 +9,7 @@ namespace corvex::engine::trades {
 
 namespace {
 
+constexpr std::size_t kMostReserved = std::size_t{1} << 18U;
 constexpr double kMissing = std::numeric_limits<double>::quiet_NaN();
 
 RoundTrip new_trip(std::size_t asset, std::int64_t rebalance, double weight) {
@@ -28,8 +29,14 @@ void set_exit(RoundTrip& trip, const ExitCause& cause) {
 
 } // namespace
 
-TradeLog::TradeLog(const portfolio::Costs& costs, std::size_t assets, bool enabled)
-    : costs_{costs}, open_(enabled ? assets : 0, -1) {}
+TradeLog::TradeLog(const portfolio::Costs& costs, std::size_t assets, std::size_t rebalances,
+                   bool enabled)
+    : costs_{costs}, open_(enabled ? assets : 0, -1) {
+    if (enabled) {
+        // Reserved memory that is never written costs nothing, growing would copy and write twice.
+        trips_.reserve(std::min(assets * rebalances, kMostReserved));
+    }
+}
 
 void TradeLog::open(std::size_t asset, std::int64_t rebalance, std::size_t session, double price,
                     double weight) {

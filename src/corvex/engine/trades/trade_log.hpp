@@ -18,7 +18,9 @@ struct ExitCause {
 /// Writes round trips as they open and close. A log that is off ignores every call.
 class TradeLog {
   public:
-    TradeLog(const portfolio::Costs& costs, std::size_t assets, bool enabled);
+    /// @param rebalances  with the assets, it bounds the number of round trips.
+    TradeLog(const portfolio::Costs& costs, std::size_t assets, std::size_t rebalances,
+             bool enabled);
 
     [[nodiscard]] bool enabled() const { return !open_.empty(); }
 
