@@ -1,4 +1,4 @@
-"""The command line: ``corvex demo``, ``corvex show`` and ``corvex report``.
+"""The command line: ``corvex demo``, ``show``, ``report``, ``login``, ``logout`` and ``upload``.
 
 Results go to the standard output, notes and errors to the standard error. Exit status:
 
@@ -18,6 +18,7 @@ from typing import TYPE_CHECKING, Annotated
 
 import typer
 
+from corvex.cli import publish
 from corvex.cli.console import Steps, plain_errors, plot_width, settings
 
 if TYPE_CHECKING:
@@ -198,3 +199,6 @@ def _print_report(report: Report, name: str | None, width: int | None) -> None:
     print(report.to_text(name=str(shown) if shown else None))
     report.to_terminal(width=width or plot_width())
     print()
+
+
+publish.add_commands(app, _load)

@@ -20,6 +20,7 @@ __all__ = [
     "DocumentNotFoundError",
     "DocumentStoreError",
     "check_document",
+    "document_size",
     "extract_uid_from_id_token",
     "fetch_document",
     "upsert_document",
@@ -171,12 +172,16 @@ def check_document(path: str, document: Mapping[str, Any]) -> dict[str, Wire]:
         As `upsert_document` does.
     """
     fields = encode_fields(document)
-    segments = _segments(path)
-    fixed = 16 + sum(len(segment.encode()) + 1 for segment in segments) + 32
-    size = fixed + size_of_value({"mapValue": {"fields": fields}})
+    size = document_size(path, fields)
     if size > MAX_DOCUMENT_BYTES:
         raise ValueError(_too_large(size, fields))
     return fields
+
+
+def document_size(path: str, fields: dict[str, Wire]) -> int:
+    """Return the bytes that the store counts for a document: its path, its fields and 32 more."""
+    name = 16 + sum(len(segment.encode()) + 1 for segment in _segments(path))
+    return name + size_of_value({"mapValue": {"fields": fields}}) + 32
 
 
 def _too_large(size: int, fields: dict[str, Wire]) -> str:
