@@ -145,9 +145,10 @@ class Session(requests.Session):
 
     def merge_environment_settings(self, url: Any, proxies: Any, *args: Any) -> Any:
         """Take proxies from the environment, except for this machine."""
+        own = dict(proxies or {})  # a copy: what is passed on gets those of the environment
         settings = super().merge_environment_settings(url, proxies, *args)
         if _is_this_machine(parse_url(url).host):
-            settings["proxies"] = dict(proxies or {})
+            settings["proxies"] = own
         return settings
 
     def get_redirect_target(self, resp: requests.Response) -> str | None:

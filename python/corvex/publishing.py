@@ -52,7 +52,7 @@ def publish(report: Report, name: str | None = None) -> bool:
     warnings.warn(
         f"the report was not published: {reason} (it is whole; report.upload(name) tries again)",
         PublishWarning,
-        stacklevel=3,
+        stacklevel=2,
     )
     return False
 

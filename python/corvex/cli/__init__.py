@@ -86,16 +86,19 @@ def demo(out: Out = None, width: Width = None) -> None:
     Each month it holds the five of twenty US stocks with the best 12-1 momentum, with fees. The
     report is saved to corvex-demo.pkl in the current folder, or to --out.
     """
-    from corvex.cli.demo import NAME, STEPS, run_demo
+    from corvex.cli.demo import NAME, STEPS, publish_demo, run_demo
 
     target = _target(out or Path(), "corvex-demo.pkl")
-    with Steps(STEPS + 1) as steps:
+    with Steps(STEPS + 2) as steps:
         report = run_demo(steps)
         with steps.step("write the report"):
             _save(report, target)
+        with steps.step("publish and read back"):
+            published = publish_demo(report)
     _print_report(report, NAME, width)
     print("The prices are those of stocks that survived: for examples, not for investment.\n")
     steps.print_times()
+    print(f"\n{published}")
     print(f"\nReport written to {target}; corvex show {target.name} prints it again.")
 
 

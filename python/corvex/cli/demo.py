@@ -10,7 +10,7 @@ if TYPE_CHECKING:
     from corvex.cli.console import Steps
     from corvex.core.report import Report
 
-__all__ = ["NAME", "best_by_momentum", "run_demo"]
+__all__ = ["NAME", "best_by_momentum", "publish_demo", "run_demo"]
 
 NAME = "Momentum 12-1"
 STEPS = 4
@@ -63,3 +63,18 @@ def run_demo(steps: Steps) -> Report:
     with steps.step("compute the statistics"):
         report.get_stats()
     return report
+
+
+def publish_demo(report: Report) -> str:
+    """Publish the report to a server on this machine, read its state back, and say what came."""
+    from corvex.testing.trial import publish_for_trial
+
+    try:
+        execution = publish_for_trial(report, NAME)
+    except OSError as error:
+        return f"No server can run on this machine's own address, so nothing was published: {error}"
+    held = ", ".join(asset for asset, weight in execution.weights.items() if weight)
+    return (
+        "Published to a trial server on this machine, gone by now, and read back from it:\n"
+        f"  held {held}\n  next session {execution.next_trading_date:%Y-%m-%d}"
+    )

@@ -119,7 +119,9 @@ def _write_document(report: Report, name: str | None, target: Path) -> str:
     from corvex.utils import write_text
 
     cleaned, document = rehearse(report, name)
-    write_text(target, json.dumps(document, default=default_serialize, ensure_ascii=False, indent=1))
+    write_text(
+        target, json.dumps(document, default=default_serialize, ensure_ascii=False, indent=1)
+    )
     path = f"users/(you)/reports/{cleaned}"
     size = document_size(path, check_document(path, document))
     return (

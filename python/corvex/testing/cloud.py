@@ -165,10 +165,12 @@ class _Handler(BaseHTTPRequestHandler):
         if fault.kind == "slow":
             self.server.cloud.stopping.wait(fault.number)
             return False
-        if fault.kind == "status":
-            status = int(fault.number)
+        if fault.kind in ("status", "busy"):
+            status, headers = int(fault.number), {}
+            if fault.kind == "busy":
+                status, headers = 429, {"Retry-After": str(int(fault.number))}
             error = {"code": status, "message": f"fault {status} on request", "status": "FAULT"}
-            self._answer(status, json.dumps({"error": error}).encode())
+            self._answer(status, json.dumps({"error": error}).encode(), headers)
         elif fault.kind == "nonsense":
             self._answer(200, b"<html><body>Welcome to the hotel's network</body></html>")
         elif fault.kind == "echo":

@@ -9,6 +9,7 @@ __all__ = ["KINDS", "Fault", "parse_faults"]
 
 KINDS = {
     "status": "refuse with this HTTP status (a number alone means the same)",
+    "busy": "refuse with status 429 and ask to wait this many seconds",
     "slow": "answer after this many seconds",
     "drip": "answer one byte at a time, this many seconds apart",
     "cut": "close the connection instead of answering; nothing is kept",
@@ -19,7 +20,7 @@ KINDS = {
     "echo": "refuse with status 400 and all that was sent, the token too, as the message",
     "redirect": "redirect to this address with status 307",
 }
-_NUMBERS = {"status": "503", "slow": "5", "drip": "0.5"}
+_NUMBERS = {"status": "503", "busy": "1", "slow": "5", "drip": "0.5"}
 _FORM = re.compile(r"(?P<kind>[a-z-]+)?(?::?(?P<value>[^*]+))?(?:\*(?P<count>\d{1,6}))?")
 
 
