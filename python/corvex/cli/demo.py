@@ -73,7 +73,7 @@ def publish_demo(report: Report) -> str:
         execution = publish_for_trial(report, NAME)
     except OSError as error:
         return f"No server can run on this machine's own address, so nothing was published: {error}"
-    held = ", ".join(asset for asset, weight in execution.weights.items() if weight)
+    held = ", ".join(str(asset) for asset, weight in execution.weights.items() if weight)
     return (
         "Published to a trial server on this machine, gone by now, and read back from it:\n"
         f"  held {held}\n  next session {execution.next_trading_date:%Y-%m-%d}"

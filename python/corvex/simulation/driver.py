@@ -46,6 +46,7 @@ def simulate(
     benchmark: Benchmark = None,
     live_performance_start: Any = None,
     name: str | None = None,
+    upload: bool = False,
 ) -> Report:
     """Simulate a portfolio and report on it.
 
@@ -103,6 +104,9 @@ def simulate(
         From when on the strategy has been traded live.
     name : str, optional
         Name of the strategy.
+    upload : bool, default False
+        Publish the report under its name when it is done; see ``docs/publishing.md``. A failure
+        is a warning, and the report comes back all the same.
 
     Returns
     -------
@@ -140,7 +144,7 @@ def simulate(
     live_start = None
     if live_performance_start is not None:
         live_start = inputs.clock.stamp(live_performance_start, "live_performance_start")
-    return build_report(
+    report = build_report(
         run(
             inputs,
             options,
@@ -168,3 +172,8 @@ def simulate(
             },
         )
     )
+    if upload:
+        from corvex.publishing import publish
+
+        publish(report, name)
+    return report

@@ -5,7 +5,7 @@ from __future__ import annotations
 import contextlib
 import os
 from collections.abc import Iterator
-from typing import TYPE_CHECKING
+from typing import TYPE_CHECKING, cast
 
 from corvex.testing.cloud import CloudServer
 
@@ -51,4 +51,5 @@ def publish_for_trial(report: Report, name: str) -> ReportExecution:
         result = report.upload(name)
         if result is not True:
             raise RuntimeError(f"the trial upload failed: {result}")
-        return ReportExecution.from_cloud(name)
+        # A report is read back as one record; several come of collections only.
+        return cast("ReportExecution", ReportExecution.from_cloud(name))

@@ -41,7 +41,9 @@ def test_demo_prints_saves_and_show_prints_it_again(run, tmp_path):
     rows = [line for line in out.splitlines() if re.match(r" *[-\d.]+% ┤", line)]
     assert {len(row) for row in rows} == {100}
     steps = re.findall(r"^  (\w[^\n]*?) +[\d.]+ s$", out, re.M)
-    assert steps[2:] == ["simulate", "compute the statistics", "write the report", "all"]
+    later = ["compute the statistics", "write the report", "publish and read back", "all"]
+    assert steps[2:] == ["simulate", *later]
+    assert "read back from it:\n  held CVX, LLY, MRK, RRC, XOM\n" in out
     saved = tmp_path / "corvex-demo.pkl"
     assert [entry.name for entry in tmp_path.iterdir()] == [saved.name]
     assert f"Report written to {saved}" in out
