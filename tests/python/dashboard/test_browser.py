@@ -191,6 +191,17 @@ def test_a_report_with_nothing_but_a_curve_has_no_holes(open_page):
     assert page.locator("#drawdowns td strong").inner_text() == "open"
 
 
+def test_ten_thousand_trades_are_paged_and_counted_in_fields(open_page, many_trades):
+    page = open_page(many_trades)
+    assert page.locator("#trades .found").inner_text().startswith("10,000 of 10,000")
+    counted = page.locator("#excursions .chart").evaluate_all(
+        "all => all.map(one => one.data[0].text.flat().reduce((sum, n) => sum + n, 0))"
+    )
+    assert counted == [10_000, 10_000]
+    page.locator("#trade-table tbody tr").first.click()
+    assert page.locator("#trades .excursion").get_attribute("aria-label")
+
+
 @pytest.mark.parametrize("scheme", ["light", "dark"])
 def test_a_phone_sized_page_does_not_scroll_sideways(open_page, simulated, scheme, tmp_path):
     size = {"width": 390, "height": 844}

@@ -8,7 +8,7 @@ from typing import TYPE_CHECKING, Any
 import numpy as np
 import pandas as pd
 
-from corvex.core.dashboard.curves import day_of, iso_day
+from corvex.core.dashboard.curves import day_of
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
@@ -73,8 +73,11 @@ def freshness(report: Report) -> dict[str, Any]:
 
 
 def _iso(value: Any) -> str | None:
-    day = day_of(value)
-    return None if day is None else iso_day(day)
+    """Return a date, with its time where it has one, on its own wall clock."""
+    if day_of(value) is None:
+        return None
+    stamp = pd.Timestamp(value).tz_localize(None)
+    return f"{stamp:%Y-%m-%d}" if stamp == stamp.normalize() else f"{stamp:%Y-%m-%d %H:%M}"
 
 
 def _series(report: Report, name: str) -> pd.Series | None:

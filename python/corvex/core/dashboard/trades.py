@@ -218,7 +218,7 @@ class _Places:
 
 
 def _places(trades: pd.DataFrame, close: pd.DataFrame) -> _Places:
-    labels = [str(label).split(" ")[0] for label in trades[_asset_column(trades)]]
+    labels = [str(label).split(" ")[0] for label in trades[_asset_column(trades)].tolist()]
     columns = pd.Index(close.columns.astype(str), dtype=object)
     columns = pd.Index([label.split(" ")[0] for label in columns], dtype=object)
     column = np.full(len(labels), -1)

@@ -12,7 +12,7 @@ export function renderLiquidity() {
   if (!found) return null;
   const parts = [];
   if (found.turnover.length) {
-    parts.push(table(t("s_liquidity"), [
+    parts.push(table(t("traded_value"), [
       { label: t("fills"), text: (row) => t(`fill_${row.fill}`) },
       { label: t("count"), number: true, text: (row) => whole(row.fills) },
       { label: t("median_value"), number: true, text: (row) => whole(row.median) },
@@ -20,7 +20,7 @@ export function renderLiquidity() {
     ], found.turnover));
   }
   if (found.capacity.length) {
-    parts.push(table(t("capacity"), [
+    parts.push(table(t("capacity_caption"), [
       { label: t("capacity_share"), text: (row) => share(row.share) },
       { label: t("capacity"), number: true, text: (row) => whole(row.capital) },
     ], found.capacity));

@@ -34,13 +34,13 @@ function holdingsTable() {
   const { rows, cash, next_cash: nextCash, source } = facts.holdings;
   if (!rows.length) return el("p", {}, t("no_holdings"));
   const coming = rows[0].next !== null;
-  const largest = Math.max(...rows.flatMap((row) => [row.weight, row.next ?? 0]).map(Math.abs), Math.abs(cash)) || 1;
+  const largest = Math.max(...rows.flatMap((row) => [row.weight, row.next ?? 0]).map(Math.abs)) || 1;
   const columns = [
     { label: t("asset"), text: (row) => row.asset },
-    { label: t("weight_now"), number: true, node: (row) => weightBar(row.weight, largest) },
+    { label: t("weight_now"), number: true, node: (row) => weightBar(row, row.weight, largest) },
   ];
   if (coming) {
-    columns.push({ label: t("weight_next"), number: true, node: (row) => weightBar(row.next, largest) },
+    columns.push({ label: t("weight_next"), number: true, node: (row) => weightBar(row, row.next, largest) },
       { label: t("change"), number: true, text: (row) => signedPercent(row.next - row.weight) });
   }
   if (rows.some((row) => row.action)) columns.push({ label: t("action"), text: (row) => actionText(row.action) });
@@ -48,12 +48,13 @@ function holdingsTable() {
     columns.push({ label: t("entered"), text: (row) => row.entry ?? "" },
       { label: t("open_return"), number: true, text: (row) => (row.entry ? signedPercent(row.return) : "") });
   }
-  const foot = [{ asset: t("cash"), weight: cash, next: nextCash, action: null }];
+  const foot = [{ asset: t("cash"), weight: cash, next: nextCash, action: null, isCash: true }];
   return [table(t("s_holdings"), columns, rows, { foot }),
           el("p", { class: "note" }, t(source === "position" ? "holdings_position" : "holdings_note"))];
 }
 
-function weightBar(weight, largest) {
+function weightBar(row, weight, largest) {
+  if (row.isCash) return percent(weight);
   const size = (Math.abs(weight) / largest) * 100;
   return el("span", { class: weight < 0 ? "bar short" : "bar", style: `--size:${size.toFixed(2)}%` }, percent(weight));
 }

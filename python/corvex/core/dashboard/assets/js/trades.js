@@ -9,6 +9,7 @@ import { has, t } from "./text.js";
 
 const FRACTIONS = ["return", "position", "mae", "mfe", "mfe_before_mae", "max_drawdown"];
 const UNIT = 1e-5;
+const MANY = 2500;
 
 /** The trade table as it travels, with readers for its cells. */
 export function tradeBook(columns) {
@@ -271,8 +272,38 @@ export function renderExcursions(series) {
   if (!closed.length) return null;
   const plots = ["mae", "mfe"].filter((name) => book.has(name)).map((name) =>
     el("figure", {}, el("figcaption", {}, t(`scatter_${name}`)),
-      chart(t("scatter_alt"), 340, () => scatter(book, closed, name))));
-  return [el("div", { class: "pair" }, plots), el("p", { class: "note" }, t("scatter_note"))];
+      chart(t("scatter_alt"), 340, () => (closed.length > MANY ? density : scatter)(book, closed, name))));
+  const note = closed.length > MANY ? `${t("scatter_note")} ${t("density_note")}` : t("scatter_note");
+  return [el("div", { class: "pair" }, plots), el("p", { class: "note" }, note)];
+}
+
+const excursionAxes = (name) => ({ xaxis: { tickformat: ".0%", title: { text: t(name) } },
+                                   yaxis: { tickformat: ".0%", title: { text: t("return") } } });
+
+/** So many points would each be an element of the page: they are counted in fields instead. */
+function density(book, closed, name) {
+  const c = colours();
+  const [x, y] = [name, "return"].map((key) => fieldsOf(closed.map((i) => book.value(key, i) ?? 0)));
+  const counts = y.middles.map(() => x.middles.map(() => null));
+  closed.forEach((_, i) => { counts[y.place[i]][x.place[i]] += 1; });
+  const { xaxis, yaxis } = excursionAxes(name);
+  return {
+    data: [{ type: "heatmap", x: x.middles, y: y.middles, z: counts.map((row) => row.map((n) => n && Math.log10(n))),
+      text: counts, colorscale: [[0, c.grid], [0.25, c.market], [1, c.own]], showscale: false,
+      hovertemplate: "%{text} · %{x:.1%} → %{y:.1%}<extra></extra>" }],
+    layout: { hovermode: "closest", xaxis: { ...xaxis, range: x.view }, yaxis: { ...yaxis, range: y.view } },
+  };
+}
+
+/** Equal fields, 70 of them over the middle 99.6 % of the values, which is also the view. */
+function fieldsOf(values) {
+  const ordered = [...values].sort((a, b) => a - b);
+  const at = (part) => ordered[Math.round(part * (ordered.length - 1))];
+  const view = [at(0.002), at(0.998)];
+  const width = (view[1] - view[0]) / 70 || 1e-4;
+  const field = (value) => Math.floor((value - ordered[0]) / width);
+  const middles = Array.from({ length: field(ordered.at(-1)) + 1 }, (_, i) => ordered[0] + (i + 0.5) * width);
+  return { middles, view, place: values.map(field) };
 }
 
 function scatter(book, closed, name) {
@@ -280,10 +311,9 @@ function scatter(book, closed, name) {
   const group = (label, rows, colour) => ({ type: "scatter", mode: "markers", name: label,
     x: rows.map((i) => book.value(name, i)), y: rows.map((i) => book.value("return", i)),
     text: rows.map((i) => `${chartText(book.asset(i))} ${book.date("entry_date", i) ?? ""}`),
-    marker: { color: colour, size: closed.length > 2000 ? 4 : 6, opacity: 0.6 },
+    marker: { color: colour, size: closed.length > 1000 ? 4 : 6, opacity: 0.6 },
     hovertemplate: "%{text}<br>%{x:.2%} → %{y:.2%}<extra></extra>" });
   const isWon = (i) => book.value("return", i) > 0;
   return { data: [group(t("won"), closed.filter(isWon), c.gain), group(t("lost"), closed.filter((i) => !isWon(i)), c.loss)],
-    layout: { hovermode: "closest", xaxis: { tickformat: ".0%", title: { text: t(name) } },
-              yaxis: { tickformat: ".0%", title: { text: t("return") } } } };
+    layout: { hovermode: "closest", ...excursionAxes(name) } };
 }
