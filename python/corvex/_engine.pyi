@@ -108,7 +108,7 @@ class SimulationResult(TypedDict):
     slippage: _Floats  # (n,)
     traded: _Floats  # (n,) traded value, both sides, at quoted prices
     position: _Floats | None  # (n, assets) target weights in force after each close
-    trades: dict[str, NDArray[np.generic]] | None  # the keys of Trades and "return"
+    trades: dict[str, npt.NDArray[np.generic]] | None  # the keys of Trades and "return"
     ruin_session: int  # -1: none
     executed_rebalance: int  # row of `target` last filled, -1: none
     # the state after the last session, one entry per asset

@@ -5,6 +5,9 @@
 #include <nanobind/stl/optional.h>
 #include <nanobind/stl/string_view.h>
 
+#include <algorithm>
+#include <cmath>
+#include <limits>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -33,9 +36,7 @@ PriceTable as_table(const InputTable& table) {
     return {{table.data(), table.shape(0) * table.shape(1)}, table.shape(1)};
 }
 
-PriceTable as_table(const OptionalTable& table) {
-    return table ? as_table(*table) : PriceTable{};
-}
+PriceTable as_table(const OptionalTable& table) { return table ? as_table(*table) : PriceTable{}; }
 
 FillAt parse_fill_at(std::string_view name) {
     if (name == "close") {
@@ -81,7 +82,8 @@ nb::dict as_dict(SimulationResult&& result, nb::object position, bool with_trade
 /// numpy's own allocation: it asks the system for large pages, which matters for a table that is
 /// written once.
 nb::object new_position(SimulationInput& input) {
-    const std::size_t rows = input.close.sessions() - input.first_session;
+    const std::size_t sessions = input.close.sessions();
+    const std::size_t rows = sessions - std::min(input.first_session, sessions);
     nb::object array =
         nb::module_::import_("numpy").attr("empty")(nb::make_tuple(rows, input.close.assets));
     const auto view = nb::cast<nb::ndarray<double, nb::ndim<2>, nb::c_contig>>(array);
@@ -115,7 +117,6 @@ nb::dict simulate(const InputTable& close, const InputTable& target,
     if (target.shape(1) != close.shape(1)) {
         throw std::invalid_argument("target and close must have one column for each asset");
     }
-    engine::portfolio::validate(input);
     nb::object position = record_positions ? new_position(input) : nb::none();
     SimulationResult result;
     {

@@ -8,12 +8,6 @@ namespace corvex::engine::portfolio {
 using trades::ExitCause;
 using trades::ExitReason;
 
-namespace {
-
-bool same_side(double a, double b) { return (a > 0.0 && b > 0.0) || (a < 0.0 && b < 0.0); }
-
-} // namespace
-
 double Simulator::fill_price(std::size_t asset, std::size_t session) const {
     const double price = in_.fill_prices().at(session, asset);
     const bool listed = static_cast<std::int64_t>(session) <= last_priced_[asset];
@@ -23,16 +17,6 @@ double Simulator::fill_price(std::size_t asset, std::size_t session) const {
 double Simulator::fill_value_price(std::size_t asset, std::size_t session) const {
     const double price = fill_price(asset, session);
     return is_missing(price) ? book_.price_before(asset, session) : price;
-}
-
-double Simulator::equity_at_fill(std::size_t session) const {
-    double equity = book_.cash();
-    for (std::size_t asset = 0; asset < assets_; ++asset) {
-        if (book_.shares(asset) != 0.0) {
-            equity += book_.shares(asset) * fill_value_price(asset, session);
-        }
-    }
-    return equity;
 }
 
 void Simulator::fill_fired_stops(std::size_t session) {
@@ -113,87 +97,6 @@ void Simulator::apply_rebalance(std::int64_t row, std::size_t session) {
     book_.holdings_changed();
     book_.set_cash(trades.cash);
     paid_.add(in_.costs, trades.bought, trades.sold);
-}
-
-void Simulator::cancel_all_waiting() {
-    for (const std::uint32_t asset : waiting_) {
-        out_.waiting_rebalance[asset] = -1;
-    }
-    waiting_.clear();
-}
-
-void Simulator::cancel_waiting(std::size_t asset) {
-    if (out_.waiting_rebalance[asset] >= 0) {
-        out_.waiting_rebalance[asset] = -1;
-        std::erase(waiting_, static_cast<std::uint32_t>(asset));
-    }
-}
-
-void Simulator::fill_waiting(std::size_t session) {
-    std::vector<std::uint32_t> ready;
-    std::ranges::copy_if(waiting_, std::back_inserter(ready), [&](std::uint32_t asset) {
-        return !is_missing(fill_price(asset, session));
-    });
-    if (ready.empty()) {
-        return;
-    }
-    excursions_.observe_before(fills_at(FillAt::kClose) ? session + 1 : session);
-    // Sells first, so that their proceeds serve the buys.
-    double equity = equity_at_fill(session);
-    std::ranges::stable_partition(ready, [&](std::uint32_t asset) {
-        const auto row = static_cast<std::size_t>(out_.waiting_rebalance[asset]);
-        return in_.target_row(row)[asset] * equity <
-               book_.shares(asset) * fill_price(asset, session);
-    });
-    for (const std::uint32_t asset : ready) {
-        equity -= trade_waiting(asset, session, equity);
-    }
-}
-
-/// The change in value that brings one asset alone to weight x the equity after its own costs.
-double Simulator::waiting_change(double held, double weight, double equity) const {
-    const bool buy = weight * equity > held;
-    const double rate = buy ? in_.costs.buy_rate() : -in_.costs.sell_rate();
-    const double change = (weight * equity - held) / (1.0 + rate * weight);
-    if (!buy) {
-        return change;
-    }
-    // Covering a short is never held back; what goes beyond it stays within cash.
-    const double floor = std::min(0.0, 1.0 - total_weight_) * equity;
-    const double cover = std::min(change, std::max(0.0, -held));
-    const double room = (book_.cash() - floor) / (1.0 + rate) - cover;
-    // Cash that is a mere rounding error buys nothing, or it would open a position of dust.
-    return cover + (room > 1e-12 * equity ? std::min(change - cover, room) : 0.0);
-}
-
-double Simulator::trade_waiting(std::size_t asset, std::size_t session, double equity) {
-    const std::int64_t row = out_.waiting_rebalance[asset];
-    const double weight = in_.target_row(static_cast<std::size_t>(row))[asset];
-    const double price = fill_price(asset, session);
-    const double before = book_.shares(asset);
-    const double held = before * price;
-    cancel_waiting(asset);
-    if (equity <= 0.0) {
-        out_of_equity_ = true;
-        return 0.0;
-    }
-    const double change = waiting_change(held, weight, equity);
-    const double value = weight == 0.0 ? 0.0 : held + change;
-    book_.trade(asset, value, price, session, paid_);
-    book_.forgive_rounding(equity);
-    if (book_.shares(asset) != 0.0) {
-        out_.weights_in_force[asset] = weight;
-    }
-    if (!same_side(before, book_.shares(asset))) {
-        position_changed(
-            {asset,
-             session,
-             price,
-             weight,
-             before,
-             {ExitReason::kRebalance, in_.signal_session[static_cast<std::size_t>(row)], row}});
-    }
-    return change > 0.0 ? change * in_.costs.buy_rate() : -change * in_.costs.sell_rate();
 }
 
 void Simulator::exit_position(std::size_t asset, std::size_t session, double price,

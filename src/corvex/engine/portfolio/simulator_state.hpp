@@ -15,6 +15,9 @@
 
 namespace corvex::engine::portfolio {
 
+/// Whether two holdings are on the same side of the market.
+inline bool same_side(double a, double b) { return (a > 0.0 && b > 0.0) || (a < 0.0 && b < 0.0); }
+
 /// One run of a simulation; see simulate() for the order of its steps.
 class Simulator {
   public:
@@ -53,21 +56,23 @@ class Simulator {
     void rebalance(std::int64_t row, std::size_t session);
     double collect_rebalance(const double* weights, std::size_t session);
     void apply_rebalance(std::int64_t row, std::size_t session);
-    void cancel_all_waiting();
-    void cancel_waiting(std::size_t asset);
-    void fill_waiting(std::size_t session);
-    /// Returns the costs paid.
-    double trade_waiting(std::size_t asset, std::size_t session, double equity);
-    [[nodiscard]] double waiting_change(double held, double weight, double equity) const;
     void exit_position(std::size_t asset, std::size_t session, double price,
                        const trades::ExitCause& cause, bool touched = false);
     void position_changed(const Fill& fill);
     void close_round_trip(const Fill& fill);
     void open_round_trip(const Fill& fill);
 
+    // Orders that wait for a price (simulator_waiting.cpp).
+    void cancel_all_waiting();
+    void cancel_waiting(std::size_t asset);
+    void fill_waiting(std::size_t session);
+    /// Returns the costs paid.
+    double trade_waiting(std::size_t asset, std::size_t session, double equity);
+    [[nodiscard]] double waiting_change(double held, double weight, double equity) const;
+    [[nodiscard]] double equity_at_fill(std::size_t session) const;
+
     [[nodiscard]] double fill_price(std::size_t asset, std::size_t session) const;
     [[nodiscard]] double fill_value_price(std::size_t asset, std::size_t session) const;
-    [[nodiscard]] double equity_at_fill(std::size_t session) const;
     [[nodiscard]] std::size_t offset(std::size_t session) const {
         return session - in_.first_session;
     }
