@@ -18,7 +18,7 @@ from corvex import data, ffn_core  # isort: skip
 if TYPE_CHECKING:
     from corvex.core.report import Report, ReportExecution
     from corvex.curves import from_equity, from_returns
-    from corvex.ordering import orders
+    from corvex.ordering.orders import orders
     from corvex.simulation import simulate
 
 __all__ = [

@@ -7,9 +7,7 @@
 namespace corvex::engine {
 namespace {
 
-Nanos at(int year, int month, int day) {
-    return day_from_civil(year, month, day) * kNanosPerDay;
-}
+Nanos at(int year, int month, int day) { return day_from_civil(year, month, day) * kNanosPerDay; }
 
 TEST(MonthPeriods, SkipsMonthsWithoutARowAndKeepsTheBoundaries) {
     const std::vector<Nanos> times{at(1969, 12, 30), at(1969, 12, 31), at(1970, 1, 1) - 1,

@@ -8,9 +8,7 @@
 namespace corvex::engine {
 namespace {
 
-Nanos at(int year, int month, int day) {
-    return day_from_civil(year, month, day) * kNanosPerDay;
-}
+Nanos at(int year, int month, int day) { return day_from_civil(year, month, day) * kNanosPerDay; }
 
 /// One value a weekday from 2006-01-02 to `end`, equal to the days since 1970.
 struct Weekdays {

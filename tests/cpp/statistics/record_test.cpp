@@ -15,9 +15,7 @@ namespace {
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr Nanos kHour = 3600 * kNanosPerSecond;
 
-Nanos at(int year, int month, int day) {
-    return day_from_civil(year, month, day) * kNanosPerDay;
-}
+Nanos at(int year, int month, int day) { return day_from_civil(year, month, day) * kNanosPerDay; }
 
 TEST(PerformanceRecord, OfAnHourlyCurveKeepsTheFirstDay) {
     // Half is lost on the first day, nothing afterwards.

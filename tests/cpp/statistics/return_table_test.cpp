@@ -8,9 +8,7 @@
 namespace corvex::engine {
 namespace {
 
-Nanos at(int year, int month, int day) {
-    return day_from_civil(year, month, day) * kNanosPerDay;
-}
+Nanos at(int year, int month, int day) { return day_from_civil(year, month, day) * kNanosPerDay; }
 
 TEST(ReturnTable, LeavesAHoleMissingAndTheYearWhole) {
     const std::vector<Nanos> times{at(2023, 11, 28), at(2023, 11, 29), at(2023, 12, 28),

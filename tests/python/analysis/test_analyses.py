@@ -135,6 +135,7 @@ class HoldingAnalysis(Analysis):
 """
 
 
+@pytest.mark.slow
 def test_folders_of_the_user_join_the_package(tmp_path):
     (tmp_path / "holdingAnalysis.py").write_text(OWN)
     (tmp_path / "drawdownAnalysis.py").write_text("raise RuntimeError('not ours')")

@@ -34,6 +34,7 @@ def _csv(path, values, column="equity", start="2024-01-01"):
     return path
 
 
+@pytest.mark.slow
 def test_demo_prints_saves_and_show_prints_it_again(run, tmp_path):
     status, out, err = run("demo")
     assert (status, err) == (0, "")
@@ -157,6 +158,7 @@ def test_report_says_what_is_wrong_with_a_file(run, tmp_path, text, args, messag
     assert message in err
 
 
+@pytest.mark.slow
 def test_the_installed_command():
     def command(*args, **env):
         return subprocess.run(

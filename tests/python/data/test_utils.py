@@ -47,6 +47,7 @@ def test_the_temporary_folder_is_private_even_when_its_name_is_taken(tmp_path, m
     assert stat.S_IMODE(os.stat(other).st_mode) == 0o700
 
 
+@pytest.mark.slow
 def test_importing_the_markets_loads_no_heavy_package():
     code = (
         "import pandas, requests, sys; before = set(sys.modules)\n"
