@@ -17,3 +17,9 @@ def test_example_simulates_prints_and_saves(tmp_path, monkeypatch, capsys):
     assert "six-month winners" in capsys.readouterr().out
     assert (tmp_path / "winners.pkl").stat().st_size > 0
     assert len(names["report"].get_trades()) > 100
+
+
+def test_links_lead_somewhere():
+    targets = re.findall(r"\]\((?!http)([^)#]+)", README.read_text(encoding="utf-8"))
+    missing = [target for target in targets if not (README.parent / target).exists()]
+    assert not missing
