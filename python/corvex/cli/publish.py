@@ -4,9 +4,10 @@ from __future__ import annotations
 
 import enum
 import json
+import os
 import sys
 from pathlib import Path
-from typing import TYPE_CHECKING, Annotated, Any
+from typing import TYPE_CHECKING, Annotated
 
 import typer
 
@@ -99,17 +100,18 @@ def _ask_for_token() -> str:
 
 
 def _upload(report: Report, name: str | None) -> str:
+    from corvex.core.upload import resolve_upload_name
     from corvex.credentials import redact
-    from corvex.publishing import failure_of
+    from corvex.publishing import clean_name, failure_of
 
+    final = clean_name(resolve_upload_name(name, os.environ))
     try:
         reason = failure_of(report.upload(name))
-    except Exception as error:
-        # Also where it is reported with its traceback: nothing of the request may be in it.
-        reason = redact(str(error) or type(error).__name__)
+    except (RuntimeError, OSError) as error:  # no token, or no connection
+        reason = redact(str(error))
     if reason is not None:
         raise ValueError(f"the report was not published: {reason}")
-    return f"Published as {_final_name(name)}"
+    return f"Published as {final}"
 
 
 def _write_document(report: Report, name: str | None, target: Path) -> str:
@@ -128,12 +130,3 @@ def _write_document(report: Report, name: str | None, target: Path) -> str:
         f"Nothing sent. Document of {cleaned} written to {target}: {size >> 10:,} KiB of "
         f"{MAX_DOCUMENT_BYTES >> 10:,} KiB"
     )
-
-
-def _final_name(name: str | None) -> Any:
-    import os
-
-    from corvex.core.upload import resolve_upload_name
-    from corvex.publishing import clean_name
-
-    return clean_name(resolve_upload_name(name, os.environ))

@@ -170,6 +170,9 @@ def test_the_client_is_requests_with_limits(cloud, monkeypatch, tmp_path):
         assert b"token" in b"".join(answer.iter_content(3))
     for verb in ("get", "put", "patch", "delete", "options", "head"):
         assert getattr(client, verb)(url).status_code in (401, 404, 501)
+    with monkeypatch.context() as double:
+        double.setattr(requests, "post", lambda url, data: data)
+        assert client.post(url, data=5) == 5
     cloud.fail("slow:2")
     with pytest.raises(client.ReadTimeout):
         client.get(url, timeout=0.1)
