@@ -58,7 +58,8 @@ double stop_fraction(std::optional<double> value) {
     return value && std::isfinite(*value) ? *value : kOff;
 }
 
-nb::dict as_dict(SimulationResult&& result, nb::object position, bool with_trades) {
+nb::dict as_dict(SimulationResult&& result, nb::object position, bool with_trades,
+                 std::int64_t last_session) {
     nb::dict out;
     out["equity"] = to_numpy(std::move(result.equity));
     out["cash"] = to_numpy(std::move(result.cash));
@@ -67,7 +68,8 @@ nb::dict as_dict(SimulationResult&& result, nb::object position, bool with_trade
     out["slippage"] = to_numpy(std::move(result.slippage));
     out["traded"] = to_numpy(std::move(result.traded));
     out["position"] = std::move(position);
-    out["trades"] = with_trades ? nb::object(trade_columns(result.round_trips)) : nb::none();
+    out["trades"] =
+        with_trades ? nb::object(trade_columns(result.round_trips, last_session)) : nb::none();
     out["ruin_session"] = result.ruin_session;
     out["executed_rebalance"] = result.executed_rebalance;
     out["weights_in_force"] = to_numpy(std::move(result.weights_in_force));
@@ -123,7 +125,8 @@ nb::dict simulate(const InputTable& close, const InputTable& target,
         const nb::gil_scoped_release released;
         result = engine::portfolio::simulate(input);
     }
-    return as_dict(std::move(result), std::move(position), record_trades);
+    return as_dict(std::move(result), std::move(position), record_trades,
+                   static_cast<std::int64_t>(input.close.sessions()) - 1);
 }
 
 OutputArray<std::int64_t> last_priced_sessions(const InputTable& prices) {

@@ -3,6 +3,7 @@
 #include <nanobind/nanobind.h>
 
 #include <algorithm>
+#include <limits>
 
 #include "arrays.hpp"
 
@@ -12,7 +13,6 @@ namespace corvex::bindings {
 
 namespace {
 
-using engine::trades::ExcursionFigures;
 using engine::trades::RoundTrip;
 
 template <typename T, typename Field>
@@ -25,17 +25,14 @@ OutputArray<T> column(std::span<const RoundTrip> trips, Field field) {
 
 } // namespace
 
-nb::dict trade_columns(std::span<const RoundTrip> trips) {
+nb::dict trade_columns(std::span<const RoundTrip> trips, std::int64_t last_session) {
+    constexpr double kMissing = std::numeric_limits<double>::quiet_NaN();
     nb::dict out;
     const auto whole = [&](const char* name, auto field) {
         out[name] = column<std::int64_t>(trips, [&](const RoundTrip& trip) { return trip.*field; });
     };
     const auto real = [&](const char* name, auto field) {
         out[name] = column<double>(trips, [&](const RoundTrip& trip) { return trip.*field; });
-    };
-    const auto excursion = [&](const char* name, double ExcursionFigures::* field) {
-        out[name] =
-            column<double>(trips, [&](const RoundTrip& trip) { return trip.excursion.*field; });
     };
     whole("asset", &RoundTrip::asset);
     whole("entry_rebalance", &RoundTrip::entry_rebalance);
@@ -48,12 +45,17 @@ nb::dict trade_columns(std::span<const RoundTrip> trips) {
     real("exit_price", &RoundTrip::exit_price);
     real("weight", &RoundTrip::weight);
     real("return", &RoundTrip::net_return);
-    real("period", &RoundTrip::period);
-    excursion("mae", &ExcursionFigures::mae);
-    excursion("mfe", &ExcursionFigures::mfe);
-    excursion("mfe_before_mae", &ExcursionFigures::mfe_before_mae);
-    excursion("max_drawdown", &ExcursionFigures::max_drawdown);
-    excursion("days_in_profit", &ExcursionFigures::days_in_profit);
+    real("mae", &RoundTrip::mae);
+    real("mfe", &RoundTrip::mfe);
+    real("mfe_before_mae", &RoundTrip::mfe_before_mae);
+    real("max_drawdown", &RoundTrip::max_drawdown);
+    out["days_in_profit"] = column<double>(trips, [](const RoundTrip& trip) {
+        return trip.filled() ? trip.days_in_profit : kMissing;
+    });
+    out["period"] = column<double>(trips, [&](const RoundTrip& trip) {
+        const std::int64_t end = trip.exit_session >= 0 ? trip.exit_session : last_session;
+        return trip.filled() ? static_cast<double>(end - trip.entry_session) : kMissing;
+    });
     return out;
 }
 

@@ -4,11 +4,14 @@
 
 #include <nanobind/nanobind.h>
 
+#include <cstdint>
 #include <span>
 
 namespace corvex::bindings {
 
 /// Round trips as a dict of columns, one numpy array for each field.
-nanobind::dict trade_columns(std::span<const engine::trades::RoundTrip> trips);
+/// @param last_session  up to which an open one has been held.
+nanobind::dict trade_columns(std::span<const engine::trades::RoundTrip> trips,
+                             std::int64_t last_session);
 
 } // namespace corvex::bindings

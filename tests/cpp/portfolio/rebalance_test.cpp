@@ -61,7 +61,7 @@ TEST(Rebalance, KeepsARoundTripUntilZeroOrAChangeOfSign) {
     const auto trips = market.run().round_trips;
     ASSERT_EQ(trips.size(), 2U);
     EXPECT_EQ(trips[0].exit_rebalance, 2);
-    EXPECT_EQ(trips[0].period, 2.0);
+    EXPECT_EQ(trips[0].exit_session, 3);
     EXPECT_EQ(trips[0].weight, 0.5);
     EXPECT_EQ(trips[1].entry_session, 3);
     // The exit is signalled on the last session and has no fill yet.
@@ -92,14 +92,14 @@ TEST(Rebalance, RuinClosesEverythingAtThatCloseAndEndsAtZero) {
 
 TEST(Rebalance, RecordsExcursionsFromTheEntryFill) {
     Market market{.close = {10, 10, 12, 9, 8, 11, 10}, .target = {1.0, 0.0}, .signals = {0, 5}};
-    const auto figures = market.run().round_trips.front().excursion;
+    const auto figures = market.run().round_trips.front();
     EXPECT_NEAR(figures.mae, -0.2, 1e-15);
     EXPECT_NEAR(figures.mfe, 0.2, 1e-15);
     EXPECT_NEAR(figures.mfe_before_mae, 0.2, 1e-15);
     EXPECT_NEAR(figures.max_drawdown, 8.0 / 12.0 - 1.0, 1e-15);
     EXPECT_EQ(figures.days_in_profit, 2.0);
     Market rising{.close = {10, 10, 12}, .target = {1.0}};
-    EXPECT_EQ(rising.run().round_trips.front().excursion.mae, 0.0);
+    EXPECT_EQ(rising.run().round_trips.front().mae, 0.0);
 }
 
 TEST(Rebalance, RefusesInputsThatDoNotFit) {

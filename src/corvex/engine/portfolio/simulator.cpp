@@ -168,7 +168,7 @@ void Simulator::finish() {
     if (out_.ruin_session < 0 && in_.close.sessions() > in_.first_session) {
         const std::size_t last = in_.close.sessions() - 1;
         for (const std::uint32_t asset : book_.held()) {
-            log_.mark_open(asset, last, book_.price_after(asset, last),
+            log_.mark_open(asset, book_.price_after(asset, last),
                            excursions_.figures(asset, last + 1));
         }
         signal_beyond_table();

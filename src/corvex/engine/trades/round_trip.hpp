@@ -26,21 +26,26 @@ struct ExcursionFigures {
 };
 
 /// From weight zero to zero, or to a change of sign. Sessions and rows are -1 where there is none,
-/// prices NaN.
+/// prices and returns NaN. There can be many, so the record is kept narrow.
 struct RoundTrip {
-    std::int64_t asset;
-    std::int64_t entry_rebalance;
-    std::int64_t exit_rebalance = -1;
-    std::int64_t exit_signal_session = -1;
-    std::int64_t entry_session = -1;
-    std::int64_t exit_session = -1;
+    std::int32_t asset;
+    std::int32_t entry_rebalance;
+    std::int32_t exit_rebalance = -1;
+    std::int32_t exit_signal_session = -1;
+    std::int32_t entry_session = -1;
+    std::int32_t exit_session = -1;
+    std::int32_t days_in_profit = 0;
+    ExitReason reason = ExitReason::kOpen;
     double entry_price; ///< quoted, before slippage
     double exit_price;
     double weight; ///< target weight at the entry
     double net_return;
-    double period; ///< bars held
-    ExcursionFigures excursion;
-    ExitReason reason = ExitReason::kOpen;
+    double mae; ///< this and the next three as in ExcursionFigures
+    double mfe;
+    double mfe_before_mae;
+    double max_drawdown;
+
+    [[nodiscard]] bool filled() const { return entry_session >= 0; }
 };
 
 } // namespace corvex::engine::trades

@@ -12,19 +12,34 @@ namespace {
 constexpr std::size_t kMostReserved = std::size_t{1} << 18U;
 constexpr double kMissing = std::numeric_limits<double>::quiet_NaN();
 
+/// Rows and columns of a table fit easily; -1 stays -1.
+template <typename Whole>
+std::int32_t narrow(Whole value) {
+    return static_cast<std::int32_t>(value);
+}
+
+void set_excursion(RoundTrip& trip, const ExcursionFigures& figures) {
+    trip.mae = figures.mae;
+    trip.mfe = figures.mfe;
+    trip.mfe_before_mae = figures.mfe_before_mae;
+    trip.max_drawdown = figures.max_drawdown;
+    trip.days_in_profit = narrow(figures.days_in_profit);
+}
+
 RoundTrip new_trip(std::size_t asset, std::int64_t rebalance, double weight) {
     RoundTrip trip{};
-    trip.asset = static_cast<std::int64_t>(asset);
-    trip.entry_rebalance = rebalance;
+    trip.asset = narrow(asset);
+    trip.entry_rebalance = narrow(rebalance);
     trip.weight = weight;
-    trip.entry_price = trip.exit_price = trip.net_return = trip.period = kMissing;
+    trip.entry_price = trip.exit_price = trip.net_return = kMissing;
+    trip.mae = trip.mfe = trip.mfe_before_mae = trip.max_drawdown = kMissing;
     return trip;
 }
 
 void set_exit(RoundTrip& trip, const ExitCause& cause) {
     trip.reason = cause.reason;
-    trip.exit_signal_session = cause.signal_session;
-    trip.exit_rebalance = cause.rebalance;
+    trip.exit_signal_session = narrow(cause.signal_session);
+    trip.exit_rebalance = narrow(cause.rebalance);
 }
 
 } // namespace
@@ -44,7 +59,7 @@ void TradeLog::open(std::size_t asset, std::int64_t rebalance, std::size_t sessi
         return;
     }
     RoundTrip trip = new_trip(asset, rebalance, weight);
-    trip.entry_session = static_cast<std::int64_t>(session);
+    trip.entry_session = narrow(session);
     trip.entry_price = price;
     open_[asset] = static_cast<std::int64_t>(trips_.size());
     trips_.push_back(trip);
@@ -57,12 +72,11 @@ void TradeLog::close(std::size_t asset, std::size_t session, double price, const
     }
     RoundTrip& trip = trips_[static_cast<std::size_t>(std::exchange(open_[asset], -1))];
     set_exit(trip, cause);
-    trip.exit_session = static_cast<std::int64_t>(session);
+    trip.exit_session = narrow(session);
     trip.exit_price = price;
     trip.net_return =
         portfolio::round_trip_return(costs_, trip.weight > 0.0, trip.entry_price, price);
-    trip.period = static_cast<double>(trip.exit_session - trip.entry_session);
-    trip.excursion = excursion;
+    set_excursion(trip, excursion);
 }
 
 void TradeLog::signal_exit(std::size_t asset, const ExitCause& cause) {
@@ -73,21 +87,17 @@ void TradeLog::signal_exit(std::size_t asset, const ExitCause& cause) {
 
 void TradeLog::signal_entry(std::size_t asset, std::int64_t rebalance, double weight) {
     if (enabled()) {
-        RoundTrip trip = new_trip(asset, rebalance, weight);
-        trip.excursion = {kMissing, kMissing, kMissing, kMissing, kMissing};
-        trips_.push_back(trip);
+        trips_.push_back(new_trip(asset, rebalance, weight));
     }
 }
 
-void TradeLog::mark_open(std::size_t asset, std::size_t session, double price,
-                         const ExcursionFigures& excursion) {
+void TradeLog::mark_open(std::size_t asset, double price, const ExcursionFigures& excursion) {
     if (!enabled()) {
         return;
     }
     RoundTrip& trip = trips_[static_cast<std::size_t>(open_[asset])];
     trip.net_return = portfolio::open_return(costs_, trip.weight > 0.0, trip.entry_price, price);
-    trip.period = static_cast<double>(static_cast<std::int64_t>(session) - trip.entry_session);
-    trip.excursion = excursion;
+    set_excursion(trip, excursion);
 }
 
 std::vector<RoundTrip> TradeLog::take_sorted() {

@@ -33,8 +33,7 @@ class TradeLog {
     /// An entry is signalled, its fill lies beyond the table.
     void signal_entry(std::size_t asset, std::int64_t rebalance, double weight);
     /// Marks an open round trip at the last price.
-    void mark_open(std::size_t asset, std::size_t session, double price,
-                   const ExcursionFigures& excursion);
+    void mark_open(std::size_t asset, double price, const ExcursionFigures& excursion);
 
     /// The round trips by entry signal, then asset. The log is empty afterwards.
     std::vector<RoundTrip> take_sorted();
