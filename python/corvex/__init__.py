@@ -16,8 +16,10 @@ from corvex.credentials import get_token
 from corvex import data, ffn_core  # isort: skip
 
 if TYPE_CHECKING:
+    from corvex.attribution import contributions, exposure, turnover
     from corvex.core.report import Report, ReportExecution
     from corvex.curves import from_equity, from_returns
+    from corvex.live_performance import live_figures
     from corvex.ordering.orders import orders
     from corvex.simulation import simulate
 
@@ -25,22 +27,30 @@ __all__ = [
     "Report",
     "ReportExecution",
     "__version__",
+    "contributions",
     "data",
+    "exposure",
     "ffn_core",
     "from_equity",
     "from_returns",
     "get_token",
+    "live_figures",
     "orders",
     "simulate",
+    "turnover",
 ]
 
 _LAZY = {
     "Report": "corvex.core.report",
     "ReportExecution": "corvex.core.report",
+    "contributions": "corvex.attribution",
+    "exposure": "corvex.attribution",
     "from_equity": "corvex.curves",
     "from_returns": "corvex.curves",
+    "live_figures": "corvex.live_performance",
     "orders": "corvex.ordering",
     "simulate": "corvex.simulation",
+    "turnover": "corvex.attribution",
 }
 
 

@@ -78,7 +78,7 @@ class LiquidityAnalysis(Analysis):
                 continue
             # An asset or date that the table does not list is under no restriction.
             dates = pd.DatetimeIndex(trades["entry_date"].unique())
-            listed = status.reindex(index=dates, columns=asset_ids(trades).unique())
+            listed = status.reindex(index=dates, columns=asset_ids(trades).categories)
             info = listed.astype(float).fillna(0.0)
             yield from complete_info(report, f"{kind}_stock", info, ["entry_date"])
 

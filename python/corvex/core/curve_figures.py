@@ -10,7 +10,7 @@ import pandas as pd
 
 from corvex import _engine
 
-__all__ = ["beta", "changes", "days_per_year", "paired", "present"]
+__all__ = ["beta", "changes", "days_per_year", "fit"]
 
 _Floats = npt.NDArray[np.float64]
 
@@ -22,16 +22,17 @@ def changes(curve: pd.Series) -> _Floats:
         return values[1:] / values[:-1] - 1
 
 
-def present(returns: _Floats) -> _Floats:
-    """Return the finite ones of some returns."""
-    return returns[np.isfinite(returns)]
+def fit(curve: pd.Series, benchmark: pd.Series, periods_per_year: int) -> tuple[float, float]:
+    """Return alpha per year and beta of a curve against a benchmark.
 
-
-def paired(curve: pd.Series, benchmark: pd.Series) -> tuple[_Floats, _Floats]:
-    """Return the returns of two curves on the dates on which both have one."""
-    strategy, market = changes(curve), changes(benchmark.reindex(curve.index))
-    both = np.isfinite(strategy) & np.isfinite(market)
-    return strategy[both], market[both]
+    The returns on the dates on which both have one count. NaN for fewer than two of them and for
+    a benchmark that does not move.
+    """
+    if not benchmark.index.equals(curve.index):
+        benchmark = benchmark.reindex(curve.index)
+    return _engine.benchmark_fit(
+        curve.to_numpy(dtype=np.float64), benchmark.to_numpy(dtype=np.float64), periods_per_year
+    )
 
 
 def beta(strategy: _Floats, benchmark: _Floats) -> float:

@@ -10,13 +10,13 @@ import numpy as np
 import numpy.typing as npt
 import pandas as pd
 
-from corvex.core.curve_figures import beta, changes, days_per_year, paired, present
+from corvex import _engine
+from corvex.core.curve_figures import changes, days_per_year, fit
 from corvex.core.trade_lookup import (
     asset_ids,
     capital_per_share,
-    closed_trades,
+    closed_rows,
     entered_trades,
-    excursions,
     market_table,
     values_at,
 )
@@ -28,9 +28,9 @@ if TYPE_CHECKING:
 
 __all__ = ["Metrics"]
 
-_Floats = npt.NDArray[np.float64]
+_NONE: npt.NDArray[np.float64] = np.empty(0)
 
-_TAIL = 5.0  # percent of the days in the tail of value at risk and tail ratio
+_TAIL = 0.05  # of the days are in the tail of value at risk and tail ratio
 _CAPACITY_SHARE = 0.05  # of the value traded that day
 _CAPACITY_QUANTILE = 0.10  # of all fills may exceed that share
 _LONGEST_BREAK = datetime.timedelta(days=20)  # no market closes for longer
@@ -50,6 +50,9 @@ class Metrics:
 
     Notes
     -----
+    Figures of the curve and the position table are kept as long as the report holds the same
+    objects: assign a changed copy rather than change a table in place.
+
     Dates are whole seconds since 1970-01-01 UTC; a date without time zone counts as UTC.
 
     A pickle holds the report and none of the intermediate results.
@@ -72,36 +75,46 @@ class Metrics:
     # ------------------------------------------------------------------ backtest
 
     def start_date(self) -> int | None:
-        """Return the first date of the daily curve, in epoch seconds."""
+        """Return the first date of the daily curve.
+
+        Whole seconds since 1970-01-01 UTC; None without a curve.
+        """
         index = self._report.daily_creturn.index
         return _epoch_seconds(index[0]) if len(index) else None
 
     def end_date(self) -> int | None:
-        """Return the last date of the daily curve, in epoch seconds."""
+        """Return the last date of the daily curve.
+
+        Whole seconds since 1970-01-01 UTC; None without a curve.
+        """
         index = self._report.daily_creturn.index
         return _epoch_seconds(index[-1]) if len(index) else None
 
     def version(self) -> str:
-        """Return the version of the package."""
+        """Return the version of the package that computes the figures, such as "0.1.0"."""
         import corvex
 
         return corvex.__version__
 
     def fee_ratio(self) -> float:
-        """Return the commission on each side, as a fraction of the traded value."""
+        """Return the commission on each side, as a fraction of the traded value; NaN if unset."""
         return _number(self._report.fee_ratio)
 
     def tax_ratio(self) -> float:
-        """Return the tax on sales, as a fraction of the traded value."""
+        """Return the tax on sales, as a fraction of the traded value; NaN if unset."""
         return _number(self._report.tax_ratio)
 
     def trade_at(self) -> str | None:
-        """Return at which price orders fill; "custom" for a price table of the user's own."""
+        """Return at which price orders fill.
+
+        "open", "close", "high", "low" or "ohlc", and "custom" for a price table of the user's
+        own; None where the report does not say.
+        """
         trade_at = self._report.trade_at
         return trade_at if trade_at is None or isinstance(trade_at, str) else "custom"
 
     def market(self) -> str:
-        """Return the name of the market."""
+        """Return the name of the market, such as "us_stock"."""
         return str(self._report.market.get_name())
 
     def freq(self) -> str:
@@ -112,7 +125,8 @@ class Metrics:
         """Tell whether prices newer than the report's should exist by now.
 
         True from the close of `next_trading_date` on, the first session that the report does not
-        know. False where that date is missing.
+        know. False where that date is missing. Where the market has no calendar, the session
+        closes at the end of the date in UTC.
         """
         following = _timestamp(self._report.next_trading_date)
         if following is None:
@@ -128,174 +142,245 @@ class Metrics:
         return bool(now >= close)
 
     def update_date(self) -> int | None:
-        """Return the last date of the position table, in epoch seconds."""
+        """Return the last date of the position table.
+
+        Whole seconds since 1970-01-01 UTC; None without a position.
+        """
         return self._date("update_date")
 
     def next_trading_date(self) -> int | None:
-        """Return the first trading date after the data, in epoch seconds."""
+        """Return the first trading date after the data.
+
+        Whole seconds since 1970-01-01 UTC; None where it is unknown.
+        """
         return self._date("next_trading_date")
 
     def current_rebalance_date(self) -> int | None:
-        """Return the signal date of the weights in force, in epoch seconds."""
+        """Return the signal date of the weights in force.
+
+        Whole seconds since 1970-01-01 UTC; None before the first rebalance.
+        """
         return self._date("current_rebalance_date")
 
     def next_rebalance_date(self) -> int | None:
-        """Return the signal date of the next weights, in epoch seconds."""
+        """Return the signal date of the next weights.
+
+        Whole seconds since 1970-01-01 UTC; None where it is unknown. Where no rebalance is
+        pending, this is the current one.
+        """
         return self._date("next_rebalance_date")
 
     def live_performance_start(self) -> int | None:
-        """Return from which date the performance counts as live, in epoch seconds."""
+        """Return from which date on the performance counts as live.
+
+        Whole seconds since 1970-01-01 UTC; None for a backtest alone.
+        """
         return self._date("live_performance_start")
 
     def stop_loss(self) -> float | None:
-        """Return the loss at which a position is closed, as a fraction; None without one."""
+        """Return the loss at which a position is closed, a fraction of its entry price.
+
+        None without one; NaN and infinity count as none.
+        """
         return _optional_number(getattr(self._report, "stop_loss", None))
 
     def take_profit(self) -> float | None:
-        """Return the profit at which a position is closed, as a fraction; None without one."""
+        """Return the profit at which a position is closed, a fraction of its entry price.
+
+        None without one; NaN and infinity count as none.
+        """
         return _optional_number(getattr(self._report, "take_profit", None))
 
     def trail_stop(self) -> float | None:
-        """Return the fall from its best price that closes a position; None without one."""
+        """Return the fall that closes a position, a fraction of its best price since entry.
+
+        None without one; NaN and infinity count as none.
+        """
         return _optional_number(getattr(self._report, "trail_stop", None))
 
     # ------------------------------------------------------------------ profitability
 
     def annual_return(self, riskfree_rate: float = 0.02) -> float:
-        """Return the compound annual growth rate (``cagr`` of the statistics)."""
+        r"""Return the compound annual growth rate of the daily curve, a fraction.
+
+        :math:`(v_{last} / v_{first})^{1 / years} - 1` with years of 365.25 days: ``cagr`` of the
+        statistics. The rate plays no part in it. NaN for fewer than two values.
+        """
         return self._figure("cagr", riskfree_rate)
 
     def alpha(self) -> float:
-        r"""Return Jensen's alpha against the benchmark, per year.
+        r"""Return Jensen's alpha against the benchmark, a fraction per year.
 
         :math:`(1 + \bar{r} - \beta \bar{b})^{n} - 1` over paired daily returns r and b, with n
-        trading days per year and a risk-free rate of 0. NaN without a benchmark that moves.
+        trading days a year (252, or 365 for a market open at weekends) and a risk-free rate of
+        0. NaN for fewer than two pairs and for a benchmark that does not move.
+
+        Source: M. C. Jensen, "The performance of mutual funds in the period 1945-1964", Journal
+        of Finance 23 (1968).
         """
-        strategy, benchmark = self._paired_returns()
-        slope = beta(strategy, benchmark)
-        if math.isnan(slope):
-            return math.nan
-        return float((1 + np.mean(strategy - slope * benchmark)) ** self._days_per_year() - 1)
+        return self._fit()[0]
 
     def beta(self) -> float:
-        """Return the covariance of paired daily returns over the benchmark's variance.
+        r"""Return the sensitivity to the benchmark, a plain number.
 
-        NaN without a benchmark that moves.
+        :math:`cov(r, b) / var(b)` over the daily returns r and b of the dates on which both
+        curves have one. NaN for fewer than two pairs and for a benchmark that does not move.
         """
-        return beta(*self._paired_returns())
+        return self._fit()[1]
 
     def avg_n_stock(self) -> float:
-        """Return the mean number of assets held, over the rows of the position table; 0 if none."""
-        counts = self._holdings()
-        return float(counts.mean()) if counts.size else 0.0
+        """Return the mean number of assets held, over the rows of the position table.
+
+        Long and short positions count alike, rows without any count too. 0 without a position.
+        """
+        return self._holdings()[0]
 
     def max_n_stock(self) -> int:
-        """Return the largest number of assets held at once; 0 if none."""
-        counts = self._holdings()
-        return int(counts.max()) if counts.size else 0
+        """Return the largest number of assets held in one row of the position table; 0 if none."""
+        return self._holdings()[1]
 
     # ------------------------------------------------------------------ risk
 
     def max_drawdown(self, riskfree_rate: float = 0.02) -> float:
-        """Return the largest fall from a peak, as a negative fraction (``max_drawdown``)."""
+        """Return the largest fall from a peak of the curve, as a negative fraction.
+
+        The least of value / highest value so far - 1: ``max_drawdown`` of the statistics. 0 for
+        a curve that never falls, NaN for fewer than two values.
+        """
         return self._figure("max_drawdown", riskfree_rate)
 
     def avg_drawdown(self, riskfree_rate: float = 0.02) -> float:
-        """Return the mean depth of all drawdowns, as a negative fraction (``avg_drawdown``)."""
+        """Return the mean depth of all drawdowns, as a negative fraction.
+
+        A drawdown lasts from the first value below a peak until that peak is reached again, and
+        is as deep as its lowest value; an unfinished one counts. ``avg_drawdown`` of the
+        statistics; NaN without a drawdown.
+        """
         return self._figure("avg_drawdown", riskfree_rate)
 
     def avg_drawdown_days(self, riskfree_rate: float = 0.02) -> float:
-        """Return the mean length of all drawdowns in calendar days (``avg_drawdown_days``)."""
+        """Return the mean length of all drawdowns, in calendar days.
+
+        From the first value below the peak to the one that reaches it again, or to the last.
+        ``avg_drawdown_days`` of the statistics; NaN without a drawdown.
+        """
         return self._figure("avg_drawdown_days", riskfree_rate)
 
     def value_at_risk(self) -> float:
         """Return the 5 % quantile of the daily returns: negative where a bad day is a loss.
 
-        Historical value at risk, interpolated linearly. NaN without returns.
+        Historical value at risk, a fraction, interpolated linearly between the two returns beside
+        it (Hyndman and Fan's definition 7). NaN without returns.
         """
-        returns = self._returns()
-        return float(np.percentile(returns, _TAIL)) if returns.size else math.nan
+        return self._tails()[0]
 
     def cvalue_at_risk(self) -> float:
-        """Return the mean of the worst 5 % of the daily returns (expected shortfall).
+        """Return the mean of the worst 5 % of the daily returns (expected shortfall), a fraction.
 
         Of N returns the lowest ``floor(0.05 (N - 1)) + 1`` count. NaN without returns.
+
+        Source: C. Acerbi and D. Tasche, "On the coherence of expected shortfall", Journal of
+        Banking and Finance 26 (2002).
         """
-        returns = self._returns()
-        if not returns.size:
-            return math.nan
-        last = int((returns.size - 1) * _TAIL / 100)
-        return float(np.mean(np.partition(returns, last)[: last + 1]))
+        return self._tails()[1]
 
     # ------------------------------------------------------------------ ratio
 
     def sharpe_ratio(self, riskfree_rate: float = 0.02) -> float:
-        """Return the annual Sharpe ratio of the daily returns (``daily_sharpe``)."""
+        r"""Return the annual Sharpe ratio of the daily returns, a plain number.
+
+        :math:`mean(r - f) / std(r - f) \sqrt{n}`, where f is the risk-free rate of a day
+        :math:`(1 + rate)^{1/n} - 1`, std the sample's and n the days a year: ``daily_sharpe`` of
+        the statistics. NaN for returns that do not vary.
+
+        Source: W. F. Sharpe, "The Sharpe ratio", Journal of Portfolio Management 21 (1994).
+        """
         return self._figure("daily_sharpe", riskfree_rate)
 
     def sortino_ratio(self, riskfree_rate: float = 0.02) -> float:
-        """Return the annual Sortino ratio of the daily returns (``daily_sortino``)."""
+        r"""Return the annual Sortino ratio of the daily returns, a plain number.
+
+        :math:`mean(r - f) / \sqrt{mean(min(r - f, 0)^2)} \sqrt{n}`, with f and n as in
+        `sharpe_ratio`: ``daily_sortino`` of the statistics. Infinite where no return falls short
+        of f and the mean is above 0, NaN where the mean is 0 too.
+
+        Source: F. A. Sortino and R. van der Meer, "Downside risk", Journal of Portfolio
+        Management 17 (1991).
+        """
         return self._figure("daily_sortino", riskfree_rate)
 
     def calmar_ratio(self, riskfree_rate: float = 0.02) -> float:
-        """Return the annual growth over the largest drawdown's size (``calmar``)."""
+        """Return the annual return over the size of the largest drawdown, a plain number.
+
+        ``calmar`` of the statistics; NaN where the curve never falls.
+
+        Source: T. W. Young, "Calmar ratio: a smoother tool", Futures 20 (1991).
+        """
         return self._figure("calmar", riskfree_rate)
 
     def volatility(self, riskfree_rate: float = 0.02) -> float:
-        """Return the annual standard deviation of the daily returns (``daily_vol``)."""
+        r"""Return the annual standard deviation of the daily returns, a fraction.
+
+        The sample's (n - 1) times :math:`\sqrt{n}` with n days a year: ``daily_vol`` of the
+        statistics. NaN for fewer than two returns.
+        """
         return self._figure("daily_vol", riskfree_rate)
 
     def profit_factor(self) -> float:
         """Return the sum of winning over the sum of losing trade returns, both positive.
 
-        Closed trades count, each alike. NaN when no trade lost.
+        Closed trades count, each alike whatever its weight. Above 1, gains outweigh losses. NaN
+        when no trade lost.
         """
-        returns = self._trade_returns()
-        losses = -float(returns[returns < 0].sum())
-        return float(returns[returns > 0].sum()) / losses if losses > 0 else math.nan
+        return self._trade_figures()[2]
 
     def tail_ratio(self) -> float:
         """Return the 95 % over the 5 % quantile of the daily returns, both without sign.
 
-        Above 1, good days are larger than bad ones. NaN without returns or with a 5 % quantile
-        of zero.
+        Above 1, good days are larger than bad ones. The quantiles are interpolated linearly.
+        NaN without returns or with a 5 % quantile of zero.
         """
-        returns = self._returns()
-        if not returns.size:
-            return math.nan
-        low, high = np.abs(np.percentile(returns, [_TAIL, 100 - _TAIL]))
-        return float(high / low) if low > 0 else math.nan
+        return self._tails()[2]
 
     # ------------------------------------------------------------------ winrate
 
     def win_rate(self) -> float:
-        """Return the share of closed trades with a positive return; 0 without closed trades."""
-        returns = self._trade_returns()
-        return float(np.mean(returns > 0)) if returns.size else 0.0
+        """Return the share of the closed trades with a return above 0; 0 without closed trades."""
+        return self._trade_figures()[0]
 
     def m12_win_rate(self, riskfree_rate: float = 0.02) -> float:
-        """Return the share of 12-month spans that gained (``twelve_month_win_perc``)."""
+        """Return the share of 12-month spans that gained, of all that end with a month.
+
+        ``twelve_month_win_perc`` of the statistics, a fraction. NaN for a curve of less than a
+        year.
+        """
         return self._figure("twelve_month_win_perc", riskfree_rate)
 
     def expectancy(self) -> float:
-        """Return the mean return of the closed trades; NaN without any.
+        """Return the mean return of the closed trades, a fraction; NaN without any.
 
-        This equals win rate x mean win - (1 - win rate) x mean loss.
+        Each trade counts alike. Where no trade ends at 0 this equals win rate x mean gain -
+        (1 - win rate) x mean loss.
         """
-        returns = self._trade_returns()
-        return float(np.mean(returns)) if returns.size else math.nan
+        return self._trade_figures()[1]
 
     def mae(self) -> float:
-        """Return the mean maximum adverse excursion of the closed trades, as a fraction.
+        """Return the mean maximum adverse excursion of the closed trades.
 
-        NaN where the trades carry no excursions.
+        Per trade the worst return on its way, a fraction of the entry price, 0 or below. NaN
+        where the trades carry no excursions.
+
+        Source: J. Sweeney, "Maximum Adverse Excursion", Wiley (1997).
         """
         return self._mean_excursion("mae")
 
     def mfe(self) -> float:
-        """Return the mean maximum favourable excursion of the closed trades, as a fraction.
+        """Return the mean maximum favourable excursion of the closed trades.
 
-        NaN where the trades carry no excursions.
+        Per trade the best return on its way, a fraction of the entry price, 0 or above. NaN
+        where the trades carry no excursions.
+
+        Source: J. Sweeney, "Maximum Adverse Excursion", Wiley (1997).
         """
         return self._mean_excursion("mfe")
 
@@ -306,44 +391,53 @@ class Metrics:
 
         For each fill, the capital at which its entry weight is 5 % of the value traded in that
         asset on that day (close x volume as quoted); of these the 10 % quantile, so that nine
-        fills in ten stay below that share. NaN where the market has no volume.
+        fills in ten stay below that share. Entries and exits count. NaN where the market has no
+        volume, or the trades no weights. The analysis "Liquidity" gives other shares and
+        quantiles.
         """
         limits = _CAPACITY_SHARE * capital_per_share(self._report)
         return float(np.quantile(limits, _CAPACITY_QUANTILE)) if limits.size else math.nan
 
     def disposal_stock_ratio(self) -> float:
-        """Return the share of entries into assets under disposal measures that day.
+        """Return the share of the entries into assets under disposal measures on that day.
 
-        NaN where the market has no such table.
+        A fraction of the filled entries; an asset or date that the market's table of the
+        restriction does not list is not under it. NaN where the market has no such table, or
+        nothing was entered.
         """
         return self._status_ratio("disposal")
 
     def warning_stock_ratio(self) -> float:
-        """Return the share of entries into assets under a warning that day.
+        """Return the share of the entries into assets under a warning on that day.
 
-        NaN where the market has no such table.
+        A fraction of the filled entries; an asset or date that the market's table of the
+        restriction does not list is not under it. NaN where the market has no such table, or
+        nothing was entered.
         """
         return self._status_ratio("warning")
 
     def full_delivery_stock_ratio(self) -> float:
-        """Return the share of entries into full-delivery assets that day.
+        """Return the share of the entries into assets that had to be paid and delivered in full.
 
-        NaN where the market has no such table.
+        A fraction of the filled entries; an asset or date that the market's table of the
+        restriction does not list is not under it. NaN where the market has no such table, or
+        nothing was entered.
         """
         return self._status_ratio("full_delivery")
 
     def buy_high(self) -> float:
-        """Return the share of entries filled at the session's high, or above it.
+        """Return the share of the entries filled at the session's high, or above it.
 
-        Such a fill is doubtful: the price may have been out of reach. NaN where the market has
-        no high prices.
+        Such a fill is doubtful: the price may have been out of reach. A fraction of the entries
+        whose fill and whose quoted high are known. NaN where the market has no high prices.
         """
         return self._extreme_fill_ratio("entry_date", "high", 1.0)
 
     def sell_low(self) -> float:
-        """Return the share of exits filled at the session's low, or below it.
+        """Return the share of the exits filled at the session's low, or below it.
 
-        NaN where the market has no low prices.
+        A fraction of the exits whose fill and whose quoted low are known. NaN where the market
+        has no low prices.
         """
         return self._extreme_fill_ratio("exit_date", "low", -1.0)
 
@@ -365,43 +459,57 @@ class Metrics:
             self._cache[name] = kept
         return kept[1]
 
-    def _returns(self) -> _Floats:
-        result: _Floats = self._remembered(
-            "returns", lambda curve: present(changes(curve)), self._report.daily_creturn
+    def _tails(self) -> tuple[float, float, float]:
+        result: tuple[float, float, float] = self._remembered(
+            "tails",
+            lambda curve: _engine.tail_risk(changes(curve), _TAIL),
+            self._report.daily_creturn,
         )
         return result
 
-    def _paired_returns(self) -> tuple[_Floats, _Floats]:
-        result: tuple[_Floats, _Floats] = self._remembered(
-            "paired", paired, self._report.daily_creturn, self._report.daily_benchmark
+    def _fit(self) -> tuple[float, float]:
+        result: tuple[float, float] = self._remembered(
+            "fit",
+            lambda curve, benchmark: fit(curve, benchmark, days_per_year(curve.index)),
+            self._report.daily_creturn,
+            self._report.daily_benchmark,
         )
         return result
 
-    def _days_per_year(self) -> int:
-        result: int = self._remembered(
-            "year", lambda curve: days_per_year(curve.index), self._report.daily_creturn
+    def _holdings(self) -> tuple[float, int]:
+        result: tuple[float, int] = self._remembered(
+            "holdings",
+            lambda position: _engine.holding_counts(position.to_numpy(dtype=np.float64)),
+            self._report.position,
         )
         return result
 
-    def _holdings(self) -> npt.NDArray[np.intp]:
-        values = self._report.position.to_numpy(dtype=np.float64)
-        held: npt.NDArray[np.intp] = np.count_nonzero(np.nan_to_num(values), axis=1)
-        return held
-
-    def _trade_returns(self) -> _Floats:
-        trades = closed_trades(self._report)
-        if "return" not in trades.columns:
-            return np.empty(0)
-        return trades["return"].to_numpy(dtype=np.float64)
+    def _trade_figures(self) -> tuple[float, float, float]:
+        trades = self._report.trades
+        closed = closed_rows(trades)
+        returns = trades["return"].to_numpy(dtype=np.float64)[closed] if closed.any() else _NONE
+        return _engine.trade_figures(returns)
 
     def _mean_excursion(self, name: str) -> float:
-        known = excursions(self._report)
-        return float(known[name].mean()) if name in known.columns else math.nan
+        trades = self._report.trades
+        closed = closed_rows(trades)
+        for table in (trades, getattr(self._report, "mae_mfe", None)):
+            if not isinstance(table, pd.DataFrame) or name not in table.columns:
+                continue
+            column = table[name]
+            if table is not trades:
+                if not table.index.is_unique:
+                    continue
+                column = column.reindex(trades.index)
+            return _engine.mean_present(column.to_numpy(dtype=np.float64)[closed])
+        return math.nan
 
     def _status_ratio(self, kind: str) -> float:
         table = market_table(self._report.market, "get_status", kind)
+        if table.empty:
+            return math.nan
         trades = entered_trades(self._report)
-        if table.empty or trades.empty:
+        if trades.empty:
             return math.nan
         # No entry in the table means no restriction, so a missing value counts as none.
         status = np.nan_to_num(values_at(table, trades["entry_date"], asset_ids(trades)))
@@ -413,6 +521,8 @@ class Metrics:
         if date_column not in trades.columns or price_column not in trades.columns:
             return math.nan
         table = market_table(self._report.market, "get_price", field, adj=False)
+        if table.empty:
+            return math.nan
         extreme = values_at(table, trades[date_column], asset_ids(trades))
         price = trades[price_column].to_numpy(dtype=np.float64)
         known = np.isfinite(extreme) & np.isfinite(price)

@@ -15,6 +15,7 @@ __all__ = [
     "EXCURSIONS",
     "asset_ids",
     "capital_per_share",
+    "closed_rows",
     "closed_trades",
     "entered_trades",
     "excursions",
@@ -29,15 +30,20 @@ EXCURSIONS = ("mae", "mfe", "mfe_before_mae", "max_drawdown", "days_in_profit")
 _NO_TABLE = (LookupError, NotImplementedError, OSError, ValueError)
 
 
+def closed_rows(trades: pd.DataFrame) -> npt.NDArray[np.bool_]:
+    """Tell which trades were left and have a return; none where the table has no returns."""
+    if "return" not in trades.columns:
+        return np.zeros(len(trades), dtype=bool)
+    closed = ~np.isnan(trades["return"].to_numpy(dtype=np.float64))
+    if "exit_date" in trades.columns:
+        closed &= trades["exit_date"].notna().to_numpy()
+    return closed
+
+
 def closed_trades(report: Report) -> pd.DataFrame:
     """Return the trades that were left and have a return; empty where the report has none."""
     trades: pd.DataFrame = report.trades
-    if "return" not in trades.columns:
-        return trades.iloc[:0]
-    closed = trades["return"].notna()
-    if "exit_date" in trades.columns:
-        closed &= trades["exit_date"].notna()
-    return trades[closed]
+    return trades[closed_rows(trades)]
 
 
 def entered_trades(report: Report) -> pd.DataFrame:
@@ -65,12 +71,16 @@ def excursions(report: Report) -> pd.DataFrame:
     return pd.DataFrame(found, index=trades.index).dropna(axis=1, how="all")
 
 
-def asset_ids(trades: pd.DataFrame) -> pd.Index:
+def asset_ids(trades: pd.DataFrame) -> pd.Categorical:
     """Return the asset id of each trade: its label up to the first blank."""
     column = "symbol" if "symbol" in trades.columns else "stock_id"
     if column not in trades.columns:
-        return pd.Index([""] * len(trades), dtype=object)
-    return pd.Index([str(label).split(" ")[0] for label in trades[column]], dtype=object)
+        return pd.Categorical([""] * len(trades))
+    codes, labels = pd.factorize(trades[column])
+    ids = [str(label).split(" ")[0] for label in labels]
+    if len(set(ids)) < len(ids):
+        return pd.Categorical(np.asarray(ids, dtype=object)[codes])
+    return pd.Categorical.from_codes(codes, pd.Index(ids, dtype=object))
 
 
 def market_table(market: Any, method: str, *args: Any, **kwargs: Any) -> pd.DataFrame:
@@ -88,7 +98,9 @@ def market_table(market: Any, method: str, *args: Any, **kwargs: Any) -> pd.Data
     return table if isinstance(table, pd.DataFrame) else pd.DataFrame()
 
 
-def values_at(table: pd.DataFrame, dates: pd.Series, ids: pd.Index) -> npt.NDArray[np.float64]:
+def values_at(
+    table: pd.DataFrame, dates: pd.Series, ids: pd.Categorical
+) -> npt.NDArray[np.float64]:
     """Read one value per trade from a table of dates x asset ids.
 
     Parameters
@@ -98,8 +110,8 @@ def values_at(table: pd.DataFrame, dates: pd.Series, ids: pd.Index) -> npt.NDArr
     dates : Series of shape (trades,)
         The date of each trade. Only a row of exactly this date counts: what was traded on a
         day says nothing about another.
-    ids : Index of shape (trades,)
-        The asset id of each trade.
+    ids : Categorical of shape (trades,)
+        The asset id of each trade (see `asset_ids`).
 
     Returns
     -------
@@ -108,14 +120,19 @@ def values_at(table: pd.DataFrame, dates: pd.Series, ids: pd.Index) -> npt.NDArr
     """
     if not table.index.is_unique:
         table = table[~table.index.duplicated(keep="last")]
-    if not table.columns.is_unique:
-        table = table.loc[:, ~table.columns.duplicated()]
+    columns = table.columns
+    if columns.inferred_type != "string":
+        columns = columns.astype(str)
+    if not columns.is_unique:
+        table, columns = table.loc[:, ~columns.duplicated()], columns[~columns.duplicated()]
     out = np.full(len(dates), np.nan)
     rows = table.index.get_indexer(pd.Index(dates))
-    columns = pd.Index(table.columns.astype(str), dtype=object).get_indexer(ids)
-    known = (rows >= 0) & (columns >= 0) & pd.Series(dates).notna().to_numpy()
+    # One more entry for the code -1 of a missing label.
+    places = np.append(columns.get_indexer(pd.Index(ids.categories, dtype=object)), -1)
+    found = places[ids.codes]
+    known = (rows >= 0) & (found >= 0) & dates.notna().to_numpy()
     if known.any():
-        out[known] = table.to_numpy()[rows[known], columns[known]].astype(np.float64)
+        out[known] = table.to_numpy()[rows[known], found[known]].astype(np.float64)
     return out
 
 
@@ -128,7 +145,7 @@ def traded_value(report: Report) -> pd.DataFrame:
     volume = market_table(report.market, "get_price", "volume", adj=False)
     if close.empty or volume.empty:
         return pd.DataFrame()
-    used = [str(label) for label in asset_ids(report.trades).unique()]
+    used = asset_ids(report.trades).categories
     close = close.loc[:, close.columns.astype(str).isin(used)]
     value: pd.DataFrame = close * volume.reindex(index=close.index, columns=close.columns)
     return value
@@ -142,12 +159,18 @@ def capital_per_share(report: Report) -> npt.NDArray[np.float64]:
     weights; fills on days without known volume are left out.
     """
     trades = entered_trades(report)
-    value = traded_value(report) if "position" in trades.columns else pd.DataFrame()
-    if value.empty or trades.empty:
+    close = market_table(report.market, "get_price", "close", adj=False)
+    volume = market_table(report.market, "get_price", "volume", adj=False)
+    if "position" not in trades.columns or trades.empty or close.empty or volume.empty:
         return np.empty(0)
     weight = trades["position"].abs().to_numpy(dtype=np.float64)
     weight = np.where(weight > 0, weight, np.nan)
-    columns = [c for c in ("entry_date", "exit_date") if c in trades.columns]
-    fills = [values_at(value, trades[c], asset_ids(trades)) / weight for c in columns]
-    capital: npt.NDArray[np.float64] = np.concatenate(fills)
+    ids = asset_ids(trades)
+    capital: npt.NDArray[np.float64] = np.concatenate(
+        [
+            values_at(close, trades[name], ids) * values_at(volume, trades[name], ids) / weight
+            for name in ("entry_date", "exit_date")
+            if name in trades.columns
+        ]
+    )
     return capital[np.isfinite(capital)]

@@ -1,0 +1,152 @@
+"""Where a report's return came from, what it was exposed to and how much it traded."""
+
+from __future__ import annotations
+
+from typing import TYPE_CHECKING
+
+import numpy as np
+import pandas as pd
+
+from corvex.ledger import Ledger, ledger_of
+
+if TYPE_CHECKING:
+    from corvex.core.report import Report
+
+__all__ = ["COSTS", "contributions", "exposure", "turnover"]
+
+#: The entry of `contributions` that belongs to no asset.
+COSTS = "(costs)"
+
+
+def contributions(report: Report, freq: str | None = None) -> pd.Series | pd.DataFrame:
+    """Return what each asset added to the report's return.
+
+    Parameters
+    ----------
+    report : Report
+        The report to explain.
+    freq : str, optional
+        A pandas frequency such as "YE" or "ME": contributions of each period. Default: of the
+        whole time.
+
+    Returns
+    -------
+    Series or DataFrame
+        Fractions, by asset label in descending order, for `freq` with a row per period. The last
+        entry, "(costs)", is what belongs to no asset: fees, taxes and slippage. The sum is the
+        return of the curve (of the period), to rounding.
+
+    Raises
+    ------
+    ValueError
+        When the report has no curve, or its market no prices of the assets.
+
+    Notes
+    -----
+    A holding's profit in a session is its value at the session before times the return of its
+    price; what is bought or sold within a session counts from or to its fill price. Profits are
+    taken in money, that is in units of the equity at the beginning of the time explained, and
+    summed up: since money adds up where returns do not, no linking of periods is needed. An
+    asset's contribution over several periods is therefore larger in later ones when the equity
+    has grown.
+
+    Holdings are worked out from the target weights in force and the prices (see
+    `corvex.ledger`). What that leaves open, such as an order that found no price, is in
+    "(costs)" too.
+
+    Examples
+    --------
+    >>> import corvex
+    >>> prices = corvex.data.sample("us_stocks").loc["2015":, ["AAPL", "MSFT"]]
+    >>> report = corvex.simulate(prices > 0, prices, resample="ME", fee_ratio=0.001)
+    >>> parts = corvex.contributions(report)
+    >>> bool(abs(parts.sum() - (report.creturn.iloc[-1] - 1)) < 1e-12)
+    True
+    """
+    ledger = _priced(report)
+    gained = np.diff(ledger.equity, prepend=ledger.equity[:1])
+    rest = gained - ledger.profit.sum(axis=1)
+    columns = [*ledger.assets, COSTS]
+    profit = pd.DataFrame(np.column_stack([ledger.profit, rest]), ledger.index, columns)
+    whole = profit.sum()
+    order = [*whole.iloc[:-1].sort_values(ascending=False, kind="stable").index, COSTS]
+    if freq is None:
+        return whole[order].rename("contribution")
+    sums = profit[order].resample(freq).sum()
+    ends = pd.Series(ledger.equity, ledger.index).resample(freq).last().ffill()
+    base = ends.shift(1, fill_value=ledger.equity[0])
+    return sums.div(base.where(base > 0.0), axis=0)
+
+
+def exposure(report: Report) -> pd.DataFrame:
+    """Return how much was invested at each close.
+
+    Parameters
+    ----------
+    report : Report
+        The report to describe.
+
+    Returns
+    -------
+    DataFrame, dates of the curve x 5
+        ``long`` and ``short`` (0 or below), ``gross`` (long - short) and ``net`` (long + short)
+        as fractions of the equity, and ``holdings``, the number of assets held. The holdings
+        drift with the prices between rebalances, so gross can exceed the target weights; where
+        the market has no prices of the assets, the target weights count. A row without equity
+        is 0.
+    """
+    ledger = ledger_of(report)
+    alive = ledger.equity > 0.0
+    share = ledger.value / np.where(alive, ledger.equity, 1.0)[:, None]
+    share[~alive] = 0.0
+    longs, shorts = np.maximum(share, 0.0).sum(axis=1), np.minimum(share, 0.0).sum(axis=1)
+    return pd.DataFrame(
+        {
+            "long": longs,
+            "short": shorts,
+            "gross": longs - shorts,
+            "net": longs + shorts,
+            "holdings": np.count_nonzero(share, axis=1),
+        },
+        index=ledger.index,
+    )
+
+
+def turnover(report: Report, freq: str | None = None) -> pd.DataFrame:
+    """Return how much was traded.
+
+    Parameters
+    ----------
+    report : Report
+        The report to describe.
+    freq : str, optional
+        A pandas frequency; "YE" gives the turnover of each calendar year. Default: of each
+        session.
+
+    Returns
+    -------
+    DataFrame, dates of the curve (or ends of the periods) x 3
+        ``bought`` and ``sold``, traded value as a fraction of the equity of its day, and
+        ``turnover``, half of both: 1.0 means that the whole portfolio was replaced once. Of a
+        simulated report the sum of the sessions over the years is ``report.yearly_turnover``.
+        Where the market has no prices of the assets, the changes of the target weights count.
+    """
+    ledger = ledger_of(report)
+    base = np.where(ledger.equity > 0.0, ledger.equity, np.inf)
+    bought, sold = ledger.bought / base, ledger.sold / base
+    table = pd.DataFrame(
+        {"bought": bought, "sold": sold, "turnover": (bought + sold) / 2.0}, index=ledger.index
+    )
+    return table if freq is None else table.resample(freq).sum()
+
+
+def _priced(report: Report) -> Ledger:
+    ledger = ledger_of(report)
+    if not len(ledger.index):
+        raise ValueError("the report has no curve to explain")
+    if not ledger.priced and len(ledger.assets):
+        raise ValueError(
+            "the report's market has no close prices of the assets held, so their contributions "
+            "are unknown"
+        )
+    return ledger

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstddef>
+#include <limits>
+#include <span>
+
+namespace corvex::engine {
+
+/// How a set of closed trades ended, each trade alike whatever its size.
+struct TradeFigures {
+    static constexpr double kUndefined = std::numeric_limits<double>::quiet_NaN();
+
+    std::size_t count = 0;
+    double win_rate = 0.0;             ///< share with a return above 0; 0 without trades
+    double expectancy = kUndefined;    ///< mean return; NaN without trades
+    double profit_factor = kUndefined; ///< sum of gains / sum of losses; NaN when none lost
+};
+
+/// @param returns  a fraction per trade; NaN = not closed, left out
+TradeFigures trade_figures(std::span<const double> returns);
+
+/// The mean of the values that are not NaN; NaN without any.
+double mean_present(std::span<const double> values);
+
+} // namespace corvex::engine
