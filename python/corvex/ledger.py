@@ -77,19 +77,15 @@ def ledger_of(report: Report) -> Ledger:
     equity = values / values[0] if len(values) else values
     close = _prices(market_table(report.market, "get_price", "close"), index, assets)
     priced = close is not None and bool(len(index))
-    fill = _prices(
-        market_table(report.market, "get_trading_price", report.trade_at), index, assets
-    )
+    fill = _prices(market_table(report.market, "get_trading_price", report.trade_at), index, assets)
     book = _Book(weights, equity, close if priced else None, fill)
     if priced:
         exits = _lone_exits(report, index, assets)
         _set_trade_prices(book, report, index, assets)
-        book.run(_rebalances(report, index, weights, exits), exits)
+        book.run(_rebalances(report, index, weights, exits, book.late), exits)
     else:
         book.follow_weights()
-    return Ledger(
-        index, assets, equity, book.value, book.profit, book.bought, book.sold, priced
-    )
+    return Ledger(index, assets, equity, book.value, book.profit, book.bought, book.sold, priced)
 
 
 class _Book:
@@ -113,13 +109,21 @@ class _Book:
         self.bought[1:] = np.maximum(change, 0.0).sum(axis=1)
         self.sold[1:] = -np.minimum(change, 0.0).sum(axis=1)
 
+    @property
+    def late(self) -> npt.NDArray[np.bool_]:
+        """Where, from the second row on, a price follows a gap: orders waited for it."""
+        return np.isnan(self.fill[:-1]) & np.isfinite(self.fill[1:])
+
     def run(self, rebalances: set[int], exits: dict[int, list[int]]) -> None:
         """Fill the arrays from rebalance rows and the assets that leave alone on a row."""
         if not len(self.equity):
             return
         shares = _over(self.weights[0] * self.equity[0], self.close[0])
         self.value[0] = np.nan_to_num(shares * self.close[0])
-        rows = sorted((rebalances | exits.keys()) - {0})
+        lone = {row: list(columns) for row, columns in exits.items()}
+        for at, asset in np.argwhere((self.weights[1:] != self.weights[:-1]) & self.late).tolist():
+            lone.setdefault(at + 1, []).append(asset)
+        rows = sorted((rebalances | lone.keys()) - {0})
         waiting: set[int] = set()
         last = 0
         while rows:
@@ -133,9 +137,11 @@ class _Book:
                 wanted[:] = True
                 waiting.clear()
             else:
-                wanted[exits.get(row, [])] = True
+                wanted[lone.get(row, [])] = True
                 wanted[list(waiting)] = True
-            shares = self._trade(shares, row, wanted & tradable)
+            left = np.zeros(shares.size, dtype=bool)
+            left[exits.get(row, [])] = True
+            shares = self._trade(shares, row, wanted & tradable, left)
             waiting |= set(np.flatnonzero(wanted & ~tradable & self._differs(shares, row)).tolist())
             waiting -= set(np.flatnonzero(wanted & tradable).tolist())
             self._look_ahead(rows, waiting, row)
@@ -161,22 +167,47 @@ class _Book:
         self.value[first + 1 : last + 1, held] = value[1:]
         self.profit[first + 1 : last + 1, held] = np.diff(value, axis=0)
 
-    def _trade(self, old: _Floats, row: int, traded: npt.NDArray[np.bool_]) -> _Floats:
-        """Trade the marked assets to their weights; returns the new shares."""
+    def _trade(
+        self,
+        old: _Floats,
+        row: int,
+        traded: npt.NDArray[np.bool_],
+        left: npt.NDArray[np.bool_],
+    ) -> _Floats:
+        """Trade the marked assets to their weights; returns the new shares.
+
+        What is `left` by a stop is sold whole, also where the rebalance buys it back.
+        """
         fill = np.where(traded, self.fill[row], np.nan)
         growth = np.nan_to_num(_over(self.close[row], fill), nan=1.0) - 1.0
         # The weights refer to the equity at the fill, of which the curve knows the close.
         moved = float(self.weights[row][traded] @ growth[traded])
         at_fill = self.equity[row] / (1.0 + moved) if moved > -1.0 else self.equity[row]
-        new = np.where(traded, _over(self.weights[row] * at_fill, fill), old)
         before, close = self.close[row - 1], self.close[row]
+        target = np.where(traded, self.weights[row], 0.0)
+        stays = float(np.nan_to_num(old * before)[~traded].sum())
+        if stays != 0.0:
+            target = _within_cash(target, stays / at_fill)
+        new = np.where(traded, _over(target * at_fill, fill), old)
         apart = np.nan_to_num(old * (fill - before)) + np.nan_to_num(new * (close - fill))
         self.profit[row] = np.where(traded, apart, np.nan_to_num(old * (close - before)))
         self.value[row] = np.nan_to_num(new * close)
-        order = np.nan_to_num((new - old) * fill)
-        self.bought[row] = np.maximum(order, 0.0).sum()
-        self.sold[row] = -np.minimum(order, 0.0).sum()
+        for order in (np.where(left, -old, new - old) * fill, np.where(left, new, 0.0) * fill):
+            traded_value = np.nan_to_num(order)
+            self.bought[row] += np.maximum(traded_value, 0.0).sum()
+            self.sold[row] -= np.minimum(traded_value, 0.0).sum()
         return new
+
+
+def _within_cash(target: _Floats, stays: float) -> _Floats:
+    """Scale the long targets down to the cash that holdings without a price leave.
+
+    Cash may fall to zero, or to what the targets leave where they sum to more than one.
+    """
+    longs = float(np.maximum(target, 0.0).sum())
+    shorts = float(np.minimum(target, 0.0).sum())
+    room = max(1.0 - min(0.0, 1.0 - longs - shorts) - stays - shorts, 0.0)
+    return np.where(target > 0.0, target * (room / longs), target) if longs > room else target
 
 
 def _over(values: _Floats, prices: _Floats) -> _Floats:
@@ -208,9 +239,7 @@ def _known_trades(report: Report, column: str) -> pd.DataFrame:
     return trades[trades[column].notna()] if wanted <= set(trades.columns) else trades.iloc[:0]
 
 
-def _lone_exits(
-    report: Report, index: pd.DatetimeIndex, assets: pd.Index
-) -> dict[int, list[int]]:
+def _lone_exits(report: Report, index: pd.DatetimeIndex, assets: pd.Index) -> dict[int, list[int]]:
     """Return, by row, the assets that were closed without a rebalance."""
     trades = _known_trades(report, "exit_date")
     found: dict[int, list[int]] = {}
@@ -246,10 +275,17 @@ def _set_trade_prices(
 
 
 def _rebalances(
-    report: Report, index: pd.DatetimeIndex, weights: _Floats, exits: dict[int, list[int]]
+    report: Report,
+    index: pd.DatetimeIndex,
+    weights: _Floats,
+    exits: dict[int, list[int]],
+    late: npt.NDArray[np.bool_],
 ) -> set[int]:
-    """Return the rows on which a rebalance was filled."""
-    changed = weights[1:] != weights[:-1]
+    """Return the rows on which a rebalance was filled.
+
+    `late` marks prices after a gap: an order that waited for one changes the weights too.
+    """
+    changed = (weights[1:] != weights[:-1]) & ~late
     for row, columns in exits.items():
         if row > 0:
             left = [column for column in columns if weights[row, column] == 0.0]
