@@ -73,8 +73,8 @@ def ledger_of(report: Report) -> Ledger:
     weights = np.nan_to_num(position.to_numpy(dtype=np.float64))
     held = np.flatnonzero((weights != 0.0).any(axis=0))
     weights, assets = np.ascontiguousarray(weights[:, held]), position.columns[held]
-    values = curve.to_numpy(dtype=np.float64)
-    equity = values / values[0] if len(values) else values
+    values: _Floats = curve.to_numpy(dtype=np.float64)
+    equity: _Floats = values / values[0] if len(values) else values
     close = _prices(market_table(report.market, "get_price", "close"), index, assets)
     priced = close is not None and bool(len(index))
     fill = _prices(market_table(report.market, "get_trading_price", report.trade_at), index, assets)
@@ -322,5 +322,5 @@ def _rows_until(sessions: pd.DatetimeIndex, dates: pd.DatetimeIndex) -> npt.NDAr
         dates = dates.tz_localize(sessions.tz)
     if has_dates_only(dates):
         sessions = sessions.normalize()
-    found: npt.NDArray[np.int64] = sessions.searchsorted(dates, side="right") - 1  # type: ignore[assignment]
+    found: npt.NDArray[np.int64] = sessions.searchsorted(dates, side="right") - 1
     return found

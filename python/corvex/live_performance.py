@@ -96,7 +96,7 @@ def _curve_figures(curve: pd.Series, riskfree_rate: float) -> dict[str, float]:
     days = {"days": float(max(curve.notna().sum() - 1, 0))}
     if days["days"] < 1:
         return days | dict.fromkeys(_STATISTICS, math.nan)
-    stats = curve.calc_stats()  # type: ignore[operator]
+    stats = curve.calc_stats()
     stats.set_riskfree_rate(riskfree_rate)
     return days | {name: float(stats.stats[name]) for name in _STATISTICS}
 

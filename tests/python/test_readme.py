@@ -5,6 +5,10 @@ from __future__ import annotations
 import re
 from pathlib import Path
 
+from typer.testing import CliRunner
+
+from corvex.cli import app
+
 README = Path(__file__).parents[2] / "README.md"
 
 
@@ -23,3 +27,12 @@ def test_links_lead_somewhere():
     targets = re.findall(r"\]\((?!http)([^)#]+)", README.read_text(encoding="utf-8"))
     missing = [target for target in targets if not (README.parent / target).exists()]
     assert not missing
+
+
+def test_demonstration_prints_what_is_shown(tmp_path, monkeypatch):
+    (shown,) = re.findall(r"```text\n(📊.*?)```", README.read_text(encoding="utf-8"), re.S)
+    monkeypatch.chdir(tmp_path)
+    monkeypatch.setenv("COLUMNS", "80")
+    printed = CliRunner().invoke(app, ["demo"]).stdout
+    before_times = [text.partition("Time taken")[0].splitlines() for text in (shown, printed)]
+    assert [line.rstrip() for line in before_times[1]] == before_times[0]

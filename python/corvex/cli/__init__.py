@@ -83,8 +83,8 @@ def _all_commands(
 def demo(out: Out = None, width: Width = None) -> None:
     """Run a momentum strategy on the built-in prices and show its report.
 
-    Each month it holds the five of twenty US stocks with the best 12-1 momentum, with fees. The
-    report is saved to corvex-demo.pkl in the current folder, or to --out.
+    Each month it holds the five of twenty US stocks with the best 12-1 momentum, with fees and a
+    trailing stop. The report is saved to corvex-demo.pkl in the current folder, or to --out.
     """
     from corvex.cli.demo import NAME, STEPS, publish_demo, run_demo
 

@@ -42,7 +42,8 @@ def best_by_momentum(prices: pd.DataFrame, count: int = 5) -> pd.DataFrame:
 def run_demo(steps: Steps) -> Report:
     """Simulate the strategy on the built-in prices, step by step.
 
-    Monthly, equal weights, 0.1 % fee on each side.
+    Monthly, equal weights, 0.1 % fee on each side. A stock that falls a quarter from its best
+    close since entry is sold, and stays out until the next month.
     """
     import corvex
 
@@ -56,6 +57,7 @@ def run_demo(steps: Steps) -> Report:
             prices,
             resample="ME",
             fee_ratio=0.001,
+            trail_stop=0.25,
             benchmark="sp500",
             market="us_stock",
             name=NAME,
