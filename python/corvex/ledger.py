@@ -73,7 +73,7 @@ def ledger_of(report: Report) -> Ledger:
     weights = np.nan_to_num(position.to_numpy(dtype=np.float64))
     held = np.flatnonzero((weights != 0.0).any(axis=0))
     weights, assets = np.ascontiguousarray(weights[:, held]), position.columns[held]
-    values: _Floats = curve.to_numpy(dtype=np.float64)
+    values: _Floats = np.asarray(curve, dtype=np.float64)
     equity: _Floats = values / values[0] if len(values) else values
     close = _prices(market_table(report.market, "get_price", "close"), index, assets)
     priced = close is not None and bool(len(index))

@@ -75,7 +75,9 @@ def asset_ids(trades: pd.DataFrame) -> pd.Categorical:
     """Return the asset id of each trade: its label up to the first blank."""
     column = "symbol" if "symbol" in trades.columns else "stock_id"
     if column not in trades.columns:
-        return pd.Categorical.from_codes(np.zeros(len(trades), dtype=np.intp), pd.Index([""]))
+        return pd.Categorical.from_codes(
+            np.zeros(len(trades), dtype=np.intp), pd.Index([""], dtype=object)
+        )
     codes, labels = pd.factorize(trades[column])
     ids = [str(label).split(" ")[0] for label in labels]
     if len(set(ids)) < len(ids):
