@@ -100,6 +100,22 @@ def test_what_a_report_lacks_is_left_out_without_an_error():
     assert collect(bare_report(one)).facts["stats"]["strategy"]["cagr"] is None
 
 
+def test_ruin_late_benchmarks_and_odd_trades_do_no_harm():
+    days = pd.bdate_range("2006-06-01", "2011-12-30")
+    ruined = pd.Series(np.where(days < "2007-06-01", 1.0, 0.0), index=days)
+    benchmark = pd.Series(np.arange(800.0, 1600.0), index=days[-800:])
+    report = bare_report(ruined, benchmark)
+    report.trades = pd.DataFrame({"return": [0.1, np.nan], "exit_date": [days[1], pd.NaT]})
+    report.trades["mae"] = np.nan
+    facts = collect(report).facts
+    assert facts["now"]["drawdown"] == -1.0
+    assert facts["meta"]["benchmark_from"] == f"{days[-800]:%Y-%m-%d}"
+    crisis = {row["key"]: row for row in facts["crises"]}
+    assert crisis["financial_crisis"]["strategy"] is None
+    assert crisis["us_downgrade"]["benchmark"] > 0
+    assert (facts["stats"]["trades"]["trades"], facts["assets"]) == (1, [])
+
+
 def test_the_figures_agree_with_the_report(simulated):
     data = collect(simulated)
     facts, trades = data.facts, data.series["trades"]

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import math
 from typing import TYPE_CHECKING, Any
 
 import numpy as np
@@ -16,8 +17,9 @@ if TYPE_CHECKING:
 
 __all__ = ["best_and_worst", "crises", "live_part"]
 
-# Closing high and low of the S&P 500 around each event, both dates included. They are fixed in
-# advance and not fitted to the strategy, whose own worst time may lie elsewhere.
+# Closing high and low of the S&P 500 around each event, both dates included; September 11 counts
+# from the last close before it. They are fixed in advance and not fitted to the strategy, whose own
+# worst time may lie elsewhere.
 _STOCK_CRISES = (
     ("gulf_war", "1990-07-16", "1990-10-11"),
     ("asia_1997", "1997-10-07", "1997-10-27"),
@@ -36,9 +38,9 @@ _STOCK_CRISES = (
     ("carry_2024", "2024-07-16", "2024-08-05"),
     ("tariffs_2025", "2025-02-19", "2025-04-08"),
 )
-# The bitcoin price's high and low around each event.
+# The same of bitcoin in US dollars, days in UTC.
 _CRYPTO_CRISES = (
-    ("crypto_2018", "2017-12-17", "2018-12-15"),
+    ("crypto_2018", "2017-12-16", "2018-12-15"),
     ("covid", "2020-02-13", "2020-03-12"),
     ("china_ban", "2021-05-08", "2021-07-20"),
     ("terra", "2022-05-05", "2022-06-18"),
@@ -69,15 +71,17 @@ def _day(text: str) -> int:
 
 def _between(curves: Curves, first: int, last: int) -> dict[str, float | None]:
     window = curves.strategy[first : last + 1]
+    top = np.maximum.accumulate(window)
     return {
         "strategy": _gain(curves.strategy, first, last),
         "benchmark": None if curves.benchmark is None else _gain(curves.benchmark, first, last),
-        "drawdown": float((window / np.maximum.accumulate(window) - 1).min()),
+        "drawdown": float((window / top - 1).min()) if window[0] > 0 else math.nan,
     }
 
 
 def _gain(values: Floats, first: int, last: int) -> float:
-    return float(values[last] / values[first] - 1)
+    """The return between two rows; NaN from a value of 0, which a ruined strategy has."""
+    return float(values[last] / values[first] - 1) if values[first] > 0 else math.nan
 
 
 def best_and_worst(curves: Curves, count: int = 5) -> dict[str, Any]:

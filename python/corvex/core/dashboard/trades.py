@@ -40,7 +40,7 @@ def trade_columns(trades: pd.DataFrame) -> dict[str, Any] | None:
         `FRACTION`; prices to six digits; ``period`` and ``days_in_profit`` in bars. None is a
         missing value; a column that the table lacks is left out.
     """
-    if not len(trades) or "return" not in trades.columns:
+    if not len(trades) or not {_asset_column(trades), "return"} <= set(trades.columns):
         return None
     labels, numbers = _encoded(trades[_asset_column(trades)])
     result: dict[str, Any] = {"count": len(trades), "assets": labels, "asset": numbers}
@@ -123,8 +123,9 @@ def trade_figures(trades: pd.DataFrame) -> dict[str, Any] | None:
     if "period" in closed.columns:
         figures["mean_period"] = float(_floats(closed["period"]).mean())
     for name in ("mae", "mfe"):
-        if name in closed.columns:
-            figures[f"mean_{name}"] = float(np.nanmean(_floats(closed[name])))
+        known = _floats(closed[name]) if name in closed.columns else np.empty(0)
+        known = known[np.isfinite(known)]
+        figures[f"mean_{name}"] = float(known.mean()) if known.size else None
     return figures
 
 
@@ -142,7 +143,7 @@ def by_asset(trades: pd.DataFrame, count: int = 10) -> list[dict[str, Any]]:
         ``asset``, ``trades``, ``win_rate``, ``mean`` return and ``sum``: at most `count` that
         gained most and `count` that lost most. Empty where the table has no entry weights.
     """
-    if not {"return", "position"} <= set(trades.columns):
+    if not {_asset_column(trades), "return", "position"} <= set(trades.columns):
         return []
     known = trades[trades["return"].notna()]
     if known.empty:
@@ -184,7 +185,8 @@ def price_paths(report: Report, budget: int) -> dict[str, Any] | None:
         None is a close that is missing. None where the market has no closes for these trades.
     """
     trades = report.trades
-    if not {"entry_date", "exit_date", "return"} <= set(trades.columns) or trades.empty:
+    needed = {_asset_column(trades), "entry_date", "exit_date", "return"}
+    if not needed <= set(trades.columns) or trades.empty:
         return None
     with _default_context.override(_loaded_datasets=set(_default_context._loaded_datasets)):
         close = market_table(report.market, "get_price", "close", adj=True)

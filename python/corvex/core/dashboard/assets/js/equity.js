@@ -106,7 +106,7 @@ function tellView(node, series, dates, falls, { first, last }) {
 function equityFigure(series, dates, falls, view) {
   const c = colours();
   const own = rebased(series.strategy, view.first);
-  const market = series.benchmark && rebased(series.benchmark, view.first);
+  const market = series.benchmark && rebased(series.benchmark, view.first, own);
   const data = [];
   if (market) {
     data.push(line(benchmarkLabel(), dates, market, c.market, { hovertemplate: "%{y:,.1f}" }));

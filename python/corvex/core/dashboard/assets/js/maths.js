@@ -18,12 +18,12 @@ export function drawdowns(values) {
   });
 }
 
-/** The curve scaled to 100 at its first known value from `first` on. */
-export function rebased(values, first) {
+/** The curve scaled to 100 at `first`; one that starts later starts at the value of `beside`. */
+export function rebased(values, first, beside = null) {
   let at = first;
   while (at < values.length && values[at] === null) at++;
-  const base = values[at];
-  return values.map((value) => (value === null || !base ? null : (value / base) * 100));
+  const scale = (beside?.[at] ?? 100) / values[at];
+  return values.map((value) => (value === null || !Number.isFinite(scale) ? null : value * scale));
 }
 
 /** Sums over the last `size` entries; null until so many known ones came without a gap. */
