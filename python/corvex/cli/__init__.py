@@ -1,4 +1,4 @@
-"""The command line: ``corvex demo``, ``show``, ``report``, ``login``, ``logout`` and ``upload``.
+"""The command line: ``corvex demo``, ``show``, ``report`` and more; ``corvex --help`` lists them.
 
 Results go to the standard output, notes and errors to the standard error. Exit status:
 
@@ -20,6 +20,8 @@ import typer
 
 from corvex.cli import publish
 from corvex.cli.console import Steps, plain_errors, plot_width, settings
+from corvex.cli.saved import load_report, save_report, target_file
+from corvex.cli.transport import export, inspect, orders
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
@@ -88,11 +90,11 @@ def demo(out: Out = None, width: Width = None) -> None:
     """
     from corvex.cli.demo import NAME, STEPS, publish_demo, run_demo
 
-    target = _target(out or Path(), "corvex-demo.pkl")
+    target = target_file(out or Path(), "corvex-demo.pkl")
     with Steps(STEPS + 2) as steps:
         report = run_demo(steps)
         with steps.step("write the report"):
-            _save(report, target)
+            save_report(report, target)
         with steps.step("publish and read back"):
             published = publish_demo(report)
     _print_report(report, NAME, width)
@@ -112,7 +114,7 @@ def show(
 
     Only open files that you trust: a pickle can run any program.
     """
-    _print_report(_load(file), None, width)
+    _print_report(load_report(file), None, width)
 
 
 @app.command()
@@ -151,50 +153,14 @@ def report(
     from corvex.cli.own_curve import report_on_file
 
     title = name or file.name.partition(".")[0]
-    target = _target(out, f"{title}.pkl") if out is not None else None
+    target = target_file(out, f"{title}.pkl") if out is not None else None
     result = report_on_file(
         file, column=column, returns=returns, benchmark=benchmark, market=market, name=title
     )
     _print_report(result, title, width)
     if target is not None:
-        _save(result, target)
+        save_report(result, target)
         print(f"Report written to {target}")
-
-
-def _target(out: Path, default_name: str) -> Path:
-    """Return the file to write, known to be writable in principle before the work begins."""
-    target = (out / default_name if out.is_dir() else out).absolute()
-    if not target.parent.is_dir():
-        raise FileNotFoundError(f"there is no folder {target.parent} to write {target.name} to")
-    return target
-
-
-def _save(report: Report, target: Path) -> None:
-    """Write a report whole or not at all."""
-    draft = target.with_name(f".{target.name}.tmp")
-    try:
-        report.to_pickle(str(draft))
-        draft.replace(target)
-    finally:
-        draft.unlink(missing_ok=True)
-
-
-def _load(file: Path) -> Report:
-    from corvex.core.report import Report
-
-    if not file.exists():
-        raise FileNotFoundError(f"there is no file {file}")
-    try:
-        loaded = Report.from_pickle(str(file))
-    except OSError:
-        raise
-    except Exception as error:  # whatever unpickling runs may raise whatever it likes
-        raise ValueError(
-            f"{file} is not a report that this version can read: {type(error).__name__}: {error}"
-        ) from error
-    if not isinstance(loaded, Report):
-        raise ValueError(f"{file} holds a {type(loaded).__name__}, not a report")
-    return loaded
 
 
 def _print_report(report: Report, name: str | None, width: int | None) -> None:
@@ -204,4 +170,6 @@ def _print_report(report: Report, name: str | None, width: int | None) -> None:
     print()
 
 
-publish.add_commands(app, _load)
+publish.add_commands(app, load_report)
+for command in (export, inspect, orders):
+    app.command()(plain_errors(command))

@@ -79,7 +79,7 @@ def orders(
     odd_lots : bool, default True
         Trade in steps of the market's `quantity_step`; False: whole board lots (`lot_size`) only.
     fee_ratio, tax_ratio, min_fee : float, optional
-        Costs other than the market's.
+        Costs. By default those that the report was made with, of an execution those of its market.
 
     Returns
     -------
@@ -105,10 +105,11 @@ def orders(
     state = one_execution(execution)
     market = state.market
     weights = chosen_weights(state, now)
+    report = execution if state is not execution else None
     costs = Costs(
-        _ratio("fee_ratio", fee_ratio, market),
-        _ratio("tax_ratio", tax_ratio, market),
-        _ratio("min_fee", min_fee, market),
+        _cost("fee_ratio", fee_ratio, report, market),
+        _cost("tax_ratio", tax_ratio, report, market),
+        _cost("min_fee", min_fee, report, market),
     )
     amount = _positive(capital, "capital")
     step = float(getattr(market, "quantity_step" if odd_lots else "lot_size", 1.0))
@@ -128,11 +129,13 @@ def _positive(value: Any, name: str) -> float:
     return number
 
 
-def _ratio(name: str, given: float | None, market: Market) -> float:
-    value = _as_float(getattr(market, name, 0.0) if given is None else given)
-    if not 0 <= value < math.inf:
-        raise ValueError(f"{name} should be a number from 0 on, got {given!r}")
-    return value
+def _cost(name: str, given: float | None, report: Any, market: Market) -> float:
+    """Return what was given, else what the report was made with, else the market's."""
+    value = getattr(report, name, getattr(market, name, 0.0)) if given is None else given
+    number = _as_float(value)
+    if not 0 <= number < math.inf:
+        raise ValueError(f"{name} should be a number from 0 on, got {value!r}")
+    return number
 
 
 def _as_float(value: Any) -> float:
