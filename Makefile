@@ -129,6 +129,20 @@ asan: $(VENV)/stamp-build ## run the engine's and the modules' own tests under A
 	tools/asan_python.sh $(PY) build/asan build/asan-site -m pytest -n $(JOBS) \
 	    -m 'not slow and not no_asan' $(ASAN_TESTS) $(PYTEST_ARGS)
 
+# Give another FUZZ_SEED to look for something new: a seed finds the same again.
+FUZZ_RUNS ?= 100000
+FUZZ_SEED ?= 1
+.PHONY: fuzz
+fuzz: $(VENV)/stamp-build ## give the readers FUZZ_RUNS mutated inputs under ASan and UBSan
+	@tools/system_packages.sh gtest sanitizers
+	$(call cmake,asan,-D Python_EXECUTABLE=$(CURDIR)/$(PY))
+	tools/asan_python.sh $(PY) build/asan build/fuzz-site tests/fuzz/readers.py \
+	    $(FUZZ_RUNS) $(FUZZ_SEED)
+
+.PHONY: fuzz-fast
+fuzz-fast: $(VENV)/stamp-build ## the same with the ordinary build
+	@$(PY) tests/fuzz/readers.py $(FUZZ_RUNS) $(FUZZ_SEED)
+
 # ---- speed -------------------------------------------------------------------------------------
 
 .PHONY: bench

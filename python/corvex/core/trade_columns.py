@@ -47,13 +47,13 @@ WIRE_COLUMNS: dict[str, WireColumn] = {
     for column, entry in {
         "symbol": ("symbol", "asset label: the id, then perhaps a blank and a name", "text"),
         "stock_id": ("stockId", "asset label, in reports of older versions", "text"),
-        "entry_sig_date": ("entrySigDate", "date of the signal that opened the trade", "date"),
-        "exit_sig_date": ("exitSigDate", "date of the signal that closed it", "date"),
         "entry_date": ("entryDate", "session on which the entry was filled", "date"),
         "exit_date": ("exitDate", "session on which the exit was filled", "date"),
-        "return": ("return", "exit over entry price after costs, minus 1", "fraction"),
+        "entry_sig_date": ("entrySigDate", "date of the signal that opened the trade", "date"),
+        "exit_sig_date": ("exitSigDate", "date of the signal that closed it", "date"),
         "position": ("position", "target weight at the entry, of the equity", "fraction"),
         "period": ("period", "how long it was held", "bars"),
+        "return": ("return", "exit over entry price after costs, minus 1", "fraction"),
         "trade_price@entry_date": ("tradePrice@entryDate", "quoted price of the entry", "price"),
         "trade_price@exit_date": ("tradePrice@exitDate", "quoted price of the exit", "price"),
         "market_value@entry_date": (
