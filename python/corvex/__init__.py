@@ -20,7 +20,7 @@ if TYPE_CHECKING:
     from corvex.core.report import Report, ReportExecution
     from corvex.curves import from_equity, from_returns
     from corvex.live_performance import live_figures
-    from corvex.ordering.orders import orders
+    from corvex.ordering import orders
     from corvex.simulation import simulate
 
 __all__ = [
