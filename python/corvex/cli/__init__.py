@@ -109,12 +109,37 @@ def demo(out: Out = None, width: Width = None) -> None:
 def show(
     file: Annotated[Path, typer.Argument(help="A report that was saved as a pickle.")],
     width: Width = None,
+    metrics: Annotated[
+        bool, typer.Option("--metrics", help="Print all figures instead of the summary.")
+    ] = False,
+    trades: Annotated[
+        bool, typer.Option("--trades", help="Print all trades instead of the summary.")
+    ] = False,
+    live: Annotated[
+        bool,
+        typer.Option(
+            "--live",
+            help="Print instead what is held, what comes next, whether it may be traded now, and"
+            " how the live part has done.",
+        ),
+    ] = False,
 ) -> None:
-    """Print a saved report.
+    """Print a saved report: its summary and charts, or the tables asked for.
 
     Only open files that you trust: a pickle can run any program.
     """
-    _print_report(load_report(file), None, width)
+    loaded = load_report(file)
+    if not (metrics or trades or live):
+        _print_report(loaded, None, width)
+        return
+    from corvex.cli import tables
+
+    if metrics:
+        tables.print_metrics(loaded)
+    if trades:
+        tables.print_trades(loaded)
+    if live:
+        tables.print_live(loaded)
 
 
 @app.command()

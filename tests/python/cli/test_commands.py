@@ -211,3 +211,35 @@ def test_progress_appears_only_when_the_work_takes_long(monkeypatch, seconds, sh
     assert ("think" in stream.text) == shown
     assert [name for name, _ in steps.times] == ["think", "write"]
     assert steps.times[0][1] >= seconds
+
+
+def test_show_prints_whole_tables_of_figures_trades_and_the_live_state(run, tmp_path):
+    dates = pd.bdate_range("2023-01-02", periods=320)
+    draw = np.random.default_rng(5)
+    steps = draw.normal(0.001, 0.02, (320, 3)).cumsum(axis=0)
+    prices = pd.DataFrame(50 * np.exp(steps), dates, ["A [x]", "B", "C"])
+    report = corvex.simulate(
+        prices.rank(axis=1) >= 2,
+        prices,
+        resample="ME",
+        market="us_stock",
+        benchmark=prices["B"],
+        stop_loss=0.1,
+        live_performance_start=dates[200],
+    )
+    report.to_pickle(str(tmp_path / "r.pkl"))
+    status, out, err = run("show", "r.pkl", "--metrics", "--trades", "--live")
+    assert (status, err) == (0, "")
+    lines = [line.split() for line in out.splitlines()]
+    figures = report.get_metrics()
+    for section in figures.values():
+        for name in section:
+            assert any(line[:1] == [name] for line in lines), name
+    assert ["endDate", f"{dates[-1]:%Y-%m-%d}"] in lines
+    assert ["annualReturn", f"{figures['profitability']['annualReturn']:.2%}"] in lines
+    reasons = {"rebalance", "stop_loss", "open"}
+    assert sum(line[-1:] != [] and line[-1] in reasons for line in lines) == len(report.trades)
+    assert "A [x]" in out
+    live = corvex.live_figures(report)
+    assert ["days", *(f"{value:.0f}" for value in live.loc["days"])] in lines
+    assert any(line[:1] == ["rebalance"] and line[-1] in ("yes", "no") for line in lines)

@@ -1,6 +1,9 @@
+import doctest
 import inspect
 import math
 import pickle
+import re
+from pathlib import Path
 
 import empyrical
 import numpy as np
@@ -10,6 +13,7 @@ from core_doubles import DoubleMarket, DoubleReport, curve
 
 from corvex.core.metrics import Metrics
 
+GUIDE = Path(__file__).parents[3] / "docs" / "metrics.md"
 FIGURES = [
     name
     for name, member in inspect.getmembers(Metrics, inspect.isfunction)
@@ -119,3 +123,18 @@ def test_results_follow_a_changed_report_and_stay_out_of_the_pickle():
     assert pickle.loads(pickle.dumps(report)).metrics.beta() == first
     report.daily_benchmark = curve(3)
     assert report.metrics.beta() != first
+
+
+def test_the_guide_defines_every_figure_with_its_example():
+    text = GUIDE.read_text(encoding="utf-8")
+    failed, tried = doctest.testfile(str(GUIDE), module_relative=False)
+    assert (failed, tried > 15) == (0, True)
+    namespace = {}
+    for example in doctest.DocTestParser().get_examples(text.split("```")[1]):
+        if not example.want:
+            exec(example.source, namespace)  # the report, as the guide makes it
+    figures = {k: v for part in namespace["figures"].values() for k, v in part.items()}
+    rows = re.findall(r"^\| `(\w+)` \| `(\w+)` \|.*\| ([^|]+) \|$", text, re.M)
+    shown = {k: f"{v:.6g}" if isinstance(v, float) else str(v) for k, v in figures.items()}
+    assert {key: example for key, _, example in rows} == shown
+    assert {method for _, method, _ in rows} == set(FIGURES)

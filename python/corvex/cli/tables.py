@@ -1,0 +1,229 @@
+"""The tables of ``corvex show``: figures, trades, and what a live trader needs."""
+
+from __future__ import annotations
+
+import math
+import shutil
+import sys
+from collections.abc import Callable, Iterable
+from typing import TYPE_CHECKING, Any
+
+import pandas as pd
+
+if TYPE_CHECKING:
+    from corvex.core.report import Report, ReportExecution
+
+__all__ = ["print_live", "print_metrics", "print_trades"]
+
+_LEAST_WIDTH = 100  # for what goes into a file or a pipe
+_NONE = "-"
+
+_PERCENT = frozenset(
+    {
+        "feeRatio",
+        "taxRatio",
+        "stopLoss",
+        "takeProfit",
+        "trailStop",
+        "annualReturn",
+        "alpha",
+        "maxDrawdown",
+        "avgDrawdown",
+        "valueAtRisk",
+        "cvalueAtRisk",
+        "volatility",
+        "winRate",
+        "m12WinRate",
+        "expectancy",
+        "mae",
+        "mfe",
+        "disposalStockRatio",
+        "warningStockRatio",
+        "fullDeliveryStockRatio",
+        "buyHigh",
+        "sellLow",
+    }
+)
+_DATES = frozenset(
+    {
+        "startDate",
+        "endDate",
+        "updateDate",
+        "nextTradingDate",
+        "currentRebalanceDate",
+        "nextRebalanceDate",
+        "livePerformanceStart",
+    }
+)
+_LIVE_PERCENT = frozenset(
+    {
+        "total_return",
+        "cagr",
+        "daily_vol",
+        "max_drawdown",
+        "alpha",
+        "win_ratio",
+        "expectancy",
+    }
+)
+
+
+def print_metrics(report: Report) -> None:
+    """Print every figure of the metrics, a table for each section."""
+    for section, figures in report.get_metrics().items():
+        rows = [(name, _figure(name, value)) for name, value in figures.items()]
+        _print_table(section, ["figure", "value"], rows, right=[1])
+
+
+def print_trades(report: Report) -> None:
+    """Print every round trip, the open ones at the end of their own dates."""
+    trades = report.trades
+    columns: dict[str, tuple[str, Callable[[Any], str]]] = {
+        "symbol": ("asset", str),
+        "entry_date": ("entry", _date),
+        "exit_date": ("exit", _date),
+        "position": ("weight", _percent),
+        "period": ("bars", _count),
+        "return": ("return", _percent),
+        "mae": ("MAE", _percent),
+        "mfe": ("MFE", _percent),
+        "exit_reason": ("reason", lambda reason: str(reason) or "open"),
+    }
+    known = [name for name in columns if name in trades.columns]
+    cells = [[columns[name][1](value) for value in trades[name]] for name in known]
+    right = [i for i, name in enumerate(known) if columns[name][1] in (_percent, _count)]
+    _print_table(
+        f"trades ({len(trades)})",
+        [columns[name][0] for name in known],
+        zip(*cells, strict=True),
+        right=right,
+    )
+
+
+def print_live(report: Report) -> None:
+    """Print the state of a report for live trading, and how the live part has done."""
+    execution = report.execution
+    parts = execution if isinstance(execution, dict) else {"": execution}
+    answers = {
+        "data fresh enough to trade (is_tradable)": report.is_tradable(),
+        "rebalance due (is_rebalance_due)": report.is_rebalance_due(),
+        "next weights count now (uses_next_weights)": report.uses_next_weights(),
+        "stop triggered (is_stop_triggered)": report.is_stop_triggered(),
+    }
+    rows = [(question, "yes" if answer else "no") for question, answer in answers.items()]
+    rows += [
+        (name.replace("_", " "), _date(getattr(report, name, None)))
+        for name in ("current_rebalance_date", "next_rebalance_date", "next_trading_date")
+    ]
+    _print_table("live", ["question", "answer"], rows)
+    for name, part in parts.items():
+        _print_execution(f"execution {name}".strip(), part)
+    _print_current_trades(report)
+    if getattr(report, "live_performance_start", None) is not None:
+        from corvex.live_performance import live_figures
+
+        figures = live_figures(report)
+        _print_table(
+            f"since {_date(report.live_performance_start)}",
+            ["figure", *(str(column) for column in figures.columns)],
+            [
+                (name, *(_live(str(name), v) for v in row))
+                for name, row in zip(figures.index, figures.to_numpy(), strict=True)
+            ],
+            right=range(1, len(figures.columns) + 1),
+        )
+
+
+def _print_execution(title: str, execution: ReportExecution) -> None:
+    now, following, actions = execution.weights, execution.next_weights, execution.actions
+    assets = now.index.union(following.index, sort=False).union(actions.index, sort=False)
+    rows = [
+        (
+            str(asset),
+            _percent(now.get(asset, 0.0)),
+            _percent(following.get(asset, 0.0)),
+            str(actions.get(asset, _NONE)),
+        )
+        for asset in assets
+    ]
+    _print_table(title, ["asset", "weight", "next weight", "action"], rows, right=[1, 2])
+
+
+def _print_current_trades(report: Report) -> None:
+    trades = getattr(report, "current_trades", None)
+    if not isinstance(trades, pd.DataFrame):
+        return
+    wanted = ("entry_date", "weight", "next_weights", "return")
+    known = [name for name in wanted if name in trades.columns]
+    shown = {"entry_date": _date}
+    rows = [
+        (str(asset), *(shown.get(name, _percent)(trades[name].iloc[at]) for name in known))
+        for at, asset in enumerate(trades.index)
+    ]
+    _print_table(
+        "current trades",
+        ["asset", *(name.replace("_", " ") for name in known)],
+        rows,
+        right=[i + 1 for i, name in enumerate(known) if name != "entry_date"],
+    )
+
+
+def _figure(name: str, value: Any) -> str:
+    if name in _DATES:
+        return _date(None if value is None else pd.Timestamp(value, unit="s"))
+    if name in _PERCENT:
+        return _percent(value)
+    if name == "capacity" and not _missing(value):
+        return f"{value:,.0f}"
+    if isinstance(value, float) and not _missing(value):
+        return f"{value:.3f}"
+    if isinstance(value, bool):
+        return "yes" if value else "no"
+    return _NONE if _missing(value) else str(value)
+
+
+def _live(name: str, value: float) -> str:
+    if name in _LIVE_PERCENT:
+        return _percent(value)
+    return _count(value) if name in ("days", "trades") else _figure(name, float(value))
+
+
+def _missing(value: Any) -> bool:
+    return value is None or value is pd.NaT or (isinstance(value, float) and math.isnan(value))
+
+
+def _percent(value: Any) -> str:
+    return _NONE if _missing(value) else f"{float(value):.2%}"
+
+
+def _count(value: Any) -> str:
+    return _NONE if _missing(value) else f"{value:.0f}"
+
+
+def _date(value: Any) -> str:
+    if _missing(value):
+        return _NONE
+    stamp = pd.Timestamp(value)
+    bare = stamp == stamp.normalize()
+    return str(stamp.strftime("%Y-%m-%d" if bare else "%Y-%m-%d %H:%M"))
+
+
+def _print_table(
+    title: str, header: list[str], rows: Iterable[Iterable[str]], right: Iterable[int] = ()
+) -> None:
+    from rich import box
+    from rich.console import Console
+    from rich.markup import escape
+    from rich.table import Table
+
+    table = Table(title=title, title_justify="left", box=box.SIMPLE_HEAD, padding=(0, 1))
+    at_right = set(right)
+    for at, name in enumerate(header):
+        table.add_column(name, justify="right" if at in at_right else "left", overflow="fold")
+    for row in rows:
+        table.add_row(*(escape(cell) for cell in row))
+    if not table.rows:
+        table.caption = "none"
+    columns = shutil.get_terminal_size((_LEAST_WIDTH, 24)).columns
+    width = columns if sys.stdout.isatty() else max(columns, _LEAST_WIDTH)
+    Console(file=sys.stdout, width=width, highlight=False).print(table)
