@@ -11,6 +11,8 @@ from typing import TYPE_CHECKING, Any, ClassVar
 import pandas as pd
 
 if TYPE_CHECKING:
+    from plotly.graph_objs import Figure
+
     from corvex.core.report import Report
 
 __all__ = ["Analysis", "TradeInfo"]
@@ -73,12 +75,22 @@ class Analysis(abc.ABC):
         """Return the tables to display, by caption; by default none."""
         return {}
 
+    def figures(self) -> Mapping[str, Figure]:
+        """Return plotly figures to show in a notebook, by caption; by default none.
+
+        Import plotly inside this method, so that an analysis without a notebook never pays for
+        it.
+        """
+        return {}
+
     def notes(self) -> Iterable[str]:
         """Return sentences to display below the tables, such as what is missing and why."""
         return ()
 
     def display(self) -> None:
         """Show title, tables and notes: rendered in a notebook, as plain text elsewhere.
+
+        The figures are shown in a notebook only.
 
         Raises
         ------
@@ -95,6 +107,10 @@ class Analysis(abc.ABC):
                 show(table)
             else:
                 print(f"\n{caption}\n{_as_text(table)}")
+        if show is not None:
+            for caption, figure in self.figures().items():
+                print(caption)
+                show(figure)
         for note in self.notes():
             print(note)
 

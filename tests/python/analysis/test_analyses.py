@@ -6,9 +6,12 @@ import sys
 import numpy as np
 import pandas as pd
 import pytest
+from hypothesis import given, settings
+from hypothesis import strategies as st
 
 import corvex
 from corvex.analysis import Analysis, add_folder
+from corvex.analysis.maeMfeAnalysis import MaeMfeAnalysis
 from corvex.markets import get_market_by_name
 
 DATES = pd.bdate_range("2024-01-01", periods=40)
@@ -123,6 +126,44 @@ def test_excursions_by_outcome():
     bare = _report()
     bare.mae_mfe = report.trades[["mae", "mfe"]]
     assert bare.run_analysis("MaeMfe", display=False, quantiles=[0.5]) == result
+
+
+def test_the_edge_ratio_follows_the_prices_since_entry():
+    close = pd.DataFrame({"A": 10.0, "B": 20.0}, index=DATES)
+    # A is entered at 10 on the second day and goes 11, 9, 12, 6; its trade ends on the sixth.
+    close.loc[DATES[2:6], "A"] = [11.0, 9.0, 12.0, 6.0]
+    report = _report(mae=-0.4, mfe=0.2)
+    report.market = report.market.bound_to(close)
+    report.trades = report.trades.iloc[[0, 1]].assign(position=[0.5, -0.5])
+    analysis = MaeMfeAnalysis(bars=[3, 1, 9])
+    rows = analysis.analyze(report)["edge"]
+    # B's price never moves: it halves the means and leaves their ratio.
+    assert [row["bars"] for row in rows] == [1, 3, 9]
+    assert [row["held"] for row in rows] == [2, 2, 0]
+    assert [row["mfe"] for row in rows] == pytest.approx([0.05, 0.1, 0.1])
+    assert [row["mae"] for row in rows] == pytest.approx([0.0, -0.05, -0.2])
+    assert [row["edge_ratio"] for row in rows] == [None, pytest.approx(2.0), pytest.approx(0.5)]
+    figures = analysis.figures()
+    assert next(iter(figures)) == "Edge ratio by bars since entry"
+    assert list(figures["Return by MAE"].data[0].y) == [0.1]
+
+
+@settings(max_examples=15, deadline=None)
+@given(holes=st.lists(st.tuples(st.integers(0, 39), st.sampled_from(["A", "B"])), max_size=12))
+def test_no_analysis_or_market_table_moves_the_win_ratio(holes):
+    report = _report(mae=-0.1, mfe=0.2)
+    tables = {field: report.market.get_price(field).copy() for field in ("close", "volume")}
+    for row, asset in holes:
+        tables["volume"].loc[DATES[row], asset] = np.nan
+    report.market = report.market.bound_to(tables)
+    before = len(report.trades), report.get_stats()["win_ratio"]
+    for name in ("Liquidity", "MaeMfe", "Drawdown"):
+        report.run_analysis(name, display=False)
+    report.get_metrics()
+    after = len(report.trades), corvex.Report._get_stats.__wrapped__(report, 0.02)["win_ratio"]
+    assert after == before
+    closed = report.trades[report.trades["exit_date"].notna()]
+    assert not closed.isna().any().any()
 
 
 OWN = """
