@@ -104,9 +104,8 @@ test-python: $(VENV)/stamp-build ## run the Python tests
 test-fast: $(VENV)/stamp-build ## run the Python tests that answer quickly: the inner loop
 	@HYPOTHESIS_PROFILE=fast $(PY) -m pytest -n $(JOBS) -m 'not slow' $(PYTEST_ARGS)
 
-# The wheel is tested here, not the source tree: this also shows that it is complete.
-.PHONY: test-pandas22
-test-pandas22: wheel ## run the Python tests against the built wheel under pandas 2.2
+.PHONY: pandas22
+pandas22: wheel
 	@if [ ! -e $(VENV22)/stamp ] || [ pyproject.toml -nt $(VENV22)/stamp ]; then
 	    echo "making $(VENV22)"
 	    $(PY) -m venv --clear $(VENV22)
@@ -116,7 +115,18 @@ test-pandas22: wheel ## run the Python tests against the built wheel under panda
 	fi
 	$(VENV22)/bin/python -m pip install -q --no-deps --force-reinstall dist/corvex-*.whl
 	$(VENV22)/bin/python -c 'import pandas; print("pandas", pandas.__version__)'
-	$(VENV22)/bin/python -m pytest -n $(JOBS) $(PYTEST_ARGS)
+
+# The wheel is tested here, not the source tree: this also shows that it is complete.
+.PHONY: test-pandas22
+test-pandas22: pandas22 ## run the Python tests against the built wheel under pandas 2.2
+	@$(VENV22)/bin/python -m pytest -n $(JOBS) $(PYTEST_ARGS)
+
+.PHONY: test-pickle-across
+test-pickle-across: $(VENV)/stamp-build pandas22 ## read reports saved under pandas 2.2 with pandas 3
+	@$(VENV22)/bin/python -B tests/pickle_across.py write build/pickles/pandas22
+	$(PY) -B tests/pickle_across.py read build/pickles/pandas22
+	$(PY) -B tests/pickle_across.py write build/pickles/pandas3
+	$(VENV22)/bin/python -B tests/pickle_across.py try build/pickles/pandas3
 
 # The extensions' own behaviour; the Python packages above them only add time here.
 ASAN_TESTS := $(wildcard tests/python/pyglue tests/python/report tests/python/engine tests/host)

@@ -98,6 +98,7 @@ IMPORT = "import corvex.core.report"
 BARE = "engine, bare"
 FULL = "engine, all on"
 SIMULATE = "corvex.simulate"
+PAYLOAD = "payload, last 500 trades"
 SMALL, MIDDLE, LARGE = "50x2520", "500x2520", "2000x5000"
 
 CASES = [
@@ -124,6 +125,14 @@ CASES = [
         lookup_table,
         (KERNEL,),
         (Goal(KERNEL, "DataFrame.at in a loop", 40),),
+    ),
+    Case(
+        "payload",
+        "to_payload_dict of a ten-year report with 10,000 trades",
+        ("corvex",),
+        nothing,
+        (PAYLOAD,),
+        limits={PAYLOAD: 0.150},
     ),
     Case(
         "import",

@@ -106,6 +106,55 @@ def agree(data: Path) -> list[Entry]:
     return [{"label": "equity without costs", "equity": equity.tolist()}]
 
 
+def payload(_data: Path) -> list[Entry]:
+    """The whole payload, its size, and the share of each step."""
+    import json
+    import sys
+
+    import numpy as np
+    import pandas as pd
+
+    import corvex
+    from corvex.core.report import ReportExecution
+    from corvex.core.trade_columns import decode_trades
+
+    days = pd.bdate_range("2014-01-02", periods=2520)
+    draw = np.random.default_rng(7)
+    walk = draw.normal(0.0003, 0.015, (2520, 100)).cumsum(axis=0)
+    prices = pd.DataFrame(100 * np.exp(walk), days, [f"A{i:03d}" for i in range(100)])
+    held = pd.DataFrame(draw.random((2520, 100)) < 0.4, days, prices.columns).iloc[::6]
+    report = corvex.simulate(held, prices, market="us_stock", benchmark=prices["A000"])
+    if len(report.trades) < 10_000:
+        raise RuntimeError(f"only {len(report.trades)} trades")
+    report.trades = report.trades.tail(10_000)
+    last = report.trades.tail(500)
+
+    def fresh(call):  # the metrics are worked out anew, not remembered
+        def run() -> object:
+            report.__dict__.pop("metrics", None)
+            return call()
+
+        return run
+
+    steps = {
+        "payload, last 500 trades": fresh(report.to_payload_dict),
+        "payload, every trade": fresh(lambda: report.to_payload_dict(trades_limit=None)),
+        "  metrics": fresh(report.get_metrics),
+        "  500 trades packed": lambda: report._gzip_b64_trades(last),
+        "  10,000 trades packed": lambda: report._gzip_b64_trades(report.trades),
+        "  curves": lambda: report.daily_creturn.index.astype(str).to_list(),
+        "  execution": lambda: ReportExecution.to_dict_collection(report.execution),
+        "  holdings": report.to_holdings_dict,
+    }
+    entries = [time_call(name, call, repeats=5) for name, call in steps.items()]
+    for limit in (500, None):
+        text = json.dumps(report.to_payload_dict(trades_limit=limit))
+        size = f"{len(text) / 1000:.0f} kB"
+        print(f"  payload with {limit or 'every'} trades: {size}", file=sys.stderr)
+    packed = report.to_report_dict()["trades"]
+    return [*entries, time_call("  10,000 trades read", lambda: decode_trades(packed), repeats=5)]
+
+
 def imports(_data: Path) -> list[Entry]:
     return [time_import("import corvex.core.report", "corvex.core.report")]
 
@@ -117,6 +166,7 @@ main(
         "drawdowns": drawdowns,
         "lookup": lookup,
         "import": imports,
+        "payload": payload,
         "simulate": simulate,
         "agree": agree,
     },
