@@ -17,6 +17,7 @@ from corvex import data, ffn_core  # isort: skip
 
 if TYPE_CHECKING:
     from corvex.attribution import contributions, exposure, turnover
+    from corvex.comparison import compare
     from corvex.core.report import Report, ReportExecution
     from corvex.curves import from_equity, from_returns
     from corvex.live_performance import live_figures
@@ -27,6 +28,7 @@ __all__ = [
     "Report",
     "ReportExecution",
     "__version__",
+    "compare",
     "contributions",
     "data",
     "exposure",
@@ -43,6 +45,7 @@ __all__ = [
 _LAZY = {
     "Report": "corvex.core.report",
     "ReportExecution": "corvex.core.report",
+    "compare": "corvex.comparison",
     "contributions": "corvex.attribution",
     "exposure": "corvex.attribution",
     "from_equity": "corvex.curves",

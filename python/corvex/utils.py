@@ -74,7 +74,8 @@ def atomic_open(
     Parameters
     ----------
     path : str or path
-        Where the file is to appear; its folder must exist. An existing file is replaced.
+        Where the file is to appear; its folder must exist. An existing file is replaced, a
+        device or a pipe written to.
     mode : {"wb", "w"}, default "wb"
         Binary or text.
     encoding : str, optional
@@ -95,9 +96,14 @@ def atomic_open(
     if mode not in ("wb", "w"):
         raise ValueError(f"mode must be 'wb' or 'w', got {mode!r}")
     target = Path(path)
-    draft = target.with_name(f".{target.name}.{os.urandom(6).hex()}.tmp")
     if mode == "w":
         encoding = encoding or "utf-8"
+    if target.exists() and not target.is_file():
+        # A device or a pipe is written to: replacing it would break it for everybody.
+        with open(target, mode, encoding=encoding) as file:
+            yield file
+        return
+    draft = target.with_name(f".{target.name}.{os.urandom(6).hex()}.tmp")
     try:
         with open(draft, mode.replace("w", "x"), encoding=encoding) as file:
             yield file

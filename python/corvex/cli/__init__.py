@@ -18,9 +18,17 @@ from typing import TYPE_CHECKING, Annotated
 
 import typer
 
-from corvex.cli import publish
-from corvex.cli.console import Steps, plain_errors, plot_width, settings
-from corvex.cli.saved import load_report, save_report, target_file
+from corvex.cli import preview, publish
+from corvex.cli.console import Steps, note, plain_errors, plot_width, settings
+from corvex.cli.saved import (
+    Html,
+    is_special,
+    load_report,
+    name_of,
+    save_page,
+    save_report,
+    target_file,
+)
 from corvex.cli.transport import export, inspect, orders
 
 if TYPE_CHECKING:
@@ -86,15 +94,20 @@ def demo(out: Out = None, width: Width = None) -> None:
     """Run a momentum strategy on the built-in prices and show its report.
 
     Each month it holds the five of twenty US stocks with the best 12-1 momentum, with fees and a
-    trailing stop. The report is saved to corvex-demo.pkl in the current folder, or to --out.
+    trailing stop. The report is saved to corvex-demo.pkl in the current folder, or to --out, and
+    its page beside it.
     """
     from corvex.cli.demo import NAME, STEPS, publish_demo, run_demo
 
     target = target_file(out or Path(), "corvex-demo.pkl")
-    with Steps(STEPS + 2) as steps:
+    page = None if is_special(target) else _beside(target)
+    with Steps(STEPS + 3) as steps:
         report = run_demo(steps)
         with steps.step("write the report"):
             save_report(report, target)
+        if page is not None:
+            with steps.step("write its page"):
+                save_page(report, page)
         with steps.step("publish and read back"):
             published = publish_demo(report)
     _print_report(report, NAME, width)
@@ -102,6 +115,13 @@ def demo(out: Out = None, width: Width = None) -> None:
     steps.print_times()
     print(f"\n{published}")
     print(f"\nReport written to {target}; corvex show {target.name} prints it again.")
+    if page is not None:
+        print(f"Page written to {page}")
+
+
+def _beside(pickle: Path) -> Path:
+    """Return where the page of a report goes that was saved as a pickle."""
+    return pickle.with_suffix(".page.html" if pickle.suffix == ".html" else ".html")
 
 
 @app.command()
@@ -123,12 +143,17 @@ def show(
             " how the live part has done.",
         ),
     ] = False,
+    html: Html = None,
 ) -> None:
     """Print a saved report: its summary and charts, or the tables asked for.
 
     Only open files that you trust: a pickle can run any program.
     """
+    page = None if html is None else target_file(html, f"{file.stem}.html")
     loaded = load_report(file)
+    if page is not None:
+        save_page(loaded, page)
+        note(f"page written to {page}")
     if not (metrics or trades or live):
         _print_report(loaded, None, width)
         return
@@ -168,6 +193,7 @@ def report(
     ] = None,
     name: Annotated[str | None, typer.Option(help="Name; the file's by default.")] = None,
     out: Out = None,
+    html: Html = None,
     width: Width = None,
 ) -> None:
     """Report on a curve of your own.
@@ -179,6 +205,7 @@ def report(
 
     title = name or file.name.partition(".")[0]
     target = target_file(out, f"{title}.pkl") if out is not None else None
+    page = target_file(html, f"{title}.html") if html is not None else None
     result = report_on_file(
         file, column=column, returns=returns, benchmark=benchmark, market=market, name=title
     )
@@ -186,15 +213,18 @@ def report(
     if target is not None:
         save_report(result, target)
         print(f"Report written to {target}")
+    if page is not None:
+        save_page(result, page, title)
+        print(f"Page written to {page}")
 
 
 def _print_report(report: Report, name: str | None, width: int | None) -> None:
-    shown = name or getattr(report, "name", None)
-    print(report.to_text(name=str(shown) if shown else None))
+    print(report.to_text(name=name or name_of(report)))
     report.to_terminal(width=width or plot_width())
     print()
 
 
+preview.add_commands(app)
 publish.add_commands(app, load_report)
 for command in (export, inspect, orders):
     app.command()(plain_errors(command))

@@ -4,12 +4,28 @@ from __future__ import annotations
 
 from collections.abc import Callable
 from pathlib import Path
-from typing import TYPE_CHECKING
+from typing import TYPE_CHECKING, Annotated
+
+import typer
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
 
-__all__ = ["load_report", "save_report", "target_file", "write_whole"]
+__all__ = [
+    "Html",
+    "is_special",
+    "load_report",
+    "name_of",
+    "save_page",
+    "save_report",
+    "target_file",
+    "write_whole",
+]
+
+Html = Annotated[
+    Path | None,
+    typer.Option("--html", help="File, or existing folder, to write the page to."),
+]
 
 
 def target_file(out: Path, default_name: str) -> Path:
@@ -21,7 +37,13 @@ def target_file(out: Path, default_name: str) -> Path:
 
 
 def write_whole(target: Path, write: Callable[[Path], object]) -> None:
-    """Let `write` fill a draft, which becomes the target once it is complete."""
+    """Let `write` fill a draft, which becomes the target once it is complete.
+
+    What is no plain file (a device such as /dev/null, a pipe) is written to, never replaced.
+    """
+    if is_special(target):
+        write(target)
+        return
     draft = target.with_name(f".{target.name}.tmp")
     try:
         write(draft)
@@ -30,9 +52,25 @@ def write_whole(target: Path, write: Callable[[Path], object]) -> None:
         draft.unlink(missing_ok=True)
 
 
+def is_special(target: Path) -> bool:
+    """Tell whether a path leads to a device, a pipe or the like."""
+    return target.exists() and not target.is_file()
+
+
 def save_report(report: Report, target: Path) -> None:
     """Write a report as a pickle."""
     write_whole(target, lambda draft: report.to_pickle(str(draft)))
+
+
+def save_page(report: Report, target: Path, name: str | None = None) -> None:
+    """Write a report's page, with its name on the browser's tab."""
+    write_whole(target, lambda draft: report.to_html(draft, title=name or name_of(report)))
+
+
+def name_of(report: Report) -> str | None:
+    """Return a report's name; None where it has none."""
+    name = getattr(report, "name", None)
+    return str(name) if name else None
 
 
 def load_report(file: Path) -> Report:

@@ -42,12 +42,15 @@ def test_demo_prints_saves_and_show_prints_it_again(run, tmp_path):
     rows = [line for line in out.splitlines() if re.match(r" *[-\d.]+% ┤", line)]
     assert {len(row) for row in rows} == {100}
     steps = re.findall(r"^  (\w[^\n]*?) +[\d.]+ s$", out, re.M)
-    later = ["compute the statistics", "write the report", "publish and read back", "all"]
-    assert steps[2:] == ["simulate", *later]
+    later = ["compute the statistics", "write the report", "write its page"]
+    assert steps[2:] == ["simulate", *later, "publish and read back", "all"]
     assert "read back from it:\n  held CVX, LLY, MRK, RRC, XOM\n" in out
     saved = tmp_path / "corvex-demo.pkl"
-    assert [entry.name for entry in tmp_path.iterdir()] == [saved.name]
+    page = tmp_path / "corvex-demo.html"
+    assert sorted(tmp_path.iterdir()) == [page, saved]
     assert f"Report written to {saved}" in out
+    assert out.endswith(f"Page written to {page}\n")
+    assert "<title>Momentum 12-1</title>" in page.read_text(encoding="utf-8")
 
     report = corvex.Report.from_pickle(str(saved))
     assert (report.fee_ratio, report.trail_stop) == (0.001, 0.25)
@@ -65,7 +68,9 @@ def test_demo_writes_where_it_is_told(run, tmp_path):
     (tmp_path / "sub").mkdir()
     assert run("demo", "--out", "sub")[0] == 0
     assert run("demo", "--out", "sub/mine.pkl")[0] == 0
-    assert sorted(os.listdir("sub")) == ["corvex-demo.pkl", "mine.pkl"]
+    assert sorted(os.listdir("sub")) == [
+        f"{name}.{kind}" for name in ("corvex-demo", "mine") for kind in ("html", "pkl")
+    ]
     status, out, err = run("demo", "--out", "absent/mine.pkl")
     assert (status, out) == (1, "")
     assert err.startswith("corvex: error: there is no folder ")

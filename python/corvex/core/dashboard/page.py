@@ -7,7 +7,7 @@ import hashlib
 import html
 from functools import cache
 from importlib import resources
-from typing import TYPE_CHECKING
+from typing import TYPE_CHECKING, Any
 
 from corvex.core.dashboard.dataset import collect
 from corvex.core.dashboard.embed import escape_text, pack_json, safe_json
@@ -16,7 +16,7 @@ from corvex.core.dashboard.plotly_script import plotly_script
 if TYPE_CHECKING:
     from corvex.core.report import Report
 
-__all__ = ["generate_html"]
+__all__ = ["assemble", "asset", "generate_html", "in_frame", "page_script"]
 
 DEFAULT_TITLE = "Corvex Report"
 
@@ -38,6 +38,7 @@ _MODULES = (
     "activity",
     "periods",
     "statistics",
+    "sections",
     "main",
 )
 
@@ -86,24 +87,38 @@ def generate_html(report: Report, with_iframe: bool = False, title: str | None =
     page after plotly was installed or updated takes about a second more than all later ones: its
     script is then compressed and kept under ``corvex.utils.get_tmp_dir()``.
     """
-    tab = escape_text(str(title) if title else DEFAULT_TITLE)
-    page = _page(report, tab)
-    if not with_iframe:
-        return page
-    return _IFRAME.format(title=tab, page=html.escape(page).replace("\n", "&#10;"))
-
-
-def _page(report: Report, tab: str) -> str:
+    tab = str(title) if title else DEFAULT_TITLE
     data = collect(report)
-    charts, script = plotly_script(), page_script()
     name = data.facts["meta"]["name"]
+    page = assemble(tab, tab if name is None else name, data.facts, data.series, page_script())
+    return in_frame(page, tab) if with_iframe else page
+
+
+def assemble(title: str, heading: str, facts: Any, series: Any, script: str) -> str:
+    """Put a page together.
+
+    Parameters
+    ----------
+    title, heading : str
+        Of the browser's tab and of the page, not yet escaped.
+    facts, series : object
+        Plain values (see `embed.plain`): small ones, and large ones that are packed.
+    script : str
+        What `page_script` gives.
+
+    Returns
+    -------
+    str
+        A complete HTML document that carries the charts' library.
+    """
+    charts = plotly_script()
     parts = {
         "policy": _POLICY.format(page=_source_hash(script), charts=charts.source_hash),
-        "title": tab,
-        "heading": tab if name is None else escape_text(name),
-        "style": _asset("page.css"),
-        "facts": safe_json(data.facts),
-        "series": pack_json(data.series),
+        "title": escape_text(title),
+        "heading": escape_text(heading),
+        "style": asset("page.css"),
+        "facts": safe_json(facts),
+        "series": pack_json(series),
         "texts": _texts(),
         "charts": charts.text,
         "script": script,
@@ -112,8 +127,15 @@ def _page(report: Report, tab: str) -> str:
     return "".join(parts[piece] if i % 2 else piece for i, piece in enumerate(pieces))
 
 
+def in_frame(page: str, title: str) -> str:
+    """Return an ``<iframe>`` that carries a page, for a notebook's cell."""
+    shown = html.escape(page).replace("\n", "&#10;")
+    return _IFRAME.format(title=escape_text(title), page=shown)
+
+
 @cache
-def _asset(name: str) -> str:
+def asset(name: str) -> str:
+    """Return the text of one of the page's own files, by its path below ``assets``."""
     text = resources.files(__package__).joinpath("assets", *name.split("/"))
     return text.read_text(encoding="utf-8")
 
@@ -121,27 +143,27 @@ def _asset(name: str) -> str:
 @cache
 def _template() -> list[str]:
     """The page's text, with the names of its parts at the odd places."""
-    return [piece for half in _asset("page.html").split("{{") for piece in half.split("}}")]
+    return [piece for half in asset("page.html").split("{{") for piece in half.split("}}")]
 
 
 @cache
 def _texts() -> str:
     """The texts in all languages, as JSON that may stand in a script element."""
-    texts = (f'"{language}":{_asset(f"texts.{language}.json")}' for language in ("en", "zh-Hant"))
+    texts = (f'"{language}":{asset(f"texts.{language}.json")}' for language in ("en", "zh-Hant"))
     merged = "{" + ",".join(texts) + "}"
     return merged.replace("&", "\\u0026").replace("<", "\\u003c").replace(">", "\\u003e")
 
 
 @cache
-def page_script() -> str:
-    """Return the page's modules as one: their import lines and the word export taken out.
+def page_script(modules: tuple[str, ...] = _MODULES) -> str:
+    """Return a page's modules as one: their import lines and the word export taken out.
 
     A page that opens from a file cannot import modules from beside it, so they travel joined; in
     the source tree each stays a module of its own that editors and checkers understand.
     """
     lines = []
-    for name in _MODULES:
-        for line in _asset(f"js/{name}.js").splitlines():
+    for name in modules:
+        for line in asset(f"js/{name}.js").splitlines():
             if not line.startswith("import "):
                 lines.append(line.removeprefix("export "))
     return "\n".join(lines) + "\n"

@@ -11,7 +11,7 @@ import numpy as np
 
 from corvex.core.dashboard.curves import Curves, Floats, changes
 
-__all__ = ["distribution", "month_end_returns", "return_years"]
+__all__ = ["distribution", "month_end_returns", "next_weekday", "return_years"]
 
 _TAILS = (0.05, 0.01)
 _BINS = 240
@@ -50,7 +50,7 @@ def return_years(
             row["benchmark"] = {"months": market[:12], "total": market[12]}
         if year == first.year:
             row["from"] = first.isoformat()
-        if year == last.year and _next_weekday(last).year == year:
+        if year == last.year and next_weekday(last).year == year:
             row["to"] = last.isoformat()
         rows.append(row)
     return {"years": rows, "partial": _partial_months(first, last)}
@@ -73,14 +73,15 @@ def _date(day: int) -> datetime.date:
     return datetime.date.fromordinal(int(day) + 719_163)
 
 
-def _next_weekday(date: datetime.date) -> datetime.date:
+def next_weekday(date: datetime.date) -> datetime.date:
+    """Return the first of Monday to Friday after a date."""
     step = 3 if date.weekday() == 4 else 2 if date.weekday() == 5 else 1
     return date + datetime.timedelta(days=step)
 
 
 def _partial_months(first: datetime.date, last: datetime.date) -> list[str]:
     months = {f"{first:%Y-%m}"}  # it counts from its own first value, not from the month before
-    if _next_weekday(last).month == last.month:
+    if next_weekday(last).month == last.month:
         months.add(f"{last:%Y-%m}")
     return sorted(months)
 

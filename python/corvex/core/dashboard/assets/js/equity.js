@@ -51,14 +51,14 @@ export function renderEquity(series) {
   return [controls, told, node, el("p", { class: "note" }, t("zoom_hint"))];
 }
 
-function rangeOptions(series) {
+export function rangeOptions(series) {
   const days = series.days.at(-1) - series.days[0];
   const fitting = MONTHS_BACK.filter(([, , months]) => months * 30.4 < days);
   return [...fitting.map(([value, text]) => [value, text]), ["ytd", t("range_ytd")], ["all", t("range_all")]];
 }
 
 /** The first row is the last value not after the range's start: what it is rebased to. */
-function rangeRows(series, value) {
+export function rangeRows(series, value) {
   const last = series.days.length - 1;
   if (value === "all") return [0, last];
   const end = new Date(series.days[last] * 86400000);
@@ -79,7 +79,7 @@ function rowNotAfter(days, day) {
   return row;
 }
 
-function rowsOfEvent(event, series, view) {
+export function rowsOfEvent(event, series, view) {
   const last = series.days.length - 1;
   if (event["xaxis.autorange"] || event["xaxis2.autorange"]) return [0, last];
   const axis = ["xaxis", "xaxis2"].find((name) => `${name}.range[0]` in event);
@@ -89,7 +89,7 @@ function rowsOfEvent(event, series, view) {
   return end > first ? [first, end] : [Math.max(end - 1, 0), Math.max(end, 1)];
 }
 
-const gain = (values, first, last) => {
+export const gain = (values, first, last) => {
   let at = first;
   while (at < last && values[at] === null) at++;
   return values[at] ? values[last] / values[at] - 1 : null;
@@ -140,7 +140,7 @@ function equityLayout(series, dates, curves, falls, view) {
   };
 }
 
-function valueRange(low, high, scale) {
+export function valueRange(low, high, scale) {
   const [a, b] = scale === "log" ? [Math.log10(low), Math.log10(high)] : [low, high];
   const margin = (b - a || Math.abs(b) * 0.01 || 1) * 0.05;
   return [a - margin, b + margin];

@@ -13,6 +13,11 @@ export function renderTop(change) {
   const period = t("subtitle", { start, end, years: number(years, 1), market: marketName(market) });
   const beside = facts.stats.benchmark ? ` · ${t("against", { benchmark: benchmarkLabel() })}` : "";
   replaceContent(byId("subtitle"), period + beside);
+  renderTools(change);
+}
+
+/** The language's and the printer's buttons; `change` is called after another language was chosen. */
+export function renderTools(change) {
   const { group } = choices("Language · 語言", languages, currentLanguage(), (code) => {
     setLanguage(code);
     change();

@@ -1,0 +1,165 @@
+"""``corvex serve`` and ``corvex compare``: the pages of saved reports."""
+
+from __future__ import annotations
+
+import contextlib
+import os
+import shutil
+import signal
+import socket
+import sys
+import tempfile
+import threading
+import time
+from pathlib import Path
+from typing import TYPE_CHECKING, Annotated, Any
+
+import typer
+
+from corvex.cli.console import Steps, note, plain_errors
+from corvex.cli.saved import Html, load_report, name_of, save_page, target_file
+
+if TYPE_CHECKING:
+    from corvex.core.report import Report
+
+__all__ = ["add_commands", "render_folder"]
+
+_PATIENCE = 10.0  # seconds for the server to answer
+
+
+def add_commands(app: typer.Typer) -> None:
+    """Add the commands to the command line."""
+
+    @app.command()
+    @plain_errors
+    def compare(
+        files: Annotated[list[Path], typer.Argument(help="Two or more saved reports.")],
+        html: Html = None,
+    ) -> None:
+        """Set saved reports side by side, over the dates that all of them cover.
+
+        Only open files that you trust: a pickle can run any program.
+        """
+        import corvex
+
+        target = None if html is None else target_file(html, "comparison.html")
+        reports = [load_report(file) for file in files]
+        result = corvex.compare(dict(zip(_labels(files, reports), reports, strict=True)))
+        print(result.to_text())
+        if target is not None:
+            result.to_html(target)
+            print(f"\nPage written to {target}")
+
+    @app.command()
+    @plain_errors
+    def serve(
+        folder: Annotated[Path, typer.Argument(help="A folder with saved reports (*.pkl).")],
+    ) -> None:
+        """Show a folder of saved reports in the browser, until Ctrl-C.
+
+        Their pages are made once, in a temporary folder, and served on 127.0.0.1, to every
+        program of this machine but to no other machine. Only serve files that you trust: a
+        pickle can run any program.
+        """
+        if not folder.is_dir():
+            raise NotADirectoryError(f"{folder} is not a folder")
+        from corvex.utils import get_tmp_dir
+
+        pages = Path(tempfile.mkdtemp(prefix="reports-", dir=get_tmp_dir()))
+        try:
+            count = render_folder(folder, pages)
+            signal.signal(signal.SIGTERM, signal.default_int_handler)
+            with contextlib.suppress(KeyboardInterrupt):
+                port = _start()
+                print(f"{count} reports at http://127.0.0.1:{port}/{pages.name}/ (Ctrl-C ends)")
+                sys.stdout.flush()
+                threading.Event().wait()
+        finally:
+            shutil.rmtree(pages, ignore_errors=True)
+        _leave()
+
+
+def render_folder(folder: Path, pages: Path) -> int:
+    """Write a page for each report of a folder, one that compares them, and an index.
+
+    Returns the number of reports. A file that holds no report is left out with a note.
+
+    Raises
+    ------
+    ValueError
+        When no file holds a report.
+    """
+    files = sorted(folder.glob("*.pkl"))
+    reports: list[tuple[Path, Report]] = []
+    with Steps(2 * len(files)) as steps:
+        for file in files:
+            with steps.step(f"read {file.name}"):
+                try:
+                    reports.append((file, load_report(file)))
+                except (OSError, ValueError) as error:
+                    note(f"{file.name} is left out: {error}")
+        if not reports:
+            raise ValueError(f"{folder} holds no report (*.pkl)")
+        for number, (file, report) in enumerate(reports, start=1):
+            with steps.step(f"render {file.name}"):
+                save_page(report, pages / f"{number}.html", name_of(report) or file.stem)
+    from corvex.core.dashboard.index_page import index_html
+    from corvex.utils import write_text
+
+    compared = _compare_all(reports, pages / "comparison.html")
+    labels = [name_of(report) or file.stem for file, report in reports]
+    rows = [
+        (f"{number}.html", label, file.name, report)
+        for number, (label, (file, report)) in enumerate(zip(labels, reports, strict=True), 1)
+    ]
+    write_text(
+        pages / "index.html",
+        index_html(folder.absolute().name, rows, "comparison.html" if compared else None),
+    )
+    return len(reports)
+
+
+def _compare_all(reports: list[tuple[Path, Report]], target: Path) -> bool:
+    """Write the page of the comparison; False where the reports cannot be compared."""
+    from corvex.comparison import compare
+
+    files, loaded = [list(part) for part in zip(*reports, strict=True)]
+    try:
+        compare(dict(zip(_labels(files, loaded), loaded, strict=True))).to_html(
+            target, "All reports"
+        )
+    except ValueError:  # only one, or no dates in common
+        return False
+    return True
+
+
+def _labels(files: list[Path], reports: list[Report]) -> list[str]:
+    """Name the reports apart: by their names, else by their files'."""
+    names = [name_of(report) or file.stem for file, report in zip(files, reports, strict=True)]
+    for labels in (names, [file.stem for file in files]):
+        if len(set(labels)) == len(labels):
+            return labels
+    return [str(file) for file in files]
+
+
+def _start() -> Any:
+    """Start the report module's server and wait until it answers; return its port."""
+    from corvex.core import report
+
+    report.start_server()
+    end = time.monotonic() + _PATIENCE
+    while True:
+        try:
+            with socket.create_connection(("127.0.0.1", report.server_port or 0), 1.0):
+                return report.server_port
+        except OSError:
+            if time.monotonic() > end:
+                raise
+            time.sleep(0.02)
+
+
+def _leave() -> None:
+    """End the process: the server's thread never ends by itself, and would be waited for."""
+    sys.stdout.flush()
+    sys.stderr.flush()
+    os._exit(0)

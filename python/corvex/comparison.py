@@ -1,0 +1,223 @@
+"""Several reports side by side, over the time that all of them cover."""
+
+from __future__ import annotations
+
+import os
+from collections.abc import Iterable, Mapping
+from dataclasses import dataclass, field
+
+import numpy as np
+import pandas as pd
+
+from corvex.core.dashboard.curves import wall_days
+from corvex.core.dashboard.risk_figures import risk_figures
+from corvex.core.report import Report
+from corvex.ffn_core import PerformanceStats
+from corvex.utils import write_text
+
+__all__ = ["RISK_FREE_RATE", "Comparison", "compare"]
+
+RISK_FREE_RATE = 0.02
+
+_FIGURES = (
+    "total_return",
+    "cagr",
+    "daily_vol",
+    "daily_sharpe",
+    "daily_sortino",
+    "max_drawdown",
+    "calmar",
+    "best_month",
+    "worst_month",
+    "worst_day",
+)
+_RISK_FIGURES = ("longest_drawdown_days", "time_under_water", "ulcer_index")
+
+
+@dataclass(frozen=True, eq=False, repr=False)
+class Comparison:
+    """What `compare` returns. In a notebook it shows itself as its page.
+
+    Attributes
+    ----------
+    curves : DataFrame
+        Value of each report, 1.0 at the first common date; common dates x reports.
+    runs : DataFrame
+        What each report is, reports x ``start``, ``end`` (ISO dates of its whole curve),
+        ``market``, ``trades`` (number of them), ``fee_ratio`` and ``tax_ratio``.
+    figures : DataFrame
+        Headline figures x reports, named as in ``Report.get_stats()``; returns are fractions.
+    yearly_returns : DataFrame
+        Fractional return of each calendar year x reports. The first year counts from the first
+        common date (and is left out when it has no other), the last one to the last.
+    correlation : DataFrame
+        Pearson correlation of the returns from one common date to the next, reports x reports;
+        NaN for a curve that does not move.
+    """
+
+    curves: pd.DataFrame
+    runs: pd.DataFrame
+    figures: pd.DataFrame = field(init=False)
+    yearly_returns: pd.DataFrame = field(init=False)
+    correlation: pd.DataFrame = field(init=False)
+
+    def __post_init__(self) -> None:
+        columns = {name: _figures(curve) for name, curve in self.curves.items()}
+        figures = pd.DataFrame(columns, index=[*_FIGURES, *_RISK_FIGURES], dtype="float64")
+        object.__setattr__(self, "figures", figures)
+        object.__setattr__(self, "yearly_returns", _yearly_returns(self.curves))
+        returns = self.curves.pct_change(fill_method=None).iloc[1:]
+        object.__setattr__(self, "correlation", returns.corr())
+
+    def to_html(self, path: str | os.PathLike[str], title: str | None = None) -> None:
+        """Write the page: one file that opens from a disk and loads nothing.
+
+        Parameters
+        ----------
+        path : path
+            The file; it is written whole or not at all.
+        title : str, optional
+            Title of the browser tab and of the page; the reports' names by default.
+        """
+        from corvex.core.dashboard.comparison_page import comparison_html
+
+        write_text(path, comparison_html(self, title=title))
+
+    def _repr_html_(self) -> str:
+        from corvex.core.dashboard.comparison_page import comparison_html
+
+        return comparison_html(self, with_iframe=True)
+
+    def to_text(self) -> str:
+        """Return the three tables as text: figures, returns in percent, correlation."""
+        dates = self.curves.index
+        yearly = (100 * self.yearly_returns).round(2) + 0.0  # no -0.00
+        parts = (
+            f"{dates[0]:%Y-%m-%d} ~ {dates[-1]:%Y-%m-%d}, {len(dates)} common dates",
+            self.figures.to_string(float_format="{:.4f}".format),
+            "Return by year, %\n" + yearly.to_string(float_format="%.2f"),
+            "Correlation of daily returns\n" + self.correlation.to_string(float_format="%.2f"),
+        )
+        return "\n\n".join(parts)
+
+    def __repr__(self) -> str:
+        return self.to_text()
+
+
+def compare(reports: Mapping[str, Report] | Iterable[Report]) -> Comparison:
+    """Set several reports side by side.
+
+    Parameters
+    ----------
+    reports : mapping of name to Report, or iterable of Report
+        At least two. Without a mapping the reports' own names count; a report without a name is
+        called "report 1" by its place, and a name that occurs again gets a number: "name (2)".
+
+    Returns
+    -------
+    Comparison
+        Tables (``figures``, ``yearly_returns``, ``correlation``, ``curves``, ``runs``) and a page
+        (``to_html``). All figures are of the common dates: the days on which every report has a
+        value. Nothing outside of them counts, so that a longer history is no advantage.
+
+    Raises
+    ------
+    TypeError
+        For anything that is not a report.
+    ValueError
+        For fewer than two reports, and for reports with fewer than three dates in common.
+
+    Notes
+    -----
+    Figures are those of `corvex.ffn_core.PerformanceStats` with a risk-free rate of 2 % a year.
+    Common dates on weekdays only are annualised with 252 days, also for a crypto report, which
+    then has its weekends in its Mondays.
+
+    Examples
+    --------
+    >>> import pandas as pd, corvex
+    >>> days = pd.bdate_range("2024-01-01", periods=4)
+    >>> up = corvex.from_equity(pd.Series([1.0, 1.1, 1.0, 1.2], days), name="up")
+    >>> flat = corvex.from_equity(pd.Series([5.0, 5.1, 5.0, 5.0], days), name="flat")
+    >>> corvex.compare([up, flat]).figures.loc["total_return"].round(2).to_dict()
+    {'up': 0.2, 'flat': 0.0}
+    """
+    named = _named(reports)
+    curves = {name: _curve(report) for name, report in named.items()}
+    common = pd.concat(curves, axis="columns", join="inner").dropna()
+    if len(common) < 3:
+        periods = ", ".join(
+            f"{name!r} covers {curve.index[0]:%Y-%m-%d} to {curve.index[-1]:%Y-%m-%d}"
+            if len(curve)
+            else f"{name!r} has no values"
+            for name, curve in curves.items()
+        )
+        raise ValueError(f"the reports need at least three dates in common: {periods}")
+    runs = {name: _run(report, curves[name]) for name, report in named.items()}
+    return Comparison(common / common.iloc[0], pd.DataFrame.from_dict(runs, orient="index"))
+
+
+def _named(reports: Mapping[str, Report] | Iterable[Report]) -> dict[str, Report]:
+    if isinstance(reports, Report) or not isinstance(reports, Iterable):
+        raise TypeError(f"reports must be a mapping or a list, got a {type(reports).__name__}")
+    if isinstance(reports, Mapping):
+        pairs = [(str(name), report) for name, report in reports.items()]
+    else:
+        pairs = [
+            (str(getattr(report, "name", None) or f"report {i}"), report)
+            for i, report in enumerate(reports, start=1)
+        ]
+    named: dict[str, Report] = {}
+    for name, report in pairs:
+        if not isinstance(report, Report):
+            raise TypeError(f"{name!r} is a {type(report).__name__}, not a Report")
+        named[_unused(name, named)] = report
+    if len(named) < 2:
+        raise ValueError(f"a comparison needs at least two reports, got {len(named)}")
+    return named
+
+
+def _unused(name: str, taken: Mapping[str, Report]) -> str:
+    unused, number = name, 1
+    while unused in taken:
+        number += 1
+        unused = f"{name} ({number})"
+    return unused
+
+
+def _curve(report: Report) -> pd.Series:
+    """A report's daily values on the days of its own exchange, those above zero only."""
+    curve = report.daily_creturn
+    days = wall_days(curve.index).astype("datetime64[D]").astype("datetime64[s]")
+    values = pd.Series(np.asarray(curve, dtype=np.float64), pd.DatetimeIndex(days))
+    values = values[~values.index.duplicated(keep="last")]
+    return values[np.isfinite(values)]
+
+
+def _run(report: Report, curve: pd.Series) -> dict[str, object]:
+    return {
+        "start": f"{curve.index[0]:%Y-%m-%d}",
+        "end": f"{curve.index[-1]:%Y-%m-%d}",
+        "market": str(report.market.get_name()),
+        "trades": len(report.trades),
+        "fee_ratio": float(report.fee_ratio),
+        "tax_ratio": float(report.tax_ratio),
+    }
+
+
+def _figures(curve: pd.Series) -> dict[str, float]:
+    stats = PerformanceStats(curve, RISK_FREE_RATE)
+    risk = risk_figures(curve.to_numpy(), wall_days(curve.index))
+    return {key: getattr(stats, key) for key in _FIGURES} | {
+        key: risk[key] for key in _RISK_FIGURES
+    }
+
+
+def _yearly_returns(curves: pd.DataFrame) -> pd.DataFrame:
+    years = pd.DatetimeIndex(curves.index).year
+    ends = curves.groupby(years).last()
+    before = ends.shift()
+    before.iloc[0] = curves.iloc[0]
+    returns = (ends / before - 1).rename_axis("year")
+    # A first year that holds nothing but the starting value has no return.
+    return returns.iloc[1:] if years[1] != years[0] else returns

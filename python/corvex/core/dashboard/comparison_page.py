@@ -1,0 +1,94 @@
+"""The page of a comparison: one self-contained HTML string."""
+
+from __future__ import annotations
+
+import datetime
+from typing import TYPE_CHECKING, Any
+
+import pandas as pd
+
+import corvex
+from corvex.core.curve_figures import days_per_year
+from corvex.core.dashboard.curves import wall_days
+from corvex.core.dashboard.embed import plain, rounded
+from corvex.core.dashboard.page import assemble, in_frame, page_script
+from corvex.core.dashboard.returns import next_weekday
+
+if TYPE_CHECKING:
+    from corvex.comparison import Comparison
+
+__all__ = ["comparison_html"]
+
+#: In the order in which one needs the other.
+MODULES = (
+    "dom",
+    "text",
+    "format",
+    "store",
+    "maths",
+    "charts",
+    "table",
+    "heading",
+    "equity",
+    "returns",
+    "statistics",
+    "sections",
+    "compare",
+)
+
+
+def comparison_html(
+    comparison: Comparison, with_iframe: bool = False, title: str | None = None
+) -> str:
+    """Render a comparison as `generate_html` renders a report."""
+    heading = title or " · ".join(map(str, comparison.curves.columns))
+    page = assemble(
+        heading, heading, plain(_facts(comparison)), _series(comparison), page_script(MODULES)
+    )
+    return in_frame(page, heading) if with_iframe else page
+
+
+def _facts(comparison: Comparison) -> dict[str, Any]:
+    from corvex.comparison import RISK_FREE_RATE
+
+    curves = comparison.curves
+    dates = pd.DatetimeIndex(curves.index)
+    first, last = dates[0].date(), dates[-1].date()
+    return {
+        "meta": {
+            "start": first.isoformat(),
+            "end": last.isoformat(),
+            "years": (last - first).days / 365.25,
+            "days": len(dates),
+            "periods": days_per_year(dates),
+            "riskfree": RISK_FREE_RATE,
+            "version": corvex.__version__,
+            "generated": datetime.datetime.now(datetime.UTC).isoformat(timespec="seconds"),
+        },
+        "names": list(curves.columns),
+        "figures": {str(key): list(row) for key, row in comparison.figures.iterrows()},
+        "years": [
+            _year(int(str(year)), first, last) | {"values": list(row)}
+            for year, row in comparison.yearly_returns.iterrows()
+        ],
+        "correlation": comparison.correlation.to_numpy(),
+        "runs": comparison.runs.rename_axis("name").reset_index().to_dict("records"),
+    }
+
+
+def _year(year: int, first: datetime.date, last: datetime.date) -> dict[str, Any]:
+    """Name a year, with the dates that bound it where it is known in part."""
+    row: dict[str, Any] = {"year": year}
+    if year == first.year:
+        row["from"] = first.isoformat()
+    if year == last.year and next_weekday(last).year == year:
+        row["to"] = last.isoformat()
+    return row
+
+
+def _series(comparison: Comparison) -> dict[str, Any]:
+    curves = comparison.curves
+    return {
+        "days": wall_days(curves.index).tolist(),
+        "curves": [rounded(curves[name], 7) for name in curves],
+    }
