@@ -49,6 +49,28 @@ def daily_series(data: Path, _variant: str) -> None:
     np.savez(data, dates=business_days(2520), values=100.0 * np.exp(np.cumsum(steps)))
 
 
+def traded_curve(data: Path, _variant: str) -> None:
+    """Ten years: a curve, its benchmark, weights of 100 assets and 10,000 closed trades."""
+    draw = np.random.default_rng(7)
+    market = draw.normal(0.0003, 0.01, 2520)
+    own = 0.8 * market + draw.normal(0.0002, 0.006, 2520)
+    entry = np.sort(draw.integers(0, 2400, 10_000))
+    returns = draw.normal(0.01, 0.08, 10_000)
+    np.savez(
+        data,
+        dates=business_days(2520),
+        values=np.exp(np.cumsum(own)),
+        benchmark=np.exp(np.cumsum(market)),
+        weights=draw.dirichlet(np.ones(100), 2520) * (draw.random((2520, 100)) < 0.3),
+        asset=draw.integers(0, 100, 10_000),
+        entry=entry,
+        exit=entry + draw.integers(1, 100, 10_000),
+        returns=returns,
+        mae=np.minimum(returns, 0.0) - 0.02,
+        mfe=np.maximum(returns, 0.0) + 0.02,
+    )
+
+
 def lookup_table(data: Path, _variant: str) -> None:
     """A table of ten years by 500 assets and 100,000 cells to read from it."""
     draw = np.random.default_rng(7)
@@ -97,6 +119,7 @@ KERNEL = "query_data_int64"
 IMPORT = "import corvex.core.report"
 BARE = "engine, bare"
 FULL = "engine, all on"
+METRICS = "get_metrics()"
 SIMULATE = "corvex.simulate"
 PAYLOAD = "payload, last 500 trades"
 SMALL, MIDDLE, LARGE = "50x2520", "500x2520", "2000x5000"
@@ -109,6 +132,14 @@ CASES = [
         daily_series,
         (CALL, ENGINE),
         (Goal(CALL, "ffn", 30), Goal(ENGINE, "ffn", 300)),
+    ),
+    Case(
+        "metrics",
+        "the metrics of a ten-year report with 10,000 trades",
+        ("corvex", "empyrical"),
+        traded_curve,
+        (METRICS,),
+        (Goal(METRICS, "empyrical", 20),),
     ),
     Case(
         "drawdowns",

@@ -40,6 +40,41 @@ def drawdowns(data: Path) -> list[Entry]:
     return [time_call("engine", lambda: _engine.largest_drawdowns(values, 10))]
 
 
+def metrics(data: Path) -> list[Entry]:
+    import pandas as pd
+
+    import corvex
+    from corvex.markets import get_market_by_name
+
+    arrays = load(data)
+    dates = pd.DatetimeIndex(arrays["dates"].view("M8[ns]"))
+    assets = pd.Index([f"A{i:03d}" for i in range(arrays["weights"].shape[1])])
+    curve = pd.Series(arrays["values"], dates)
+    market = get_market_by_name("us_stock").bound_to(
+        curve.to_frame("curve"), benchmark=pd.Series(arrays["benchmark"], dates)
+    )
+    position = pd.DataFrame(arrays["weights"], dates, assets)
+    report = corvex.Report(curve, position, 0.001, 0.0, "close", None, market)
+    report.trades = pd.DataFrame(
+        {
+            "symbol": assets.take(arrays["asset"]),
+            "entry_date": dates[arrays["entry"]],
+            "exit_date": dates[arrays["exit"]],
+            "return": arrays["returns"],
+            "mae": arrays["mae"],
+            "mfe": arrays["mfe"],
+        }
+    )
+
+    def all_metrics() -> object:
+        # Nothing of the call before may help.
+        corvex.Report._get_stats.cache_clear()
+        report.__dict__.pop("metrics", None)
+        return report.get_metrics()
+
+    return [time_call("get_metrics()", all_metrics)]
+
+
 def lookup(data: Path) -> list[Entry]:
     import pandas as pd
 
@@ -163,6 +198,7 @@ main(
     "corvex",
     {
         "statistics": statistics,
+        "metrics": metrics,
         "drawdowns": drawdowns,
         "lookup": lookup,
         "import": imports,

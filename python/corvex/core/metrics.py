@@ -20,6 +20,7 @@ from corvex.core.trade_lookup import (
     market_table,
     values_at,
 )
+from corvex.ffn_core._curve import read_curve
 
 if TYPE_CHECKING:
     from collections.abc import Callable
@@ -50,7 +51,7 @@ class Metrics:
 
     Notes
     -----
-    Figures of the curve and the position table are kept as long as the report holds the same
+    Figures of the curve, the position table and the trades' returns are kept as long as the report holds the same
     objects: assign a changed copy rather than change a table in place.
 
     Dates are whole seconds since 1970-01-01 UTC; a date without time zone counts as UTC.
@@ -444,9 +445,11 @@ class Metrics:
     # ------------------------------------------------------------------ how
 
     def _figure(self, name: str, riskfree_rate: float) -> float:
-        record = self._report.get_stats(riskfree_rate=riskfree_rate)
-        value: float = record.get(name, math.nan)
-        return value
+        # The same engine call as the statistics make of this curve, without their tables.
+        figures: dict[str, float] = self._remembered(
+            "record", _record, self._report.daily_creturn, riskfree_rate
+        )
+        return figures[name]
 
     def _date(self, attribute: str) -> int | None:
         return _epoch_seconds(getattr(self._report, attribute, None))
@@ -484,15 +487,25 @@ class Metrics:
         )
         return result
 
+    def _closed(self) -> npt.NDArray[np.bool_]:
+        result: npt.NDArray[np.bool_] = self._remembered("closed", closed_rows, self._report.trades)
+        return result
+
     def _trade_figures(self) -> tuple[float, float, float]:
-        trades = self._report.trades
-        closed = closed_rows(trades)
-        returns = trades["return"].to_numpy(dtype=np.float64)[closed] if closed.any() else _NONE
-        return _engine.trade_figures(returns)
+        def figures(trades: pd.DataFrame) -> tuple[float, float, float]:
+            closed = self._closed()
+            if not closed.any():
+                return _engine.trade_figures(_NONE)
+            return _engine.trade_figures(trades["return"].to_numpy(dtype=np.float64)[closed])
+
+        result: tuple[float, float, float] = self._remembered(
+            "trades", figures, self._report.trades
+        )
+        return result
 
     def _mean_excursion(self, name: str) -> float:
         trades = self._report.trades
-        closed = closed_rows(trades)
+        closed = self._closed()
         for table in (trades, getattr(self._report, "mae_mfe", None)):
             if not isinstance(table, pd.DataFrame) or name not in table.columns:
                 continue
@@ -516,12 +529,12 @@ class Metrics:
         return float(np.mean(status != 0))
 
     def _extreme_fill_ratio(self, date_column: str, field: str, sign: float) -> float:
+        table = market_table(self._report.market, "get_price", field, adj=False)
+        if table.empty:
+            return math.nan
         trades = entered_trades(self._report)
         price_column = f"trade_price@{date_column}"
         if date_column not in trades.columns or price_column not in trades.columns:
-            return math.nan
-        table = market_table(self._report.market, "get_price", field, adj=False)
-        if table.empty:
             return math.nan
         extreme = values_at(table, trades[date_column], asset_ids(trades))
         price = trades[price_column].to_numpy(dtype=np.float64)
@@ -529,6 +542,12 @@ class Metrics:
         if not known.any():
             return math.nan
         return float(np.mean(sign * price[known] >= sign * extreme[known]))
+
+
+def _record(curve: pd.Series, riskfree_rate: float) -> dict[str, float]:
+    known = read_curve(curve)
+    figures = _engine.performance_record(known.values, known.times, float(riskfree_rate))[0]
+    return dict(zip(_engine.FIGURE_NAMES, figures, strict=True))
 
 
 def _number(value: Any) -> float:

