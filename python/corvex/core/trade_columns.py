@@ -303,10 +303,11 @@ def decode_trades(
     # new key in each row would ask for more memory than there is.
     if len(rows) * len(columns) > 4 * max(1000, sum(len(row) for row in rows)):
         raise ValueError("the rows of the compressed trades have hardly a column in common")
-    wire = pd.DataFrame(
-        {at: [row.get(column) for row in rows] for at, column in enumerate(columns)},
-        index=range(len(rows)),
-    )
+    cells = {at: [row.get(column) for row in rows] for at, column in enumerate(columns)}
+    try:
+        wire = pd.DataFrame(cells, index=range(len(rows)))
+    except OverflowError:  # of an integer of hundreds of digits beside a float
+        raise ValueError("the compressed trades hold a number that no float can hold") from None
     wire.columns = pd.Index(columns)
     return from_wire_trades(wire, tz=tz, dates=dates)
 
