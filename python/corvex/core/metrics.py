@@ -51,8 +51,8 @@ class Metrics:
 
     Notes
     -----
-    Figures of the curve, the position table and the trades' returns are kept as long as the report holds the same
-    objects: assign a changed copy rather than change a table in place.
+    Figures of the curve, the position table and the trades' returns are kept as long as the
+    report holds the same objects: assign a changed copy rather than change a table in place.
 
     Dates are whole seconds since 1970-01-01 UTC; a date without time zone counts as UTC.
 

@@ -11,7 +11,9 @@ import pandas as pd
 import pytest
 from core_doubles import DoubleMarket, DoubleReport, curve
 
+import corvex
 from corvex.core.metrics import Metrics
+from corvex.core.report import STATS_METRIC_ALIASES
 
 GUIDE = Path(__file__).parents[3] / "docs" / "metrics.md"
 FIGURES = [
@@ -138,3 +140,15 @@ def test_the_guide_defines_every_figure_with_its_example():
     shown = {k: f"{v:.6g}" if isinstance(v, float) else str(v) for k, v in figures.items()}
     assert {key: example for key, _, example in rows} == shown
     assert {method for _, method, _ in rows} == set(FIGURES)
+
+
+@pytest.mark.parametrize("rate", [0.0, 0.02, 0.07])
+def test_rate_dependent_figures_are_those_of_the_statistics(rate):
+    values = curve(4, 700)
+    report = corvex.from_equity(values, benchmark=curve(5, 700))
+    stats = report.get_stats(riskfree_rate=rate)
+    sections = report.get_metrics(riskfree_rate=rate)
+    figures = {name: value for part in sections.values() for name, value in part.items()}
+    aliases = {k: v for k, v in STATS_METRIC_ALIASES.items() if v in figures}
+    assert len(aliases) == 9
+    assert {v: figures[v] for v in aliases.values()} == {v: stats[k] for k, v in aliases.items()}
