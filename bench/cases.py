@@ -122,6 +122,7 @@ FULL = "engine, all on"
 METRICS = "get_metrics()"
 SIMULATE = "corvex.simulate"
 PAYLOAD = "payload, last 500 trades"
+PAGE = "to_html, second call"
 SMALL, MIDDLE, LARGE = "50x2520", "500x2520", "2000x5000"
 
 CASES = [
@@ -188,6 +189,14 @@ CASES = [
             Goal(FULL, "numpy.sum", 1 / 8, LARGE),
         ),
         tuple(f"{size} {choice}" for size in (SMALL, MIDDLE, LARGE) for choice in ("all", "best")),
+    ),
+    Case(
+        "page",
+        "the page of ten years daily with a benchmark (new processes)",
+        ("corvex", "quantstats"),
+        traded_curve,
+        (PAGE,),
+        (Goal(PAGE, "quantstats", 20),),
     ),
     Case(
         "agree",

@@ -108,6 +108,19 @@ def time_import(label: str, module: str, *, repeats: int = 7) -> Entry:
     return summary(label, samples[1:])
 
 
+def time_processes(labels: list[str], code: str, *, runs: int = 3) -> list[Entry]:
+    """Time calls in new processes: `code` prints the seconds of each label's call."""
+    samples: list[list[float]] = [[] for _ in labels]
+    for _ in range(runs):
+        out = subprocess.run(
+            [sys.executable, "-W", "ignore", "-c", code], check=True, capture_output=True, text=True
+        )
+        times = [float(word) for word in out.stdout.split()[-len(labels) :]]
+        for sample, seconds in zip(samples, times, strict=True):
+            sample.append(seconds)
+    return [summary(label, sample) for label, sample in zip(labels, samples, strict=True)]
+
+
 def load(data: Path) -> dict[str, Any]:
     """The arrays of an .npz file by name."""
     import numpy as np
@@ -122,6 +135,14 @@ def price_series(data: Path) -> Any:
 
     arrays = load(data)
     return pd.Series(arrays["values"], _dates(arrays), name="strategy")
+
+
+def benchmark_series(data: Path) -> Any:
+    """The benchmark of the page case, over the same dates."""
+    import pandas as pd
+
+    arrays = load(data)
+    return pd.Series(arrays["benchmark"], _dates(arrays), name="benchmark")
 
 
 def price_table(arrays: dict[str, Any]) -> Any:

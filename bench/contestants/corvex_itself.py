@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import tempfile
 from pathlib import Path
 
 from common import (
@@ -13,6 +14,7 @@ from common import (
     signal_rows,
     time_call,
     time_import,
+    time_processes,
 )
 
 
@@ -190,6 +192,40 @@ def payload(_data: Path) -> list[Entry]:
     return [*entries, time_call("  10,000 trades read", lambda: decode_trades(packed), repeats=5)]
 
 
+PAGE = """
+import os, sys, tempfile, time
+import tempfile
+from pathlib import Path
+from common import benchmark_series, price_series
+import corvex
+data = Path({data!r})
+folder = tempfile.mkdtemp()
+path = os.path.join(folder, "page.html")
+benchmark = benchmark_series(data)
+prices = price_series(data)
+times = []
+for _ in range(2):
+    # Another report each time: what one report has computed does not help the next.
+    report = corvex.from_equity(prices, benchmark=benchmark, name="bench")
+    start = time.perf_counter()
+    report.to_html(path)
+    times.append(time.perf_counter() - start)
+print(*times)
+"""
+
+
+def page(data: Path) -> list[Entry]:
+    code = PAGE.format(data=str(data))
+    labels = ["to_html, first call", "to_html, second call"]
+    with tempfile.TemporaryDirectory() as folder:
+        # In an empty temporary folder the charts' script is still to be compressed.
+        fresh = f"import tempfile; tempfile.tempdir = {folder!r}\n{code}"
+        ((compressing, _),) = [time_processes(labels, fresh, runs=1)]
+    compressing["label"] = "to_html, script not yet packed"
+    first, second = time_processes(labels, code)
+    return [second, first, compressing]
+
+
 def imports(_data: Path) -> list[Entry]:
     return [time_import("import corvex.core.report", "corvex.core.report")]
 
@@ -204,6 +240,7 @@ main(
         "import": imports,
         "payload": payload,
         "simulate": simulate,
+        "page": page,
         "agree": agree,
     },
 )

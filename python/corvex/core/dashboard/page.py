@@ -48,10 +48,11 @@ _POLICY = (
     "img-src data: blob:; script-src '{page}' '{charts}'"
 )
 
+# The line end keeps IPython from advising its own IFrame, which cannot carry a page.
 _IFRAME = (
     '<iframe title="{title}" srcdoc="{page}" sandbox="allow-scripts allow-downloads allow-modals" '
     'loading="lazy" width="100%" height="800" '
-    'style="display:block;width:100%;min-width:100%;border:0;resize:vertical"></iframe>'
+    'style="display:block;width:100%;min-width:100%;border:0;resize:vertical"></iframe>\n'
 )
 
 
