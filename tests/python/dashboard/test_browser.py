@@ -8,7 +8,9 @@ import pandas as pd
 import pytest
 from dashboard_reports import HOSTILE, bare_report
 
+from corvex.comparison import compare
 from corvex.core.dashboard import generate_html
+from corvex.core.dashboard.comparison_page import comparison_html
 
 pytestmark = pytest.mark.slow
 
@@ -43,7 +45,8 @@ def open_page(chromium, tmp_path):
 
     def open_(report, ready="body[data-ready]", **settings):
         path = tmp_path / f"{len(contexts)}.html"
-        path.write_text(generate_html(report), encoding="utf-8")
+        text = report if isinstance(report, str) else generate_html(report)
+        path.write_text(text, encoding="utf-8")
         settings = {"viewport": {"width": 1200, "height": 900}, "locale": "en-US", **settings}
         context = chromium.new_context(offline=True, reduced_motion="reduce", **settings)
         contexts.append(context)
@@ -235,3 +238,19 @@ def test_the_page_in_a_frame_is_drawn(chromium, simulated):
     assert frame.locator(CHART.format("equity")).count()
     assert frame.locator("h1").inner_text().startswith(HOSTILE[:9])
     page.close()
+
+
+def test_comparison_draws_its_curves_and_rebases_the_range_chosen(open_page, simulated):
+    other = bare_report(simulated.daily_creturn.iloc[200:] ** 0.5)
+    result = compare({HOSTILE: simulated, "half": other})
+    page = open_page(comparison_html(result))
+    assert sections(page) == "figures equity years correlation runs"
+    assert page.locator("#figures thead th").all_inner_texts()[1:] == [HOSTILE, "half"]
+    assert page.locator(CHART.format("equity")).count() > 0
+    page.get_by_role("button", name="3Y").click()
+    curves = result.curves
+    start = curves.index[-1] - pd.DateOffset(years=3)
+    gain = curves["half"].iloc[-1] / curves["half"][:start].iloc[-1] - 1
+    assert f"half {gain:+.2%}" in page.locator("#equity .view").inner_text()
+    page.get_by_role("button", name="繁體中文").click()
+    assert page.locator("#years h2").inner_text() == "各年報酬"
