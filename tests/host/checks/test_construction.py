@@ -7,46 +7,18 @@ import pandas as pd
 import pytest
 
 DAYS = pd.date_range("2024-01-01", periods=10)
+GIVEN_OR_DERIVED = """creturn daily_creturn benchmark daily_benchmark position fee_ratio tax_ratio
+    trade_at update_date asset_type last_trading_date next_trading_date market""".split()
+EMPTY = """weights next_weights actions trades live_performance_start stop_loss take_profit
+    trail_stop _execution_override""".split()
 
 
-def test_arguments_are_kept_as_given_and_the_rest_is_empty(make_report, module):
+def test_attributes_come_in_order_and_the_last_are_empty(make_report):
     report = make_report()
-    for name in [
-        "weights",
-        "next_weights",
-        "actions",
-        "live_performance_start",
-        "stop_loss",
-        "take_profit",
-    ]:
-        assert getattr(report, name) is None
-    assert report.trail_stop is report._execution_override is None
+    assert list(vars(report)) == GIVEN_OR_DERIVED + EMPTY
     assert isinstance(report.trades, pd.DataFrame)
     assert report.trades.empty
-    assert list(vars(report)) == [
-        "creturn",
-        "daily_creturn",
-        "benchmark",
-        "daily_benchmark",
-        "position",
-        "fee_ratio",
-        "tax_ratio",
-        "trade_at",
-        "update_date",
-        "asset_type",
-        "last_trading_date",
-        "next_trading_date",
-        "market",
-        "weights",
-        "next_weights",
-        "actions",
-        "trades",
-        "live_performance_start",
-        "stop_loss",
-        "take_profit",
-        "trail_stop",
-        "_execution_override",
-    ]
+    assert all(getattr(report, name) is None for name in EMPTY if name != "trades")
 
 
 def test_intraday_curves_are_sampled_by_day(module):

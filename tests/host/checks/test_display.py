@@ -3,6 +3,7 @@
 import logging
 import sys
 from types import ModuleType, SimpleNamespace
+from unittest import mock
 
 import numpy as np
 import pandas as pd
@@ -32,9 +33,7 @@ def report(make_report, monkeypatch):
 def shown(monkeypatch):
     """What a notebook is given to show."""
     shown = []
-    display = ModuleType("IPython.display")
-    display.HTML = lambda page: ("HTML", page)
-    display.display = shown.append
+    display = SimpleNamespace(HTML=lambda page: ("HTML", page), display=shown.append)
     monkeypatch.setitem(sys.modules, "IPython", ModuleType("IPython"))
     monkeypatch.setitem(sys.modules, "IPython.display", display)
     return shown
@@ -56,9 +55,16 @@ def pages():
     return dashboard.pages
 
 
-def test_page_is_written_for_a_file_and_framed_for_a_notebook(report, pages, tmp_path):
+def test_page_is_written_for_a_file_and_framed_for_a_notebook(
+    report, module, pages, monkeypatch, tmp_path
+):
     path = tmp_path / "report.html"
     path.write_text("older and longer " * 10)
+    with monkeypatch.context() as patch:
+        patch.setattr(module, "generate_html", lambda *_, **__: 1 / 0)
+        with pytest.raises(ZeroDivisionError):
+            report.to_html(path)
+    assert path.read_text() == "older and longer " * 10
     assert report.to_html(path) is None
     assert path.read_text(encoding="utf-8") == "<html>報告 False</html>"
     report.to_html(str(path), title="mine")
@@ -66,15 +72,6 @@ def test_page_is_written_for_a_file_and_framed_for_a_notebook(report, pages, tmp
     assert pages == [(report, False, None), (report, False, "mine"), (report, True, None)]
     with pytest.raises(FileNotFoundError):
         report.to_html(tmp_path / "missing" / "report.html")
-
-
-def test_a_page_that_cannot_be_made_leaves_the_file(report, module, monkeypatch, tmp_path):
-    path = tmp_path / "report.html"
-    path.write_text("older")
-    monkeypatch.setattr(module, "generate_html", lambda *_, **__: 1 / 0)
-    with pytest.raises(ZeroDivisionError):
-        report.to_html(path)
-    assert path.read_text() == "older"
 
 
 def test_display_shows_the_framed_page(report, shown, pages, warned, tmp_path, capsys):
@@ -90,8 +87,8 @@ def test_display_shows_the_framed_page(report, shown, pages, warned, tmp_path, c
 
 def test_colab_is_asked_for_the_whole_height(report, shown, warned, monkeypatch):
     asked = []
-    colab = ModuleType("google.colab")
-    colab.output = SimpleNamespace(no_vertical_scroll=lambda: asked.append(len(shown)))
+    output = SimpleNamespace(no_vertical_scroll=lambda: asked.append(len(shown)))
+    colab = SimpleNamespace(output=output)
     monkeypatch.setitem(sys.modules, "google", ModuleType("google"))
     monkeypatch.setitem(sys.modules, "google.colab", colab)
     monkeypatch.setenv("VSCODE_PID", "1")
@@ -101,7 +98,7 @@ def test_colab_is_asked_for_the_whole_height(report, shown, warned, monkeypatch)
     report.display()
     assert asked == [1]
     assert warned() == []
-    colab.output.no_vertical_scroll = lambda: 1 / 0
+    output.no_vertical_scroll = lambda: 1 / 0
     report.display()
     monkeypatch.setitem(sys.modules, "google.colab", None)
     report.display()
@@ -131,13 +128,8 @@ def test_older_view(report, shown, warned, pages, tmp_path, monkeypatch):
     report.get_stats = lambda: stats
     report.current_trades = pd.DataFrame({"return": [0.1]})
     report.daily_benchmark = report.daily_benchmark.iloc[2:8] / 2
-    seen = []
-    original = type(report).create_performance_figure
-    monkeypatch.setattr(
-        type(report),
-        "create_performance_figure",
-        staticmethod(lambda *given: seen.append(given) or original(*given)),
-    )
+    figure = mock.Mock(wraps=type(report).create_performance_figure)
+    monkeypatch.setattr(type(report), "create_performance_figure", figure)
     path = tmp_path / "report.html"
     assert report.display(lagacy=True, save_report_path=path) is None
     assert not path.exists()
@@ -147,20 +139,15 @@ def test_older_view(report, shown, warned, pages, tmp_path, monkeypatch):
         warning("lagacy mode will be deprecated"),
     ]
     summary, performance, yearly, monthly, trades, latest = shown
-    assert summary.to_dict("index") == {
-        "": {
-            "annualized_rate_of_return": "12.35%",
-            "sharpe": 1.23,
-            "max_drawdown": "-50.0%",
-            "win_ratio": "33.33%",
-        }
-    }
+    names = ["annualized_rate_of_return", "sharpe", "max_drawdown", "win_ratio"]
+    told = dict(zip(names, ["12.35%", 1.23, "-50.0%", "33.33%"], strict=True))
+    assert summary.to_dict("index") == {"": told}
     assert [len(figure.data) for figure in (performance, yearly, monthly)] == [7, 1, 1]
-    assert yearly.layout.title.text == "yearly return"
-    assert monthly.layout.title.text == "monthly return"
+    titles = [figure.layout.title.text for figure in (yearly, monthly)]
+    assert titles == ["yearly return", "monthly return"]
     assert trades is report.current_trades
     pd.testing.assert_series_equal(latest, report.position.iloc[-1])
-    ((detail, held),) = seen
+    detail, held = figure.call_args.args
     assert held.tolist() == [2] * 3 + [1] * 7
     assert detail.columns.tolist() == ["strategy", "benchmark"]
     assert detail.index.tolist() == report.position.index[2:].tolist()
@@ -174,6 +161,6 @@ def test_older_view(report, shown, warned, pages, tmp_path, monkeypatch):
     shown.clear()
     report.display(True)
     assert len(shown) == 5
-    assert seen[1][0].columns.tolist() == ["strategy"]
-    assert len(seen[1][0]) == 7
+    detail, _ = figure.call_args.args
+    assert (detail.columns.tolist(), len(detail)) == (["strategy"], 7)
     assert warned()[2:] == [warning("lagacy mode will be deprecated")]

@@ -6,21 +6,8 @@ import numpy as np
 import pandas as pd
 import pytest
 
-FIELDS = [
-    "weights",
-    "next_weights",
-    "resample",
-    "actions",
-    "next_trading_date",
-    "trade_at",
-    "market",
-    "stop_loss",
-    "take_profit",
-    "trail_stop",
-    "total_weight",
-    "data_readiness",
-    "planned_rebalance_date",
-]
+FIELDS = """weights next_weights resample actions next_trading_date trade_at market stop_loss
+    take_profit trail_stop total_weight data_readiness planned_rebalance_date""".split()
 SIGNAL = pd.Timestamp("2024-01-31")
 NEXT_SIGNAL = pd.Timestamp("2024-02-29")
 
@@ -37,17 +24,10 @@ def build(module):
 @pytest.fixture
 def record(build, module):
     """A record whose weight series bear their signal dates, as one from a report does."""
-    record = build(
-        weights={"A": 0.5},
-        next_weights={"A": 0.25, "B": 0.25},
-        actions={"A": "hold"},
-        next_trading_date="2024-02-01",
-        market=module.TWMarket(),
-        stop_loss=0.1,
-        resample="ME",
-        data_readiness={"reason": "x"},
-        planned_rebalance_date=0,
-    )
+    weights = {"weights": {"A": 0.5}, "next_weights": {"A": 0.25, "B": 0.25}}
+    dates = {"next_trading_date": "2024-02-01", "planned_rebalance_date": 0, "resample": "ME"}
+    others = {"actions": {"A": "hold"}, "stop_loss": 0.1, "data_readiness": {"reason": "x"}}
+    record = build(**weights, **dates, **others, market=module.TWMarket())
     record.weights.name = SIGNAL
     record.next_weights.name = NEXT_SIGNAL
     return record
@@ -85,13 +65,14 @@ def test_fields_are_normalised(build, module):
     other = Other()
     assert build(market=other).market is other
     assert type(build(market="us_stock").market) is module.TWMarket
-    assert [build(trade_at=v).trade_at for v in ("open", "custom", None, 5, "")] == [
-        "open",
-        "close",
-        "close",
-        "close",
-        "",
-    ]
+    for given, kept in {
+        "open": "open",
+        "": "",
+        "custom": "close",
+        None: "close",
+        5: "close",
+    }.items():
+        assert build(trade_at=given).trade_at == kept
     dates = {"planned_rebalance_date": SIGNAL, "next_trading_date": 86400}
     record = build(**dates, total_weight="0.5")
     assert type(record.planned_rebalance_date) is datetime.datetime

@@ -5,6 +5,7 @@ import functools
 import gc
 import inspect
 import pickle
+import warnings
 import weakref
 from unittest import mock
 
@@ -14,27 +15,18 @@ import pytest
 def test_wrong_counts_are_told_as_the_interpreter_tells_them(module, make_report):
     report = make_report()
     exactly, many = "takes exactly {} positional", "positional arguments"
+    to_text, execution, division = report.to_text, module.ReportExecution, module.safe_division
     cases = [
-        (
-            lambda: module.Report(1),
-            r"__init__\(\) takes exactly 8 positional arguments \(2 given\)",
-        ),
-        (lambda: module.safe_division(1), rf"{exactly.format(2)} arguments \(1 given\)"),
+        (lambda: module.Report(1), rf"__init__\(\) {exactly.format(8)} arguments \(2 given\)"),
+        (lambda: division(1), rf"{exactly.format(2)} arguments \(1 given\)"),
         (lambda: module.check_environment(1), rf"{exactly.format(0)} arguments \(1 given\)"),
         (lambda: report.get_trades(1), rf"{exactly.format(1)} argument \(2 given\)"),
-        (lambda: report.display_mae_mfe_analysis(1), rf"{exactly.format(1)} argument \(2 given\)"),
-        (lambda: report.to_text(1, 2), rf"to_text\(\) takes at most 2 {many} \(3 given\)"),
+        (lambda: to_text(1, 2), rf"to_text\(\) takes at most 2 {many} \(3 given\)"),
         (lambda: report.add_trade_info("x"), rf"takes at least 3 {many} \(2 given\)"),
-        (lambda: module.ReportExecution(weights=0), rf"takes at least 11 {many} \(2 given\)"),
-        (
-            lambda: report.to_text(title="x"),
-            r"to_text\(\) got an unexpected keyword argument 'title'",
-        ),
-        (
-            lambda: report.to_text("x", name=0),
-            r"to_text\(\) got multiple values for argument 'name'",
-        ),
-        (lambda: module.safe_division(**{1: 2}), "keywords must be strings"),
+        (lambda: execution(weights=0), rf"takes at least 11 {many} \(2 given\)"),
+        (lambda: to_text(title="x"), r"to_text\(\) got an unexpected keyword argument 'title'"),
+        (lambda: to_text("x", name=0), r"to_text\(\) got multiple values for argument 'name'"),
+        (lambda: division(**{1: 2}), "keywords must be strings"),
     ]
     for call, message in cases:
         with pytest.raises(TypeError, match=message):
@@ -50,25 +42,15 @@ def test_arguments_bind_by_position_and_by_keyword(module):
     assert module.Report.to_terminal.__defaults__ == (12, 80, True, True)
 
 
-def test_signatures_are_readable_unaided(module, make_report):
-    report = make_report()
-    assert str(inspect.signature(module.Report.to_terminal)) == (
-        "(self, height=12, width=80, show_benchmark=True, show_drawdown=True)"
+def test_signatures_and_docstrings_are_readable_unaided(module, make_report):
+    assert str(inspect.signature(make_report().run_analysis)) == (
+        "(analysis, display=True, **kwargs)"
     )
-    assert str(inspect.signature(report.run_analysis)) == "(analysis, display=True, **kwargs)"
-    assert str(inspect.signature(module.Report.get_ndays_return)) == "(creturn, n)"
-    assert str(inspect.signature(module.Report.from_pickle)) == "(file_path)"
-    assert list(inspect.signature(module.ReportExecution).parameters)[-3:] == [
-        "total_weight",
-        "data_readiness",
-        "planned_rebalance_date",
-    ]
     spec = inspect.getfullargspec(module.Report.add_trade_info)
-    assert spec.args == ["self", "name", "df", "date_col"]
-    assert spec.defaults == ("entry_sig_date",)
+    assert (spec.args, spec.defaults) == (["self", "name", "df", "date_col"], ("entry_sig_date",))
     assert "Print the cumulative return" in inspect.getdoc(module.Report.to_terminal)
     assert inspect.isroutine(module.Report.to_text)
-    assert inspect.ismethod(report.to_text)
+    assert inspect.ismethod(make_report().to_text)
 
 
 def test_function_attributes_are_those_of_a_python_function(module):
@@ -94,16 +76,10 @@ def test_function_attributes_are_those_of_a_python_function(module):
 
 
 def test_functions_methods_and_classes_pickle_by_name(module, make_report):
-    report = make_report()
-    for value in (
-        module.safe_division,
-        module.Report.to_text,
-        module.Report,
-        module.ReportExecution,
-    ):
+    for value in (module.safe_division, module.Report.to_text, module.Report):
         assert pickle.loads(pickle.dumps(value)) is value
         assert copy.copy(value) is copy.deepcopy(value) is value
-    bound = pickle.loads(pickle.dumps(report.to_text))
+    bound = pickle.loads(pickle.dumps(make_report().to_text))
     assert bound.__func__ is module.Report.to_text
 
 
@@ -148,22 +124,13 @@ def test_subclasses_override_and_call_up(module, make_report):
     assert Deep().encode([...]) == '["seen"]'
 
 
-def test_endless_recursion_is_an_error_not_a_crash(module, make_report):
+def test_endless_recursion_is_an_error_not_a_crash(module):
     class Circle(module.Report):
-        def get_trades(self):
-            return module.Report.get_trades(self)
+        get_trades = module.Report.get_trades
+        trades = property(get_trades)
 
-        @property
-        def trades(self):
-            return self.get_trades()
-
-        @trades.setter
-        def trades(self, value):
-            pass
-
-    circle = Circle.__new__(Circle)
     with pytest.raises(RecursionError):
-        circle.get_trades()
+        Circle.__new__(Circle).get_trades()
 
 
 def test_patches_of_module_names_and_of_methods_take_effect(module, make_report, monkeypatch):
@@ -179,15 +146,30 @@ def test_patches_of_module_names_and_of_methods_take_effect(module, make_report,
     assert report.get_stats(riskfree_rate=0.5)["win_ratio"] == 3
 
 
-def test_warnings_point_at_the_callers_line(make_report):
+RESAMPLE = (
+    "report.get_stats(resample=...) has no effect and will be removed; stats are always computed "
+    "on daily returns (see the daily_*, monthly_* and yearly_* keys)."
+)
+EXPIRY = "report.next_data_expiry() is deprecated, use report.next_future_expiry() instead"
+
+
+@pytest.mark.parametrize(
+    ("ask", "settings", "message"),
+    [
+        ("get_stats", {"resample": "M"}, RESAMPLE),
+        ("get_stats", {"resample": False}, RESAMPLE),
+        ("next_data_expiry", {}, EXPIRY),
+    ],
+)
+def test_warnings_point_at_the_callers_line(make_report, ask, settings, message):
     report = make_report()
-    for resample in ("M", False):
-        with pytest.warns(DeprecationWarning) as caught:
-            line = inspect.currentframe().f_lineno + 1
-            report.get_stats(resample=resample)
-        assert [(w.filename, w.lineno) for w in caught] == [(__file__, line)]
-    assert str(caught[0].message) == (
-        "report.get_stats(resample=...) has no effect and will be removed; stats are always "
-        "computed on daily returns (see the daily_*, monthly_* and yearly_* keys)."
-    )
-    assert report.get_stats(resample=None) is report.get_stats(None, 0.02)
+    with warnings.catch_warnings(record=True) as caught:
+        warnings.simplefilter("always")
+        line = inspect.currentframe().f_lineno + 1
+        getattr(report, ask)(**settings)
+        getattr(report, ask)(**settings)
+    assert [(w.category, w.filename, w.lineno) for w in caught] == [
+        (DeprecationWarning, __file__, line),
+        (DeprecationWarning, __file__, line + 1),
+    ]
+    assert str(caught[0].message) == message

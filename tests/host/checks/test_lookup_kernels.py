@@ -24,12 +24,10 @@ def test_cells_are_those_of_numpy_and_missing_columns_the_fill_value(query, dtyp
     table = np.arange(12).reshape(3, 4).astype(dtype)
     rows, columns = [0, 2, -1, 2, 5, 1], [0, 3, 1, -2, -1, 2]
     expected = [table[r, c] if c != -1 else fill for r, c in zip(rows, columns, strict=True)]
-    for layout in (
-        table,
-        np.asfortranarray(table),
-        np.repeat(table, 2, axis=1)[:, ::2],
-        table.view(Sub),
-    ):
+    frozen = table.copy()
+    frozen.flags.writeable = False
+    stretched = np.repeat(table, 2, axis=1)[:, ::2]
+    for layout in (frozen, np.asfortranarray(table), stretched, table.view(Sub)):
         cells = query(layout, rows, columns)
         assert type(cells) is list
         np.testing.assert_equal(cells, expected)
@@ -52,15 +50,10 @@ def test_a_subclass_of_the_array_answers_through_its_own_item_access(module):
 
 def test_positions_may_be_strided_or_read_only(module):
     table = np.arange(6.0).reshape(2, 3)
-    backwards = np.array([2, 1, 0])[::-1]
-    frozen = np.array([0, 1, 1])
+    backwards, frozen = np.array([2, 1, 0])[::-1], np.array([0, 1, 1])
     frozen.flags.writeable = False
-    assert module.query_data_int64(table, frozen, backwards) == [0.0, 4.0, 5.0]
-    assert module.query_data_int64(df=table, idx_d=memoryview(frozen), idx_s=backwards) == [
-        0.0,
-        4.0,
-        5.0,
-    ]
+    for rows in (frozen, memoryview(frozen)):
+        assert module.query_data_int64(df=table, idx_d=rows, idx_s=backwards) == [0.0, 4.0, 5.0]
 
 
 def test_wrong_tables_and_positions_are_refused(module, query):
@@ -73,11 +66,11 @@ def test_wrong_tables_and_positions_are_refused(module, query):
             query(table, [0, row], [0, column])
     with pytest.raises(IndexError, match="too many indices"):
         query(np.zeros(2), [0], [0])
-    with pytest.raises(
-        TypeError,
-        match=r"^Argument 'df' has incorrect type \(expected numpy.ndarray, got list\)$",
-    ):
+    with pytest.raises(TypeError) as refused:
         query([[1.0]], [0], [0])
+    assert str(refused.value) == (
+        "Argument 'df' has incorrect type (expected numpy.ndarray, got list)"
+    )
     mismatches = [
         (one.astype(np.int32), "expected 'int64_t' but got 'int'"),
         (one.astype(float), "expected 'int64_t' but got 'double'"),

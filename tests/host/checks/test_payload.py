@@ -4,6 +4,7 @@ import base64
 import datetime
 import gzip
 import json
+from unittest import mock
 
 import numpy as np
 import pandas as pd
@@ -37,7 +38,7 @@ def test_trades_text_holds_epoch_milliseconds_and_null(report, dtype):
     trades = pd.DataFrame(
         {
             "stock_id": ["A", "中 文", None],
-            "exit_date": pd.to_datetime(moments, utc=True).tz_localize(None),
+            "exit_date": moments,
             "held": pd.to_timedelta([1, None, 3], unit="D"),
             "any": np.array([pd.Timestamp("2024-01-01"), None, 1], dtype=object),
             "return": [0.5, np.nan, -1.0],
@@ -45,10 +46,9 @@ def test_trades_text_holds_epoch_milliseconds_and_null(report, dtype):
         },
         index=pd.date_range("2024-01-01", periods=3),
     )
-    exits = trades["exit_date"].dt.tz_localize("UTC")
-    trades["exit_date"] = (
-        exits.astype(dtype) if "Taipei" in dtype else trades["exit_date"].astype(dtype)
-    )
+    exits = pd.to_datetime(moments, utc=True)
+    exits = exits if "Taipei" in dtype else exits.tz_localize(None)
+    trades["exit_date"] = exits.astype(dtype)
     before = trades.copy()
     packed = report._gzip_b64_trades(trades)
     day = 86_400_000
@@ -120,14 +120,14 @@ def test_payload_takes_the_execution_and_the_holdings(report):
 
 
 def test_payload_is_computed_in_the_order_of_its_keys(report, module, monkeypatch):
-    order = []
-    monkeypatch.setattr(
-        module.ReportExecution, "to_dict_collection", lambda execution: order.append("execution")
-    )
-    report.to_report_dict = lambda **settings: order.append(settings)
-    report.to_holdings_dict = lambda: order.append("holdings")
+    asked = mock.Mock()
+    monkeypatch.setattr(module.ReportExecution, "to_dict_collection", asked.execution)
+    report.to_report_dict, report.to_holdings_dict = asked.report, asked.holdings
+    execution = report.execution
     report.to_payload_dict(7)
-    assert order == [{"trades_limit": 7}, "execution", "holdings"]
+    assert asked.mock_calls == [
+        mock.call.report(trades_limit=7), mock.call.execution(execution), mock.call.holdings()
+    ]  # fmt: skip
 
 
 def test_holdings_are_a_copy_under_their_own_schema(report):

@@ -10,10 +10,10 @@ def test_report_is_written_and_read_back(make_report, module, tmp_path):
     report = make_report()
     report.weights = pd.Series([1.0], index=["A"])
     report.resample = "ME"
-    report.metrics = module.Metrics(report)
+    report.metrics = metrics = module.Metrics(report)
     path = tmp_path / "report.pkl"
     assert report.to_pickle(path) is None
-    assert isinstance(report.metrics, module.Metrics)
+    assert report.metrics is metrics
     loaded = module.Report.from_pickle(str(path))
     assert type(loaded) is module.Report
     assert list(vars(loaded)) == [name for name in vars(report) if name != "metrics"]
@@ -100,13 +100,10 @@ def test_terminal_report_draws_through_the_terminal_module(make_report):
     report.to_terminal()
     report.to_terminal(9, width=20, show_benchmark=False)
     report.to_terminal(show_drawdown=False)
-    expected = [
-        ("return", "Strategy Cumulative Return", 12, 80, report.benchmark),
-        ("drawdown", "Drawdown", 6, 80, report.benchmark),
-        ("return", "Strategy Cumulative Return", 9, 20, None),
-        ("drawdown", "Drawdown", 4, 20, None),
-        ("return", "Strategy Cumulative Return", 12, 80, report.benchmark),
-    ]
+    curve, falls, common = "Strategy Cumulative Return", "Drawdown", report.benchmark
+    expected = [("return", curve, 12, 80, common), ("drawdown", falls, 6, 80, common),
+                ("return", curve, 9, 20, None), ("drawdown", falls, 4, 20, None),
+                ("return", curve, 12, 80, common)]  # fmt: skip
     for (kind, series, settings), (*words, benchmark) in zip(terminal.calls, expected, strict=True):
         assert [kind, settings["title"], settings["height"], settings["width"]] == words
         assert series is report.creturn

@@ -3,6 +3,7 @@
 import datetime
 import json
 import logging
+from unittest import mock
 
 import numpy as np
 import pandas as pd
@@ -241,22 +242,20 @@ def test_a_strategy_is_daily_when_all_its_stamps_are_midnights(hold, index, dail
 
 
 def test_several_executions_leave_timing_to_the_report_itself(hold, module, monkeypatch):
-    asked = []
-    monkeypatch.setattr(
-        "corvex.rebalance.execution_timing", lambda execution, **_: asked.append(execution) or {}
-    )
+    timing = mock.Mock(return_value={})
+    monkeypatch.setattr("corvex.rebalance.execution_timing", timing)
     report = hold(data_readiness={"reason": "own"})
     other = module.ReportExecution.from_report(report)._replace(data_readiness={"reason": "other"})
-    report._execution_override = other
-    expected = [("other", True), ("own", False), ("own", False)]
-    for several, (reason, is_other) in zip((None, "dict", "schedulers"), expected, strict=True):
-        if several == "dict":
-            report.execution = {"a": other}
-        elif several == "schedulers":
-            report._execution_override, report.position_schedulers = other, {"a": other}
+    for override, schedulers, reason in [
+        (other, None, "other"),
+        ({"a": other}, None, "own"),
+        (other, {"a": other}, "own"),
+    ]:
+        report._execution_override = override
+        vars(report).update({"position_schedulers": schedulers} if schedulers else {})
         config = report.position_info2()["positionConfig"]
         assert config["dataReadiness"] == {"reason": reason}
-        assert (asked.pop() is other) is is_other
+        assert (timing.call_args.args[0] is other) is (reason == "other")
 
 
 def test_the_record_of_read_tables_is_as_before_whatever_happens(hold, market):

@@ -12,27 +12,12 @@ TABLE = pd.DataFrame(np.arange(10.0).reshape(5, 2), index=DAYS, columns=["A", "B
 def report(request, make_report):
     """Three trades: one by the table's dates, one between them, one unknown and still open."""
     report = make_report()
-    entry = pd.to_datetime(["2024-01-02 00:00", "2024-01-03 15:00", "2024-02-09 00:00"]).as_unit(
-        request.param
-    )
-    leave = pd.to_datetime(["2024-01-04", "2023-12-31", None]).as_unit(request.param)
-    report.trades = pd.DataFrame(
-        {
-            "symbol": ["B some name", "A", "C"],
-            "entry_sig_date": entry,
-            "entry_date": entry,
-            "exit_date": leave,
-        }
-    )
+    entry = ["2024-01-02 00:00", "2024-01-03 15:00", "2024-02-09 00:00"]
+    leave = ["2024-01-04", "2023-12-31", None]
+    dates = {"entry_sig_date": entry, "entry_date": entry, "exit_date": leave}
+    dates = {name: pd.to_datetime(texts).as_unit(request.param) for name, texts in dates.items()}
+    report.trades = pd.DataFrame({"symbol": ["B some name", "A", "C"], **dates})
     return report
-
-
-def test_accessors_give_the_tables_themselves(report):
-    assert report.get_trades() is report.trades
-    with pytest.raises(AttributeError, match="mae_mfe"):
-        report.get_mae_mfe()
-    report.mae_mfe = object()
-    assert report.get_mae_mfe() is report.mae_mfe
 
 
 def test_values_are_looked_up_at_the_last_row_on_or_before_the_date(report):
@@ -88,19 +73,20 @@ def test_a_table_with_all_the_dates_is_not_copied_and_an_unsorted_one_is_refused
         report.add_trade_info("x", TABLE.iloc[[1, 0, 2, 3, 4]])
 
 
-def test_positions_of_another_width(report, module, monkeypatch):
+def test_positions_of_another_width(report, monkeypatch):
     original = pd.Index.get_indexer_for
-    for width in (np.int32, np.int16):
-        monkeypatch.setattr(
-            pd.Index,
-            "get_indexer_for",
-            lambda self, target, w=width: original(self, target).astype(w),
-        )
-        if width is np.int32:
-            report.add_trade_info("x", TABLE)
-        else:
-            with pytest.raises(ValueError, match="^Unknown dtype int16 for query_date$"):
-                report.add_trade_info("y", TABLE)
+
+    def answer_in(width):
+        def narrowed(self, target):
+            return original(self, target).astype(width)
+
+        monkeypatch.setattr(pd.Index, "get_indexer_for", narrowed)
+
+    answer_in(np.int16)
+    with pytest.raises(ValueError, match="^Unknown dtype int16 for query_date$"):
+        report.add_trade_info("y", TABLE)
+    answer_in(np.int32)
+    report.add_trade_info("x", TABLE)
     assert report.trades["x@entry_sig_date"].iloc[0] == 3.0
 
 

@@ -4,6 +4,7 @@ import datetime
 import json
 import logging
 from types import SimpleNamespace
+from unittest import mock
 
 import pandas as pd
 import pytest
@@ -54,25 +55,25 @@ def cloud(module, make_report, execution, monkeypatch, capsys, caplog):
     assert TOKEN not in captured.out + captured.err + caplog.text
 
 
+KEPT = [
+    "abc",
+    "中文abc",
+    "a/b\\c-d e'f",
+    "1中文",
+    "Ａ全形",
+    "é中",
+    "🙂 smile",
+    "カナ",
+    "x" * 3000,
+    "a㐀",
+]
+CLEANED = [("a.b(c)", "a_b_c_"), ("()[]+|!@#$~%^={}&*.", "_" * 19)]
+REFUSED = ["abc中文", "Z 龥", "|中"]
+
+
 @pytest.mark.parametrize(
     ("name", "published"),
-    [
-        ("abc", "abc"),
-        ("中文abc", "中文abc"),
-        ("a.b(c)", "a_b_c_"),
-        ("()[]+|!@#$~%^={}&*.", "_" * 19),
-        ("a/b\\c-d e'f", "a/b\\c-d e'f"),
-        ("1中文", "1中文"),
-        ("Ａ全形", "Ａ全形"),
-        ("é中", "é中"),
-        ("🙂 smile", "🙂 smile"),
-        ("カナ", "カナ"),
-        ("x" * 3000, "x" * 3000),
-        ("abc中文", None),
-        ("Z 龥", None),
-        ("|中", None),
-        ("a㐀", "a㐀"),
-    ],
+    [*zip(KEPT, KEPT, strict=True), *CLEANED, *((name, None) for name in REFUSED)],
 )
 def test_names_are_cleaned_or_refused_before_a_token_is_read(cloud, module, name, published):
     if published is None:
@@ -102,10 +103,7 @@ def test_document_holds_the_payload_in_its_order(cloud):
     assert token == TOKEN
     assert list(document) == "schema sid name report execution holdings updated_at".split()
     payload = cloud.report.to_payload_dict()
-    assert document["schema"] == "report.payload.v1"
-    assert {part: document[part] for part in ("report", "execution", "holdings")} == {
-        part: payload[part] for part in ("report", "execution", "holdings")
-    }
+    assert {part: document[part] for part in payload} == payload
     moment = datetime.datetime.fromisoformat(document["updated_at"])
     assert moment.utcoffset() == datetime.timedelta(0)
     assert before <= moment <= datetime.datetime.now(datetime.UTC)
@@ -125,29 +123,28 @@ def test_a_forced_name_counts_by_its_presence(cloud, monkeypatch, kind, forced):
         assert cloud.posts[0][1]["data"]["document_id"] == name
 
 
-def test_failures_of_the_document_service_are_returned(cloud, module, monkeypatch):
-    service = module.firestore_rest
+@pytest.mark.parametrize(
+    ("function", "does", "message"),
+    [
+        ("upsert_document", OSError("no route to host"), "no route to host"),
+        ("upsert_document", ValueError(f"bad token {TOKEN}!"), "bad token ***!"),
+        ("extract_uid_from_id_token", "", "cannot decode uid from id_token"),
+        ("extract_uid_from_id_token", None, "cannot decode uid from id_token"),
+        ("extract_uid_from_id_token", KeyError("sub"), "'sub'"),
+    ],
+)
+def test_failures_of_the_document_service_are_returned(cloud, monkeypatch, function, does, message):
+    double = mock.Mock(side_effect=[does])
+    monkeypatch.setattr(f"corvex.core.firestore_rest.{function}", double)
+    assert cloud.report.upload() == {"status": "error", "message": message}
 
-    def failing(error):
-        def fail(*_, **__):
-            raise error
 
-        return fail
-
-    monkeypatch.setattr(service, "upsert_document", failing(OSError("no route to host")))
-    assert cloud.report.upload() == {"status": "error", "message": "no route to host"}
-    monkeypatch.setattr(service, "upsert_document", failing(ValueError(f"bad token {TOKEN}!")))
-    assert cloud.report.upload() == {"status": "error", "message": "bad token ***!"}
-    for uid in ("", None):
-        monkeypatch.setattr(service, "extract_uid_from_id_token", lambda token, uid=uid: uid)
-        answer = {"status": "error", "message": "cannot decode uid from id_token"}
-        assert cloud.report.upload() == answer
-    monkeypatch.setattr(service, "extract_uid_from_id_token", failing(KeyError("sub")))
-    assert cloud.report.upload() == {"status": "error", "message": "'sub'"}
-    monkeypatch.setattr(service, "extract_uid_from_id_token", failing(KeyboardInterrupt()))
+def test_an_interruption_and_a_fault_of_the_report_itself_are_raised(cloud, module, monkeypatch):
+    interrupted = mock.Mock(side_effect=KeyboardInterrupt)
+    monkeypatch.setattr(module.firestore_rest, "extract_uid_from_id_token", interrupted)
     with pytest.raises(KeyboardInterrupt):
         cloud.report.upload()
-    cloud.report.to_payload_dict = failing(LookupError("payload"))
+    cloud.report.to_payload_dict = mock.Mock(side_effect=LookupError("payload"))
     with pytest.raises(LookupError, match="^payload$"):
         cloud.report.upload()
 
@@ -163,16 +160,11 @@ def test_form_and_document_of_the_older_service(cloud, module, monkeypatch):
     assert list(settings) == ["data"]
     form = settings["data"]
     assert list(form) == ["data", "api_token", "collection", "document_id"]
-    assert (form["api_token"], form["collection"], form["document_id"]) == (
-        TOKEN,
-        "strategies",
-        "a_b",
-    )
+    assert list(form.values())[1:] == [TOKEN, "strategies", "a_b"]
     document = json.loads(form["data"])
     assert list(document) == LEGACY_KEYS
-    assert list(document["stats"]) == [
-        key for key in kept if key not in ("drawdown_details", "return_table")
-    ]
+    apart = ("drawdown_details", "return_table")
+    assert list(document["stats"]) == [key for key in kept if key not in apart]
     assert document["drawdown_details"] == kept["drawdown_details"]
     assert document["return_table"]["2024"] == {"1": 0.1, "YTD": 0.2}
     assert document["returns"] == {
@@ -188,9 +180,8 @@ def test_form_and_document_of_the_older_service(cloud, module, monkeypatch):
         *[{"A": "held"}, {"positions": []}],
     ]
     assert document["execution"] == report.execution.to_dict()
-    assert [document[key] for key in LEGACY_KEYS[17:20]] == [None, None, None]
+    assert [document[key] for key in (*LEGACY_KEYS[17:20], *LEGACY_KEYS[22:])] == [None] * 6
     assert {key: document[key] for key in ("metrics", "trades")} == report._to_json046()
-    assert [document[key] for key in LEGACY_KEYS[22:]] == [None, None, None]
 
     # The statistics that were taken apart were a copy: a second upload finds them whole.
     assert report.get_stats() is stats
@@ -233,10 +224,7 @@ def test_answers_of_the_older_service(cloud, module, monkeypatch):
     assert cloud.report.upload() == {"status": "error", "message": "you sent ***"}
     assert cloud.said().out.endswith("error message you sent ***\n")
 
-    def unreachable(url, data):
-        raise ConnectionError("refused")
-
-    monkeypatch.setattr(module.requests, "post", unreachable)
+    module.requests.post = mock.Mock(side_effect=ConnectionError("refused"))
     with pytest.raises(ConnectionError, match="^refused$"):
         cloud.report.upload()
     sent = []
