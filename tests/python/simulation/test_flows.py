@@ -6,6 +6,7 @@ import doctest
 import importlib
 import pickle
 from pathlib import Path
+from unittest import mock
 
 import numpy as np
 import pandas as pd
@@ -95,13 +96,12 @@ def test_the_market_follows_the_labels(prices):
 
 def test_labels_keep_their_text_and_find_their_prices(prices):
     weights = pd.DataFrame({"BBB co": [0.25], "AAA": [0.5]}, index=prices.index[:1])
-    wide = prices.assign(CCC=1.0).rename(columns={"AAA": "AAA inc"})
 
-    report = corvex.simulate(weights, wide)
+    report = corvex.simulate(weights, prices.assign(CCC=1.0).rename(columns={"AAA": "AAA inc"}))
 
-    assert report.position.columns.tolist() == ["BBB co", "AAA"]
     assert report.weights.to_dict() == {"BBB co": 0.25, "AAA": 0.5}
-    assert report.actions.index.tolist() == report.trades.symbol.tolist() == ["BBB co", "AAA"]
+    for labels in (report.position.columns, report.actions.index, report.trades.symbol):
+        assert labels.tolist() == ["BBB co", "AAA"]
     assert report.creturn.iloc[-1] == pytest.approx(0.25 * 0.8 + 0.5 * 1.21 + 0.25)
 
 
@@ -192,12 +192,13 @@ def test_start_and_end(days, prices, weights_on):
 
 
 def test_a_signal_before_the_first_price(days, prices):
-    weights = pd.DataFrame({"AAA": [1.0]}, index=[pd.Timestamp("2023-12-30")])
+    before = pd.Timestamp("2023-12-30")
+    weights = pd.DataFrame({"AAA": [1.0]}, index=[before])
 
     report = corvex.simulate(weights, prices, fee_ratio=0.01)
 
-    assert report.creturn.index[0] == report.weights.name == pd.Timestamp("2023-12-30")
-    assert report.creturn.iloc[:2].tolist() == [1.0, 1 / 1.01]
+    assert report.weights.name == before
+    assert report.creturn.iloc[:2].to_dict() == {before: 1.0, days[0]: 1 / 1.01}
     assert report.position.iloc[:2, 0].tolist() == [0.0, 1.0]
     assert report.trades.entry_date.tolist() == [days[0]]
 
@@ -214,46 +215,30 @@ def test_ruin_ends_the_curve_at_zero(days):
     assert len(report.weights) == len(report.next_weights) == len(report.actions) == 0
 
 
-def test_a_table_in_place_is_not_copied(monkeypatch):
+def test_the_guide_and_the_docstrings_tell_the_truth():
+    guide = Path(__file__).parents[3] / "docs" / "simulate.md"
+    results = [doctest.testfile(str(guide), module_relative=False)]
+    for module in ("corvex.simulation.driver", "corvex.curves"):
+        results.append(doctest.testmod(importlib.import_module(module)))
+
+    assert [failed for failed, _ in results] == [0, 0, 0]
+    assert all(tried > least for (_, tried), least in zip(results, (50, 3, 3), strict=True))
+
+
+def test_the_callers_tables_are_neither_copied_nor_changed(monkeypatch):
     days = pd.bdate_range("2020-01-01", periods=50)
     values = 100.0 + np.arange(200.0).reshape(50, 4)
     prices = pd.DataFrame(values, index=days, columns=list("ABCD"), copy=False)
-    seen = {}
-    simulate = _engine.simulate
-
-    def spy(**arguments):
-        seen.update(arguments)
-        return simulate(**arguments)
-
-    monkeypatch.setattr(_engine, "simulate", spy)
-    corvex.simulate(prices.notna(), prices, start=days[10])
-
-    assert np.shares_memory(seen["close"], values)
-    assert seen["close"].shape == (40, 4)
-
-
-def test_the_callers_tables_stay_as_they_are(prices, weights_on):
-    weights = weights_on({0: (3.0, np.nan), 2: (1.0, 1.0)})
+    weights = pd.DataFrame({"A": [3.0, 1.0], "B": [np.nan, 1.0]}, index=days[[12, 14]])
     copies = weights.copy(), prices.copy()
+    engine = mock.Mock(wraps=_engine.simulate)
+    monkeypatch.setattr(_engine, "simulate", engine)
 
+    corvex.simulate(prices.notna(), prices, start=days[10])
+    close = engine.call_args.kwargs["close"]
     corvex.simulate(weights, prices, position_limit=0.3)
 
+    assert np.shares_memory(close, values)
+    assert close.shape == (40, 4)
     pd.testing.assert_frame_equal(weights, copies[0])
     pd.testing.assert_frame_equal(prices, copies[1])
-
-
-def test_the_guide_tells_the_truth():
-    guide = Path(__file__).parents[3] / "docs" / "simulate.md"
-
-    failed, tried = doctest.testfile(str(guide), module_relative=False)
-
-    assert failed == 0
-    assert tried > 50
-
-
-@pytest.mark.parametrize("module", ["corvex.simulation.driver", "corvex.curves"])
-def test_the_docstrings_tell_the_truth(module):
-    failed, tried = doctest.testmod(importlib.import_module(module))
-
-    assert failed == 0
-    assert tried > 3

@@ -39,6 +39,9 @@ def test_all_filled(days, prices, weights_on):
 def test_signalled_and_not_filled(days, prices, weights_on):
     report = corvex.simulate(weights_on({0: (1.0, 0.0), 7: (0.0, 1.0)}), prices)
 
+    turned = corvex.simulate(weights_on({0: (1.0, 0.0), 7: (-1.0, 0.0)}), prices)
+
+    assert turned.actions.to_dict() == {"AAA": "enter"}
     actions = {"AAA": "exit", "BBB": "enter"}
     assert state(report) == ({"AAA": 1.0}, days[0], {"BBB": 1.0}, days[7], actions, None)
     leaving, entering = report.trades.to_dict("records")
@@ -54,12 +57,6 @@ def test_nothing_filled_yet(days, prices, weights_on):
 
     assert state(report) == ({}, None, {"AAA": 1.0}, days[7], {"AAA": "enter"}, None)
     assert report.creturn.to_dict() == {days[7]: 1.0}
-
-
-def test_a_change_of_sign_enters(days, prices, weights_on):
-    report = corvex.simulate(weights_on({0: (1.0, 0.0), 7: (-1.0, 0.0)}), prices)
-
-    assert report.actions.to_dict() == {"AAA": "enter"}
 
 
 @pytest.mark.parametrize(

@@ -34,12 +34,8 @@ def random_run(rng, gap_share):
     opens = close * np.exp(rng.normal(0, 0.01, close.shape))
     gaps = rng.random(close.shape) < gap_share
     gaps[[0, -1]] = False  # a gap at the end is an end
-    bars = {
-        "close": close,
-        "open": opens,
-        "high": np.maximum(close, opens) * 1.01,
-        "low": np.minimum(close, opens) * 0.99,
-    }
+    high, low = np.maximum(close, opens) * 1.01, np.minimum(close, opens) * 0.99
+    bars = {"close": close, "open": opens, "high": high, "low": low}
     tables = {
         field: pd.DataFrame(np.where(gaps, np.nan, values), DAYS, LABELS)
         for field, values in bars.items()
