@@ -113,62 +113,31 @@ def test_a_calendar_is_taken_in_every_accepted_form():
         as_calendar(3)
 
 
-def _bars(*days: str, start: str, end: str, freq: str, tz: str | None = None) -> pd.DatetimeIndex:
-    parts = [pd.date_range(f"{day} {start}", f"{day} {end}", freq=freq, tz=tz) for day in days]
+def _bars(*days: str, start: str, end: str = "16:00") -> pd.DatetimeIndex:
+    parts = [pd.date_range(f"{day} {start}", f"{day} {end}", freq="30min") for day in days]
     return parts[0].append(parts[1:])
+
+
+TWO_DAYS = _bars("2024-07-01", "2024-07-02", start="09:30")
+ONE_DAY = _bars("2024-07-01", start="09:30", end="15:30")
+HALF_DAY = _bars("2024-07-03", start="09:30", end="13:00")
+# The clocks went forward after the second.
+CLOSES = pd.DatetimeIndex(["2024-03-07 16:00", "2024-03-08 16:00"]).tz_localize(NEW_YORK)
+HOURS = pd.date_range("2023-12-31", periods=24, freq="h", tz="UTC")
 
 
 @pytest.mark.parametrize(
     ("market", "index", "expected"),
     [
         (TWMarket(), pd.DatetimeIndex(["2024-02-02", "2024-02-05"]), T("2024-02-15")),
-        (
-            USMarket(),
-            pd.DatetimeIndex(["2024-03-07 16:00", "2024-03-08 16:00"]).tz_localize(NEW_YORK),
-            T("2024-03-11 16:00", tz=NEW_YORK),  # the clocks went forward in between
-        ),
-        (
-            USMarket(),
-            _bars("2024-07-01", "2024-07-02", start="09:30", end="16:00", freq="30min")[:-3],
-            T("2024-07-02 15:00"),
-        ),
-        (
-            USMarket(),
-            _bars("2024-07-01", "2024-07-02", start="09:30", end="16:00", freq="30min"),
-            T("2024-07-03 09:30"),
-        ),
-        (  # one day alone, stamped by the bars' start: none at the close
-            USMarket(),
-            _bars("2024-07-01", start="09:30", end="15:30", freq="30min", tz="America/New_York"),
-            T("2024-07-02 09:30", tz=NEW_YORK),
-        ),
-        (  # one day alone, stamped by the bars' end
-            USMarket(),
-            _bars("2024-07-01", start="10:00", end="15:30", freq="30min"),
-            T("2024-07-01 16:00"),
-        ),
-        (  # a half day ends at 13:00
-            USMarket(),
-            _bars("2024-07-01", "2024-07-02", start="09:30", end="16:00", freq="30min").append(
-                _bars("2024-07-03", start="09:30", end="13:00", freq="30min")
-            ),
-            T("2024-07-05 09:30"),
-        ),
-        (
-            CryptoMarket(),
-            pd.date_range("2023-12-31", periods=24, freq="h", tz="UTC"),
-            T("2024-01-01", tz="UTC"),
-        ),
-    ],
-    ids=[
-        "daily",
-        "daily-zoned",
-        "within-day",
-        "day-end",
-        "starts",
-        "ends",
-        "half-day",
-        "always-open",
+        (USMarket(), CLOSES, T("2024-03-11 16:00", tz=NEW_YORK)),
+        (USMarket(), TWO_DAYS[:-3], T("2024-07-02 15:00")),
+        (USMarket(), TWO_DAYS, T("2024-07-03 09:30")),
+        # One day alone, stamped by the start of its bars (none at the close) and by their end.
+        (USMarket(), ONE_DAY.tz_localize(NEW_YORK), T("2024-07-02 09:30", tz=NEW_YORK)),
+        (USMarket(), ONE_DAY[1:], T("2024-07-01 16:00")),
+        (USMarket(), TWO_DAYS.append(HALF_DAY), T("2024-07-05 09:30")),
+        (CryptoMarket(), HOURS, T("2024-01-01", tz="UTC")),
     ],
 )
 def test_next_bar(market, index, expected):

@@ -23,7 +23,7 @@ from corvex.markets import (
     register_market,
 )
 
-T = pd.Timestamp
+NEW_YORK = "America/New_York"
 
 
 @register_market
@@ -82,13 +82,8 @@ def test_without_tables_of_its_own_a_market_answers_from_samples_or_empty(tmp_pa
 
     assert us.get_price("close").shape == (8313, 20)
     assert us.get_benchmark().index.equals(us.get_price("close").index)
-    for empty in (
-        tw.get_price("close"),
-        tw.get_benchmark(),
-        tw.get_market_value(),
-        tw.get_industry(),
-    ):
-        assert len(empty) == 0
+    for ask in (tw.get_benchmark, tw.get_market_value, tw.get_industry):
+        assert len(ask()) == len(tw.get_price("close")) == 0
     # Prices of the user's own are not set against the old index of the sample.
     _closes().to_csv(tmp_path / "us_stock_close.csv")
     (_closes() / 2).to_csv(tmp_path / "us_stock_adj_close.csv")
@@ -135,21 +130,14 @@ def test_prices_that_cannot_be_bound_are_refused(prices, text):
         TWMarket().bound_to(prices)
 
 
+PRICE_ZONES = [(zone, time) for zone, close in ((None, "13h"), (NEW_YORK, "16h"), ("UTC", "21h"))
+               for time in ("0h", close)]  # fmt: skip
+
+
 @pytest.mark.parametrize("unit", ["ns", "s"])
+@pytest.mark.parametrize(("price_zone", "price_time"), PRICE_ZONES)
 @pytest.mark.parametrize(
-    ("price_zone", "price_time"),
-    [
-        (None, "0h"),
-        (None, "13h"),
-        ("America/New_York", "0h"),
-        ("America/New_York", "16h"),
-        ("UTC", "0h"),
-        ("UTC", "21h"),
-    ],
-)
-@pytest.mark.parametrize(
-    ("zone", "time"),
-    [(None, "0h"), ("UTC", "0h"), ("America/New_York", "0h"), ("America/New_York", "16h")],
+    ("zone", "time"), [(None, "0h"), ("UTC", "0h"), (NEW_YORK, "0h"), (NEW_YORK, "16h")]
 )
 def test_a_benchmark_keeps_its_session_dates_whatever_the_zones(
     price_zone, price_time, zone, time, unit
@@ -224,8 +212,7 @@ def test_a_pickle_holds_settings_and_the_named_assets_only():
 def test_the_guide_tells_the_truth():
     guide = Path(__file__).parents[3] / "docs" / "markets.md"
 
-    failed, tried = doctest.testfile(
-        str(guide), module_relative=False, optionflags=doctest.ELLIPSIS
+    assert doctest.testfile(str(guide), module_relative=False, optionflags=doctest.ELLIPSIS) == (
+        0,
+        12,
     )
-
-    assert (failed, tried) == (0, 12)

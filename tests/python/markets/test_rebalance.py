@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-import datetime
+import datetime as dt
 import json
 from types import SimpleNamespace
 
@@ -14,6 +14,7 @@ from corvex.markets import CryptoMarket, TWMarket, USMarket
 from corvex.rebalance import execution_timing
 
 T = pd.Timestamp
+TAIPEI, US, COINS = "Asia/Taipei", USMarket(), CryptoMarket()
 JANUARY = T("2024-01-31")
 MOMENT = T("2024-02-01 00:00", tz="UTC")
 
@@ -29,69 +30,50 @@ def _state(current, following, *, market=None, resample=None, planned=None):
     )
 
 
+HELD = (JANUARY, JANUARY)
+LISTED = ["2024-01-31", "2024-02-10", "2024-04-10"]
+
+
 @pytest.mark.parametrize(
-    ("state", "start", "fill", "deadline"),
+    ("dates", "more", "start", "fill"),
     [
         # Signalled before the new-year break: filled after it.
-        (_state(JANUARY, T("2024-02-05")), "2024-02-05 05:30", "2024-02-15", "05:30"),
+        ((JANUARY, T("2024-02-05")), {}, "2024-02-05 05:30", "2024-02-15 05:30"),
         # A month's end on a Sunday counts as the Friday before.
-        (_state(JANUARY, T("2024-03-31")), "2024-03-29 05:30", "2024-04-01", "05:30"),
+        ((JANUARY, T("2024-03-31")), {}, "2024-03-29 05:30", "2024-04-01 05:30"),
         (
-            _state("weight", T("2024-02-29", tz="Asia/Taipei")),
+            ("weight", T("2024-02-29").tz_localize(TAIPEI)),
+            {},
             "2024-02-29 05:30",
-            "2024-03-01",
-            "05:30",
+            "2024-03-01 05:30",
         ),
-        (  # a holiday in New York, and the half day after it
-            _state(T("2023-10-31"), datetime.datetime(2023, 11, 23), market=USMarket()),
+        # A holiday in New York, and the half day after it.
+        (
+            (JANUARY, dt.datetime(2023, 11, 23)),
+            {"market": US},
             "2023-11-22 21:00",
-            "2023-11-24",
-            "18:00",
+            "2023-11-24 18:00",
         ),
-        (
-            _state(T("2023-12-30"), T("2023-12-31"), market=CryptoMarket()),
-            "2024-01-01 00:00",
-            "2024-01-01",
-            "00:00",
-        ),
+        ((JANUARY, T("2023-12-31")), {"market": COINS}, "2024-01-01 00:00", "2024-01-01 00:00"),
         # The next weights are held already: what is planned, then the schedule.
-        (
-            _state(JANUARY, JANUARY, planned=datetime.datetime(2024, 3, 29)),
-            "2024-03-29 05:30",
-            "2024-04-01",
-            "05:30",
-        ),
-        (_state(JANUARY, JANUARY, resample="M"), "2024-02-29 05:30", "2024-03-01", "05:30"),
-        (  # 28 February was a holiday: the month had ended the day before
-            _state(T("2025-02-27"), T("2025-02-27"), resample="ME"),
-            "2025-03-31 05:30",
-            "2025-04-01",
-            "05:30",
-        ),
-        (
-            _state(T("2024-02-05"), T("2024-02-05"), resample="W-FRI"),
-            "2024-02-16 05:30",
-            "2024-02-19",
-            "05:30",
-        ),
-        (
-            _state(JANUARY, JANUARY, resample=["2024-01-31", "2024-02-10", "2024-04-10"]),
-            "2024-02-05 05:30",
-            "2024-02-15",
-            "05:30",
-        ),
+        (HELD, {"planned": dt.datetime(2024, 3, 29)}, "2024-03-29 05:30", "2024-04-01 05:30"),
+        (HELD, {"resample": "M"}, "2024-02-29 05:30", "2024-03-01 05:30"),
+        # 28 February was a holiday: the month had ended the day before.
+        ((T("2025-02-27"),) * 2, {"resample": "ME"}, "2025-03-31 05:30", "2025-04-01 05:30"),
+        ((T("2024-02-05"),) * 2, {"resample": "W-FRI"}, "2024-02-16 05:30", "2024-02-19 05:30"),
+        (HELD, {"resample": LISTED}, "2024-02-05 05:30", "2024-02-15 05:30"),
     ],
 )
-def test_known_timing_switches_exactly_at_the_close_of_the_signal(state, start, fill, deadline):
-    start = T(start, tz="UTC")
+def test_known_timing_switches_exactly_at_the_close_of_the_signal(dates, more, start, fill):
+    state, start, fill = _state(*dates, **more), T(start, tz="UTC"), T(fill, tz="UTC")
     for seconds, due in ((-1, False), (0, True)):
         record = execution_timing(state, now=start + pd.Timedelta(seconds=seconds))
 
         assert record["status"] == "known"
-        assert datetime.datetime.fromisoformat(record["update_start_at"]) == start
+        assert dt.datetime.fromisoformat(record["update_start_at"]) == start
         assert record["rebalance_due"] is due
-        assert record["next_session_date"] == fill
-        assert record["deadline_at"].endswith(f"T{deadline}:00+00:00")
+        assert record["next_session_date"] == str(fill.date())
+        assert record["deadline_at"].endswith(f"T{fill:%H:%M}:00+00:00")
     later = T(record["deadline_at"]) + pd.Timedelta(hours=1)
     record = execution_timing(state, now=later.tz_convert("Asia/Tokyo"))
     assert record["rebalance_due"]
@@ -115,7 +97,7 @@ class _Unrecorded(USMarket):
     ("state", "status"),
     [
         (_state("weight", "next_weight"), "no_signal"),
-        (_state(T("2024-01-31"), "next_weight", resample="ME"), "no_signal"),
+        (_state(JANUARY, "next_weight", resample="ME"), "no_signal"),
         (_state(JANUARY, JANUARY), "no_schedule"),
         (_state(JANUARY, JANUARY, resample="2ME"), "no_schedule"),
         (_state(JANUARY, JANUARY, resample=["2024-01-31"]), "no_schedule"),
