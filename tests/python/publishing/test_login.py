@@ -6,6 +6,7 @@ import pickle
 import stat
 import subprocess
 import sys
+from unittest import mock
 
 import pandas as pd
 import pytest
@@ -42,7 +43,7 @@ def test_the_environment_wins_over_the_file(monkeypatch):
     assert stat.S_IMODE(file.parent.stat().st_mode) == 0o700
     assert [entry.name for entry in file.parent.iterdir()] == ["credentials.json"]
     assert get_token() == (SECRET, "api_token")
-    monkeypatch.setenv("CORVEX_API_TOKEN", "from the environment".replace(" ", "-"))
+    monkeypatch.setenv("CORVEX_API_TOKEN", "from-the-environment")
     assert get_token() == ("from-the-environment", "api_token")
     monkeypatch.setenv("CORVEX_ID_TOKEN", "i.d.t")
     assert get_token() == ("i.d.t", "id_token")
@@ -53,11 +54,11 @@ def test_the_environment_wins_over_the_file(monkeypatch):
         assert SECRET not in str(caught.value)
 
 
-@pytest.mark.parametrize("mode", [0o640, 0o604, 0o610, 0o602])
-def test_a_file_that_others_can_reach_is_refused(mode):
-    save_token(SECRET, "api_token").chmod(mode)
-    with pytest.raises(PermissionError, match="chmod 600"):
-        get_token()
+def test_a_file_that_others_can_reach_is_refused():
+    for mode in (0o640, 0o604, 0o610, 0o602):
+        save_token(SECRET, "api_token").chmod(mode)
+        with pytest.raises(PermissionError, match="chmod 600"):
+            get_token()
 
 
 @pytest.mark.parametrize(
@@ -80,7 +81,7 @@ def test_what_cannot_be_kept_leaves_the_old_login(monkeypatch):
     for token, kind in (("a b", "api_token"), ("", "api_token"), (SECRET, "password")):
         with pytest.raises((RuntimeError, ValueError)):
             save_token(token, kind)
-    monkeypatch.setattr(os, "replace", lambda *_: (_ for _ in ()).throw(OSError("full")))
+    monkeypatch.setattr(os, "replace", mock.Mock(side_effect=OSError("full")))
     with pytest.raises(OSError, match="full"):
         save_token(SECRET, "api_token")
     assert get_token() == ("old", "api_token")
@@ -110,16 +111,13 @@ def test_login_and_logout(cloud, file, monkeypatch):
 
 
 def test_login_asks_without_echo(monkeypatch):
-    asked = []
-    monkeypatch.setattr(
-        "corvex.cli.publish.sys.stdin", type("Tty", (), {"isatty": lambda _: True})()
-    )
-    monkeypatch.setattr(
-        "typer.prompt", lambda text, hide_input: asked.append(hide_input) or f" {SECRET} "
-    )
-    from corvex.cli.publish import _ask_for_token
+    from corvex.cli import publish
 
-    assert (_ask_for_token(), asked) == (SECRET, [True])
+    prompt = mock.Mock(return_value=f" {SECRET} ")
+    monkeypatch.setattr("typer.prompt", prompt)
+    monkeypatch.setattr(publish.sys, "stdin", mock.Mock(isatty=lambda: True))
+    assert publish._ask_for_token() == SECRET
+    assert prompt.call_args.kwargs["hide_input"] is True
 
 
 def test_upload_command(cloud, file, tmp_path):
