@@ -32,17 +32,9 @@ TEST(Schedule, EndsEachPeriodWithItsLastSession) {
     EXPECT_EQ(last_rows("BM"), last_rows("MS"));
     EXPECT_EQ(last_rows("QE"), (Rows{11}));
     EXPECT_EQ(last_rows("Q-JAN"), (Rows{4, 11}));
-    EXPECT_EQ(last_rows("YE-JAN"), (Rows{4, 11}));
     EXPECT_EQ(last_rows("QS-FEB"), (Rows{4, 11}));
     EXPECT_EQ(last_rows("D", 3), (Rows{0, 1, 2}));
     EXPECT_EQ(last_rows("2W"), (Rows{1, 11})); // a multiple closes with the first period
-}
-
-TEST(Schedule, CutsIntradayBarsAtLocalMidnightAndFullHours) {
-    constexpr Nanos kHour = kNanosPerDay / 24;
-    const std::vector<Nanos> bars{9 * kHour, 9 * kHour + kHour / 2, 10 * kHour, 24 * kHour};
-    EXPECT_EQ(period_last_sessions(bars, parse_period_rule("D")), (Rows{2, 3}));
-    EXPECT_EQ(period_last_sessions(bars, parse_period_rule("60min")), (Rows{1, 2, 3}));
 }
 
 TEST(Schedule, BoundsTheLastPeriod) {

@@ -70,16 +70,6 @@ TEST(Rebalance, KeepsARoundTripUntilZeroOrAChangeOfSign) {
     EXPECT_EQ(trips[1].net_return, 0.0);
 }
 
-TEST(Rebalance, ASignalOfTheLastSessionHasNoFill) {
-    Market market{.close = {10, 11}, .signals = {1}};
-    const auto result = market.run();
-    ASSERT_EQ(result.round_trips.size(), 1U);
-    EXPECT_EQ(result.round_trips[0].entry_session, -1);
-    EXPECT_TRUE(std::isnan(result.round_trips[0].net_return));
-    EXPECT_EQ(result.executed_rebalance, -1);
-    EXPECT_EQ(result.equity[1], 1.0);
-}
-
 TEST(Rebalance, RuinClosesEverythingAtThatCloseAndEndsAtZero) {
     Market market{.close = {10, 10, 15, 21, 5}, .target = {-1.0, -1.0}, .signals = {0, 4}};
     const auto result = market.run();

@@ -41,16 +41,6 @@ TEST(Stops, TrailingStopCountsFromTheBestCloseUpToTheSessionBefore) {
     EXPECT_EQ(trip.exit_signal_session, 4);
 }
 
-TEST(Stops, AStopOfTheLastSessionIsPending) {
-    Market market{.close = {100, 100, 80}, .stops = {.loss = 0.1}};
-    const auto result = market.run();
-    EXPECT_EQ(result.pending_session[0], 2);
-    EXPECT_EQ(result.pending_reason[0], static_cast<std::int64_t>(ExitReason::kStopLoss));
-    EXPECT_EQ(result.round_trips[0].exit_signal_session, 2);
-    EXPECT_EQ(result.round_trips[0].exit_session, -1);
-    EXPECT_EQ(market.position.back(), 1.0);
-}
-
 TEST(Stops, AStopOnTheSessionOfASignalExitsWithThatRebalance) {
     Market market{.close = {100, 100, 80, 80, 80},
                   .target = {1.0, 1.0},
@@ -78,7 +68,10 @@ trades::RoundTrip touched(double open, double high, double low, StopRules rules,
 
 TEST(TouchedStops, FillAtTheStopPriceOrAtTheOpenBehindIt) {
     const StopRules rules{.loss = 0.1, .profit = 0.2};
-    EXPECT_NEAR(touched(99, 101, 89, rules).exit_price, 90, 1e-12);
+    const auto trip = touched(99, 101, 89, rules);
+    EXPECT_NEAR(trip.exit_price, 90, 1e-12);
+    EXPECT_EQ(trip.exit_signal_session, 2);
+    EXPECT_EQ(trip.exit_session, 2);
     EXPECT_EQ(touched(85, 101, 80, rules).exit_price, 85);
     EXPECT_NEAR(touched(99, 125, 98, rules).exit_price, 120, 1e-12);
     EXPECT_EQ(touched(123, 125, 98, rules).exit_price, 123);
@@ -87,12 +80,6 @@ TEST(TouchedStops, FillAtTheStopPriceOrAtTheOpenBehindIt) {
     EXPECT_NEAR(touched(kGap, 88, 80, rules).exit_price, 88, 1e-12); // never outside the range
     EXPECT_NEAR(touched(99, 112, 95, rules, -0.5).exit_price, 110, 1e-12);
     EXPECT_EQ(touched(115, 119, 95, rules, -0.5).exit_price, 115);
-}
-
-TEST(TouchedStops, SignalAndFillShareASession) {
-    const auto trip = touched(99, 101, 89, {.loss = 0.1});
-    EXPECT_EQ(trip.exit_signal_session, trip.exit_session);
-    EXPECT_EQ(trip.exit_session, 2);
 }
 
 TEST(TouchedStops, CountFromTheFillBarForOpenFillsOnly) {

@@ -19,26 +19,19 @@ std::vector<Nanos> on_days(const std::vector<int>& days) {
 }
 
 TEST(InferConvention, TellsTheYearFromTheWeekdaysNotFromTheNumberOfRows) {
-    std::vector<int> weekdays;
-    std::vector<int> every_day;
-    std::vector<int> with_one_saturday;
-    std::vector<int> every_day_with_holes;
-    for (int day = 0; day < 70; ++day) {
-        every_day.push_back(day);
-        if (day % 7 < 5) {
-            weekdays.push_back(day);
+    const auto periods_of = [](auto keeps) {
+        std::vector<int> days;
+        for (int day = 0; day < 70; ++day) {
+            if (keeps(day)) {
+                days.push_back(day);
+            }
         }
-        if (day % 7 < 5 || day == 33) {
-            with_one_saturday.push_back(day);
-        }
-        if (day % 3 != 1) {
-            every_day_with_holes.push_back(day);
-        }
-    }
-    EXPECT_EQ(infer_convention(on_days(weekdays)).periods_per_year, 252);
-    EXPECT_EQ(infer_convention(on_days(every_day)).periods_per_year, 365);
-    EXPECT_EQ(infer_convention(on_days(with_one_saturday)).periods_per_year, 252);
-    EXPECT_EQ(infer_convention(on_days(every_day_with_holes)).periods_per_year, 365);
+        return infer_convention(on_days(days)).periods_per_year;
+    };
+    EXPECT_EQ(periods_of([](int day) { return day % 7 < 5; }), 252);
+    EXPECT_EQ(periods_of([](int) { return true; }), 365);
+    EXPECT_EQ(periods_of([](int day) { return day % 7 < 5 || day == 33; }), 252); // a Saturday
+    EXPECT_EQ(periods_of([](int day) { return day % 3 != 1; }), 365);             // with holes
     EXPECT_EQ(infer_convention(on_days({0, 1})).periods_per_year, 252);
     EXPECT_EQ(infer_convention(on_days({5, 6})).periods_per_year, 365);
     EXPECT_EQ(infer_convention(on_days({4, 7})).bar, Bar::kDay); // Friday, Monday

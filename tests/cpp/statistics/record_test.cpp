@@ -38,18 +38,6 @@ TEST(PerformanceRecord, OfAnHourlyCurveKeepsTheFirstDay) {
     EXPECT_NEAR(record.avg_drawdown_days, 2.0 + 2.0 / 24.0, 1e-12);
 }
 
-TEST(PerformanceRecord, OfWeeklyBarsAnnualisesWith52AndHasNoSingleDay) {
-    std::vector<Nanos> times;
-    std::vector<double> values;
-    for (int week = 0; week < 4; ++week) {
-        times.push_back(at(2024, 1, 5) + week * 7 * kNanosPerDay);
-        values.push_back(week % 2 == 0 ? 100.0 : 110.0);
-    }
-    const PerformanceRecord record = performance_record(values, times, 0.0);
-    EXPECT_NEAR(record.daily.mean, (0.1 - 1.0 / 11 + 0.1) / 3 * 52, 1e-12);
-    EXPECT_TRUE(std::isnan(record.daily.best) && std::isnan(record.daily.skew));
-}
-
 TEST(PerformanceRecord, CountsMonthsAndYears) {
     // Month ends of 2023 and 2024: up a tenth in odd months, down a tenth in even ones.
     std::vector<Nanos> times{at(2022, 12, 31)};
@@ -81,14 +69,6 @@ TEST(PerformanceRecord, OfTooFewValuesIsUndefined) {
     EXPECT_EQ(performance_record(one_value, times, 0.0).first_row, 1U);
     EXPECT_THROW(performance_record(one_value, {}, 0.0), std::invalid_argument);
     EXPECT_THROW(performance_record(one_value, times, 0.0, -1), std::invalid_argument);
-}
-
-TEST(FigureNames, AreAllThereAndDistinct) {
-    auto names = figure_names();
-    EXPECT_EQ(names.front(), "total_return");
-    EXPECT_EQ(names.back(), "twelve_month_win_perc");
-    std::sort(names.begin(), names.end());
-    EXPECT_EQ(std::adjacent_find(names.begin(), names.end()), names.end());
 }
 
 } // namespace
