@@ -16,9 +16,9 @@ from corvex import http_client as requests
 
 __all__ = ["atomic_open", "get_tmp_dir", "logger", "requests", "write_bytes", "write_text"]
 
+# Without a handler of its own: what is logged at warning level tells the user why something was not
+# done, and Python shows it on stderr unless the application configures logging.
 logger = logging.getLogger("corvex")
-# Silent unless the application configures logging, as the logging guide asks of libraries.
-logger.addHandler(logging.NullHandler())
 
 
 def get_tmp_dir() -> str:
