@@ -131,7 +131,7 @@ HOURS = pd.date_range("2023-12-31", periods=24, freq="h", tz="UTC")
     [
         (TWMarket(), pd.DatetimeIndex(["2024-02-02", "2024-02-05"]), T("2024-02-15")),
         (USMarket(), CLOSES, T("2024-03-11 16:00", tz=NEW_YORK)),
-        (USMarket(), TWO_DAYS[:-3], T("2024-07-02 15:00")),
+        (USMarket(), TWO_DAYS[:-1], T("2024-07-02 16:00")),
         (USMarket(), TWO_DAYS, T("2024-07-03 09:30")),
         # One day alone, stamped by the start of its bars (none at the close) and by their end.
         (USMarket(), ONE_DAY.tz_localize(NEW_YORK), T("2024-07-02 09:30", tz=NEW_YORK)),
