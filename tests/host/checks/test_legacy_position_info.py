@@ -23,8 +23,7 @@ def told(make_report, module):
         report = make_report()
         columns = ["label", "entry_sig_date", "exit_sig_date", "weight"]
         current = pd.DataFrame(rows, columns=columns).set_index("label")
-        for name in columns[1:3]:
-            current[name] = pd.to_datetime(current[name])
+        current[columns[1:3]] = current[columns[1:3]].apply(pd.to_datetime)
         more = {"next_weights": 0.25, "return": 0.1, "trade_price@entry_date": 5.0}
         report.current_trades = current.assign(**more)
         report.actions = pd.Series(actions or {}, dtype="object")

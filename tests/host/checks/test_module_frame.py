@@ -47,13 +47,10 @@ ALIASES = """cagr annualReturn max_drawdown maxDrawdown avg_drawdown avgDrawdown
 
 def run_in_host(code):
     paths = f"import sys; sys.path[:] = {sys.path!r}\n"
+    command = [sys.executable, "-S", "-c", paths + textwrap.dedent(code)]
+    environment = {**os.environ, "LC_ALL": "C.UTF-8"}
     done = subprocess.run(
-        [sys.executable, "-S", "-c", paths + textwrap.dedent(code)],
-        capture_output=True,
-        text=True,
-        timeout=300,
-        check=False,
-        env={**os.environ, "LC_ALL": "C.UTF-8"},
+        command, capture_output=True, text=True, timeout=300, check=False, env=environment
     )
     assert done.returncode == 0, done.stderr
     return done.stdout

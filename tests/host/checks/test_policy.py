@@ -102,10 +102,8 @@ def check_switch(record, clock, switch):
 @pytest.mark.parametrize("schedule", SCHEDULES)
 def test_labels_switch_the_target_when_the_window_opens(build, clock, schedule, freq, aware):
     texts = schedule == "text"
-    expected = {
-        ("weight", "next_weight"): close(datetime.date(2024, 3, 4)),
-        (SIGNAL, None): close(datetime.date(2024, 3, 4)),
-        (SIGNAL, pd.NaT): close(datetime.date(2024, 3, 4)),
+    unsignalled = [("weight", "next_weight"), (SIGNAL, None), (SIGNAL, pd.NaT)]
+    expected = dict.fromkeys(unsignalled, close(datetime.date(2024, 3, 4))) | {
         (SIGNAL, NEXT): close(NEXT if texts else LAST_PRICE),
         ("weight", NEXT.to_pydatetime()): close(NEXT if texts else LAST_PRICE),
         (SIGNAL, SIGNAL): close(SIGNAL) if texts else None,
