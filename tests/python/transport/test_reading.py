@@ -25,11 +25,11 @@ def packed(content):
 
 
 def test_a_short_run_of_the_fuzz_target():
-    specification = importlib.util.spec_from_file_location("fuzz_readers", FUZZ)
-    readers = importlib.util.module_from_spec(specification)
+    module_spec = importlib.util.spec_from_file_location("fuzz_readers", FUZZ)
+    readers = importlib.util.module_from_spec(module_spec)
     path = list(sys.path)
     try:
-        specification.loader.exec_module(readers)
+        module_spec.loader.exec_module(readers)
     finally:
         sys.path[:] = path
     fuzzer = readers.Fuzzer(seed=5)
