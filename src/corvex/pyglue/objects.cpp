@@ -81,6 +81,16 @@ Py_ssize_t length(nb::handle value) {
     return size;
 }
 
+bool contains(nb::handle container, nb::handle item) {
+    const int found = PySequence_Contains(container.ptr(), item.ptr());
+    if (found < 0) {
+        throw nb::python_error();
+    }
+    return found == 1;
+}
+
+bool contains(nb::handle container, const char* item) { return contains(container, text(item)); }
+
 nb::object compare(nb::handle left, int op, nb::handle right) {
     return checked(PyObject_RichCompare(left.ptr(), right.ptr(), op));
 }

@@ -32,6 +32,10 @@ bool is_true(nb::handle value);
 bool is_instance(nb::handle value, nb::handle type);
 Py_ssize_t length(nb::handle value);
 
+/// `item in container`.
+bool contains(nb::handle container, nb::handle item);
+bool contains(nb::handle container, const char* item);
+
 /// Elementwise for arrays and tables; `op` is Py_EQ, Py_NE, Py_LT, Py_LE, Py_GT or Py_GE.
 nb::object compare(nb::handle left, int op, nb::handle right);
 

@@ -17,11 +17,7 @@ nb::object is_in_vscode(const Call& /*call*/) {
     bool found = false;
     const nb::object mark = pyglue::text("VSCODE");
     pyglue::for_each(global("os").attr("environ"), [&](const nb::object& name) {
-        const int contained = PySequence_Contains(name.ptr(), mark.ptr());
-        if (contained < 0) {
-            throw nb::python_error();
-        }
-        found = contained == 1;
+        found = pyglue::contains(name, mark);
         return !found;
     });
     return nb::bool_(found);

@@ -97,11 +97,7 @@ nb::object init(const Call& call) {
 /// the caller did not replace keeps its own.
 void keep_signal_date(nb::handle original, nb::handle copy, nb::handle changes,
                       const char* attribute) {
-    const int changed = PySequence_Contains(changes.ptr(), pyglue::text(attribute).ptr());
-    if (changed < 0) {
-        throw nb::python_error();
-    }
-    if (changed == 0) {
+    if (!pyglue::contains(changes, attribute)) {
         copy.attr(attribute).attr("name") = original.attr(attribute).attr("name");
     }
 }

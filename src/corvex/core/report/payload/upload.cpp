@@ -43,11 +43,8 @@ nb::object without_token(nb::handle message, nb::handle token) {
 /// Where the name is forced a program reads the result, else a person.
 nb::object success() {
     const nb::object environment = global("os").attr("environ");
-    const int forced = PySequence_Contains(environment.ptr(), text(kForcedName).ptr());
-    if (forced < 0) {
-        throw nb::python_error();
-    }
-    return forced == 1 ? nb::object(status_record("success")) : nb::borrow<nb::object>(Py_True);
+    return pyglue::contains(environment, kForcedName) ? nb::object(status_record("success"))
+                                                      : nb::borrow<nb::object>(Py_True);
 }
 
 nb::object utc_now_text() {

@@ -159,12 +159,7 @@ nb::object create_performance_figure(const Call& call) {
     const nb::object drawdown = detail.attr("to_drawdown_series")();
     const nb::object figure = imported("plotly.graph_objs", "Figure")(four_panels());
     add_strategy(figure, detail, drawdown);
-    const int has_benchmark =
-        PySequence_Contains(detail.attr("columns").ptr(), text("benchmark").ptr());
-    if (has_benchmark < 0) {
-        throw nb::python_error();
-    }
-    if (has_benchmark == 1) {
+    if (pyglue::contains(detail.attr("columns"), "benchmark")) {
         add_benchmark(figure, detail, drawdown);
     }
     add_trace(figure, {4, nb::borrow<nb::object>(call[1]), "nstocks", nullptr, filled()});

@@ -23,11 +23,7 @@ constexpr std::array<std::pair<const char*, const char*>, 4> kFrontEnds{{
 nb::object check_environment(const Call& /*call*/) {
     const nb::object environment = global("os").attr("environ");
     for (const auto& [variable, front_end] : kFrontEnds) {
-        const int found = PySequence_Contains(environment.ptr(), pyglue::text(variable).ptr());
-        if (found < 0) {
-            throw nb::python_error();
-        }
-        if (found == 1) {
+        if (pyglue::contains(environment, variable)) {
             return pyglue::text(front_end);
         }
     }

@@ -155,12 +155,7 @@ const FunctionSpec kMethods[] = {
 std::span<const FunctionSpec> trade_methods() { return kMethods; }
 
 const char* asset_column(nb::handle trades) {
-    const int found =
-        PySequence_Contains(trades.attr("columns").ptr(), pyglue::text("symbol").ptr());
-    if (found < 0) {
-        throw nb::python_error();
-    }
-    return found == 1 ? "symbol" : "stock_id";
+    return pyglue::contains(trades.attr("columns"), "symbol") ? "symbol" : "stock_id";
 }
 
 } // namespace corvex::report

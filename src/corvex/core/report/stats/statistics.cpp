@@ -17,14 +17,6 @@ constexpr const char* kResampleWarning = "report.get_stats(resample=...) has no 
                                          "removed; stats are always computed on daily "
                                          "returns (see the daily_*, monthly_* and yearly_* keys).";
 
-bool contains(nb::handle container, nb::handle key) {
-    const int found = PySequence_Contains(container.ptr(), key.ptr());
-    if (found < 0) {
-        throw nb::python_error();
-    }
-    return found == 1;
-}
-
 nb::object ffn_stats_dict(const Call& call) {
     const nb::object stats = call[1].attr("calc_stats")();
     stats.attr("set_riskfree_rate")(call[2]);
@@ -35,7 +27,7 @@ nb::object ffn_stats_dict(const Call& call) {
     record["return_table"] = stats.attr("return_table").attr("transpose")().attr("to_dict")();
     pyglue::for_each(global("STATS_METRIC_ALIASES").attr("items")(), [&](const nb::object& alias) {
         const nb::object statistic = alias[0];
-        if (contains(record, statistic)) {
+        if (pyglue::contains(record, statistic)) {
             record[nb::object(alias[1])] = record[statistic];
         }
         return true;
