@@ -108,7 +108,7 @@ def _fit(curve: pd.Series, benchmark: pd.Series) -> tuple[float, float]:
 
 
 def _trade_figures(report: Report, day: pd.Timestamp, *, live: bool) -> dict[str, float]:
-    from corvex.core.trade_lookup import closed_trades
+    from corvex.core.trade_rows import closed_trades
 
     trades = closed_trades(report)
     returns = np.empty(0)

@@ -9,7 +9,8 @@ import numpy as np
 import numpy.typing as npt
 import pandas as pd
 
-from corvex.core.trade_lookup import asset_ids, closed_trades, market_table, values_at
+from corvex.core.trade_lookup import TradeLookup, market_table
+from corvex.core.trade_rows import closed_trades
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
@@ -41,13 +42,15 @@ def edge_by_bars(report: Report, bars: Sequence[int]) -> list[dict[str, Any]]:
     trades = closed_trades(report)
     if close.empty or trades.empty or not {"entry_date", "exit_date"} <= set(trades.columns):
         return []
-    start = values_at(fill if not fill.empty else close, trades["entry_date"], asset_ids(trades))
-    entry = close.index.get_indexer(pd.Index(trades["entry_date"]))
-    leave = close.index.get_indexer(pd.Index(trades["exit_date"]))
+    lookup = TradeLookup(trades)
+    start = lookup.values(fill if not fill.empty else close, "entry_date")
+    entry = lookup.rows_in(close.index, "entry_date")
+    leave = lookup.rows_in(close.index, "exit_date")
     known = (entry >= 0) & (leave >= entry) & np.isfinite(start)
     if not known.any():
         return []
-    path = _Path(close, trades[known], start[known])
+    columns = lookup.columns_in(close.columns)
+    path = _Path(close, columns[known], _sides(trades)[known], start[known])
     length = (leave - entry)[known]
     rows: list[dict[str, Any]] = []
     wanted = sorted({int(bar) for bar in bars})
@@ -66,16 +69,20 @@ def edge_by_bars(report: Report, bars: Sequence[int]) -> list[dict[str, Any]]:
     return rows
 
 
+def _sides(trades: pd.DataFrame) -> _Floats:
+    """Return 1 for each long and -1 for each short trade."""
+    weight = trades.get("position")
+    return np.ones(len(trades)) if weight is None else np.sign(weight.to_numpy(float))
+
+
 class _Path:
     """Returns of trades since their entry, short ones with the sign turned."""
 
-    def __init__(self, close: pd.DataFrame, trades: pd.DataFrame, start: _Floats) -> None:
-        ids = asset_ids(trades)
-        columns = close.columns.astype(str).get_indexer(ids.categories)
+    def __init__(
+        self, close: pd.DataFrame, columns: npt.NDArray[np.intp], side: _Floats, start: _Floats
+    ) -> None:
         self._close: _Floats = close.to_numpy(dtype=np.float64)
-        self._columns, self._start = columns[ids.codes], start
-        weight = trades.get("position")
-        self._side = np.ones(len(trades)) if weight is None else np.sign(weight.to_numpy(float))
+        self._columns, self._side, self._start = columns, side, start
 
     def gain(self, rows: npt.NDArray[np.intp], which: npt.NDArray[np.intp]) -> _Floats:
         price = self._close[rows, self._columns[which]]

@@ -7,7 +7,8 @@ from typing import TYPE_CHECKING
 import numpy as np
 import pandas as pd
 
-from corvex.core.trade_lookup import asset_ids, closed_trades, values_at
+from corvex.core.trade_lookup import TradeLookup
+from corvex.core.trade_rows import closed_trades
 
 if TYPE_CHECKING:
     from collections.abc import Iterator
@@ -29,11 +30,11 @@ def complete_info(
     trades = closed_trades(report)
     if trades.empty or table.empty:
         return
-    ids = asset_ids(trades)
+    lookup = TradeLookup(trades)
     complete = [
         column
         for column in date_columns
-        if column in trades.columns and not np.isnan(values_at(table, trades[column], ids)).any()
+        if column in trades.columns and not np.isnan(lookup.values(table, column)).any()
     ]
     if complete:
         yield name, table, complete

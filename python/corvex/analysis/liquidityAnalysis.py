@@ -14,12 +14,11 @@ from corvex.analysis import Analysis, TradeInfo
 from corvex.analysis._trade_info import complete_info
 from corvex.core.metrics import Metrics
 from corvex.core.trade_lookup import (
-    asset_ids,
+    TradeLookup,
     capital_per_share,
-    entered_trades,
-    market_table,
-    traded_value,
-    values_at,
+    known_table,
+    traded_table,
+    traded_values,
 )
 
 if TYPE_CHECKING:
@@ -67,18 +66,18 @@ class LiquidityAnalysis(Analysis):
 
     def calculate_trade_info(self, report: Report) -> Iterable[TradeInfo]:
         """Give the traded value and the trading restrictions of the days of the fills."""
-        yield from complete_info(report, "turnover", traded_value(report), _FILLS)
+        yield from complete_info(report, "turnover", traded_table(report), _FILLS)
         yield from self._restrictions(report)
 
     def _restrictions(self, report: Report) -> Iterator[TradeInfo]:
-        trades = entered_trades(report)
+        lookup = TradeLookup(report.trades)
         for kind in _STATUSES:
-            status = market_table(report.market, "get_status", kind)
-            if status.empty or trades.empty:
+            status = known_table(report.market, "get_status", kind)
+            if status is None or not lookup.entered.any():
                 continue
             # An asset or date that the table does not list is under no restriction.
-            dates = pd.DatetimeIndex(trades["entry_date"].unique())
-            listed = status.reindex(index=dates, columns=asset_ids(trades).categories)
+            dates = pd.DatetimeIndex(report.trades["entry_date"].dropna().unique())
+            listed = status.reindex(index=dates, columns=lookup.ids)
             info = listed.astype(float).fillna(0.0)
             yield from complete_info(report, f"{kind}_stock", info, ["entry_date"])
 
@@ -95,10 +94,10 @@ class LiquidityAnalysis(Analysis):
             ``full_delivery_stock_ratio``, ``buy_high`` and ``sell_low`` of `Metrics`. Unknown
             figures are None.
         """
-        metrics = Metrics(report)
-        capital = capital_per_share(report)
+        metrics, lookup = Metrics(report), TradeLookup(report.trades)
+        capital = capital_per_share(report, lookup)
         result = {
-            "turnover": self._turnover(report),
+            "turnover": self._turnover(report, lookup),
             "capacity": [
                 {"share": share, "capital": _quantile(share * capital, self.quantile)}
                 for share in self.shares
@@ -108,14 +107,11 @@ class LiquidityAnalysis(Analysis):
         self.result = result
         return result
 
-    def _turnover(self, report: Report) -> list[dict[str, Any]]:
-        trades, value = entered_trades(report), traded_value(report)
+    def _turnover(self, report: Report, lookup: TradeLookup) -> list[dict[str, Any]]:
         rows = []
         for column in _FILLS:
-            found: npt.NDArray[np.float64] = np.empty(0)
-            if column in trades.columns and not value.empty:
-                found = values_at(value, trades[column], asset_ids(trades))
-                found = found[np.isfinite(found)]
+            found = traded_values(report, lookup, column)
+            found = found[np.isfinite(found)]
             rows.append(
                 {
                     "fill": column.removesuffix("_date"),

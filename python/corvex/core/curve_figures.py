@@ -10,16 +10,12 @@ import pandas as pd
 
 from corvex import _engine
 
-__all__ = ["beta", "changes", "days_per_year", "fit"]
+__all__ = ["SESSIONS_PER_YEAR", "beta", "days_per_year", "fit", "values_per_year"]
+
+#: Where the dates of a curve are too few to tell.
+SESSIONS_PER_YEAR = 252
 
 _Floats = npt.NDArray[np.float64]
-
-
-def changes(curve: pd.Series) -> _Floats:
-    """Return the fractional change from each value of a curve to the next."""
-    values: _Floats = curve.to_numpy(dtype=np.float64)
-    with np.errstate(divide="ignore", invalid="ignore"):
-        return values[1:] / values[:-1] - 1
 
 
 def fit(curve: pd.Series, benchmark: pd.Series, periods_per_year: int) -> tuple[float, float]:
@@ -55,4 +51,9 @@ def days_per_year(index: pd.Index) -> int:
     Daily 252, or 365 where there are values at weekends. Too few dates to tell: 252.
     """
     times = pd.DatetimeIndex(index).tz_localize(None).as_unit("ns").asi8
-    return _engine.infer_convention(times)[1] or 252
+    return values_per_year(times)
+
+
+def values_per_year(times: npt.NDArray[np.int64]) -> int:
+    """Return the same from the dates as nanoseconds of the wall clock."""
+    return _engine.infer_convention(times)[1] or SESSIONS_PER_YEAR

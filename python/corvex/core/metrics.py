@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import datetime
 import math
+import operator
 from typing import TYPE_CHECKING, Any
 
 import numpy as np
@@ -11,16 +12,10 @@ import numpy.typing as npt
 import pandas as pd
 
 from corvex import _engine
-from corvex.core.curve_figures import changes, days_per_year, fit
-from corvex.core.trade_lookup import (
-    asset_ids,
-    capital_per_share,
-    closed_rows,
-    entered_trades,
-    market_table,
-    values_at,
-)
-from corvex.ffn_core._curve import read_curve
+from corvex.core.curve_figures import SESSIONS_PER_YEAR, fit, values_per_year
+from corvex.core.trade_lookup import TradeLookup, capital_per_share, known_table
+from corvex.core.trade_rows import closed_returns, excursion
+from corvex.ffn_core._curve import Curve, read_curve
 
 if TYPE_CHECKING:
     from collections.abc import Callable
@@ -28,8 +23,6 @@ if TYPE_CHECKING:
     from corvex.core.report import Report
 
 __all__ = ["Metrics"]
-
-_NONE: npt.NDArray[np.float64] = np.empty(0)
 
 _TAIL = 0.05  # of the days are in the tail of value at risk and tail ratio
 _CAPACITY_SHARE = 0.05  # of the value traded that day
@@ -396,7 +389,7 @@ class Metrics:
         volume, or the trades no weights. The analysis "Liquidity" gives other shares and
         quantiles.
         """
-        limits = _CAPACITY_SHARE * capital_per_share(self._report)
+        limits = _CAPACITY_SHARE * capital_per_share(self._report, self._lookup())
         return float(np.quantile(limits, _CAPACITY_QUANTILE)) if limits.size else math.nan
 
     def disposal_stock_ratio(self) -> float:
@@ -446,10 +439,28 @@ class Metrics:
 
     def _figure(self, name: str, riskfree_rate: float) -> float:
         # The same engine call as the statistics make of this curve, without their tables.
+        def record(series: pd.Series, rate: float) -> dict[str, float]:
+            curve = self._curve()
+            figures, *_, periods, _ = _engine.performance_record(
+                curve.values, curve.times, float(rate)
+            )
+            self._cache["year"] = ((series,), periods or SESSIONS_PER_YEAR)  # found on the way
+            return dict(zip(_engine.FIGURE_NAMES, figures, strict=True))
+
         figures: dict[str, float] = self._remembered(
-            "record", _record, self._report.daily_creturn, riskfree_rate
+            "record", record, self._report.daily_creturn, riskfree_rate
         )
         return figures[name]
+
+    def _values_per_year(self) -> int:
+        result: int = self._remembered(
+            "year", lambda _: values_per_year(self._curve().times), self._report.daily_creturn
+        )
+        return result
+
+    def _curve(self) -> Curve:
+        result: Curve = self._remembered("curve", read_curve, self._report.daily_creturn)
+        return result
 
     def _date(self, attribute: str) -> int | None:
         return _epoch_seconds(getattr(self._report, attribute, None))
@@ -457,7 +468,7 @@ class Metrics:
     def _remembered(self, name: str, compute: Callable[..., Any], *sources: Any) -> Any:
         """Keep one result for as long as the report holds the very same sources."""
         kept = self._cache.get(name)
-        if kept is None or any(a is not b for a, b in zip(kept[0], sources, strict=True)):
+        if kept is None or not all(map(operator.is_, kept[0], sources)):
             kept = (sources, compute(*sources))
             self._cache[name] = kept
         return kept[1]
@@ -465,7 +476,7 @@ class Metrics:
     def _tails(self) -> tuple[float, float, float]:
         result: tuple[float, float, float] = self._remembered(
             "tails",
-            lambda curve: _engine.tail_risk(changes(curve), _TAIL),
+            lambda _: _engine.tail_risk(self._curve().values, _TAIL),
             self._report.daily_creturn,
         )
         return result
@@ -473,7 +484,7 @@ class Metrics:
     def _fit(self) -> tuple[float, float]:
         result: tuple[float, float] = self._remembered(
             "fit",
-            lambda curve, benchmark: fit(curve, benchmark, days_per_year(curve.index)),
+            lambda curve, benchmark: fit(curve, benchmark, self._values_per_year()),
             self._report.daily_creturn,
             self._report.daily_benchmark,
         )
@@ -487,67 +498,54 @@ class Metrics:
         )
         return result
 
-    def _closed(self) -> npt.NDArray[np.bool_]:
-        result: npt.NDArray[np.bool_] = self._remembered("closed", closed_rows, self._report.trades)
+    def _closed_returns(self) -> tuple[npt.NDArray[np.float64], npt.NDArray[np.bool_]]:
+        result: tuple[npt.NDArray[np.float64], npt.NDArray[np.bool_]] = self._remembered(
+            "returns", closed_returns, self._report.trades
+        )
         return result
 
     def _trade_figures(self) -> tuple[float, float, float]:
-        def figures(trades: pd.DataFrame) -> tuple[float, float, float]:
-            closed = self._closed()
-            if not closed.any():
-                return _engine.trade_figures(_NONE)
-            return _engine.trade_figures(trades["return"].to_numpy(dtype=np.float64)[closed])
-
         result: tuple[float, float, float] = self._remembered(
-            "trades", figures, self._report.trades
+            "trades", lambda _: _engine.trade_figures(*self._closed_returns()), self._report.trades
         )
         return result
 
     def _mean_excursion(self, name: str) -> float:
-        trades = self._report.trades
-        closed = self._closed()
-        for table in (trades, getattr(self._report, "mae_mfe", None)):
-            if not isinstance(table, pd.DataFrame) or name not in table.columns:
-                continue
-            column = table[name]
-            if table is not trades:
-                if not table.index.is_unique:
-                    continue
-                column = column.reindex(trades.index)
-            return _engine.mean_present(column.to_numpy(dtype=np.float64)[closed])
-        return math.nan
+        column = excursion(self._report, name)
+        if column is None:
+            return math.nan
+        _, closed = self._closed_returns()
+        return _engine.mean_present(column.to_numpy(dtype=np.float64), closed)
+
+    def _lookup(self) -> TradeLookup:
+        result: TradeLookup = self._remembered("lookup", TradeLookup, self._report.trades)
+        return result
 
     def _status_ratio(self, kind: str) -> float:
-        table = market_table(self._report.market, "get_status", kind)
-        if table.empty:
+        table = known_table(self._report.market, "get_status", kind)
+        if table is None:
             return math.nan
-        trades = entered_trades(self._report)
-        if trades.empty:
+        lookup = self._lookup()
+        if not lookup.entered.any():
             return math.nan
         # No entry in the table means no restriction, so a missing value counts as none.
-        status = np.nan_to_num(values_at(table, trades["entry_date"], asset_ids(trades)))
+        status = np.nan_to_num(lookup.values(table, "entry_date"))[lookup.entered]
         return float(np.mean(status != 0))
 
     def _extreme_fill_ratio(self, date_column: str, field: str, sign: float) -> float:
-        table = market_table(self._report.market, "get_price", field, adj=False)
-        if table.empty:
+        table = known_table(self._report.market, "get_price", field, adj=False)
+        if table is None:
             return math.nan
-        trades = entered_trades(self._report)
+        lookup = self._lookup()
         price_column = f"trade_price@{date_column}"
-        if date_column not in trades.columns or price_column not in trades.columns:
+        if not {date_column, price_column} <= set(lookup.trades.columns):
             return math.nan
-        extreme = values_at(table, trades[date_column], asset_ids(trades))
-        price = trades[price_column].to_numpy(dtype=np.float64)
-        known = np.isfinite(extreme) & np.isfinite(price)
+        extreme = lookup.values(table, date_column)
+        price = lookup.trades[price_column].to_numpy(dtype=np.float64)
+        known = np.isfinite(extreme) & np.isfinite(price) & lookup.entered
         if not known.any():
             return math.nan
         return float(np.mean(sign * price[known] >= sign * extreme[known]))
-
-
-def _record(curve: pd.Series, riskfree_rate: float) -> dict[str, float]:
-    known = read_curve(curve)
-    figures = _engine.performance_record(known.values, known.times, float(riskfree_rate))[0]
-    return dict(zip(_engine.FIGURE_NAMES, figures, strict=True))
 
 
 def _number(value: Any) -> float:
@@ -565,6 +563,8 @@ def _optional_number(value: Any) -> float | None:
 def _timestamp(value: Any) -> pd.Timestamp | None:
     if value is None or isinstance(value, bool | int | float):
         return None
+    if type(value) is pd.Timestamp:
+        return value
     try:
         stamp = pd.Timestamp(value)
     except (TypeError, ValueError):

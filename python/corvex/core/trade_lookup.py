@@ -1,180 +1,215 @@
-"""Values of market tables on the dates of trades, and the trades that count as closed."""
+"""Values of market tables on the dates of trades."""
 
 from __future__ import annotations
 
-from typing import TYPE_CHECKING, Any
+from functools import cached_property
+from typing import TYPE_CHECKING, Any, Literal
 
 import numpy as np
 import numpy.typing as npt
 import pandas as pd
 
+from corvex.markets.tables import asset_id
+
 if TYPE_CHECKING:
     from corvex.core.report import Report
 
 __all__ = [
-    "EXCURSIONS",
-    "asset_ids",
+    "TradeLookup",
     "capital_per_share",
-    "closed_rows",
-    "closed_trades",
-    "entered_trades",
-    "excursions",
+    "known_table",
     "market_table",
-    "traded_value",
-    "values_at",
+    "traded_table",
+    "traded_values",
 ]
 
-#: Per trade, as fractions of the entry price; the last one in bars.
-EXCURSIONS = ("mae", "mfe", "mfe_before_mae", "max_drawdown", "days_in_profit")
+_Floats = npt.NDArray[np.float64]
+_Places = npt.NDArray[np.intp]
 
 _NO_TABLE = (LookupError, NotImplementedError, OSError, ValueError)
 
 
-def closed_rows(trades: pd.DataFrame) -> npt.NDArray[np.bool_]:
-    """Tell which trades were left and have a return; none where the table has no returns."""
-    if "return" not in trades.columns:
-        return np.zeros(len(trades), dtype=bool)
-    closed = ~np.isnan(trades["return"].to_numpy(dtype=np.float64))
-    if "exit_date" in trades.columns:
-        closed &= trades["exit_date"].notna().to_numpy()
-    return closed
-
-
-def closed_trades(report: Report) -> pd.DataFrame:
-    """Return the trades that were left and have a return; empty where the report has none."""
-    trades: pd.DataFrame = report.trades
-    return trades[closed_rows(trades)]
-
-
-def entered_trades(report: Report) -> pd.DataFrame:
-    """Return the trades whose entry was filled; empty where the report has none."""
-    trades: pd.DataFrame = report.trades
-    if "entry_date" not in trades.columns:
-        return trades.iloc[:0]
-    return trades[trades["entry_date"].notna()]
-
-
-def excursions(report: Report) -> pd.DataFrame:
-    """Return what is known of the excursions of the closed trades, a column each.
-
-    The columns of `EXCURSIONS` that the trade table has, or else the report's own table of them
-    (``mae_mfe``, with the same index). Columns without a single value are left out.
-    """
-    trades = closed_trades(report)
-    table = getattr(report, "mae_mfe", None)
-    found: dict[str, pd.Series] = {}
-    for name in EXCURSIONS:
-        if name in trades.columns:
-            found[name] = trades[name]
-        elif isinstance(table, pd.DataFrame) and name in table.columns and table.index.is_unique:
-            found[name] = table[name].reindex(trades.index)
-    return pd.DataFrame(found, index=trades.index).dropna(axis=1, how="all")
-
-
-def asset_ids(trades: pd.DataFrame) -> pd.Categorical:
-    """Return the asset id of each trade: its label up to the first blank."""
-    column = "symbol" if "symbol" in trades.columns else "stock_id"
-    if column not in trades.columns:
-        return pd.Categorical.from_codes(
-            np.zeros(len(trades), dtype=np.intp), pd.Index([""], dtype=object)
-        )
-    codes, labels = pd.factorize(trades[column])
-    ids = [str(label).split(" ")[0] for label in labels]
-    if len(set(ids)) < len(ids):
-        return pd.Categorical(np.asarray(ids, dtype=object)[codes])
-    return pd.Categorical.from_codes(codes, pd.Index(ids, dtype=object))
-
-
 def market_table(market: Any, method: str, *args: Any, **kwargs: Any) -> pd.DataFrame:
-    """Ask a market for a table; an empty one where it has no such method or table.
+    """Ask a market for a table; an empty one where it has no such method or table."""
+    table = known_table(market, method, *args, **kwargs)
+    return pd.DataFrame() if table is None else table
+
+
+def known_table(market: Any, method: str, *args: Any, **kwargs: Any) -> pd.DataFrame | None:
+    """Ask a market for a table; None where it has no such method, or nothing in the table.
 
     Markets are written by users too, and may raise for a table that they do not have.
     """
     question = getattr(market, method, None)
     if question is None:
-        return pd.DataFrame()
+        return None
     try:
         table = question(*args, **kwargs)
     except _NO_TABLE:
-        return pd.DataFrame()
-    return table if isinstance(table, pd.DataFrame) else pd.DataFrame()
+        return None
+    return table if isinstance(table, pd.DataFrame) and table.size > 0 else None
 
 
-def values_at(
-    table: pd.DataFrame, dates: pd.Series, ids: pd.Categorical
-) -> npt.NDArray[np.float64]:
-    """Read one value per trade from a table of dates x asset ids.
+class TradeLookup:
+    """Reads market tables on the dates of a trade table.
+
+    Where the trades' dates and assets stand is worked out once for all tables that list the same
+    dates and assets; the trade table is not to change meanwhile.
 
     Parameters
     ----------
-    table : DataFrame
-        Numbers or booleans; dates x asset ids.
-    dates : Series of shape (trades,)
-        The date of each trade. Only a row of exactly this date counts: what was traded on a
-        day says nothing about another.
-    ids : Categorical of shape (trades,)
-        The asset id of each trade (see `asset_ids`).
-
-    Returns
-    -------
-    float array of shape (trades,)
-        NaN where the table lacks the date or the asset.
+    trades : DataFrame
+        A row per trade: dates, and the asset in ``symbol`` or ``stock_id``.
     """
-    if not table.index.is_unique:
-        table = table[~table.index.duplicated(keep="last")]
-    columns = table.columns
-    if columns.inferred_type != "string":
-        columns = columns.astype(str)
-    if not columns.is_unique:
-        table, columns = table.loc[:, ~columns.duplicated()], columns[~columns.duplicated()]
-    out = np.full(len(dates), np.nan)
-    rows = table.index.get_indexer(pd.Index(dates))
-    # One more entry for the code -1 of a missing label.
-    places = np.append(columns.get_indexer(pd.Index(ids.categories, dtype=object)), -1)
-    found = places[ids.codes]
-    known = (rows >= 0) & (found >= 0) & dates.notna().to_numpy()
-    if known.any():
-        out[known] = table.to_numpy()[rows[known], found[known]].astype(np.float64)
-    return out
+
+    def __init__(self, trades: pd.DataFrame) -> None:
+        self.trades = trades
+        self._rows: dict[str, list[tuple[pd.Index, _Places]]] = {}
+        self._columns: list[tuple[pd.Index, _Places]] = []
+
+    @cached_property
+    def entered(self) -> npt.NDArray[np.bool_]:
+        """Which trades were filled on their entry."""
+        if "entry_date" not in self.trades.columns:
+            return np.zeros(len(self.trades), dtype=bool)
+        return ~np.asarray(self.trades["entry_date"].array.isna())
+
+    @cached_property
+    def _assets(self) -> tuple[_Places, list[str]]:
+        """Return a number for each trade's label, and the asset id of each number.
+
+        An id is the label up to its first blank; a missing label has the number -1.
+        """
+        column = "symbol" if "symbol" in self.trades.columns else "stock_id"
+        if column not in self.trades.columns:
+            return np.full(len(self.trades), -1, dtype=np.intp), []
+        codes, labels = pd.factorize(self.trades[column].array)
+        return codes, [asset_id(label) for label in np.asarray(labels, dtype=object)]
+
+    @property
+    def ids(self) -> list[str]:
+        """The asset ids that the trades name, each once."""
+        return list(dict.fromkeys(self._assets[1]))
+
+    def values(self, table: pd.DataFrame, date_column: str) -> _Floats:
+        """Read one value per trade from a table of dates x asset ids.
+
+        Parameters
+        ----------
+        table : DataFrame
+            Numbers or booleans; dates x asset ids.
+        date_column : str
+            The column of the trades that holds the dates, such as "entry_date". Only a row of
+            exactly this date counts: what was traded on a day says nothing about another.
+
+        Returns
+        -------
+        float array of shape (trades,)
+            NaN where the table lacks the date or the asset, or the trade has none.
+        """
+        rows, columns = self.rows_in(table.index, date_column), self.columns_in(table.columns)
+        known = (rows >= 0) & (columns >= 0)
+        if known.all():
+            return table.to_numpy()[rows, columns].astype(np.float64, copy=False)
+        out = np.full(len(rows), np.nan)
+        if known.any():
+            out[known] = table.to_numpy()[rows[known], columns[known]].astype(np.float64)
+        return out
+
+    def rows_in(self, index: pd.Index, date_column: str) -> _Places:
+        """Return the row of each trade's date in an index, -1 where it is not there."""
+        known = self._rows.setdefault(date_column, [])
+        places = _remembered(known, index)
+        if places is None:
+            unique, kept = _without_repeats(index, keep="last")
+            places = _original(unique.get_indexer(pd.Index(self.trades[date_column])), kept)
+            known.append((index, places))
+        return places
+
+    def columns_in(self, columns: pd.Index) -> _Places:
+        """Return the column of each trade's asset, -1 where it is not there."""
+        places = _remembered(self._columns, columns)
+        if places is None:
+            codes, ids = self._assets
+            names = columns if columns.inferred_type == "string" else columns.astype(str)
+            unique, kept = _without_repeats(names, keep="first")
+            found = _original(unique.get_indexer(pd.Index(ids, dtype=object)), kept)
+            places = np.append(found, -1)[codes]  # one more entry for the number -1
+            self._columns.append((columns, places))
+        return places
 
 
-def traded_value(report: Report) -> pd.DataFrame:
+def _remembered(known: list[tuple[pd.Index, _Places]], index: pd.Index) -> _Places | None:
+    for other, places in known:
+        if other is index or other.equals(index):
+            return places
+    return None
+
+
+def _without_repeats(
+    index: pd.Index, keep: Literal["first", "last"]
+) -> tuple[pd.Index, _Places | None]:
+    """Return the index with each label once, and where those stand; None: all, as they are."""
+    if index.is_unique:
+        return index, None
+    kept = np.flatnonzero(~index.duplicated(keep=keep))
+    return index[kept], kept
+
+
+def _original(places: _Places, kept: _Places | None) -> _Places:
+    return places if kept is None else np.where(places >= 0, kept[places], -1)
+
+
+def traded_table(report: Report) -> pd.DataFrame:
     """Return how much was traded by date and asset, in the market's currency.
 
-    Close x volume, both as quoted. Empty where the market has no volume.
+    Close x volume, both as quoted, of the assets of the trades. Empty where the market has no
+    volume.
     """
-    close = market_table(report.market, "get_price", "close", adj=False)
-    volume = market_table(report.market, "get_price", "volume", adj=False)
-    if close.empty or volume.empty:
+    tables = _close_and_volume(report)
+    if tables is None:
         return pd.DataFrame()
-    used = asset_ids(report.trades).categories
+    close, volume = tables
+    used = TradeLookup(report.trades).ids
     close = close.loc[:, close.columns.astype(str).isin(used)]
     value: pd.DataFrame = close * volume.reindex(index=close.index, columns=close.columns)
     return value
 
 
-def capital_per_share(report: Report) -> npt.NDArray[np.float64]:
+def traded_values(report: Report, lookup: TradeLookup, date_column: str) -> _Floats:
+    """Return how much of each trade's asset was traded on one of the trade's dates.
+
+    In the market's currency; NaN for trades that were not entered and where no volume is known.
+    """
+    tables = _close_and_volume(report)
+    if tables is None or date_column not in lookup.trades.columns:
+        return np.full(len(lookup.trades), np.nan)
+    close, volume = tables
+    value = lookup.values(close, date_column) * lookup.values(volume, date_column)
+    value[~lookup.entered] = np.nan
+    return value
+
+
+def capital_per_share(report: Report, lookup: TradeLookup) -> _Floats:
     """Return, for each fill, the capital that would trade all of that day's traded value.
 
     Traded value over entry weight, in the market's currency, entries first, then exits. A share
     of it is the capital that takes this share of the day's trading. Empty without volume or
     weights; fills on days without known volume are left out.
     """
-    close = market_table(report.market, "get_price", "close", adj=False)
-    volume = market_table(report.market, "get_price", "volume", adj=False)
-    if close.empty or volume.empty:
+    if "position" not in lookup.trades.columns or _close_and_volume(report) is None:
         return np.empty(0)
-    trades = entered_trades(report)
-    if "position" not in trades.columns or trades.empty:
-        return np.empty(0)
-    weight = trades["position"].abs().to_numpy(dtype=np.float64)
-    weight = np.where(weight > 0, weight, np.nan)
-    ids = asset_ids(trades)
-    capital: npt.NDArray[np.float64] = np.concatenate(
-        [
-            values_at(close, trades[name], ids) * values_at(volume, trades[name], ids) / weight
-            for name in ("entry_date", "exit_date")
-            if name in trades.columns
-        ]
-    )
+    weight = lookup.trades["position"].to_numpy(dtype=np.float64)
+    with np.errstate(divide="ignore", invalid="ignore"):
+        capital = np.concatenate(
+            [traded_values(report, lookup, name) for name in ("entry_date", "exit_date")]
+        ) / np.abs(np.concatenate([weight, weight]))
     return capital[np.isfinite(capital)]
+
+
+def _close_and_volume(report: Report) -> tuple[pd.DataFrame, pd.DataFrame] | None:
+    volume = known_table(report.market, "get_price", "volume", adj=False)
+    if volume is None:
+        return None
+    close = known_table(report.market, "get_price", "close", adj=False)
+    return None if close is None else (close, volume)

@@ -17,7 +17,7 @@ _SHORT = {"us_stocks": _STOCKS, "sp500": _INDEX, "us_stocks_ohlcv": _OHLCV}
 
 def names() -> list[str]:
     """Return the full names of the samples."""
-    return [_STOCKS, _INDEX, _OHLCV]
+    return list(_SHORT.values())
 
 
 def short_names() -> list[str]:
@@ -27,7 +27,7 @@ def short_names() -> list[str]:
 
 def full_name(name: str) -> str | None:
     """Return the full name of a sample given by any of its names; None when there is none."""
-    return name if name in names() else _SHORT.get(name)
+    return name if name in _SHORT.values() else _SHORT.get(name)
 
 
 def read(name: str, adj: bool) -> pd.DataFrame | pd.Series | dict[str, pd.DataFrame]:

@@ -66,11 +66,15 @@ TEST(TradeFigures, LeaveOpenTradesOut) {
 }
 
 TEST(HoldingCounts, CountBothSidesAndNoHoles) {
-    const HoldingCounts counts = holding_counts(std::vector{0.5, -0.5, 0.0, kNaN, 1.0, 0.0}, 3);
-    EXPECT_EQ(counts.mean, 1.5);
-    EXPECT_EQ(counts.largest, 2U);
-    EXPECT_EQ(holding_counts({}, 0).mean, 0.0);
-    EXPECT_THROW(holding_counts(std::vector{1.0}, 2), std::invalid_argument);
+    const std::vector by_date{0.5, -0.5, 0.0, kNaN, 1.0, 0.0};
+    const std::vector by_asset{0.5, kNaN, -0.5, 1.0, 0.0, 0.0};
+    for (const HoldingCounts& counts : {holding_counts(by_date, 3, Layout::kDates),
+                                        holding_counts(by_asset, 3, Layout::kAssets)}) {
+        EXPECT_EQ(counts.mean, 1.5);
+        EXPECT_EQ(counts.largest, 2U);
+    }
+    EXPECT_EQ(holding_counts({}, 0, Layout::kDates).mean, 0.0);
+    EXPECT_THROW(holding_counts(std::vector{1.0}, 2, Layout::kDates), std::invalid_argument);
 }
 
 } // namespace

@@ -10,7 +10,8 @@ import pandas as pd
 
 from corvex.core.dashboard.curves import wall_days
 from corvex.core.dashboard.embed import rounded
-from corvex.core.trade_lookup import EXCURSIONS, market_table
+from corvex.core.trade_lookup import market_table
+from corvex.core.trade_rows import EXCURSIONS
 from corvex.data.context import _default_context
 
 if TYPE_CHECKING:

@@ -49,9 +49,11 @@ BenchmarkFit benchmark_fit(std::span<const double> strategy, std::span<const dou
     const auto count = static_cast<double>(pairs.size());
     Pair mean{0.0, 0.0};
     for (const Pair& pair : pairs) {
-        mean.strategy += pair.strategy / count;
-        mean.benchmark += pair.benchmark / count;
+        mean.strategy += pair.strategy;
+        mean.benchmark += pair.benchmark;
     }
+    mean.strategy /= count;
+    mean.benchmark /= count;
     double variance = 0.0;
     double covariance = 0.0;
     for (const Pair& pair : pairs) {

@@ -6,7 +6,7 @@
 
 namespace corvex::engine {
 
-/// How a set of closed trades ended, each trade alike whatever its size.
+/// How a set of trades ended, each trade alike whatever its size.
 struct TradeFigures {
     static constexpr double kUndefined = std::numeric_limits<double>::quiet_NaN();
 
@@ -16,10 +16,12 @@ struct TradeFigures {
     double profit_factor = kUndefined; ///< sum of gains / sum of losses; NaN when none lost
 };
 
-/// @param returns  a fraction per trade; NaN = not closed, left out
-TradeFigures trade_figures(std::span<const double> returns);
+/// @param returns  a fraction per trade; NaN = left out
+/// @param counted  which of the trades count; empty = all
+/// @throws std::invalid_argument when `counted` is neither empty nor of the same length
+TradeFigures trade_figures(std::span<const double> returns, std::span<const bool> counted = {});
 
-/// The mean of the values that are not NaN; NaN without any.
-double mean_present(std::span<const double> values);
+/// The mean of the values that count and are not NaN; NaN without any. Parameters as above.
+double mean_present(std::span<const double> values, std::span<const bool> counted = {});
 
 } // namespace corvex::engine
