@@ -17,7 +17,7 @@ export function unpackLibrary() {
 /** Running the library takes long enough to be felt, so what is on the page is painted first. */
 function plotly() {
   library ??= unpackLibrary().then(async (script) => {
-    await pause();
+    await painted();
     document.head.append(el("script", {}, script));
     return window.Plotly;
   });
@@ -47,7 +47,7 @@ const CONFIG = { displaylogo: false, responsive: true, displayModeBar: "hover", 
 
 export function draw(entry) {
   const { data, layout } = entry.build();
-  const full = { ...baseLayout(entry.height * (printing() ? 0.8 : 1)), ...layout };
+  const full = { ...baseLayout(entry.height * (printing() ? 0.8 : 1), hasLegend(data, layout)), ...layout };
   for (const name of Object.keys(full).filter((key) => /^[xy]axis/.test(key))) {
     full[name] = { ...axisStyle(), ...full[name] };
   }
@@ -81,14 +81,30 @@ const printing = () => document.documentElement.hasAttribute("data-print");
 const pause = () => new Promise((resolve) =>
   "requestIdleCallback" in window ? requestIdleCallback(resolve, { timeout: 100 }) : setTimeout(resolve));
 
-/** Draw every chart, from the top of the page on, without holding up the reader's input. */
+/** Until the browser has shown what is on the page; it shows nothing of a page in the background. */
+const painted = () => new Promise((resolve) => {
+  requestAnimationFrame(() => setTimeout(resolve));
+  setTimeout(resolve, 100);
+});
+
+/** Draw every chart, those in sight first, without holding up the reader's input. */
 export async function drawAll() {
   if (!canUnpack()) return;
   await plotly();
-  for (const entry of [...charts]) {
-    if (!entry.drawn && charts.includes(entry)) draw(entry);
+  for (let entry = nextChart(); entry; entry = nextChart()) {
+    draw(entry);
     await pause();
   }
+}
+
+function nextChart() {
+  const waiting = charts.filter((entry) => !entry.drawn && entry.node.isConnected);
+  return waiting.find(({ node }) => isInSight(node)) ?? waiting[0];
+}
+
+function isInSight(node) {
+  const { top, bottom } = node.getBoundingClientRect();
+  return bottom > 0 && top < innerHeight;
 }
 
 export function colours() {
@@ -103,13 +119,16 @@ export const isNarrow = () => innerWidth < 640;
 
 const onTouch = () => matchMedia("(pointer: coarse)").matches;
 
-function baseLayout(height) {
+const hasLegend = (data, layout) =>
+  layout.showlegend !== false && data.filter((trace) => trace.showlegend !== false).length > 1;
+
+/** The margins are about what labels and legend take: where these need more, a chart is drawn twice. */
+function baseLayout(height, legend) {
   const { text, paper, line } = colours();
-  const l = isNarrow() ? 40 : 52;
   return {
     height, autosize: true, paper_bgcolor: "rgba(0,0,0,0)", plot_bgcolor: "rgba(0,0,0,0)",
     font: { family: "system-ui, sans-serif", size: 12, color: text },
-    margin: { l, r: 16, t: 12, b: 36 }, hovermode: "x unified", dragmode: onTouch() ? false : "zoom",
+    margin: { l: isNarrow() ? 52 : 72, r: 16, t: legend ? 52 : 12, b: 36 }, hovermode: "x unified", dragmode: onTouch() ? false : "zoom",
     hoverlabel: { bgcolor: paper, bordercolor: line, font: { color: text } },
     legend: { orientation: "h", x: 0, y: 1.02, yanchor: "bottom", bgcolor: "rgba(0,0,0,0)" },
   };

@@ -128,8 +128,11 @@ function renderCompared(series) {
   replaceContent(byId("subtitle"),
     t("compare_subtitle", { start, end, days: whole(days), years: number(years, 1) }));
   renderTools(() => renderWhole(renderCompared, series));
-  renderSections(COMPARED, series);
-  renderFooter();
+  const renderRest = renderSections(COMPARED, series);
+  return () => {
+    renderRest();
+    renderFooter();
+  };
 }
 
 await startPage(renderCompared);

@@ -32,8 +32,11 @@ const SECTIONS = [
 
 function render(series) {
   renderTop(() => renderWhole(render, series));
-  renderSections(SECTIONS, series);
-  renderFooter();
+  const renderRest = renderSections(SECTIONS, series);
+  return () => {
+    renderRest();
+    renderFooter();
+  };
 }
 
 await startPage(render);

@@ -6,6 +6,9 @@ import { listenForDefinitions } from "./statistics.js";
 import { canUnpack, readSeries } from "./store.js";
 import { currentLanguage, setLanguage, t } from "./text.js";
 
+// The headline figures and the curve.
+const SEEN_FIRST = 2;
+
 function section([name, render, needsSeries], series) {
   if (needsSeries && !series) return null;
   const content = contentOf(render, series);
@@ -25,18 +28,28 @@ function contentOf(render, series) {
   }
 }
 
-/** Each of `all` is [name, function that renders it, whether it needs the curves]. */
+/**
+ * Each of `all` is [name, function that renders it, whether it needs the curves]. Renders those that
+ * a reader sees first, and returns a function that renders the others.
+ */
 export function renderSections(all, series) {
-  const sections = all.map((one) => section(one, series)).filter(Boolean);
-  replaceContent(byId("content"), canUnpack() ? null : el("p", { class: "state bad" }, t("no_charts")), sections);
-  const links = sections.map((node) =>
-    el("li", {}, el("a", { href: `#${node.id}` }, t(`n_${node.id}`))));
+  const links = el("ul");
   byId("contents").setAttribute("aria-label", t("contents"));
-  replaceContent(byId("contents"), el("ul", {}, links));
+  replaceContent(byId("contents"), links);
+  replaceContent(byId("content"), canUnpack() ? null : el("p", { class: "state bad" }, t("no_charts")));
+  const add = (some) => {
+    const sections = some.map((one) => section(one, series)).filter(Boolean);
+    byId("content").append(...sections);
+    links.append(...sections.map((node) =>
+      el("li", {}, el("a", { href: `#${node.id}` }, t(`n_${node.id}`)))));
+  };
+  add(all.slice(0, SEEN_FIRST));
+  return () => add(all.slice(SEEN_FIRST));
 }
 
 function listenForPrint() {
   addEventListener("beforeprint", () => {
+    finish();
     document.documentElement.setAttribute("data-print", "");
     if (window.Plotly) redrawAll();
   });
@@ -46,7 +59,10 @@ function listenForPrint() {
   });
 }
 
-/** `render(series)` fills the page; it is called again when the language changes. */
+/**
+ * `render(series)` fills the page's top and returns a function that fills the rest; it is called
+ * again when the language changes.
+ */
 export async function startPage(render) {
   setLanguage(currentLanguage());
   listenForDefinitions();
@@ -56,9 +72,25 @@ export async function startPage(render) {
   await renderWhole(render, canUnpack() ? await readSeries() : null);
 }
 
-export function renderWhole(render, series) {
+let turn = 0;
+let unfinished = null;
+
+function finish() {
+  unfinished?.();
+  unfinished = null;
+}
+
+/** The first chart is worth more than tables further down, so it is drawn before these are made. */
+export async function renderWhole(render, series) {
+  const own = ++turn;
   forgetCharts();
   document.body.removeAttribute("data-ready");
-  render(series);
-  return drawAll().then(() => document.body.setAttribute("data-ready", "true"));
+  unfinished = render(series);
+  await drawAll();
+  if (own !== turn) return;
+  finish();
+  // The browser looked for the address's section before it was made.
+  if (own === 1 && location.hash) byId(location.hash.slice(1))?.scrollIntoView();
+  await drawAll();
+  if (own === turn) document.body.setAttribute("data-ready", "true");
 }

@@ -22,6 +22,7 @@ export function tradeBook(columns) {
     asset: (i) => columns.assets[columns.asset[i]],
     reason: (i) => columns.reasons?.[columns.reason[i]] ?? "",
     date: (name, i) => date(cell(name, i)),
+    time: (name, i) => cell(name, i) ?? Infinity,
     value: (name, i) => (FRACTIONS.includes(name) ? fraction(name, i) : cell(name, i)),
     isOpen: (i) => cell("exit_date", i) === null,
   };
@@ -30,7 +31,7 @@ export function tradeBook(columns) {
 const reasonText = (reason) => (has(`reason_${reason}`) ? t(`reason_${reason}`) : reason);
 
 function tradeColumns(book) {
-  const dated = (name, label) => ({ key: name, label, text: (i) => dateText(book, name, i), value: (i) => book.date(name, i) ?? "9999" });
+  const dated = (name, label) => ({ key: name, label, text: (i) => dateText(book, name, i), value: (i) => book.time(name, i) });
   const valued = (name, label, write) => ({ key: name, label, number: true, text: (i) => write(book.value(name, i)),
                                             value: (i) => book.value(name, i) });
   const all = [
@@ -57,7 +58,7 @@ export function renderTrades(series) {
   const columns = tradeColumns(book);
   const state = { search: "", status: "all", key: "entry_date", down: true, page: 0, rows: 25, chosen: null };
   if (!book.has("entry_date")) state.key = "return";
-  const texts = Array.from({ length: book.count }, (_, i) => searchText(book, i));
+  const texts = [];
   const place = el("div");
   const status = el("p", { class: "found", role: "status" });
   const show = () => {
@@ -95,9 +96,10 @@ function matching(book, texts, { search, status }) {
   const tests = { all: () => true, open: book.isOpen, closed: (i) => !book.isOpen(i),
                   won: (i) => book.value("return", i) > 0,
                   lost: (i) => book.value("return", i) !== null && book.value("return", i) <= 0 };
+  const textOf = (i) => (texts[i] ??= searchText(book, i));
   const result = [];
   for (let i = 0; i < book.count; i++) {
-    if (tests[status](i) && words.every((word) => texts[i].includes(word))) result.push(i);
+    if (tests[status](i) && words.every((word) => textOf(i).includes(word))) result.push(i);
   }
   return result;
 }
