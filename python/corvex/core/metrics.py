@@ -73,16 +73,14 @@ class Metrics:
 
         Whole seconds since 1970-01-01 UTC; None without a curve.
         """
-        index = self._report.daily_creturn.index
-        return _epoch_seconds(index[0]) if len(index) else None
+        return self._curve_date(0)
 
     def end_date(self) -> int | None:
         """Return the last date of the daily curve.
 
         Whole seconds since 1970-01-01 UTC; None without a curve.
         """
-        index = self._report.daily_creturn.index
-        return _epoch_seconds(index[-1]) if len(index) else None
+        return self._curve_date(-1)
 
     def version(self) -> str:
         """Return the version of the package that computes the figures, such as "0.1.0"."""
@@ -461,6 +459,10 @@ class Metrics:
     def _curve(self) -> Curve:
         result: Curve = self._remembered("curve", read_curve, self._report.daily_creturn)
         return result
+
+    def _curve_date(self, row: int) -> int | None:
+        index = self._report.daily_creturn.index
+        return _epoch_seconds(index[row]) if len(index) else None
 
     def _date(self, attribute: str) -> int | None:
         return _epoch_seconds(getattr(self._report, attribute, None))

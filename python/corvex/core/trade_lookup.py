@@ -9,6 +9,7 @@ import numpy as np
 import numpy.typing as npt
 import pandas as pd
 
+from corvex import _engine
 from corvex.markets.tables import asset_id
 
 if TYPE_CHECKING:
@@ -24,7 +25,9 @@ __all__ = [
 ]
 
 _Floats = npt.NDArray[np.float64]
-_Places = npt.NDArray[np.intp]
+_Places = npt.NDArray[np.int64]
+
+_UNITS_PER_DAY = {"s": 86_400, "ms": 86_400_000, "us": 86_400_000_000, "ns": 86_400_000_000_000}
 
 _NO_TABLE = (LookupError, NotImplementedError, OSError, ValueError)
 
@@ -108,21 +111,14 @@ class TradeLookup:
             NaN where the table lacks the date or the asset, or the trade has none.
         """
         rows, columns = self.rows_in(table.index, date_column), self.columns_in(table.columns)
-        known = (rows >= 0) & (columns >= 0)
-        if known.all():
-            return table.to_numpy()[rows, columns].astype(np.float64, copy=False)
-        out = np.full(len(rows), np.nan)
-        if known.any():
-            out[known] = table.to_numpy()[rows[known], columns[known]].astype(np.float64)
-        return out
+        return _engine.table_cells(table.to_numpy(dtype=np.float64), rows, columns)
 
     def rows_in(self, index: pd.Index, date_column: str) -> _Places:
         """Return the row of each trade's date in an index, -1 where it is not there."""
         known = self._rows.setdefault(date_column, [])
         places = _remembered(known, index)
         if places is None:
-            unique, kept = _without_repeats(index, keep="last")
-            places = _original(unique.get_indexer(pd.Index(self.trades[date_column])), kept)
+            places = _rows_of(index, self.trades[date_column].array)
             known.append((index, places))
         return places
 
@@ -133,7 +129,7 @@ class TradeLookup:
             codes, ids = self._assets
             names = columns if columns.inferred_type == "string" else columns.astype(str)
             unique, kept = _without_repeats(names, keep="first")
-            found = _original(unique.get_indexer(pd.Index(ids, dtype=object)), kept)
+            found = _original(unique.get_indexer(pd.Index(ids, dtype=unique.dtype)), kept)
             places = np.append(found, -1)[codes]  # one more entry for the number -1
             self._columns.append((columns, places))
         return places
@@ -144,6 +140,17 @@ def _remembered(known: list[tuple[pd.Index, _Places]], index: pd.Index) -> _Plac
         if other is index or other.equals(index):
             return places
     return None
+
+
+def _rows_of(index: pd.Index, dates: Any) -> _Places:
+    if isinstance(index, pd.DatetimeIndex) and dates.dtype == index.dtype and _rises(index):
+        return _engine.rows_of_times(index.asi8, dates.asi8, _UNITS_PER_DAY[index.unit])
+    unique, kept = _without_repeats(index, keep="last")
+    return _original(unique.get_indexer(pd.Index(dates)), kept)
+
+
+def _rises(index: pd.DatetimeIndex) -> bool:
+    return index.is_monotonic_increasing and index.is_unique and not index.hasnans
 
 
 def _without_repeats(

@@ -1,5 +1,6 @@
 #include "corvex/engine/metrics/benchmark_fit.hpp"
 #include "corvex/engine/metrics/holding_counts.hpp"
+#include "corvex/engine/metrics/table_cells.hpp"
 #include "corvex/engine/metrics/tail_risk.hpp"
 #include "corvex/engine/metrics/trade_figures.hpp"
 #include "corvex/engine/series/returns.hpp"
@@ -62,15 +63,43 @@ double mean_present(const InputArray<double>& values, const Marks& counted) {
     return engine::mean_present(bindings::as_span(values), as_span(counted));
 }
 
+engine::TableView view_of(const Table& table) {
+    const bool by_row = table.stride(1) == 1 || table.shape(1) == 1;
+    return {{table.data(), table.size()},
+            table.shape(0),
+            table.shape(1),
+            by_row ? engine::Layout::kRows : engine::Layout::kColumns};
+}
+
 nb::tuple holding_counts(const Table& weights) {
     engine::HoldingCounts counts;
     {
         const nb::gil_scoped_release released;
-        const bool by_date = weights.stride(1) == 1 || weights.shape(1) == 1;
-        counts = engine::holding_counts({weights.data(), weights.size()}, weights.shape(1),
-                                        by_date ? engine::Layout::kDates : engine::Layout::kAssets);
+        counts = engine::holding_counts(view_of(weights));
     }
     return nb::make_tuple(counts.mean, counts.largest);
+}
+
+OutputArray<std::int64_t> rows_of_times(const InputArray<std::int64_t>& dates,
+                                        const InputArray<std::int64_t>& times,
+                                        std::int64_t per_day) {
+    std::vector<std::int64_t> rows;
+    {
+        const nb::gil_scoped_release released;
+        rows = engine::rows_of_times(bindings::as_span(dates), bindings::as_span(times), per_day);
+    }
+    return to_numpy(std::move(rows));
+}
+
+OutputArray<double> table_cells(const Table& table, const InputArray<std::int64_t>& rows,
+                                const InputArray<std::int64_t>& columns) {
+    std::vector<double> cells;
+    {
+        const nb::gil_scoped_release released;
+        cells = engine::table_cells(view_of(table), bindings::as_span(rows),
+                                    bindings::as_span(columns));
+    }
+    return to_numpy(std::move(cells));
 }
 
 } // namespace
@@ -86,6 +115,10 @@ void bind_metrics(nb::module_& module) {
                "Mean of the values that are there and count.");
     module.def("holding_counts", &holding_counts, "weights"_a,
                "Mean and largest number of assets held at once.");
+    module.def("rows_of_times", &rows_of_times, "dates"_a, "times"_a, "per_day"_a,
+               "The row of each time among rising dates, -1 where it is none of them.");
+    module.def("table_cells", &table_cells, "table"_a, "rows"_a, "columns"_a,
+               "One value for each pair of a row and a column, NaN where either is negative.");
 }
 
 } // namespace corvex::bindings

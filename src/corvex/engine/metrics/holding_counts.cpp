@@ -4,7 +4,6 @@
 #include <cmath>
 #include <cstdint>
 #include <numeric>
-#include <stdexcept>
 #include <vector>
 
 namespace corvex::engine {
@@ -17,22 +16,22 @@ using Counts = std::vector<std::int64_t>;
 /// of width. NaN compares false with everything, so it needs no test of its own.
 std::int64_t held(double weight) { return static_cast<std::int64_t>(std::abs(weight) > 0.0); }
 
-Counts counts_by_date(std::span<const double> weights, std::size_t assets) {
-    Counts counts(weights.size() / assets);
-    for (std::size_t date = 0; date < counts.size(); ++date) {
-        for (const double weight : weights.subspan(date * assets, assets)) {
+Counts count_along_rows(const TableView& weights) {
+    Counts counts(weights.rows);
+    for (std::size_t date = 0; date < weights.rows; ++date) {
+        for (const double weight :
+             weights.values.subspan(date * weights.columns, weights.columns)) {
             counts[date] += held(weight);
         }
     }
     return counts;
 }
 
-Counts counts_by_asset(std::span<const double> weights, std::size_t assets) {
-    Counts counts(weights.size() / assets);
-    for (std::size_t asset = 0; asset < assets; ++asset) {
-        const std::span<const double> column =
-            weights.subspan(asset * counts.size(), counts.size());
-        for (std::size_t date = 0; date < counts.size(); ++date) {
+Counts count_along_columns(const TableView& weights) {
+    Counts counts(weights.rows);
+    for (std::size_t asset = 0; asset < weights.columns; ++asset) {
+        const auto column = weights.values.subspan(asset * weights.rows, weights.rows);
+        for (std::size_t date = 0; date < weights.rows; ++date) {
             counts[date] += held(column[date]);
         }
     }
@@ -41,15 +40,12 @@ Counts counts_by_asset(std::span<const double> weights, std::size_t assets) {
 
 } // namespace
 
-HoldingCounts holding_counts(std::span<const double> weights, std::size_t assets, Layout layout) {
-    if (assets == 0 || weights.empty()) {
+HoldingCounts holding_counts(const TableView& weights) {
+    if (weights.values.empty()) {
         return {};
     }
-    if (weights.size() % assets != 0) {
-        throw std::invalid_argument("weights must fill whole rows of assets");
-    }
-    const Counts counts = layout == Layout::kDates ? counts_by_date(weights, assets)
-                                                   : counts_by_asset(weights, assets);
+    const Counts counts =
+        weights.layout == Layout::kRows ? count_along_rows(weights) : count_along_columns(weights);
     const auto total = std::accumulate(counts.begin(), counts.end(), std::int64_t{0});
     return {static_cast<double>(total) / static_cast<double>(counts.size()),
             static_cast<std::size_t>(*std::max_element(counts.begin(), counts.end()))};

@@ -1,7 +1,8 @@
 #pragma once
 
+#include "corvex/engine/core/table.hpp"
+
 #include <cstddef>
-#include <span>
 
 namespace corvex::engine {
 
@@ -11,16 +12,7 @@ struct HoldingCounts {
     std::size_t largest = 0; ///< on one date
 };
 
-/// What lies side by side in the memory of a table.
-enum class Layout {
-    kDates,  ///< a date's weights
-    kAssets, ///< an asset's weights
-};
-
-/// @param weights  dates x assets; NaN and 0 = not held
-/// @param assets   columns of the table; a table without columns holds nothing
-/// @param layout   how the table lies in memory: either is read without a copy
-/// @throws std::invalid_argument when the weights do not fill whole rows
-HoldingCounts holding_counts(std::span<const double> weights, std::size_t assets, Layout layout);
+/// @param weights  dates x assets; NaN and 0 = not held. A table without assets holds nothing.
+HoldingCounts holding_counts(const TableView& weights);
 
 } // namespace corvex::engine

@@ -1,0 +1,89 @@
+#include "corvex/engine/metrics/table_cells.hpp"
+
+#include <algorithm>
+#include <cstddef>
+#include <limits>
+#include <stdexcept>
+
+namespace corvex::engine {
+
+namespace {
+
+/// Where each day begins among rising dates: a calendar that finds a date without a search, since
+/// most tables have one row a day.
+class DayRows {
+  public:
+    DayRows(std::span<const std::int64_t> dates, std::int64_t per_day)
+        : dates_(dates), per_day_(static_cast<std::uint64_t>(per_day)) {
+        if (dates.empty()) {
+            return;
+        }
+        first_row_.assign(day(dates.back()) + 2, dates.size());
+        for (std::size_t row = dates.size(); row-- > 0;) {
+            first_row_[day(dates[row])] = row;
+        }
+        // A day without a date begins where the next one does.
+        for (std::size_t at = first_row_.size() - 1; at-- > 0;) {
+            first_row_[at] = std::min(first_row_[at], first_row_[at + 1]);
+        }
+    }
+
+    [[nodiscard]] std::int64_t row(std::int64_t time) const {
+        if (dates_.empty() || time < dates_.front() || time > dates_.back()) {
+            return -1;
+        }
+        const std::size_t at = day(time);
+        const auto last = dates_.begin() + static_cast<std::ptrdiff_t>(first_row_[at + 1]);
+        const auto found = std::lower_bound(
+            dates_.begin() + static_cast<std::ptrdiff_t>(first_row_[at]), last, time);
+        return found != last && *found == time ? found - dates_.begin() : -1;
+    }
+
+  private:
+    /// Days from the first date on, each of them as long as a day but not begun at midnight.
+    [[nodiscard]] std::size_t day(std::int64_t time) const {
+        return static_cast<std::size_t>(
+            (static_cast<std::uint64_t>(time) - static_cast<std::uint64_t>(dates_.front())) /
+            per_day_);
+    }
+
+    std::span<const std::int64_t> dates_;
+    std::uint64_t per_day_;
+    std::vector<std::size_t> first_row_;
+};
+
+} // namespace
+
+std::vector<std::int64_t> rows_of_times(std::span<const std::int64_t> dates,
+                                        std::span<const std::int64_t> times, std::int64_t per_day) {
+    if (per_day <= 0) {
+        throw std::invalid_argument("a day must have a positive number of units");
+    }
+    const DayRows calendar(dates, per_day);
+    std::vector<std::int64_t> rows(times.size());
+    std::transform(times.begin(), times.end(), rows.begin(),
+                   [&](std::int64_t time) { return calendar.row(time); });
+    return rows;
+}
+
+std::vector<double> table_cells(const TableView& table, std::span<const std::int64_t> rows,
+                                std::span<const std::int64_t> columns) {
+    if (rows.size() != columns.size()) {
+        throw std::invalid_argument("there must be one row and one column for each cell");
+    }
+    std::vector<double> cells(rows.size(), std::numeric_limits<double>::quiet_NaN());
+    for (std::size_t cell = 0; cell < cells.size(); ++cell) {
+        if (rows[cell] < 0 || columns[cell] < 0) {
+            continue;
+        }
+        const auto row = static_cast<std::size_t>(rows[cell]);
+        const auto column = static_cast<std::size_t>(columns[cell]);
+        if (row >= table.rows || column >= table.columns) {
+            throw std::invalid_argument("a cell lies outside the table");
+        }
+        cells[cell] = table.at(row, column);
+    }
+    return cells;
+}
+
+} // namespace corvex::engine
