@@ -1,5 +1,7 @@
 #include "corvex/engine/metrics/holding_counts.hpp"
 
+#include "corvex/engine/core/lanes.hpp"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -16,6 +18,7 @@ using Counts = std::vector<std::int64_t>;
 /// of width. NaN compares false with everything, so it needs no test of its own.
 std::int64_t held(double weight) { return static_cast<std::int64_t>(std::abs(weight) > 0.0); }
 
+CORVEX_VECTOR_CLONES
 Counts count_along_rows(const TableView& weights) {
     Counts counts(weights.rows);
     for (std::size_t date = 0; date < weights.rows; ++date) {
@@ -27,6 +30,7 @@ Counts count_along_rows(const TableView& weights) {
     return counts;
 }
 
+CORVEX_VECTOR_CLONES
 Counts count_along_columns(const TableView& weights) {
     Counts counts(weights.rows);
     for (std::size_t asset = 0; asset < weights.columns; ++asset) {

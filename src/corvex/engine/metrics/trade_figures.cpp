@@ -1,107 +1,116 @@
 #include "corvex/engine/metrics/trade_figures.hpp"
 
-#include <array>
-#include <cmath>
+#include "corvex/engine/core/lanes.hpp"
+
+#include <algorithm>
+#include <cstddef>
 #include <stdexcept>
 
 namespace corvex::engine {
 
 namespace {
 
-/// Sums over some of the values.
+/// Sums over some of the values, four at a time; NaN adds nothing.
 struct Mean {
-    double count = 0.0;
-    double sum = 0.0;
+    Lanes count{};
+    Lanes total{};
 
-    void add(double value) {
-        const bool present = !std::isnan(value);
-        count += present ? 1.0 : 0.0;
-        sum += present ? value : 0.0;
-    }
-
-    Mean& operator+=(const Mean& other) {
-        count += other.count;
-        sum += other.sum;
-        return *this;
+    [[gnu::always_inline]] void add(const Lanes& value) {
+        const LaneMask present = value == value;
+        count += present ? Lanes{} + 1.0 : Lanes{};
+        total += present ? value : Lanes{};
     }
 };
 
 struct Outcomes {
-    double count = 0.0;
-    double won = 0.0;
-    double gains = 0.0;
-    double losses = 0.0;
+    Lanes count{};
+    Lanes won{};
+    Lanes gains{};
+    Lanes losses{};
 
-    void add(double value) {
-        count += std::isnan(value) ? 0.0 : 1.0;
-        won += value > 0.0 ? 1.0 : 0.0;
-        gains += value > 0.0 ? value : 0.0;
-        losses -= value < 0.0 ? value : 0.0;
-    }
-
-    Outcomes& operator+=(const Outcomes& other) {
-        count += other.count;
-        won += other.won;
-        gains += other.gains;
-        losses += other.losses;
-        return *this;
+    [[gnu::always_inline]] void add(const Lanes& value) {
+        count += value == value ? Lanes{} + 1.0 : Lanes{};
+        won += value > 0.0 ? Lanes{} + 1.0 : Lanes{};
+        gains += value > 0.0 ? value : Lanes{};
+        losses -= value < 0.0 ? value : Lanes{};
     }
 };
 
-/// Every fourth value goes to the same part: four sums that do not wait for each other.
-constexpr std::size_t kParts = 4;
-
-template <typename Sums, typename ValueAt>
-Sums sum_of(std::size_t size, ValueAt value_at) {
-    std::array<Sums, kParts> parts;
-    std::size_t row = 0;
-    for (; row + kParts <= size; row += kParts) {
-        for (std::size_t part = 0; part < kParts; ++part) {
-            parts[part].add(value_at(row + part));
+/// Four values from `row` on, NaN for those that do not count or lie beyond the last.
+[[gnu::always_inline]] inline void load_counted(std::span<const double> values,
+                                                std::span<const bool> counted, std::size_t row,
+                                                Lanes& to) {
+    to = Lanes{} + TradeFigures::kUndefined;
+    for (std::size_t lane = 0; lane < std::min(kLanes, values.size() - row); ++lane) {
+        if (counted.empty() || counted[row + lane]) {
+            to[lane] = values[row + lane];
         }
     }
-    for (; row < size; ++row) {
-        parts[0].add(value_at(row));
-    }
-    for (std::size_t part = 1; part < kParts; ++part) {
-        parts[0] += parts[part];
-    }
-    return parts[0];
 }
 
 template <typename Sums>
-Sums sum_counted(std::span<const double> values, std::span<const bool> counted) {
-    if (counted.empty()) {
-        return sum_of<Sums>(values.size(), [&](std::size_t row) { return values[row]; });
+[[gnu::always_inline]] inline Sums sum_of(std::span<const double> values,
+                                          std::span<const bool> counted) {
+    Sums sums;
+    Lanes value;
+    std::size_t row = 0;
+    for (; row + kLanes <= values.size(); row += kLanes) {
+        load(&values[row], value);
+        if (!counted.empty()) {
+            const LaneMask kept{counted[row], counted[row + 1], counted[row + 2], counted[row + 3]};
+            value = kept != 0 ? value : Lanes{} + TradeFigures::kUndefined;
+        }
+        sums.add(value);
     }
-    if (counted.size() != values.size()) {
+    if (row < values.size()) {
+        load_counted(values, counted, row, value);
+        sums.add(value);
+    }
+    return sums;
+}
+
+CORVEX_VECTOR_CLONES
+Mean mean_of(std::span<const double> values, std::span<const bool> counted) {
+    return sum_of<Mean>(values, counted);
+}
+
+CORVEX_VECTOR_CLONES
+Outcomes outcomes_of(std::span<const double> values, std::span<const bool> counted) {
+    return sum_of<Outcomes>(values, counted);
+}
+
+void check_marks(std::span<const double> values, std::span<const bool> counted) {
+    if (!counted.empty() && counted.size() != values.size()) {
         throw std::invalid_argument(
             "there must be one mark for each trade that tells if it counts");
     }
-    return sum_of<Sums>(values.size(), [&](std::size_t row) {
-        return counted[row] ? values[row] : TradeFigures::kUndefined;
-    });
 }
 
 } // namespace
 
 TradeFigures trade_figures(std::span<const double> returns, std::span<const bool> counted) {
-    const auto sum = sum_counted<Outcomes>(returns, counted);
+    check_marks(returns, counted);
+    const Outcomes outcomes = outcomes_of(returns, counted);
+    const double count = sum(outcomes.count);
+    const double gains = sum(outcomes.gains);
+    const double losses = sum(outcomes.losses);
     TradeFigures figures;
-    figures.count = static_cast<std::size_t>(sum.count);
-    if (figures.count > 0) {
-        figures.win_rate = sum.won / sum.count;
-        figures.expectancy = (sum.gains - sum.losses) / sum.count;
+    figures.count = static_cast<std::size_t>(count);
+    if (count > 0.0) {
+        figures.win_rate = sum(outcomes.won) / count;
+        figures.expectancy = (gains - losses) / count;
     }
-    if (sum.losses > 0.0) {
-        figures.profit_factor = sum.gains / sum.losses;
+    if (losses > 0.0) {
+        figures.profit_factor = gains / losses;
     }
     return figures;
 }
 
 double mean_present(std::span<const double> values, std::span<const bool> counted) {
-    const auto mean = sum_counted<Mean>(values, counted);
-    return mean.count > 0.0 ? mean.sum / mean.count : TradeFigures::kUndefined;
+    check_marks(values, counted);
+    const Mean mean = mean_of(values, counted);
+    const double count = sum(mean.count);
+    return count > 0.0 ? sum(mean.total) / count : TradeFigures::kUndefined;
 }
 
 } // namespace corvex::engine
