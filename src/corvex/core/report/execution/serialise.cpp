@@ -6,6 +6,7 @@
 #include "corvex/core/report/execution/plain_number.hpp"
 #include "corvex/core/report/execution/resample.hpp"
 #include "corvex/core/report/execution/signal_dates.hpp"
+#include "corvex/core/report/execution/type_check.hpp"
 #include "corvex/core/report/module_globals.hpp"
 
 namespace corvex::report {
@@ -138,14 +139,6 @@ nb::object to_legacy_position_info2(const Call& call) {
     return record;
 }
 
-void require_execution(nb::handle value, const nb::object& where, const char* accepted) {
-    if (!pyglue::is_instance(value, global("ReportExecution"))) {
-        pyglue::raise(PyExc_ValueError,
-                      pyglue::concat({where, text(" should be "), text(accepted), text(", got "),
-                                      pyglue::formatted(value.type())}));
-    }
-}
-
 /// One record by its method, or a dictionary of named ones.
 nb::object written(nb::handle execution, const char* method) {
     if (!PyDict_Check(execution.ptr())) {
@@ -156,9 +149,7 @@ nb::object written(nb::handle execution, const char* method) {
     pyglue::for_each(execution.attr("items")(), [&](const nb::object& item) {
         const nb::object key = item[0];
         const nb::object value = item[1];
-        require_execution(value,
-                          pyglue::concat({text("execution["), pyglue::formatted(key), text("]")}),
-                          "ReportExecution");
+        require_execution(value, execution_item(key), "ReportExecution");
         records[key] = value.attr(method)();
         return true;
     });

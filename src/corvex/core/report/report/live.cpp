@@ -1,5 +1,6 @@
 #include "corvex/core/report/report/live.hpp"
 
+#include "corvex/core/report/execution/type_check.hpp"
 #include "corvex/core/report/module_globals.hpp"
 
 namespace corvex::report {
@@ -7,7 +8,6 @@ namespace corvex::report {
 namespace {
 
 using pyglue::Call;
-using pyglue::concat;
 using pyglue::FunctionSpec;
 using pyglue::Parameter;
 using pyglue::text;
@@ -26,28 +26,19 @@ nb::object get_execution(const Call& call) {
         .attr("from_report")(call.self(), nb::arg("total_weight") = 1.0);
 }
 
-void require_execution(nb::handle value, const nb::object& where, const char* accepted) {
-    if (!pyglue::is_instance(value, global("ReportExecution"))) {
-        pyglue::raise(PyExc_ValueError,
-                      concat({where, text(accepted), pyglue::formatted(value.type())}));
-    }
-}
-
 nb::object set_execution(const Call& call) {
     const nb::handle self = call.self();
     const nb::handle value = call[1];
     if (PyDict_Check(value.ptr())) {
         pyglue::for_each(value.attr("items")(), [](const nb::object& item) {
             const nb::object key = item[0];
-            require_execution(item[1],
-                              concat({text("execution["), pyglue::formatted(key), text("]")}),
-                              " should be ReportExecution, got ");
+            require_execution(item[1], execution_item(key), "ReportExecution");
             return true;
         });
         self.attr("_execution_override") = value;
         return nb::none();
     }
-    require_execution(value, text("execution"), " should be ReportExecution or dict, got ");
+    require_execution(value, text("execution"), "ReportExecution or dict");
     self.attr("_execution_override") = value;
     for (const char* name : {"weights", "next_weights", "actions", "resample", "next_trading_date",
                              "trade_at", "market", "stop_loss", "take_profit", "trail_stop"}) {
