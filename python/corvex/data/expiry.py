@@ -130,23 +130,48 @@ def expiry_of(
     datetime
         UTC. Daily: the close of the next session. Weekly, monthly and longer: the last close of
         the next period. Intraday: one bar after the next bar's stamp, when that bar is finished
-        whether its stamp is its start or its end.
+        whether its stamp is its start or its end. Where the calendar's records end, weekdays count
+        as sessions that close at midnight UTC.
     """
-    from corvex.markets.bars import infer_freq, is_intraday, usual_gap
+    from corvex.markets.bars import infer_freq
+    from corvex.markets.calendars import CalendarRangeError
 
     freq = infer_freq(index)
+    try:
+        return _utc(_calendar_expiry(index, market, as_of, freq))
+    except CalendarRangeError:
+        return _utc(_weekday_expiry(market.session_date(index[-1]), freq))
+
+
+def _calendar_expiry(
+    index: pd.DatetimeIndex, market: Market, as_of: datetime.datetime, freq: str
+) -> pd.Timestamp:
+    from corvex.markets.bars import is_intraday, usual_gap
+
     last = pd.Timestamp(index[-1])
     if is_intraday(freq):
         bar = market.next_bar(index) + usual_gap(index)
-        return _utc(bar.tz_localize(market.tz) if bar.tzinfo is None else bar)
+        return bar.tz_localize(market.tz) if bar.tzinfo is None else bar
     close = market.market_close_at_timestamp(last)
     if as_of < close:
-        return _utc(close)
+        return close
     date = market.session_date(last)
     if freq == "D":
-        return _utc(market.market_close_at_timestamp(market.next_session(date)))
-    period_end = pd.tseries.frequencies.to_offset(freq).rollforward(date + pd.Timedelta(days=1))
-    return _utc(market.market_close_at_timestamp(period_end))
+        return market.market_close_at_timestamp(market.next_session(date))
+    return market.market_close_at_timestamp(_period_end(date, freq))
+
+
+def _weekday_expiry(date: pd.Timestamp, freq: str) -> pd.Timestamp:
+    """The same where no holidays are recorded: weekdays are sessions, to midnight UTC."""
+    from corvex.markets.bars import is_intraday
+
+    daily = freq == "D" or is_intraday(freq)
+    last = date + pd.offsets.BDay() if daily else _period_end(date, freq)
+    return (last + pd.Timedelta(days=1)).tz_localize("UTC")
+
+
+def _period_end(date: pd.Timestamp, freq: str) -> pd.Timestamp:
+    return pd.tseries.frequencies.to_offset(freq).rollforward(date + pd.Timedelta(days=1))
 
 
 def _judge(

@@ -7,6 +7,7 @@ import pandas as pd
 import pytest
 
 import corvex
+from corvex.market import Market
 
 YEAR = pd.bdate_range("2023-01-02", "2024-01-31")
 
@@ -153,3 +154,21 @@ def test_the_same_moments_written_in_two_zones():
 def test_schedules_that_cannot_be(options, message):
     with pytest.raises(ValueError, match=message):
         signal_dates(YEAR[:9], **options)
+
+
+def test_weekdays_are_sessions_where_the_calendar_ends(caplog):
+    class Shanghai(Market):
+        calendar_name = "XSHG"  # its holidays are known for a year or two ahead
+
+        def get_name(self):
+            return "shanghai"
+
+    friday = pd.Timestamp("2041-01-04")
+    for index, following in (
+        (pd.bdate_range(end=friday, periods=9), "2041-01-07"),
+        (pd.date_range(end=friday, periods=9), "2041-01-05"),
+    ):
+        prices = pd.DataFrame({"AAA": 1.0}, index)
+        report = corvex.simulate(prices, prices, market=Shanghai())
+        assert report.next_trading_date == pd.Timestamp(following)
+    assert "weekdays are taken for sessions" in caplog.text
