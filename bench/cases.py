@@ -124,6 +124,7 @@ METRICS = "get_metrics(), all 44"
 SIMULATE = "corvex.simulate"
 PAYLOAD = "payload, last 500 trades"
 PAGE = "to_html, second call"
+FIRST_CHART, ALL_TABLES = "ten years: first chart", "ten years: all tables"
 SMALL, MIDDLE, LARGE = "50x2520", "500x2520", "2000x5000"
 
 CASES = [
@@ -198,6 +199,13 @@ CASES = [
         traded_curve,
         (PAGE,),
         (Goal(PAGE, "quantstats", 20),),
+    ),
+    Case(
+        "interactive",
+        "the page in Chromium, from the click to the screen (new browsers)",
+        ("corvex",),
+        traded_curve,
+        limits={FIRST_CHART: 1.0, ALL_TABLES: 1.0},
     ),
     Case(
         "agree",

@@ -27,7 +27,8 @@ SCRIPTS = {"corvex": "corvex_itself.py"}
 Row = dict[str, Any]
 
 
-def run_contestant(name: str, case: str, data: Path) -> list[Row]:
+def run_contestant(name: str, case: str, data: Path) -> list[Row] | None:
+    """Return a row for each entry, none where something it needs is not there; None on failure."""
     script = HERE / "contestants" / SCRIPTS.get(name, f"peer_{name}.py")
     command = [environments.interpreter(name), "-W", "ignore", script, case, data]
     done = subprocess.run(
@@ -39,21 +40,20 @@ def run_contestant(name: str, case: str, data: Path) -> list[Row]:
     )
     if done.returncode:
         print(f"{name} failed on {case}", file=sys.stderr)
-        return []
+        return None
     result = json.loads(done.stdout.splitlines()[-1])
     return [{"contestant": name, "version": result["version"], **e} for e in result["entries"]]
 
 
-def run_case(case: Case, variant: str) -> list[Row]:
+def run_case(case: Case, variant: str) -> tuple[list[Row], bool]:
+    """Return the rows of all contestants, and whether one of them failed."""
     folder = BUILD / "bench-data"
     folder.mkdir(parents=True, exist_ok=True)
     data = folder / f"{' '.join([case.name, variant]).strip().replace(' ', '-')}.npz"
     case.prepare(data, variant)
-    rows = []
-    for name in case.contestants:
-        rows += run_contestant(name, case.name, data)
+    found = [run_contestant(name, case.name, data) for name in case.contestants]
     data.unlink()
-    return rows
+    return [row for rows in found if rows for row in rows], None in found
 
 
 def seconds(value: float) -> str:
@@ -131,10 +131,10 @@ def main() -> None:
         if chosen and case.name not in chosen:
             continue
         for variant in case.variants:
-            rows = run_case(case, variant)
+            rows, has_failed = run_case(case, variant)
             if rows:
                 show(case, variant, rows)
-            failed |= {r["contestant"] for r in rows} != set(case.contestants)
+            failed |= has_failed
             results.append({"case": case.name, "variant": variant, "rows": rows})
     target = BUILD / "bench.json"
     partial = target.with_suffix(".part")

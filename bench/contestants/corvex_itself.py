@@ -2,9 +2,11 @@
 
 from __future__ import annotations
 
+import sys
 import tempfile
 from pathlib import Path
 
+import browser
 from common import (
     Entry,
     load,
@@ -12,6 +14,7 @@ from common import (
     price_series,
     price_table,
     signal_rows,
+    summary,
     time_call,
     time_import,
     time_processes,
@@ -68,11 +71,11 @@ SHARED_FIGURES = (
 )
 
 
-def metrics(data: Path) -> list[Entry]:
+def traded_report(data: Path):
+    """Ten years with a benchmark, weights of 100 assets and 10,000 trades."""
     import pandas as pd
 
     import corvex
-    from corvex.core.metrics import Metrics
     from corvex.markets import get_market_by_name
 
     arrays = load(data)
@@ -94,6 +97,13 @@ def metrics(data: Path) -> list[Entry]:
             "mfe": arrays["mfe"],
         }
     )
+    return report
+
+
+def metrics(data: Path) -> list[Entry]:
+    from corvex.core.metrics import Metrics
+
+    report = traded_report(data)
 
     def anew() -> Metrics:  # nothing of the call before may help
         report.__dict__.pop("metrics", None)
@@ -183,7 +193,6 @@ def agree(data: Path) -> list[Entry]:
 def payload(_data: Path) -> list[Entry]:
     """The whole payload, its size, and the share of each step."""
     import json
-    import sys
 
     import numpy as np
     import pandas as pd
@@ -263,6 +272,35 @@ def page(data: Path) -> list[Entry]:
     return [second, first, compressing]
 
 
+# What a reader waits for, by an element that is there when it has come.
+MILESTONES = {
+    "headline figures": "#summary",
+    "first chart": "#equity .chart[data-drawn]",
+    "all tables": "#statistics",
+    "all charts": "body[data-ready]",
+}
+
+
+def interactive(data: Path) -> list[Entry]:
+    from corvex.cli.console import Steps
+    from corvex.cli.demo import STEPS, run_demo
+
+    lacking = browser.missing()
+    if lacking:
+        print(f"  {lacking}: no page was opened, so nothing is known", file=sys.stderr)
+        return []
+    reports = {"ten years": traded_report(data), "demo": run_demo(Steps(STEPS))}
+    entries = []
+    with tempfile.TemporaryDirectory() as folder:
+        for name, report in reports.items():
+            path = Path(folder) / "page.html"
+            report.to_html(path)
+            print(f"  {name}: {path.stat().st_size / 1000:.0f} kB", file=sys.stderr)
+            times = browser.time_page(path, MILESTONES, runs=10)
+            entries += [summary(f"{name}: {what}", sample) for what, sample in times.items()]
+    return entries
+
+
 def imports(_data: Path) -> list[Entry]:
     return [time_import("import corvex.core.report", "corvex.core.report")]
 
@@ -278,6 +316,7 @@ main(
         "payload": payload,
         "simulate": simulate,
         "page": page,
+        "interactive": interactive,
         "agree": agree,
     },
 )
