@@ -39,7 +39,9 @@ def test_what_is_called_stays_with_what_stands_beside_it():
     modules = re.findall(r"var (\w+)=W\(", cut)
     # A call in a text counts: it keeps more than needed, never less.
     assert modules == ["core", "text", "more", "map", "heat_", "heat", "heat_b", "entry"]
-    assert "function mix(){}" in cut
+    # What nothing stands beside is marked to be run at once.
+    assert "var more=W(((e,t)=>{}));" in cut
+    assert "var text=W((e,t)=>{});function mix(){}var of={};" in cut
     assert ".register([heat(),])" in cut
     assert cut.endswith("return entry();})();")
 

@@ -8,6 +8,7 @@ chart stands.
 from __future__ import annotations
 
 import re
+from collections import Counter
 from collections.abc import Collection
 from itertools import pairwise
 
@@ -59,14 +60,27 @@ def without_unused(script: str, kinds: Collection[str]) -> str:
         return script
     calls = "".join(f"{name}()," for name in kept)
     parts[-1] = parts[-1].replace(lists[0][0], f".register([{calls}])")
-    needed = _reached(parts, home)
-    return "".join(part for at, part in enumerate(parts) if at in needed)
+    needed = sorted(_reached(parts, home))
+    alone = Counter(home.values())
+    return "".join(
+        _run_at_once(parts[at], wrapper[1]) if alone[at] == 1 else parts[at] for at in needed
+    )
 
 
 def _parts(script: str, wrapper: str) -> list[str]:
     """Cut the script before each wrapped module; what follows a module stays with it."""
     starts = [m.end() for m in re.finditer(rf";(?=var [\w$]+={re.escape(wrapper)}\()", script)]
     return [script[start:end] for start, end in pairwise([0, *starts, len(script)])]
+
+
+def _run_at_once(part: str, wrapper: str) -> str:
+    """Put the function of a module with nothing beside it in parentheses.
+
+    Nearly all modules that are kept run at the start. A browser parses such a function once; one
+    without parentheses it reads over first, and parses when it is called.
+    """
+    module = re.fullmatch(rf"(var [\w$]+={re.escape(wrapper)}\()(.*\}})(\);)", part, re.DOTALL)
+    return f"{module[1]}({module[2]}){module[3]}" if module else part
 
 
 def _kind(name: str, parts: list[str], home: dict[str, int]) -> str | None:

@@ -23,7 +23,7 @@ _KINDS = ("bar", "heatmap")
 # Base 85 carries 4 bytes in 5 characters where base64 needs 5.33; its "<", ">" and "&" would have
 # to be escaped in HTML, so three characters that it does not use stand in for them.
 _HTML_SAFE = str.maketrans("<>&", ",.:")
-_FORM = 3  # of the kept file: raised when this module writes it in another way
+_FORM = 4  # of the kept file: raised when this module writes it in another way
 _PLAIN = "plotly/package_data/plotly.min.js"
 
 # The script stands inside two arrow functions, which Chromium parses once more for each level
