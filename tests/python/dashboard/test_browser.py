@@ -232,7 +232,11 @@ def test_print_is_light_and_fits_the_sheet(open_page, simulated):
     sheet = page.pdf(format="A4", print_background=True)
     assert sheet.startswith(b"%PDF")
     assert page.evaluate("window.wide") <= 680
+    note = page.get_by_text("In print, rows 1 to 25 of")
+    assert note.count() == 1
+    assert note.is_hidden()
     page.emulate_media(media="print")
+    assert note.is_visible()
     assert page.evaluate("getComputedStyle(document.body).backgroundColor") == "rgb(255, 255, 255)"
 
 

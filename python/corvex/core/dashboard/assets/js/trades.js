@@ -68,7 +68,9 @@ export function renderTrades(series) {
     state.page = Math.min(Math.max(state.page, 0), pages - 1);
     replaceContent(status, t("found", { count: whole(order.length), all: whole(book.count) }));
     const from = state.page * state.rows;
-    replaceContent(place, tradeTable(columns, order.slice(from, from + state.rows), state, show, choose), pager(pages, state, show));
+    const to = Math.min(from + state.rows, order.length);
+    replaceContent(place, tradeTable(columns, order.slice(from, to), state, show, choose), pager(pages, state, show),
+      to - from < order.length ? printedRows(from + 1, to, order.length) : null);
   };
   const choose = (i) => {
     state.chosen = state.chosen === i ? null : i;
@@ -167,6 +169,9 @@ function pager(pages, state, show) {
   return el("nav", { class: "pager", "aria-label": t("s_trades") }, go(-1, t("previous"), state.page === 0),
     el("span", {}, told), go(1, t("next"), state.page >= pages - 1));
 }
+
+const printedRows = (from, to, count) => el("p", { class: "note printed" },
+  t("found_printed", { from: whole(from), to: whole(to), count: whole(count) }));
 
 function download(book, columns, rows) {
   // A spreadsheet would take a text that starts like this for a formula.
