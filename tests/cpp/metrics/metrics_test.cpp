@@ -1,8 +1,6 @@
-#include "corvex/engine/metrics/benchmark_fit.hpp"
 #include "corvex/engine/metrics/holding_counts.hpp"
 #include "corvex/engine/metrics/table_cells.hpp"
 #include "corvex/engine/metrics/tail_risk.hpp"
-#include "corvex/engine/metrics/trade_figures.hpp"
 
 #include <gtest/gtest.h>
 
@@ -16,18 +14,6 @@ namespace {
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
-TEST(TailRisk, InterpolatesBetweenTheOrderedReturns) {
-    // 0.01 to 0.31 in disorder with a hole: the 5 % quantile lies halfway between rank 1 and 2.
-    std::vector<double> returns{kNaN};
-    for (int i = 0; i < 31; ++i) {
-        returns.push_back(0.01 * ((i * 7) % 31 + 1));
-    }
-    const TailRisk found = tail_risk(returns, 0.05);
-    EXPECT_NEAR(found.value_at_risk, 0.025, 1e-15);
-    EXPECT_NEAR(found.expected_shortfall, 0.015, 1e-15);
-    EXPECT_NEAR(found.tail_ratio, 0.295 / 0.025, 1e-12);
-}
-
 TEST(TailRisk, OfFewOrNoReturns) {
     EXPECT_TRUE(std::isnan(tail_risk(std::vector{kNaN}, 0.05).value_at_risk));
     const TailRisk one = tail_risk(std::vector{-0.02}, 0.05);
@@ -36,35 +22,6 @@ TEST(TailRisk, OfFewOrNoReturns) {
     EXPECT_EQ(one.tail_ratio, 1.0);
     EXPECT_TRUE(std::isnan(tail_risk(std::vector{0.0, 0.0}, 0.05).tail_ratio));
     EXPECT_THROW(tail_risk(std::vector{0.0}, 0.5), std::invalid_argument);
-}
-
-TEST(BenchmarkFit, FindsTheLineThatTheReturnsLieOn) {
-    std::vector<double> strategy{1.0};
-    std::vector<double> benchmark{50.0};
-    for (const double step : {0.01, -0.02, 0.03, 0.005}) {
-        benchmark.push_back(benchmark.back() * (1.0 + step));
-        strategy.push_back(strategy.back() * (1.0 + 0.001 + 1.5 * step));
-    }
-    benchmark.push_back(kNaN); // without a benchmark a return does not count
-    strategy.push_back(99.0);
-    const BenchmarkFit fit = benchmark_fit(strategy, benchmark, 252.0);
-    EXPECT_EQ(fit.pairs, 4U);
-    EXPECT_NEAR(fit.beta, 1.5, 1e-12);
-    EXPECT_NEAR(fit.alpha, std::pow(1.001, 252.0) - 1.0, 1e-12);
-    const std::vector<double> still(strategy.size(), 3.0);
-    EXPECT_TRUE(std::isnan(benchmark_fit(strategy, still, 252.0).beta));
-    EXPECT_THROW(benchmark_fit(strategy, std::vector{1.0}, 252.0), std::invalid_argument);
-}
-
-TEST(TradeFigures, LeaveOpenTradesOut) {
-    const TradeFigures figures = trade_figures(std::vector{0.1, kNaN, -0.2, 0.0});
-    EXPECT_EQ(figures.count, 3U);
-    EXPECT_DOUBLE_EQ(figures.win_rate, 1.0 / 3.0);
-    EXPECT_NEAR(figures.expectancy, -0.1 / 3.0, 1e-15);
-    EXPECT_NEAR(figures.profit_factor, 0.5, 1e-15);
-    EXPECT_TRUE(std::isnan(trade_figures(std::vector{0.1}).profit_factor));
-    EXPECT_EQ(trade_figures({}).win_rate, 0.0);
-    EXPECT_TRUE(std::isnan(trade_figures({}).expectancy));
 }
 
 TEST(HoldingCounts, CountBothSidesAndNoHoles) {

@@ -1,4 +1,5 @@
 #include "corvex/engine/statistics/figure_list.hpp"
+#include "corvex/engine/statistics/moments.hpp"
 #include "corvex/engine/statistics/record.hpp"
 
 #include <gtest/gtest.h>
@@ -13,30 +14,8 @@ namespace corvex::engine {
 namespace {
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-constexpr Nanos kHour = 3600 * kNanosPerSecond;
 
 Nanos at(int year, int month, int day) { return day_from_civil(year, month, day) * kNanosPerDay; }
-
-TEST(PerformanceRecord, OfAnHourlyCurveKeepsTheFirstDay) {
-    // Half is lost on the first day, nothing afterwards.
-    const Nanos monday = at(2024, 1, 1);
-    std::vector<Nanos> times;
-    std::vector<double> values;
-    for (int day = 0; day < 3; ++day) {
-        for (int hour = 9; hour < 13; ++hour) {
-            times.push_back(monday + day * kNanosPerDay + hour * kHour);
-            values.push_back(day == 0 ? 100.0 - 50.0 * (hour - 9) / 3.0 : 50.0);
-        }
-    }
-    const PerformanceRecord record = performance_record(values, times, 0.0);
-    EXPECT_EQ(record.convention.bar, Bar::kIntraday);
-    EXPECT_NEAR(record.daily.worst, -0.5, 1e-15);
-    EXPECT_NEAR(record.daily.mean, -0.5 / 3 * 252, 1e-12);
-    EXPECT_NEAR(record.total_return, -0.5, 1e-15);
-    const double years = (2.0 + 3.0 / 24.0) / 365.25;
-    EXPECT_NEAR(record.cagr, std::pow(0.5, 1 / years) - 1, 1e-12);
-    EXPECT_NEAR(record.avg_drawdown_days, 2.0 + 2.0 / 24.0, 1e-12);
-}
 
 TEST(PerformanceRecord, CountsMonthsAndYears) {
     // Month ends of 2023 and 2024: up a tenth in odd months, down a tenth in even ones.
@@ -69,6 +48,15 @@ TEST(PerformanceRecord, OfTooFewValuesIsUndefined) {
     EXPECT_EQ(performance_record(one_value, times, 0.0).first_row, 1U);
     EXPECT_THROW(performance_record(one_value, {}, 0.0), std::invalid_argument);
     EXPECT_THROW(performance_record(one_value, times, 0.0, -1), std::invalid_argument);
+}
+
+TEST(Moments, LeaveUndefinedWhatTooFewReturnsCannotTell) {
+    const Moments one = moments(std::vector<double>{0.01}, 0.0);
+    EXPECT_EQ(one.mean, 0.01);
+    EXPECT_TRUE(std::isnan(one.deviation));
+    EXPECT_TRUE(std::isnan(moments(std::vector<double>{0.01, 0.02}, 0.0).skew));
+    EXPECT_TRUE(std::isnan(moments(std::vector<double>{0.01, 0.02, 0.03}, 0.0).kurt));
+    EXPECT_EQ(moments(std::vector<double>{kNaN}, 0.0).count, 0U);
 }
 
 } // namespace

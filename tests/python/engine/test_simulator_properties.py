@@ -1,13 +1,10 @@
-"""Identities that hold on every input, and the engine's promises about time, memory and types."""
+"""Identities that hold on every input, and the engine's promises about memory and types."""
 
 from __future__ import annotations
-
-from dataclasses import replace
 
 import numpy as np
 import pytest
 from hypothesis import given
-from hypothesis import strategies as st
 
 from corvex import _engine
 
@@ -49,46 +46,6 @@ def test_accounts_balance(case):
     assert (trades["days_in_profit"][filled] <= trades["period"][filled] + 1).all()
     closed = trades["exit_session"] >= 0
     assert all(np.isfinite(column[closed]).all() for column in trades.values())
-
-
-@RANDOM
-@given(cases(shorts=False))
-def test_cash_of_long_portfolios_is_never_negative(case):
-    result = run_engine(case)
-    assert result["cash"].min() >= 0
-
-
-@RANDOM
-@given(cases(gaps=False), st.integers(0, 2**32 - 1), st.floats(0, 1))
-def test_the_future_leaves_the_past_unchanged(case, seed, share):
-    rng = np.random.default_rng(seed)
-    now = int(share * len(case.close))
-    changed = {
-        name: table.copy()
-        for name in ("close", "fill", "open", "high", "low")
-        if (table := getattr(case, name)) is not None
-    }
-    for table in changed.values():
-        rng.shuffle(table[now:])
-    target = case.target.copy()
-    later = np.array(case.signal) >= now
-    target[later] = rng.permutation(target[later])
-    before, after = run_engine(case), run_engine(replace(case, target=target, **changed))
-    rows = max(0, now - case.first)
-    for name in ("equity", "cash", "position", "fees", "traded"):
-        assert np.array_equal(before[name][:rows], after[name][:rows])
-    past = [
-        np.column_stack([t[k][(t["exit_session"] >= 0) & (t["exit_session"] < now)] for k in t])
-        for t in (before["trades"], after["trades"])
-    ]
-    assert np.array_equal(*past)
-
-
-def test_an_always_held_asset_without_costs_is_the_curve():
-    close = np.exp(np.random.default_rng(1).normal(0, 0.02, (500, 1)).cumsum(axis=0))
-    signals = np.arange(-1, 499, 7)
-    result = _engine.simulate(close=close, target=np.ones((72, 1)), signal_session=signals)
-    np.testing.assert_allclose(result["equity"], close[:, 0] / close[0, 0], rtol=1e-12)
 
 
 def test_curve_of_one_asset_is_the_product_of_its_trades():

@@ -17,7 +17,7 @@ STOPS = st.sampled_from([np.inf, 0.02, 0.1])
 
 
 @st.composite
-def cases(draw, shorts=True, gaps=True):
+def cases(draw, gaps=True):
     rng = np.random.default_rng(draw(st.integers(0, 2**32 - 1)))
     sessions, assets = draw(st.integers(2, 40)), draw(st.integers(1, 9))
     volatility = draw(st.sampled_from([0.01, 0.05, 0.3]))
@@ -43,13 +43,11 @@ def cases(draw, shorts=True, gaps=True):
     signal = np.sort(rng.choice(np.arange(first, sessions), draw(st.integers(1, 8))))
     if first == 0 and rng.random() < 0.3:
         signal[0] = -1
-    target = (
-        rng.normal(0.3, 1, (len(signal), assets)) if shorts else rng.random((len(signal), assets))
-    )
+    target = rng.normal(0.3, 1, (len(signal), assets))
     target[rng.random(target.shape) < 0.4] = 0.0
     gross = np.abs(target).sum(axis=1, keepdims=True)
     target *= draw(st.sampled_from([0.6, 1.0])) / np.where(gross == 0, 1, gross)
-    if shorts and draw(st.integers(0, 4)) == 0:
+    if draw(st.integers(0, 4)) == 0:
         target *= 3
     fee, tax, slippage = draw(COSTS)
     touched = draw(st.booleans())

@@ -18,16 +18,26 @@ def figures(prices: pd.Series) -> dict[str, float]:
     return prices.calc_stats().stats.drop(["start", "end"]).to_dict()
 
 
+DAYS = pd.date_range("2024-01-01", periods=70)  # from a Monday on
+WORKDAYS = pd.bdate_range(DAYS[0], DAYS[-1])
+
+
 @pytest.mark.parametrize(
     ("dates", "bar", "periods"),
     [
-        (pd.bdate_range("2024-01-01", periods=500), "daily", 252),
-        (pd.bdate_range("2024-01-05", periods=2), "daily", 252),
-        (pd.date_range("2024-01-01", periods=500), "daily", 365),
-        (pd.date_range("2024-01-04", periods=11), "daily", 365),
+        (WORKDAYS, "daily", 252),
+        (WORKDAYS.union(DAYS[[33]]), "daily", 252),  # one Saturday
+        (WORKDAYS.delete(range(3, 40)), "daily", 252),
+        (DAYS[[4, 7]], "daily", 252),  # a Friday and a Monday
+        (DAYS, "daily", 365),
+        (DAYS[[5, 6]], "daily", 365),
+        (DAYS[np.arange(70) % 3 != 1], "daily", 365),
         (pd.date_range("2024-01-01", periods=500, freq="h"), "intraday", 365),
-        (pd.date_range("2024-01-01", periods=50, freq="W"), "weekly", 52),
+        (WORKDAYS.union(WORKDAYS + pd.Timedelta(hours=3)), "intraday", 252),
+        (DAYS[[0, 7, 14, 22, 28]], "weekly", 52),
         (pd.date_range("2024-01-01", periods=50, freq="MS"), "monthly", 12),
+        (pd.date_range("2024-01-01", periods=5, freq="QE"), "quarterly", 4),
+        (pd.date_range("2020-01-01", periods=3, freq="YE"), "yearly", 1),
     ],
 )
 def test_convention_is_told_by_the_dates_and_said(dates, bar, periods):

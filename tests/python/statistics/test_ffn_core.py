@@ -121,15 +121,17 @@ def test_curves_seen_at_other_frequencies(prices):
 
 
 def test_largest_drawdowns_by_hand():
-    dates = pd.bdate_range("2024-01-01", periods=9)
-    values = [8.0, 10, 5, 10, 12, 9, 12, np.nan, 3]
+    dates = pd.bdate_range("2024-01-01", periods=10)
+    values = [8.0, 10, 5, 5, 10, 12, 9, 12, np.nan, 3]  # a tie with the high ends a fall
     table = largest_drawdowns(pd.Series(values, index=dates), n=2)
-    assert table.columns.tolist() == ["start", "valley", "end", "length", "depth"]
-    assert table["depth"].tolist() == [-0.75, -0.5]
-    assert table["start"].tolist() == [dates[6], dates[1]]
-    assert table["valley"].tolist() == [dates[8], dates[2]]
-    assert table["end"].isna().tolist() == [True, False]
-    assert table["length"].tolist() == [(dates[8] - dates[6]).days, 2]
+    expected = {
+        "start": [dates[7], dates[1]],  # the latest row at the high
+        "valley": [dates[9], dates[2]],  # the first of two equal lows
+        "end": [pd.NaT, dates[4]],
+        "length": [(dates[9] - dates[7]).days, 3],
+        "depth": [-0.75, -0.5],
+    }
+    pd.testing.assert_frame_equal(table, pd.DataFrame(expected), check_dtype=False)
     assert largest_drawdowns(pd.Series([1.0, 2.0], index=dates[:2])).empty
     with pytest.raises(ValueError, match="must not be negative"):
         largest_drawdowns(HOLES, -1)
