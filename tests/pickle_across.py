@@ -8,35 +8,20 @@ pandas 2.2 cannot read what pandas 3 has pickled: text columns and dates in micr
 types that it does not know. Files go forward only.
 """
 
-from __future__ import annotations
-
 import json
 import sys
 from pathlib import Path
 from typing import Any
 
-import numpy as np
 import pandas as pd
 
-import corvex
 from corvex.core.report import Report
 
-KINDS = ("daily", "intraday", "labels")
+sys.path.insert(0, str(Path(__file__).parent / "python"))
 
+from transport.reports import report as made
 
-def made(kind: str) -> Report:
-    """A report whose dates and labels pandas stores in a kind of its own."""
-    days = pd.bdate_range("2023-01-02", periods=200)
-    if kind == "intraday":
-        days = pd.date_range("2024-01-02", periods=300, freq="h", tz="Asia/Taipei")
-    walk = np.random.default_rng(2).normal(0, 0.02, (len(days), 3)).cumsum(axis=0)
-    names = ["2330 台積電", "1101", "2603"] if kind == "labels" else ["A", "B", "C"]
-    prices = pd.DataFrame(np.exp(walk), days, names)
-    weights = (prices.pct_change(10).rank(axis=1) > 1).astype(float).iloc[10::10] / 2
-    market = {"daily": "us_stock", "intraday": "crypto", "labels": "tw_stock"}[kind]
-    return corvex.simulate(
-        weights, prices, market=market, stop_loss=0.1, benchmark=prices.iloc[:, 1]
-    )
+KINDS = ("stops", "intraday", "taiwan")  # dates and labels that pandas stores in kinds of their own
 
 
 def answers(report: Report) -> dict[str, Any]:

@@ -1,6 +1,5 @@
 """Contributions, exposure, turnover and live figures keep to what the report itself says."""
 
-import doctest
 import math
 
 import numpy as np
@@ -8,7 +7,6 @@ import pandas as pd
 import pytest
 
 import corvex
-from corvex import attribution
 from corvex.attribution import COSTS
 
 DATES = pd.bdate_range("2020-01-01", periods=500)
@@ -134,7 +132,3 @@ def test_live_figures_split_the_curve_and_its_trades():
     report.live_performance_start = None
     with pytest.raises(ValueError, match="no live part"):
         corvex.live_figures(report)
-
-
-def test_examples():
-    assert doctest.testmod(attribution).failed == 0

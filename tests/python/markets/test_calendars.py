@@ -1,7 +1,5 @@
 """Sessions, closes and bars of the markets."""
 
-from __future__ import annotations
-
 import warnings
 
 import exchange_calendars

@@ -1,11 +1,7 @@
 """Markets by name and class, markets bound to tables, and their pickles."""
 
-from __future__ import annotations
-
 import copy
-import doctest
 import pickle
-from pathlib import Path
 
 import numpy as np
 import pandas as pd
@@ -116,57 +112,33 @@ def test_a_bound_market_answers_from_the_tables_alone(market):
         bound.get_trading_price("vwap")
 
 
-@pytest.mark.parametrize(
-    ("prices", "text"),
-    [
-        ({"open": _closes()}, "need a 'close' table; got: open"),
-        ({"close": _closes().reset_index(drop=True)}, "must have dates"),
-        (_closes().iloc[:0], "is empty"),
-        ({"close": [1, 2]}, "must be a DataFrame"),
-    ],
-)
-def test_prices_that_cannot_be_bound_are_refused(prices, text):
-    with pytest.raises(ValueError, match=text):
-        TWMarket().bound_to(prices)
-
-
-PRICE_ZONES = [(zone, time) for zone, close in ((None, "13h"), (NEW_YORK, "16h"), ("UTC", "21h"))
-               for time in ("0h", close)]  # fmt: skip
+TAIPEI = "Asia/Taipei"
+STAMPS = [(None, "0h"), ("UTC", "0h"), (NEW_YORK, "0h"), (NEW_YORK, "16h")]
 
 
 @pytest.mark.parametrize("unit", ["ns", "s"])
-@pytest.mark.parametrize(("price_zone", "price_time"), PRICE_ZONES)
 @pytest.mark.parametrize(
-    ("zone", "time"), [(None, "0h"), ("UTC", "0h"), (NEW_YORK, "0h"), (NEW_YORK, "16h")]
+    ("market", "price", "own"),
+    [
+        *((USMarket(), p, s) for p in [(None, "13h"), ("UTC", "21h"), *STAMPS] for s in STAMPS),
+        (TWMarket(), (TAIPEI, "0h"), (None, "0h")),
+    ],
 )
-def test_a_benchmark_keeps_its_session_dates_whatever_the_zones(
-    price_zone, price_time, zone, time, unit
-):
+def test_a_benchmark_keeps_its_session_dates_whatever_the_zones(market, price, own, unit):
     dates = pd.bdate_range("2024-03-04", "2024-03-15").as_unit(unit)  # the clocks change within
-    prices = pd.DataFrame({"A": 1.0}, (dates + pd.Timedelta(price_time)).tz_localize(price_zone))
-    benchmark = pd.Series(
-        np.arange(len(dates), dtype=float), (dates + pd.Timedelta(time)).tz_localize(zone)
-    )
+    index, stamps = ((dates + pd.Timedelta(t)).tz_localize(zone) for zone, t in (price, own))
+    if price[0] == TAIPEI:
+        index = index.tz_convert("UTC")  # its midnights stand on the day before
+    prices = pd.DataFrame({"A": 1.0}, index)
+    benchmark = pd.Series(np.arange(len(dates), dtype=float), stamps)
 
-    found = USMarket().bound_to(prices, benchmark=benchmark).get_benchmark()
+    found = market.bound_to(prices, benchmark=benchmark).get_benchmark()
 
     assert str(found.index.tz) == str(prices.index.tz)
     # As the report takes it: prices by calendar day, the benchmark's last value carried on.
     daily = prices["A"].resample("1D").last().dropna()
     if found.index.tz is not None:
         found.index = pd.Series(found.index).dt.tz_convert(prices.index.tz)
-    aligned = found.reindex(daily.index, method="ffill")
-    assert aligned.tolist() == benchmark.tolist()
-
-
-def test_taipei_midnights_in_utc_keep_the_benchmark_of_their_session():
-    dates = pd.bdate_range("2024-03-04", "2024-03-15")
-    prices = pd.DataFrame({"2330": 1.0}, dates.tz_localize("Asia/Taipei").tz_convert("UTC"))
-    benchmark = pd.Series(np.arange(len(dates), dtype=float), dates)
-
-    found = TWMarket().bound_to(prices, benchmark=benchmark).get_benchmark()
-
-    daily = prices["2330"].resample("1D").last().dropna()
     assert found.reindex(daily.index, method="ffill").tolist() == benchmark.tolist()
 
 
@@ -207,12 +179,3 @@ def test_a_pickle_holds_settings_and_the_named_assets_only():
     assert bound.get_price("close").shape == (1000, 400)
     for twin in (copy.copy(bound), copy.deepcopy(bound)):
         assert twin.get_price("close") is close
-
-
-def test_the_guide_tells_the_truth():
-    guide = Path(__file__).parents[3] / "docs" / "markets.md"
-
-    assert doctest.testfile(str(guide), module_relative=False, optionflags=doctest.ELLIPSIS) == (
-        0,
-        12,
-    )

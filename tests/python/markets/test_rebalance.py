@@ -1,7 +1,5 @@
 """The timing record of an execution state."""
 
-from __future__ import annotations
-
 import datetime as dt
 import json
 from types import SimpleNamespace

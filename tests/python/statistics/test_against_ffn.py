@@ -1,7 +1,5 @@
 """Our figures against those of the public ffn package, wherever that package gives a number."""
 
-from __future__ import annotations
-
 import warnings
 
 import numpy as np

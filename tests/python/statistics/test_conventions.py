@@ -1,7 +1,5 @@
 """What the dates decide: bars, years, time zones, the first return, holes."""
 
-from __future__ import annotations
-
 import numpy as np
 import pandas as pd
 import pytest

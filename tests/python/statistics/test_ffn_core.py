@@ -1,7 +1,5 @@
 """The methods on pandas objects and the objects that they return."""
 
-from __future__ import annotations
-
 import pickle
 import subprocess
 import sys

@@ -1,7 +1,5 @@
 """Reports of several kinds, as `corvex.simulate` gives them."""
 
-from __future__ import annotations
-
 import warnings
 from functools import cache
 
@@ -29,7 +27,7 @@ def report(kind: str) -> Report:
         days = pd.date_range("2024-01-02", periods=600, freq="h", tz="UTC")
         options |= {"market": "crypto", "resample": None, "trade_at": "close"}
     if kind == "taiwan":
-        names = ["2330 Chips", "1101", "2603 Ships", "00632R"]
+        names = ["2330 台積電", "1101", "2603 Ships", "00632R"]
         options |= {"market": "tw_stock", "resample": "W"}
     prices = _prices(days, names)
     if kind == "stops":

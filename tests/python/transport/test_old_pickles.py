@@ -1,7 +1,5 @@
 """Reports that older versions saved load, and answer every query."""
 
-from __future__ import annotations
-
 import copy
 import json
 import sys

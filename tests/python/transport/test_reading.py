@@ -1,7 +1,5 @@
 """Readers give a whole result or a ValueError, whatever they are given."""
 
-from __future__ import annotations
-
 import base64
 import gzip
 import importlib.util

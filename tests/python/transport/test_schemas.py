@@ -1,7 +1,5 @@
 """Every dictionary that is written follows its schema, and comes back."""
 
-from __future__ import annotations
-
 import json
 from pathlib import Path
 
