@@ -42,17 +42,6 @@ def test_arguments_bind_by_position_and_by_keyword(module):
     assert module.Report.to_terminal.__defaults__ == (12, 80, True, True)
 
 
-def test_signatures_and_docstrings_are_readable_unaided(module, make_report):
-    assert str(inspect.signature(make_report().run_analysis)) == (
-        "(analysis, display=True, **kwargs)"
-    )
-    spec = inspect.getfullargspec(module.Report.add_trade_info)
-    assert (spec.args, spec.defaults) == (["self", "name", "df", "date_col"], ("entry_sig_date",))
-    assert "Print the cumulative return" in inspect.getdoc(module.Report.to_terminal)
-    assert inspect.isroutine(module.Report.to_text)
-    assert inspect.ismethod(make_report().to_text)
-
-
 def test_function_attributes_are_those_of_a_python_function(module):
     function = module.Report.to_text
     assert (function.__name__, function.__qualname__) == ("to_text", "Report.to_text")

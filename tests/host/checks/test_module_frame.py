@@ -4,6 +4,7 @@ import datetime
 import importlib
 import json
 import os
+import re
 import subprocess
 import sys
 import textwrap
@@ -67,13 +68,8 @@ def test_namespace_holds_the_agreed_names_in_order_and_no_others(module):
         f"report.{kind}v1" for kind in ("", "payload.", "execution.", "holdings.")
     ]
     assert module.ReportExecution.SCHEMA_VERSION == module.REPORT_EXECUTION_SCHEMA_VERSION
-    for address, end in (
-        ("AUTH_GET_STRATEGY", "/auth_get_strategy"),
-        ("WRITE_DATABASE", "/write_d"),
-    ):
-        url = getattr(module, f"LEGACY_{address}_URL")
-        assert url.startswith("https://")
-        assert end in url
+    for address, end in (("AUTH_GET_STRATEGY", "auth_get_strategy"), ("WRITE_DATABASE", "write_d")):
+        assert re.match(f"https://.*/{end}", getattr(module, f"LEGACY_{address}_URL"))
     aliases = list(zip(ALIASES[::2], ALIASES[1::2], strict=True))
     assert list(module.STATS_METRIC_ALIASES.items()) == aliases
 
@@ -81,20 +77,16 @@ def test_namespace_holds_the_agreed_names_in_order_and_no_others(module):
 def test_a_missing_sibling_fails_at_its_own_import_and_the_next_try_starts_afresh():
     """A member is taken away: the load must get just that far, and no further."""
     output = run_in_host("""
-        import corvex.core.firestore_rest, corvex.markets.tw, corvex.utils
+        import corvex.markets.tw, corvex.utils
         for host, name in ((corvex, "get_token"), (corvex.utils, "get_tmp_dir"),
-                           (corvex.markets.tw, "TWMarket"), (corvex.core, "firestore_rest")):
+                           (corvex.utils, "logger"), (corvex.markets.tw, "TWMarket")):
             kept = vars(host).pop(name)
-            submodule = sys.modules.pop(f"{host.__name__}.{name}", None)
-            if submodule is not None:
-                sys.modules[f"{host.__name__}.{name}"] = None
             try:
                 import corvex.core.report
             except ImportError as error:
                 print(name in error.msg)
             assert "corvex.core.report" not in sys.modules
             setattr(host, name, kept)
-            sys.modules.update({f"{host.__name__}.{name}": submodule} if submodule else {})
         import corvex.core.report
         print(corvex.core.report.Report.__name__)
         """)
@@ -152,9 +144,7 @@ def test_divisions_and_growth_guard_against_nothing(module):
 def test_daily_return_keeps_the_last_value_of_days_with_data(module):
     times = pd.to_datetime(["2024-01-01 09:00", "2024-01-01 15:00", "2024-01-04 09:00"])
     returns = module.daily_return(pd.Series([1.0, 2.0, 3.0], index=times))
-    assert returns.index.tolist() == list(pd.to_datetime(["2024-01-01", "2024-01-04"]))
-    assert np.isnan(returns.iloc[0])
-    assert returns.iloc[1] == 0.5
+    assert str(returns.to_dict()) == str({times[0].normalize(): np.nan, times[2].normalize(): 0.5})
 
 
 def test_latest_file_is_matched_from_the_start_of_its_name(module, tmp_path, monkeypatch):
@@ -199,18 +189,15 @@ def test_encoder_converts_int64_alone(module):
 
 
 def test_front_ends_are_told_from_the_environment(module, monkeypatch):
-    front_ends = {
-        "JPY_PARENT_PID": "Jupyter Notebook",
-        "JUPYTERHUB_SERVICE_PREFIX": "Jupyter Lab",
-        "VSCODE_PID": "VSCode",
-        "COLAB_GPU": "Google Colab",
-    }
-    for name in [name for name in os.environ if "VSCODE" in name or name in front_ends]:
+    for name in [n for n in os.environ if re.search("VSCODE|JPY_|JUPYTERHUB_|COLAB_", n)]:
         monkeypatch.delenv(name)
     assert module.check_environment() is None
     monkeypatch.setenv("vscode_pid", "VSCODE")
     assert module.is_in_vscode() is False
-    for variable, front_end in front_ends.items():
+    for variable, front_end in (
+        *(("JPY_PARENT_PID", "Jupyter Notebook"), ("JUPYTERHUB_SERVICE_PREFIX", "Jupyter Lab")),
+        *(("VSCODE_PID", "VSCode"), ("COLAB_GPU", "Google Colab")),
+    ):
         monkeypatch.setenv(variable, "")
         assert module.check_environment() == front_end
     assert module.is_in_vscode() is True
