@@ -1,7 +1,5 @@
 """Settings for every Python test."""
 
-from __future__ import annotations
-
 import os
 
 from hypothesis import HealthCheck, settings

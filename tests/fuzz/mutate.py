@@ -1,7 +1,5 @@
 """Random JSON, and random changes of real JSON."""
 
-from __future__ import annotations
-
 import copy
 import random
 from typing import Any

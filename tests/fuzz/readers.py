@@ -6,8 +6,6 @@ Deterministic: a run fails again with the same seed. The input of a failure is p
 before the call in the file that FUZZ_TRACE names, should the process end in the middle.
 """
 
-from __future__ import annotations
-
 import base64
 import gzip
 import json

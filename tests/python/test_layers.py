@@ -1,7 +1,5 @@
 """The layers of the C++ sources depend on each other in one direction only."""
 
-from __future__ import annotations
-
 import importlib
 import importlib.machinery
 import re

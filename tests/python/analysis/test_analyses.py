@@ -70,18 +70,6 @@ def test_liquidity_describes_the_fills_and_leaves_the_win_ratio_alone(capsys):
     assert report.get_stats()["win_ratio"] == pytest.approx(2 / 3)
 
 
-def test_liquidity_attaches_no_column_with_a_hole():
-    report = _report()
-    volume = report.market.get_price("volume")
-    volume.loc[DATES[6], "B"] = np.nan
-    prices = {"close": report.market.get_price("close"), "volume": volume}
-    report.market = report.market.bound_to(prices)
-    report.run_analysis("liquidity", display=False)
-    assert "turnover@exit_date" not in report.trades.columns
-    assert "turnover@entry_date" in report.trades.columns
-    assert report.get_stats()["win_ratio"] == pytest.approx(2 / 3)
-
-
 def test_liquidity_reads_the_trading_restrictions(monkeypatch):
     report = _report()
     listed = pd.DataFrame({"B": [1.0, np.nan]}, index=DATES[[2, 3]])

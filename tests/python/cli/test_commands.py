@@ -128,19 +128,6 @@ def test_report_takes_a_benchmark_from_a_column_a_file_or_a_sample(run, tmp_path
     assert "is no column of a.csv, no file and no known table; known are us_stocks" in err
 
 
-def test_report_sorts_and_says_so(run, tmp_path):
-    (tmp_path / "a.csv").write_text(
-        "date,equity\n2024-01-04,120\n2024-01-02,100\n2024-01-03,1\n2024-01-03,110\n"
-    )
-    status, out, err = run("report", "a.csv")
-    assert status == 0
-    assert "strategy +20.0%" in out
-    notes = err.splitlines()
-    assert all(line.startswith("corvex: note: ") for line in notes)
-    assert any("sorted" in line for line in notes)
-    assert any("2024-01-03" in line and "last value" in line for line in notes)
-
-
 @pytest.mark.parametrize(
     ("text", "args", "message"),
     [

@@ -1,7 +1,5 @@
 """Export, inspect and orders."""
 
-from __future__ import annotations
-
 import json
 
 import pandas as pd

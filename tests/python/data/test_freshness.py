@@ -1,7 +1,5 @@
 """The data context, expiry and the readiness record."""
 
-from __future__ import annotations
-
 import asyncio
 import datetime
 import json

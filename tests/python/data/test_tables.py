@@ -1,7 +1,5 @@
 """The built-in samples and named tables of a folder."""
 
-from __future__ import annotations
-
 import os
 import re
 from pathlib import Path

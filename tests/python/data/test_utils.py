@@ -1,7 +1,5 @@
 """Safe file writing, the temporary folder, and a light import."""
 
-from __future__ import annotations
-
 import os
 import stat
 import subprocess

@@ -3,8 +3,6 @@
 It keeps whole lists of what each position saw and finds the equity of a rebalance by bisection.
 """
 
-from __future__ import annotations
-
 from dataclasses import dataclass, field
 from math import inf, isfinite, isnan, nan
 

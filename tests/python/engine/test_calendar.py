@@ -1,7 +1,5 @@
 """The engine's schedules against those of pandas."""
 
-from __future__ import annotations
-
 import numpy as np
 import pandas as pd
 import pytest

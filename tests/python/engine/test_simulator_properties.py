@@ -1,7 +1,5 @@
 """Identities that hold on every input, and the engine's promises about memory and types."""
 
-from __future__ import annotations
-
 import numpy as np
 import pytest
 from hypothesis import given

@@ -1,7 +1,5 @@
 """The engine against the slow simulator, on random inputs with every kind of rule and flaw."""
 
-from __future__ import annotations
-
 from dataclasses import replace
 
 import numpy as np

@@ -1,7 +1,5 @@
 """From target weights to orders."""
 
-from __future__ import annotations
-
 import json
 
 import pandas as pd

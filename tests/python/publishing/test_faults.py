@@ -13,7 +13,6 @@ from corvex.core import firestore_rest
 from corvex.core import report as report_module
 from corvex.core.firestore_rest import DocumentStoreError, fetch_document, upsert_document
 from corvex.core.firestore_values import decode_fields
-from corvex.publishing import PublishWarning, publish
 from corvex.testing.faults import parse_faults
 from corvex.utils import requests as client
 
@@ -203,17 +202,6 @@ def test_redirects_do_not_carry_forms_away(cloud):
     cloud.fail("redirect:http://host.example/x")
     with pytest.raises(client.exceptions.InvalidSchema):
         client.get(url)
-
-
-def test_publish_warns_instead_of_raising(cloud, report, monkeypatch):
-    assert publish(report, "good") is True
-    monkeypatch.delenv("CORVEX_ID_TOKEN")
-    with pytest.warns(
-        PublishWarning, match="not published: no login token.* tries again"
-    ) as caught:
-        assert publish(report, "bad") is False
-    assert caught[0].filename == __file__
-    assert len(cloud.documents) == 1
 
 
 @pytest.mark.parametrize("text", ["600", "dance", "slow:x", "cut*x", "503*2;cut", "status:abc"])

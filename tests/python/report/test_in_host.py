@@ -1,7 +1,5 @@
 """Runs the checks of tests/host: the module inside a host that supplies only the agreed members."""
 
-from __future__ import annotations
-
 import subprocess
 import sys
 from pathlib import Path

@@ -1,7 +1,5 @@
 """The stub file names what the module has, with the module's own parameters and defaults."""
 
-from __future__ import annotations
-
 import ast
 import functools
 import inspect

@@ -1,7 +1,5 @@
 """Small price tables."""
 
-from __future__ import annotations
-
 import pandas as pd
 import pytest
 

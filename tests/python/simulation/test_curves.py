@@ -1,7 +1,5 @@
 """Reports on curves from elsewhere."""
 
-from __future__ import annotations
-
 import pickle
 
 import numpy as np

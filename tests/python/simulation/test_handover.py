@@ -1,8 +1,5 @@
 """What a report says about now and next, in each situation."""
 
-from __future__ import annotations
-
-import numpy as np
 import pandas as pd
 import pytest
 
@@ -129,18 +126,6 @@ def test_a_filled_stop_leaves_no_action(days, falling, weights_on):
 
     assert state(report) == ({"BBB": 0.5}, days[0], {"BBB": 0.5}, days[0], {"BBB": "hold"}, None)
     assert planned.actions.to_dict() == {"AAA": "enter", "BBB": "hold"}
-
-
-def test_an_exit_that_waits_for_a_price(days, prices, weights_on):
-    prices.loc[days[4] : days[5], "AAA"] = np.nan
-
-    waiting = corvex.simulate(weights_on({0: (1.0, 0.0), 3: (0.0, 1.0)}), prices, end=days[5])
-    done = corvex.simulate(weights_on({0: (1.0, 0.0), 3: (0.0, 1.0)}), prices)
-
-    # To a run that ends here the gap is the end of the asset, which is closed on the next day.
-    assert waiting.trades.exit_reason.iloc[0] == "prices_ended"
-    assert done.trades.exit_date.iloc[0] == days[6]
-    assert done.trades.exit_sig_date.iloc[0] == days[3]
 
 
 def test_no_weights_at_all(days, prices, weights_on):

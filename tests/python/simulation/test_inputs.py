@@ -1,7 +1,5 @@
 """Input that is dirty or wrong: a clear error, or a warning that says what was done."""
 
-from __future__ import annotations
-
 import numpy as np
 import pandas as pd
 import pytest

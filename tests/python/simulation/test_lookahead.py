@@ -1,10 +1,7 @@
 """Nothing that happens later changes what happened before."""
 
-from __future__ import annotations
-
 import numpy as np
 import pandas as pd
-import pytest
 from hypothesis import given
 from hypothesis import strategies as st
 
@@ -72,19 +69,3 @@ def test_another_future_leaves_the_past_alone(seed, options, last):
     pd.testing.assert_frame_equal(before.position.loc[:day], after.position.loc[:day])
     closed = [report.trades[report.trades.exit_date <= day] for report in (before, after)]
     pd.testing.assert_frame_equal(*(table.reset_index(drop=True) for table in closed))
-
-
-@pytest.mark.filterwarnings("ignore:no rebalance has a weight")
-@given(seed=st.integers(0, 2**32 - 1), options=OPTIONS, last=st.integers(0, SESSIONS - 2))
-def test_a_run_that_ends_early_is_the_beginning_of_a_longer_one(seed, options, last):
-    tables, weights = random_run(np.random.default_rng(seed), 0.0)
-    options = with_schedule(options, weights)
-
-    longer = corvex.simulate(weights, tables, **options)
-    shorter = corvex.simulate(weights, tables, **options, end=DAYS[last])
-
-    if shorter.current_rebalance_date is not None:
-        expected = longer.creturn.loc[: DAYS[last]]
-        pd.testing.assert_series_equal(shorter.creturn, expected, check_freq=False)
-        assert len(shorter.trades.dropna()) == (longer.trades.exit_date <= DAYS[last]).sum()
-    assert shorter.next_trading_date > DAYS[last]
