@@ -124,8 +124,9 @@ def test_dates_are_whole_epoch_seconds_whatever_their_form():
     assert metrics.start_date() == pd.Timestamp("2022-01-02 16:00", tz="UTC").timestamp()
     assert (metrics.next_trading_date(), metrics.live_performance_start()) == (86400, 0)
     assert metrics.expired() is True
-    report.next_trading_date = pd.Timestamp.now().normalize() + pd.Timedelta(days=2)
-    assert metrics.expired() is False
+    for days, expired in ((2, False), (-4, True)):
+        report.next_trading_date = pd.Timestamp.now().normalize() + pd.Timedelta(days=days)
+        assert metrics.expired() is expired
 
 
 def test_results_follow_a_changed_report_and_stay_out_of_the_pickle():

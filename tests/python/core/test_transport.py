@@ -21,7 +21,9 @@ def test_wire_trades_rename_without_losing_columns_or_dates():
         "trade_price@entry_date": "tradePrice@entryDate",
         "pe_ratio@entry_sig_date": "peRatio@entrySigDate",
         "RSI_14": "RSI_14",
-        "entryDate": "entryDate_2",
+        "entryDate": "entryDate_2",  # taken: numbered, or else under its own name
+        "myKey": "myKey",
+        "my_key": "my_key",
     }
     trades = pd.DataFrame({name: [at] for at, name in enumerate(names)})
     wire = to_wire_trades(trades)
