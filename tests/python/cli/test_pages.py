@@ -13,10 +13,8 @@ from urllib.request import urlopen
 import numpy as np
 import pandas as pd
 import pytest
-from typer.testing import CliRunner
 
 import corvex
-from corvex.cli import app
 from corvex.utils import write_text
 
 HOSTILE = "<script>alert(1)</script> & co"
@@ -37,12 +35,7 @@ def folder(tmp_path):
     return tmp_path
 
 
-def run(*args):
-    result = CliRunner().invoke(app, [str(arg) for arg in args])
-    return result.exit_code, result.stdout, result.stderr
-
-
-def test_show_report_and_compare_write_pages(folder):
+def test_show_report_and_compare_write_pages(run, folder):
     assert run("show", folder / "two.pkl", "--html", folder)[0] == 0
     assert "<title>&lt;script&gt;alert(1)" in (folder / "two.html").read_text(encoding="utf-8")
     csv = folder / "mine.csv"
@@ -64,7 +57,7 @@ def test_show_report_and_compare_write_pages(folder):
         assert "a pickle can run any program" in " ".join(run(name, "--help")[1].split())
 
 
-def test_a_pipe_is_written_to_and_not_replaced(folder):
+def test_a_pipe_is_written_to_and_not_replaced(run, folder):
     pipe = folder / "pipe"
     os.mkfifo(pipe)
     reader = subprocess.Popen([sys.executable, "-c", f"print(len(open({str(pipe)!r}).read()))"])
@@ -107,6 +100,6 @@ def test_serve_shows_a_folder_until_it_is_interrupted(folder):
     assert list(Path(own).rglob("*.html")) == []
 
 
-def test_serve_says_what_it_cannot_show(tmp_path):
+def test_serve_says_what_it_cannot_show(run, tmp_path):
     assert "holds no report" in run("serve", tmp_path)[2]
     assert "is not a folder" in run("serve", tmp_path / "absent")[2]

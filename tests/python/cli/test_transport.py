@@ -4,10 +4,8 @@ import json
 
 import pandas as pd
 import pytest
-from typer.testing import CliRunner
 
 import corvex
-from corvex.cli import app
 from corvex.core.report import Report
 
 
@@ -20,17 +18,6 @@ def saved(tmp_path_factory):
     weights = pd.DataFrame({"AAA": [0.5], "BBB": [0.5]}, days[:1])
     corvex.simulate(weights, prices, market="us_stock", fee_ratio=0.01).to_pickle(path)
     return path
-
-
-@pytest.fixture
-def run(tmp_path, monkeypatch):
-    monkeypatch.chdir(tmp_path)
-
-    def invoke(*args):
-        result = CliRunner().invoke(app, [str(arg) for arg in args])
-        return result.exit_code, result.stdout, result.stderr
-
-    return invoke
 
 
 @pytest.mark.parametrize("form", ["payload", "holdings", "execution"])

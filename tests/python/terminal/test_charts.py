@@ -1,3 +1,5 @@
+import contextlib
+import io
 import re
 
 import numpy as np
@@ -121,20 +123,12 @@ def test_a_benchmark_is_rebased_on_the_dates_of_the_strategy(printed):
     assert same.plot == chart.plot
 
 
-class Terminal:
-    """A stream that collects what is written, with an encoding, perhaps as a terminal."""
-
-    def __init__(self, encoding="utf-8", tty=True):
-        self.encoding, self.tty, self.text = encoding, tty, ""
+class Terminal(io.StringIO):
+    encoding = "utf-8"
+    tty = True
 
     def isatty(self):
         return self.tty
-
-    def write(self, text):
-        self.text += text
-
-    def flush(self):
-        pass
 
 
 @pytest.mark.parametrize(
@@ -147,24 +141,26 @@ class Terminal:
     ],
 )
 def test_colour_only_where_it_is_wanted(monkeypatch, tty, no_color, term, coloured):
-    stream = Terminal(tty=tty)
+    stream = Terminal()
+    stream.tty = tty
     monkeypatch.setattr("sys.stdout", stream)
     monkeypatch.setenv("NO_COLOR", no_color)
     monkeypatch.setenv("TERM", term)
     plot_cumulative_return(_walk(1), _walk(2), height=5, width=40)
-    assert ("\x1b[36m" in stream.text and "\x1b[33m" in stream.text) == coloured
-    assert stream.text.count("\x1b[0m") * 2 == stream.text.count("\x1b[")
-    plain = Chart(re.sub(r"\x1b\[\d+m", "", stream.text), 5)
+    assert ("\x1b[36m" in stream.getvalue() and "\x1b[33m" in stream.getvalue()) == coloured
+    assert stream.getvalue().count("\x1b[0m") * 2 == stream.getvalue().count("\x1b[")
+    plain = Chart(re.sub(r"\x1b\[\d+m", "", stream.getvalue()), 5)
     assert {len(row) for row in plain.plot} == {40}
 
 
 def test_a_terminal_without_box_drawing_gets_ascii(monkeypatch):
-    stream = Terminal(encoding="ascii")
+    stream = Terminal()
+    stream.encoding = "ascii"
     monkeypatch.setattr("sys.stdout", stream)
     monkeypatch.setenv("NO_COLOR", "1")
     plot_drawdown(_walk(1), _walk(2), height=5, width=40)
-    assert stream.text.isascii()
-    assert Chart(stream.text, 5).signs() == {"*", "."}
+    assert stream.getvalue().isascii()
+    assert Chart(stream.getvalue(), 5).signs() == {"*", "."}
 
 
 @given(
@@ -173,14 +169,11 @@ def test_a_terminal_without_box_drawing_gets_ascii(monkeypatch):
     st.integers(1, 30),
 )
 def test_no_curve_breaks_a_chart(values, height, width):
-    stream = Terminal(tty=False)
-    with pytest.MonkeyPatch.context() as patch:
-        patch.setattr("sys.stdout", stream)
-        for plot in (plot_cumulative_return, plot_drawdown):
-            stream.text = ""
+    for plot in (plot_cumulative_return, plot_drawdown):
+        with contextlib.redirect_stdout(io.StringIO()) as stream:
             plot(_curve(values), _curve(values[::-1]), title="T", height=height, width=width)
-            chart = Chart(stream.text, max(height, 1))
-            assert {len(row) for row in chart.plot} == {width}
+        chart = Chart(stream.getvalue(), max(height, 1))
+        assert {len(row) for row in chart.plot} == {width}
 
 
 def test_wrong_arguments_are_refused():
