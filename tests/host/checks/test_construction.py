@@ -103,10 +103,3 @@ def test_an_empty_weight_table_counts_as_one_without_labels(module, zone):
         assert report.asset_type == "tw_stock"
         assert before <= report.update_date <= report.last_trading_date <= datetime.datetime.now()
         assert report.benchmark.index.tz is None
-
-
-def test_failures_of_what_is_called_come_through(module):
-    with pytest.raises(AttributeError, match="get_benchmark"):
-        module.Report(pd.Series(1.0, index=DAYS), pd.DataFrame(), 0, 0, "close", None, object())
-    with pytest.raises(TypeError, match="Only valid with DatetimeIndex"):
-        module.Report(pd.Series([1.0]), pd.DataFrame(), 0, 0, "close", None, module.TWMarket())

@@ -2,7 +2,6 @@
 
 import numpy as np
 import pandas as pd
-import pytest
 
 COLUMNS = "stock_id entry_sig_date exit_sig_date entry_date return trade_price@exit_date".split()
 ROWS = {
@@ -64,14 +63,3 @@ def test_a_trade_that_is_not_filled_does_not_move_the_latest_entry(make_report):
     report.trades = trades_of(["left after it", "long over"])
     report.calculate_current_trades()
     assert report.current_trades.index.tolist() == ["B", "A"]
-
-
-def test_weights_must_be_filled_before(make_report):
-    report = make_report()
-    report.trades = trades_of()
-    with pytest.raises(TypeError, match="has no len"):
-        report.calculate_current_trades()
-    assert "trade_price@exit_date" in report.current_trades
-    report.trades = report.trades.drop(columns="entry_date")
-    with pytest.raises(AttributeError, match="entry_date"):
-        report.calculate_current_trades()

@@ -117,25 +117,6 @@ def test_without_current_trades_the_short_form_is_given(hold, market):
     assert list(told["positionConfig"].items()) == list(zip(SHORT, values, strict=True))
 
 
-def test_reports_of_older_versions_answer(hold):
-    optional = """current_trades weights next_weights actions resample stop_loss take_profit
-        trail_stop _execution_override live_performance_start trades""".split()
-    for kept in ((), ("current_trades",)):
-        report = hold(("1", DAYS[1], DAYS[2], DAYS[3], DAYS[4]))
-        for name in set(vars(report)) & set(optional) - set(kept):
-            delattr(report, name)
-        config = report.position_info2()["positionConfig"]
-        assert (config["sl"], config["resample"], config["currentSignalAt"]) == (None, None, None)
-        if kept:
-            report.weights = pd.Series(name=pd.NaT)
-            report.next_trading_date = pd.NaT
-            config = report.position_info2()["positionConfig"]
-            assert (config["scheduled"], config["currentSignalAt"]) == (None, None)
-            assert report.position_info()["1"]["status"] == "exit"
-        else:
-            assert report.position_info()["status"] == {}
-
-
 @pytest.mark.parametrize(
     ("entry", "fill", "leave", "left", "reason", "profit", "action"),
     [

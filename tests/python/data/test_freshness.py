@@ -185,13 +185,3 @@ def _touch(path, moment):
 )
 def test_a_snapshot_is_ready_while_its_record_says_so(record, ready):
     assert snapshot_is_ready(record, now=T("2024-01-02", tz="UTC").to_pydatetime()) is ready
-
-
-def test_a_run_with_an_end_is_historical_whatever_its_data():
-    bound = _bound(CryptoMarket(), pd.date_range("2023-12-29", "2023-12-31"), "2024-01-01 01:00")
-
-    with _at("2024-01-01 02:00"):
-        record = readiness_record(bound, historical=True)
-
-    assert record["reason"] == "historical_backtest"
-    assert not snapshot_is_ready(record, now=T("2024-01-01 03:00", tz="UTC"))

@@ -20,30 +20,18 @@ def held_price(case, session, asset):
 @given(cases(gaps=False))
 def test_accounts_balance(case):
     result = run_engine(case)
-    equity, cash = result["equity"], result["cash"]
-    paid = result["fees"] + result["taxes"] + result["slippage"]
-    holdings = equity - cash
     # What the account holds at the end is what its shares are worth.
     final = sum(
         shares * held_price(case, len(case.close) - 1, asset)
         for asset, shares in enumerate(result["shares"])
         if shares
     )
+    holdings = result["equity"] - result["cash"]
     assert holdings[-1] == pytest.approx(final, rel=1e-12, abs=1e-12)
-    assert paid.min() >= 0
-    executed = result["traded"] * (1 + case.slippage)
-    assert (result["fees"] <= case.fee * executed + 1e-15).all()
-    gross = np.abs(case.target).sum(axis=1).max(initial=0)
-    covers = (case.target < 0).any()
-    if gross <= 1 and not covers:
-        assert cash.min() >= 0
-    trades = result["trades"]
-    filled = trades["entry_session"] >= 0
-    assert (trades["mae"][filled] <= 0).all()
-    assert (trades["mfe"][filled] >= trades["mfe_before_mae"][filled]).all()
-    assert (trades["days_in_profit"][filled] <= trades["period"][filled] + 1).all()
-    closed = trades["exit_session"] >= 0
-    assert all(np.isfinite(column[closed]).all() for column in trades.values())
+    if np.abs(case.target).sum(axis=1).max(initial=0) <= 1 and (case.target >= 0).all():
+        assert result["cash"].min() >= 0
+    closed = result["trades"]["exit_session"] >= 0
+    assert all(np.isfinite(column[closed]).all() for column in result["trades"].values())
 
 
 def test_curve_of_one_asset_is_the_product_of_its_trades():

@@ -155,10 +155,6 @@ def test_the_reference_server_runs_alone():
         url = settings["CORVEX_LEGACY_URL"].strip("'")
         assert [corvex.utils.requests.get(url + "/v1/x").status_code for _ in "12"] == [404, 404]
         server.terminate()
-    command[-1] = "dance"
-    done = subprocess.run(command, capture_output=True, check=False, text=True, timeout=60)
-    assert done.returncode == 2
-    assert "'dance' is no fault" in done.stderr
 
 
 def test_simulate_publishes_and_keeps_the_report(cloud):

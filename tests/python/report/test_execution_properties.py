@@ -13,7 +13,6 @@ from hypothesis import strategies as st
 
 import corvex
 from corvex.core.report import ReportExecution
-from corvex.data.context import _default_context
 from corvex.markets import get_market_by_name
 
 ZONES = st.sampled_from([None, datetime.UTC, zoneinfo.ZoneInfo("America/New_York")])
@@ -106,24 +105,6 @@ def test_depth_and_length_do_not_matter():
             reader({"config": {"scheduled": "x" * 10**6}})
     while deep:  # freed level by level
         deep = deep["config"]
-
-
-@pytest.mark.parametrize("schedule", ["ME", pd.to_datetime(["2024-02-05", "2024-04-03"]), None])
-@pytest.mark.parametrize("following", ["2024-02-05", "2024-02-12"])
-def test_the_real_calendar_switches_target_and_window_at_once(schedule, following):
-    record = ReportExecution(
-        {"2330": 1.0}, {"2317": 1.0}, schedule, None, "2024-02-15", "close",
-        get_market_by_name("tw_stock"), None, None, None)  # fmt: skip
-    record.weights.name, record.next_weights.name = map(pd.Timestamp, ("2024-01-31", following))
-    # The holidays of the lunar new year begin on the sixth.
-    start = datetime.datetime(2024, 2, 5, 5, 30, tzinfo=datetime.UTC)
-    for step in (-(10**6), -1, 0, 1, 10**6):
-        now = start + datetime.timedelta(seconds=step)
-        with _default_context.override(now=now):
-            assert record.rebalance_timing()["update_start_at"] == start.isoformat()
-            assert record.is_rebalance_due() is record.uses_next_weights(now) is (step >= 0)
-            naive = pd.Timestamp(now.astimezone().replace(tzinfo=None))
-            assert record.uses_next_weights(naive) is (step >= 0)
 
 
 @pytest.fixture(scope="module")

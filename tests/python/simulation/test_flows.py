@@ -97,21 +97,12 @@ def test_labels_keep_their_text_and_find_their_prices(prices):
 
 
 def test_the_report_answers_from_the_users_prices(days, prices, weights_on):
-    index = pd.Series(range(8), index=days.tz_localize("Asia/Taipei"), dtype="float64") + 100
-
     report = corvex.simulate(
-        weights_on({0: (1.0, 0.0)}),
-        {"Close": prices, "open": prices - 1},
-        trade_at="open",
-        benchmark=index,
-        market="tw_stock",
+        weights_on({0: (1.0, 0.0)}), {"Close": prices, "open": prices - 1}, trade_at="open"
     )
 
-    assert report.market.get_name() == "tw_stock"
     assert report.market.get_price("close") is prices
     assert report.market.get_trading_price("open").equals(prices - 1)
-    # The benchmark's sessions keep their dates whatever its zone.
-    assert report.benchmark.index.equals(days)
     loaded = pickle.loads(pickle.dumps(report))
     assert loaded.market.get_price("close").columns.tolist() == ["AAA"]
     assert loaded.trades.equals(report.trades)

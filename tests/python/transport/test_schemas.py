@@ -74,8 +74,7 @@ def unlisted(value, name):
             return [closed(part) for part in schema]
         if not isinstance(schema, dict):
             return schema
-        shut = {"additionalProperties": False} if isinstance(schema.get("type"), str) else {}
-        shut = shut if "properties" in schema else {}
+        shut = {"additionalProperties": False} if "properties" in schema else {}
         return shut | {key: closed(part) for key, part in schema.items()}
 
     validator = jsonschema.Draft202012Validator(closed(schemas.load(name)))
