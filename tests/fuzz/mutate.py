@@ -95,7 +95,8 @@ class Mutator:
             holder[at] = old[:cut] + str(self.random.choice(_TEXTS)) + old[cut + 1 :]
         elif choice == 3 and isinstance(old, list | dict):
             members = list(old) if isinstance(old, list) else list(old.values())
-            holder[at] = members if isinstance(old, dict) else dict(enumerate_texts(members))
+            numbered = {str(number): member for number, member in enumerate(members)}
+            holder[at] = members if isinstance(old, dict) else numbered
         elif choice == 4:
             holder[at] = [copy.deepcopy(old), self.value(1)]
         else:
@@ -109,8 +110,3 @@ class Mutator:
                 changed[self.random.randrange(len(changed))] = self.random.randrange(256)
         cut = self.random.randrange(len(changed) + 1)
         return bytes(self.random.choice((changed, changed[:cut], changed + changed[:cut])))
-
-
-def enumerate_texts(members: list[Any]) -> list[tuple[str, Any]]:
-    """Number a list's members by texts, as the keys of an object."""
-    return [(str(at), member) for at, member in enumerate(members)]

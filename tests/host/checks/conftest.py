@@ -37,6 +37,20 @@ def make_report(module):
 
 
 @pytest.fixture
+def us_market(module):
+    """The class of a market that says no more than its name and its bars."""
+
+    class Exchange(module.Market):
+        def get_name(self):
+            return "us_stock"
+
+        def get_freq(self):
+            return "1D"
+
+    return Exchange
+
+
+@pytest.fixture
 def execution(module, monkeypatch):
     """An execution record of nothing, whose timing record can be written as JSON."""
     monkeypatch.setattr("corvex.rebalance.execution_timing", lambda *_, **__: {"status": "new"})

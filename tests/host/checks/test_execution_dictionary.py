@@ -17,19 +17,12 @@ LEGACY_CONFIG = """rebalanceTiming dataReadiness plannedRebalanceDate currentSig
 
 
 @pytest.fixture
-def record(module, monkeypatch):
-    class Exchange(module.Market):
-        def get_name(self):
-            return "us_stock"
-
-        def get_freq(self):
-            return "1D"
-
+def record(module, us_market, monkeypatch):
     monkeypatch.setattr("corvex.rebalance.execution_timing", lambda *_, **__: {"status": "known"})
     actions = pd.Series(["enter", "hold", "sl"], index=["1 One Two", "2", "2"])
     record = module.ReportExecution(
         {"3": 0.5, "2": 1}, {"1 One Two": np.float32(0.25)}, [SIGNAL, NEXT], actions,
-        datetime.datetime(2024, 3, 1), "open", Exchange(), np.float64(0.1), np.int64(1), np.inf,
+        datetime.datetime(2024, 3, 1), "open", us_market(), np.float64(0.1), np.int64(1), np.inf,
         0.5, {"reason": "x"}, SIGNAL)  # fmt: skip
     record.weights.name, record.next_weights.name = SIGNAL, NEXT
     return record

@@ -11,14 +11,7 @@ DAYS = pd.date_range("2024-01-01", periods=10)
 
 
 @pytest.fixture
-def told(make_report, module):
-    class Exchange(module.Market):
-        def get_freq(self):
-            return "1D"
-
-        def get_name(self):
-            return "us_stock"
-
+def told(make_report, us_market):
     def told(rows, actions=None, **attributes):
         report = make_report()
         columns = ["label", "entry_sig_date", "exit_sig_date", "weight"]
@@ -27,7 +20,7 @@ def told(make_report, module):
         more = {"next_weights": 0.25, "return": 0.1, "trade_price@entry_date": 5.0}
         report.current_trades = current.assign(**more)
         report.actions = pd.Series(actions or {}, dtype="object")
-        report.market, report.stop_loss = Exchange(), 0.1
+        report.market, report.stop_loss = us_market(), 0.1
         vars(report).update(attributes)
         return report.position_info()
 

@@ -22,20 +22,14 @@ LAST = DAYS[-1]
 
 
 @pytest.fixture
-def market(module, monkeypatch):
-    class Exchange(module.Market):
+def market(us_market, monkeypatch):
+    class Exchange(us_market):
         """Two assets, adjusted prices a tenth of the plain ones; the second has no open price."""
 
         adjusted = pd.DataFrame({"1": np.arange(10.0), "2": np.arange(10) + 0.5}, index=DAYS)
 
         def get_benchmark(self):
             return pd.Series(dtype="float64")
-
-        def get_name(self):
-            return "us_stock"
-
-        def get_freq(self):
-            return "1D"
 
         def get_price(self, name, adj):
             assert name == "close"

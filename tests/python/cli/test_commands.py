@@ -139,12 +139,9 @@ def test_report_says_what_is_wrong_with_a_file(run, tmp_path, text, args, messag
 def test_the_installed_command():
     def command(*args, **env):
         return subprocess.run(
-            [sys.executable, "-W", "error", "-m", "corvex", *args],
-            capture_output=True,
-            text=True,
-            check=False,
-            env={**os.environ, **env},
-        )
+            [sys.executable, "-W", "error", "-m", "corvex", *args], env={**os.environ, **env},
+            capture_output=True, text=True, check=False,
+        )  # fmt: skip
 
     done = command("--version")
     assert (done.returncode, done.stdout) == (0, f"corvex {corvex.__version__}\n")
@@ -185,14 +182,9 @@ def test_show_prints_whole_tables_of_figures_trades_and_the_live_state(run, tmp_
     steps = draw.normal(0.001, 0.02, (320, 3)).cumsum(axis=0)
     prices = pd.DataFrame(50 * np.exp(steps), dates, ["A [x]", "B", "C"])
     report = corvex.simulate(
-        prices.rank(axis=1) >= 2,
-        prices,
-        resample="ME",
-        market="us_stock",
-        benchmark=prices["B"],
-        stop_loss=0.1,
-        live_performance_start=dates[200],
-    )
+        prices.rank(axis=1) >= 2, prices, resample="ME", market="us_stock", benchmark=prices["B"],
+        stop_loss=0.1, live_performance_start=dates[200],
+    )  # fmt: skip
     report.to_pickle(str(tmp_path / "r.pkl"))
     status, out, err = run("show", "r.pkl", "--metrics", "--trades", "--live")
     assert (status, err) == (0, "")

@@ -72,12 +72,9 @@ def test_a_pipe_is_written_to_and_not_replaced(run, folder):
 def test_serve_shows_a_folder_until_it_is_interrupted(folder):
     own = tempfile.mkdtemp(dir=folder)
     server = subprocess.Popen(
-        [sys.executable, "-m", "corvex", "serve", folder],
-        stdout=subprocess.PIPE,
-        stderr=subprocess.PIPE,
-        text=True,
-        env={**os.environ, "TMPDIR": own},
-    )
+        [sys.executable, "-m", "corvex", "serve", folder], env={**os.environ, "TMPDIR": own},
+        stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+    )  # fmt: skip
     try:
         line = server.stdout.readline()
         address = re.fullmatch(r"2 reports at (http://127\.0\.0\.1:\d+/[^ ]+/) .*\n", line)[1]

@@ -65,7 +65,6 @@ class SlowSimulator:
         self.trades, self.equity, self.cashes, self.position, self.paid = [], [], [], [], []
         self.executed, self.ruined, self.broke = -1, -1, False
 
-    # costs ---------------------------------------------------------------------------------------
     def cost(self, change):
         """Fee, tax and slippage of a trade by its signed quoted value."""
         c, size = self.c, abs(change)
@@ -75,7 +74,6 @@ class SlowSimulator:
     def total_cost(self, change):
         return sum(self.cost(change)[:3])
 
-    # running -------------------------------------------------------------------------------------
     def run(self):
         for t in range(self.c.first, self.sessions):
             self.paid.append([0.0] * 4)
@@ -132,7 +130,6 @@ class SlowSimulator:
     def better(position, a, b):
         return max(a, b) if position.sign > 0 else min(a, b)
 
-    # stops ---------------------------------------------------------------------------------------
     def levels(self, p):
         loss = p.executed - p.sign * p.executed * self.c.stop_loss
         profit = p.executed + p.sign * p.executed * self.c.take_profit
@@ -178,7 +175,6 @@ class SlowSimulator:
             self.waiting.pop(j, None)
             self.exit(j, t, p.sign * price, (reason, t, -1), touched=True)
 
-    # orders --------------------------------------------------------------------------------------
     def price(self, j, t):
         table = self.c.close if self.c.fill_at == "close" else self.c.fill
         ok = t <= self.last_priced[j] and isfinite(table[t][j]) and table[t][j] > 0
@@ -299,7 +295,6 @@ class SlowSimulator:
         self.finish(p, t, price, cause, touched)
         self.weights[j] = 0.0
 
-    # trades --------------------------------------------------------------------------------------
     def finish(self, p, t, price, cause, touched=False):
         del self.held[p.asset]
         p.seen.append(price)
