@@ -1,40 +1,37 @@
-"""Market tables in the form in which they may be attached to trades."""
+"""Values of trades in the form in which they may be attached to them."""
 
 from __future__ import annotations
 
 from typing import TYPE_CHECKING
 
 import numpy as np
-import pandas as pd
+import numpy.typing as npt
 
-from corvex.core.trade_lookup import TradeLookup
-from corvex.core.trade_rows import closed_trades
+from corvex.core.trade_rows import closed_returns
 
 if TYPE_CHECKING:
-    from collections.abc import Iterator
+    from collections.abc import Iterator, Mapping
 
     from corvex.analysis import TradeInfo
-    from corvex.core.report import Report
+    from corvex.core.trade_lookup import TradeLookup
 
 __all__ = ["complete_info"]
 
 
 def complete_info(
-    report: Report, name: str, table: pd.DataFrame, date_columns: list[str]
+    lookup: TradeLookup, name: str, values: Mapping[str, npt.NDArray[np.float64]]
 ) -> Iterator[TradeInfo]:
-    """Give the trade info of a table for the date columns on which no closed trade lacks a value.
+    """Give the trade info of values for the date columns on which no closed trade lacks one.
 
     A hole in one closed trade would drop that trade from the win ratio, so a column that is not
-    complete is not given at all.
+    complete is not given at all. The table is made from the values: a market's own may be labelled
+    in other ways than `Report.add_trade_info` reads.
     """
-    trades = closed_trades(report)
-    if trades.empty or table.empty:
-        return
-    lookup = TradeLookup(trades)
-    complete = [
-        column
-        for column in date_columns
-        if column in trades.columns and not np.isnan(lookup.values(table, column)).any()
-    ]
+    _, closed = closed_returns(lookup.trades)
+    complete = {
+        column: found
+        for column, found in values.items()
+        if closed.any() and not np.isnan(found[closed]).any()
+    }
     if complete:
-        yield name, table, complete
+        yield name, lookup.table(complete), list(complete)

@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import math
-from collections.abc import Iterable, Iterator, Mapping, Sequence
+from collections.abc import Iterable, Mapping, Sequence
 from typing import TYPE_CHECKING, Any
 
 import numpy as np
@@ -17,7 +17,6 @@ from corvex.core.trade_lookup import (
     TradeLookup,
     capital_per_share,
     known_table,
-    traded_table,
     traded_values,
 )
 
@@ -66,20 +65,18 @@ class LiquidityAnalysis(Analysis):
 
     def calculate_trade_info(self, report: Report) -> Iterable[TradeInfo]:
         """Give the traded value and the trading restrictions of the days of the fills."""
-        yield from complete_info(report, "turnover", traded_table(report), _FILLS)
-        yield from self._restrictions(report)
-
-    def _restrictions(self, report: Report) -> Iterator[TradeInfo]:
         lookup = TradeLookup(report.trades)
+        columns = [name for name in _FILLS if name in report.trades.columns]
+        turnover = {name: traded_values(report, lookup, name) for name in columns}
+        yield from complete_info(lookup, "turnover", turnover)
         for kind in _STATUSES:
             status = known_table(report.market, "get_status", kind)
             if status is None or not lookup.entered.any():
                 continue
             # An asset or date that the table does not list is under no restriction.
-            dates = pd.DatetimeIndex(report.trades["entry_date"].dropna().unique())
-            listed = status.reindex(index=dates, columns=lookup.ids)
-            info = listed.astype(float).fillna(0.0)
-            yield from complete_info(report, f"{kind}_stock", info, ["entry_date"])
+            listed = np.nan_to_num(lookup.values(status, "entry_date"))
+            listed[~(lookup.entered & lookup.named)] = np.nan
+            yield from complete_info(lookup, f"{kind}_stock", {"entry_date": listed})
 
     def analyze(self, report: Report) -> dict[str, Any]:
         """Describe the liquidity of the fills.

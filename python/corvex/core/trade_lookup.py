@@ -13,6 +13,8 @@ from corvex import _engine
 from corvex.markets.tables import asset_id
 
 if TYPE_CHECKING:
+    from collections.abc import Iterable, Mapping
+
     from corvex.core.report import Report
 
 __all__ = [
@@ -20,7 +22,6 @@ __all__ = [
     "capital_per_share",
     "known_table",
     "market_table",
-    "traded_table",
     "traded_values",
 ]
 
@@ -79,28 +80,43 @@ class TradeLookup:
 
     @cached_property
     def _assets(self) -> tuple[_Places, list[str]]:
-        """Return a number for each trade's label, and the asset id of each number.
-
-        An id is the label up to its first blank; a missing label has the number -1.
-        """
+        """Return a number for each trade's label, -1 for a missing one, and the labels."""
         column = "symbol" if "symbol" in self.trades.columns else "stock_id"
         if column not in self.trades.columns:
             return np.full(len(self.trades), -1, dtype=np.intp), []
         codes, labels = pd.factorize(self.trades[column].array)
-        return codes, [asset_id(label) for label in np.asarray(labels, dtype=object)]
+        return codes, [str(label) for label in np.asarray(labels, dtype=object)]
 
     @property
-    def ids(self) -> list[str]:
-        """The asset ids that the trades name, each once."""
-        return list(dict.fromkeys(self._assets[1]))
+    def named(self) -> npt.NDArray[np.bool_]:
+        """Which trades name their asset."""
+        return self._assets[0] >= 0
+
+    def table(self, values: Mapping[str, _Floats]) -> pd.DataFrame:
+        """Return values of the trades as a table of dates x asset ids.
+
+        Parameters
+        ----------
+        values : mapping of str to float array of shape (trades,)
+            By the column that holds their dates. Trades without a date or an asset are left out.
+        """
+        codes, labels = self._assets
+        ids = np.array([*map(asset_id, labels), None], dtype=object)[codes]
+        parts = [
+            pd.DataFrame({"date": self.trades[name].array, "id": ids, "value": found})
+            for name, found in values.items()
+        ]
+        known = pd.concat(parts).dropna(subset=["date", "id"])
+        known = known.drop_duplicates(["date", "id"])
+        return known.pivot(index="date", columns="id", values="value")
 
     def values(self, table: pd.DataFrame, date_column: str) -> _Floats:
-        """Read one value per trade from a table of dates x asset ids.
+        """Read one value per trade from a table of dates x assets.
 
         Parameters
         ----------
         table : DataFrame
-            Numbers or booleans; dates x asset ids.
+            Numbers or booleans; dates x assets (see `columns_in`).
         date_column : str
             The column of the trades that holds the dates, such as "entry_date". Only a row of
             exactly this date counts: what was traded on a day says nothing about another.
@@ -123,13 +139,18 @@ class TradeLookup:
         return places
 
     def columns_in(self, columns: pd.Index) -> _Places:
-        """Return the column of each trade's asset, -1 where it is not there."""
+        """Return the column of each trade's asset, -1 where it is not there.
+
+        The column of the same label, else that of the same id: the label up to its first blank.
+        """
         places = _remembered(self._columns, columns)
         if places is None:
-            codes, ids = self._assets
+            codes, labels = self._assets
             names = columns if columns.inferred_type == "string" else columns.astype(str)
-            unique, kept = _without_repeats(names, keep="first")
-            found = _original(unique.get_indexer(pd.Index(ids, dtype=unique.dtype)), kept)
+            found = _first_places(names, labels)
+            if (found < 0).any():
+                by_id = _first_places(_ids(names), _ids(labels))
+                found = np.where(found >= 0, found, by_id)
             places = np.append(found, -1)[codes]  # one more entry for the number -1
             self._columns.append((columns, places))
         return places
@@ -146,7 +167,17 @@ def _rows_of(index: pd.Index, dates: Any) -> _Places:
     if isinstance(index, pd.DatetimeIndex) and dates.dtype == index.dtype and _rises(index):
         return _engine.rows_of_times(index.asi8, dates.asi8, _UNITS_PER_DAY[index.unit])
     unique, kept = _without_repeats(index, keep="last")
-    return _original(unique.get_indexer(pd.Index(dates)), kept)
+    places = _original(unique.get_indexer(pd.Index(dates)), kept)
+    return np.where(dates.isna(), -1, places)  # a missing date is none of a table's
+
+
+def _first_places(names: pd.Index, wanted: Iterable[str]) -> _Places:
+    unique, kept = _without_repeats(names, keep="first")
+    return _original(unique.get_indexer(pd.Index(list(wanted), dtype=unique.dtype)), kept)
+
+
+def _ids(labels: Iterable[str]) -> pd.Index:
+    return pd.Index([asset_id(label) for label in labels], dtype=object)
 
 
 def _rises(index: pd.DatetimeIndex) -> bool:
@@ -165,22 +196,6 @@ def _without_repeats(
 
 def _original(places: _Places, kept: _Places | None) -> _Places:
     return places if kept is None else np.where(places >= 0, kept[places], -1)
-
-
-def traded_table(report: Report) -> pd.DataFrame:
-    """Return how much was traded by date and asset, in the market's currency.
-
-    Close x volume, both as quoted, of the assets of the trades. Empty where the market has no
-    volume.
-    """
-    tables = _close_and_volume(report)
-    if tables is None:
-        return pd.DataFrame()
-    close, volume = tables
-    used = TradeLookup(report.trades).ids
-    close = close.loc[:, close.columns.astype(str).isin(used)]
-    value: pd.DataFrame = close * volume.reindex(index=close.index, columns=close.columns)
-    return value
 
 
 def traded_values(report: Report, lookup: TradeLookup, date_column: str) -> _Floats:

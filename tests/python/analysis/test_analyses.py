@@ -70,6 +70,21 @@ def test_liquidity_describes_the_fills_and_leaves_the_win_ratio_alone(capsys):
     assert report.get_stats()["win_ratio"] == pytest.approx(2 / 3)
 
 
+@pytest.mark.parametrize(
+    "rows", [DATES, DATES.append(DATES[[1]]), DATES.append(pd.DatetimeIndex([pd.NaT]))]
+)
+@pytest.mark.parametrize("labels", [["1", "2"], [1, 2], ["1 Alpha", "2"], ["1 Other", "2 Beta"]])
+def test_liquidity_reads_tables_however_they_are_labelled(labels, rows):
+    report = _report()
+    expected = report.run_analysis("liquidity", display=False)
+    report = _report(symbol=["1 Alpha", "2", "2", "1 Alpha"])
+    close = pd.DataFrame([[10.0, 20.0]], index=rows, columns=labels)
+    report.market = report.market.bound_to({"close": close, "volume": close * 10})
+    assert report.run_analysis("liquidity", display=False) == expected
+    assert report.trades["turnover@exit_date"].iloc[:3].tolist() == [1000, 4000, 4000]
+    assert report.get_stats()["win_ratio"] == pytest.approx(2 / 3)
+
+
 def test_liquidity_reads_the_trading_restrictions(monkeypatch):
     report = _report()
     listed = pd.DataFrame({"B": [1.0, np.nan]}, index=DATES[[2, 3]])
