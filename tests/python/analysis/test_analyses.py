@@ -156,8 +156,10 @@ def test_the_edge_ratio_follows_the_prices_since_entry():
 def test_no_analysis_or_market_table_moves_the_win_ratio(holes):
     report = _report(mae=-0.1, mfe=0.2)
     tables = {field: report.market.get_price(field).copy() for field in ("close", "volume")}
+    tables["market_value"] = tables["close"].copy()
     for row, asset in holes:
         tables["volume"].loc[DATES[row], asset] = np.nan
+        tables["market_value"].loc[DATES[row], asset] = np.nan
     report.market = report.market.bound_to(tables)
     before = len(report.trades), report.get_stats()["win_ratio"]
     for name in ("Liquidity", "MaeMfe", "Drawdown"):
@@ -167,6 +169,8 @@ def test_no_analysis_or_market_table_moves_the_win_ratio(holes):
     assert after == before
     closed = report.trades[report.trades["exit_date"].notna()]
     assert not closed.isna().any().any()
+    valued = not {(1, "A"), (2, "B"), (3, "B")} & set(holes)
+    assert ("market_value@entry_date" in report.trades.columns) == valued
 
 
 OWN = """
