@@ -7,6 +7,7 @@ from typing import Any, Protocol
 
 import pandas as pd
 
+from corvex.data.context import in_utc
 from corvex.data.context import now as present
 from corvex.markets.bars import is_intraday
 from corvex.markets.calendars import TradingCalendar
@@ -90,7 +91,7 @@ def execution_timing(
     ValueError
         When `calendar` is a text that names no exchange.
     """
-    moment = pd.Timestamp((now or present()).astimezone(datetime.UTC))
+    moment = pd.Timestamp(in_utc(now or present()))
     record = _blank(execution, moment)
     if isinstance(calendar, str):
         as_calendar(calendar).tz  # noqa: B018 - a name that is not known fails here

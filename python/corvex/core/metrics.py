@@ -15,6 +15,8 @@ from corvex import _engine
 from corvex.core.curve_figures import SESSIONS_PER_YEAR, fit, values_per_year
 from corvex.core.trade_lookup import TradeLookup, capital_per_share, known_table
 from corvex.core.trade_rows import closed_returns, excursion
+from corvex.data.context import in_utc
+from corvex.data.context import now as present
 from corvex.ffn_core._curve import Curve, read_curve
 
 if TYPE_CHECKING:
@@ -123,7 +125,7 @@ class Metrics:
         following = _timestamp(self._report.next_trading_date)
         if following is None:
             return False
-        now = pd.Timestamp.now("UTC")
+        now = pd.Timestamp(present())
         date = following.tz_localize("UTC") if following.tz is None else following
         if abs(now - date) > _LONGEST_BREAK:  # spares the opening of the trading calendar
             return bool(now > date)
@@ -131,7 +133,7 @@ class Metrics:
             close = self._report.market.market_close_at_timestamp(following)
         except (AttributeError, ValueError, NotImplementedError):
             close = date.normalize() + pd.Timedelta(days=1)
-        return bool(now >= close)
+        return bool(now >= in_utc(close))
 
     def update_date(self) -> int | None:
         """Return the last date of the position table.

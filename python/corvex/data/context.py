@@ -10,7 +10,9 @@ from contextvars import ContextVar
 from pathlib import Path
 from typing import Any
 
-__all__ = ["DataContext", "now"]
+import pandas as pd
+
+__all__ = ["DataContext", "in_utc", "now"]
 
 _SETTINGS = ("_loaded_datasets", "data_dir", "now")
 
@@ -96,5 +98,11 @@ _default_context = DataContext()
 
 def now() -> datetime.datetime:
     """Return the present in UTC, or the one that the context fixes."""
-    fixed = _default_context.now
-    return (fixed or datetime.datetime.now(datetime.UTC)).astimezone(datetime.UTC)
+    return in_utc(_default_context.now or datetime.datetime.now(datetime.UTC))
+
+
+def in_utc(moment: datetime.datetime) -> datetime.datetime:
+    """Return a moment in UTC; one without a zone is this machine's local time."""
+    # A Timestamp without a zone refuses to be brought to one.
+    plain = moment.to_pydatetime(warn=False) if isinstance(moment, pd.Timestamp) else moment
+    return plain.astimezone(datetime.UTC)

@@ -6,6 +6,7 @@ import datetime
 from collections.abc import Mapping
 from typing import TYPE_CHECKING, Any
 
+from corvex.data.context import in_utc
 from corvex.data.context import now as present
 from corvex.data.expiry import freshness
 
@@ -37,7 +38,7 @@ def readiness_record(
         ``tables``: a list of ``name``, ``last_date`` (as the table has it), ``expires_at``,
         ``fresh``.
     """
-    moment = (now or present()).astimezone(datetime.UTC)
+    moment = in_utc(now or present())
     found = freshness(market)
     tables = [
         {
@@ -81,7 +82,7 @@ def snapshot_is_ready(
     expires_at = readiness.get("expires_at")
     if not isinstance(expires_at, str):
         return False
-    moment = (now or present()).astimezone(datetime.UTC)
+    moment = in_utc(now or present())
     return moment < datetime.datetime.fromisoformat(expires_at)
 
 

@@ -1,3 +1,4 @@
+import datetime
 import inspect
 import math
 import pickle
@@ -10,6 +11,7 @@ import pytest
 import corvex
 from corvex.core.metrics import Metrics
 from corvex.core.report import STATS_METRIC_ALIASES
+from corvex.data.context import _default_context
 from corvex.markets import get_market_by_name
 
 FIGURES = [
@@ -127,6 +129,18 @@ def test_dates_are_whole_epoch_seconds_whatever_their_form():
     for days, expired in ((2, False), (-4, True)):
         report.next_trading_date = pd.Timestamp.now().normalize() + pd.Timedelta(days=days)
         assert metrics.expired() is expired
+
+
+def test_a_report_expires_at_the_close_whatever_its_form(monkeypatch):
+    report = _report(curve())
+    report.next_trading_date = datetime.datetime(2024, 1, 2)
+    local = datetime.datetime(2024, 1, 2, 13, 30)
+    for close in (local, pd.Timestamp(local), pd.Timestamp(local.astimezone())):
+        monkeypatch.setattr(report.market, "market_close_at_timestamp", lambda _, at=close: at)
+        for seconds in (-1, 0):
+            now = local.astimezone() + datetime.timedelta(seconds=seconds)
+            with _default_context.override(now=now):
+                assert Metrics(report).expired() is (seconds == 0)
 
 
 def test_results_follow_a_changed_report_and_stay_out_of_the_pickle():

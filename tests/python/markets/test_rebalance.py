@@ -70,6 +70,8 @@ def test_known_timing_switches_exactly_at_the_close_of_the_signal(dates, more, s
         assert record["status"] == "known"
         assert dt.datetime.fromisoformat(record["update_start_at"]) == start
         assert record["rebalance_due"] is due
+        local = T(record["now_at"]).to_pydatetime().astimezone().replace(tzinfo=None)
+        assert execution_timing(state, now=T(local)) == record
         assert record["next_session_date"] == str(fill.date())
         assert record["deadline_at"].endswith(f"T{fill:%H:%M}:00+00:00")
     later = T(record["deadline_at"]) + pd.Timedelta(hours=1)
