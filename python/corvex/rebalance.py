@@ -5,8 +5,10 @@ from __future__ import annotations
 import datetime
 from typing import Any, Protocol
 
+import numpy as np
 import pandas as pd
 
+from corvex import _engine
 from corvex.data.context import in_utc
 from corvex.data.context import now as present
 from corvex.markets.bars import is_intraday
@@ -174,17 +176,21 @@ def _scheduled_after(resample: Any, sessions: _Sessions, done: pd.Timestamp) -> 
 
 
 def _period_end(rule: str, date: pd.Timestamp) -> pd.Timestamp | None:
-    """Return the last day of the period of a frequency that holds a date."""
-    # The older names of the ends of month, quarter and year work as well.
-    newer = {"M": "ME", "Q": "QE", "Y": "YE", "A": "YE", "BM": "BME", "BQ": "BQE", "BA": "BYE"}
-    head, _, anchor = rule.partition("-")
-    name = newer.get(head, head) + (f"-{anchor}" if anchor else "")
-    try:
-        offset = pd.tseries.frequencies.to_offset(name)
-    except ValueError:
+    """Return the last day of the period of a frequency that holds a date, as a simulation has it.
+
+    The begin of a month names the same months as its end does: "MS" is "ME".
+    """
+    count = rule[: len(rule) - len(rule.lstrip("0123456789"))]
+    if count not in ("", "1"):  # every second month, say, counts from a date that is not known here
         return None
-    # Every second month, say, counts from a date that is not known here.
-    return pd.Timestamp(offset.rollforward(date)) if offset.n == 1 else None
+    try:
+        _, end = _engine.period_bounds(np.array([date.as_unit("ns").value]), rule)
+    except ValueError:  # no plain period, such as "SME" or "WOM-3FRI"
+        try:
+            return pd.Timestamp(pd.tseries.frequencies.to_offset(rule).rollforward(date))
+        except ValueError:
+            return None
+    return pd.Timestamp(end - 1, unit="ns")
 
 
 class _Sessions:
