@@ -47,7 +47,8 @@ class Metrics:
     Notes
     -----
     Figures of the curve, the position table and the trades' returns are kept as long as the
-    report holds the same objects: assign a changed copy rather than change a table in place.
+    report holds the same objects, and the trades the same rows: assign a changed copy rather than
+    change values in place.
 
     Dates are whole seconds since 1970-01-01 UTC; a date without time zone counts as UTC.
 
@@ -502,15 +503,20 @@ class Metrics:
         )
         return result
 
+    def _rows(self) -> tuple[pd.DataFrame, pd.Index]:
+        """Return the trades and their index, which changes too when rows are dropped or sorted."""
+        trades: pd.DataFrame = self._report.trades
+        return trades, trades.index
+
     def _closed_returns(self) -> tuple[npt.NDArray[np.float64], npt.NDArray[np.bool_]]:
         result: tuple[npt.NDArray[np.float64], npt.NDArray[np.bool_]] = self._remembered(
-            "returns", closed_returns, self._report.trades
+            "returns", lambda trades, _: closed_returns(trades), *self._rows()
         )
         return result
 
     def _trade_figures(self) -> tuple[float, float, float]:
         result: tuple[float, float, float] = self._remembered(
-            "trades", lambda _: _engine.trade_figures(*self._closed_returns()), self._report.trades
+            "trades", lambda *_: _engine.trade_figures(*self._closed_returns()), *self._rows()
         )
         return result
 
@@ -522,7 +528,9 @@ class Metrics:
         return _engine.mean_present(column.to_numpy(dtype=np.float64), closed)
 
     def _lookup(self) -> TradeLookup:
-        result: TradeLookup = self._remembered("lookup", TradeLookup, self._report.trades)
+        result: TradeLookup = self._remembered(
+            "lookup", lambda trades, _: TradeLookup(trades), *self._rows()
+        )
         return result
 
     def _status_ratio(self, kind: str) -> float:

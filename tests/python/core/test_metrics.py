@@ -143,7 +143,7 @@ def test_a_report_expires_at_the_close_whatever_its_form(monkeypatch):
                 assert Metrics(report).expired() is (seconds == 0)
 
 
-def test_results_follow_a_changed_report_and_stay_out_of_the_pickle():
+def test_results_follow_a_changed_report_and_stay_out_of_the_pickle(monkeypatch):
     report = _report(curve(1), curve(2))
     bare = len(pickle.dumps(report))
     report.metrics = Metrics(report)
@@ -151,6 +151,13 @@ def test_results_follow_a_changed_report_and_stay_out_of_the_pickle():
     assert len(pickle.dumps(report)) < bare + 300
     report.daily_benchmark = curve(3)
     assert report.metrics.beta() != first
+    report.trades = _trades(report.daily_creturn.index)
+    figures = report.metrics.win_rate, report.metrics.mae, report.metrics.warning_stock_ratio
+    kinds = {"warning": pd.DataFrame({"B": [1.0]}, report.trades["entry_date"].iloc[[1]])}
+    monkeypatch.setattr(report.market, "get_status", kinds.get)
+    assert [ask() for ask in figures] == pytest.approx([1 / 3, -0.28 / 3, 1 / 4])
+    report.trades.loc[4] = report.trades.loc[0]
+    assert [ask() for ask in figures] == pytest.approx([2 / 4, -0.30 / 4, 1 / 5])
 
 
 @pytest.mark.parametrize("rate", [0.0, 0.02, 0.07])
