@@ -216,6 +216,11 @@ def test_a_strategy_is_daily_when_all_its_stamps_are_midnights(hold, index, dail
     assert report.position_info2()["positionConfig"]["isDailyStrategy"] is daily
 
 
+def test_a_next_date_that_is_not_known_is_told_as_none(hold):
+    report = hold(("1", DAYS[1], DAYS[2]), next_trading_date=pd.NaT)
+    assert report.position_info2()["positionConfig"]["scheduled"] is None
+
+
 def test_several_executions_leave_timing_to_the_report_itself(hold, module, monkeypatch):
     timing = mock.Mock(return_value={})
     monkeypatch.setattr("corvex.rebalance.execution_timing", timing)

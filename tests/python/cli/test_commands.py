@@ -111,6 +111,14 @@ def test_report_takes_a_benchmark_from_a_column_a_file_or_a_sample(run, tmp_path
     assert "is no column of a.csv, no file and no known table; known are us_stocks" in err
 
 
+def test_warnings_become_notes(run, tmp_path):
+    (tmp_path / "a.csv").write_text("date,equity\n2024-01-04,120\n2024-01-02,100\n2024-01-03,9\n")
+    status, out, err = run("report", "a.csv")
+    assert (status, "strategy +20.0%" in out) == (0, True)
+    assert err.startswith("corvex: note: ")
+    assert "sorted" in err
+
+
 @pytest.mark.parametrize(
     ("text", "args", "message"),
     [
