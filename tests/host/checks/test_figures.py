@@ -8,7 +8,7 @@ DAYS = pd.date_range("2024-01-01", periods=30)
 CURVES = pd.DataFrame({"strategy": np.linspace(100, 158, 30), "benchmark": 100.0}, index=DAYS)
 CURVES.loc[DAYS[10:20], "benchmark"] = 80.0
 HELD = pd.Series(range(30), index=DAYS)
-TABLE = {2023: {1: 0.1, 2: -0.05, "YTD": 0.12345}, 2024: {1: 0.02, 2: np.nan, "YTD": -0.2}}
+TABLE = {2023: {1: 0.1, 2: -0.05, "YTD": 0.1236}, 2024: {1: 0.02, 2: np.nan, "YTD": -0.2}}
 
 PANELS = ("yaxis", "yaxis2", "yaxis3", "yaxis4")
 
@@ -77,7 +77,7 @@ def map_of(figure, title, height, **axis):
 def test_years_are_a_strip_of_percents(module):
     figure = module.Report.create_yearly_return_figure(TABLE)
     trace = map_of(figure, "yearly return", 120, visible=False)
-    assert np.asarray(trace.z).tolist() == [[12.3, -20.0]]
+    assert np.asarray(trace.z).tolist() == [[12.4, -20.0]]
     assert list(trace.x) == [2023, 2024]
     assert trace.hovertemplate == "year: %{x}<br>return: %{z}%"
 

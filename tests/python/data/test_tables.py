@@ -1,17 +1,12 @@
 """The built-in samples and named tables of a folder."""
 
 import os
-import re
-from pathlib import Path
 
 import pandas as pd
 import pytest
 
-import corvex
 from corvex import data
 from corvex.data.context import _default_context
-
-SAMPLES = Path(corvex.__file__).parent / "sample"
 
 
 def test_stock_and_index_samples_are_whole():
@@ -40,19 +35,6 @@ def test_splits_are_scaled_out_of_the_ohlcv_sample():
         assert not (inner * (1 + 1e-12) < adjusted["low"]).any(axis=None)
     traded = [fields["close"] * fields["volume"] for fields in (adjusted, quoted)]
     pd.testing.assert_frame_equal(*traded)
-
-
-def test_samples_are_small_and_say_what_they_are():
-    readme = (SAMPLES / "README.md").read_text(encoding="utf-8")
-    files = [path for path in SAMPLES.rglob("*") if path.is_file()]
-
-    assert sum(path.stat().st_size for path in files) < 1.5e6
-    assert "for examples and tests, not for investment" in readme
-    assert {path.name for path in SAMPLES.glob("*.csv.gz")} == set(
-        re.findall(r"^\| `(\w+\.csv\.gz)`", readme, re.MULTILINE)
-    )
-    for licence in re.findall(r"`(licences/\S+)`", readme):
-        assert (SAMPLES / licence).is_file()
 
 
 @pytest.fixture

@@ -11,7 +11,6 @@ import pytest
 from hypothesis import given
 from hypothesis import strategies as st
 
-import corvex
 from corvex.core.report import ReportExecution
 from corvex.markets import get_market_by_name
 
@@ -105,31 +104,3 @@ def test_depth_and_length_do_not_matter():
             reader({"config": {"scheduled": "x" * 10**6}})
     while deep:  # freed level by level
         deep = deep["config"]
-
-
-@pytest.fixture(scope="module")
-def report():
-    prices = corvex.data.sample("us_stocks_adjusted_close_daily_1990_2022").iloc[-300:]
-    weights = (prices.pct_change(60).rank(axis=1, ascending=False) <= 3).loc[prices.index[80] :]
-    return corvex.simulate(weights, prices, resample="ME", stop_loss=0.1, trail_stop=0.2)
-
-
-def test_holdings_of_real_trades_are_read_back_as_the_execution(report):
-    holdings = sent(report.position_info2())
-    again = ReportExecution.from_dict(holdings)
-    labels = report.current_trades.index.unique()
-    for attribute in ("weights", "next_weights"):
-        expected = getattr(report, attribute).reindex(labels, fill_value=0.0)
-        read = getattr(again, attribute)
-        assert read.reindex(labels).to_list() == expected.to_list()
-        assert read.name == getattr(report, attribute).name
-    assert again.resample == "ME"
-    assert again.planned_rebalance_date == report.execution.planned_rebalance_date
-    assert again.next_trading_date == report.execution.next_trading_date
-    last = report.market.get_price("close").iloc[-1]
-    for position in holdings["positions"]:
-        assert position["currentPrice"] == last[position["assetId"]]
-        assert position["entryAdjPrice"] == pytest.approx(position["entryPrice"])
-    twice = sent(again.to_legacy_position_info2())["positions"]
-    actions = {p["assetId"]: p["action"] for p in holdings["positions"]}
-    assert {p["assetId"]: p["action"] for p in twice} == actions
