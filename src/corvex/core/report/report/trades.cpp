@@ -60,10 +60,13 @@ nb::object extended_to(nb::handle table, const nb::object& dates) {
                                  nb::arg("method") = pyglue::text("ffill"));
 }
 
-/// "2330 some name" is known to tables as "2330".
+/// "2330 some name" is known to tables as "2330". Each label is split once, however many trades.
 nb::object asset_ids(nb::handle trades) {
-    const nb::object labels = trades[pyglue::text(asset_column(trades))];
-    return labels.attr("str").attr("split")(pyglue::text(" ")).attr("str")[0];
+    const nb::object found =
+        global("pd").attr("factorize")(trades[pyglue::text(asset_column(trades))]);
+    const nb::object ids =
+        nb::object(found[1]).attr("str").attr("split")(pyglue::text(" ")).attr("str")[0];
+    return ids.attr("take")(found[0], nb::arg("fill_value") = global("np").attr("nan"));
 }
 
 nb::object kernel_for(nb::handle dtype) {
