@@ -36,6 +36,7 @@ class Case:
     goals: tuple[Goal, ...] = ()
     variants: tuple[str, ...] = ("",)
     limits: Mapping[str, float] = field(default_factory=dict)  # seconds by label
+    room: Mapping[str, float] = field(default_factory=dict)  # mebibytes by label
 
 
 def business_days(count: int) -> np.ndarray:
@@ -83,6 +84,20 @@ def lookup_table(data: Path, _variant: str) -> None:
     )
 
 
+def traded_table(data: Path, _variant: str) -> None:
+    """A table of 5,000 dates by 2,000 assets (76 MiB), and 100,000 trades on its dates."""
+    draw = np.random.default_rng(7)
+    entry = np.sort(draw.integers(0, 4900, 100_000))
+    np.savez(
+        data,
+        dates=business_days(5000),
+        table=draw.normal(size=(5000, 2000)),
+        asset=draw.integers(0, 2000, 100_000),
+        entry=entry,
+        exit=entry + draw.integers(1, 100, 100_000),
+    )
+
+
 def nothing(data: Path, _variant: str) -> None:
     np.savez(data)
 
@@ -122,6 +137,7 @@ FULL = "engine, all on"
 FIGURES = "the figures of both"
 METRICS = "get_metrics(), all 44"
 SIMULATE = "corvex.simulate"
+TRADE_INFO = "add_trade_info"
 PAYLOAD = "payload, last 500 trades"
 PAGE = "to_html, second call"
 FIRST_CHART, ALL_TABLES = "ten years: first chart", "ten years: all tables"
@@ -159,6 +175,14 @@ CASES = [
         lookup_table,
         (KERNEL,),
         (Goal(KERNEL, "DataFrame.at in a loop", 40),),
+    ),
+    Case(
+        "trade_info",
+        "two dates of 100,000 trades looked up in 5,000 dates by 2,000 assets",
+        ("corvex",),
+        traded_table,
+        (TRADE_INFO,),
+        room={TRADE_INFO: 38.0},  # half of a copy of the table
     ),
     Case(
         "payload",

@@ -97,6 +97,10 @@ def show_times(case: Case, variant: str, rows: list[Row]) -> None:
         if label in heads:
             state = "kept" if heads[label] <= most else "MISSED"
             print(f"  limit: {label} at most {seconds(most)}: {state} ({seconds(heads[label])})")
+    peaks = {r["label"]: r["peak"] for r in rows if r["contestant"] == "corvex" and "peak" in r}
+    for label, most in case.room.items():
+        state = "kept" if peaks[label] <= most else "MISSED"
+        print(f"  limit: {label} at most {most:.0f} MiB: {state} ({peaks[label]:.0f} MiB)")
     for goal in case.goals:
         if variant.startswith(goal.variant):
             show_goal(goal, rows)

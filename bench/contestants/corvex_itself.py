@@ -148,6 +148,40 @@ def lookup(data: Path) -> list[Entry]:
     ]
 
 
+def trade_info(data: Path) -> list[Entry]:
+    import numpy as np
+    import pandas as pd
+
+    import corvex
+
+    arrays = load(data)
+    dates = pd.DatetimeIndex(arrays["dates"].view("M8[ns]"))
+    assets = pd.Index([f"A{i:04d} Asset {i}" for i in range(2000)])
+    table = pd.DataFrame(arrays["table"], dates, assets.str.slice(0, 5))
+    report = corvex.from_equity(pd.Series(np.linspace(1.0, 2.0, len(dates)), dates))
+    trades = {"entry_date": dates[arrays["entry"]], "exit_date": dates[arrays["exit"]]}
+    report.trades = pd.DataFrame({"symbol": assets.take(arrays["asset"]), **trades})
+
+    def with_pandas() -> None:
+        ids = report.trades["symbol"].str.split(" ").str[0]
+        for name in trades:
+            rows = report.trades[name]
+            filled = table.reindex(table.index.union(rows.unique()), method="ffill")
+            cells = filled.index.get_indexer(rows), filled.columns.get_indexer(ids)
+            report.trades[f"pandas@{name}"] = filled.to_numpy()[cells]
+
+    def add() -> None:
+        report.add_trade_info("own", table, list(trades))
+
+    entries = [
+        time_call("add_trade_info", add, memory=True),
+        time_call("the same with pandas", with_pandas, repeats=3, memory=True),
+    ]
+    for name in trades:
+        assert report.trades[f"own@{name}"].equals(report.trades[f"pandas@{name}"])
+    return entries
+
+
 def simulate(data: Path) -> list[Entry]:
     import corvex
     from corvex import _engine
@@ -313,6 +347,7 @@ main(
         "drawdowns": drawdowns,
         "lookup": lookup,
         "import": imports,
+        "trade_info": trade_info,
         "payload": payload,
         "simulate": simulate,
         "page": page,
