@@ -12,7 +12,7 @@ from typing import TYPE_CHECKING, NamedTuple
 
 import pandas as pd
 
-from corvex.data.context import _default_context, now
+from corvex.data.context import _default_context, in_utc, now
 from corvex.data.tables import LoadedTable, facts
 
 if TYPE_CHECKING:
@@ -85,11 +85,11 @@ def suggested_tradable_time(market: Market) -> datetime.datetime | None:
     if is_tradable(market) or not freshness(market):
         return None
     present = pd.Timestamp(now())
-    close = market.market_close_at_timestamp(present)
+    close = in_utc(market.market_close_at_timestamp(present))
     if close > present:
         day = market.previous_session(present.tz_convert(market.tz).tz_localize(None))
-        close = market.market_close_at_timestamp(day)
-    return close.tz_convert("UTC").to_pydatetime()
+        close = in_utc(market.market_close_at_timestamp(day))
+    return close
 
 
 def freshness(market: Market | None = None) -> list[Freshness]:
@@ -138,9 +138,9 @@ def expiry_of(
 
     freq = infer_freq(index)
     try:
-        return _utc(_calendar_expiry(index, market, as_of, freq))
+        return in_utc(_calendar_expiry(index, market, as_of, freq))
     except CalendarRangeError:
-        return _utc(_weekday_expiry(market.session_date(index[-1]), freq))
+        return in_utc(_weekday_expiry(market.session_date(index[-1]), freq))
 
 
 def _calendar_expiry(
@@ -153,7 +153,7 @@ def _calendar_expiry(
         bar = market.next_bar(index) + usual_gap(index)
         return bar.tz_localize(market.tz) if bar.tzinfo is None else bar
     close = market.market_close_at_timestamp(last)
-    if as_of < close:
+    if as_of < in_utc(close):
         return close
     date = market.session_date(last)
     if freq == "D":
@@ -194,7 +194,3 @@ def _by_name(name: str) -> Market:
     from corvex.markets import get_market_by_name
 
     return get_market_by_name(name)
-
-
-def _utc(moment: pd.Timestamp) -> datetime.datetime:
-    return moment.tz_convert("UTC").to_pydatetime()

@@ -109,6 +109,20 @@ def test_prices_are_tradable_until_newer_ones_should_exist(market, index, bound_
     assert datetime.datetime.fromisoformat(record["expires_at"]) == end.tz_localize("UTC")
 
 
+class _LocalMarket(CryptoMarket):
+    def market_close_at_timestamp(self, date):
+        return T(date).tz_localize(None).normalize() + pd.Timedelta("17h")
+
+
+def test_a_close_without_a_zone_is_local_time():
+    bound = _bound(_LocalMarket(), _days("2024-01-03", "D"), "2024-01-03 23:00")
+    end = datetime.datetime(2024, 1, 4, 17).astimezone()
+    for seconds, fresh in ((-1, True), (0, False)):
+        with _default_context.override(now=end + datetime.timedelta(seconds=seconds)):
+            assert data.is_tradable(bound) is fresh
+            assert data.suggested_tradable_time(bound) == (None if fresh else end)
+
+
 def test_the_suggested_time_is_the_last_close_that_came():
     bound = _bound(USMarket(), pd.bdate_range("2023-11-13", "2023-11-17"), "2023-11-18")
 
