@@ -144,3 +144,12 @@ def test_a_table_that_would_have_to_be_copied_is_refused():
         _engine.simulate(close=close, target=np.ones((1, 3)), signal_session=signal)
     with pytest.raises(ValueError, match="fill_at must be"):
         _engine.simulate(close=close, target=np.ones((1, 2)), signal_session=signal, fill_at="noon")
+
+
+def test_a_short_that_waited_for_its_price_is_covered_beyond_the_cash():
+    close = np.array([[10, 10], [10, 10], [10, 12], [10, np.nan], [10, 14]])
+    target = np.array([[1.0, -0.5], [1.0, -0.1]])
+    result = _engine.simulate(close=close, target=target, signal_session=np.array([0, 2]))
+    # 0.6 of cash are there for a short of 0.7 that is to be a tenth of the 0.8 of equity.
+    assert result["shares"][1] * 14 == pytest.approx(-0.08)
+    assert result["cash"][-1] == pytest.approx(-0.02)
