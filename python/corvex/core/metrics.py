@@ -26,6 +26,8 @@ if TYPE_CHECKING:
 
 __all__ = ["Metrics"]
 
+_MARKET_VALUE = "market_value@entry_date"  # a column of the trades
+
 _TAIL = 0.05  # of the days are in the tail of value at risk and tail ratio
 _CAPACITY_SHARE = 0.05  # of the value traded that day
 _CAPACITY_QUANTILE = 0.10  # of all fills may exceed that share
@@ -390,6 +392,7 @@ class Metrics:
         volume, or the trades no weights. The analysis "Liquidity" gives other shares and
         quantiles.
         """
+        self._drop_incomplete_market_value()
         limits = _CAPACITY_SHARE * capital_per_share(self._report, self._lookup())
         return float(np.quantile(limits, _CAPACITY_QUANTILE)) if limits.size else math.nan
 
@@ -532,6 +535,18 @@ class Metrics:
             "lookup", lambda trades, _: TradeLookup(trades), *self._rows()
         )
         return result
+
+    def _drop_incomplete_market_value(self) -> None:
+        """Take market values off the trades again where a closed trade lacks one.
+
+        The record of all figures attaches them before it asks for the figures. The win ratio of
+        the statistics leaves out each trade with a missing value, so a hole would change it.
+        """
+        trades = self._report.trades
+        if _MARKET_VALUE in trades.columns:
+            _, closed = self._closed_returns()
+            if (closed & np.asarray(trades[_MARKET_VALUE].isna())).any():
+                trades.pop(_MARKET_VALUE)
 
     def _status_ratio(self, kind: str) -> float:
         table = known_table(self._report.market, "get_status", kind)

@@ -1,7 +1,6 @@
 #include "corvex/core/report/stats/metrics.hpp"
 
 #include "corvex/core/report/data_context.hpp"
-#include "corvex/core/report/module_globals.hpp"
 
 #include <array>
 
@@ -91,41 +90,15 @@ nb::dict section_record(const Section& section, nb::handle metrics, nb::handle r
     return record;
 }
 
-/// Whether a column lacks the value of a closed trade.
-bool has_hole(nb::handle trades, const char* column) {
-    if (!pyglue::is_instance(trades, global("pd").attr("DataFrame"))) {
-        return false;
-    }
-    for (const char* needed : {column, "return", "exit_date"}) {
-        if (!pyglue::contains(trades.attr("columns"), needed)) {
-            return false;
-        }
-    }
-    const nb::object closed =
-        trades[text("return")].attr("notna")() & trades[text("exit_date")].attr("notna")();
-    return pyglue::is_true((closed & trades[text(column)].attr("isna")()).attr("any")());
-}
-
-void add_market_value(nb::handle self) {
-    const nb::object market_value = self.attr("market").attr("get_market_value")();
-    if (pyglue::length(market_value) == 0) {
-        return;
-    }
-    nb::list date_columns;
-    date_columns.append(text("entry_date"));
-    self.attr("add_trade_info")(text("market_value"), market_value, date_columns);
-    // Statistics such as the win ratio leave out each trade with a missing value.
-    const nb::object trades = self.attr("trades");
-    constexpr const char* kColumn = "market_value@entry_date";
-    if (has_hole(trades, kColumn)) {
-        trades.attr("pop")(text(kColumn));
-    }
-}
-
 nb::object get_metrics_here(const Call& call) {
     const nb::handle self = call.self();
     const nb::object metrics = self.attr("metrics");
-    add_market_value(self);
+    const nb::object market_value = self.attr("market").attr("get_market_value")();
+    if (pyglue::length(market_value) != 0) {
+        nb::list date_columns;
+        date_columns.append(text("entry_date"));
+        self.attr("add_trade_info")(text("market_value"), market_value, date_columns);
+    }
     nb::dict record;
     for (const Section& section : kSections) {
         record[section.key] = section_record(section, metrics, call[2]);
