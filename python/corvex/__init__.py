@@ -57,7 +57,12 @@ _LAZY = {
 }
 
 
+_MODULES = ("analysis", "market", "markets", "rebalance", "schemas", "terminal")
+
+
 def __getattr__(name: str) -> Any:
+    if name in _MODULES:
+        return importlib.import_module(f"{__name__}.{name}")
     if name in _LAZY:
         value = getattr(importlib.import_module(_LAZY[name]), name)
         globals()[name] = value
@@ -66,4 +71,4 @@ def __getattr__(name: str) -> Any:
 
 
 def __dir__() -> list[str]:
-    return sorted(set(globals()) | set(_LAZY))
+    return sorted({*globals(), *_LAZY, *_MODULES})

@@ -84,7 +84,7 @@ class TradeLookup:
         column = "symbol" if "symbol" in self.trades.columns else "stock_id"
         if column not in self.trades.columns:
             return np.full(len(self.trades), -1, dtype=np.intp), []
-        codes, labels = pd.factorize(self.trades[column].array)
+        codes, labels = pd.factorize(self.trades[column])
         return codes, [str(label) for label in np.asarray(labels, dtype=object)]
 
     @property

@@ -18,8 +18,8 @@ struct TableView {
     std::size_t columns = 0;
     Layout layout = Layout::kRows;
 
-    [[nodiscard]] double at(std::size_t row, std::size_t column) const {
-        return values[layout == Layout::kRows ? row * columns + column : column * rows + row];
+    [[nodiscard]] std::size_t offset(std::size_t row, std::size_t column) const {
+        return layout == Layout::kRows ? row * columns + column : column * rows + row;
     }
 };
 
