@@ -128,8 +128,9 @@ test-pickle-across: $(VENV)/stamp-build pandas22 ## read reports saved under pan
 	$(PY) -B tests/pickle_across.py write build/pickles/pandas3
 	$(VENV22)/bin/python -B tests/pickle_across.py try build/pickles/pandas3
 
-# The extensions' own behaviour; the Python packages above them only add time here.
-ASAN_TESTS := $(wildcard tests/python/pyglue tests/python/report tests/python/engine tests/host)
+# The extensions' own behaviour, and those packages above them that give the engine its work.
+ASAN_TESTS := $(wildcard tests/python/pyglue tests/python/report tests/python/engine tests/host \
+    tests/python/statistics tests/python/core tests/python/simulation)
 .PHONY: asan
 asan: $(VENV)/stamp-build ## run the engine's and the modules' own tests under ASan and UBSan
 	@tools/system_packages.sh gtest sanitizers

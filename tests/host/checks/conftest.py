@@ -57,3 +57,13 @@ def execution(module, monkeypatch):
     fields = """weights next_weights resample actions next_trading_date trade_at market stop_loss
         take_profit trail_stop"""
     return module.ReportExecution(**dict.fromkeys(fields.split()))
+
+
+@pytest.fixture
+def unpacked():
+    """Reads the text that trades travel as. It bears the time of packing, so texts may differ."""
+    import base64
+    import gzip
+    import json
+
+    return lambda text: json.loads(gzip.decompress(base64.b64decode(text, validate=True)))
