@@ -77,7 +77,7 @@ def metrics(data: Path) -> list[Entry]:
             *of_trades(),
         ]
 
-    return [time_call("the same with pandas", same_figures)]
+    return [time_call("the same with pandas", same_figures, repeats=40)]
 
 
 def imports(_data: Path) -> list[Entry]:

@@ -24,7 +24,7 @@ def fit(curve: pd.Series, benchmark: pd.Series, periods_per_year: int) -> tuple[
     The returns on the dates on which both have one count. NaN for fewer than two of them and for
     a benchmark that does not move.
     """
-    if not benchmark.index.equals(curve.index):
+    if benchmark.index is not curve.index and not benchmark.index.equals(curve.index):
         benchmark = benchmark.reindex(curve.index)
     return _engine.benchmark_fit(
         curve.to_numpy(dtype=np.float64), benchmark.to_numpy(dtype=np.float64), periods_per_year

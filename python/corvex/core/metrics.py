@@ -4,7 +4,6 @@ from __future__ import annotations
 
 import datetime
 import math
-import operator
 from typing import TYPE_CHECKING, Any
 
 import numpy as np
@@ -27,6 +26,9 @@ if TYPE_CHECKING:
 __all__ = ["Metrics"]
 
 _MARKET_VALUE = "market_value@entry_date"  # a column of the trades
+
+_PLACE_OF = {name: place for place, name in enumerate(_engine.FIGURE_NAMES)}
+_UNITS_PER_SECOND = {"s": 1, "ms": 1_000, "us": 1_000_000, "ns": 1_000_000_000}
 
 _TAIL = 0.05  # of the days are in the tail of value at risk and tail ratio
 _CAPACITY_SHARE = 0.05  # of the value traded that day
@@ -443,18 +445,18 @@ class Metrics:
 
     def _figure(self, name: str, riskfree_rate: float) -> float:
         # The same engine call as the statistics make of this curve, without their tables.
-        def record(series: pd.Series, rate: float) -> dict[str, float]:
+        def record(series: pd.Series, rate: float) -> list[float]:
             curve = self._curve()
             figures, *_, periods, _ = _engine.performance_record(
                 curve.values, curve.times, float(rate)
             )
             self._cache["year"] = ((series,), periods or SESSIONS_PER_YEAR)  # found on the way
-            return dict(zip(_engine.FIGURE_NAMES, figures, strict=True))
+            return figures
 
-        figures: dict[str, float] = self._remembered(
+        figures: list[float] = self._remembered(
             "record", record, self._report.daily_creturn, riskfree_rate
         )
-        return figures[name]
+        return figures[_PLACE_OF[name]]
 
     def _values_per_year(self) -> int:
         result: int = self._remembered(
@@ -468,15 +470,19 @@ class Metrics:
 
     def _curve_date(self, row: int) -> int | None:
         index = self._report.daily_creturn.index
-        return _epoch_seconds(index[row]) if len(index) else None
+        if len(index) == 0:
+            return None
+        if isinstance(index, pd.DatetimeIndex):  # spares the making of a Timestamp
+            return int(index.asi8[row]) // _UNITS_PER_SECOND[index.unit]
+        return _epoch_seconds(index[row])
 
     def _date(self, attribute: str) -> int | None:
         return _epoch_seconds(getattr(self._report, attribute, None))
 
     def _remembered(self, name: str, compute: Callable[..., Any], *sources: Any) -> Any:
-        """Keep one result for as long as the report holds the very same sources."""
+        """Keep one result for as long as the report holds the very same sources, one or two."""
         kept = self._cache.get(name)
-        if kept is None or not all(map(operator.is_, kept[0], sources)):
+        if kept is None or kept[0][0] is not sources[0] or kept[0][-1] is not sources[-1]:
             kept = (sources, compute(*sources))
             self._cache[name] = kept
         return kept[1]

@@ -51,7 +51,9 @@ def known_table(market: Any, method: str, *args: Any, **kwargs: Any) -> pd.DataF
         table = question(*args, **kwargs)
     except _NO_TABLE:
         return None
-    return table if isinstance(table, pd.DataFrame) and table.size > 0 else None
+    if not isinstance(table, pd.DataFrame) or len(table.index) == 0 or len(table.columns) == 0:
+        return None
+    return table
 
 
 class TradeLookup:

@@ -59,7 +59,7 @@ def read_dates(series: pd.Series) -> pd.DatetimeIndex:
 def read_times(series: pd.Series) -> IntArray:
     """Return the wall-clock times of the index in nanoseconds, checked to be increasing."""
     index = read_dates(series)
-    times: IntArray = index.as_unit("ns").asi8
+    times: IntArray = index.asi8 if index.unit == "ns" else index.as_unit("ns").asi8
     unordered = _engine.first_unordered(times)
     if unordered >= 0 or (len(times) > 0 and index.hasnans):
         _refuse_dates(series, index, unordered)

@@ -25,12 +25,12 @@ TEST(TailRisk, OfFewOrNoReturns) {
 }
 
 TEST(HoldingCounts, CountBothSidesAndNoHoles) {
-    const std::vector by_row{0.5, -0.5, 0.0, kNaN, 1.0, 0.0};
-    const std::vector by_column{0.5, kNaN, -0.5, 1.0, 0.0, 0.0};
-    for (const HoldingCounts& counts : {holding_counts({by_row, 2, 3, Layout::kRows}),
-                                        holding_counts({by_column, 2, 3, Layout::kColumns})}) {
-        EXPECT_EQ(counts.mean, 1.5);
-        EXPECT_EQ(counts.largest, 2U);
+    const std::vector by_row{0.5, -0.5, 0.0, kNaN, 1.0, 0.0, 1.0, 0.0, 0.0, 0.1};
+    const std::vector by_column{0.5, 0.0, -0.5, 1.0, 0.0, 0.0, kNaN, 0.0, 1.0, 0.1};
+    for (const HoldingCounts& counts : {holding_counts({by_row, 2, 5, Layout::kRows}),
+                                        holding_counts({by_column, 2, 5, Layout::kColumns})}) {
+        EXPECT_EQ(counts.mean, 2.5);
+        EXPECT_EQ(counts.largest, 3U);
     }
     EXPECT_EQ(holding_counts({{}, 3, 0, Layout::kRows}).mean, 0.0);
 }

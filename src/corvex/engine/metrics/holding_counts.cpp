@@ -30,12 +30,22 @@ Counts count_along_rows(const TableView& weights) {
     return counts;
 }
 
+/// Four columns at a time, so that the counts are read and written a quarter as often.
 CORVEX_VECTOR_CLONES
 Counts count_along_columns(const TableView& weights) {
-    Counts counts(weights.rows);
-    for (std::size_t asset = 0; asset < weights.columns; ++asset) {
-        const auto column = weights.values.subspan(asset * weights.rows, weights.rows);
-        for (std::size_t date = 0; date < weights.rows; ++date) {
+    constexpr std::size_t kTogether = 4;
+    const std::size_t rows = weights.rows;
+    Counts counts(rows);
+    const double* column = weights.values.data();
+    std::size_t asset = 0;
+    for (; asset + kTogether <= weights.columns; asset += kTogether, column += kTogether * rows) {
+        for (std::size_t date = 0; date < rows; ++date) {
+            counts[date] += (held(column[date]) + held(column[rows + date])) +
+                            (held(column[2 * rows + date]) + held(column[3 * rows + date]));
+        }
+    }
+    for (; asset < weights.columns; ++asset, column += rows) {
+        for (std::size_t date = 0; date < rows; ++date) {
             counts[date] += held(column[date]);
         }
     }

@@ -4,7 +4,6 @@
 #include <cmath>
 #include <cstddef>
 #include <functional>
-#include <iterator>
 #include <numeric>
 #include <stdexcept>
 #include <vector>
@@ -41,10 +40,8 @@ TailRisk tail_risk(std::span<const double> returns, double share) {
     if (!(share > 0.0 && share < 0.5)) {
         throw std::invalid_argument("the share of a tail must be above 0 and below 0.5");
     }
-    std::vector<double> kept;
-    kept.reserve(returns.size());
-    std::copy_if(returns.begin(), returns.end(), std::back_inserter(kept),
-                 [](double value) { return std::isfinite(value); });
+    std::vector<double> kept(returns.begin(), returns.end());
+    std::erase_if(kept, [](double value) { return !std::isfinite(value); });
     if (kept.empty()) {
         return {};
     }

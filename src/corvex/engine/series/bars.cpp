@@ -25,15 +25,6 @@ constexpr Nanos kNanosPerHour = 3600 * kNanosPerSecond;
 constexpr int kDaysPerWeek = 7;
 constexpr int kFirstWeekendDay = 5;
 
-Bar bar_of_gap(Nanos gap) {
-    for (const auto& [hours, bar] : kBounds) {
-        if (gap < hours * kNanosPerHour) {
-            return bar;
-        }
-    }
-    return Bar::kYear;
-}
-
 /// Days of the week in [first, last], both included.
 std::array<std::int64_t, kDaysPerWeek> weekdays_between(std::int64_t first, std::int64_t last) {
     std::array<std::int64_t, kDaysPerWeek> days{};
@@ -97,18 +88,20 @@ bool weekends_have_bars(const DayCount& count) {
     return 3 * seen.weekend * possible.week >= 2 * seen.week * possible.weekend;
 }
 
-/// The lower median: of two equally frequent distances the shorter one is the bar.
+/// The bar of the lower median distance: of two equally frequent ones the shorter is the bar.
 Bar median_bar(std::span<const Nanos> times) {
-    std::array<std::size_t, kBarCount> gaps{};
-    for (std::size_t i = 1; i < times.size(); ++i) {
-        ++gaps[static_cast<std::size_t>(bar_of_gap(times[i] - times[i - 1]))];
+    const std::size_t gaps = times.size() - 1;
+    for (const auto& [hours, bar] : kBounds) {
+        const Nanos bound = hours * kNanosPerHour;
+        std::size_t shorter = 0;
+        for (std::size_t gap = 0; gap < gaps; ++gap) {
+            shorter += times[gap + 1] - times[gap] < bound ? 1U : 0U;
+        }
+        if (2 * shorter >= gaps) {
+            return bar;
+        }
     }
-    std::size_t seen = 0;
-    std::size_t bar = 0;
-    while (2 * (seen += gaps[bar]) < times.size() - 1) {
-        ++bar;
-    }
-    return static_cast<Bar>(bar);
+    return Bar::kYear;
 }
 
 int periods_per_year(Bar bar, bool weekends) {
