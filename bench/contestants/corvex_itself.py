@@ -267,7 +267,7 @@ def payload(_data: Path) -> list[Entry]:
     for limit in (500, None):
         text = json.dumps(report.to_payload_dict(trades_limit=limit))
         size = f"{len(text) / 1000:.0f} kB"
-        print(f"  payload with {limit or 'every'} trades: {size}", file=sys.stderr)
+        print(f"  payload with {limit or 'all'} trades: {size}", file=sys.stderr)
     packed = report.to_report_dict()["trades"]
     return [*entries, time_call("  10,000 trades read", lambda: decode_trades(packed), repeats=5)]
 
