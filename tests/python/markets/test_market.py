@@ -104,6 +104,11 @@ def test_a_bound_market_answers_from_the_tables_alone(market):
     assert bound.get_freq() == "D"
     pd.testing.assert_frame_equal(bound.get_trading_price("ohlc"), close + 1)
     pd.testing.assert_series_equal(bound.get_benchmark(), close["1101"], check_freq=False)
+    revised = pd.concat([close["1101"] * 2, close["1101"]]).sort_index(
+        ascending=False, kind="stable"
+    )
+    of_revised = market.bound_to(fields, benchmark=revised).get_benchmark()
+    pd.testing.assert_series_equal(of_revised, close["1101"], check_freq=False)
     assert market.bound_to(close, freq="1D").get_freq() == "1D"
     for wrong, text in (("volume", "no 'volume' table; they hold: open, high"), ("vwap", "'vwap'")):
         with pytest.raises(ValueError, match=text):
