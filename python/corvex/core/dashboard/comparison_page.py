@@ -11,7 +11,7 @@ import corvex
 from corvex.core.curve_figures import days_per_year
 from corvex.core.dashboard.curves import wall_days
 from corvex.core.dashboard.embed import plain, rounded
-from corvex.core.dashboard.page import assemble, in_frame, page_script
+from corvex.core.dashboard.page import SHARED_MODULES, assemble, in_frame, page_script
 from corvex.core.dashboard.returns import next_weekday
 
 if TYPE_CHECKING:
@@ -19,22 +19,7 @@ if TYPE_CHECKING:
 
 __all__ = ["comparison_html"]
 
-#: In the order in which one needs the other.
-MODULES = (
-    "dom",
-    "text",
-    "format",
-    "store",
-    "maths",
-    "charts",
-    "table",
-    "heading",
-    "equity",
-    "returns",
-    "statistics",
-    "sections",
-    "compare",
-)
+MODULES = (*SHARED_MODULES, "statistics", "sections", "compare")
 
 
 def comparison_html(

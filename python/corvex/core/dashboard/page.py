@@ -16,12 +16,12 @@ from corvex.core.dashboard.plotly_script import plotly_script
 if TYPE_CHECKING:
     from corvex.core.report import Report
 
-__all__ = ["assemble", "asset", "generate_html", "in_frame", "page_script"]
+__all__ = ["SHARED_MODULES", "assemble", "asset", "generate_html", "in_frame", "page_script"]
 
 DEFAULT_TITLE = "Corvex Report"
 
-#: In the order in which one needs the other; `page_script` joins them into one module.
-_MODULES = (
+#: What all pages have, in the order in which one needs the other; `page_script` joins modules.
+SHARED_MODULES = (
     "dom",
     "text",
     "format",
@@ -32,6 +32,9 @@ _MODULES = (
     "heading",
     "equity",
     "returns",
+)
+_MODULES = (
+    *SHARED_MODULES,
     "risk",
     "holdings",
     "trades",
