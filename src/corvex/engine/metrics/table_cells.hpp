@@ -1,6 +1,5 @@
 #pragma once
 
-#include "corvex/engine/core/dates.hpp"
 #include "corvex/engine/core/table.hpp"
 
 #include <cstdint>
