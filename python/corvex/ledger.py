@@ -18,7 +18,8 @@ import pandas as pd
 
 from corvex import _engine
 from corvex.core.trade_lookup import market_table
-from corvex.simulation.dates import has_dates_only, local_nanos
+from corvex.markets.stamps import has_dates_only
+from corvex.simulation.dates import local_nanos
 from corvex.simulation.labels import match_columns
 
 if TYPE_CHECKING:

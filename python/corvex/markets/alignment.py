@@ -4,24 +4,11 @@ from __future__ import annotations
 
 import datetime
 
-import numpy as np
 import pandas as pd
 
-__all__ = ["align_benchmark", "session_dates"]
+from corvex.markets.stamps import TableStamps, in_zone
 
-
-def session_dates(index: pd.DatetimeIndex, tz: str) -> pd.DatetimeIndex:
-    """Return the session date of each stamp, as naive midnights.
-
-    Midnights are taken as dates in their own zone: a daily table stamped at midnight UTC means
-    that day, although New York's clocks still show the evening before. Other moments take the
-    date that they have in the market's zone `tz`.
-    """
-    if index.tz is None:
-        return index.normalize()
-    if bool((index == index.normalize()).all()):
-        return index.tz_localize(None)
-    return index.tz_convert(tz).tz_localize(None).normalize()
+__all__ = ["align_benchmark"]
 
 
 def align_benchmark(benchmark: pd.Series, prices: pd.DatetimeIndex, tz: str) -> pd.Series:
@@ -48,12 +35,10 @@ def align_benchmark(benchmark: pd.Series, prices: pd.DatetimeIndex, tz: str) -> 
     if not (values.index.is_monotonic_increasing and values.index.is_unique):
         values = values[~values.index.duplicated(keep="last")].sort_index()
     index = pd.DatetimeIndex(values.index)
-    dates = session_dates(index, tz)
-    if dates.is_unique:
+    own = TableStamps(index, tz)
+    if own.daily:
         shift = _day_shift(prices, tz)
-        stamps = (dates + shift if shift else dates).tz_localize(
-            prices.tz, ambiguous=np.ones(len(dates), dtype=bool), nonexistent="shift_forward"
-        )
+        stamps = in_zone(own.dates + shift if shift else own.dates, prices.tz)
     else:
         stamps = _same_moments(index, prices.tz, tz)
     return values.set_axis(stamps, axis=0)
@@ -64,7 +49,7 @@ def _day_shift(prices: pd.DatetimeIndex, tz: str) -> pd.Timedelta:
     if prices.tz is None or len(prices) == 0:
         return pd.Timedelta(0)
     own = prices.tz_localize(None).normalize()
-    return pd.Series(own - session_dates(prices, tz)).mode().iloc[0]
+    return pd.Series(own - TableStamps(prices, tz).dates).mode().iloc[0]
 
 
 def _same_moments(

@@ -2,10 +2,12 @@
 
 from __future__ import annotations
 
-from typing import TYPE_CHECKING
+from typing import TYPE_CHECKING, Any
 
 import numpy as np
 import pandas as pd
+
+from corvex.markets.stamps import in_zone, is_date, local_time
 
 if TYPE_CHECKING:
     from corvex.markets.sessions import MarketSessions
@@ -46,21 +48,26 @@ def next_bar(market: MarketSessions, index: pd.DatetimeIndex) -> pd.Timestamp:
     if len(index) == 0:
         raise ValueError("the price table has no dates")
     last = pd.Timestamp(index[-1])
-    local = index if index.tz is None else index.tz_convert(market.tz)
     if not is_intraday(infer_freq(index)):
-        return _at_time(market, last, local[-1] - local[-1].normalize())
+        # A date is one in its own zone; a moment, such as the time of a close, in the market's.
+        zone = last.tz if last.tz is not None and is_date(last) else market.tz
+        local = last if last.tz is None else last.tz_convert(zone).tz_localize(None)
+        return _next_session(market, local, local - local.normalize(), zone, last.tz)
     gap = usual_gap(index)
     if market.calendar_name is None:
         return last + gap
-    first_time, last_time = _usual_times(local)
-    following = local[-1] + gap
+    times = index if index.tz is None else index.tz_convert(market.tz).tz_localize(None)
+    local = pd.Timestamp(times[-1])
+    first_time, last_time = _usual_times(times)
+    following = local + gap
     if last_time is None:
         inside = _inside_session(market, first_time, following)
     else:
-        inside = following - local[-1].normalize() <= last_time
-    if inside and _moment(following, market.tz) <= market.market_close_at_timestamp(last):
+        inside = following - local.normalize() <= last_time
+    close = market.calendar.session_close(market.calendar.last_session(local))
+    if inside and following <= local_time(close, market.tz):
         return last + gap
-    return _at_time(market, last, first_time)
+    return _next_session(market, local, first_time, market.tz, last.tz)
 
 
 def _inside_session(market: MarketSessions, first_time: pd.Timedelta, bar: pd.Timestamp) -> bool:
@@ -69,21 +76,19 @@ def _inside_session(market: MarketSessions, first_time: pd.Timedelta, bar: pd.Ti
     A table whose first bar is stamped at the opening stamps bars by their start: it has none at
     the close.
     """
-    close = market.market_close_at_timestamp(bar)
-    opening = market.session_open(close)
-    by_start = first_time == opening.tz_localize(None) - opening.tz_localize(None).normalize()
-    moment = _moment(bar, market.tz)
-    return bool(moment < close or (moment == close and not by_start))
+    session = market.calendar.last_session(bar)
+    close = local_time(market.calendar.session_close(session), market.tz)
+    opening = local_time(market.calendar.session_open(session), market.tz)
+    by_start = first_time == opening - opening.normalize()
+    return bool(bar < close or (bar == close and not by_start))
 
 
-def _at_time(market: MarketSessions, last: pd.Timestamp, time: pd.Timedelta) -> pd.Timestamp:
-    """Return the next session, at a wall-clock time of the market, in the form of `last`."""
-    session = market.calendar.next_session(market.session_date(last)) + time
-    return session if last.tz is None else session.tz_localize(market.tz).tz_convert(last.tz)
-
-
-def _moment(stamp: pd.Timestamp, tz: str) -> pd.Timestamp:
-    return stamp.tz_localize(tz) if stamp.tz is None else stamp
+def _next_session(
+    market: MarketSessions, local: pd.Timestamp, time: pd.Timedelta, zone: Any, own: Any
+) -> pd.Timestamp:
+    """Return the session after a local date, at a wall-clock time of a zone, written in `own`."""
+    bar = market.calendar.next_session(local) + time
+    return bar if own is None else in_zone(pd.DatetimeIndex([bar]), zone)[0].tz_convert(own)
 
 
 def usual_gap(index: pd.DatetimeIndex) -> pd.Timedelta:

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import datetime
 from collections.abc import Iterable, Mapping
-from functools import lru_cache
+from functools import cached_property, lru_cache
 from typing import Any, Self, cast, override
 
 import pandas as pd
@@ -13,6 +13,7 @@ from corvex import data
 from corvex.market import Market
 from corvex.markets.alignment import align_benchmark
 from corvex.markets.bars import infer_freq, next_bar
+from corvex.markets.stamps import TableStamps
 from corvex.markets.tables import asset_id
 from corvex.utils import logger
 
@@ -35,6 +36,16 @@ class BoundMarket(Market):
     def price_index(self) -> pd.DatetimeIndex:
         """The dates of the close table."""
         return cast("pd.DatetimeIndex", self.get_price("close").index)
+
+    @cached_property
+    def stamps(self) -> TableStamps:
+        """How the dates of the close table are read."""
+        return TableStamps(self.price_index, lambda: self.tz)
+
+    @property
+    @override
+    def stamps_are_moments(self) -> bool:
+        return not self.stamps.daily
 
     @property
     def bound_at(self) -> datetime.datetime:
@@ -81,7 +92,8 @@ class BoundMarket(Market):
         """Return the market's own benchmark, unless it ends before the prices do."""
         own = super().get_benchmark()
         last = self.price_index[-1]
-        if len(own) and self.session_date(own.index[-1]) < self.session_date(last):
+        dates = TableStamps(pd.DatetimeIndex(own.index), lambda: self.tz).dates
+        if len(own) and dates[-1] < self.stamps.dates[-1]:
             logger.info(
                 "the benchmark of %s ends on %s, before the prices (%s); none is used",
                 self.get_name(), own.index[-1], last,
@@ -100,6 +112,7 @@ class BoundMarket(Market):
     def __reduce_ex__(self, protocol: Any) -> tuple[Any, ...]:
         state = cast("dict[str, Any]", dict(super().__getstate__() or {}))  # type: ignore[call-overload]
         state.update(_tables=self._kept_tables(), _aligned=None)
+        state.pop("stamps", None)
         return _restore, (_unbound_class(type(self)), state)
 
     def _kept_tables(self) -> dict[str, pd.DataFrame]:
@@ -135,6 +148,7 @@ def bind[M: Market](
     index = tables["adj_close"].index if "adj_close" in tables else tables["close"].index
     bound = object.__new__(_bound_class(_unbound_class(type(market))))
     bound.__dict__.update(market.__dict__)
+    bound.__dict__.pop("stamps", None)
     bound.__dict__.update(
         _tables=tables,
         _benchmark=benchmark,

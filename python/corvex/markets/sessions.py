@@ -9,6 +9,7 @@ import pandas as pd
 from corvex.markets.bars import next_bar
 from corvex.markets.calendars import AlwaysOpenCalendar, DateLike, TradingCalendar, to_timestamp
 from corvex.markets.exchanges import ExchangeCalendar
+from corvex.markets.stamps import in_zone, is_date, local_date
 
 __all__ = ["MarketSessions"]
 
@@ -32,18 +33,33 @@ class MarketSessions:
         """IANA name of the zone in which the market's dates count."""
         return self.timezone or self.calendar.tz
 
-    def session_date(self, when: DateLike) -> pd.Timestamp:
-        """Return the date of a naive value, or that of an aware one in the market's zone.
+    @property
+    def stamps_are_moments(self) -> bool:
+        """Whether stamps at midnight are moments too: where the market's bars are intraday."""
+        return False
+
+    def session_date(self, when: DateLike, *, moment: bool = False) -> pd.Timestamp:
+        """Return the date that a stamp stands for on this market, as a naive midnight.
+
+        A stamp without zone, or at a midnight of its own zone, names its date; any other one with
+        a zone is a moment and has its date in the market's zone. To a market bound to intraday
+        tables all stamps with a zone are moments.
+
+        Parameters
+        ----------
+        when : date, datetime, Timestamp or ISO text
+            The stamp.
+        moment : bool, default False
+            It is a moment at midnight too, as the present may be.
 
         Raises
         ------
         ValueError
             When `when` is missing or not a date.
         """
-        stamp = to_timestamp(when)
-        if stamp.tzinfo is not None:
-            stamp = stamp.tz_convert(self.tz).tz_localize(None)
-        return stamp.normalize()
+        return local_date(
+            to_timestamp(when), lambda: self.tz, moment=moment or self.stamps_are_moments
+        )
 
     def sessions(self, start: DateLike, end: DateLike) -> pd.DatetimeIndex:
         """Return the sessions from `start` to `end`, both included, as naive midnights."""
@@ -52,8 +68,8 @@ class MarketSessions:
     def next_session(self, when: DateLike) -> pd.Timestamp:
         """Return the first session after the date of `when`.
 
-        A naive midnight for a naive `when`; for an aware one the session's midnight in the
-        market's zone, expressed in the zone of `when`.
+        A naive midnight for a naive `when`, a midnight in the same zone for a date with a zone;
+        for a moment the session's midnight in the market's zone, expressed in the zone of `when`.
         """
         return self._like(self.calendar.next_session(self.session_date(when)), when)
 
@@ -87,7 +103,7 @@ class MarketSessions:
         Parameters
         ----------
         date : date, datetime, Timestamp or ISO text
-            Its date counts; of an aware value the date in the market's zone.
+            Its date counts, as `session_date` tells it.
 
         Returns
         -------
@@ -124,5 +140,8 @@ class MarketSessions:
         return next_bar(self, index)
 
     def _like(self, session: pd.Timestamp, when: DateLike) -> pd.Timestamp:
-        zone = to_timestamp(when).tzinfo
-        return session if zone is None else session.tz_localize(self.tz).tz_convert(zone)
+        stamp = to_timestamp(when)
+        if stamp.tzinfo is not None and is_date(stamp) and not self.stamps_are_moments:
+            return in_zone(pd.DatetimeIndex([session]), stamp.tzinfo)[0]
+        local = in_zone(pd.DatetimeIndex([session]), stamp.tzinfo and self.tz)[0]
+        return local if stamp.tzinfo is None else local.tz_convert(stamp.tzinfo)

@@ -14,6 +14,7 @@ from typing import Any
 import numpy as np
 import pandas as pd
 
+from corvex.markets.stamps import has_dates_only
 from corvex.simulation.notices import date_text, warn
 
 __all__ = [
@@ -21,7 +22,6 @@ __all__ = [
     "Stamps",
     "as_dates",
     "dated_table",
-    "has_dates_only",
     "local_nanos",
     "nanos_of",
 ]
@@ -72,11 +72,6 @@ def dated_table(table: pd.DataFrame, what: str) -> pd.DataFrame:
         warn(f"{what} was not in order of date (first at {date_text(index[fall])}); it was sorted")
         table = table.sort_index()
     return table
-
-
-def has_dates_only(index: pd.DatetimeIndex) -> bool:
-    """Whether every stamp is a midnight of its own zone: a date, and not a moment."""
-    return bool((index == index.normalize()).all())
 
 
 def nanos_of(when: pd.Timestamp) -> int:

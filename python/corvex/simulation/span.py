@@ -7,7 +7,8 @@ from typing import Any
 import numpy as np
 import pandas as pd
 
-from corvex.simulation.dates import Clock, Stamps, has_dates_only, nanos_of
+from corvex.markets.stamps import has_dates_only
+from corvex.simulation.dates import Clock, Stamps, nanos_of
 from corvex.simulation.notices import date_text, warn
 from corvex.simulation.targets import WeightTable
 

@@ -85,6 +85,30 @@ def test_the_answer_of_next_session_has_the_form_of_the_question():
     )
 
 
+@pytest.mark.parametrize("zone", [None, "UTC", NEW_YORK, "Asia/Taipei"])
+@pytest.mark.parametrize(
+    ("market", "close", "following"),
+    [
+        (USMarket(), "2024-01-05 21:00", "2024-01-08"),
+        (TWMarket(), "2024-01-05 05:30", "2024-01-08"),
+        (CryptoMarket(), "2024-01-06 00:00", "2024-01-06"),
+    ],
+)
+def test_a_midnight_names_its_date_in_any_zone(market, close, following, zone):
+    days = pd.bdate_range("2024-01-01", "2024-01-05").tz_localize(zone)
+    bound = market.bound_to(pd.DataFrame({"A": 1.0}, days))
+
+    for asked in (market, bound):
+        assert asked.market_close_at_timestamp(days[-1]) == T(close, tz="UTC")
+        assert asked.next_session(days[-1]) == asked.next_bar(days) == T(following, tz=zone)
+    # To intraday bars midnight is a moment as any other.
+    hours = pd.date_range("2024-01-05", periods=30, freq="h", tz="Asia/Taipei")
+    bars = market.bound_to(pd.DataFrame({"A": 1.0}, hours))
+    assert bars.session_date(hours[24]) == hours[24].tz_convert(market.tz).tz_localize(None).floor(
+        "D"
+    )
+
+
 def test_years_that_no_exchange_recorded_are_named():
     shanghai = ExchangeCalendar("XSHG")
     with warnings.catch_warnings():

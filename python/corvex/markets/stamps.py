@@ -1,0 +1,156 @@
+"""What the stamps of a table mean: dates, or moments.
+
+A stamp at midnight names a date, whatever its zone: daily prices stamped at midnight UTC are those
+of that day, although New York's clocks still show the evening before. A stamp inside a day is a
+moment, and its date is the one that it has in the market's zone; without a zone, its own. Where a
+table has several rows a day all of its stamps are moments, those at midnight too.
+
+This is the one place that knows; markets, freshness, rebalances and the simulation ask here.
+"""
+
+from __future__ import annotations
+
+from collections.abc import Callable
+from functools import cached_property
+from typing import Any
+
+import numpy as np
+import numpy.typing as npt
+import pandas as pd
+
+__all__ = [
+    "TableStamps",
+    "has_dates_only",
+    "in_zone",
+    "is_date",
+    "local_date",
+    "local_time",
+    "starts_of_days",
+]
+
+type Zone = str | Callable[[], str]
+
+
+def starts_of_days(index: pd.DatetimeIndex) -> npt.NDArray[np.bool_]:
+    """Return which stamps are the first moment of a day in their own zone.
+
+    That is midnight, or one o'clock where the clocks of a zone go forward at midnight.
+    """
+    wall = index.tz_localize(None)
+    days = wall.normalize()
+    found = np.asarray(wall == days)
+    if index.tz is not None and not found.all():
+        before = (index - pd.Timedelta(1, "s").as_unit(index.unit)).tz_localize(None)
+        late = np.asarray(wall - days == pd.Timedelta(hours=1))
+        found = found | (late & np.asarray(before.normalize() < days))
+    return found
+
+
+def has_dates_only(index: pd.DatetimeIndex) -> bool:
+    """Whether every stamp is a midnight of its own zone: a date, and not a moment."""
+    return bool(starts_of_days(index).all())
+
+
+def is_date(when: pd.Timestamp) -> bool:
+    """Whether one stamp is a midnight of its own zone: a date, and not a moment."""
+    return bool(starts_of_days(pd.DatetimeIndex([when]))[0])
+
+
+def local_time(when: pd.Timestamp, zone: Zone) -> pd.Timestamp:
+    """Return the wall-clock time of a moment in the market's zone, without zone."""
+    return when if when.tzinfo is None else when.tz_convert(_name(zone)).tz_localize(None)
+
+
+def local_date(when: pd.Timestamp, zone: Zone, *, moment: bool = False) -> pd.Timestamp:
+    """Return the date that one stamp stands for, as a naive midnight.
+
+    Parameters
+    ----------
+    when : Timestamp
+        With or without zone.
+    zone : str or callable that gives it
+        The market's zone; a callable is asked only where it matters.
+    moment : bool, default False
+        The stamp is known to be a moment, as the present is, or the bar of an intraday table.
+    """
+    if not moment and when.tzinfo is not None and is_date(when):
+        return when.tz_localize(None).normalize()
+    return local_time(when, zone).normalize()
+
+
+def in_zone(local: pd.DatetimeIndex, zone: Any) -> pd.DatetimeIndex:
+    """Return naive local times in a zone (None: as they are).
+
+    Of an hour that occurs twice the first; a time that the clocks leave out becomes the next one.
+    """
+    if zone is None:
+        return local
+    first = np.ones(len(local), dtype=bool)
+    return local.tz_localize(zone, ambiguous=first, nonexistent="shift_forward")
+
+
+class TableStamps:
+    """How the stamps of one table are read; decided once for the table.
+
+    Parameters
+    ----------
+    index : DatetimeIndex
+        Rising.
+    zone : str or callable that gives it
+        IANA name of the market's zone; a callable is asked only where it matters.
+    """
+
+    def __init__(self, index: pd.DatetimeIndex, zone: Zone) -> None:
+        self.index = index
+        self._zone = zone
+
+    @property
+    def zone(self) -> str:
+        """The market's zone."""
+        return _name(self._zone)
+
+    @cached_property
+    def _starts(self) -> npt.NDArray[np.bool_]:
+        return starts_of_days(self.index)
+
+    @cached_property
+    def dates_only(self) -> bool:
+        """Whether all stamps are dates; a table of no rows counts as one of dates."""
+        return bool(self._starts.all()) and self.daily
+
+    @cached_property
+    def daily(self) -> bool:
+        """Whether no date has several rows: bars of a day or longer."""
+        days = self._daily_dates.as_unit("ns").asi8
+        return bool((np.diff(days) > 0).all())
+
+    @cached_property
+    def _daily_dates(self) -> pd.DatetimeIndex:
+        """The dates of the stamps, each read by itself."""
+        wall = self.index.tz_localize(None).normalize()
+        if self.index.tz is None or self._starts.all():
+            return wall
+        local = self.index.tz_convert(self.zone).tz_localize(None).normalize()
+        return local if not self._starts.any() else wall.where(self._starts, local)
+
+    @cached_property
+    def local(self) -> pd.DatetimeIndex:
+        """Naive times on the market's clock: the dates of daily rows, the times of others."""
+        if self.daily:
+            return self._daily_dates
+        if self.index.tz is None:
+            return self.index
+        return self.index.tz_convert(self.zone).tz_localize(None)
+
+    @cached_property
+    def dates(self) -> pd.DatetimeIndex:
+        """The date of each row on the market's calendar, as naive midnights."""
+        return self._daily_dates if self.daily else self.local.normalize()
+
+    def date_of(self, when: pd.Timestamp) -> pd.Timestamp:
+        """Return the date of one stamp of the table, or of one written as these are."""
+        return local_date(when, self._zone, moment=not self.daily)
+
+
+def _name(zone: Zone) -> str:
+    return zone if isinstance(zone, str) else zone()
