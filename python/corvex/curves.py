@@ -10,7 +10,7 @@ import pandas as pd
 
 from corvex.market import Market
 from corvex.markets import get_market_by_name
-from corvex.markets.bars import infer_freq, is_intraday, usual_gap
+from corvex.markets.bars import has_weekends, period_before
 from corvex.simulation.assembly import Outcome, build_report
 from corvex.simulation.dates import Clock, as_dates
 from corvex.simulation.future import FutureBars
@@ -46,7 +46,8 @@ def from_equity(
     benchmark : Series, str or None
         Prices by date, or the name of a sample or table. None: the market's, where it has one.
     market : str, Market or None
-        Default: "crypto" when the curve has weekends, else "us_stock".
+        Default: "crypto" when the curve has as many values at weekends as in the week, else
+        "us_stock".
     name : str, optional
         Name of the strategy.
     live_performance_start : date, optional
@@ -137,8 +138,7 @@ def _report(
 ) -> Report:
     index = cast("pd.DatetimeIndex", creturn.index)
     if market is None:
-        has_weekends = bool((index.day_of_week >= 5).any())
-        chosen = get_market_by_name("crypto" if has_weekends else "us_stock")
+        chosen = get_market_by_name("crypto" if has_weekends(index) else "us_stock")
     else:
         chosen = choose_market(market, pd.Index([_LABEL]))
     bound = bind_market(chosen, {"close": creturn.to_frame(_LABEL)}, benchmark)
@@ -189,24 +189,9 @@ def _curve(returns: Any, what: str) -> pd.Series:
         warn(f"missing {what}, the first on {date_text(gap)}, were taken for zero")
     grown = (1.0 + values.iloc[first:].fillna(0.0)).cumprod()
     index = cast("pd.DatetimeIndex", values.index)
-    base = index[first - 1 : first] if first else _period_before(index)
+    base = index[first - 1 : first] if first else pd.DatetimeIndex([period_before(index)])
     curve: pd.Series = pd.concat([pd.Series([1.0], index=base), grown])
     return curve
-
-
-def _period_before(index: pd.DatetimeIndex) -> pd.DatetimeIndex:
-    """The date one period before the first one."""
-    freq = infer_freq(index)
-    if is_intraday(freq):
-        before = index[0] - usual_gap(index)
-    elif freq == "D":
-        weekdays = not (index.day_of_week >= 5).any()
-        before = index[0] - (pd.offsets.BDay() if weekdays else pd.DateOffset(days=1))
-    elif freq == "W":
-        before = index[0] - pd.DateOffset(days=7)
-    else:
-        before = index[0] - pd.tseries.frequencies.to_offset(freq)
-    return pd.DatetimeIndex([before]).as_unit(index.unit)
 
 
 def _clean(values: Any, what: str) -> pd.Series:

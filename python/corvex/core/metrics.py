@@ -311,7 +311,8 @@ class Metrics:
     def calmar_ratio(self, riskfree_rate: float = 0.02) -> float:
         """Return the annual return over the size of the largest drawdown, a plain number.
 
-        ``calmar`` of the statistics; NaN where the curve never falls.
+        ``calmar`` of the statistics; infinite where the curve grows and never falls, NaN where it
+        does neither.
 
         Source: T. W. Young, "Calmar ratio: a smoother tool", Futures 20 (1991).
         """

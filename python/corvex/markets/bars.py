@@ -7,16 +7,33 @@ from typing import TYPE_CHECKING, Any
 import numpy as np
 import pandas as pd
 
+from corvex import _engine
 from corvex.markets.stamps import in_zone, is_date, local_time
 
 if TYPE_CHECKING:
     from corvex.markets.sessions import MarketSessions
 
-__all__ = ["infer_freq", "is_intraday", "next_bar", "usual_gap"]
+__all__ = [
+    "has_weekends",
+    "infer_freq",
+    "is_intraday",
+    "next_bar",
+    "period_before",
+    "usual_gap",
+]
 
 _DAY = pd.Timedelta(days=1)
-# Median gaps of more than so many days mean weekly, monthly, quarterly and yearly rows.
-_LONGER = ((4, "W"), (20, "ME"), (60, "QE"), (200, "YE"))
+# Pandas' names of the engine's bars.
+_FREQUENCIES = {
+    "unknown": "D",
+    "daily": "D",
+    "weekly": "W",
+    "two-weekly": "2W",
+    "monthly": "ME",
+    "quarterly": "QE",
+    "half-yearly": "2QE",
+    "yearly": "YE",
+}
 
 
 def infer_freq(index: pd.DatetimeIndex) -> str:
@@ -26,15 +43,36 @@ def infer_freq(index: pd.DatetimeIndex) -> str:
     -------
     str
         A pandas frequency: "D" for daily rows whatever the holidays (and for fewer than two
-        rows), "W", "ME", "QE" or "YE" for longer ones, else the usual gap of intraday rows, such
-        as "h" or "5min".
+        rows), "W", "2W", "ME", "QE", "2QE" or "YE" for longer ones, else the usual gap of intraday
+        rows, such as "h" or "5min". The statistics of a curve name the same bars.
     """
-    if len(index) < 2:
-        return "D"
-    gap = usual_gap(index)
-    if gap < pd.Timedelta(hours=20):
-        return str(pd.tseries.frequencies.to_offset(gap).freqstr)
-    return next((name for days, name in reversed(_LONGER) if gap > days * _DAY), "D")
+    bar = _engine.infer_convention(_wall_nanos(index))[0]
+    if bar == "intraday":
+        return str(pd.tseries.frequencies.to_offset(usual_gap(index)).freqstr)
+    return _FREQUENCIES[bar]
+
+
+def has_weekends(index: pd.DatetimeIndex) -> bool:
+    """Whether a table has rows at weekends as it has in the week; a stray Saturday is none.
+
+    Rows further apart than a day say nothing about it.
+    """
+    weekends: bool = _engine.infer_convention(_wall_nanos(index))[2]
+    return weekends
+
+
+def period_before(index: pd.DatetimeIndex) -> pd.Timestamp:
+    """Return the date one period before the first one of a table."""
+    freq = infer_freq(index)
+    if is_intraday(freq):
+        before = index[0] - usual_gap(index)
+    elif freq == "D":
+        before = index[0] - (pd.DateOffset(days=1) if has_weekends(index) else pd.offsets.BDay())
+    elif freq in ("W", "2W"):
+        before = index[0] - pd.DateOffset(days=7 if freq == "W" else 14)
+    else:
+        before = index[0] - pd.tseries.frequencies.to_offset(freq)
+    return before.as_unit(index.unit)
 
 
 def is_intraday(freq: str) -> bool:
@@ -92,9 +130,12 @@ def _next_session(
 
 
 def usual_gap(index: pd.DatetimeIndex) -> pd.Timedelta:
-    """Return the median distance of neighbouring rows, of the last thousand."""
-    stamps = index[-1001:].as_unit("ns").asi8
-    return pd.Timedelta(int(np.median(np.diff(stamps))), unit="ns")
+    """Return the usual distance of neighbouring rows, that which tells the bar."""
+    return pd.Timedelta(_engine.usual_gap(_wall_nanos(index)), unit="ns")
+
+
+def _wall_nanos(index: pd.DatetimeIndex) -> np.ndarray:
+    return index.tz_localize(None).as_unit("ns").asi8
 
 
 def _usual_times(local: pd.DatetimeIndex) -> tuple[pd.Timedelta, pd.Timedelta | None]:

@@ -8,7 +8,7 @@ import numpy as np
 import pandas as pd
 
 from corvex.market import Market
-from corvex.markets.bars import usual_gap
+from corvex.markets.bars import has_weekends, usual_gap
 from corvex.markets.calendars import CalendarRangeError
 from corvex.simulation.dates import Clock
 from corvex.simulation.notices import date_text
@@ -114,4 +114,4 @@ class FutureBars:
 
     @property
     def _has_weekends(self) -> bool:
-        return bool((self._clock.wall[-400:].day_of_week >= 5).any())
+        return has_weekends(self._clock.wall)

@@ -39,8 +39,8 @@ def curve_and_position(
     if result["ruin_session"] >= 0:
         ruin = inputs.clock.index[result["ruin_session"]]
         warn(
-            f"the equity fell to zero on {date_text(ruin)}; everything was closed and the curve "
-            "ends there at 0"
+            f"the equity fell to zero on {date_text(ruin)}; everything was closed and it stays at "
+            "0 from then on"
         )
     position = pd.DataFrame(weights, index=index, columns=labels, copy=False)
     return pd.Series(equity, index=index, name="creturn", copy=False), position

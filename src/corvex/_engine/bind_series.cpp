@@ -30,6 +30,11 @@ nb::tuple infer_convention(const InputArray<std::int64_t>& times) {
                           found.trades_weekends);
 }
 
+std::int64_t usual_gap(const InputArray<std::int64_t>& times) {
+    const nb::gil_scoped_release released;
+    return engine::usual_gap(as_span(times));
+}
+
 OutputArray<std::int64_t> month_end_rows(const InputArray<std::int64_t>& times) {
     std::vector<std::int64_t> rows;
     {
@@ -80,6 +85,8 @@ void bind_series(nb::module_& module) {
                "Row of the first time not later than the one before it; -1 when all increase.");
     module.def("infer_convention", &infer_convention, "times"_a,
                "(bar, periods_per_year, trades_weekends) as the dates tell.");
+    module.def("usual_gap", &usual_gap, "times"_a,
+               "The lower median distance between two times; 0 for fewer than two.");
     module.def("month_end_rows", &month_end_rows, "times"_a, "Last row of each month present.");
     module.def("year_end_rows", &year_end_rows, "times"_a, "Last row of each year present.");
     module.def("day_end_rows", &day_end_rows, "times"_a, "Last row of each day present.");

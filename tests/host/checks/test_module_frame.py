@@ -60,6 +60,25 @@ def test_namespace_holds_the_agreed_names_in_order_of_loading_and_no_others(modu
     assert list(module.STATS_METRIC_ALIASES.items()) == aliases
 
 
+@pytest.mark.parametrize(
+    ("address", "host"),
+    [("", "https://cloud.corvex.example"), ("http://127.0.0.1:8/a/", "http://127.0.0.1:8/a")],
+)
+def test_only_a_safe_address_of_the_legacy_service_is_taken(address, host):
+    output = run_in_host(f"""
+        import os, warnings
+        warnings.simplefilter("error")
+        for address in ("http://h.example", "ftp://h", "https://", {address!r}):
+            os.environ["CORVEX_LEGACY_URL"] = address
+            try:
+                import corvex.core.report as module
+                print(module.LEGACY_WRITE_DATABASE_URL)
+            except UserWarning as warning:
+                print("warned")
+        """)
+    assert output.split() == ["warned"] * 3 + [f"{host}/write_database"]
+
+
 def test_a_missing_sibling_fails_at_its_own_import_and_the_next_try_starts_afresh():
     """A member is taken away: the load must get just that far, and no further."""
     output = run_in_host("""

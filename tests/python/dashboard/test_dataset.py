@@ -114,6 +114,18 @@ def test_ruin_late_benchmarks_and_odd_trades_do_no_harm():
     assert crisis["financial_crisis"]["strategy"] is None
     assert crisis["us_downgrade"]["benchmark"] > 0
     assert (facts["stats"]["trades"]["trades"], facts["assets"]) == (1, [])
+    report.create_yearly_return_figure(report.get_stats()["return_table"])
+
+
+def test_the_month_and_year_of_a_start_alone_are_blank():
+    days = pd.bdate_range("2019-12-31", "2021-03-31")
+    curve = pd.Series(np.arange(1.0, 1 + len(days)), index=days)
+    years = collect(bare_report(curve, curve[curve.index >= "2020-01-31"])).facts["returns"][
+        "years"
+    ]
+    assert (years[0]["months"][11], years[0]["total"]) == (None, None)
+    assert years[1]["benchmark"]["months"][0] is None
+    assert years[1]["benchmark"]["months"][1] > 0
 
 
 def test_the_figures_agree_with_the_report(simulated):

@@ -28,6 +28,21 @@ def test_an_equity_curve():
     assert pickle.loads(pickle.dumps(report)).creturn.equals(report.creturn)
 
 
+@pytest.mark.parametrize(
+    ("days", "market"),
+    [
+        (pd.date_range("2023-01-31", periods=30, freq="ME"), "us_stock"),
+        (pd.date_range("2024-01-07", periods=30, freq="W-SUN"), "us_stock"),
+        (pd.bdate_range("2024-01-01", periods=60).union([pd.Timestamp("2024-02-17")]), "us_stock"),
+        (pd.date_range("2024-01-01", periods=60, tz="UTC"), "crypto"),
+    ],
+)
+def test_a_share_of_weekends_tells_the_market(days, market):
+    report = corvex.from_equity(pd.Series(np.arange(1.0, 1 + len(days)), days))
+
+    assert report.market.get_name() == market
+
+
 def test_returns_and_equity_agree():
     returns = EQUITY.pct_change()
     expected = corvex.from_equity(EQUITY).creturn

@@ -5,6 +5,7 @@ import pandas as pd
 import pytest
 
 from corvex.ffn_core import PerformanceStats
+from corvex.markets.bars import has_weekends, infer_freq
 
 
 def walk(dates: pd.DatetimeIndex, seed: int = 0) -> pd.Series:
@@ -23,6 +24,10 @@ WORKDAYS = pd.bdate_range(DAYS[0], DAYS[-1])
 @pytest.mark.parametrize(
     ("dates", "bar", "periods"),
     [
+        (pd.date_range("2020-01-01", periods=9, freq="182D"), "half-yearly", 2),
+        (pd.date_range("2024-01-01", periods=9, freq="108h"), "daily", 365),
+        (pd.date_range("2024-01-01", periods=9, freq="19h"), "daily", 365),
+        (pd.date_range("2024-01-07", periods=50, freq="W-SUN"), "weekly", 52),
         (WORKDAYS, "daily", 252),
         (WORKDAYS.union(DAYS[[33]]), "daily", 252),  # one Saturday
         (WORKDAYS.delete(range(3, 40)), "daily", 252),
@@ -44,6 +49,11 @@ def test_convention_is_told_by_the_dates_and_said(dates, bar, periods):
     assert stats.convention in stats.to_text()
     assert bar in stats.convention
     assert f"{periods} " in stats.convention
+    # A market reads the same from the dates of its prices.
+    names = {"intraday": "h", "daily": "D", "weekly": "W", "monthly": "ME", "quarterly": "QE"}
+    names |= {"half-yearly": "2QE", "yearly": "YE"}
+    assert infer_freq(dates).endswith(names[bar])
+    assert has_weekends(dates) == (periods == 365)
 
 
 def test_given_periods_win():
@@ -120,3 +130,7 @@ def test_constant_growth_has_no_dispersion():
     assert np.isnan(stats.daily_sharpe)
     assert stats.daily_sortino == np.inf
     assert stats.calmar == np.inf
+    # Growth at the risk-free rate itself is neither above nor below it.
+    riskless = [1.02 ** (np.arange(300) / 252), np.cumprod(np.full(300, 1.02 ** (1 / 252)))]
+    for values in riskless:
+        assert np.isnan(PerformanceStats(pd.Series(values, prices.index), 0.02).daily_sortino)

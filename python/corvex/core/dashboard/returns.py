@@ -9,7 +9,7 @@ from typing import Any
 
 import numpy as np
 
-from corvex.core.dashboard.curves import Curves, Floats, changes
+from corvex.core.dashboard.curves import Curves, Days, Floats, changes
 
 __all__ = ["distribution", "month_end_returns", "next_weekday", "return_years"]
 
@@ -38,15 +38,16 @@ def return_years(
         the months ("2024-03") that the curve does not hold whole.
     """
     first, last = _date(curves.days[0]), _date(curves.days[-1])
+    market_days = curves.days
+    if curves.benchmark is not None:
+        market_days = market_days[np.isfinite(curves.benchmark)]
     rows = []
     for year in sorted(int(label) for label in table):
-        months = _months(table, year)
+        months = _months(table, year, curves.days)
         row: dict[str, Any] = {"year": year, "months": months[:12], "total": months[12]}
-        if year == first.year and _month(curves.days[1:2]) != _month(curves.days[:1]):
-            row["months"][first.month - 1] = None  # its only value is the start itself
         row["benchmark"] = None
         if benchmark is not None and year in benchmark:
-            market = _months(benchmark, year)
+            market = _months(benchmark, year, market_days)
             row["benchmark"] = {"months": market[:12], "total": market[12]}
         if year == first.year:
             row["from"] = first.isoformat()
@@ -56,13 +57,15 @@ def return_years(
     return {"years": rows, "partial": _partial_months(first, last)}
 
 
-def _months(table: Mapping[Any, Mapping[Any, float]], year: int) -> list[float | None]:
-    cells = table[year]
-    return [_known(cells.get(column, math.nan)) for column in (*range(1, 13), "YTD")]
-
-
-def _month(days: np.ndarray[Any, Any]) -> list[str]:
-    return [str(month) for month in days.astype("datetime64[D]").astype("datetime64[M]")]
+def _months(table: Mapping[Any, Mapping[Any, float]], year: int, days: Days) -> list[float | None]:
+    """The months of a year and the year, blank where the curve's start is the only value."""
+    cells = [_known(table[year].get(column, math.nan)) for column in (*range(1, 13), "YTD")]
+    start, following = (_date(day) for day in (days[0], days[min(1, len(days) - 1)]))
+    if start.year == year and (following.year, following.month) != (year, start.month):
+        cells[start.month - 1] = None
+        if following.year != year:
+            cells[12] = None
+    return cells
 
 
 def _known(value: float) -> float | None:

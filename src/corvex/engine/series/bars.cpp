@@ -1,8 +1,10 @@
 #include "corvex/engine/series/bars.hpp"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <utility>
+#include <vector>
 
 namespace corvex::engine {
 
@@ -88,7 +90,7 @@ bool weekends_have_bars(const DayCount& count) {
     return 3 * seen.weekend * possible.week >= 2 * seen.week * possible.weekend;
 }
 
-/// The bar of the lower median distance: of two equally frequent ones the shorter is the bar.
+/// The bar of the usual gap, found by counting: that needs no copy of the distances.
 Bar median_bar(std::span<const Nanos> times) {
     const std::size_t gaps = times.size() - 1;
     for (const auto& [hours, bar] : kBounds) {
@@ -134,8 +136,22 @@ Convention infer_convention(std::span<const Nanos> times) {
         return {};
     }
     const Bar bar = median_bar(times);
-    const bool weekends = weekends_have_bars(count_days(times));
+    // A week or a month ends on any weekday, so that of a longer bar says nothing.
+    const bool weekends = bar <= Bar::kDay && weekends_have_bars(count_days(times));
     return {bar, periods_per_year(bar, weekends), weekends};
+}
+
+Nanos usual_gap(std::span<const Nanos> times) {
+    if (times.size() < 2) {
+        return 0;
+    }
+    std::vector<Nanos> gaps(times.size() - 1);
+    for (std::size_t gap = 0; gap < gaps.size(); ++gap) {
+        gaps[gap] = times[gap + 1] - times[gap];
+    }
+    const auto middle = gaps.begin() + static_cast<std::ptrdiff_t>((gaps.size() - 1) / 2);
+    std::nth_element(gaps.begin(), middle, gaps.end());
+    return *middle;
 }
 
 std::string_view bar_name(Bar bar) {

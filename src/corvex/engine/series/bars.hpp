@@ -15,7 +15,8 @@ struct Convention {
     Bar bar = Bar::kUnknown;
     /// Bars in a year; for intraday bars the days in a year. 0 when unknown.
     int periods_per_year = 0;
-    /// True when the curve has values at weekends as it has in the week.
+    /// True when the curve has values at weekends as it has in the week; never for longer bars
+    /// than a day.
     bool trades_weekends = false;
 };
 
@@ -25,6 +26,10 @@ struct Convention {
 ///
 /// Fewer than two times give an unknown bar and 0 periods.
 Convention infer_convention(std::span<const Nanos> times);
+
+/// The lower median distance between two rows, which tells the bar: of two equally frequent ones
+/// the shorter. 0 for fewer than two times.
+Nanos usual_gap(std::span<const Nanos> times);
 
 /// "intraday", "daily", "weekly" and so on; "unknown" for a single row.
 std::string_view bar_name(Bar bar);

@@ -93,7 +93,7 @@ double excess_kurtosis(double n, double squares, double fourths) {
 }
 
 Moments moments_of_present(std::span<const double> values, double target) {
-    Moments result{values.size(), kNaN, kNaN, kNaN, kNaN, kNaN, kNaN, kNaN};
+    Moments result{values.size(), kNaN, kNaN, kNaN, kNaN, kNaN, kNaN, kNaN, kNaN};
     if (values.empty()) {
         return result;
     }
@@ -103,16 +103,17 @@ Moments moments_of_present(std::span<const double> values, double target) {
     result.best = first.best;
     result.worst = first.worst;
     const SecondPass sums = sum_powers(values, result.mean, target);
-    result.downside_deviation = std::sqrt(sums.losses / n);
+    // A return is a quotient of two rounded prices: a few units in the last place of 1 + return.
+    const double noise =
+        4.0 * std::numeric_limits<double>::epsilon() * (1.0 + std::abs(result.mean));
+    const auto beyond_noise = [&](double size) { return std::abs(size) <= noise ? 0.0 : size; };
+    result.excess = beyond_noise(result.mean - target);
+    result.downside_deviation = beyond_noise(std::sqrt(sums.losses / n));
     if (values.size() < 2) {
         return result;
     }
     const double squares = sums.squares;
-    const double deviation = std::sqrt(squares / (n - 1.0));
-    // A return is a quotient of two rounded prices: a few units in the last place of 1 + return.
-    const double noise =
-        4.0 * std::numeric_limits<double>::epsilon() * (1.0 + std::abs(result.mean));
-    result.deviation = deviation <= noise ? 0.0 : deviation;
+    result.deviation = beyond_noise(std::sqrt(squares / (n - 1.0)));
     if (values.size() > 2 && result.deviation > 0.0) {
         result.skew = skewness(n, squares, sums.cubes);
     }

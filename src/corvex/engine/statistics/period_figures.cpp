@@ -20,13 +20,12 @@ PeriodFigures period_figures(std::span<const double> returns, double riskfree_ra
     if (found.count == 0) {
         return {};
     }
-    const double excess = found.mean - riskfree;
     const double root = std::sqrt(periods_per_year);
     PeriodFigures figures;
     // Without dispersion the ratio is undefined, not infinite.
     figures.sharpe =
-        found.deviation > 0.0 ? excess / found.deviation * root : PeriodFigures::kUndefined;
-    figures.sortino = excess / found.downside_deviation * root;
+        found.deviation > 0.0 ? found.excess / found.deviation * root : PeriodFigures::kUndefined;
+    figures.sortino = found.excess / found.downside_deviation * root;
     figures.mean = found.mean * periods_per_year;
     figures.vol = found.deviation * root;
     figures.skew = found.skew;

@@ -177,11 +177,20 @@ nb::object heat_map(nb::handle values, const nb::object& axes) {
     return imported("plotly.express", "imshow")(values, **keywords);
 }
 
+/// A fraction in percent with one decimal; a year that a lost account lived through has none.
+nb::object percent_of_year(const nb::object& fraction) {
+    const nb::object permille = fraction * number(1000L);
+    if (!nb::cast<bool>(global("math").attr("isfinite")(permille))) {
+        return permille;
+    }
+    return global("round")(permille) / number(10L);
+}
+
 nb::object create_yearly_return_figure(const Call& call) {
     const nb::handle return_table = call[0];
     nb::list percents;
     pyglue::for_each(return_table.attr("values")(), [&](const nb::object& year) {
-        percents.append(global("round")(year["YTD"] * number(1000L)) / number(10L));
+        percents.append(percent_of_year(year["YTD"]));
         return true;
     });
     nb::list values;
