@@ -112,6 +112,15 @@ class Trades(TypedDict):
     days_in_profit: _Floats  # bars held above the entry fill price
     period: _Floats  # bars held
 
+class Fills(TypedDict):
+    """Changes of holdings, one entry each, in the order in which they happened."""
+
+    session: npt.NDArray[np.int32]
+    asset: npt.NDArray[np.int32]  # column of the price table
+    shares: _Floats  # held afterwards
+    price: _Floats  # quoted, before slippage
+    cost: _Floats  # fees, taxes and slippage
+
 class SimulationResult(TypedDict):
     """Everything that `simulate` hands over; `n` = sessions - first_session."""
 
@@ -123,6 +132,7 @@ class SimulationResult(TypedDict):
     traded: _Floats  # (n,) traded value, both sides, at quoted prices
     position: _Floats | None  # (n, assets) target weights in force after each close
     trades: dict[str, npt.NDArray[np.generic]] | None  # the keys of Trades and "return"
+    fills: Fills | None
     ruin_session: int  # -1: none
     executed_rebalance: int  # row of `target` last filled, -1: none
     # the state after the last session, one entry per asset
@@ -154,6 +164,7 @@ def simulate(
     record_positions: bool = True,
     record_trades: bool = True,
     record_excursions: bool = True,
+    record_fills: bool = False,
 ) -> SimulationResult:
     """Simulate a portfolio of target weights.
 
@@ -181,7 +192,7 @@ def simulate(
         Positive fractions; None, NaN or infinity = off.
     touched_exit : bool
         Fill stops inside the session instead of checking closes.
-    record_positions, record_trades, record_excursions : bool
+    record_positions, record_trades, record_excursions, record_fills : bool
         What to record; excursions need trades.
 
     Raises

@@ -12,10 +12,13 @@ from corvex.ledger import Ledger, ledger_of
 if TYPE_CHECKING:
     from corvex.core.report import Report
 
-__all__ = ["COSTS", "contributions", "exposure", "turnover"]
+__all__ = ["COSTS", "OTHER", "contributions", "exposure", "turnover"]
 
-#: The entry of `contributions` that belongs to no asset.
+#: The entries of `contributions` that belong to no asset.
 COSTS = "(costs)"
+OTHER = "(other)"
+
+_ROUNDING = 1e-9
 
 
 def contributions(report: Report, freq: str | None = None) -> pd.Series | pd.DataFrame:
@@ -33,8 +36,11 @@ def contributions(report: Report, freq: str | None = None) -> pd.Series | pd.Dat
     -------
     Series or DataFrame
         Fractions, by asset label in descending order, for `freq` with a row per period. The last
-        entry, "(costs)", is what belongs to no asset: fees, taxes and slippage. The sum is the
-        return of the curve (of the period), to rounding.
+        entry, "(costs)", are fees, taxes and slippage. An entry "(other)" before it is there only
+        where something else moved the equity: debt that a ruin wrote off, or prices that were
+        revised since the simulation. The sum is the return of the curve (of the period), to
+        rounding. ``attrs["estimated"]`` is True where the report keeps no fills (one of an older
+        version) and they were guessed from its target weights.
 
     Raises
     ------
@@ -50,10 +56,6 @@ def contributions(report: Report, freq: str | None = None) -> pd.Series | pd.Dat
     asset's contribution over several periods is therefore larger in later ones when the equity
     has grown.
 
-    Holdings are worked out from the target weights in force and the prices (see
-    `corvex.ledger`). What that leaves open, such as an order that found no price, is in
-    "(costs)" too.
-
     Examples
     --------
     >>> import corvex
@@ -64,18 +66,25 @@ def contributions(report: Report, freq: str | None = None) -> pd.Series | pd.Dat
     True
     """
     ledger = _priced(report)
-    gained = np.diff(ledger.equity, prepend=ledger.equity[:1])
+    gained = ledger.gained
     rest = gained - ledger.profit.sum(axis=1)
-    columns = [*ledger.assets, COSTS]
-    profit = pd.DataFrame(np.column_stack([ledger.profit, rest]), ledger.index, columns)
+    extra = {COSTS: rest}
+    if np.abs(rest + ledger.cost).max() > _ROUNDING:
+        extra = {OTHER: rest + ledger.cost, COSTS: -ledger.cost}
+    profit = pd.DataFrame(
+        np.column_stack([ledger.profit, *extra.values()]),
+        ledger.index,
+        pd.Index([*ledger.assets, *extra]),
+    )
     whole = profit.sum()
-    order = [*whole.iloc[:-1].sort_values(ascending=False, kind="stable").index, COSTS]
+    largest_first = whole.iloc[: -len(extra)].sort_values(ascending=False, kind="stable").index
+    order = [*largest_first, *extra]
     if freq is None:
-        return whole[order].rename("contribution")
-    sums = profit[order].resample(freq).sum()
+        return _marked(whole[order].rename("contribution"), ledger)
     ends = pd.Series(ledger.equity, ledger.index).resample(freq).last().ffill()
-    base = ends.shift(1, fill_value=ledger.equity[0])
-    return sums.div(base.where(base > 0.0), axis=0)
+    base = ends.shift(1, fill_value=ledger.equity[0] - gained[0])
+    sums = profit[order].resample(freq).sum()
+    return _marked(sums.div(base.where(base > 0.0), axis=0), ledger)
 
 
 def exposure(report: Report) -> pd.DataFrame:
@@ -100,7 +109,7 @@ def exposure(report: Report) -> pd.DataFrame:
     share = ledger.value / np.where(alive, ledger.equity, 1.0)[:, None]
     share[~alive] = 0.0
     longs, shorts = np.maximum(share, 0.0).sum(axis=1), np.minimum(share, 0.0).sum(axis=1)
-    return pd.DataFrame(
+    table = pd.DataFrame(
         {
             "long": longs,
             "short": shorts,
@@ -110,6 +119,7 @@ def exposure(report: Report) -> pd.DataFrame:
         },
         index=ledger.index,
     )
+    return _marked(table, ledger)
 
 
 def turnover(report: Report, freq: str | None = None) -> pd.DataFrame:
@@ -137,7 +147,12 @@ def turnover(report: Report, freq: str | None = None) -> pd.DataFrame:
     table = pd.DataFrame(
         {"bought": bought, "sold": sold, "turnover": (bought + sold) / 2.0}, index=ledger.index
     )
-    return table if freq is None else table.resample(freq).sum()
+    return _marked(table if freq is None else table.resample(freq).sum(), ledger)
+
+
+def _marked[T: (pd.Series, pd.DataFrame)](table: T, ledger: Ledger) -> T:
+    table.attrs["estimated"] = ledger.estimated
+    return table
 
 
 def _priced(report: Report) -> Ledger:

@@ -49,6 +49,7 @@ _DEFAULTS: dict[str, Any] = {
     "name": None,
     "yearly_turnover": float("nan"),
     "costs": {},
+    "fills": None,
     "settings": {},
 }
 

@@ -46,4 +46,5 @@ def run_engine(
         take_profit=options.take_profit,
         trail_stop=options.trail_stop,
         touched_exit=options.touched_exit,
+        record_fills=True,
     )

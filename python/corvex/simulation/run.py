@@ -10,6 +10,7 @@ import pandas as pd
 from corvex.simulation.assembly import Outcome
 from corvex.simulation.checks import check_prices
 from corvex.simulation.engine import first_session, run_engine
+from corvex.simulation.fills import fills_table
 from corvex.simulation.handover import hand_over
 from corvex.simulation.inputs import RunInputs
 from corvex.simulation.labels import match_columns
@@ -69,6 +70,9 @@ def run(
         historical=historical,
         attributes={
             **attributes,
+            "fills": fills_table(
+                cast("dict[str, np.ndarray]", result["fills"]), labels, clock.index
+            ),
             "costs": cost_totals(result),
             "yearly_turnover": yearly_turnover(
                 result["traded"], result["equity"], clock.index[first:]

@@ -58,8 +58,18 @@ double stop_fraction(std::optional<double> value) {
     return value && std::isfinite(*value) ? *value : kOff;
 }
 
-nb::dict as_dict(SimulationResult&& result, nb::object position, bool with_trades,
-                 std::int64_t last_session) {
+nb::dict fill_columns(engine::portfolio::Fills&& fills) {
+    nb::dict out;
+    out["session"] = to_numpy(std::move(fills.session));
+    out["asset"] = to_numpy(std::move(fills.asset));
+    out["shares"] = to_numpy(std::move(fills.shares));
+    out["price"] = to_numpy(std::move(fills.price));
+    out["cost"] = to_numpy(std::move(fills.cost));
+    return out;
+}
+
+nb::dict as_dict(SimulationResult&& result, nb::object position, const SimulationInput& input) {
+    const auto last_session = static_cast<std::int64_t>(input.close.sessions()) - 1;
     nb::dict out;
     out["equity"] = to_numpy(std::move(result.equity));
     out["cash"] = to_numpy(std::move(result.cash));
@@ -68,8 +78,11 @@ nb::dict as_dict(SimulationResult&& result, nb::object position, bool with_trade
     out["slippage"] = to_numpy(std::move(result.slippage));
     out["traded"] = to_numpy(std::move(result.traded));
     out["position"] = std::move(position);
-    out["trades"] =
-        with_trades ? nb::object(trade_columns(result.round_trips, last_session)) : nb::none();
+    out["trades"] = input.record_trades
+                        ? nb::object(trade_columns(result.round_trips, last_session))
+                        : nb::none();
+    out["fills"] =
+        input.record_fills ? nb::object(fill_columns(std::move(result.fills))) : nb::none();
     out["ruin_session"] = result.ruin_session;
     out["executed_rebalance"] = result.executed_rebalance;
     out["weights_in_force"] = to_numpy(std::move(result.weights_in_force));
@@ -100,7 +113,7 @@ nb::dict simulate(const InputTable& close, const InputTable& target,
                   double tax_ratio, double slippage_ratio, std::optional<double> stop_loss,
                   std::optional<double> take_profit, std::optional<double> trail_stop,
                   bool touched_exit, bool record_positions, bool record_trades,
-                  bool record_excursions) {
+                  bool record_excursions, bool record_fills) {
     SimulationInput input{};
     input.close = as_table(close);
     input.fill = as_table(fill);
@@ -116,6 +129,7 @@ nb::dict simulate(const InputTable& close, const InputTable& target,
                    touched_exit};
     input.record_trades = record_trades;
     input.record_excursions = record_excursions;
+    input.record_fills = record_fills;
     if (target.shape(1) != close.shape(1)) {
         throw std::invalid_argument("target and close must have one column for each asset");
     }
@@ -125,8 +139,7 @@ nb::dict simulate(const InputTable& close, const InputTable& target,
         const nb::gil_scoped_release released;
         result = engine::portfolio::simulate(input);
     }
-    return as_dict(std::move(result), std::move(position), record_trades,
-                   static_cast<std::int64_t>(input.close.sessions()) - 1);
+    return as_dict(std::move(result), std::move(position), input);
 }
 
 OutputArray<std::int64_t> last_priced_sessions(const InputTable& prices) {
@@ -157,7 +170,7 @@ void bind_portfolio(nb::module_& module) {
                "fee_ratio"_a = 0.0, "tax_ratio"_a = 0.0, "slippage_ratio"_a = 0.0,
                "stop_loss"_a = nb::none(), "take_profit"_a = nb::none(),
                "trail_stop"_a = nb::none(), "touched_exit"_a = false, "record_positions"_a = true,
-               "record_trades"_a = true, "record_excursions"_a = true,
+               "record_trades"_a = true, "record_excursions"_a = true, "record_fills"_a = false,
                "Simulate a portfolio of target weights; the stub file describes it.");
     module.def("last_priced_sessions", &last_priced_sessions, "prices"_a.noconvert(),
                "For each asset the last row with a price, -1 for an asset without any.");

@@ -7,7 +7,7 @@ import pandas as pd
 import pytest
 
 import corvex
-from corvex.attribution import COSTS
+from corvex.attribution import COSTS, OTHER
 
 DATES = pd.bdate_range("2020-01-01", periods=500)
 
@@ -50,12 +50,16 @@ def _years(report):
         {"fee_ratio": 0.001, "resample": None, "trade_at": "open"},
         {"fee_ratio": 0.001, "resample": "ME", "resample_offset": "3D", "stop_loss": 0.05},
         {"fee_ratio": 0.001, "resample": DATES[30::45], "take_profit": 0.1, "trade_at": "open"},
+        {"fee_ratio": 0.0, "touched_exit": True, "stop_loss": 0.04, "trade_at": "open"},
+        {"fee_ratio": 0.001, "touched_exit": True, "trail_stop": 0.03, "take_profit": 0.05},
     ],
-    ids=["free", "all costs", "at changes", "stops", "dates"],
+    ids=["free", "all costs", "at changes", "stops", "dates", "touched", "touched at the close"],
 )
 def test_contributions_and_costs_add_up_to_the_return(settings):
     report = _report(**settings)
     parts = corvex.contributions(report)
+    assert list(parts.index[-1:]) == [COSTS]
+    assert OTHER not in parts
     assert parts.sum() == pytest.approx(report.creturn.iloc[-1] - 1, abs=1e-12)
     # The simulation has counted its costs itself, so nothing else is left unexplained.
     assert parts[COSTS] == pytest.approx(-report.costs["total"], abs=1e-10)
@@ -69,10 +73,38 @@ def test_contributions_of_periods_add_up_to_their_returns():
     ends = report.creturn.resample("ME").last()
     returns = (ends / ends.shift(1, fill_value=1.0)) - 1
     pd.testing.assert_series_equal(months.sum(axis=1), returns, check_names=False)
-    # Stops inside a session fill at no price of the tables, and are explained all the same.
-    whole = corvex.contributions(report)
-    assert whole[COSTS] == pytest.approx(-report.costs["total"], rel=0.02)
-    assert list(months.columns) == list(whole.index)
+    assert list(months.columns) == list(corvex.contributions(report).index)
+
+
+def test_a_report_without_fills_is_guessed_from_its_weights():
+    report = _report(fee_ratio=0.002, tax_ratio=0.003, slippage_ratio=0.001, trade_at="open")
+    exact = corvex.contributions(report)
+    held = corvex.exposure(report)
+    report.fills = None  # as in reports that older versions saved
+    guess = corvex.contributions(report)
+    pd.testing.assert_series_equal(guess, exact, atol=1e-9)
+    pd.testing.assert_frame_equal(corvex.exposure(report), held, atol=1e-9)
+    assert guess.attrs["estimated"]
+    assert not exact.attrs["estimated"]
+
+    report = _report(fee_ratio=0.002, stop_loss=0.03)
+    exact = corvex.contributions(report)
+    report.fills = None
+    guess = corvex.contributions(report)
+    # Stops are guessed as rebalances: what that misses is told apart from the costs.
+    assert guess.sum() == pytest.approx(exact.sum())
+    assert abs(guess.get(OTHER, 0.0)) < 0.05
+
+
+def test_a_ruin_writes_off_the_debt():
+    close = pd.DataFrame({"A": [100.0, 100, 150, 220, 100]}, index=DATES[:5])
+    with pytest.warns(UserWarning, match="fell to zero"):
+        report = corvex.simulate(pd.DataFrame({"A": [-1.0]}, DATES[:1]), close, fee_ratio=0.01)
+    parts = corvex.contributions(report)
+    assert parts.sum() == pytest.approx(-1.0)
+    assert parts[COSTS] == pytest.approx(-report.costs["total"])
+    assert parts["A"] == pytest.approx(report.fills.shares.iloc[0] * 120)
+    assert parts[OTHER] > 0
 
 
 def test_an_asset_alone_made_the_whole_return_also_after_a_gap_in_its_prices():

@@ -3,11 +3,14 @@
 from dataclasses import replace
 
 import numpy as np
+import pandas as pd
 import pytest
 from hypothesis import HealthCheck, given, settings
 from hypothesis import strategies as st
 
 from corvex import _engine
+from corvex.ledger import ledger_from_fills
+from corvex.simulation.fills import fills_table
 
 from .reference import Case, SlowSimulator
 
@@ -113,11 +116,27 @@ RANDOM = settings(
 )
 
 
+def assert_fills_explain_the_equity(result, case):
+    index = pd.date_range("2000-01-01", periods=len(case.close), freq="D")
+    assets = pd.RangeIndex(case.close.shape[1]).astype(str)
+    fills = fills_table(result["fills"], assets, index)
+    curve, close = index[case.first :], case.close[case.first :]
+    ledger = ledger_from_fills(curve, fills, result["equity"], assets, close)
+    end = None if result["ruin_session"] < 0 else result["ruin_session"] - case.first
+    unexplained = ledger.gained - ledger.profit.sum(axis=1) + ledger.cost
+    assert np.abs(unexplained[:end]).max(initial=0.0) < 1e-10
+    np.testing.assert_array_equal(ledger.shares[-1], result["shares"])
+    paid = result["fees"] + result["taxes"] + result["slippage"]
+    np.testing.assert_allclose(ledger.cost, paid, rtol=1e-9, atol=1e-10)
+    np.testing.assert_allclose(ledger.bought + ledger.sold, result["traded"], atol=1e-10)
+
+
 @RANDOM
 @given(cases())
 def test_engine_agrees_with_the_slow_simulator(case):
-    result = run_engine(case)
+    result = run_engine(case, record_fills=True)
     assert_same(result, run_slowly(case))
+    assert_fills_explain_the_equity(result, case)
     if case.target.min() >= 0 and case.target.sum(axis=1).max() < 1.001:
         assert result["cash"].min() >= 0  # not even by a rounding error
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "corvex/engine/portfolio/fill_log.hpp"
 #include "corvex/engine/trades/round_trip.hpp"
 
 #include <cstdint>
@@ -16,6 +17,7 @@ struct SimulationResult {
     std::vector<double> slippage;
     std::vector<double> traded; ///< quoted value of buys and sells
     std::vector<trades::RoundTrip> round_trips;
+    Fills fills;
     std::int64_t ruin_session = -1;
     std::int64_t executed_rebalance = -1;
 

@@ -39,6 +39,7 @@ struct SimulationInput {
     StopRules stops;
     bool record_trades = true;
     bool record_excursions = true;
+    bool record_fills = false;
     /// Receives the target weights in force after each close, from first_session on; empty = off.
     std::span<double> position;
 

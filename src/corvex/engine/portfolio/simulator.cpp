@@ -14,6 +14,7 @@ Simulator::Simulator(const SimulationInput& input)
       solver_{input.costs, assets_}, stops_{input},
       excursions_{input.close, input.first_session, input.record_trades && input.record_excursions},
       log_{input.costs, assets_, input.signal_session.size(), input.record_trades},
+      fills_{input.costs, assets_ * input.signal_session.size(), input.record_fills},
       last_priced_{last_priced_sessions(input.close)} {
     const std::size_t sessions = in_.close.sessions();
     for (auto* series :
@@ -175,6 +176,7 @@ void Simulator::finish() {
     }
     out_.shares = book_.shares();
     out_.round_trips = log_.take_sorted();
+    out_.fills = fills_.take();
 }
 
 void Simulator::signal_beyond_table() {

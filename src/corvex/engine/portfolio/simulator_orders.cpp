@@ -89,6 +89,7 @@ void Simulator::apply_rebalance(std::int64_t row, std::size_t session) {
         const double before = book_.shares(asset);
         const double after = solver_.shares(k);
         book_.set_shares(asset, after, solver_.price(k), session);
+        fills_.add(session, asset, before, after, solver_.price(k));
         out_.weights_in_force[asset] = solver_.weight(k);
         if (!same_side(before, after)) {
             position_changed({asset, session, solver_.price(k), solver_.weight(k), before, cause});
@@ -103,47 +104,49 @@ void Simulator::exit_position(std::size_t asset, std::size_t session, double pri
                               const ExitCause& cause, bool touched) {
     const double before = book_.shares(asset);
     book_.trade(asset, 0.0, price, session, paid_);
+    fills_.add(session, asset, before, 0.0, price);
     out_.out_reason[asset] = static_cast<std::int64_t>(cause.reason);
     position_changed({asset, session, price, 0.0, before, cause, touched});
 }
 
-void Simulator::position_changed(const Fill& fill) {
-    if (fill.shares_before != 0.0) {
-        close_round_trip(fill);
+void Simulator::position_changed(const Change& change) {
+    if (change.shares_before != 0.0) {
+        close_round_trip(change);
     }
-    if (book_.shares(fill.asset) != 0.0) {
-        open_round_trip(fill);
+    if (book_.shares(change.asset) != 0.0) {
+        open_round_trip(change);
     } else {
-        out_.weights_in_force[fill.asset] = 0.0;
+        out_.weights_in_force[change.asset] = 0.0;
     }
 }
 
-void Simulator::close_round_trip(const Fill& fill) {
+void Simulator::close_round_trip(const Change& change) {
     // Whether the position has lived through the close of the session in which it ends.
-    const ExitReason reason = fill.cause.reason;
+    const ExitReason reason = change.cause.reason;
     const bool at_close = fills_at(FillAt::kClose);
     const bool saw_close = reason == ExitReason::kRuin ||
-                           (at_close && !fill.touched && reason != ExitReason::kPricesEnded);
-    const auto figures = excursions_.close(fill.asset, fill.session + (saw_close ? 1 : 0),
-                                           fill.price, at_close && fill.touched);
-    log_.close(fill.asset, fill.session, fill.price, fill.cause, figures);
+                           (at_close && !change.touched && reason != ExitReason::kPricesEnded);
+    const auto figures = excursions_.close(change.asset, change.session + (saw_close ? 1 : 0),
+                                           change.price, at_close && change.touched);
+    log_.close(change.asset, change.session, change.price, change.cause, figures);
     if (stops_.active()) {
-        stops_.leave(fill.asset);
+        stops_.leave(change.asset);
     }
-    out_.pending_reason[fill.asset] = 0;
-    out_.pending_session[fill.asset] = -1;
+    out_.pending_reason[change.asset] = 0;
+    out_.pending_session[change.asset] = -1;
 }
 
-void Simulator::open_round_trip(const Fill& fill) {
-    const bool is_long = book_.shares(fill.asset) > 0.0;
-    const double executed = in_.costs.executed(fill.price, is_long);
-    excursions_.open(fill.asset, is_long, executed);
-    const std::int64_t row = fill.cause.rebalance;
-    log_.open(fill.asset, row, fill.session, fill.price, fill.weight);
+void Simulator::open_round_trip(const Change& change) {
+    const bool is_long = book_.shares(change.asset) > 0.0;
+    const double executed = in_.costs.executed(change.price, is_long);
+    excursions_.open(change.asset, is_long, executed);
+    const std::int64_t row = change.cause.rebalance;
+    log_.open(change.asset, row, change.session, change.price, change.weight);
     if (stops_.active()) {
-        stops_.enter(fill.asset, is_long, executed, fill.session + (stops_before_fills() ? 1 : 0));
+        stops_.enter(change.asset, is_long, executed,
+                     change.session + (stops_before_fills() ? 1 : 0));
         // This close may have set off a stop of the position that the new one replaces.
-        std::erase_if(fired_, [&](const FiredStop& stop) { return stop.asset == fill.asset; });
+        std::erase_if(fired_, [&](const FiredStop& stop) { return stop.asset == change.asset; });
     }
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "corvex/engine/portfolio/book.hpp"
+#include "corvex/engine/portfolio/fill_log.hpp"
 #include "corvex/engine/portfolio/rebalance_solver.hpp"
 #include "corvex/engine/portfolio/result.hpp"
 #include "corvex/engine/portfolio/settings.hpp"
@@ -27,7 +28,7 @@ class Simulator {
 
   private:
     /// What one fill does to a position.
-    struct Fill {
+    struct Change {
         std::size_t asset;
         std::size_t session;
         double price; ///< quoted
@@ -58,9 +59,9 @@ class Simulator {
     void apply_rebalance(std::int64_t row, std::size_t session);
     void exit_position(std::size_t asset, std::size_t session, double price,
                        const trades::ExitCause& cause, bool touched = false);
-    void position_changed(const Fill& fill);
-    void close_round_trip(const Fill& fill);
-    void open_round_trip(const Fill& fill);
+    void position_changed(const Change& change);
+    void close_round_trip(const Change& change);
+    void open_round_trip(const Change& change);
 
     // Orders that wait for a price (simulator_waiting.cpp).
     void cancel_all_waiting();
@@ -85,6 +86,7 @@ class Simulator {
     StopMonitor stops_;
     trades::ExcursionTracker excursions_;
     trades::TradeLog log_;
+    FillLog fills_;
     SimulationResult out_;
     CostTotals paid_; ///< in the current session
 

@@ -73,6 +73,7 @@ double Simulator::trade_waiting(std::size_t asset, std::size_t session, double e
     const double change = waiting_change(held, weight, equity);
     const double value = weight == 0.0 ? 0.0 : held + change;
     book_.trade(asset, value, price, session, paid_);
+    fills_.add(session, asset, before, book_.shares(asset), price);
     book_.forgive_rounding(equity);
     if (book_.shares(asset) != 0.0) {
         out_.weights_in_force[asset] = weight;

@@ -1,0 +1,65 @@
+#pragma once
+
+#include "corvex/engine/portfolio/costs.hpp"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+namespace corvex::engine::portfolio {
+
+/// Changes of holdings in the order in which they happened, one entry of each column for each.
+struct Fills {
+    std::vector<std::int32_t> session;
+    std::vector<std::int32_t> asset;
+    std::vector<double> shares; ///< held afterwards
+    std::vector<double> price;  ///< quoted, before slippage
+    std::vector<double> cost;   ///< fees, taxes and slippage
+};
+
+/// Writes fills as they happen. A log that is off ignores every call.
+class FillLog {
+  public:
+    /// @param most  how many fills there can be; memory is reserved for no more than these.
+    FillLog(const Costs& costs, std::size_t most, bool enabled)
+        : buy_rate_{costs.buy_rate()}, sell_rate_{costs.sell_rate()}, enabled_{enabled} {
+        if (enabled) {
+            // Reserved memory that is never written costs nothing, growing would copy and write
+            // twice.
+            const std::size_t count = std::min(most, kMostReserved);
+            fills_.session.reserve(count);
+            fills_.asset.reserve(count);
+            fills_.shares.reserve(count);
+            fills_.price.reserve(count);
+            fills_.cost.reserve(count);
+        }
+    }
+
+    [[nodiscard]] bool enabled() const { return enabled_; }
+
+    void add(std::size_t session, std::size_t asset, double before, double after, double price) {
+        if (!enabled_ || before == after) {
+            return;
+        }
+        const double bought = (after - before) * price;
+        fills_.session.push_back(static_cast<std::int32_t>(session));
+        fills_.asset.push_back(static_cast<std::int32_t>(asset));
+        fills_.shares.push_back(after);
+        fills_.price.push_back(price);
+        fills_.cost.push_back(bought > 0.0 ? bought * buy_rate_ : -bought * sell_rate_);
+    }
+
+    Fills take() { return std::exchange(fills_, {}); }
+
+  private:
+    static constexpr std::size_t kMostReserved = std::size_t{1} << 24U;
+
+    double buy_rate_;
+    double sell_rate_;
+    bool enabled_;
+    Fills fills_;
+};
+
+} // namespace corvex::engine::portfolio
