@@ -1,7 +1,7 @@
 """Backtest portfolios fast, and get a report to read, save, publish and trade on.
 
-The names below are loaded on first use, so that importing the report module alone stays quick
-and never runs in a circle.
+The names below are loaded on first use, so that importing the package costs nothing by itself.
+pandas objects have the methods of `corvex.ffn_core` as soon as both packages are imported.
 """
 
 from __future__ import annotations
@@ -11,11 +11,11 @@ __version__ = "0.1.0"
 import importlib
 from typing import TYPE_CHECKING, Any
 
+from corvex import _pandas_methods
 from corvex.credentials import get_token
 
-from corvex import data, ffn_core  # isort: skip
-
 if TYPE_CHECKING:
+    from corvex import data, ffn_core
     from corvex.attribution import contributions, exposure, turnover
     from corvex.comparison import compare
     from corvex.core.report import Report, ReportExecution
@@ -55,9 +55,7 @@ _LAZY = {
     "simulate": "corvex.simulation",
     "turnover": "corvex.attribution",
 }
-
-
-_MODULES = ("analysis", "market", "markets", "rebalance", "schemas", "terminal")
+_MODULES = ("analysis", "data", "ffn_core", "market", "markets", "rebalance", "schemas", "terminal")
 
 
 def __getattr__(name: str) -> Any:
@@ -71,4 +69,7 @@ def __getattr__(name: str) -> Any:
 
 
 def __dir__() -> list[str]:
-    return sorted({*globals(), *_LAZY, *_MODULES})
+    return sorted({*__all__, *_MODULES})
+
+
+_pandas_methods.add_when_imported()

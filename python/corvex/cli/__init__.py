@@ -20,6 +20,7 @@ import typer
 
 from corvex.cli import preview, publish
 from corvex.cli.console import Steps, note, plain_errors, plot_width, settings
+from corvex.cli.help import App
 from corvex.cli.saved import (
     Html,
     is_special,
@@ -36,13 +37,11 @@ if TYPE_CHECKING:
 
 __all__ = ["app", "main"]
 
-app = typer.Typer(
+app = App(
     name="corvex",
     help="Backtest portfolios and look at their reports.",
     epilog="Exit status: 0 done, 1 could not be done, 2 wrong command line, 130 interrupted.",
     no_args_is_help=True,
-    add_completion=False,
-    pretty_exceptions_enable=False,
 )
 
 Width = Annotated[
