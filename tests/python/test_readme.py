@@ -28,7 +28,7 @@ def test_links_lead_somewhere():
 
 
 def test_demonstration_prints_what_is_shown(tmp_path, monkeypatch):
-    (shown,) = re.findall(r"```text\n(📊.*?)```", README.read_text(encoding="utf-8"), re.S)
+    (shown,) = re.findall(r"```text\n(Momentum.*?)```", README.read_text(encoding="utf-8"), re.S)
     monkeypatch.chdir(tmp_path)
     monkeypatch.setenv("COLUMNS", "80")
     printed = CliRunner().invoke(app, ["demo"]).stdout

@@ -31,6 +31,7 @@ from corvex.cli.saved import (
     target_file,
 )
 from corvex.cli.transport import export, inspect, orders
+from corvex.plaintext import printable
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
@@ -47,6 +48,16 @@ app = App(
 Width = Annotated[
     int | None,
     typer.Option(min=20, max=1000, help="Columns of the charts; the terminal's by default."),
+]
+Text = Annotated[
+    bool, typer.Option("--text", help="Print the text of Report.to_text() alone instead.")
+]
+Lang = Annotated[
+    str | None,
+    typer.Option(help="Language of the summary, en or zh-Hant; that of the locale by default."),
+]
+RiskFree = Annotated[
+    float, typer.Option("--riskfree", help="Risk-free rate a year, as a fraction.")
 ]
 Out = Annotated[
     Path | None,
@@ -89,7 +100,12 @@ def _all_commands(
 
 @app.command()
 @plain_errors
-def demo(out: Out = None, width: Width = None) -> None:
+def demo(
+    out: Out = None,
+    width: Width = None,
+    text: Text = False,
+    lang: Lang = None,
+) -> None:
     """Run a momentum strategy on the built-in prices and show its report.
 
     Each month it holds the five of twenty US stocks with the best 12-1 momentum, with fees and a
@@ -97,7 +113,9 @@ def demo(out: Out = None, width: Width = None) -> None:
     its page beside it.
     """
     from corvex.cli.demo import NAME, STEPS, publish_demo, run_demo
+    from corvex.cli.summary import language
 
+    chosen = language(lang)
     target = target_file(out or Path(), "corvex-demo.pkl")
     page = None if is_special(target) else _beside(target)
     with Steps(STEPS + 3) as steps:
@@ -109,7 +127,7 @@ def demo(out: Out = None, width: Width = None) -> None:
                 save_page(report, page)
         with steps.step("publish and read back"):
             published = publish_demo(report)
-    _print_report(report, NAME, width)
+    _print_report(report, NAME, width, chosen, text=text)
     print("The prices are those of stocks that survived: for examples, not for investment.\n")
     steps.print_times()
     print(f"\n{published}")
@@ -143,18 +161,25 @@ def show(
         ),
     ] = False,
     html: Html = None,
+    text: Text = False,
+    lang: Lang = None,
+    riskfree: RiskFree = 0.02,
 ) -> None:
     """Print a saved report: its summary and charts, or the tables asked for.
 
     Only open files that you trust: a pickle can run any program.
     """
+    from corvex.cli.summary import language
+
+    chosen = language(lang)
     page = None if html is None else target_file(html, f"{file.stem}.html")
     loaded = load_report(file)
     if page is not None:
         save_page(loaded, page)
         note(f"page written to {page}")
+    if text or not (metrics or trades or live):
+        _print_report(loaded, name_of(loaded), width, chosen, riskfree, text=text)
     if not (metrics or trades or live):
-        _print_report(loaded, None, width)
         return
     from corvex.cli import tables
 
@@ -194,6 +219,9 @@ def report(
     out: Out = None,
     html: Html = None,
     width: Width = None,
+    text: Text = False,
+    lang: Lang = None,
+    riskfree: RiskFree = 0.02,
 ) -> None:
     """Report on a curve of your own.
 
@@ -201,14 +229,16 @@ def report(
     are sorted, of a date that occurs twice the last value counts.
     """
     from corvex.cli.own_curve import report_on_file
+    from corvex.cli.summary import language
 
+    chosen = language(lang)
     title = name or file.name.partition(".")[0]
     target = target_file(out, f"{title}.pkl") if out is not None else None
     page = target_file(html, f"{title}.html") if html is not None else None
     result = report_on_file(
         file, column=column, returns=returns, benchmark=benchmark, market=market, name=title
     )
-    _print_report(result, title, width)
+    _print_report(result, title, width, chosen, riskfree, text=text)
     if target is not None:
         save_report(result, target)
         print(f"Report written to {target}")
@@ -217,8 +247,21 @@ def report(
         print(f"Page written to {page}")
 
 
-def _print_report(report: Report, name: str | None, width: int | None) -> None:
-    print(report.to_text(name=name or name_of(report)))
+def _print_report(
+    report: Report,
+    name: str | None,
+    width: int | None,
+    lang: str,
+    riskfree: float = 0.02,
+    *,
+    text: bool,
+) -> None:
+    if text:
+        print(report.to_text(name=None if name is None else printable(name)))
+        return
+    from corvex.cli.summary import summary
+
+    print(summary(report, name, lang, riskfree))
     report.to_terminal(width=width or plot_width())
     print()
 

@@ -15,6 +15,8 @@ from typing import Any, Self
 
 import typer
 
+from corvex.plaintext import PlainStream
+
 __all__ = ["Steps", "note", "plain_errors", "plot_width", "settings"]
 
 FAILED = 1
@@ -51,18 +53,28 @@ def plain_errors[**P](command: Callable[P, None]) -> Callable[P, None]:
 
     @functools.wraps(command)
     def run(*args: P.args, **kwargs: P.kwargs) -> None:
-        try:
-            with _warnings_as_notes():
-                command(*args, **kwargs)
-        except (typer.Exit, typer.Abort, BrokenPipeError):
-            raise
-        except Exception as error:
-            if settings.traceback:
-                traceback.print_exc()
-            print(f"corvex: error: {_in_words(error)}", file=sys.stderr)
-            raise typer.Exit(FAILED) from None
+        with _nothing_steers_the_terminal():
+            try:
+                with _warnings_as_notes():
+                    command(*args, **kwargs)
+            except (typer.Exit, typer.Abort, BrokenPipeError):
+                raise
+            except Exception as error:
+                if settings.traceback:
+                    traceback.print_exc()
+                print(f"corvex: error: {_in_words(error)}", file=sys.stderr)
+                raise typer.Exit(FAILED) from None
 
     return run
+
+
+@contextlib.contextmanager
+def _nothing_steers_the_terminal() -> Iterator[None]:
+    """Guard both streams against what texts of foreign files could do to a terminal."""
+    out: Any = PlainStream(sys.stdout)
+    errors: Any = PlainStream(sys.stderr)
+    with contextlib.redirect_stdout(out), contextlib.redirect_stderr(errors):
+        yield
 
 
 def _in_words(error: Exception) -> str:
@@ -106,6 +118,7 @@ class Steps:
         self._task: Any = None
         self._current = ""
         self._lock = threading.Lock()
+        self._stream = getattr(sys.stderr, "unguarded", sys.stderr)  # the bar moves the cursor
         self._timer = threading.Timer(_PATIENCE, self._show)
         self._timer.daemon = True
 
@@ -133,7 +146,7 @@ class Steps:
                 BarColumn(),
                 TextColumn("{task.completed}/{task.total}"),
                 TimeElapsedColumn(),
-                console=Console(stderr=True),
+                console=Console(file=self._stream),
                 transient=True,
             )
             self._task = self._bar.add_task(

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import re
+from collections.abc import Callable
 from typing import Any
 
 import typer
@@ -29,9 +30,12 @@ class App(typer.Typer):
             **options,
         )
 
-    def command(self, name: str | None = None, **options: Any) -> Any:
+    def command[F: Callable[..., Any]](  # type: ignore[override]
+        self, name: str | None = None, **options: Any
+    ) -> Callable[[F], F]:
         """Register a command, as in typer."""
-        return super().command(name, **{"cls": _Command, **options})
+        register: Callable[[F], F] = super().command(name, **{"cls": _Command, **options})
+        return register
 
 
 class _Command(TyperCommand):

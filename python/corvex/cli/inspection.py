@@ -5,6 +5,7 @@ from __future__ import annotations
 from typing import Any
 
 from corvex.core.trade_columns import decode_trades
+from corvex.plaintext import printable
 from corvex.schemas import names
 
 __all__ = ["described", "name_of_schema"]
@@ -27,8 +28,21 @@ def name_of_schema(value: object) -> tuple[str, Record]:
 
 def described(part: Record, name: str) -> list[str]:
     """Print what is in a valid dictionary; return what its schema cannot tell to be wrong."""
+    return _described(_one_line_texts(part), name)
+
+
+def _one_line_texts(value: Any) -> Any:
+    """Escape what could steer a terminal, or pass for a line of ours, in every text."""
+    if isinstance(value, dict):
+        return {_one_line_texts(key): _one_line_texts(member) for key, member in value.items()}
+    if isinstance(value, list):
+        return [_one_line_texts(member) for member in value]
+    return printable(value) if isinstance(value, str) else value
+
+
+def _described(part: Record, name: str) -> list[str]:
     if name == "report.payload.v1":
-        faults = described(part["report"], "report.v1")
+        faults = _described(part["report"], "report.v1")
         execution = part["execution"]
         named = {"": execution} if isinstance(execution.get("schema"), str) else execution
         for strategy, record in named.items():

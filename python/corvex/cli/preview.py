@@ -139,7 +139,7 @@ def _labels(files: list[Path], reports: list[Report]) -> list[str]:
     for labels in (names, [file.stem for file in files]):
         if len(set(labels)) == len(labels):
             return labels
-    return [str(file) for file in files]
+    return [f"{file} ({number})" for number, file in enumerate(files, start=1)]
 
 
 def _start() -> Any:

@@ -10,10 +10,12 @@ from typing import TYPE_CHECKING, Any
 
 import pandas as pd
 
+from corvex.plaintext import printable
+
 if TYPE_CHECKING:
     from corvex.core.report import Report, ReportExecution
 
-__all__ = ["print_live", "print_metrics", "print_trades"]
+__all__ = ["count", "percent", "print_live", "print_metrics", "print_trades", "ratio"]
 
 _LEAST_WIDTH = 100  # for what goes into a file or a pipe
 _NONE = "-"
@@ -82,16 +84,16 @@ def print_trades(report: Report) -> None:
         "symbol": ("asset", str),
         "entry_date": ("entry", _date),
         "exit_date": ("exit", _date),
-        "position": ("weight", _percent),
-        "period": ("bars", _count),
-        "return": ("return", _percent),
-        "mae": ("MAE", _percent),
-        "mfe": ("MFE", _percent),
+        "position": ("weight", percent),
+        "period": ("bars", count),
+        "return": ("return", percent),
+        "mae": ("MAE", percent),
+        "mfe": ("MFE", percent),
         "exit_reason": ("reason", lambda reason: str(reason) or "open"),
     }
     known = [name for name in columns if name in trades.columns]
     cells = [[columns[name][1](value) for value in trades[name]] for name in known]
-    right = [i for i, name in enumerate(known) if columns[name][1] in (_percent, _count)]
+    right = [i for i, name in enumerate(known) if columns[name][1] in (percent, count)]
     _print_table(
         f"trades ({len(trades)})",
         [columns[name][0] for name in known],
@@ -140,8 +142,8 @@ def _print_execution(title: str, execution: ReportExecution) -> None:
     rows = [
         (
             str(asset),
-            _percent(now.get(asset, 0.0)),
-            _percent(following.get(asset, 0.0)),
+            percent(now.get(asset, 0.0)),
+            percent(following.get(asset, 0.0)),
             str(actions.get(asset, _NONE)),
         )
         for asset in assets
@@ -157,7 +159,7 @@ def _print_current_trades(report: Report) -> None:
     known = [name for name in wanted if name in trades.columns]
     shown = {"entry_date": _date}
     rows = [
-        (str(asset), *(shown.get(name, _percent)(trades[name].iloc[at]) for name in known))
+        (str(asset), *(shown.get(name, percent)(trades[name].iloc[at]) for name in known))
         for at, asset in enumerate(trades.index)
     ]
     _print_table(
@@ -172,7 +174,7 @@ def _figure(name: str, value: Any) -> str:
     if name in _DATES:
         return _date(None if value is None else pd.Timestamp(value, unit="s"))
     if name in _PERCENT:
-        return _percent(value)
+        return percent(value)
     if name == "capacity" and not _missing(value):
         return f"{value:,.0f}"
     if isinstance(value, float) and not _missing(value):
@@ -184,20 +186,27 @@ def _figure(name: str, value: Any) -> str:
 
 def _live(name: str, value: float) -> str:
     if name in _LIVE_PERCENT:
-        return _percent(value)
-    return _count(value) if name in ("days", "trades") else _figure(name, float(value))
+        return percent(value)
+    return count(value) if name in ("days", "trades") else _figure(name, float(value))
 
 
 def _missing(value: Any) -> bool:
     return value is None or value is pd.NaT or (isinstance(value, float) and math.isnan(value))
 
 
-def _percent(value: Any) -> str:
+def percent(value: Any) -> str:
+    """Write a fraction in percent."""
     return _NONE if _missing(value) else f"{float(value):.2%}"
 
 
-def _count(value: Any) -> str:
+def count(value: Any) -> str:
+    """Write a whole number."""
     return _NONE if _missing(value) else f"{value:.0f}"
+
+
+def ratio(value: Any) -> str:
+    """Write a plain number with two decimals."""
+    return _NONE if _missing(value) else f"{value:.2f}"
 
 
 def _date(value: Any) -> str:
@@ -221,7 +230,7 @@ def _print_table(
     for at, name in enumerate(header):
         table.add_column(name, justify="right" if at in at_right else "left", overflow="fold")
     for row in rows:
-        table.add_row(*(escape(cell) for cell in row))
+        table.add_row(*(escape(printable(cell)) for cell in row))
     if not table.rows:
         table.caption = "none"
     columns = shutil.get_terminal_size((_LEAST_WIDTH, 24)).columns

@@ -10,6 +10,7 @@ from typing import TYPE_CHECKING, Annotated, Any, Literal
 import typer
 
 from corvex.cli.saved import load_report, target_file, write_whole
+from corvex.plaintext import printable
 
 if TYPE_CHECKING:
     import pandas as pd
@@ -183,6 +184,7 @@ def _print_orders(table: pd.DataFrame) -> None:
         print("Nothing to trade.")
     else:
         shown = table.drop(columns=["weight", "asset_name"]).dropna(axis=1, how="all")
+        shown = shown.assign(asset_id=shown["asset_id"].map(printable))
         print(shown.to_string(index=False, float_format=lambda number: f"{number:.10g}"))
     print(f"\nCosts {table.attrs['costs']:,.2f}, cash left over {table.attrs['cash']:,.2f}")
 

@@ -9,6 +9,7 @@ def run(tmp_path, monkeypatch):
     """Run a command in an empty folder; returns status, stdout and stderr."""
     monkeypatch.chdir(tmp_path)
     monkeypatch.setenv("COLUMNS", "100")
+    monkeypatch.setenv("LC_ALL", "C.UTF-8")
 
     def invoke(*args):
         result = CliRunner().invoke(app, [str(arg) for arg in args])

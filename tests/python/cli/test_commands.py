@@ -24,7 +24,7 @@ def _csv(path, values, column="equity", start="2024-01-01"):
 def test_demo_prints_saves_and_show_prints_it_again(run, tmp_path):
     status, out, err = run("demo")
     assert (status, err) == (0, "")
-    assert out.startswith("📊 策略: Momentum 12-1\n")
+    assert out.startswith("Momentum 12-1\nUS stocks, 1990-12-31 to 2022-12-28, 32.0 years\n")
     rows = [line for line in out.splitlines() if re.match(r" *[-\d.]+% ┤", line)]
     assert {len(row) for row in rows} == {100}
     steps = re.findall(r"^  (\w[^\n]*?) +[\d.]+ s$", out, re.M)
@@ -86,7 +86,7 @@ def test_report_on_equity_prices_and_returns_agree(run, tmp_path):
     frame.to_parquet("c.parquet")
     status, out, err = run("report", "a.csv", "--name", "x")
     assert (status, err) == (0, "")
-    assert out.startswith("📊 策略: x\n")
+    assert out.startswith("x\nUS stocks, 2024-01-01 to ")
     status, parquet, err = run("report", "c.parquet", "--name", "x")
     assert (status, parquet) == (0, out)
     status, returns, err = run("report", "b.csv", "--name", "x", "--out", ".")

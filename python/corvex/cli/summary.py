@@ -1,0 +1,291 @@
+"""The summary that ``corvex show``, ``report`` and ``demo`` print of a report."""
+
+from __future__ import annotations
+
+import os
+import re
+import sys
+from collections.abc import Iterator, Mapping
+from typing import TYPE_CHECKING, Any
+
+import numpy as np
+
+from corvex.cli.tables import count, percent, ratio
+from corvex.plaintext import display_width, padded, printable
+
+if TYPE_CHECKING:
+    from corvex.core.report import Report
+
+__all__ = ["LANGUAGES", "language", "summary"]
+
+LANGUAGES = ("en", "zh-Hant")
+RISK_FREE_RATE = 0.02
+_WIDTH = 80
+_MOST_NAMES = 12  # of assets in one line of the last rebalance
+
+_WORDS: dict[str, dict[str, str]] = {
+    "en": {
+        "unnamed": "Unnamed strategy",
+        "us_stock": "US stocks",
+        "tw_stock": "Taiwan stocks",
+        "span": "{start} to {end}, {years:.1f} years",
+        "strategy": "strategy",
+        "benchmark": "benchmark",
+        "cagr": "Growth a year (CAGR)",
+        "total_return": "Total return",
+        "daily_vol": "Volatility a year",
+        "daily_sharpe": "Sharpe ratio",
+        "max_drawdown": "Largest drawdown",
+        "fall": "from {start} to its low on {valley}, ",
+        "recovered": "recovered on {end}",
+        "open": "not recovered yet",
+        "trades": "Winning trades",
+        "of_trades": "{share} of {closed} closed, {open} open",
+        "against": "Benchmark",
+        "against_span": "{name}, {start} to {end}",
+        "unnamed_benchmark": "without a name",
+        "no_benchmark": "none",
+        "costs": "Costs",
+        "fee": "fee {fee} on each side",
+        "tax": "tax {tax} on sales",
+        "slippage": "slippage {slippage}",
+        "no_costs": "no fee, no tax",
+        "paid": "in all {total} of the first equity",
+        "turnover": "turnover {turnover} a year",
+        "rate": "Risk-free rate",
+        "rate_text": "{rate} a year",
+        "rebalance": "Last rebalance",
+        "more": "and {count} more",
+        "comma": ", ",
+        "colon": ": ",
+    },
+    "zh-Hant": {
+        "unnamed": "未命名的策略",
+        "us_stock": "美股",
+        "tw_stock": "台股",
+        "crypto": "加密貨幣",
+        "span": "{start} 至 {end}，{years:.1f} 年",
+        "strategy": "策略",
+        "benchmark": "基準",
+        "cagr": "年化報酬 (CAGR)",
+        "total_return": "總報酬",
+        "daily_vol": "年化波動率",
+        "daily_sharpe": "夏普率",
+        "max_drawdown": "最大回撤",
+        "fall": "自 {start} 至 {valley} 的低點，",
+        "recovered": "{end} 回復",
+        "open": "尚未回復",
+        "trades": "勝率",
+        "of_trades": "{share}，共 {closed} 筆已出場，{open} 筆未出場",
+        "against": "基準",
+        "against_span": "{name}，{start} 至 {end}",
+        "unnamed_benchmark": "未命名",
+        "no_benchmark": "無",
+        "costs": "成本",
+        "fee": "手續費每邊 {fee}",
+        "tax": "賣出交易稅 {tax}",
+        "slippage": "滑價 {slippage}",
+        "no_costs": "無手續費、無交易稅",
+        "paid": "累計為期初淨值的 {total}",
+        "turnover": "年週轉率 {turnover}",
+        "rate": "無風險利率",
+        "rate_text": "每年 {rate}",
+        "rebalance": "最近換股",
+        "more": "等共 {count} 檔",
+        "comma": "，",
+        "colon": "：",
+        "enter": "買進",
+        "exit": "賣出",
+        "hold": "續抱",
+        "sl": "停損",
+        "tp": "停利",
+    },
+}
+
+
+def language(wanted: str | None) -> str:
+    """Return the language to print: the one asked for, else that of the locale.
+
+    Raises
+    ------
+    ValueError
+        When another one than English or Chinese is asked for.
+    """
+    if wanted is not None:
+        for known in LANGUAGES:
+            if wanted.lower().replace("_", "-").split("-")[0] == known.split("-")[0]:
+                return known
+        raise ValueError(f"--lang must be one of {', '.join(LANGUAGES)}, got {wanted!r}")
+    names = (os.environ.get(name, "") for name in ("LC_ALL", "LC_MESSAGES", "LANG"))
+    chinese = next((name for name in names if name), "").lower().startswith("zh")
+    return "zh-Hant" if chinese and _can_print("策略") else "en"
+
+
+def _can_print(text: str) -> bool:
+    try:
+        text.encode(getattr(sys.stdout, "encoding", None) or "ascii")
+    except (UnicodeError, LookupError):
+        return False
+    return True
+
+
+def summary(
+    report: Report, name: str | None, lang: str, riskfree_rate: float = RISK_FREE_RATE
+) -> str:
+    """Describe a report in a few lines.
+
+    Parameters
+    ----------
+    report : Report
+        It is not changed.
+    name : str or None
+        Its title.
+    lang : {"en", "zh-Hant"}
+        Language of the labels.
+    riskfree_rate : float, default 0.02
+        A year, for the Sharpe ratios.
+
+    Returns
+    -------
+    str
+        Growth, volatility, Sharpe ratio and largest drawdown beside the benchmark's, the dates
+        of that drawdown, trades, costs and the last rebalance; ends with a line break.
+    """
+    words = _WORDS[lang]
+    stats = report.get_stats(riskfree_rate=riskfree_rate)
+    columns, span = _benchmark(report, riskfree_rate)
+    lines = [_heading(report, name, stats, words), "", *_figures(stats, columns, words)]
+    rows = [
+        ("trades", _trades(report, words)),
+        ("against", _against(report, span, words)),
+        ("costs", _costs(report, words)),
+        ("rate", words["rate_text"].format(rate=_rate(riskfree_rate))),
+        *(("rebalance", line) for line in _actions(report, words)),
+    ]
+    rows = [(words[key], text) for key, text in rows if text]
+    wide = max(display_width(label) for label, _ in rows) + 2
+    shown = ""
+    for label, text in rows:
+        lines += _wrapped("" if label == shown else label, text, wide)
+        shown = label
+    return "\n".join([*lines, ""])
+
+
+def _heading(
+    report: Report, name: str | None, stats: Mapping[str, Any], words: Mapping[str, str]
+) -> str:
+    title = printable(name) if name else words["unnamed"]
+    market = printable(report.market.get_name())
+    facts = [words.get(market, market)]
+    if stats.get("start") and stats.get("end"):
+        start, end = (np.datetime64(stats[key], "D") for key in ("start", "end"))
+        years = float((end - start).astype(int)) / 365.25
+        facts.append(words["span"].format(start=start, end=end, years=years))
+    return f"{title}\n{words['comma'].join(facts)}"
+
+
+def _benchmark(
+    report: Report, riskfree_rate: float
+) -> tuple[Mapping[str, Any] | None, tuple[str, str] | None]:
+    """Return the benchmark's figures and the dates that they cover; None where it has none."""
+    from corvex.core.dashboard.curves import iso_day, read_curves
+
+    curves = read_curves(report)
+    if curves.benchmark is None:
+        return None, None
+    known = curves.days[np.isfinite(curves.benchmark)]
+    figures = report.get_benchmark_stats(riskfree_rate=riskfree_rate)
+    return figures, (iso_day(known[0]), iso_day(known[-1]))
+
+
+def _figures(
+    stats: Mapping[str, Any], benchmark: Mapping[str, Any] | None, words: Mapping[str, str]
+) -> Iterator[str]:
+    """Yield the table of the figures, with the dates of the largest drawdown under it."""
+    both = [stats] if benchmark is None else [stats, benchmark]
+    heads = ["strategy", "benchmark"][: len(both)]
+    rows = [("", [words[head] for head in heads])]
+    for key in ("cagr", "total_return", "daily_vol", "daily_sharpe", "max_drawdown"):
+        show = ratio if key == "daily_sharpe" else percent
+        rows.append((words[key], [show(figures.get(key)) for figures in both]))
+    wide = max(display_width(label) for label, _ in rows) + 2
+    column = max(display_width(cell) for _, cells in rows for cell in cells) + 2
+    for label, cells in rows:
+        yield padded(label, wide) + "".join(padded(cell, column, right=True) for cell in cells)
+    details = stats.get("drawdown_details")
+    if isinstance(details, list) and details:
+        worst = min(details, key=lambda row: row["depth"])
+        end = words["open"] if worst["end"] is None else words["recovered"].format(**worst)
+        yield "  " + words["fall"].format(**worst) + end
+    yield ""
+
+
+def _trades(report: Report, words: Mapping[str, str]) -> str:
+    from corvex.core.dashboard.trades import trade_figures
+
+    found = trade_figures(report.trades)
+    if found is None:
+        return ""
+    return words["of_trades"].format(
+        share=percent(found["win_rate"]),
+        closed=f"{found['trades']:,}",
+        open=count(found["open_trades"]),
+    )
+
+
+def _against(report: Report, span: tuple[str, str] | None, words: Mapping[str, str]) -> str:
+    if span is None:
+        return words["no_benchmark"]
+    name = getattr(report.benchmark, "name", None)
+    known = printable(name) if isinstance(name, str) and name else words["unnamed_benchmark"]
+    return words["against_span"].format(name=known, start=span[0], end=span[1])
+
+
+def _costs(report: Report, words: Mapping[str, str]) -> str:
+    from corvex.core.dashboard.activity import costs
+
+    found = costs(report)
+    rates = [
+        words[key].format(**{key: _rate(found[name])})
+        for key, name in (
+            ("fee", "fee_ratio"),
+            ("tax", "tax_ratio"),
+            ("slippage", "slippage_ratio"),
+        )
+        if found[name]
+    ]
+    parts = rates or [words["no_costs"]]
+    if found["total"]:
+        parts.append(words["paid"].format(total=percent(found["total"])))
+    if found["turnover"] is not None:
+        parts.append(words["turnover"].format(turnover=percent(found["turnover"])))
+    return words["comma"].join(parts)
+
+
+def _actions(report: Report, words: Mapping[str, str]) -> Iterator[str]:
+    """Yield what the last rebalance does, a line for each kind of action."""
+    actions = getattr(report, "actions", None)
+    if actions is None or not len(actions):
+        return
+    for action in dict.fromkeys(action for action in actions if action):
+        names = [printable(asset) for asset in actions.index[actions == action]]
+        shown = words["comma"].join(names[:_MOST_NAMES])
+        if len(names) > _MOST_NAMES:
+            rest = len(names) if words is _WORDS["zh-Hant"] else len(names) - _MOST_NAMES
+            shown += words["comma"] + words["more"].format(count=rest)
+        word = printable(action)
+        yield words.get(word, word) + words["colon"] + shown
+
+
+def _wrapped(label: str, text: str, wide: int) -> list[str]:
+    """Return a row as lines that fit, broken behind blanks and Chinese commas."""
+    lines = [padded(label, wide)]
+    for part in re.findall("[^ ，]+[ ，]*|[ ，]+", text):
+        if display_width(lines[-1] + part.rstrip()) > _WIDTH and lines[-1].strip():
+            lines.append(" " * wide)
+        lines[-1] += part
+    return [line.rstrip() for line in lines]
+
+
+def _rate(value: float) -> str:
+    return f"{round(value * 100, 4):g}%"

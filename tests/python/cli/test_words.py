@@ -1,0 +1,92 @@
+"""What the commands say: their help, the summary in both languages, names of strangers."""
+
+import re
+import subprocess
+import sys
+
+import numpy as np
+import pandas as pd
+import pytest
+
+import corvex
+from corvex.plaintext import PlainStream, printable
+
+EVIL = "A\x1b]52;c;ZXZpbA==\x07\x1b[2J\u202e\x9b1\u2028\r\nvalid"
+
+
+@pytest.fixture
+def saved(tmp_path):
+    """Save a report with names that try to steer the terminal."""
+    dates = pd.bdate_range("2023-01-02", periods=90)
+    steps = np.random.default_rng(2).normal(0.001, 0.03, (90, 2)).cumsum(axis=0)
+    prices = pd.DataFrame(50 * np.exp(steps), dates, [EVIL, "B"])
+    report = corvex.simulate(
+        prices.rank(axis=1) >= 2, prices, resample="ME", market="us_stock", fee_ratio=0.001,
+        benchmark=prices["B"].rename(EVIL), name=EVIL, live_performance_start=dates[60],
+    )  # fmt: skip
+    report.to_pickle(str(tmp_path / "r.pkl"))
+    prices.iloc[-1].rename_axis("asset").to_frame("price").reset_index().to_parquet("p.parquet")
+    return report
+
+
+def test_help_wraps_at_words_and_shows_no_types(run):
+    status, out, _ = run("--help")
+    commands = re.findall(r"^  ([a-z]+)  ", out.partition("Commands:")[2], re.M)
+    assert (status, len(commands) >= 10, "..." in out.partition("Commands:")[2]) == (0, True, False)
+    for command in commands:
+        status, out, _ = run(command, "--help")
+        assert status == 0
+        assert not re.search(r"<|Path|-$", out, re.M)
+        assert max(map(len, out.splitlines())) <= 80
+
+
+def test_help_and_version_load_no_pandas():
+    code = (
+        "import sys, corvex.cli as c; c.app(['--help'], standalone_mode=False); print(*sys.modules)"
+    )
+    out = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, check=True)
+    assert not {"pandas", "numpy", "rich", "requests"} & set(out.stdout.split())
+    code = "import corvex, pandas; pandas.Series([1.0, 2.0]).rebase(); print(dir(corvex))"
+    out = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, check=True)
+    assert set(corvex.__all__) < set(eval(out.stdout))
+    assert not {"importlib", "annotations", "Any"} & set(eval(out.stdout))
+
+
+def test_summary_agrees_with_the_statistics_in_both_languages(run, saved, monkeypatch):
+    stats, market = saved.get_stats(riskfree_rate=0.05), saved.get_benchmark_stats(0.05)
+    chinese = run("show", "r.pkl", "--lang", "zh_TW", "--riskfree", "0.05")[1]
+    english = run("show", "r.pkl", "--riskfree", "0.05")[1]
+    for text, label in ((chinese, "年化報酬 (CAGR)"), (english, "Growth a year (CAGR)")):
+        rows = {line[:20].split("  ")[0]: line.split() for line in text.splitlines() if line}
+        assert rows[label][-2:] == [f"{stats['cagr']:.2%}", f"{market['cagr']:.2%}"]
+        sharpe = [f"{figures['daily_sharpe']:.2f}" for figures in (stats, market)]
+        assert any(line.split()[-2:] == sharpe for line in text.splitlines())
+        assert stats["drawdown_details"][0]["valley"] in text
+    monkeypatch.setenv("LC_ALL", "zh_TW.UTF-8")
+    assert "最大回撤" in run("show", "r.pkl")[1]
+    fixed = saved.to_text(name=printable(EVIL)).partition("📋")[0]
+    assert run("show", "r.pkl", "--text")[1].startswith(fixed)
+    assert "must be one of en, zh-Hant, got 'fr'" in run("show", "r.pkl", "--lang", "fr")[2]
+
+
+def test_names_of_strangers_steer_no_terminal(run, saved):
+    for arguments in (
+        ["show", "r.pkl"],
+        ["show", "r.pkl", "--text", "--metrics", "--trades", "--live"],
+        ["compare", "r.pkl", "r.pkl"],
+        ["orders", "r.pkl", "--capital", "10000", "--prices", "p.parquet"],
+        ["export", "r.pkl", "--out", "r.json"],
+        ["inspect", "r.json"],
+        ["report", "r.json\x1b[2J"],
+    ):
+        status, out, err = run(*arguments)
+        assert status == (arguments[0] == "report"), err
+        assert not re.search(r"[\x00-\x08\x0b-\x1f\x7f-\x9f\u2028\u202e]", out + err)
+    lines = run("inspect", "r.json")[1].splitlines()
+    assert sum(line.startswith("valid") for line in lines) == 1
+
+
+def test_a_guarded_stream_keeps_lines_and_colours(capsys):
+    PlainStream(sys.stdout).write("\x1b[36mline\x1b[0m\n\ttab\x1b[8mhidden\x1b[1;33mbold\x1b[2J")
+    expected = "\x1b[36mline\x1b[0m\n\ttab\\x1b[8mhidden\x1b[1;33mbold\\x1b[2J"
+    assert capsys.readouterr().out == expected
