@@ -30,7 +30,7 @@ class App(typer.Typer):
             **options,
         )
 
-    def command[F: Callable[..., Any]](  # type: ignore[override]
+    def command[F: Callable[..., Any]](
         self, name: str | None = None, **options: Any
     ) -> Callable[[F], F]:
         """Register a command, as in typer."""
