@@ -3,13 +3,15 @@
 from __future__ import annotations
 
 import abc
+import copy
 import math
 from collections.abc import Callable, Iterable
-from typing import TYPE_CHECKING, Self
+from typing import TYPE_CHECKING, Self, override
 
 import pandas as pd
 
 from corvex import data
+from corvex.markets.bars import is_intraday
 from corvex.markets.sessions import MarketSessions
 from corvex.markets.tables import empty_table, mean_of_ohlc
 
@@ -74,6 +76,9 @@ class Market(MarketSessions, abc.ABC):
     lot_size: float = 1.0
     price_limit: float | None = None
 
+    _freq: str = "D"
+    _historical: bool = False
+
     # ------------------------------------------------------------------ identity
 
     @abc.abstractmethod
@@ -82,7 +87,39 @@ class Market(MarketSessions, abc.ABC):
 
     def get_freq(self) -> str:
         """Return the bar length of the price tables as a pandas frequency; "D" for daily."""
-        return "D"
+        return self._freq
+
+    def with_freq(self, freq: str) -> Self:
+        """Return a copy of this market whose `get_freq` answers `freq`, a pandas frequency.
+
+        Raises
+        ------
+        ValueError
+            When there is no such frequency.
+        """
+        pd.tseries.frequencies.to_offset(freq)
+        twin = copy.copy(self)
+        twin._freq = freq
+        return twin
+
+    @property
+    @override
+    def bar_length(self) -> pd.Timedelta | None:
+        freq = self.get_freq() or "D"
+        if not is_intraday(freq):
+            return None
+        return pd.Timedelta(pd.tseries.frequencies.to_offset(freq))  # type: ignore[arg-type]
+
+    @property
+    def is_historical(self) -> bool:
+        """Whether this is the market of a run that was given an end, so not to be traded on."""
+        return self._historical
+
+    def for_history(self) -> Self:
+        """Return a copy of this market for a run that was given an end."""
+        twin = copy.copy(self)
+        twin._historical = True
+        return twin
 
     def __repr__(self) -> str:
         return f"<{type(self).__name__} {self.get_name()!r}>"

@@ -8,13 +8,17 @@ import os
 from collections.abc import Iterator
 from contextvars import ContextVar
 from pathlib import Path
-from typing import Any
+from typing import TYPE_CHECKING, Any
+from weakref import WeakValueDictionary
 
 import pandas as pd
 
+if TYPE_CHECKING:
+    from corvex.markets.bound import BoundMarket
+
 __all__ = ["DataContext", "in_utc", "now"]
 
-_SETTINGS = ("_loaded_datasets", "data_dir", "now")
+_SETTINGS = ("_loaded_datasets", "_bound_markets", "data_dir", "now")
 
 
 class DataContext:
@@ -24,6 +28,8 @@ class DataContext:
     ----------
     _loaded_datasets : set of str
         Names of the tables read so far. Reading a table adds its name to the set in force.
+    _bound_markets : mapping of int to BoundMarket
+        The markets in use that answer from a user's own prices, which have no names; held weakly.
     data_dir : Path or None
         The folder of named tables; the environment variable ``CORVEX_DATA_DIR`` by default.
     now : datetime or None
@@ -36,7 +42,12 @@ class DataContext:
     """
 
     def __init__(self) -> None:
-        self._base: dict[str, Any] = {"_loaded_datasets": set(), "data_dir": None, "now": None}
+        self._base: dict[str, Any] = {
+            "_loaded_datasets": set(),
+            "_bound_markets": WeakValueDictionary(),
+            "data_dir": None,
+            "now": None,
+        }
         self._changes: ContextVar[dict[str, Any] | None] = ContextVar("corvex_data", default=None)
 
     def _layer(self, name: str) -> dict[str, Any]:
@@ -52,6 +63,15 @@ class DataContext:
     @_loaded_datasets.setter
     def _loaded_datasets(self, names: set[str]) -> None:
         self._layer("_loaded_datasets")["_loaded_datasets"] = names
+
+    @property
+    def bound_markets(self) -> list[BoundMarket]:
+        """The markets in use that answer from a user's own prices."""
+        return list(self._layer("_bound_markets")["_bound_markets"].values())
+
+    def note_bound(self, market: BoundMarket) -> None:
+        """Count the prices of a market among the data at hand while it is in use."""
+        self._layer("_bound_markets")["_bound_markets"][id(market)] = market
 
     @property
     def data_dir(self) -> Path | None:
@@ -74,7 +94,7 @@ class DataContext:
         Parameters
         ----------
         **changes
-            Any of `_loaded_datasets`, `data_dir`, `now`.
+            Any of `_loaded_datasets`, `_bound_markets`, `data_dir`, `now`.
 
         Raises
         ------

@@ -1,8 +1,11 @@
-"""When newer data should exist, and whether the data at hand is fresh enough to trade on.
+"""When newer prices should exist, and whether those at hand are fresh enough to trade on.
 
-A table expires when the next row should be there: at the close of the session after its last date,
-by the market's calendar. A table written while its last session was still open expires at that
-session's close, since its last row is not final.
+Prices expire when their next row should be there: at the close of the session after the last date,
+or at the last close of the period after the last one. Prices written while their last session was
+still open expire at that session's close, since the last row is not final.
+
+Only prices tell how fresh data is: the tables ``<market>_close`` and so on, and those that a market
+was bound to. Fundamental figures come when they come.
 """
 
 from __future__ import annotations
@@ -12,8 +15,9 @@ from typing import TYPE_CHECKING, NamedTuple
 
 import pandas as pd
 
-from corvex.data.context import _default_context, in_utc, now
-from corvex.data.tables import LoadedTable, facts
+from corvex.data.context import _default_context, now
+from corvex.data.rows import Rows, rows_of
+from corvex.data.tables import facts
 
 if TYPE_CHECKING:
     from corvex.market import Market
@@ -28,6 +32,8 @@ __all__ = [
     "suggested_tradable_time",
 ]
 
+_FIELDS = ("open", "high", "low", "close", "volume")
+
 
 class Freshness(NamedTuple):
     """Up to when one table is fresh."""
@@ -35,38 +41,48 @@ class Freshness(NamedTuple):
     name: str
     last_date: pd.Timestamp
     expires_at: datetime.datetime
+    rows: Rows
 
 
 def next_data_expiry() -> datetime.datetime | None:
-    """Return the earliest expiry of the tables read so far.
+    """Return the earliest expiry of the prices at hand.
+
+    Those are the price tables read so far, and the prices of every market in use that is bound to
+    some, as that of each report on your own prices is.
 
     Returns
     -------
     datetime or None
-        UTC, perhaps in the past; None when no table with dates was read.
+        UTC, perhaps in the past; None when there are no prices.
     """
     return min((table.expires_at for table in freshness()), default=None)
 
 
 def next_future_expiry() -> datetime.datetime | None:
-    """Return the earliest expiry that is still to come, UTC; None when there is none."""
+    """Return the earliest expiry of the prices at hand that is still to come.
+
+    Returns
+    -------
+    datetime or None
+        UTC; None when no prices have an expiry to come.
+    """
     present = now()
     return min((t.expires_at for t in freshness() if t.expires_at > present), default=None)
 
 
 def is_tradable(market: Market) -> bool:
-    """Tell whether the data of a market is fresh enough to trade on.
+    """Tell whether the prices of a market are fresh enough to trade on.
 
     Parameters
     ----------
     market : Market
-        A market bound to tables is judged by these; any other by the tables of that market which
-        were read so far.
+        A market bound to tables is judged by these; any other by the price tables of that market
+        which were read so far, or by its own `get_price` where that reads no named tables.
 
     Returns
     -------
     bool
-        True when there is such data and none of it has expired.
+        True when there are such prices and none of them has expired.
     """
     present = now()
     tables = freshness(market)
@@ -74,47 +90,43 @@ def is_tradable(market: Market) -> bool:
 
 
 def suggested_tradable_time(market: Market) -> datetime.datetime | None:
-    """Return from when on data that makes `is_tradable` true should be there to load.
+    """Return from when on `is_tradable` is expected to hold, with prices loaded then.
 
     Returns
     -------
     datetime or None
-        UTC. The close of the market's last finished session, so usually in the past: load the
-        tables again now. None when the data is tradable already, or when there is none.
+        UTC. None means that the prices are tradable already. A time in the past means that newer
+        prices, or prices at all, should be there to load now: it is the last moment at which a row
+        became final, such as the close of the last session, or of the last period of weekly
+        prices, or the end of the last bar. So it is for the market of a historical backtest too:
+        a run without `end` would be tradable from then on.
     """
-    if is_tradable(market) or not freshness(market):
-        return None
-    present = pd.Timestamp(now())
-    close = in_utc(market.market_close_at_timestamp(present))
-    if close > present:
-        day = market.previous_session(present.tz_convert(market.tz).tz_localize(None))
-        close = in_utc(market.market_close_at_timestamp(day))
-    return close
+    tables = freshness(market)
+    present = now()
+    stale = [table.rows for table in tables if table.expires_at <= present]
+    if not stale:
+        if tables and not getattr(market, "is_historical", False):
+            return None
+        stale = [table.rows for table in tables] or [rows_of(None, market)]
+    return max(rows.newest_at(present) for rows in stale)
 
 
 def freshness(market: Market | None = None) -> list[Freshness]:
-    """Return the freshness of every table read so far, or of those that a market stands on.
-
-    Tables without dates (industries, say) do not expire and are left out.
-    """
-    prices = getattr(market, "price_index", None)
-    if market is not None and prices is not None:
-        return [_judge("prices", prices, market, getattr(market, "bound_at", now()))]
-    found = []
-    for name in sorted(_default_context._loaded_datasets):
-        table = facts(name)
-        if table is None or not isinstance(table.index, pd.DatetimeIndex) or len(table.index) == 0:
-            continue
-        owner = _market_of(name, table)
-        if market is None or owner == market.get_name():
-            found.append(_judge(name, table.index, market or _by_name(owner), table.as_of))
-    return found
+    """Return the freshness of all prices at hand, or of those that a market stands on."""
+    if market is None:
+        named = [_named(name) for name in sorted(_default_context._loaded_datasets)]
+        bound = [_bound(bound) for bound in _default_context.bound_markets]
+        return [table for table in named if table is not None] + bound
+    if getattr(market, "price_index", None) is not None:
+        return [_bound(market)]
+    found = [_named(name, market) for name in sorted(_default_context._loaded_datasets)]
+    return [table for table in found if table is not None] or _from_its_own(market)
 
 
 def expiry_of(
     index: pd.DatetimeIndex, market: Market, as_of: datetime.datetime
 ) -> datetime.datetime:
-    """Return when a table with these dates, written at `as_of`, should have a newer row.
+    """Return when prices with these dates, written at `as_of`, should have a newer row.
 
     Parameters
     ----------
@@ -133,61 +145,50 @@ def expiry_of(
         whether its stamp is its start or its end. Where the calendar's records end, weekdays count
         as sessions that close at midnight UTC.
     """
-    from corvex.markets.bars import infer_freq
-    from corvex.markets.calendars import CalendarRangeError
-
-    freq = infer_freq(index)
-    try:
-        return in_utc(_calendar_expiry(index, market, as_of, freq))
-    except CalendarRangeError:
-        return in_utc(_weekday_expiry(market.session_date(index[-1]), freq))
+    return rows_of(index, market).expires_at(as_of)
 
 
-def _calendar_expiry(
-    index: pd.DatetimeIndex, market: Market, as_of: datetime.datetime, freq: str
-) -> pd.Timestamp:
-    from corvex.markets.bars import is_intraday, usual_gap
-
-    last = pd.Timestamp(index[-1])
-    if is_intraday(freq):
-        bar = market.next_bar(index) + usual_gap(index)
-        return bar.tz_localize(market.tz) if bar.tzinfo is None else bar
-    close = market.market_close_at_timestamp(last)
-    if as_of < in_utc(close):
-        return close
-    date = market.session_date(last)
-    if freq == "D":
-        return market.market_close_at_timestamp(market.next_session(date))
-    return market.market_close_at_timestamp(_period_end(date, freq))
+def _bound(market: Market) -> Freshness:
+    return _judge("prices", market.price_index, market, market.bound_at)  # type: ignore[attr-defined]
 
 
-def _weekday_expiry(date: pd.Timestamp, freq: str) -> pd.Timestamp:
-    """The same where no holidays are recorded: weekdays are sessions, to midnight UTC."""
-    from corvex.markets.bars import is_intraday
+def _named(name: str, market: Market | None = None) -> Freshness | None:
+    """Judge a named table; None where it holds no prices, or not this market's."""
+    from corvex.markets import market_names
 
-    daily = freq == "D" or is_intraday(freq)
-    last = date + pd.offsets.BDay() if daily else _period_end(date, freq)
-    return (last + pd.Timedelta(days=1)).tz_localize("UTC")
+    table = facts(name)
+    if table is None or not isinstance(table.index, pd.DatetimeIndex) or len(table.index) == 0:
+        return None
+    owner = table.market or _owner(name, market_names() if market is None else [market.get_name()])
+    if owner is None or (market is not None and owner != market.get_name()):
+        return None
+    return _judge(name, table.index, market or _by_name(owner), table.as_of)
 
 
-def _period_end(date: pd.Timestamp, freq: str) -> pd.Timestamp:
-    return pd.tseries.frequencies.to_offset(freq).rollforward(date + pd.Timedelta(days=1))
+def _from_its_own(market: Market) -> list[Freshness]:
+    """Judge the prices of a market that takes them from elsewhere than named tables."""
+    read: set[str] = set()
+    with _default_context.override(_loaded_datasets=read):
+        try:
+            index = market.get_price("close").index
+        except (ValueError, LookupError, NotImplementedError):
+            return []
+    if read or not isinstance(index, pd.DatetimeIndex) or len(index) == 0:
+        return []  # what was read for this question alone is no data at hand
+    return [_judge("prices", index, market, now())]
 
 
 def _judge(
     name: str, index: pd.DatetimeIndex, market: Market, as_of: datetime.datetime
 ) -> Freshness:
-    return Freshness(name, pd.Timestamp(index[-1]), expiry_of(index, market, as_of))
+    rows = rows_of(index, market)
+    return Freshness(name, pd.Timestamp(index[-1]), rows.expires_at(as_of), rows)
 
 
-def _market_of(name: str, table: LoadedTable) -> str:
-    """Name the market that a table belongs to: by its name, else by its labels."""
-    from corvex.markets import infer_market_name, market_names
-
-    if table.market is not None:
-        return table.market
-    named = [market for market in market_names() if name.startswith(f"{market}_")]
-    return max(named, key=len) if named else infer_market_name(table.labels)
+def _owner(name: str, markets: list[str]) -> str | None:
+    """Name the market among some whose prices a table holds by its name; None for other tables."""
+    ends = [f"_{form}{field}" for form in ("", "adj_") for field in _FIELDS]
+    return next((m for m in markets if name.startswith(m) and name.removeprefix(m) in ends), None)
 
 
 def _by_name(name: str) -> Market:

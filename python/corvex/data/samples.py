@@ -6,7 +6,7 @@ from pathlib import Path
 
 import pandas as pd
 
-__all__ = ["full_name", "names", "read", "short_names"]
+__all__ = ["full_name", "market_of", "names", "read", "short_names"]
 
 _FOLDER = Path(__file__).resolve().parent.parent / "sample"
 _STOCKS = "us_stocks_adjusted_close_daily_1990_2022"
@@ -28,6 +28,11 @@ def short_names() -> list[str]:
 def full_name(name: str) -> str | None:
     """Return the full name of a sample given by any of its names; None when there is none."""
     return name if name in _SHORT.values() else _SHORT.get(name)
+
+
+def market_of(name: str) -> str | None:
+    """Return the name of the market whose prices a sample holds; None for the index."""
+    return None if name == _INDEX else "us_stock"
 
 
 def read(name: str, adj: bool) -> pd.DataFrame | pd.Series | dict[str, pd.DataFrame]:

@@ -43,7 +43,7 @@ class LoadedTable:
     Attributes
     ----------
     market : str or None
-        Name of the market whose sessions the dates are; None: to be told from the labels.
+        Name of the market whose prices these are, of a sample; None: the table's name may tell.
     as_of : datetime
         When the values were written, UTC.
     """
@@ -188,7 +188,7 @@ def _load_sample(name: str, adj: bool) -> LoadedTable:
     key = name if adj else f"{name} as quoted"
     if key not in _from_samples:
         made = datetime.datetime(2023, 1, 1, tzinfo=datetime.UTC)
-        _from_samples[key] = LoadedTable(samples.read(name, adj), "us_stock", made)
+        _from_samples[key] = LoadedTable(samples.read(name, adj), samples.market_of(name), made)
     return _from_samples[key]
 
 

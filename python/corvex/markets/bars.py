@@ -2,18 +2,21 @@
 
 from __future__ import annotations
 
+import datetime
 from typing import TYPE_CHECKING, Any
 
 import numpy as np
 import pandas as pd
 
 from corvex import _engine
+from corvex.markets.calendars import DateLike, to_timestamp
 from corvex.markets.stamps import in_zone, is_date, local_time
 
 if TYPE_CHECKING:
     from corvex.markets.sessions import MarketSessions
 
 __all__ = [
+    "bar_end",
     "has_weekends",
     "infer_freq",
     "is_intraday",
@@ -106,6 +109,25 @@ def next_bar(market: MarketSessions, index: pd.DatetimeIndex) -> pd.Timestamp:
     if inside and following <= local_time(close, market.tz):
         return last + gap
     return _next_session(market, local, first_time, market.tz, last.tz)
+
+
+def bar_end(market: MarketSessions, when: DateLike) -> pd.Timestamp | None:
+    """Return when the bar of a stamp is finished, in the market's zone.
+
+    None where the bars are not intraday, and for what names a whole day.
+    """
+    stamp, gap = to_timestamp(when), market.bar_length
+    if gap is None or (is_date(stamp) and not isinstance(when, datetime.datetime)):
+        return None
+    local = local_time(stamp, market.tz)
+    bar = local.tz_localize(market.tz) if stamp.tzinfo is None else stamp.tz_convert(market.tz)
+    if market.calendar_name is None:
+        return bar + gap
+    session = market.calendar.last_session(local)
+    opening, close = market.calendar.session_open(session), market.calendar.session_close(session)
+    if local.normalize() != session or (is_date(stamp) and not opening <= bar <= close):
+        return None
+    return min(bar + gap, close.tz_convert(market.tz)) if bar <= close else bar + gap
 
 
 def _inside_session(market: MarketSessions, first_time: pd.Timedelta, bar: pd.Timestamp) -> bool:

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import datetime
+import weakref
 from collections.abc import Iterable, Mapping
 from functools import cached_property, lru_cache
 from typing import Any, Self, cast, override
@@ -10,6 +11,7 @@ from typing import Any, Self, cast, override
 import pandas as pd
 
 from corvex import data
+from corvex.data.context import _default_context
 from corvex.market import Market
 from corvex.markets.alignment import align_benchmark
 from corvex.markets.bars import infer_freq, next_bar
@@ -40,7 +42,8 @@ class BoundMarket(Market):
     @cached_property
     def stamps(self) -> TableStamps:
         """How the dates of the close table are read."""
-        return TableStamps(self.price_index, lambda: self.tz)
+        market = weakref.proxy(self)  # a market that is done with goes at once
+        return TableStamps(self.price_index, lambda: market.tz)
 
     @property
     @override
@@ -90,7 +93,10 @@ class BoundMarket(Market):
 
     def _market_benchmark(self) -> pd.Series:
         """Return the market's own benchmark, unless it ends before the prices do."""
-        own = super().get_benchmark()
+        context = _default_context
+        read: set[str] = set()
+        with context.override(_loaded_datasets=read):  # what is not used is no data of the run
+            own = super().get_benchmark()
         last = self.price_index[-1]
         dates = TableStamps(pd.DatetimeIndex(own.index), lambda: self.tz).dates
         if len(own) and dates[-1] < self.stamps.dates[-1]:
@@ -99,11 +105,13 @@ class BoundMarket(Market):
                 self.get_name(), own.index[-1], last,
             )  # fmt: skip
             return own.iloc[:0]
+        context._loaded_datasets.update(read)
         return own
 
     def __copy__(self) -> Self:
         twin = object.__new__(type(self))
         twin.__dict__.update(self.__dict__)
+        _default_context.note_bound(twin)
         return twin
 
     def __deepcopy__(self, memo: dict[int, Any]) -> Self:
@@ -157,6 +165,7 @@ def bind[M: Market](
         _bound_at=data.now(),
         _pickled_assets=frozenset(),
     )
+    _default_context.note_bound(cast("BoundMarket", bound))
     return cast("M", bound)
 
 
@@ -194,4 +203,5 @@ def _restore(market_class: type[Market], state: dict[str, Any]) -> Market:
         market.__setstate__(state)
     else:
         market.__dict__.update(state)
+    _default_context.note_bound(cast("BoundMarket", market))
     return market

@@ -6,7 +6,7 @@ from typing import ClassVar
 
 import pandas as pd
 
-from corvex.markets.bars import next_bar
+from corvex.markets.bars import bar_end, next_bar
 from corvex.markets.calendars import AlwaysOpenCalendar, DateLike, TradingCalendar, to_timestamp
 from corvex.markets.exchanges import ExchangeCalendar
 from corvex.markets.stamps import in_zone, is_date, local_date
@@ -34,9 +34,14 @@ class MarketSessions:
         return self.timezone or self.calendar.tz
 
     @property
+    def bar_length(self) -> pd.Timedelta | None:
+        """The length of the market's bars where they are shorter than a day, else None."""
+        return None
+
+    @property
     def stamps_are_moments(self) -> bool:
         """Whether stamps at midnight are moments too: where the market's bars are intraday."""
-        return False
+        return self.bar_length is not None
 
     def session_date(self, when: DateLike, *, moment: bool = False) -> pd.Timestamp:
         """Return the date that a stamp stands for on this market, as a naive midnight.
@@ -98,25 +103,30 @@ class MarketSessions:
         return self.calendar.session_close(self.session_date(when)).tz_convert(self.tz)
 
     def market_close_at_timestamp(self, date: DateLike) -> pd.Timestamp:
-        """Return the moment at which the session of a date closes.
+        """Return the moment at which the session of a date closes, or the bar of a stamp.
 
         Parameters
         ----------
         date : date, datetime, Timestamp or ISO text
-            Its date counts, as `session_date` tells it.
+            Its date counts, as `session_date` tells it; where the market's bars are intraday, a
+            stamp inside a session (an always-open market: every datetime) is that of a bar.
 
         Returns
         -------
         Timestamp
             Aware, in the market's zone; half days included. For a date without a session, the
             close of the last session before it. An always-open market closes at the next
-            midnight UTC.
+            midnight UTC. Of a bar: one bar after its stamp, when it is finished whether that is
+            its start or its end, but not after the session's close.
 
         Raises
         ------
         ValueError
             When `date` is missing, not a date, or outside the recorded years.
         """
+        end = bar_end(self, date) if self.bar_length is not None else None
+        if end is not None:
+            return end
         session = self.calendar.last_session(self.session_date(date))
         return self.calendar.session_close(session).tz_convert(self.tz)
 

@@ -57,6 +57,8 @@ _DEFAULTS: dict[str, Any] = {
 def build_report(outcome: Outcome) -> Report:
     """Make the report and assign all that its constructor leaves to the driver."""
     held = outcome.hand_over
+    if outcome.historical:
+        outcome.market = outcome.market.for_history()
     outcome.market.restrict_pickle_to(_kept_assets(outcome))
     report = Report(
         outcome.creturn,

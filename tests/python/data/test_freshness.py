@@ -4,12 +4,14 @@ import asyncio
 import datetime
 import json
 import os
+import pickle
 import threading
 
 import numpy as np
 import pandas as pd
 import pytest
 
+import corvex
 from corvex import data
 from corvex.data.context import _default_context
 from corvex.data.readiness import readiness_record, snapshot_is_ready
@@ -81,7 +83,21 @@ def _days(last: str, freq: str = "B") -> pd.DatetimeIndex:
         (TWMarket(), _days("2024-02-05"), "2024-02-05 05:00", "2024-02-05 05:30"),
         (USMarket(), _days("2023-11-22"), "2023-11-23 09:00", "2023-11-24 18:00"),
         (CryptoMarket(), _days("2023-12-31", "D"), "2024-01-01 01:00", "2024-01-02 00:00"),
+        # Periods: by their calendar's end (Good Friday is no session), last or first session.
         (USMarket(), _days("2024-01-31", "BME"), "2024-02-01 00:00", "2024-02-29 21:00"),
+        (USMarket(), _days("2024-02-29", "ME"), "2024-03-01 00:00", "2024-03-28 20:00"),
+        (USMarket(), _days("2023-12-29", "BQE"), "2023-12-30 00:00", "2024-03-28 20:00"),
+        (USMarket(), _days("2024-01-26", "W-FRI"), "2024-01-26 21:01", "2024-02-02 21:00"),
+        (USMarket(), _days("2024-01-24", "W-WED"), "2024-01-26 21:01", "2024-01-31 21:00"),
+        (CryptoMarket(), _days("2024-01-28", "W"), "2024-01-29 01:00", "2024-02-05 00:00"),
+        (CryptoMarket(), _days("2024-02-01", "MS"), "2024-02-10 00:00", "2024-03-01 00:00"),
+        # A period that is still running when it is dated by its last row.
+        (
+            USMarket(),
+            _days("2024-01-05", "W-FRI").append(_days("2024-01-10", "D")[-1:]),
+            "2024-01-11 00:00",
+            "2024-01-12 21:00",
+        ),
         (  # the bar of 10:30 is finished at 11:00 when stamped by its start
             USMarket(),
             pd.date_range("2024-01-02 09:30", periods=2, freq="30min"),
@@ -89,7 +105,6 @@ def _days(last: str, freq: str = "B") -> pd.DatetimeIndex:
             "2024-01-02 16:00",
         ),
     ],
-    ids=["holidays", "unfinished", "half-day", "always-open", "monthly", "intraday"],
 )
 def test_prices_are_tradable_until_newer_ones_should_exist(market, index, bound_at, expires_at):
     bound = _bound(market, index, bound_at)
@@ -123,62 +138,92 @@ def test_a_close_without_a_zone_is_local_time():
             assert data.suggested_tradable_time(bound) == (None if fresh else end)
 
 
-def test_the_suggested_time_is_the_last_close_that_came():
-    bound = _bound(USMarket(), pd.bdate_range("2023-11-13", "2023-11-17"), "2023-11-18")
-
-    for now, expected in (
-        ("2023-11-24 17:59", "2023-11-22 21:00"),
-        ("2023-11-24 18:00", "2023-11-24 18:00"),
-        ("2023-11-26 12:00", "2023-11-24 18:00"),
-    ):
-        with _at(now):
-            found = data.suggested_tradable_time(bound)
-        assert found == T(expected, tz="UTC")
-        assert found.tzinfo is datetime.UTC
+HOURS = pd.date_range("2023-11-16 15:00", periods=14, freq="h", tz="UTC")
 
 
-def test_expiry_follows_the_tables_read_and_their_markets(tmp_path):
+@pytest.mark.parametrize(
+    ("market", "index", "now", "expected"),
+    [
+        (USMarket(), _days("2023-11-17"), "2023-11-24 17:59", "2023-11-22 21:00"),
+        (USMarket(), _days("2023-11-17"), "2023-11-26 12:00", "2023-11-24 18:00"),
+        (USMarket(), _days("2023-11-10", "W-FRI"), "2023-11-23 12:00", "2023-11-17 21:00"),
+        (CryptoMarket(), HOURS, "2023-11-17 07:30", "2023-11-17 07:00"),
+        (USMarket(), HOURS[:5] + pd.Timedelta("-30min"), "2023-11-17 17:59", "2023-11-17 17:30"),
+        (USMarket(), HOURS[:5] + pd.Timedelta("-30min"), "2023-11-18 17:59", "2023-11-17 21:00"),
+        (USMarket(), None, "2023-11-26 12:00", "2023-11-24 18:00"),  # without any prices
+    ],
+)
+def test_the_suggested_time_is_when_the_newest_row_became_final(market, index, now, expected):
+    bound = market if index is None else _bound(market, index, str(index[-1]))
+    with _at(now), _default_context.override(_loaded_datasets=set()):
+        assert not data.is_tradable(bound)
+        found = data.suggested_tradable_time(bound)
+    assert found == T(expected, tz="UTC")
+    assert found.tzinfo is datetime.UTC
+
+
+def test_expiry_follows_the_prices_at_hand_and_their_markets(tmp_path):
     def write(name, last, columns):
         index = pd.bdate_range(end=last, periods=5)
         pd.DataFrame(1.0, index, columns).to_csv(tmp_path / f"{name}.csv")
+        _touch(tmp_path / f"{name}.csv", f"{last} 23:00")
 
-    write("us_stock_close", "2024-07-02", ["AAPL"])
+    write("us_stock_adj_close", "2024-07-02", ["AAPL"])
     write("tw_stock_close", "2024-07-03", ["2330"])
-    write("factor", "2024-07-02", ["2330", "2317"])  # its labels are Taiwan's
-    (tmp_path / "tw_stock_industry.csv").write_text("id,industry\n2330,chips\n")
+    for other in ("tw_stock_benchmark", "tw_stock_market_value", "tw_stock_revenue", "cpi"):
+        write(other, "2024-05-31", ["2330"])
     us, tw = USMarket(), TWMarket()
-    with (
-        _default_context.override(data_dir=tmp_path, _loaded_datasets=set()),
-        _at("2024-07-03 12:00"),
-    ):
-        for file in tmp_path.iterdir():
-            _touch(file, "2024-07-03 11:00")
-        assert data.next_data_expiry() is None
+    fresh_context = _default_context.override(
+        data_dir=tmp_path, _loaded_datasets=set(), _bound_markets={}
+    )
+    with fresh_context, _at("2024-07-03 12:00"):
+        assert data.next_data_expiry() is data.next_future_expiry() is None
         assert not data.is_tradable(us)
-        assert data.suggested_tradable_time(us) is None
         assert readiness_record(us)["reason"] == "no_data"
         us.get_price("close")
         tw.get_price("close")
-        tw.get_industry()
         assert data.next_data_expiry() == T("2024-07-03 17:00", tz="UTC")  # a half day
+        for other in ("tw_stock_benchmark", "tw_stock_market_value", "tw_stock_revenue", "cpi"):
+            data.get(other)
         assert data.is_tradable(us)
         assert data.is_tradable(tw)
-        data.get("factor")
-        assert data.next_data_expiry() == T("2024-07-03 05:30", tz="UTC")
-        assert data.next_future_expiry() == T("2024-07-03 17:00", tz="UTC")
-        assert not data.is_tradable(tw)
-        assert data.is_tradable(us)
-        record = readiness_record(tw)
-        assert record["reason"] == "stale"
-        assert [(t["name"], t["fresh"]) for t in record["tables"]] == [
-            ("factor", False),
-            ("tw_stock_close", True),
-        ]
-        # A file written anew does not refresh what was computed from the old one.
-        write("factor", "2024-07-03", ["2330", "2317"])
-        assert not data.is_tradable(tw)
-        data.get("factor")
-        assert data.is_tradable(tw)
+        assert data.next_data_expiry() == T("2024-07-03 17:00", tz="UTC")
+        with _at("2024-07-04 05:30"):
+            assert data.next_future_expiry() is None
+            assert [(t["name"], t["fresh"]) for t in readiness_record(tw)["tables"]] == [
+                ("tw_stock_close", False)
+            ]
+            # A file written anew does not refresh what was computed from the old one.
+            write("tw_stock_close", "2024-07-04", ["2330"])
+            assert not data.is_tradable(tw)
+            data.get("tw_stock_close")
+            assert data.is_tradable(tw)
+
+
+class _Elsewhere(CryptoMarket):
+    def get_name(self):
+        return "elsewhere"
+
+    def get_price(self, name, adj=True):
+        return pd.DataFrame({"A": 1.0}, _days("2024-07-02", "D"))
+
+
+def test_prices_without_a_name_count_while_they_are_in_use():
+    weights = pd.DataFrame({"A": [1.0]}, _days("2024-07-01")[:1])
+    prices = pd.DataFrame({"A": 1.0}, _days("2024-07-02"))
+    end = T("2024-07-03 17:00", tz="UTC")
+    fresh_context = _default_context.override(_loaded_datasets=set(), _bound_markets={})
+    with fresh_context, _at("2024-07-03 12:00"):
+        report = corvex.simulate(weights, prices, market="us_stock")
+        again = pickle.loads(pickle.dumps(report))
+        assert _default_context._loaded_datasets == set()  # no sample that was not used
+        assert data.next_data_expiry() == report.next_future_expiry() == end
+        assert again.suggested_tradable_time() is None
+        past = corvex.simulate(weights, prices, market="us_stock", end="2024-07-02")
+        assert not past.is_tradable()
+        assert past.suggested_tradable_time() == T("2024-07-02 20:00", tz="UTC")
+        assert data.is_tradable(_Elsewhere())
+        assert readiness_record(_Elsewhere())["expires_at"] == "2024-07-04T00:00:00+00:00"
 
 
 def _touch(path, moment):
