@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import math
+from typing import TYPE_CHECKING, Any
 
 import numpy as np
 import numpy.typing as npt
@@ -10,12 +11,25 @@ import pandas as pd
 
 from corvex import _engine
 
-__all__ = ["SESSIONS_PER_YEAR", "beta", "days_per_year", "fit", "values_per_year"]
+if TYPE_CHECKING:
+    from corvex.core.report import Report
+
+__all__ = ["SESSIONS_PER_YEAR", "beta", "days_per_year", "fit", "statistics", "values_per_year"]
 
 #: Where the dates of a curve are too few to tell.
 SESSIONS_PER_YEAR = 252
 
 _Floats = npt.NDArray[np.float64]
+
+
+def statistics(report: Report, riskfree_rate: float = 0.02) -> dict[str, Any]:
+    """Return the record of `Report.get_stats`, computed anew and held by nobody else.
+
+    `get_stats` itself gives the same record to all who ask.
+    """
+    compute = type(report)._get_stats
+    record: dict[str, Any] = getattr(compute, "__wrapped__", compute)(report, riskfree_rate)
+    return record
 
 
 def fit(curve: pd.Series, benchmark: pd.Series, periods_per_year: int) -> tuple[float, float]:

@@ -7,7 +7,6 @@ import math
 from typing import TYPE_CHECKING, Any
 
 import numpy as np
-import numpy.typing as npt
 import pandas as pd
 
 from corvex import _engine
@@ -25,14 +24,13 @@ if TYPE_CHECKING:
 
 __all__ = ["Metrics"]
 
-_MARKET_VALUE = "market_value@entry_date"  # a column of the trades
-
 _PLACE_OF = {name: place for place, name in enumerate(_engine.FIGURE_NAMES)}
 _UNITS_PER_SECOND = {"s": 1, "ms": 1_000, "us": 1_000_000, "ns": 1_000_000_000}
 
 _TAIL = 0.05  # of the days are in the tail of value at risk and tail ratio
 _CAPACITY_SHARE = 0.05  # of the value traded that day
 _CAPACITY_QUANTILE = 0.10  # of all fills may exceed that share
+_PLACED_BY = ("symbol", "stock_id", "entry_date", "exit_date")  # what a TradeLookup places
 _LONGEST_BREAK = datetime.timedelta(days=20)  # no market closes for longer
 
 
@@ -50,9 +48,9 @@ class Metrics:
 
     Notes
     -----
-    Figures of the curve, the position table and the trades' returns are kept as long as the
-    report holds the same objects, and the trades the same rows: assign a changed copy rather than
-    change values in place.
+    Figures of the curve and the position table are kept as long as the report holds the same
+    objects: assign a changed copy rather than change values in place. The trades are read each
+    time.
 
     Dates are whole seconds since 1970-01-01 UTC; a date without time zone counts as UTC.
 
@@ -62,13 +60,13 @@ class Metrics:
     def __init__(self, report: Report) -> None:
         self._report = report
         self._cache: dict[str, tuple[tuple[Any, ...], Any]] = {}
+        self._placed: tuple[pd.DataFrame, TradeLookup] | None = None
 
     def __getstate__(self) -> dict[str, Any]:
         return {"_report": self._report}
 
     def __setstate__(self, state: dict[str, Any]) -> None:
-        self._report = state["_report"]
-        self._cache = {}
+        self.__init__(state["_report"])  # type: ignore[misc]
 
     def __repr__(self) -> str:
         return f"<Metrics of {object.__repr__(self._report)}>"
@@ -395,7 +393,6 @@ class Metrics:
         volume, or the trades no weights. The analysis "Liquidity" gives other shares and
         quantiles.
         """
-        self._drop_incomplete_market_value()
         limits = _CAPACITY_SHARE * capital_per_share(self._report, self._lookup())
         return float(np.quantile(limits, _CAPACITY_QUANTILE)) if limits.size else math.nan
 
@@ -513,47 +510,25 @@ class Metrics:
         )
         return result
 
-    def _rows(self) -> tuple[pd.DataFrame, pd.Index]:
-        """Return the trades and their index, which changes too when rows are dropped or sorted."""
-        trades: pd.DataFrame = self._report.trades
-        return trades, trades.index
-
-    def _closed_returns(self) -> tuple[npt.NDArray[np.float64], npt.NDArray[np.bool_]]:
-        result: tuple[npt.NDArray[np.float64], npt.NDArray[np.bool_]] = self._remembered(
-            "returns", lambda trades, _: closed_returns(trades), *self._rows()
-        )
-        return result
-
     def _trade_figures(self) -> tuple[float, float, float]:
-        result: tuple[float, float, float] = self._remembered(
-            "trades", lambda *_: _engine.trade_figures(*self._closed_returns()), *self._rows()
-        )
-        return result
+        return _engine.trade_figures(*closed_returns(self._report.trades))
 
     def _mean_excursion(self, name: str) -> float:
         column = excursion(self._report, name)
         if column is None:
             return math.nan
-        _, closed = self._closed_returns()
+        _, closed = closed_returns(self._report.trades)
         return _engine.mean_present(column.to_numpy(dtype=np.float64), closed)
 
     def _lookup(self) -> TradeLookup:
-        result: TradeLookup = self._remembered(
-            "lookup", lambda trades, _: TradeLookup(trades), *self._rows()
-        )
-        return result
-
-    def _drop_incomplete_market_value(self) -> None:
-        """Take market values off the trades again where a closed trade lacks one.
-
-        The record of all figures attaches them before it asks for the figures. The win ratio of
-        the statistics leaves out each trade with a missing value, so a hole would change it.
-        """
-        trades = self._report.trades
-        if _MARKET_VALUE in trades.columns:
-            _, closed = self._closed_returns()
-            if (closed & np.asarray(trades[_MARKET_VALUE].isna())).any():
-                trades.pop(_MARKET_VALUE)
+        """Return the trades' places in market tables, worked out anew once the trades changed."""
+        trades: pd.DataFrame = self._report.trades
+        read = trades[[name for name in _PLACED_BY if name in trades.columns]]
+        if self._placed is None or not self._placed[0].equals(read):
+            self._placed = (read.copy(), TradeLookup(trades))
+        lookup = self._placed[1]
+        lookup.trades = trades  # its other columns may have changed
+        return lookup
 
     def _status_ratio(self, kind: str) -> float:
         table = known_table(self._report.market, "get_status", kind)

@@ -3,17 +3,17 @@
 from __future__ import annotations
 
 from functools import cached_property
-from typing import TYPE_CHECKING, Any, Literal
+from typing import TYPE_CHECKING, Any
 
 import numpy as np
 import numpy.typing as npt
 import pandas as pd
 
 from corvex import _engine
-from corvex.markets.tables import asset_id
+from corvex.asset_labels import match_labels
 
 if TYPE_CHECKING:
-    from collections.abc import Iterable, Mapping
+    from collections.abc import Mapping
 
     from corvex.core.report import Report
 
@@ -95,7 +95,7 @@ class TradeLookup:
         return self._assets[0] >= 0
 
     def table(self, values: Mapping[str, _Floats]) -> pd.DataFrame:
-        """Return values of the trades as a table of dates x asset ids.
+        """Return values of the trades as a table of dates x asset labels.
 
         Parameters
         ----------
@@ -103,14 +103,14 @@ class TradeLookup:
             By the column that holds their dates. Trades without a date or an asset are left out.
         """
         codes, labels = self._assets
-        ids = np.array([*map(asset_id, labels), None], dtype=object)[codes]
+        names = np.array([*labels, None], dtype=object)[codes]
         parts = [
-            pd.DataFrame({"date": self.trades[name].array, "id": ids, "value": found})
+            pd.DataFrame({"date": self.trades[name].array, "asset": names, "value": found})
             for name, found in values.items()
         ]
-        known = pd.concat(parts).dropna(subset=["date", "id"])
-        known = known.drop_duplicates(["date", "id"])
-        return known.pivot(index="date", columns="id", values="value")
+        known = pd.concat(parts).dropna(subset=["date", "asset"])
+        known = known.drop_duplicates(["date", "asset"])
+        return known.pivot(index="date", columns="asset", values="value")
 
     def values(self, table: pd.DataFrame, date_column: str) -> _Floats:
         """Read one value per trade from a table of dates x assets.
@@ -143,17 +143,12 @@ class TradeLookup:
     def columns_in(self, columns: pd.Index) -> _Places:
         """Return the column of each trade's asset, -1 where it is not there.
 
-        The column of the same label, else that of the same id: the label up to its first blank.
+        The column of the same label, else that of the same id (see `corvex.asset_labels`).
         """
         places = _remembered(self._columns, columns)
         if places is None:
             codes, labels = self._assets
-            names = columns if columns.inferred_type == "string" else columns.astype(str)
-            found = _first_places(names, labels)
-            if (found < 0).any():
-                by_id = _first_places(_ids(names), _ids(labels))
-                found = np.where(found >= 0, found, by_id)
-            places = np.append(found, -1)[codes]  # one more entry for the number -1
+            places = np.append(match_labels(labels, columns), -1)[codes]  # -1: one entry more
             self._columns.append((columns, places))
         return places
 
@@ -168,36 +163,13 @@ def _remembered(known: list[tuple[pd.Index, _Places]], index: pd.Index) -> _Plac
 def _rows_of(index: pd.Index, dates: Any) -> _Places:
     if isinstance(index, pd.DatetimeIndex) and dates.dtype == index.dtype and _rises(index):
         return _engine.rows_of_times(index.asi8, dates.asi8, _UNITS_PER_DAY[index.unit])
-    unique, kept = _without_repeats(index, keep="last")
-    places = _original(unique.get_indexer(pd.Index(dates)), kept)
+    kept = np.flatnonzero(~index.duplicated(keep="last"))
+    places = np.append(kept, -1)[index[kept].get_indexer(pd.Index(dates))]
     return np.where(dates.isna(), -1, places)  # a missing date is none of a table's
-
-
-def _first_places(names: pd.Index, wanted: Iterable[str]) -> _Places:
-    unique, kept = _without_repeats(names, keep="first")
-    return _original(unique.get_indexer(pd.Index(list(wanted), dtype=unique.dtype)), kept)
-
-
-def _ids(labels: Iterable[str]) -> pd.Index:
-    return pd.Index([asset_id(label) for label in labels], dtype=object)
 
 
 def _rises(index: pd.DatetimeIndex) -> bool:
     return index.is_monotonic_increasing and index.is_unique and not index.hasnans
-
-
-def _without_repeats(
-    index: pd.Index, keep: Literal["first", "last"]
-) -> tuple[pd.Index, _Places | None]:
-    """Return the index with each label once, and where those stand; None: all, as they are."""
-    if index.is_unique:
-        return index, None
-    kept = np.flatnonzero(~index.duplicated(keep=keep))
-    return index[kept], kept
-
-
-def _original(places: _Places, kept: _Places | None) -> _Places:
-    return places if kept is None else np.where(places >= 0, kept[places], -1)
 
 
 def traded_values(report: Report, lookup: TradeLookup, date_column: str) -> _Floats:

@@ -8,6 +8,8 @@ import re
 from collections.abc import Callable, Iterable
 from typing import TYPE_CHECKING, Any
 
+from corvex.asset_labels import asset_id
+
 if TYPE_CHECKING:
     from corvex.market import Market
     from corvex.markets.crypto import CryptoMarket
@@ -94,7 +96,7 @@ def infer_market_name(labels: Iterable[object]) -> str:
     texts = [str(label) for label in labels]
     if any("USDT" in text for text in texts):
         return "crypto"
-    if texts and all(_TW_ID.fullmatch(text.split(" ", 1)[0]) for text in texts):
+    if texts and all(_TW_ID.fullmatch(asset_id(text)) for text in texts):
         return "tw_stock"
     return "us_stock"
 

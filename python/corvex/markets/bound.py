@@ -11,12 +11,12 @@ from typing import Any, Self, cast, override
 import pandas as pd
 
 from corvex import data
+from corvex.asset_labels import asset_id
 from corvex.data.context import _default_context
 from corvex.market import Market
 from corvex.markets.alignment import align_benchmark
 from corvex.markets.bars import infer_freq, next_bar
 from corvex.markets.stamps import TableStamps
-from corvex.markets.tables import asset_id
 from corvex.utils import logger
 
 __all__ = ["BoundMarket", "Prices", "bind"]

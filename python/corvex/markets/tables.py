@@ -8,7 +8,7 @@ from functools import cache
 import numpy as np
 import pandas as pd
 
-__all__ = ["asset_id", "empty_table", "mean_of_ohlc"]
+__all__ = ["empty_table", "mean_of_ohlc"]
 
 
 def empty_table() -> pd.DataFrame:
@@ -25,11 +25,6 @@ def empty_table() -> pd.DataFrame:
 @cache
 def _shared_empty() -> pd.DataFrame:
     return pd.DataFrame(index=pd.DatetimeIndex([]), dtype="float64")
-
-
-def asset_id(label: object) -> str:
-    """Return the id of an asset label: its text before the first blank."""
-    return str(label).split(" ", 1)[0]
 
 
 def mean_of_ohlc(fields: Mapping[str, pd.DataFrame]) -> pd.DataFrame:

@@ -3,18 +3,22 @@
 from __future__ import annotations
 
 import math
-from collections.abc import Mapping
+import warnings
+from collections.abc import Iterable, Mapping
 from datetime import datetime
+from pathlib import Path
 from typing import TYPE_CHECKING, Any
 
 import pandas as pd
 
-from corvex.markets.tables import asset_id
+from corvex.asset_labels import label_candidates, other_names
 
 if TYPE_CHECKING:
     from corvex.market import Market
 
-__all__ = ["chosen_weights", "one_execution", "quantities", "unit_prices"]
+__all__ = ["chosen_weights", "matched", "one_execution", "quantities", "unit_prices"]
+
+_PACKAGE = str(Path(__file__).resolve().parents[1])
 
 
 def one_execution(execution: Any) -> Any:
@@ -40,19 +44,21 @@ def chosen_weights(execution: Any, now: datetime | None) -> pd.Series:
     if not weights.map(math.isfinite).all():
         bad = ", ".join(str(label) for label in weights.index[~weights.map(math.isfinite)])
         raise ValueError(f"the weights of these assets are missing or infinite: {bad}")
-    _by_id(weights, "weights")
+    _by_label(weights, "weights")
     return weights
 
 
 def unit_prices(prices: Any, market: Market) -> dict[str, float]:
-    """Return the usable prices by asset id."""
+    """Return the usable prices by the labels that they were given under."""
     if prices is None:
         prices = market.get_price("close", adj=False)
     if isinstance(prices, pd.DataFrame):
         if len(prices) == 0:
             raise ValueError("the table of prices is empty")
+        if not prices.index.is_monotonic_increasing:  # some tables list the latest first
+            prices = prices.sort_index(kind="stable")
         prices = prices.iloc[-1]
-    found = _by_id(_numbers(prices, "prices"), "prices")
+    found = _by_label(_numbers(prices, "prices"), "prices")
     return {name: price for name, price in found.items() if 0 < price < math.inf}
 
 
@@ -64,8 +70,39 @@ def quantities(held: Any) -> dict[str, float]:
     bad = [label for label, quantity in found.items() if not math.isfinite(quantity)]
     if bad:
         raise ValueError(f"held should be finite quantities; not so: {', '.join(map(str, bad))}")
-    _by_id(found, "held")
-    return {str(label): quantity for label, quantity in found.items() if quantity != 0}
+    owned = _by_label(found, "held")
+    return {label: quantity for label, quantity in owned.items() if quantity != 0}
+
+
+def matched(labels: Iterable[str], values: Mapping[str, float], what: str) -> dict[str, float]:
+    """Return values by the labels of the assets that they are meant for.
+
+    A value's label is that of its asset, or one of the same id (see `corvex.asset_labels`).
+    Values of other assets keep the labels that they have.
+
+    Raises
+    ------
+    ValueError
+        When a value may be meant for several assets, or several values for one.
+    """
+    known = list(labels)
+    found: dict[str, float] = {}
+    pairs = []
+    for given, places in zip(values, label_candidates(values, known), strict=True):
+        if len(places) > 1:
+            several = ", ".join(repr(known[place]) for place in places)
+            raise ValueError(f"{what} {given!r} may be any of {several}; give the whole label")
+        label = known[places[0]] if places else given
+        if label in found:
+            raise ValueError(f"{what} has more than one entry of asset {label!r}")
+        found[label] = values[given]
+        pairs.append((given, label))
+    if told := other_names(pairs):
+        warnings.warn(
+            f"{what} are found by the id, the label up to its first blank: {told}",
+            UserWarning, stacklevel=2, skip_file_prefixes=(_PACKAGE,),
+        )  # fmt: skip
+    return found
 
 
 def _numbers(values: Any, what: str) -> pd.Series:
@@ -78,11 +115,10 @@ def _numbers(values: Any, what: str) -> pd.Series:
         raise ValueError(f"{what} should be numbers by asset: {error}") from None
 
 
-def _by_id(values: pd.Series, what: str) -> dict[str, float]:
-    """Return values by asset id; a label may be given as "2330" or as "2330 some name"."""
+def _by_label(values: pd.Series, what: str) -> dict[str, float]:
     found: dict[str, float] = {}
     for label, value in values.items():
-        name = asset_id(label)
+        name = str(label)
         if name in found:
             raise ValueError(f"{what} has more than one entry of asset {name!r}")
         found[name] = float(value)

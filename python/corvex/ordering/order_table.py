@@ -10,8 +10,8 @@ from typing import TYPE_CHECKING, Any
 
 import pandas as pd
 
-from corvex.markets.tables import asset_id
-from corvex.ordering.inputs import chosen_weights, one_execution, quantities, unit_prices
+from corvex.asset_labels import asset_id, asset_name
+from corvex.ordering.inputs import chosen_weights, matched, one_execution, quantities, unit_prices
 from corvex.ordering.sizing import Asset, Costs, cash_after, size
 
 if TYPE_CHECKING:
@@ -148,23 +148,23 @@ def _as_float(value: Any) -> float:
 def _assets(
     weights: pd.Series, prices: dict[str, float], held: dict[str, float], step: float
 ) -> list[Asset]:
-    labels = {asset_id(label): str(label) for label in held}
-    labels |= {asset_id(label): str(label) for label in weights.index}
-    wanted = {asset_id(label): float(weight) for label, weight in weights.items()}
-    owned = {asset_id(label): quantity for label, quantity in held.items()}
-    needed = [name for name in labels if wanted.get(name, 0.0) != 0 or name in owned]
-    missing = [name for name in needed if name not in prices]
+    wanted = {str(label): float(weight) for label, weight in weights.items()}
+    owned = matched(wanted, held, "held")
+    needed = [label for label in [*owned, *wanted] if wanted.get(label, 0.0) != 0 or label in owned]
+    needed = list(dict.fromkeys(needed))
+    quotes = matched(needed, prices, "prices")
+    missing = [label for label in needed if label not in quotes]
     if missing:
         raise ValueError(f"there is no usable price of: {', '.join(missing)}")
     return [
         Asset(
-            labels[name],
-            wanted.get(name, 0.0),
-            prices[name] * step,
-            prices[name],
-            _in_steps(owned.get(name, 0.0), step),
+            label,
+            wanted.get(label, 0.0),
+            quotes[label] * step,
+            quotes[label],
+            _in_steps(owned.get(label, 0.0), step),
         )
-        for name in needed
+        for label in needed
     ]
 
 
@@ -212,10 +212,9 @@ def _order(
     value = abs(change) * asset.price
     lots, odd = divmod(quantity, Decimal(repr(float(getattr(market, "lot_size", 1.0)))))
     price_range = getattr(market, "price_range", lambda _: None)(asset.quote)
-    name, _, rest = asset.label.partition(" ")
     return {
-        "asset_id": name,
-        "asset_name": rest,
+        "asset_id": asset_id(asset.label),
+        "asset_name": asset_name(asset.label),
         "side": "buy" if change > 0 else "sell",
         "quantity": float(quantity),
         "lots": int(lots),

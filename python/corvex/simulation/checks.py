@@ -5,6 +5,7 @@ from __future__ import annotations
 import numpy as np
 import pandas as pd
 
+from corvex.asset_labels import other_names
 from corvex.simulation.dates import Clock
 from corvex.simulation.labels import match_columns
 from corvex.simulation.notices import date_text, warn
@@ -21,7 +22,8 @@ def check_prices(
 
     A missing price is no fault. What is wrong with an asset that is never held does no harm: its
     prices are taken for missing, with a warning; so is that of a label not in `columns`, those of
-    the close table.
+    the close table. A warning also tells where a column was chosen by the id alone although it has
+    another name.
 
     Raises
     ------
@@ -36,6 +38,8 @@ def check_prices(
         names = ", ".join(repr(label) for label in unknown[:5])
         more = "" if len(unknown) <= 5 else f" and {len(unknown) - 5} more"
         warn(f"no prices for {names}{more}; they are never held, so the run goes on")
+    if found is not None:
+        _warn_of_other_names(labels, columns, found)
     if prices.low is not None and prices.high is not None:
         _refuse_crossed(prices.low, prices.high, held, clock, labels)
     fields = ("close", "fill", "open", "high", "low")
@@ -47,6 +51,13 @@ def check_prices(
             cleaned[id(values)] = _positive(values, field, held, clock, labels)
         result[field] = None if values is None else cleaned[id(values)]
     return PriceMatrices(**result)  # type: ignore[arg-type]
+
+
+def _warn_of_other_names(labels: pd.Index, columns: pd.Index, found: np.ndarray) -> None:
+    pairs = zip(labels, found.tolist(), strict=True)
+    told = other_names((label, str(columns[place])) for label, place in pairs if place >= 0)
+    if told:
+        warn(f"prices are found by the id, the label up to its first blank: {told}")
 
 
 def _held(schedule: Schedule, assets: int) -> np.ndarray:

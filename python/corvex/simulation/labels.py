@@ -2,18 +2,16 @@
 
 from __future__ import annotations
 
-from collections.abc import Iterable
-
 import numpy as np
 import pandas as pd
 
-from corvex.markets.tables import asset_id
+from corvex.asset_labels import label_candidates
 
 __all__ = ["check_labels", "match_columns"]
 
 
 def check_labels(columns: pd.Index) -> None:
-    """Refuse labels that are not text, occur twice or stand for one asset twice.
+    """Refuse labels that are not text or occur twice.
 
     Raises
     ------
@@ -22,21 +20,15 @@ def check_labels(columns: pd.Index) -> None:
     """
     if isinstance(columns, pd.MultiIndex):
         raise ValueError("weights must have one level of columns, the asset labels")
-    seen: dict[str, str] = {}
     for label in columns:
         if not isinstance(label, str):
             raise ValueError(
                 f"asset labels must be text, got {label!r} ({type(label).__name__}); "
                 "weights.columns.astype(str) makes them so"
             )
-        other = seen.get(asset_id(label))
-        seen[asset_id(label)] = label
-        if other is not None:
-            raise ValueError(
-                f"asset label {label!r} occurs twice in weights"
-                if other == label
-                else f"asset labels {other!r} and {label!r} stand for the same asset"
-            )
+    repeated = columns[columns.duplicated()]
+    if len(repeated):
+        raise ValueError(f"asset label {repeated[0]!r} occurs twice in weights")
 
 
 def match_columns(labels: pd.Index, columns: pd.Index) -> np.ndarray | None:
@@ -52,13 +44,13 @@ def match_columns(labels: pd.Index, columns: pd.Index) -> np.ndarray | None:
     Returns
     -------
     int64 array of shape (labels,) or None
-        Positions in `columns`, -1 where there is none: the same label first, else the same id.
-        None when the columns are the labels, in the same order.
+        Positions in `columns`, -1 where there is none: the same label first, else the same id
+        (see `corvex.asset_labels`). None when the columns are the labels, in the same order.
 
     Raises
     ------
     ValueError
-        When a column that is needed occurs twice.
+        When a label has several columns, or several labels have one.
     """
     if columns.equals(labels):
         return None
@@ -67,20 +59,21 @@ def match_columns(labels: pd.Index, columns: pd.Index) -> np.ndarray | None:
             "prices must have one level of columns, the assets; give several fields as a mapping "
             "such as {'close': ..., 'open': ...}"
         )
-    exact = _positions(str(column) for column in columns)
-    by_id = _positions(asset_id(column) for column in columns)
     found = np.full(len(labels), -1, dtype=np.int64)
-    for at, label in enumerate(labels):
-        candidates = exact.get(label) or by_id.get(asset_id(label)) or []
-        if len(candidates) > 1:
-            raise ValueError(f"asset {label!r} has {len(candidates)} price columns")
-        if candidates:
-            found[at] = candidates[0]
+    taken: dict[int, str] = {}
+    for at, (label, places) in enumerate(
+        zip(labels, label_candidates(labels, columns), strict=True)
+    ):
+        if not places:
+            continue
+        if len(places) > 1:
+            names = ", ".join(dict.fromkeys(repr(str(columns[place])) for place in places[:5]))
+            raise ValueError(f"asset {label!r} has {len(places)} price columns: {names}")
+        other = taken.setdefault(places[0], label)
+        if other != label:
+            raise ValueError(
+                f"asset labels {other!r} and {label!r} stand for the same asset: the prices have "
+                f"one column for both, {columns[places[0]]!r}"
+            )
+        found[at] = places[0]
     return found
-
-
-def _positions(names: Iterable[str]) -> dict[str, list[int]]:
-    positions: dict[str, list[int]] = {}
-    for at, name in enumerate(names):
-        positions.setdefault(name, []).append(at)
-    return positions

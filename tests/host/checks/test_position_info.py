@@ -190,6 +190,10 @@ def test_prices_come_from_whatever_form_a_market_gives(hold, market):
     entries = [("1 One", DAYS[1], DAYS[2]), ("1 One", DAYS[1], DAYS[3]), ("2", DAYS[1], DAYS[2])]
     report = hold(*entries)
     assert column(report, "currentPrice") == [90.0, 90.0, 95.0]
+    own = pd.DataFrame({"1": [7.0, 8.0]}, index=DAYS[[2, 5]])
+    filled = hold(*entries, trade_at=own.iloc[::-1])  # the latest first
+    assert column(filled, "currentPrice") == [8.0, 8.0, 95.0]  # no such price: the latest close
+    np.testing.assert_equal(column(filled, "entryAdjPrice"), [7.0, 7.0, np.nan])
     market.adjusted = market.adjusted.rename(columns={"1": "1 One"})
     assert column(report, "entryAdjPrice") == [2.0, 3.0, 2.5]
     for table in (pd.DataFrame(), market.adjusted.iloc[:0], market.adjusted[[]]):

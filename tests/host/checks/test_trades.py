@@ -61,16 +61,16 @@ def test_stock_id_serves_where_there_is_no_symbol_and_empty_trades_gain_the_colu
         report.add_trade_info("x", TABLE)
 
 
-def test_a_table_with_all_the_dates_is_not_copied_and_an_unsorted_one_is_refused(
-    report, monkeypatch
-):
+def test_a_table_with_all_the_dates_is_not_copied_and_any_order_gives_the_same(report, monkeypatch):
     report.trades = report.trades.iloc[:1].copy()
     with monkeypatch.context() as patch:
         patch.setattr(pd.DataFrame, "reindex", None)
         report.add_trade_info("x", TABLE, ["entry_date", "exit_date"])
     assert report.trades["x@exit_date"].tolist() == [7.0]
-    with pytest.raises(ValueError, match="must be monotonic"):
-        report.add_trade_info("x", TABLE.iloc[[1, 0, 2, 3, 4]])
+    report.trades = report.trades.assign(entry_date=DAYS[1] + pd.Timedelta("5h"))
+    for order in ([0, 1, 2, 3, 4], [4, 3, 2, 1, 0], [1, 0, 2, 4, 3]):
+        report.add_trade_info("x", TABLE.iloc[order], "entry_date")
+        assert report.trades["x@entry_date"].tolist() == [3.0]
 
 
 def test_positions_of_another_width(report, monkeypatch):

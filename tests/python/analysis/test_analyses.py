@@ -140,12 +140,14 @@ def test_the_edge_ratio_follows_the_prices_since_entry():
     report.trades = report.trades.iloc[[0, 1]].assign(position=[0.5, -0.5])
     analysis = MaeMfeAnalysis(bars=[3, 1, 9])
     rows = analysis.analyze(report)["edge"]
-    # B's price never moves: it halves the means and leaves their ratio.
+    # B's price never moves: it halves the means, until it ends with what its trade records.
     assert [row["bars"] for row in rows] == [1, 3, 9]
     assert [row["held"] for row in rows] == [2, 2, 0]
-    assert [row["mfe"] for row in rows] == pytest.approx([0.05, 0.1, 0.1])
-    assert [row["mae"] for row in rows] == pytest.approx([0.0, -0.05, -0.2])
+    assert [row["mfe"] for row in rows] == pytest.approx([0.05, 0.1, 0.2])
+    assert [row["mae"] for row in rows] == pytest.approx([0.0, -0.05, -0.4])
     assert [row["edge_ratio"] for row in rows] == [None, pytest.approx(2.0), pytest.approx(0.5)]
+    report.trades = report.trades.drop(columns=["mae", "mfe"])
+    assert MaeMfeAnalysis(bars=[1]).analyze(report)["edge"][-1]["mae"] == pytest.approx(-0.2)
     figures = analysis.figures()
     assert next(iter(figures)) == "Edge ratio by bars since entry"
     assert list(figures["Return by MAE"].data[0].y) == [0.1]
@@ -167,10 +169,27 @@ def test_no_analysis_or_market_table_moves_the_win_ratio(holes):
     report.get_metrics()
     after = len(report.trades), corvex.Report._get_stats.__wrapped__(report, 0.02)["win_ratio"]
     assert after == before
+    valued = report.trades.pop("market_value@entry_date")
     closed = report.trades[report.trades["exit_date"].notna()]
     assert not closed.isna().any().any()
-    valued = not {(1, "A"), (2, "B"), (3, "B")} & set(holes)
-    assert ("market_value@entry_date" in report.trades.columns) == valued
+    first = tables["market_value"].loc[DATES[1], "A"]
+    np.testing.assert_equal(valued.iloc[0], first)
+
+
+def test_the_edge_ends_where_the_trades_did():
+    dates = pd.bdate_range("2023-01-02", periods=120)
+    moves = np.random.default_rng(5).normal(0, 0.03, (120, 3))
+    close = pd.DataFrame(50 * np.exp(moves.cumsum(axis=0)), dates, list("ABC"))
+    bars = {"open": close.shift(1).bfill() * 1.01, "close": close}
+    bars |= {"high": np.maximum(*bars.values()) * 1.02, "low": np.minimum(*bars.values()) * 0.98}
+    weights = pd.DataFrame([[0.5, -0.3, 0.0], [0.0, -0.3, 0.5]] * 6, dates[:120:10], list("ABC"))
+    options = {"stop_loss": 0.05, "touched_exit": True, "trade_at": "open", "slippage_ratio": 0.002}
+    result = corvex.simulate(weights, bars, **options).run_analysis("MaeMfe", display=False)
+    last, means = result["edge"][-1], result["groups"][0]
+    assert {key: last[key] for key in ("mae", "mfe")} == pytest.approx(
+        {key: means[key] for key in ("mae", "mfe")}
+    )
+    assert last["edge_ratio"] == pytest.approx(means["edge_ratio"])
 
 
 OWN = """

@@ -9,6 +9,8 @@ import pandas as pd
 import pytest
 
 import corvex
+from corvex.core.dashboard.dataset import collect
+from corvex.core.dashboard.index_page import index_html
 from corvex.core.metrics import Metrics
 from corvex.core.report import STATS_METRIC_ALIASES
 from corvex.data.context import _default_context
@@ -158,6 +160,42 @@ def test_results_follow_a_changed_report_and_stay_out_of_the_pickle(monkeypatch)
     assert [ask() for ask in figures] == pytest.approx([1 / 3, -0.28 / 3, 1 / 4])
     report.trades.loc[4] = report.trades.loc[0]
     assert [ask() for ask in figures] == pytest.approx([2 / 4, -0.30 / 4, 1 / 5])
+    report.trades["return"] = 0.1
+    report.trades.loc[4, "symbol"] = "B"
+    assert [ask() for ask in figures] == pytest.approx([1.0, -0.30 / 4, 2 / 5])
+
+
+def test_asking_for_figures_changes_nothing_but_the_one_column_of_market_values():
+    dates = curve().index
+    close = pd.DataFrame({"A": 10.0, "B": 20.0}, index=dates)
+    tables = {"close": close, "volume": close, "market_value": close.iloc[4:]}
+    report = _report(curve(), trades=_trades(dates))
+    report.market = report.market.bound_to(tables)
+    trades, won = report.trades.copy(), report.get_stats()["win_ratio"]
+    for name in FIGURES:
+        getattr(report.metrics, name)()
+        pd.testing.assert_frame_equal(report.trades, trades)
+    report.get_metrics()
+    valued = report.trades["market_value@entry_date"].tolist()
+    assert valued == pytest.approx([math.nan, math.nan, 10.0, 20.0], nan_ok=True)
+    for name in FIGURES:
+        getattr(report.metrics, name)()
+    assert report.trades.columns.tolist() == [*trades, "market_value@entry_date"]
+    assert _report(curve(), trades=report.trades).get_stats()["win_ratio"] == won
+    bare = corvex.Report(report.creturn, report.position, 0, 0, "close", None, report.market)
+    assert len(bare.get_metrics()) == 6
+
+
+def test_the_page_reads_a_record_that_nobody_else_holds():
+    report = _report(curve())
+
+    def shown():
+        page = collect(report).facts["stats"]["strategy"]
+        return page["cagr"], index_html("all", [("a.html", "a", "a.pkl", report)])
+
+    before = shown()
+    report.get_stats()["cagr"] = 99.0
+    assert shown() == before
 
 
 @pytest.mark.parametrize("rate", [0.0, 0.02, 0.07])

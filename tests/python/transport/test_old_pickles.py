@@ -9,6 +9,7 @@ import pandas as pd
 import pytest
 
 from corvex import schemas
+from corvex.core.dashboard import generate_html
 from corvex.core.report import Report
 from corvex.markets.tw import TWMarket
 
@@ -18,7 +19,8 @@ from .reports import report
 OPTIONAL = (
     "name resample current_trades current_rebalance_date next_rebalance_date "
     "planned_rebalance_date mae_mfe data_readiness yearly_turnover costs settings "
-    "weights next_weights actions trail_stop _execution_override live_performance_start metrics"
+    "weights next_weights actions trail_stop _execution_override live_performance_start metrics "
+    "asset_type"
 ).split()  # fmt: skip
 
 
@@ -50,6 +52,7 @@ def answers(loaded):
         ).split()
     }
     loaded.to_terminal()
+    generate_html(loaded)
     return payload, queries
 
 

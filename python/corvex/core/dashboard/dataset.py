@@ -10,6 +10,7 @@ from typing import TYPE_CHECKING, Any
 
 import numpy as np
 
+from corvex.core.curve_figures import statistics
 from corvex.core.dashboard.activity import (
     assumptions,
     costs,
@@ -58,7 +59,7 @@ class Dataset:
 def collect(report: Report) -> Dataset:
     """Gather what a page shows of a report; the report is not changed."""
     curves = read_curves(report)
-    stats = report.get_stats(riskfree_rate=RISK_FREE_RATE)
+    stats = statistics(report, RISK_FREE_RATE)
     market = None
     if curves.benchmark is not None:
         market = report.get_benchmark_stats(riskfree_rate=RISK_FREE_RATE)
@@ -77,7 +78,7 @@ def collect(report: Report) -> Dataset:
         "distribution": distribution(curves),
         "now": _now(curves),
         "drawdowns": _drawdowns(curves, stats["drawdown_details"]),
-        "crises": crises(curves, report.asset_type == "crypto"),
+        "crises": crises(curves, getattr(report, "asset_type", None) == "crypto"),
         "extremes": best_and_worst(curves),
         "live": live_part(report, curves, RISK_FREE_RATE),
         "holdings": holdings(report),

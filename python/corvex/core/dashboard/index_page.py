@@ -6,6 +6,7 @@ import math
 from collections.abc import Callable, Iterable
 from typing import TYPE_CHECKING
 
+from corvex.core.curve_figures import statistics
 from corvex.core.dashboard.embed import escape_text
 from corvex.core.dashboard.page import asset
 
@@ -77,7 +78,7 @@ def index_html(
 
 
 def _row(link: str, name: str, file: str, report: Report) -> str:
-    stats = report.get_stats()
+    stats = statistics(report)
     cells = [f"<td>{escape_text(str(text))}</td>" for text in (file, stats["start"], stats["end"])]
     for _, key, write in _FIGURES:
         value = float(stats[key])

@@ -87,9 +87,9 @@ def generate_html(report: Report, with_iframe: bool = False, title: str | None =
 
     Notes
     -----
-    Figures are those of ``report.get_stats()``, with a risk-free rate of 2 % per year. The first
-    page after plotly was installed or updated takes half a second more than all later ones: its
-    script is then cut to what the page needs, compressed, and kept under
+    Figures are those of ``report.get_stats()``, computed anew, with a risk-free rate of 2 % per
+    year. The first page after plotly was installed or updated takes half a second more than all
+    later ones: its script is then cut to what the page needs, compressed, and kept under
     ``corvex.utils.get_tmp_dir()``.
     """
     tab = str(title) if title else DEFAULT_TITLE

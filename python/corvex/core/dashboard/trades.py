@@ -10,7 +10,7 @@ import pandas as pd
 
 from corvex.core.dashboard.curves import wall_days
 from corvex.core.dashboard.embed import rounded
-from corvex.core.trade_lookup import market_table
+from corvex.core.trade_lookup import TradeLookup, market_table
 from corvex.core.trade_rows import EXCURSIONS
 from corvex.data.context import _default_context
 
@@ -194,15 +194,16 @@ def price_paths(report: Report, budget: int) -> dict[str, Any] | None:
         fill = market_table(report.market, "get_trading_price", report.trade_at, adj=True)
     if close.empty or not close.index.is_unique:
         return None
-    places = _places(trades, close)
+    lookup = TradeLookup(trades)
+    places = _places(lookup, close)
     lengths = np.where(places.known, places.last - places.first + 1, 0)
     latest = np.argsort(-places.first, kind="stable")
     fits = latest[(np.cumsum(lengths[latest]) <= budget) & (lengths[latest] > 0)]
     if not fits.size:
         return None
     chosen = np.sort(fits)
-    same_grid = fill.shape == close.shape and fill.index.equals(close.index)
-    values = _paths(trades, close, fill if same_grid else close, places, chosen)
+    start = lookup.values(close if fill.empty else fill, "entry_date")
+    values = _paths(trades, close, start, places, chosen)
     return {
         "trade": chosen.tolist(),
         "length": lengths[chosen].tolist(),
@@ -220,29 +221,24 @@ class _Places:
         self.known = (column >= 0) & (first >= 0) & (last >= first)
 
 
-def _places(trades: pd.DataFrame, close: pd.DataFrame) -> _Places:
-    labels = [str(label).split(" ")[0] for label in trades[_asset_column(trades)].tolist()]
-    columns = pd.Index(close.columns.astype(str), dtype=object)
-    columns = pd.Index([label.split(" ")[0] for label in columns], dtype=object)
-    column = np.full(len(labels), -1)
-    if columns.is_unique:
-        column = columns.get_indexer(pd.Index(labels, dtype=object))
-    first = close.index.get_indexer(pd.Index(trades["entry_date"]))
-    last = close.index.get_indexer(pd.Index(trades["exit_date"]))
-    last = np.where(trades["exit_date"].isna().to_numpy(), len(close) - 1, last)
+def _places(lookup: TradeLookup, close: pd.DataFrame) -> _Places:
+    column = lookup.columns_in(close.columns)
+    first = lookup.rows_in(close.index, "entry_date")
+    last = lookup.rows_in(close.index, "exit_date")
+    last = np.where(lookup.trades["exit_date"].isna().to_numpy(), len(close) - 1, last)
     return _Places(column, first, last)
 
 
 def _paths(
-    trades: pd.DataFrame, close: pd.DataFrame, fill: pd.DataFrame, places: _Places, chosen: Ints
+    trades: pd.DataFrame, close: pd.DataFrame, start: Floats, places: _Places, chosen: Ints
 ) -> list[int | None]:
-    prices, fills = close.to_numpy(dtype=np.float64), fill.to_numpy(dtype=np.float64)
+    prices = close.to_numpy(dtype=np.float64)
     side = np.ones(len(trades))
     if "position" in trades.columns:
         side = np.where(_floats(trades["position"]) < 0, -1.0, 1.0)
     pieces = []
     for i in chosen:
         first, last, column = places.first[i], places.last[i], places.column[i]
-        path = prices[first : last + 1, column] / fills[first, column] - 1
+        path = prices[first : last + 1, column] / start[i] - 1
         pieces.append(path * side[i])
     return _whole(np.concatenate(pieces) * 1e4)

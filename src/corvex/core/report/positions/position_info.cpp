@@ -83,19 +83,22 @@ nb::list trade_actions(nb::handle report, nb::handle current) {
     return actions;
 }
 
-/// Industries by asset id. Not every market knows them.
+/// Industries by asset label or id. Not every market knows them.
 nb::object industries(nb::handle market) {
     const nb::object get_industry = pyglue::attribute_or(market, "get_industry", nb::none());
     const nb::object known = get_industry.is_none() ? nb::none() : nb::object(get_industry());
     return known.is_none() ? nb::object(nb::dict()) : known;
 }
 
-nb::object industry_list(nb::handle market, nb::handle asset_ids) {
+nb::object industry_list(nb::handle market, nb::handle labels) {
     const nb::object known = industries(market);
     const nb::object nothing = text("");
     nb::list names;
-    pyglue::for_each(asset_ids, [&](const nb::object& asset_id) {
-        const nb::object name = known.attr("get")(asset_id, nothing);
+    pyglue::for_each(labels, [&](const nb::object& label) {
+        nb::object name = known.attr("get")(label, nothing);
+        if (!pyglue::is_text(name) || pyglue::length(name) == 0) {
+            name = known.attr("get")(split_label(label).first, nothing);
+        }
         names.append(pyglue::is_text(name) ? name : nothing);
         return true;
     });
@@ -112,7 +115,7 @@ nb::object positions_of(nb::handle report, nb::handle current) {
         return true;
     });
     const nb::object market = report.attr("market");
-    const PriceSource prices(market, trade_at_label(report), current.attr("index"), asset_ids);
+    const PriceSource prices(market, report.attr("trade_at"), current.attr("index"));
     const auto column = [&](const char* name) {
         return nb::object(current[text(name)].attr("tolist")());
     };
@@ -132,7 +135,7 @@ nb::object positions_of(nb::handle report, nb::handle current) {
     table["currentWeight"] = column("weight");
     table["nextWeight"] = column("next_weights");
     table["action"] = trade_actions(report, current);
-    table["industry"] = industry_list(market, asset_ids);
+    table["industry"] = industry_list(market, current.attr("index"));
     return global("pd").attr("DataFrame")(table).attr("to_dict")(nb::arg("orient") =
                                                                      text("records"));
 }

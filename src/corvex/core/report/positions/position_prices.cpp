@@ -1,5 +1,6 @@
 #include "corvex/core/report/positions/position_prices.hpp"
 
+#include "corvex/core/report/label_match.hpp"
 #include "corvex/core/report/module_globals.hpp"
 
 namespace corvex::report {
@@ -37,6 +38,13 @@ nb::object dates_like(nb::handle index, nb::handle dates) {
     return same;
 }
 
+/// A market of the user's own may list its latest prices first.
+nb::object oldest_first(const nb::object& table) {
+    return pyglue::is_true(table.attr("index").attr("is_monotonic_increasing"))
+               ? table
+               : nb::object(table.attr("sort_index")(nb::arg("kind") = text("stable")));
+}
+
 /// The table with a row for each date that it lacks, a copy of the last row before it.
 nb::object with_dates(const nb::object& table, nb::handle dates) {
     const nb::object index = table.attr("index");
@@ -48,16 +56,20 @@ nb::object with_dates(const nb::object& table, nb::handle dates) {
 
 } // namespace
 
-PriceSource::PriceSource(nb::handle market, nb::handle trade_at_label, nb::handle labels,
-                         nb::handle asset_ids)
-    : market_(nb::borrow<nb::object>(market)),
-      trade_at_(pyglue::is_text_equal(trade_at_label, "custom")
-                    ? text("close")
-                    : nb::borrow<nb::object>(trade_at_label)),
-      labels_(nb::borrow<nb::object>(labels)), asset_ids_(nb::borrow<nb::object>(asset_ids)) {}
+PriceSource::PriceSource(nb::handle market, nb::handle trade_at, nb::handle labels)
+    : market_(nb::borrow<nb::object>(market)), trade_at_(nb::borrow<nb::object>(trade_at)),
+      labels_(nb::borrow<nb::object>(labels)) {}
 
+/// A table that orders were filled at holds the trading prices itself; a report that cannot say
+/// what they were is valued at the close.
 nb::object PriceSource::trading_price(bool adjusted) const {
-    return of_assets(market_.attr("get_trading_price")(trade_at_, nb::arg("adj") = adjusted));
+    if (pyglue::is_instance(trade_at_, global("pd").attr("DataFrame")) &&
+        pyglue::length(trade_at_) != 0) {
+        return of_assets(trade_at_);
+    }
+    const bool named = pyglue::is_text(trade_at_) && !pyglue::is_text_equal(trade_at_, "custom");
+    return of_assets(market_.attr("get_trading_price")(named ? trade_at_ : text("close"),
+                                                       nb::arg("adj") = adjusted));
 }
 
 /// The assets' columns alone: a market's table may be large.
@@ -67,14 +79,12 @@ nb::object PriceSource::of_assets(const nb::object& prices) const {
     const nb::object columns = columns_of(table);
     const nb::object found = columns[~is_unlocated(columns)];
     const nb::object all_rows = pyglue::slice(nb::none(), nb::none());
-    return table.attr("iloc")[nb::make_tuple(all_rows, global("np").attr("unique")(found))];
+    return oldest_first(
+        table.attr("iloc")[nb::make_tuple(all_rows, global("np").attr("unique")(found))]);
 }
 
 nb::object PriceSource::columns_of(nb::handle table) const {
-    const nb::object columns = table.attr("columns");
-    const nb::object by_label = columns.attr("get_indexer")(labels_);
-    const nb::object by_id = columns.attr("get_indexer")(asset_ids_);
-    return global("np").attr("where")(is_unlocated(by_label), by_id, by_label);
+    return label_positions(labels_, table.attr("columns"));
 }
 
 nb::object PriceSource::adjusted_on(nb::handle entry_dates) const {

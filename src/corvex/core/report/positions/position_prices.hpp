@@ -4,13 +4,11 @@
 
 namespace corvex::report {
 
-/// The prices of current trades, one per trade, from a market's tables. A column is found by the
-/// whole asset label, else by the asset id. Trades of a user's own price table are valued at the
-/// close: a market cannot know that table.
+/// The prices of current trades, one per trade, from a market's tables.
 class PriceSource {
   public:
-    PriceSource(nanobind::handle market, nanobind::handle trade_at_label, nanobind::handle labels,
-                nanobind::handle asset_ids);
+    /// @param trade_at  what the fills are: a field's name or a price table of the user's own
+    PriceSource(nanobind::handle market, nanobind::handle trade_at, nanobind::handle labels);
 
     /// The adjusted trading prices on the trades' entry dates, a list; NaN where not known.
     [[nodiscard]] nanobind::object adjusted_on(nanobind::handle entry_dates) const;
@@ -27,7 +25,6 @@ class PriceSource {
     nanobind::object market_;
     nanobind::object trade_at_;
     nanobind::object labels_;
-    nanobind::object asset_ids_;
 };
 
 } // namespace corvex::report

@@ -1,5 +1,6 @@
 #include "corvex/core/report/report/trades.hpp"
 
+#include "corvex/core/report/label_match.hpp"
 #include "corvex/core/report/module_globals.hpp"
 
 #include <algorithm>
@@ -43,30 +44,49 @@ nb::object trade_dates(nb::handle trades, const nb::list& columns) {
     return dates;
 }
 
+/// The table oldest first: in any other order "the last row before a date" would be a later one.
+nb::object oldest_first(nb::handle table) {
+    return pyglue::is_true(table.attr("index").attr("is_monotonic_increasing"))
+               ? nb::borrow<nb::object>(table)
+               : nb::object(table.attr("sort_index")());
+}
+
 bool covers(nb::handle index, nb::handle dates) {
-    return pyglue::is_true(index.attr("is_monotonic_increasing")) &&
-           pyglue::is_true(index.attr("is_unique")) &&
+    return pyglue::is_true(index.attr("is_unique")) &&
            pyglue::is_true(dates.attr("isin")(index).attr("all")());
 }
 
 /// The table with a row for every trade date, each new one a copy of the last row before it.
 nb::object extended_to(nb::handle table, const nb::object& dates) {
-    const nb::object index = table.attr("index");
+    nb::object sorted = oldest_first(table);
+    const nb::object index = sorted.attr("index");
     // A large table that has all the dates is not copied.
     if (!dates.is_valid() || covers(index, dates)) {
-        return nb::borrow<nb::object>(table);
+        return sorted;
     }
-    return table.attr("reindex")(index.attr("union")(dates),
-                                 nb::arg("method") = pyglue::text("ffill"));
+    return sorted.attr("reindex")(index.attr("union")(dates),
+                                  nb::arg("method") = pyglue::text("ffill"));
 }
 
-/// "2330 some name" is known to tables as "2330". Each label is split once, however many trades.
-nb::object asset_ids(nb::handle trades) {
+/// The column of each trade's asset, -1 where there is none. Each label is looked up once, however
+/// many trades it has. What the labels' own rule leaves open is settled by the id alone.
+nb::object asset_columns(nb::handle trades, const nb::object& columns) {
+    const nb::object np = global("np");
     const nb::object found =
         global("pd").attr("factorize")(trades[pyglue::text(asset_column(trades))]);
-    const nb::object ids =
-        nb::object(found[1]).attr("str").attr("split")(pyglue::text(" ")).attr("str")[0];
-    return ids.attr("take")(found[0], nb::arg("fill_value") = global("np").attr("nan"));
+    const nb::object labels = found[1];
+    nb::list ids;
+    pyglue::for_each(labels, [&](const nb::object& label) {
+        ids.append(label_id(label));
+        return true;
+    });
+    const nb::object missing = pyglue::integer(-1);
+    nb::object places = label_positions(labels, columns);
+    if (pyglue::is_true(columns.attr("is_unique"))) {
+        places = np.attr("where")(pyglue::compare(places, Py_EQ, missing),
+                                  columns.attr("get_indexer_for")(ids), places);
+    }
+    return np.attr("append")(places, missing)[found[0]]; // a trade without an asset has number -1
 }
 
 nb::object kernel_for(nb::handle dtype) {
@@ -96,7 +116,7 @@ nb::object add_trade_info(const Call& call) {
     const nb::object trades = self.attr("trades");
     const nb::object table = extended_to(call[2], trade_dates(trades, date_columns));
     const nb::object values = table.attr("values");
-    const nb::object columns = table.attr("columns").attr("get_indexer_for")(asset_ids(trades));
+    const nb::object columns = asset_columns(trades, table.attr("columns"));
     for (const nb::handle date_column : date_columns) {
         const nb::object rows = table.attr("index").attr("get_indexer_for")(trades[date_column]);
         const nb::object label = pyglue::concat(
@@ -140,12 +160,13 @@ const FunctionSpec kMethods[] = {
      "Look up a value for every trade in a table and add it to the "
      "trades.\n\nParameters\n----------\n"
      "name : str\n    The new column is \"<name>@<date column>\".\n"
-     "df : DataFrame\n    Dates x asset ids, of float64, int64, int8, bool or object. A trade date "
-     "that\n"
-     "    it lacks takes the last row before it.\n"
+     "df : DataFrame\n    Dates x asset labels or ids, of float64, int64, int8, bool or object. "
+     "A trade\n    date that it lacks takes the last row before it, in whatever order they are.\n"
      "date_col : str or list of str, default \"entry_sig_date\"\n"
      "    Which dates of the trades: entry_sig_date, exit_sig_date, entry_date, exit_date.\n\n"
-     "A date or an asset that the table does not know gives the kernels' fill value."},
+     "A date or an asset that the table does not know gives the kernels' fill value. An asset is "
+     "known by\nits whole label, else by the id before the first blank. Columns are added to "
+     "`trades` in place: not from\ntwo threads at a time, since pandas keeps no lock."},
     {"remove_trade_info", kRemoveInfo, remove_trade_info,
      "Remove one column of the trades by its full label, such as \"volume@entry_date\"."},
     {"get_ndays_return", kNdays, get_ndays_return,

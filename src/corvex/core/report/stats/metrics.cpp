@@ -90,11 +90,17 @@ nb::dict section_record(const Section& section, nb::handle metrics, nb::handle r
     return record;
 }
 
+/// A report that was never given trades has no dates to attach anything to.
+bool has_trades(nb::handle report) {
+    const nb::object trades = report.attr("trades");
+    return pyglue::length(trades) != 0 || pyglue::contains(trades.attr("columns"), "entry_date");
+}
+
 nb::object get_metrics_here(const Call& call) {
     const nb::handle self = call.self();
     const nb::object metrics = self.attr("metrics");
     const nb::object market_value = self.attr("market").attr("get_market_value")();
-    if (pyglue::length(market_value) != 0) {
+    if (pyglue::length(market_value) != 0 && has_trades(self)) {
         nb::list date_columns;
         date_columns.append(text("entry_date"));
         self.attr("add_trade_info")(text("market_value"), market_value, date_columns);

@@ -45,8 +45,14 @@ nb::object get_stats(const Call& call) {
     return call.self().attr("_get_stats")(call[2]);
 }
 
+/// Closed trades are those without a missing value. The market values that the metrics record
+/// attaches do not count: to ask for it must not change this figure.
 nb::object win_ratio(nb::handle trades) {
-    const nb::object closed = trades.attr("dropna")();
+    nb::list attached;
+    attached.append(text("market_value@entry_date"));
+    const nb::object own =
+        trades.attr("drop")(nb::arg("columns") = attached, nb::arg("errors") = text("ignore"));
+    const nb::object closed = own.attr("dropna")();
     const Py_ssize_t count = pyglue::length(closed);
     if (count == 0) {
         return pyglue::integer(0);
@@ -87,7 +93,11 @@ const FunctionSpec kMethods[] = {
      "`get_metrics()` (`annualReturn`,\n`sharpeRatio`, `maxDrawdown` ...), with equal values.\n\n"
      "Parameters\n----------\nresample : optional\n    Has no effect; deprecated.\n"
      "riskfree_rate : float, default 0.02\n    Annual rate, as a fraction.\n\n"
-     "The record of the last call is kept and returned again: copy it before changing it."},
+     "Notes\n-----\nThe record of the last call is kept, one in the whole process, and returned "
+     "again for the same\nreport and rate. So copy it before changing it: whoever asks next, "
+     "`to_text` too, gets the changed\none. A curve or trades assigned to the report meanwhile do "
+     "not show until another report or rate\nhas been asked for, and the report asked for last "
+     "stays in memory."},
     {"get_benchmark_stats", kBenchmark, get_benchmark_stats,
      "The same statistics fields for the report's daily benchmark.\n\nParameters\n----------\n"
      "riskfree_rate : float, default 0.02\n    Annual rate, as a fraction."},
