@@ -7,6 +7,7 @@ namespace corvex::bindings {
 
 // One for each folder of the engine.
 void bind_calendar(nb::module_& module);
+void bind_confidence(nb::module_& module);
 void bind_drawdown(nb::module_& module);
 void bind_metrics(nb::module_& module);
 void bind_portfolio(nb::module_& module);
@@ -18,6 +19,7 @@ void bind_statistics(nb::module_& module);
 NB_MODULE(_engine, module) {
     module.doc() = "Kernels of the corvex engine: arrays in, arrays out.";
     corvex::bindings::bind_calendar(module);
+    corvex::bindings::bind_confidence(module);
     corvex::bindings::bind_drawdown(module);
     corvex::bindings::bind_metrics(module);
     corvex::bindings::bind_portfolio(module);
