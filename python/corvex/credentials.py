@@ -9,6 +9,8 @@ import stat
 from pathlib import Path
 from urllib.parse import quote
 
+from corvex.files import atomic_open
+
 __all__ = ["credentials_file", "forget_token", "get_token", "redact", "save_token"]
 
 TOKEN_KINDS = ("id_token", "api_token")
@@ -96,15 +98,8 @@ def save_token(token: str, kind: str) -> Path:
     token = _checked(token.strip(), "the text given")
     file = credentials_file()
     file.parent.mkdir(mode=0o700, parents=True, exist_ok=True)
-    draft = file.with_name(f".{file.name}.{os.urandom(6).hex()}.tmp")
-    try:
-        # Private from the first moment: made with its mode, under a name that did not exist.
-        handle = os.open(draft, os.O_WRONLY | os.O_CREAT | os.O_EXCL, 0o600)
-        with open(handle, "w", encoding="ascii") as stream:
-            json.dump({"token": token, "token_type": kind}, stream)
-        os.replace(draft, file)
-    finally:
-        draft.unlink(missing_ok=True)
+    with atomic_open(file, "w", encoding="ascii", private=True) as stream:
+        json.dump({"token": token, "token_type": kind}, stream)
     return file
 
 

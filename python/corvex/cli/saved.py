@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-from collections.abc import Callable
 from pathlib import Path
 from typing import TYPE_CHECKING, Annotated
 
@@ -19,7 +18,6 @@ __all__ = [
     "save_page",
     "save_report",
     "target_file",
-    "write_whole",
 ]
 
 Html = Annotated[
@@ -36,22 +34,6 @@ def target_file(out: Path, default_name: str) -> Path:
     return target
 
 
-def write_whole(target: Path, write: Callable[[Path], object]) -> None:
-    """Let `write` fill a draft, which becomes the target once it is complete.
-
-    What is no plain file (a device such as /dev/null, a pipe) is written to, never replaced.
-    """
-    if is_special(target):
-        write(target)
-        return
-    draft = target.with_name(f".{target.name}.tmp")
-    try:
-        write(draft)
-        draft.replace(target)
-    finally:
-        draft.unlink(missing_ok=True)
-
-
 def is_special(target: Path) -> bool:
     """Tell whether a path leads to a device, a pipe or the like."""
     return target.exists() and not target.is_file()
@@ -59,12 +41,12 @@ def is_special(target: Path) -> bool:
 
 def save_report(report: Report, target: Path) -> None:
     """Write a report as a pickle."""
-    write_whole(target, lambda draft: report.to_pickle(str(draft)))
+    report.to_pickle(target)
 
 
 def save_page(report: Report, target: Path, name: str | None = None) -> None:
     """Write a report's page, with its name on the browser's tab."""
-    write_whole(target, lambda draft: report.to_html(draft, title=name or name_of(report)))
+    report.to_html(target, title=name or name_of(report))
 
 
 def name_of(report: Report) -> str | None:

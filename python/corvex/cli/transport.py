@@ -9,7 +9,8 @@ from typing import TYPE_CHECKING, Annotated, Any, Literal
 
 import typer
 
-from corvex.cli.saved import load_report, target_file, write_whole
+from corvex.cli.saved import load_report, target_file
+from corvex.files import atomic_open, write_text
 from corvex.plaintext import printable
 
 if TYPE_CHECKING:
@@ -50,7 +51,7 @@ def export(
         _write_table(_report_table(report, table), target, format)
     else:
         text = _strict_json(_dictionary(report, format, None if all_trades else 500))
-        write_whole(target, lambda draft: draft.write_text(text, encoding="utf-8"))
+        write_text(target, text)
     print(f"Written to {target} ({target.stat().st_size:,} bytes)")
 
 
@@ -170,13 +171,11 @@ def _report_table(report: Report, name: str) -> pd.DataFrame:
 
 
 def _write_table(table: pd.DataFrame, target: Path, form: str) -> None:
-    def write(draft: Path) -> None:
-        if form == "csv":
-            table.to_csv(draft, index=False)
-        else:
-            table.set_axis([str(name) for name in table.columns], axis=1).to_parquet(draft)
-
-    write_whole(target, write)
+    if form == "csv":
+        write_text(target, table.to_csv(index=False))
+        return
+    with atomic_open(target) as file:
+        table.set_axis([str(name) for name in table.columns], axis=1).to_parquet(file)
 
 
 def _print_orders(table: pd.DataFrame) -> None:
@@ -193,6 +192,6 @@ def _write_orders(table: pd.DataFrame, target: Path) -> None:
     if target.suffix == ".json":
         record = {"orders": table.to_dict(orient="records"), **table.attrs}
         text = _strict_json(record)
-        write_whole(target, lambda draft: draft.write_text(text, encoding="utf-8"))
+        write_text(target, text)
     else:
         _write_table(table, target, "csv")

@@ -6,7 +6,7 @@ from collections.abc import Callable, Iterable, Mapping, Sequence
 from datetime import datetime
 from functools import cached_property
 from os import PathLike
-from typing import Any, ClassVar, Literal, Self, TypeAlias
+from typing import IO, Any, ClassVar, Literal, Self, TypeAlias
 
 import numpy as np
 import numpy.typing as npt
@@ -225,6 +225,8 @@ class Report:
     def to_pickle(self, file_path: _Path) -> None: ...
     @classmethod
     def from_pickle(cls, file_path: _Path) -> Self: ...
+    @staticmethod
+    def _checked_pickle(file: IO[bytes]) -> IO[bytes]: ...
     def to_text(self, name: str | None = None) -> str: ...
     def to_terminal(
         self,

@@ -11,6 +11,7 @@ import pandas as pd
 from corvex.ffn_core import text
 from corvex.ffn_core._columns import columns_of
 from corvex.ffn_core.performance import PerformanceStats
+from corvex.files import write_csv
 
 
 class GroupStats(dict[Hashable, PerformanceStats]):
@@ -79,8 +80,7 @@ class GroupStats(dict[Hashable, PerformanceStats]):
 
     def to_csv(self, path: str | Path | None = None, sep: str = ",") -> str | None:
         """Write the table of figures as CSV, or return it when `path` is None."""
-        result: str | None = self.stats.to_csv(path, sep=sep)
-        return result
+        return write_csv(self.stats, path, sep=sep)
 
     def __str__(self) -> str:
         return self.to_text()

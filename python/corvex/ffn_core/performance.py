@@ -13,6 +13,7 @@ from corvex.ffn_core import text
 from corvex.ffn_core._curve import Curve, FloatArray, IntArray, read_curve
 from corvex.ffn_core.drawdowns import details_of
 from corvex.ffn_core.transforms import to_log_returns, to_returns
+from corvex.files import write_csv
 
 FIGURES = ("start", "end", "rf", *_engine.FIGURE_NAMES, "bar", "periods_per_year")
 LOOKBACKS = (
@@ -235,8 +236,7 @@ class PerformanceStats:
 
     def to_csv(self, path: str | Path | None = None, sep: str = ",") -> str | None:
         """Write the figures as a CSV of names and values, or return it when `path` is None."""
-        result: str | None = self.stats.to_csv(path, sep=sep, header=False)
-        return result
+        return write_csv(self.stats, path, sep=sep, header=False)
 
     def __str__(self) -> str:
         return self.to_text()

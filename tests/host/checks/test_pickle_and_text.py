@@ -29,12 +29,18 @@ def test_files_close_and_errors_come_through(make_report, module, tmp_path):
     report.hook = lambda: None
     with pytest.raises((pickle.PicklingError, AttributeError)):
         report.to_pickle(path)
-    path.unlink()
+    assert not path.exists()
     with pytest.raises(FileNotFoundError):
         module.Report.from_pickle(path)
     path.write_bytes(b"no pickle")
     with pytest.raises(pickle.UnpicklingError):
         module.Report.from_pickle(path)
+    del report.hook
+    report.to_pickle(path)
+    path.write_bytes(path.read_bytes()[:-100])
+    with pytest.raises(pickle.UnpicklingError, match="damaged"):
+        module.Report.from_pickle(path)
+    assert [entry.name for entry in tmp_path.iterdir()] == ["report.pkl"]
 
 
 def test_old_places_of_classes_are_mapped_one_by_one(module, tmp_path, capsys):

@@ -3,6 +3,7 @@
 #include "corvex/core/report/imports.hpp"
 #include "corvex/core/report/module_globals.hpp"
 #include "corvex/core/report/present/older_view.hpp"
+#include "corvex/core/report/whole_file.hpp"
 
 #include <optional>
 
@@ -27,11 +28,9 @@ void warn(const char* message) { global("logger").attr("warning")(text(message))
 nb::object to_html(const Call& call) {
     const nb::object page = global("generate_html")(call.self(), nb::arg("with_iframe") = false,
                                                     nb::arg("title") = call[2]);
-    return pyglue::with(global("open")(call[1], text("w"), nb::arg("encoding") = text("utf-8")),
-                        [&](const nb::object& file) {
-                            file.attr("write")(page);
-                            return nb::none();
-                        });
+    write_whole_file(call[1], FileKind::kUtf8Text,
+                     [&](const nb::object& file) { file.attr("write")(page); });
+    return nb::none();
 }
 
 nb::object notebook_page(nb::handle report) {
