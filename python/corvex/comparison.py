@@ -45,6 +45,8 @@ class Comparison:
     runs : DataFrame
         What each report is, reports x ``start``, ``end`` (ISO dates of its whole curve),
         ``market``, ``trades`` (number of them), ``fee_ratio`` and ``tax_ratio``.
+    riskfree_rate : float
+        Per year, a fraction: what the figures count as earned without risk.
     figures : DataFrame
         Headline figures x reports, named as in ``Report.get_stats()``; returns are fractions.
     yearly_returns : DataFrame
@@ -57,12 +59,13 @@ class Comparison:
 
     curves: pd.DataFrame
     runs: pd.DataFrame
+    riskfree_rate: float = RISK_FREE_RATE
     figures: pd.DataFrame = field(init=False)
     yearly_returns: pd.DataFrame = field(init=False)
     correlation: pd.DataFrame = field(init=False)
 
     def __post_init__(self) -> None:
-        columns = {name: _figures(curve) for name, curve in self.curves.items()}
+        columns = {name: _figures(curve, self.riskfree_rate) for name, curve in self.curves.items()}
         figures = pd.DataFrame(columns, index=[*_FIGURES, *_RISK_FIGURES], dtype="float64")
         object.__setattr__(self, "figures", figures)
         object.__setattr__(self, "yearly_returns", _yearly_returns(self.curves))
@@ -104,7 +107,9 @@ class Comparison:
         return self.to_text()
 
 
-def compare(reports: Mapping[str, Report] | Iterable[Report]) -> Comparison:
+def compare(
+    reports: Mapping[str, Report] | Iterable[Report], riskfree_rate: float = RISK_FREE_RATE
+) -> Comparison:
     """Set several reports side by side.
 
     Parameters
@@ -112,6 +117,8 @@ def compare(reports: Mapping[str, Report] | Iterable[Report]) -> Comparison:
     reports : mapping of name to Report, or iterable of Report
         At least two. Without a mapping the reports' own names count; a report without a name is
         called "report 1" by its place, and a name that occurs again gets a number: "name (2)".
+    riskfree_rate : float, default 0.02
+        Per year, a fraction.
 
     Returns
     -------
@@ -129,7 +136,7 @@ def compare(reports: Mapping[str, Report] | Iterable[Report]) -> Comparison:
 
     Notes
     -----
-    Figures are those of `corvex.ffn_core.PerformanceStats` with a risk-free rate of 2 % a year.
+    Figures are those of `corvex.ffn_core.PerformanceStats`.
     Common dates on weekdays only are annualised with 252 days, also for a crypto report, which
     then has its weekends in its Mondays.
 
@@ -154,7 +161,9 @@ def compare(reports: Mapping[str, Report] | Iterable[Report]) -> Comparison:
         )
         raise ValueError(f"the reports need at least three dates in common: {periods}")
     runs = {name: _run(report, curves[name]) for name, report in named.items()}
-    return Comparison(common / common.iloc[0], pd.DataFrame.from_dict(runs, orient="index"))
+    return Comparison(
+        common / common.iloc[0], pd.DataFrame.from_dict(runs, orient="index"), riskfree_rate
+    )
 
 
 def _named(reports: Mapping[str, Report] | Iterable[Report]) -> dict[str, Report]:
@@ -205,8 +214,8 @@ def _run(report: Report, curve: pd.Series) -> dict[str, object]:
     }
 
 
-def _figures(curve: pd.Series) -> dict[str, float]:
-    stats = PerformanceStats(curve, RISK_FREE_RATE)
+def _figures(curve: pd.Series, riskfree_rate: float) -> dict[str, float]:
+    stats = PerformanceStats(curve, riskfree_rate)
     risk = risk_figures(curve.to_numpy(), wall_days(curve.index))
     return {key: getattr(stats, key) for key in _FIGURES} | {
         key: risk[key] for key in _RISK_FIGURES

@@ -112,7 +112,7 @@ def demo(
     trailing stop. The report is saved to corvex-demo.pkl in the current folder, or to --out, and
     its page beside it.
     """
-    from corvex.cli.demo import NAME, STEPS, publish_demo, run_demo
+    from corvex.cli.demo import NAME, STEPS, SURVIVORS, publish_demo, run_demo
     from corvex.cli.summary import language
 
     chosen = language(lang)
@@ -128,7 +128,7 @@ def demo(
         with steps.step("publish and read back"):
             published = publish_demo(report)
     _print_report(report, NAME, width, chosen, text=text)
-    print("The prices are those of stocks that survived: for examples, not for investment.\n")
+    print(f"{SURVIVORS[chosen]}\n")
     steps.print_times()
     print(f"\n{published}")
     print(f"\nReport written to {target}; corvex show {target.name} prints it again.")

@@ -10,11 +10,17 @@ if TYPE_CHECKING:
     from corvex.cli.console import Steps
     from corvex.core.report import Report
 
-__all__ = ["NAME", "best_by_momentum", "publish_demo", "run_demo"]
+__all__ = ["NAME", "SURVIVORS", "best_by_momentum", "publish_demo", "run_demo"]
 
 NAME = "Momentum 12-1"
 STEPS = 4
 _YEAR, _MONTH = 252, 21  # sessions
+
+#: What a reader of the result is to know, by language.
+SURVIVORS = {
+    "en": "The prices are those of stocks that survived: for examples, not for investment.",
+    "zh-Hant": "價格僅含存續至今的股票：供示範之用，不宜作為投資依據。",
+}
 
 
 def best_by_momentum(prices: pd.DataFrame, count: int = 5) -> pd.DataFrame:
@@ -62,6 +68,7 @@ def run_demo(steps: Steps) -> Report:
             market="us_stock",
             name=NAME,
         )
+    report.notes = [SURVIVORS]
     with steps.step("compute the statistics"):
         report.get_stats()
     return report

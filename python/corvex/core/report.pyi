@@ -163,6 +163,10 @@ class Report:
     yearly_turnover: float
     costs: dict[str, float]
     settings: _Record
+    #: What a reader is to know: texts, or a text for each language ("en", "zh-Hant").
+    notes: list[str | dict[str, str]]
+    #: What the page counts as earned without risk, per year; 0.02 where it is not set.
+    riskfree_rate: float
 
     def __init__(
         self,

@@ -55,6 +55,13 @@ class BoundMarket(Market):
         """When the tables were handed over, UTC."""
         return self._bound_at
 
+    @property
+    def benchmark_source(self) -> str:
+        """Where the benchmark comes from: "given" as a series, a named "table", or "default"."""
+        if self._benchmark is None:
+            return "default"
+        return "table" if isinstance(self._benchmark, str) else "given"
+
     @override
     def get_freq(self) -> str:
         return self._freq

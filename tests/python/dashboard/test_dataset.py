@@ -7,6 +7,7 @@ import pandas as pd
 import pytest
 from dashboard_reports import bare_report
 
+import corvex
 from corvex.core.dashboard.dataset import collect
 
 
@@ -76,6 +77,24 @@ def test_an_open_drawdown_is_told_as_open():
     assert facts["now"] == {"drawdown": pytest.approx(1 / 1.3 - 1), "peak": "2023-01-05"}
 
 
+def test_the_rate_and_the_readers_notes_are_the_reports_own_or_given():
+    report = bare_report(1 + rising("2022-11-30", "2024-03-14"))
+    report.riskfree_rate = 0.05
+    report.notes = ["<b>", {"en": "said", "zh-Hant": "說"}]
+    for given, rate in ((None, 0.05), (0.1, 0.1)):
+        facts = collect(report, given).facts
+        assert facts["meta"]["riskfree"] == rate
+        expected = report.get_stats(riskfree_rate=rate)["daily_sharpe"]
+        assert facts["stats"]["strategy"]["daily_sharpe"] == expected
+    assert facts["meta"]["notes"] == report.notes
+    prices = corvex.data.sample("us_stocks").loc["2020":, ["AAPL", "HD"]]
+    kinds = {}
+    for benchmark in (None, "sp500", prices["HD"]):
+        facts = collect(corvex.simulate(prices > 0, prices, benchmark=benchmark)).facts["meta"]
+        kinds[type(benchmark)] = (facts["benchmark_default"], facts["price_index"])
+    assert list(kinds.values()) == [(True, True), (False, True), (False, False)]
+
+
 def test_figures_by_hand():
     days = pd.bdate_range("2023-01-30", periods=6)  # a Monday; February starts on Wednesday
     curve = pd.Series([1.0, 2.0, 1.0, 2.0, 1.5, 1.8], index=days)
@@ -113,7 +132,7 @@ def test_ruin_late_benchmarks_and_odd_trades_do_no_harm():
     crisis = {row["key"]: row for row in facts["crises"]}
     assert crisis["financial_crisis"]["strategy"] is None
     assert crisis["us_downgrade"]["benchmark"] > 0
-    assert (facts["stats"]["trades"]["trades"], facts["assets"]) == (1, [])
+    assert (facts["stats"]["trades"]["trades"], facts["assets"]) == (1, None)
     report.create_yearly_return_figure(report.get_stats()["return_table"])
 
 
@@ -142,10 +161,21 @@ def test_the_figures_agree_with_the_report(simulated):
     assert figures["win_rate"] == pytest.approx(simulated.get_stats()["win_ratio"])
     assert figures["profit_factor"] == pytest.approx(metrics.profit_factor())
     assert figures["trades"] + figures["open_trades"] == trades["count"] == len(simulated.trades)
-    assert np.array(trades["return"]) * 1e-5 == pytest.approx(simulated.trades["return"], abs=5e-6)
+    assert np.array(trades["return"]) * 1e-8 == pytest.approx(simulated.trades["return"], abs=5e-9)
+    assets = facts["assets"]
+    parts = corvex.contributions(simulated)
+    assert {row["asset"]: row["sum"] for row in assets["rows"]} == pytest.approx(
+        parts.iloc[:-1].to_dict()
+    )
+    assert assets["total"] == pytest.approx(facts["stats"]["strategy"]["total_return"])
     held = facts["holdings"]
     assert {row["asset"] for row in held["rows"] if row["weight"]} == set(simulated.weights.index)
     assert held["cash"] == pytest.approx(1 - simulated.weights.sum())
+    # One return is the same text in both tables: it is the same number to the last digit.
+    by_asset = dict(zip(trades["asset"], trades["return"], strict=True))  # the open one is last
+    for row in held["rows"]:
+        if row["entry"]:
+            assert row["return"] == by_asset[trades["assets"].index(row["asset"])] * 1e-8
     covid = next(row for row in facts["crises"] if row["key"] == "covid")
     curve = simulated.daily_creturn
     assert covid["strategy"] == pytest.approx(curve["2020-03-23"] / curve["2020-02-19"] - 1)

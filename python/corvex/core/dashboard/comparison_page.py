@@ -34,8 +34,6 @@ def comparison_html(
 
 
 def _facts(comparison: Comparison) -> dict[str, Any]:
-    from corvex.comparison import RISK_FREE_RATE
-
     curves = comparison.curves
     dates = pd.DatetimeIndex(curves.index)
     first, last = dates[0].date(), dates[-1].date()
@@ -46,7 +44,7 @@ def _facts(comparison: Comparison) -> dict[str, Any]:
             "years": (last - first).days / 365.25,
             "days": len(dates),
             "periods": days_per_year(dates),
-            "riskfree": RISK_FREE_RATE,
+            "riskfree": comparison.riskfree_rate,
             "version": corvex.__version__,
             "generated": datetime.datetime.now(datetime.UTC).isoformat(timespec="seconds"),
         },

@@ -18,13 +18,15 @@ from corvex.core.dashboard.activity import (
     liquidity,
     yearly_activity,
 )
+from corvex.core.dashboard.by_asset import by_asset
 from corvex.core.dashboard.curves import Curves, iso_day, read_curves, relative_figures
 from corvex.core.dashboard.embed import plain, rounded
 from corvex.core.dashboard.holdings import freshness, holdings
 from corvex.core.dashboard.periods import best_and_worst, crises, live_part
 from corvex.core.dashboard.returns import distribution, return_years
 from corvex.core.dashboard.risk_figures import risk_figures
-from corvex.core.dashboard.trades import by_asset, price_paths, trade_columns, trade_figures
+from corvex.core.dashboard.trades import price_paths, trade_columns, trade_figures
+from corvex.core.trade_lookup import known_table
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
@@ -32,6 +34,7 @@ if TYPE_CHECKING:
 __all__ = ["Dataset", "collect"]
 
 RISK_FREE_RATE = 0.02
+_SAMPLE_INDEX = "SP500"  # the built-in index, whose values leave dividends out
 _PATH_VALUES = 60_000
 _PATH_VALUES_PER_TRADE = 5  # each trade of the table takes the room of about so many path values
 
@@ -56,13 +59,20 @@ class Dataset:
     series: dict[str, Any]
 
 
-def collect(report: Report) -> Dataset:
-    """Gather what a page shows of a report; the report is not changed."""
+def collect(report: Report, riskfree_rate: float | None = None) -> Dataset:
+    """Gather what a page shows of a report; the report is not changed.
+
+    Parameters
+    ----------
+    riskfree_rate : float, optional
+        Per year; by default the report's own ``riskfree_rate``, else 0.02.
+    """
+    rate = _rate(report, riskfree_rate)
     curves = read_curves(report)
-    stats = statistics(report, RISK_FREE_RATE)
+    stats = statistics(report, rate)
     market = None
     if curves.benchmark is not None:
-        market = report.get_benchmark_stats(riskfree_rate=RISK_FREE_RATE)
+        market = report.get_benchmark_stats(riskfree_rate=rate)
     held = exposure(report)
     facts = {
         "meta": _meta(report, curves, stats),
@@ -80,7 +90,7 @@ def collect(report: Report) -> Dataset:
         "drawdowns": _drawdowns(curves, stats["drawdown_details"]),
         "crises": crises(curves, getattr(report, "asset_type", None) == "crypto"),
         "extremes": best_and_worst(curves),
-        "live": live_part(report, curves, RISK_FREE_RATE),
+        "live": live_part(report, curves, rate),
         "holdings": holdings(report),
         "freshness": freshness(report),
         "exposure": _exposure_figures(held),
@@ -88,9 +98,14 @@ def collect(report: Report) -> Dataset:
         "costs": costs(report),
         "assumptions": assumptions(report),
         "liquidity": liquidity(report),
-        "assets": by_asset(report.trades),
+        "assets": by_asset(report),
     }
     return Dataset(plain(facts), _series(report, curves, held))
+
+
+def _rate(report: Report, given: float | None) -> float:
+    rate = getattr(report, "riskfree_rate", None) if given is None else given
+    return RISK_FREE_RATE if rate is None else float(rate)
 
 
 def _meta(report: Report, curves: Curves, stats: Mapping[str, Any]) -> dict[str, Any]:
@@ -108,10 +123,43 @@ def _meta(report: Report, curves: Curves, stats: Mapping[str, Any]) -> dict[str,
         "bar": stats.get("bar"),
         "periods": stats.get("periods_per_year"),
         "riskfree": stats.get("rf", RISK_FREE_RATE),
+        "prices": _price_kind(report),
+        "notes": _notes(report),
         "version": stats["version"],
         "generated": datetime.datetime.now(datetime.UTC).isoformat(timespec="seconds"),
         "benchmark_from": _benchmark_start(curves),
+        **_benchmark_kind(report),
     }
+
+
+def _notes(report: Report) -> list[str | dict[str, str]]:
+    """Return what a reader is to know beside the figures: texts, or texts by language."""
+    given = getattr(report, "notes", None) or ()
+    notes = [given] if isinstance(given, str | Mapping) else list(given)
+    return [
+        {str(language): str(text) for language, text in note.items()}
+        if isinstance(note, Mapping)
+        else str(note)
+        for note in notes
+    ]
+
+
+def _benchmark_kind(report: Report) -> dict[str, bool]:
+    """Tell whether the user chose the benchmark, and whether it is known to lack dividends."""
+    source = getattr(report.market, "benchmark_source", "own")
+    name = _benchmark_name(report)
+    return {
+        "benchmark_default": source == "default" and name is not None,
+        "price_index": source in ("default", "table") and name == _SAMPLE_INDEX,
+    }
+
+
+def _price_kind(report: Report) -> str:
+    """Tell whether the trades' prices are "quoted" ones, or those that were "given"."""
+    quoted = known_table(report.market, "get_price", "close", adj=False)
+    adjusted = known_table(report.market, "get_price", "close", adj=True)
+    alike = quoted is None or adjusted is None or quoted is adjusted or quoted.equals(adjusted)
+    return "given" if alike or not isinstance(report.trade_at, str) else "quoted"
 
 
 def _benchmark_name(report: Report) -> str | None:

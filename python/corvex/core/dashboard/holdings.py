@@ -9,6 +9,7 @@ import numpy as np
 import pandas as pd
 
 from corvex.core.dashboard.curves import day_of
+from corvex.core.dashboard.trades import shown_return
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
@@ -114,6 +115,6 @@ def _open_trades(report: Report) -> dict[str, dict[str, Any]]:
     still_open = trades[trades["entry_date"].notna() & trades["exit_date"].isna()]
     columns = (still_open[name] for name in (column, "entry_date", "return"))
     return {
-        str(label): {"entry": _iso(entry), "return": float(gain)}
+        str(label): {"entry": _iso(entry), "return": shown_return(float(gain))}
         for label, entry, gain in zip(*columns, strict=True)
     }

@@ -59,7 +59,12 @@ _IFRAME = (
 )
 
 
-def generate_html(report: Report, with_iframe: bool = False, title: str | None = None) -> str:
+def generate_html(
+    report: Report,
+    with_iframe: bool = False,
+    title: str | None = None,
+    riskfree_rate: float | None = None,
+) -> str:
     """Render a report as one self-contained HTML string.
 
     Parameters
@@ -72,6 +77,9 @@ def generate_html(report: Report, with_iframe: bool = False, title: str | None =
     title : str, optional
         Title of the browser tab; "Corvex Report" by default. It also heads the page of a report
         without a name.
+    riskfree_rate : float, optional
+        Per year, a fraction. Default: the report's attribute ``riskfree_rate`` where that is set,
+        else 0.02.
 
     Returns
     -------
@@ -87,13 +95,13 @@ def generate_html(report: Report, with_iframe: bool = False, title: str | None =
 
     Notes
     -----
-    Figures are those of ``report.get_stats()``, computed anew, with a risk-free rate of 2 % per
-    year. The first page after plotly was installed or updated takes half a second more than all
-    later ones: its script is then cut to what the page needs, compressed, and kept under
+    Figures are those of ``report.get_stats(riskfree_rate=...)``, computed anew. The first page
+    after plotly was installed or updated takes half a second more than all later ones: its script
+    is then cut to what the page needs, compressed, and kept under
     ``corvex.utils.get_tmp_dir()``.
     """
     tab = str(title) if title else DEFAULT_TITLE
-    data = collect(report)
+    data = collect(report, riskfree_rate)
     name = data.facts["meta"]["name"]
     page = assemble(tab, tab if name is None else name, data.facts, data.series, page_script())
     return in_frame(page, tab) if with_iframe else page

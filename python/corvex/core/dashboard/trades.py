@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import math
 from typing import TYPE_CHECKING, Any
 
 import numpy as np
@@ -17,13 +18,24 @@ from corvex.data.context import _default_context
 if TYPE_CHECKING:
     from corvex.core.report import Report
 
-__all__ = ["by_asset", "price_paths", "trade_columns", "trade_figures"]
+__all__ = [
+    "asset_column",
+    "encoded",
+    "floats",
+    "price_paths",
+    "shown_return",
+    "trade_columns",
+    "trade_figures",
+]
 
 Floats = npt.NDArray[np.float64]
 Ints = npt.NDArray[np.int64]
 
-#: Fractions travel as whole numbers of this unit: a thousandth of a percent.
-FRACTION = 1e-5
+# Fractions travel as whole numbers of a unit. That of the returns is fine enough for two readings
+# of one return, here and in a table elsewhere, to be rounded alike.
+_FRACTION = 1e-5
+_RETURN = 1e-8
+_LARGEST = 2.0**53  # a browser's whole numbers end here
 _DATES = ("entry_sig_date", "entry_date", "exit_sig_date", "exit_date")
 _PRICES = ("trade_price@entry_date", "trade_price@exit_date")
 _MINUTE = 60_000_000_000
@@ -37,45 +49,55 @@ def trade_columns(trades: pd.DataFrame) -> dict[str, Any] | None:
     dict
         ``assets`` (labels) and ``asset`` (their numbers), ``reasons`` and ``reason`` likewise
         where the table has exit reasons; the four dates in ``unit``s ("day" or "minute") since
-        1970-01-01 on the wall clock; ``return``, ``position`` and the excursions in units of
-        `FRACTION`; prices to six digits; ``period`` and ``days_in_profit`` in bars. None is a
+        1970-01-01 on the wall clock; ``return`` in units of 1e-8, ``position`` and the excursions
+        in units of 1e-5; prices to six digits; ``period`` and ``days_in_profit`` in bars. None is a
         missing value; a column that the table lacks is left out.
     """
-    if not len(trades) or not {_asset_column(trades), "return"} <= set(trades.columns):
+    if not len(trades) or not {asset_column(trades), "return"} <= set(trades.columns):
         return None
-    labels, numbers = _encoded(trades[_asset_column(trades)])
+    labels, numbers = encoded(trades[asset_column(trades)])
     result: dict[str, Any] = {"count": len(trades), "assets": labels, "asset": numbers}
     if "exit_reason" in trades.columns:
-        result["reasons"], result["reason"] = _encoded(trades["exit_reason"])
+        result["reasons"], result["reason"] = encoded(trades["exit_reason"])
     result.update(_dates(trades))
-    for name in ("return", "position", *EXCURSIONS[:-1]):
+    result["return"] = _whole(floats(trades["return"]) / _RETURN)
+    for name in ("position", *EXCURSIONS[:-1]):
         if name in trades.columns:
-            result[name] = _whole(_floats(trades[name]) / FRACTION)
+            result[name] = _whole(floats(trades[name]) / _FRACTION)
     for name in ("period", "days_in_profit"):
         if name in trades.columns:
-            result[name] = _whole(_floats(trades[name]))
+            result[name] = _whole(floats(trades[name]))
     for name in _PRICES:
         if name in trades.columns:
-            result[name] = rounded(_floats(trades[name]))
+            result[name] = rounded(floats(trades[name]))
     return result
 
 
-def _asset_column(trades: pd.DataFrame) -> str:
+def shown_return(value: float) -> float:
+    """Return a trade's return as the trade table shows it."""
+    return round(value / _RETURN) * _RETURN if math.isfinite(value) else value
+
+
+def asset_column(trades: pd.DataFrame) -> str:
+    """Return the name of the column that holds the asset labels."""
     return "symbol" if "symbol" in trades.columns else "stock_id"
 
 
-def _floats(column: pd.Series) -> Floats:
+def floats(column: pd.Series) -> Floats:
+    """Return a column as numbers, NaN for what is none."""
     return np.asarray(pd.to_numeric(column, errors="coerce"), dtype=np.float64)
 
 
-def _encoded(column: pd.Series) -> tuple[list[str], list[int]]:
+def encoded(column: pd.Series) -> tuple[list[str], list[int]]:
+    """Return the texts of a column, each once, and which of them stands in each row."""
     numbers, labels = pd.factorize(column.astype(object).fillna(""))
     return [str(label) for label in labels], numbers.tolist()
 
 
 def _whole(values: Floats) -> list[int | None]:
     known = np.isfinite(values)
-    whole = np.rint(np.where(known, values, 0.0)).astype(np.int64).tolist()
+    near = np.clip(np.where(known, values, 0.0), -_LARGEST, _LARGEST)
+    whole = np.rint(near).astype(np.int64).tolist()
     return whole if known.all() else [w if k else None for w, k in zip(whole, known, strict=True)]
 
 
@@ -100,7 +122,7 @@ def trade_figures(trades: pd.DataFrame) -> dict[str, Any] | None:
     if "return" not in trades.columns or "exit_date" not in trades.columns:
         return None
     closed = trades[trades["exit_date"].notna() & trades["return"].notna()]
-    returns = _floats(closed["return"])
+    returns = floats(closed["return"])
     if not returns.size:
         return None
     won, lost = returns[returns > 0], returns[returns <= 0]
@@ -122,9 +144,9 @@ def trade_figures(trades: pd.DataFrame) -> dict[str, Any] | None:
         "longest_losing_streak": _longest_run(returns <= 0),
     }
     if "period" in closed.columns:
-        figures["mean_period"] = float(_floats(closed["period"]).mean())
+        figures["mean_period"] = float(floats(closed["period"]).mean())
     for name in ("mae", "mfe"):
-        known = _floats(closed[name]) if name in closed.columns else np.empty(0)
+        known = floats(closed[name]) if name in closed.columns else np.empty(0)
         known = known[np.isfinite(known)]
         figures[f"mean_{name}"] = float(known.mean()) if known.size else None
     return figures
@@ -133,40 +155,6 @@ def trade_figures(trades: pd.DataFrame) -> dict[str, Any] | None:
 def _longest_run(flags: npt.NDArray[np.bool_]) -> int:
     edges = np.flatnonzero(np.diff(np.concatenate([[False], flags, [False]]).astype(np.int8)))
     return int((edges[1::2] - edges[::2]).max()) if edges.size else 0
-
-
-def by_asset(trades: pd.DataFrame, count: int = 10) -> list[dict[str, Any]]:
-    """Return the assets with the largest sums of return x entry weight, gains first.
-
-    Returns
-    -------
-    list of dict
-        ``asset``, ``trades``, ``win_rate``, ``mean`` return and ``sum``: at most `count` that
-        gained most and `count` that lost most. Empty where the table has no entry weights.
-    """
-    if not {_asset_column(trades), "return", "position"} <= set(trades.columns):
-        return []
-    known = trades[trades["return"].notna()]
-    if known.empty:
-        return []
-    gain = _floats(known["return"])
-    weighted = gain * np.abs(np.nan_to_num(_floats(known["position"])))
-    labels, numbers = _encoded(known[_asset_column(known)])
-    group = np.asarray(numbers)
-    total, size = np.bincount(group, weighted), np.bincount(group)
-    won, summed = np.bincount(group, gain > 0), np.bincount(group, gain)
-    order = np.argsort(-total, kind="stable")
-    chosen = order if order.size <= 2 * count else np.concatenate([order[:count], order[-count:]])
-    return [
-        {
-            "asset": labels[i],
-            "trades": int(size[i]),
-            "win_rate": float(won[i] / size[i]),
-            "mean": float(summed[i] / size[i]),
-            "sum": float(total[i]),
-        }
-        for i in chosen
-    ]
 
 
 def price_paths(report: Report, budget: int) -> dict[str, Any] | None:
@@ -186,7 +174,7 @@ def price_paths(report: Report, budget: int) -> dict[str, Any] | None:
         None is a close that is missing. None where the market has no closes for these trades.
     """
     trades = report.trades
-    needed = {_asset_column(trades), "entry_date", "exit_date", "return"}
+    needed = {asset_column(trades), "entry_date", "exit_date", "return"}
     if not needed <= set(trades.columns) or trades.empty:
         return None
     with _default_context.override(_loaded_datasets=set(_default_context._loaded_datasets)):
@@ -235,7 +223,7 @@ def _paths(
     prices = close.to_numpy(dtype=np.float64)
     side = np.ones(len(trades))
     if "position" in trades.columns:
-        side = np.where(_floats(trades["position"]) < 0, -1.0, 1.0)
+        side = np.where(floats(trades["position"]) < 0, -1.0, 1.0)
     pieces = []
     for i in chosen:
         first, last, column = places.first[i], places.last[i], places.column[i]

@@ -4,7 +4,7 @@ import { el } from "./dom.js";
 import { percent, share, whole } from "./format.js";
 import { benchmarkLabel } from "./heading.js";
 import { facts } from "./store.js";
-import { defined, table } from "./table.js";
+import { besideItself, defined, table } from "./table.js";
 import { has, marketName, t } from "./text.js";
 
 export function renderLiquidity() {
@@ -36,7 +36,7 @@ export function renderLiquidity() {
 }
 
 export function renderCosts() {
-  return [el("div", { class: "pair" }, costTable(), activityTable())];
+  return [el("div", { class: "pair" }, costTable(), turnoverFigure()), activityTable()].flat();
 }
 
 function costTable() {
@@ -48,14 +48,18 @@ function costTable() {
     { label: t("rate"), number: true, text: ([, rate]) => (rate === undefined ? "" : share(rate)) }];
   if (known) columns.push({ label: t("paid"), number: true, text: ([, , sum]) => percent(sum) });
   const foot = known ? [["cost_total", undefined, paid.total]] : [];
-  const turnover = paid.turnover === null ? null : el("dl", { class: "dates" },
-    el("div", {}, el("dt", {}, defined("turnover")), el("dd", {}, percent(paid.turnover, 0))));
-  return el("div", {}, table(t("costs_paid"), columns, rows, { foot }), turnover,
-    known ? el("p", { class: "note" }, t("costs_note")) : null);
+  return el("div", {}, table(t("costs_paid"), columns, rows, { foot }));
+}
+
+function turnoverFigure() {
+  const { turnover, total } = facts.costs;
+  const figure = turnover === null ? null : el("dl", { class: "dates" },
+    el("div", {}, el("dt", {}, defined("turnover")), el("dd", {}, percent(turnover, 0))));
+  return el("div", {}, figure, total === null ? null : el("p", { class: "note" }, t("costs_note")));
 }
 
 function activityTable() {
-  if (!facts.activity.length) return null;
+  if (!facts.activity.length) return [];
   const columns = [{ label: t("year"), text: (row) => row.year },
     { label: t("yearly_turnover"), number: true, text: (row) => percent(row.turnover, 0) }];
   if (facts.activity.some((row) => row.entered !== null)) {
@@ -63,7 +67,7 @@ function activityTable() {
       { label: t("fill_exit"), number: true, text: (row) => whole(row.left) });
   }
   const rows = [...facts.activity].reverse();
-  return el("div", {}, table(t("turnover_by_year"), columns, rows), el("p", { class: "note" }, t("yearly_turnover_note")));
+  return [besideItself(t("turnover_by_year"), columns, rows), el("p", { class: "note" }, t("yearly_turnover_note"))];
 }
 
 const FRACTION_SETTINGS = /_ratio$|^stop_loss$|^take_profit$|^trail_stop$|^position_limit$/;

@@ -41,9 +41,11 @@ export function forgetCharts() {
 }
 
 // The buttons are named one by one: the library's own choice has one that would send the data away.
-const CONFIG = { displaylogo: false, responsive: true, displayModeBar: "hover", plotlyServerURL: "",
-  showSendToCloud: false,
+const CONFIG = { displaylogo: false, responsive: true, plotlyServerURL: "", showSendToCloud: false,
   modeBarButtons: [["toImage", "zoom2d", "pan2d", "zoomIn2d", "zoomOut2d", "resetScale2d"]] };
+
+/** Where nothing hovers the bar would always stand, on the names of the legend. */
+const config = () => ({ ...CONFIG, displayModeBar: onTouch() || isNarrow() ? false : "hover" });
 
 export function draw(entry) {
   const { data, layout } = entry.build();
@@ -52,7 +54,7 @@ export function draw(entry) {
     full[name] = { ...axisStyle(), ...full[name] };
   }
   if (printing()) [full.width, full.autosize] = [entry.node.clientWidth, false];
-  window.Plotly.react(entry.node, data, full, CONFIG);
+  window.Plotly.react(entry.node, data, full, config());
   entry.node.dataset.drawn = "true";
   if (!entry.drawn && entry.ready) entry.ready(entry.node);
   entry.drawn = true;

@@ -1,8 +1,8 @@
 // The page that sets several reports side by side.
 
 import { byId, choices, el, replaceContent } from "./dom.js";
-import { chart, colours, isNarrow, line, redraw } from "./charts.js";
-import { gain, rangeOptions, rangeRows, rowsOfEvent, valueRange } from "./equity.js";
+import { chart, colours, line, redraw } from "./charts.js";
+import { gain, rangeOptions, rangeRows, rowsOfEvent, valueAxis } from "./equity.js";
 import { figure, isoDay, number, percent, signedPercent, whole } from "./format.js";
 import { renderFooter, renderTools } from "./heading.js";
 import { drawdowns, rebased } from "./maths.js";
@@ -116,8 +116,7 @@ function curvesFigure(curves, dates, falls, { first, last, scale }) {
   const most = (numbers) => numbers.reduce((a, b) => Math.max(a, b), -Infinity);
   return { data, layout: {
     xaxis: { type: "date", range: [dates[first], dates[last]], anchor: "y2", hoverformat: "%Y-%m-%d" },
-    yaxis: { domain: [0.34, 1], type: scale, title: { text: isNarrow() ? "" : t("value") },
-             range: valueRange(least(shown), most(shown), scale), tickformat: ",.3~r", nticks: 8 },
+    yaxis: valueAxis(least(shown), most(shown), scale),
     yaxis2: { domain: [0, 0.28], title: { text: t("drawdown") }, tickformat: ".0%", anchor: "x",
               range: [Math.min(least(seen(falls)) * 1.08, -0.001), 0], fixedrange: true },
   } };

@@ -2,9 +2,9 @@
 
 import { choices, el, replaceContent } from "./dom.js";
 import { chart, colours, isNarrow, line, redraw } from "./charts.js";
-import { dayOf, isoDay, percent, signedPercent, whole } from "./format.js";
+import { dayOf, isoDay, percent, signedPercent, tickText, whole } from "./format.js";
 import { benchmarkLabel } from "./heading.js";
-import { drawdowns, rebased } from "./maths.js";
+import { axisTicks, drawdowns, rebased } from "./maths.js";
 import { facts } from "./store.js";
 import { table } from "./table.js";
 import { t } from "./text.js";
@@ -132,18 +132,21 @@ function equityLayout(series, dates, curves, falls, view) {
   const xaxis = { type: "date", range: [dates[first], dates[last]], anchor: "y2", hoverformat: "%Y-%m-%d" };
   return {
     xaxis, hovermode: "x unified",
-    yaxis: { domain: [0.34, 1], type: scale, title: { text: isNarrow() ? "" : t("value") }, range: valueRange(low, high, scale),
-             ...(scale === "log" ? { nticks: 8, tickformat: ",.3~r" } : { tickformat: ",.3~r" }) },
+    yaxis: valueAxis(low, high, scale),
     yaxis2: { domain: [0, 0.28], title: { text: t("drawdown") }, tickformat: ".0%", anchor: "x",
               range: [Math.min(deepest * 1.08, -0.001), 0], fixedrange: true },
     ...marks(view, dates),
   };
 }
 
-export function valueRange(low, high, scale) {
+/** It follows what is in view, so it is not zoomed itself. */
+export function valueAxis(low, high, scale) {
   const [a, b] = scale === "log" ? [Math.log10(low), Math.log10(high)] : [low, high];
   const margin = (b - a || Math.abs(b) * 0.01 || 1) * 0.05;
-  return [a - margin, b + margin];
+  const range = [a - margin, b + margin];
+  const ticks = axisTicks(...(scale === "log" ? range.map((power) => 10 ** power) : range), scale);
+  return { domain: [0.34, 1], type: scale, title: { text: isNarrow() ? "" : t("value") }, range,
+           tickmode: "array", tickvals: ticks, ticktext: ticks.map(tickText), fixedrange: true };
 }
 
 function marks(view, dates) {
@@ -151,7 +154,8 @@ function marks(view, dates) {
   const shapes = [], annotations = [];
   if (view.marks) {
     facts.drawdowns.slice(0, 5).forEach((fall, i) => {
-      shapes.push({ type: "rect", xref: "x", yref: "paper", x0: fall.start, x1: fall.end ?? dates.at(-1),
+      const end = shadedUntil(fall, dates);
+      if (end) shapes.push({ type: "rect", xref: "x", yref: "paper", x0: fall.start, x1: end,
                     y0: 0, y1: 1, fillcolor: c.shade, opacity: 0.45, line: { width: 0 }, layer: "below" });
       annotations.push(mark(fall.valley, 0.3, `${i + 1}`, c.text));
     });
@@ -164,6 +168,13 @@ function marks(view, dates) {
     annotations.push({ ...mark(start, 1, t("live_from", { date: start }), c.live), xanchor: isLate ? "right" : "left" });
   }
   return { shapes, annotations };
+}
+
+/** A shade over most of the chart tells nothing: a long drawdown is shaded while it deepens, or not. */
+function shadedUntil(fall, dates) {
+  const most = (dayOf(dates.at(-1)) - dayOf(dates[0])) / 3;
+  const isShort = (end) => dayOf(end) - dayOf(fall.start) <= most;
+  return [fall.end ?? dates.at(-1), fall.valley].find(isShort) ?? null;
 }
 
 const mark = (x, y, text, colour) => ({ x, y, xref: "x", yref: "paper", yanchor: y === 1 ? "top" : "middle",

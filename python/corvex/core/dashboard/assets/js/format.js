@@ -35,6 +35,8 @@ export const share = (value) => `${Number((value * 100).toFixed(6))}%`;
 
 const prices = new Intl.NumberFormat("en-US", { maximumSignificantDigits: 6 });
 
+export const tickText = (value) => prices.format(value);
+
 export const price = (value) => formatted(value, (x) => prices.format(x));
 
 const NUMBERS = /sharpe|sortino|skew|kurt|calmar|^beta$|correlation|information|payoff|profit_factor|^tail_ratio$|^omega$/;

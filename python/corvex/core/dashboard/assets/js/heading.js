@@ -28,7 +28,7 @@ export function renderTools(change) {
   for (const node of document.querySelectorAll("[data-text]")) node.textContent = t(node.dataset.text);
 }
 
-const HEADLINES = ["total_return", "cagr", "daily_vol", "daily_sharpe", "daily_sortino",
+const HEADLINES = ["total_return", "cagr", "daily_mean", "daily_vol", "daily_sharpe", "daily_sortino",
                    "max_drawdown", "calmar"];
 const RELATIVE = ["alpha", "beta"];
 
@@ -58,7 +58,15 @@ function notes() {
   const lines = [t("convention", { periods, riskfree: percent(riskfree, 1) })];
   if (!facts.stats.benchmark) lines.push(t("no_benchmark"));
   if (from) lines.push(t("benchmark_from", { date: from }));
+  if (facts.stats.benchmark) lines.push(...benchmarkNotes());
+  lines.push(...facts.meta.notes.map((note) => note[currentLanguage()] ?? note.en ?? note));
   return lines.map((line) => el("p", { class: "note" }, line));
+}
+
+function benchmarkNotes() {
+  const { benchmark_default: isDefault, price_index: isPriceIndex } = facts.meta;
+  return [isDefault && t("benchmark_default", { benchmark: benchmarkLabel() }),
+          isPriceIndex && t("benchmark_price_index", { benchmark: benchmarkLabel() })].filter(Boolean);
 }
 
 export function renderFooter() {

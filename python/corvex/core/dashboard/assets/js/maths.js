@@ -70,3 +70,59 @@ export function rollingBeta(own, market, size) {
   return cross.map((c, i) =>
     c === null || variance[i] < 1e-15 ? null : (c - (ownSums[i] * marketSums[i]) / size) / variance[i]);
 }
+
+const FIELDS = 70;
+
+/** Equal fields over the middle 99.6 % of the values: one far off would ask for millions of them. */
+function fieldsOf(values) {
+  const ordered = Float64Array.from(values).sort();
+  const at = (part) => ordered[Math.round(part * (ordered.length - 1))];
+  const [low, high] = [at(0.002), at(0.998)];
+  const view = high > low ? [low, high] : [low - 1e-3, low + 1e-3];
+  const width = (view[1] - view[0]) / FIELDS;
+  const place = (value) => (value < view[0] || value > view[1] ? -1
+    : Math.min(Math.floor((value - view[0]) / width), FIELDS - 1));
+  return { view, middles: Array.from({ length: FIELDS }, (_, i) => view[0] + (i + 0.5) * width), place };
+}
+
+/** How many pairs lie in each field (rows: y), and the places of the pairs `outside` of them. */
+export function countedFields(xs, ys) {
+  const [x, y] = [fieldsOf(xs), fieldsOf(ys)];
+  const counts = y.middles.map(() => x.middles.map(() => 0));
+  const outside = [];
+  xs.forEach((value, i) => {
+    const [column, row] = [x.place(value), y.place(ys[i])];
+    if (column < 0 || row < 0) outside.push(i);
+    else counts[row][column] += 1;
+  });
+  return { x, y, counts, outside };
+}
+
+/** Round values for the labels of an axis, none nearer to the next than a part of the axis. */
+export function axisTicks(low, high, scale) {
+  const place = scale === "log" ? Math.log : (value) => value;
+  const room = (place(high) - place(low)) / 15;
+  const chosen = [];
+  for (const value of scale === "log" && high / low > 8 ? decades(low, high) : steps(low, high)) {
+    const last = chosen.at(-1);
+    if (last === undefined || place(value) - place(last) >= room) chosen.push(value);
+  }
+  return chosen;
+}
+
+function steps(low, high) {
+  const rough = (high - low) / 7;
+  const size = 10 ** Math.floor(Math.log10(rough));
+  const step = size * [1, 2, 5, 10].find((n) => n * size >= rough);
+  const first = Math.ceil(low / step);
+  return Array.from({ length: Math.floor(high / step) - first + 1 }, (_, i) => (first + i) * step);
+}
+
+/** 1, 2, 5, 10, ... or, over many decades, powers of ten alone. */
+function decades(low, high) {
+  const [first, last] = [Math.floor(Math.log10(low)), Math.ceil(Math.log10(high))];
+  const digits = last - first > 5 ? [1] : [1, 2, 5];
+  const every = Math.ceil((last - first) / 10);
+  const powers = Array.from({ length: last - first + 1 }, (_, i) => first + i).filter((n) => n % every === 0);
+  return powers.flatMap((power) => digits.map((n) => n * 10 ** power)).filter((x) => x >= low && x <= high);
+}

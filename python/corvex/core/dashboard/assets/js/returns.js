@@ -1,7 +1,7 @@
 // Returns by year and month.
 
 import { choices, el, replaceContent } from "./dom.js";
-import { chart, chartText, colours } from "./charts.js";
+import { chart, chartText, colours, isNarrow } from "./charts.js";
 import { number } from "./format.js";
 import { benchmarkLabel } from "./heading.js";
 import { facts } from "./store.js";
@@ -23,6 +23,13 @@ export function renderReturns() {
 }
 
 const own = (row) => row;
+
+/** As many years as have room beside each other. */
+function spacedTicks(years) {
+  const every = Math.ceil(years.length / (isNarrow() ? 8 : 24));
+  const shown = years.filter((_, i) => (years.length - 1 - i) % every === 0);
+  return { tickvals: shown, ticktext: shown };
+}
 
 function difference(row) {
   if (!row.benchmark) return null;
@@ -76,6 +83,6 @@ function yearFigure(years) {
   if (years.some((row) => row.benchmark)) {
     data.push(bars(benchmarkLabel(), years.map((row) => row.benchmark?.total ?? null), c.market));
   }
-  return { data, layout: { xaxis: { type: "category", tickmode: "array", tickvals: x, ticktext: x },
+  return { data, layout: { xaxis: { type: "category", tickmode: "array", ...spacedTicks(x) },
                            yaxis: { tickformat: ".0%" }, bargap: 0.25, barmode: "group" } };
 }

@@ -23,6 +23,16 @@ export function table(caption, columns, rows, { foot = [], className = "" } = {}
 export const scrolling = (label, content) =>
   el("div", { class: "scroll", tabindex: "0", role: "region", "aria-label": label }, content);
 
+const ROWS_IN_ONE = 8;
+
+/** A long narrow table would leave half of the page blank: it goes on beside itself. */
+export function besideItself(caption, columns, rows, options = {}) {
+  const half = rows.length > ROWS_IN_ONE ? Math.ceil(rows.length / 2) : rows.length;
+  const parts = [rows.slice(0, half), rows.slice(half)].filter((part) => part.length);
+  return el("div", { class: "pair" }, parts.map((part, i) =>
+    table(caption, columns, part, i === parts.length - 1 ? options : {})));
+}
+
 export function tableRow(columns, row) {
   return el("tr", {}, columns.map((column, i) => {
     const tag = i === 0 && column.header !== false ? "th" : "td";

@@ -3,19 +3,18 @@
 import { el, replaceContent, select } from "./dom.js";
 import { chart, chartText, colours, drawLater, line } from "./charts.js";
 import { figure, isoDay, isoMinute, orMissing, percent, price, signedPercent, whole } from "./format.js";
+import { countedFields } from "./maths.js";
 import { facts } from "./store.js";
-import { defined, scrolling, table } from "./table.js";
+import { besideItself, defined, scrolling, table } from "./table.js";
 import { has, t } from "./text.js";
 
-const FRACTIONS = ["return", "position", "mae", "mfe", "mfe_before_mae", "max_drawdown"];
-const UNIT = 1e-5;
+const UNITS = { return: 1e-8, position: 1e-5, mae: 1e-5, mfe: 1e-5, mfe_before_mae: 1e-5, max_drawdown: 1e-5 };
 const MANY = 2500;
 
 /** The trade table as it travels, with readers for its cells. */
 export function tradeBook(columns) {
   const date = columns.unit === "day" ? isoDay : isoMinute;
   const cell = (name, i) => columns[name]?.[i] ?? null;
-  const fraction = (name, i) => (cell(name, i) === null ? null : cell(name, i) * UNIT);
   return {
     count: columns.count,
     has: (name) => name in columns,
@@ -23,7 +22,7 @@ export function tradeBook(columns) {
     reason: (i) => columns.reasons?.[columns.reason[i]] ?? "",
     date: (name, i) => date(cell(name, i)),
     time: (name, i) => cell(name, i) ?? Infinity,
-    value: (name, i) => (FRACTIONS.includes(name) ? fraction(name, i) : cell(name, i)),
+    value: (name, i) => (cell(name, i) === null ? null : cell(name, i) * (UNITS[name] ?? 1)),
     isOpen: (i) => cell("exit_date", i) === null,
   };
 }
@@ -85,7 +84,7 @@ export function renderTrades(series) {
   };
   show();
   return [figuresOfTrades(), controls(book, columns, state, texts, show), status, place,
-          el("p", { class: "note" }, t("trades_note")), summaries(book)];
+          el("p", { class: "note" }, `${t("trades_note")} ${t(`prices_${facts.meta.prices}`)} ${t("trades_hint")}`), ...summaries(book)];
 }
 
 function searchText(book, i) {
@@ -239,20 +238,23 @@ function figuresOfTrades() {
 }
 
 function summaries(book) {
-  const parts = [];
-  if (facts.assets.length > 1) parts.push(assetTable());
-  if (book.has("reason")) parts.push(reasonTable(book));
-  return parts.length ? el("div", { class: "pair" }, parts) : null;
+  return [...(facts.assets?.rows.length > 1 ? assetTable() : []),
+          book.has("reason") ? el("div", { class: "pair" }, reasonTable(book)) : null];
 }
 
 function assetTable() {
-  return el("div", {}, table(t("by_asset"), [
+  const { rows, others, costs, total } = facts.assets;
+  const columns = [
     { label: t("asset"), text: (row) => row.asset },
-    { label: t("trades_count"), number: true, text: (row) => whole(row.trades) },
-    { label: defined("win_rate"), number: true, text: (row) => percent(row.win_rate, 1) },
-    { label: defined("expectancy"), number: true, text: (row) => percent(row.mean) },
-    { label: t("contribution"), number: true, text: (row) => signedPercent(row.sum) },
-  ], facts.assets), el("p", { class: "note" }, t("by_asset_note")));
+    { label: t("trades_count"), number: true, text: (row) => ("trades" in row ? whole(row.trades) : "") },
+    { label: defined("win_rate"), number: true, text: (row) => ("trades" in row ? percent(row.win_rate, 1) : "") },
+    { label: defined("expectancy"), number: true, text: (row) => ("trades" in row ? percent(row.mean) : "") },
+  ];
+  if (total === null) return [besideItself(t("by_asset"), columns, rows)];
+  columns.push({ label: t("contribution"), number: true, text: (row) => signedPercent(row.sum) });
+  const foot = [others && { asset: t("other_assets", { count: whole(others.count) }), sum: others.sum },
+    { asset: t("cost_total_row"), sum: costs }, { asset: t("total"), sum: total }].filter(Boolean);
+  return [besideItself(t("by_asset"), columns, rows, { foot }), el("p", { class: "note" }, t("by_asset_note"))];
 }
 
 function reasonTable(book) {
@@ -284,43 +286,34 @@ export function renderExcursions(series) {
   return [el("div", { class: "pair" }, plots), el("p", { class: "note" }, note)];
 }
 
-const excursionAxes = (name) => ({ xaxis: { tickformat: ".0%", title: { text: t(name) } },
-                                   yaxis: { tickformat: ".0%", title: { text: t("return") } } });
+const excursionAxes = (name) => ({ xaxis: { tickformat: "~%", title: { text: t(name) } },
+                                   yaxis: { tickformat: "~%", title: { text: t("return") } } });
 
 /** So many points would each be an element of the page: they are counted in fields instead. */
 function density(book, closed, name) {
   const c = colours();
-  const [x, y] = [name, "return"].map((key) => fieldsOf(closed.map((i) => book.value(key, i) ?? 0)));
-  const counts = y.middles.map(() => x.middles.map(() => null));
-  closed.forEach((_, i) => { counts[y.place[i]][x.place[i]] += 1; });
+  const { x, y, counts, outside } = countedFields(
+    closed.map((i) => book.value(name, i) ?? 0), closed.map((i) => book.value("return", i)));
   const { xaxis, yaxis } = excursionAxes(name);
-  return {
-    data: [{ type: "heatmap", x: x.middles, y: y.middles, z: counts.map((row) => row.map((n) => n && Math.log10(n))),
-      text: counts, colorscale: [[0, c.grid], [0.25, c.market], [1, c.own]], showscale: false,
-      hovertemplate: "%{text} · %{x:.1%} → %{y:.1%}<extra></extra>" }],
-    layout: { hovermode: "closest", xaxis: { ...xaxis, range: x.view }, yaxis: { ...yaxis, range: y.view } },
-  };
-}
-
-/** Equal fields, 70 of them over the middle 99.6 % of the values, which is also the view. */
-function fieldsOf(values) {
-  const ordered = [...values].sort((a, b) => a - b);
-  const at = (part) => ordered[Math.round(part * (ordered.length - 1))];
-  const view = [at(0.002), at(0.998)];
-  const width = (view[1] - view[0]) / 70 || 1e-4;
-  const field = (value) => Math.floor((value - ordered[0]) / width);
-  const middles = Array.from({ length: field(ordered.at(-1)) + 1 }, (_, i) => ordered[0] + (i + 0.5) * width);
-  return { middles, view, place: values.map(field) };
+  const counted = { type: "heatmap", x: x.middles, y: y.middles,
+    z: counts.map((row) => row.map((n) => (n ? Math.log10(n) : null))), text: counts,
+    colorscale: [[0, c.grid], [0.25, c.market], [1, c.own]], showscale: false,
+    hovertemplate: "%{text} · %{x:.1%} → %{y:.1%}<extra></extra>" };
+  const rest = points(book, outside.map((at) => closed[at]), name, { color: c.loss, size: 5 });
+  return { data: [counted, { ...rest, showlegend: false }],
+    layout: { hovermode: "closest", xaxis: { ...xaxis, range: x.view }, yaxis: { ...yaxis, range: y.view } } };
 }
 
 function scatter(book, closed, name) {
   const c = colours();
-  const group = (label, rows, colour) => ({ type: "scatter", mode: "markers", name: label,
-    x: rows.map((i) => book.value(name, i)), y: rows.map((i) => book.value("return", i)),
-    text: rows.map((i) => `${chartText(book.asset(i))} ${book.date("entry_date", i) ?? ""}`),
-    marker: { color: colour, size: closed.length > 1000 ? 4 : 6, opacity: 0.6 },
-    hovertemplate: "%{text}<br>%{x:.2%} → %{y:.2%}<extra></extra>" });
+  const group = (label, rows, colour) => ({ name: label, ...points(book, rows, name,
+    { color: colour, size: closed.length > 1000 ? 4 : 6, opacity: 0.6 }) });
   const isWon = (i) => book.value("return", i) > 0;
   return { data: [group(t("won"), closed.filter(isWon), c.gain), group(t("lost"), closed.filter((i) => !isWon(i)), c.loss)],
     layout: { hovermode: "closest", ...excursionAxes(name) } };
 }
+
+const points = (book, rows, name, marker) => ({ type: "scatter", mode: "markers", marker,
+  x: rows.map((i) => book.value(name, i)), y: rows.map((i) => book.value("return", i)),
+  text: rows.map((i) => `${chartText(book.asset(i))} ${book.date("entry_date", i) ?? ""}`),
+  hovertemplate: "%{text}<br>%{x:.2%} → %{y:.2%}<extra></extra>" });

@@ -1,0 +1,90 @@
+"""What each asset brought: its trades, and its exact part of the return."""
+
+from __future__ import annotations
+
+from typing import TYPE_CHECKING, Any
+
+import numpy as np
+import pandas as pd
+
+from corvex.core.dashboard.trades import asset_column, encoded, floats
+from corvex.data.context import _default_context
+
+if TYPE_CHECKING:
+    from corvex.core.report import Report
+
+__all__ = ["by_asset"]
+
+
+def by_asset(report: Report, count: int = 10) -> dict[str, Any] | None:
+    """Return the assets that gained and lost most, so that the parts add up to the return.
+
+    Parameters
+    ----------
+    count : int
+        So many from either end; the others are one row together.
+
+    Returns
+    -------
+    dict or None
+        ``rows`` of ``asset``, ``trades`` and ``win_rate``, ``mean`` return (None of an asset
+        without a trade that has one) and ``sum``, the part of the return in units of the first
+        equity; ``others`` (their ``count`` and ``sum``), ``costs`` and ``total``. Without prices
+        in the market the sums are None, and the assets with most trades are shown. None without
+        trades.
+    """
+    trades = _summed(report.trades)
+    if trades is None:
+        return None
+    parts = _contributions(report)
+    if parts is None:
+        order = sorted(trades, key=lambda label: -trades[label]["trades"])
+        rows = [_row(label, trades, None) for label in order[: 2 * count]]
+        return {"rows": rows, "others": None, "costs": None, "total": None}
+    assets, costs = parts.iloc[:-1], float(parts.iloc[-1])
+    labels = list(assets.index)  # largest first
+    few = len(labels) <= 2 * count
+    shown, rest = (labels, []) if few else (labels[:count] + labels[-count:], labels[count:-count])
+    return {
+        "rows": [_row(label, trades, float(assets[label])) for label in shown],
+        "others": {"count": len(rest), "sum": float(assets[rest].sum())} if rest else None,
+        "costs": costs,
+        "total": float(parts.sum()),
+    }
+
+
+def _summed(trades: pd.DataFrame) -> dict[str, dict[str, Any]] | None:
+    """Describe the trades of each asset that have a return, by its label."""
+    if not {asset_column(trades), "return"} <= set(trades.columns):
+        return None
+    known = trades[trades["return"].notna()]
+    if known.empty:
+        return None
+    gain = floats(known["return"])
+    labels, numbers = encoded(known[asset_column(known)])
+    size = np.bincount(numbers)
+    columns = (size, np.bincount(numbers, gain > 0) / size, np.bincount(numbers, gain) / size)
+    rows = zip(labels, *(column.tolist() for column in columns), strict=True)
+    return {
+        label: {"trades": count, "win_rate": won, "mean": mean} for label, count, won, mean in rows
+    }
+
+
+def _contributions(report: Report) -> pd.Series | None:
+    """Return the parts of the return by label, the costs last; None where they are unknown."""
+    from corvex.attribution import contributions
+
+    loaded = set(_default_context._loaded_datasets)
+    with _default_context.override(_loaded_datasets=loaded):
+        try:
+            parts = contributions(report)
+        except (LookupError, ValueError):  # a market without prices of the assets
+            return None
+    assert isinstance(parts, pd.Series)
+    parts = parts.set_axis(pd.Index([str(label) for label in parts.index], dtype=object))
+    return parts if parts.index.is_unique else None
+
+
+def _row(label: str, trades: dict[str, dict[str, Any]], part: float | None) -> dict[str, Any]:
+    known = trades.get(label, {"trades": 0, "win_rate": None, "mean": None})
+    return {"asset": label, **known, "sum": part}
