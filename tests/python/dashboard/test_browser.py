@@ -205,9 +205,9 @@ def test_ten_thousand_trades_are_paged_and_counted_in_fields(open_page, many_tra
     many_trades.trades.loc[5000, ["return", "mfe"]] = 19.0
     page = open_page(many_trades)
     assert page.locator("#trades .found").inner_text().startswith("10,000 of 10,000")
-    shown = page.locator("#excursions .chart").evaluate_all("""all => all.map(({data: [fields, far]}) =>
-        [fields.text.flat().length, fields.text.flat().reduce((sum, n) => sum + n, far.x.length),
-         Math.max(...far.y)])""")
+    shown = page.locator("#excursions .chart").evaluate_all("""all => all.map(
+        ({data: [fields, far]}) => [fields.text.flat().length,
+            fields.text.flat().reduce((sum, n) => sum + n, far.x.length), Math.max(...far.y)])""")
     assert shown == [[4900, 10_000, 19]] * 2
     page.locator("#trade-table tbody tr").first.click()
     assert page.locator("#trades .excursion").get_attribute("aria-label")

@@ -39,7 +39,6 @@ def exposure(report: Report) -> dict[str, Any] | None:
         "gross": np.round(np.abs(kept).sum(axis=1), 4).tolist(),
         "net": np.round(kept.sum(axis=1), 4).tolist(),
         "count": np.count_nonzero(kept, axis=1).tolist(),
-        "turnover": _turnover_by_year(kept, wall_days(report.position.index[rows])),
         "time_in_market": float(np.mean((table != 0).any(axis=1))),
         "mean_gross": float(np.abs(table).sum(axis=1).mean()),
         "mean_net": float(table.sum(axis=1).mean()),
@@ -48,25 +47,24 @@ def exposure(report: Report) -> dict[str, Any] | None:
     }
 
 
-def _turnover_by_year(kept: Floats, days: npt.NDArray[np.int64]) -> dict[str, float]:
-    """Half of the absolute changes of the target weights, by year."""
-    moved = np.abs(np.diff(kept, axis=0, prepend=np.zeros((1, kept.shape[1])))).sum(axis=1) / 2
-    years = days.astype("datetime64[D]").astype("datetime64[Y]").astype(str)
-    return {str(year): round(float(moved[years == year].sum()), 6) for year in np.unique(years)}
+def yearly_activity(report: Report) -> list[dict[str, Any]]:
+    """Return for each year of the curve its turnover and the trades entered and left in it.
 
+    The turnover is that of `corvex.turnover`: half of what was bought and sold over the equity.
+    """
+    from corvex.attribution import turnover  # it needs the simulation, which needs the report
 
-def yearly_activity(report: Report, turnover: dict[str, float]) -> list[dict[str, Any]]:
-    """Return for each year its turnover and the trades entered and left in it."""
     entered = _count_by_year(report.trades, "entry_date")
     left = _count_by_year(report.trades, "exit_date")
+    moved = turnover(report, "YE")["turnover"]
     return [
         {
-            "year": year,
-            "turnover": moved,
-            "entered": entered.get(year, 0) if entered is not None else None,
-            "left": left.get(year, 0) if left is not None else None,
+            "year": str(date.year),
+            "turnover": float(share),
+            "entered": entered.get(str(date.year), 0) if entered is not None else None,
+            "left": left.get(str(date.year), 0) if left is not None else None,
         }
-        for year, moved in turnover.items()
+        for date, share in zip(moved.index, moved, strict=True)
     ]
 
 

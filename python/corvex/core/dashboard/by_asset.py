@@ -29,10 +29,13 @@ def by_asset(report: Report, count: int = 10) -> dict[str, Any] | None:
     dict or None
         ``rows`` of ``asset``, ``trades`` and ``win_rate``, ``mean`` return (None of an asset
         without a trade that has one) and ``sum``, the part of the return in units of the first
-        equity; ``others`` (their ``count`` and ``sum``), ``costs`` and ``total``. Without prices
-        in the market the sums are None, and the assets with most trades are shown. None without
-        trades.
+        equity; ``others`` (their ``count`` and ``sum``), ``costs``, what else moved the equity
+        (``rest``, None where nothing did) and ``total``; ``estimated`` where the report keeps no
+        fills. Without prices in the market ``total`` is None, there are no sums, and the assets
+        with most trades are shown. None without trades.
     """
+    from corvex.attribution import COSTS, OTHER  # it needs the simulation, which needs the report
+
     trades = _summed(report.trades)
     if trades is None:
         return None
@@ -40,16 +43,19 @@ def by_asset(report: Report, count: int = 10) -> dict[str, Any] | None:
     if parts is None:
         order = sorted(trades, key=lambda label: -trades[label]["trades"])
         rows = [_row(label, trades, None) for label in order[: 2 * count]]
-        return {"rows": rows, "others": None, "costs": None, "total": None}
-    assets, costs = parts.iloc[:-1], float(parts.iloc[-1])
+        return {"rows": rows, "total": None}
+    extra = [label for label in parts.index[-2:] if label in (COSTS, OTHER)]
+    assets = parts.iloc[: len(parts) - len(extra)]
     labels = list(assets.index)  # largest first
     few = len(labels) <= 2 * count
     shown, rest = (labels, []) if few else (labels[:count] + labels[-count:], labels[count:-count])
     return {
         "rows": [_row(label, trades, float(assets[label])) for label in shown],
         "others": {"count": len(rest), "sum": float(assets[rest].sum())} if rest else None,
-        "costs": costs,
+        "costs": float(parts[COSTS]),
+        "rest": float(parts[OTHER]) if OTHER in extra else None,
         "total": float(parts.sum()),
+        "estimated": bool(parts.attrs.get("estimated")),
     }
 
 

@@ -94,7 +94,7 @@ def collect(report: Report, riskfree_rate: float | None = None) -> Dataset:
         "holdings": holdings(report),
         "freshness": freshness(report),
         "exposure": _exposure_figures(held),
-        "activity": [] if held is None else yearly_activity(report, held["turnover"]),
+        "activity": yearly_activity(report) if len(report.creturn) else [],
         "costs": costs(report),
         "assumptions": assumptions(report),
         "liquidity": liquidity(report),

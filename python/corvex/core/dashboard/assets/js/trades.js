@@ -243,7 +243,7 @@ function summaries(book) {
 }
 
 function assetTable() {
-  const { rows, others, costs, total } = facts.assets;
+  const { rows, others, costs, rest, total, estimated } = facts.assets;
   const columns = [
     { label: t("asset"), text: (row) => row.asset },
     { label: t("trades_count"), number: true, text: (row) => ("trades" in row ? whole(row.trades) : "") },
@@ -253,8 +253,10 @@ function assetTable() {
   if (total === null) return [besideItself(t("by_asset"), columns, rows)];
   columns.push({ label: t("contribution"), number: true, text: (row) => signedPercent(row.sum) });
   const foot = [others && { asset: t("other_assets", { count: whole(others.count) }), sum: others.sum },
+    rest === null ? null : { asset: t("other_moves"), sum: rest },
     { asset: t("cost_total_row"), sum: costs }, { asset: t("total"), sum: total }].filter(Boolean);
-  return [besideItself(t("by_asset"), columns, rows, { foot }), el("p", { class: "note" }, t("by_asset_note"))];
+  const note = estimated ? `${t("by_asset_note")} ${t("by_asset_estimated")}` : t("by_asset_note");
+  return [besideItself(t("by_asset"), columns, rows, { foot }), el("p", { class: "note" }, note)];
 }
 
 function reasonTable(book) {
