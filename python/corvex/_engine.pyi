@@ -126,9 +126,9 @@ def period_last_sessions(sessions: _Ints, rule: str) -> _Ints:
         Nanoseconds since the epoch in the market's local time, strictly ascending.
     rule : str
         A pandas frequency alias, old or new: "D", "B", "W", "W-FRI", "ME"/"M", "QE"/"Q",
-        "QE-JAN", "YE"/"Y"/"A", the begin and business forms of these ("MS", "BME", ...), "h",
-        "min", "s", each with an optional multiple ("2W", "3ME"), which is counted from the
-        period of the first session, as pandas does.
+        "QE-JAN", "YE"/"Y"/"A", the business forms of these ("BME", ...), "h", "min", "s", each
+        with an optional multiple ("2W", "3ME"), which is counted from the period of the first
+        session, as pandas does.
 
     Returns
     -------

@@ -17,7 +17,6 @@ struct Alias {
     std::string_view name;
     Unit unit;
     std::int64_t length;
-    bool begin = false;
 };
 
 constexpr std::array kAliases{
@@ -32,15 +31,11 @@ constexpr std::array kAliases{
     Alias{"W", Unit::kWeek, 1},
     Alias{"M", Unit::kMonth, 1},
     Alias{"ME", Unit::kMonth, 1},
-    Alias{"MS", Unit::kMonth, 1, true},
     Alias{"Q", Unit::kMonth, 3},
     Alias{"QE", Unit::kMonth, 3},
-    Alias{"QS", Unit::kMonth, 3, true},
     Alias{"Y", Unit::kMonth, 12},
     Alias{"YE", Unit::kMonth, 12},
-    Alias{"YS", Unit::kMonth, 12, true},
     Alias{"A", Unit::kMonth, 12},
-    Alias{"AS", Unit::kMonth, 12, true},
 };
 constexpr std::array<std::string_view, 7> kWeekdays{"MON", "TUE", "WED", "THU",
                                                     "FRI", "SAT", "SUN"};
@@ -87,9 +82,8 @@ std::optional<int> anchor_of(const Alias& alias, std::string_view name) {
         const auto last = name.empty() ? std::optional{6} : position(kWeekdays, name);
         return last ? std::optional{(*last + 1) % 7} : std::nullopt;
     }
-    const auto month = name.empty() ? std::optional{alias.begin ? 0 : 11} : position(kMonths, name);
-    const int shift = alias.begin ? 0 : 1;
-    return month ? std::optional{(*month + shift) % static_cast<int>(alias.length)} : std::nullopt;
+    const auto last = name.empty() ? std::optional{11} : position(kMonths, name);
+    return last ? std::optional{(*last + 1) % static_cast<int>(alias.length)} : std::nullopt;
 }
 
 [[noreturn]] void refuse(std::string_view alias) {
@@ -119,9 +113,9 @@ PeriodRule parse_period_rule(std::string_view alias) {
         refuse(alias);
     }
     if (found->unit == Unit::kFixed) {
-        return {Unit::kFixed, found->length * multiple, 0, 1, false};
+        return {Unit::kFixed, found->length * multiple, 0, 1};
     }
-    return {found->unit, found->length, *anchor, multiple, !found->begin};
+    return {found->unit, found->length, *anchor, multiple};
 }
 
 std::int64_t period_number(const PeriodRule& rule, Nanos time, Nanos origin) {

@@ -18,17 +18,15 @@ struct PeriodRule {
     Unit unit = Unit::kFixed;
     std::int64_t length = kNanosPerDay;
     int anchor = 0;
-    std::int64_t multiple = 1;
-    /// Whether a multiple closes with the first period ("2W", "3ME") or begins with it ("3MS").
-    bool closes_right = false;
+    std::int64_t multiple = 1; ///< periods in one; the first one counted closes a multiple
 };
 
 /// The rule behind a frequency alias.
 ///
 /// Old and new names both work: "D", "B" (every session, as sessions are business days), "W",
-/// "W-MON" to "W-SUN", "ME"/"M", "QE"/"Q" with "-JAN" to "-DEC", "YE"/"Y"/"A" likewise, the begin
-/// and business forms of the three ("MS", "BME", "QS-FEB", ...), "h", "min", "s" and the older
-/// "H", "T", "S"; each with an optional leading multiple.
+/// "W-MON" to "W-SUN", "ME"/"M", "QE"/"Q" with "-JAN" to "-DEC", "YE"/"Y"/"A" likewise, the
+/// business forms of the three ("BME", ...), "h", "min", "s" and the older "H", "T", "S"; each with
+/// an optional leading multiple. The begins of months ("MS") are dates and no periods' ends.
 /// @throws std::invalid_argument for anything else.
 PeriodRule parse_period_rule(std::string_view alias);
 

@@ -10,13 +10,12 @@ namespace {
 
 /// Number of the group of `multiple` periods; `offset` counts periods from the first session's.
 std::int64_t group_of(const PeriodRule& rule, std::int64_t offset) {
-    const std::int64_t round_up = rule.closes_right ? rule.multiple - 1 : 0;
-    return (offset + round_up) / rule.multiple;
+    return (offset + rule.multiple - 1) / rule.multiple;
 }
 
 /// The first period of a group, counted as in group_of.
 std::int64_t first_of_group(const PeriodRule& rule, std::int64_t group) {
-    return group * rule.multiple - (rule.closes_right ? rule.multiple - 1 : 0);
+    return (group - 1) * rule.multiple + 1;
 }
 
 } // namespace
