@@ -13,7 +13,6 @@ from corvex.markets import get_market_by_name
 from corvex.markets.bars import has_weekends, period_before
 from corvex.simulation.assembly import Outcome, build_report
 from corvex.simulation.dates import Clock, as_dates
-from corvex.simulation.future import FutureBars
 from corvex.simulation.handover import nothing_held
 from corvex.simulation.market_choice import bind_market, choose_market
 from corvex.simulation.notices import date_text, warn
@@ -142,17 +141,17 @@ def _report(
     else:
         chosen = choose_market(market, pd.Index([_LABEL]))
     bound = bind_market(chosen, {"close": creturn.to_frame(_LABEL)}, benchmark)
-    clock = Clock(index, lambda: bound.tz)
+    clock = Clock(index, bound)
     live_start = None
     if live_performance_start is not None:
-        live_start = clock.stamp(live_performance_start, "live_performance_start")
+        live_start = clock.border(live_performance_start, "live_performance_start").date
     return build_report(
         Outcome(
             creturn=creturn.rename("creturn"),
             position=pd.DataFrame({_LABEL: 1.0}, index=index),
             trades=empty_trades(index),
             hand_over=nothing_held(),
-            next_trading_date=FutureBars(bound, clock).next_bar,
+            next_trading_date=clock.future.next_bar,
             market=bound,
             attributes={
                 "name": name,

@@ -11,7 +11,7 @@ import pandas as pd
 
 from corvex import _engine
 from corvex.core.trade_lookup import market_table
-from corvex.simulation.dates import local_nanos
+from corvex.simulation.dates import Clock
 from corvex.simulation.fills import fills_table
 from corvex.simulation.labels import match_columns
 
@@ -230,7 +230,7 @@ def _rows_after(report: Report, index: pd.DatetimeIndex) -> npt.NDArray[np.int64
     if not isinstance(rule, str):
         return np.empty(0, dtype=np.int64)
     try:
-        rows = _engine.period_last_sessions(local_nanos(index), rule) + 1
+        rows = _engine.period_last_sessions(Clock(index, report.market).wall_nanos, rule) + 1
     except ValueError:  # a frequency that is no plain period; the changed weights must do
         return np.empty(0, dtype=np.int64)
     return rows[rows < len(index)]

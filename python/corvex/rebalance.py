@@ -178,14 +178,14 @@ def _scheduled_after(resample: Any, sessions: _Sessions, done: pd.Timestamp) -> 
 def _period_end(rule: str, date: pd.Timestamp) -> pd.Timestamp | None:
     """Return the last day of the period of a frequency that holds a date, as a simulation has it.
 
-    The begin of a month names the same months as its end does: "MS" is "ME".
+    Of a frequency that names dates, such as "MS", the first one from that date on.
     """
     count = rule[: len(rule) - len(rule.lstrip("0123456789"))]
     if count not in ("", "1"):  # every second month, say, counts from a date that is not known here
         return None
     try:
         _, end = _engine.period_bounds(np.array([date.as_unit("ns").value]), rule)
-    except ValueError:  # no plain period, such as "SME" or "WOM-3FRI"
+    except ValueError:  # no plain period, such as "MS" or "WOM-3FRI"
         try:
             return pd.Timestamp(pd.tseries.frequencies.to_offset(rule).rollforward(date))
         except ValueError:

@@ -147,9 +147,45 @@ class TableStamps:
         """The date of each row on the market's calendar, as naive midnights."""
         return self._daily_dates if self.daily else self.local.normalize()
 
-    def date_of(self, when: pd.Timestamp) -> pd.Timestamp:
-        """Return the date of one stamp of the table, or of one written as these are."""
-        return local_date(when, self._zone, moment=not self.daily)
+    @cached_property
+    def keys(self) -> npt.NDArray[np.int64]:
+        """Nanoseconds that compare with those of tables in the same form.
+
+        The dates of daily rows; the moments of others, without a zone those of the market's clock.
+        """
+        return (self.local if self.daily else self.index).as_unit("ns").asi8
+
+    def between(self, start: int, stop: int) -> TableStamps:
+        """Return some of the rows, read as the whole table is."""
+        part = TableStamps(self.index[start:stop], self._zone)
+        part.daily = self.daily
+        return part
+
+    def local_of(self, when: pd.Timestamp) -> pd.Timestamp:
+        """Return one stamp, written as these are, as `local` has it."""
+        return local_date(when, self._zone) if self.daily else local_time(when, self._zone)
+
+    def written(self, local: pd.DatetimeIndex) -> pd.DatetimeIndex:
+        """Write dates, or times of the market's clock, as the stamps of this table are written."""
+        if self.daily:
+            if len(self.index) == 0 or self._starts[-1]:
+                return in_zone(local, self.index.tz)
+            last = local_time(self.index[-1], self._zone)
+            local = local + (last - last.normalize())
+        if self.index.tz is None:
+            return local
+        return in_zone(local, self.zone).tz_convert(self.index.tz)
+
+    def moments(self, dates: pd.DatetimeIndex) -> pd.DatetimeIndex:
+        """Write moments in the zone of this table, or without one as it does.
+
+        Moments without zone are those of this table's clock; a table without zone has the market's.
+        """
+        if dates.tz is None:
+            return in_zone(dates, self.index.tz)
+        if self.index.tz is None:
+            return dates.tz_convert(self.zone).tz_localize(None)
+        return dates.tz_convert(self.index.tz)
 
 
 def _name(zone: Zone) -> str:

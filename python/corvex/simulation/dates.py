@@ -6,25 +6,21 @@ than prices. Everything is brought to the prices' clock here, so that the rest c
 
 from __future__ import annotations
 
-from collections.abc import Callable
 from dataclasses import dataclass
 from functools import cached_property
-from typing import Any
+from typing import TYPE_CHECKING, Any
 
 import numpy as np
 import pandas as pd
 
-from corvex.markets.stamps import has_dates_only
+from corvex.markets.stamps import TableStamps, in_zone, is_date
+from corvex.simulation.future import FutureBars
 from corvex.simulation.notices import date_text, warn
 
-__all__ = [
-    "Clock",
-    "Stamps",
-    "as_dates",
-    "dated_table",
-    "local_nanos",
-    "nanos_of",
-]
+if TYPE_CHECKING:
+    from corvex.market import Market
+
+__all__ = ["Border", "Clock", "Stamps", "as_dates", "dated_table"]
 
 _DAY = pd.Timedelta(days=1)
 _TICK = pd.Timedelta(1, unit="ns")
@@ -74,21 +70,6 @@ def dated_table(table: pd.DataFrame, what: str) -> pd.DataFrame:
     return table
 
 
-def nanos_of(when: pd.Timestamp) -> int:
-    """A stamp as nanoseconds since the epoch, that of its own wall clock when it has no zone."""
-    return int(when.as_unit("ns").value)
-
-
-def local_nanos(index: pd.DatetimeIndex) -> np.ndarray:
-    """Local times as int64 nanoseconds, strictly rising where the index is.
-
-    The hour that a change to winter time repeats would go backwards; it is pressed together.
-    """
-    nanos = index.tz_localize(None).as_unit("ns").asi8
-    steps = np.arange(len(nanos))
-    return np.maximum.accumulate(nanos - steps) + steps if index.tz is not None else nanos
-
-
 @dataclass(frozen=True, slots=True)
 class Stamps:
     """Dates on the clock of the prices.
@@ -96,42 +77,56 @@ class Stamps:
     Attributes
     ----------
     dates : DatetimeIndex
-        The dates in the zone of the prices, or without one where these have none.
+        The dates as the prices write theirs.
     keys : int64 array
-        Nanoseconds that compare with `Clock.keys`. A date alone, beside daily prices, counts as
-        the end of its day.
+        Nanoseconds that compare with `Clock.keys`.
     sessions : int64 array
         Row of the last session at or before each date; -1 before the first.
+    whole_days : bool
+        They are dates beside intraday prices: each stands for the last bar of its day.
     """
 
     dates: pd.DatetimeIndex
     keys: np.ndarray
     sessions: np.ndarray
+    whole_days: bool = False
 
     def __len__(self) -> int:
         return len(self.keys)
 
     def between(self, start: int, stop: int) -> Stamps:
         """Some of the dates."""
-        return Stamps(self.dates[start:stop], self.keys[start:stop], self.sessions[start:stop])
+        some = slice(start, stop)
+        return Stamps(self.dates[some], self.keys[some], self.sessions[some], self.whole_days)
+
+
+@dataclass(frozen=True, slots=True)
+class Border:
+    """Where a span begins or ends, both included: the date, and its key on the clock."""
+
+    date: pd.Timestamp
+    key: int
 
 
 class Clock:
     """The dates of the price table: the sessions of a run.
 
+    What its stamps mean is decided once, and holds for all that meets them. Daily prices count by
+    date alone, and so do weights, listed dates and borders beside them. Intraday prices count by
+    moment, and a date beside them means its whole day.
+
     Parameters
     ----------
     index : DatetimeIndex
         Rising and unique.
-    market_zone : callable
-        Gives the IANA name of the zone in which prices without a zone are dated; asked only when
-        moments with a zone meet them.
+    market : Market
+        Tells the zone of dates and of stamps without zone, and the bars to come.
     """
 
-    def __init__(self, index: pd.DatetimeIndex, market_zone: Callable[[], str]) -> None:
+    def __init__(self, index: pd.DatetimeIndex, market: Market) -> None:
         self.index = index
-        self.keys = index.as_unit("ns").asi8
-        self._market_zone = market_zone
+        self._market = market
+        self._stamps = TableStamps(index, lambda: market.tz)
 
     def __len__(self) -> int:
         return len(self.index)
@@ -140,77 +135,173 @@ class Clock:
     def last(self) -> pd.Timestamp:
         return self.index[-1]
 
-    @cached_property
+    @property
+    def is_daily(self) -> bool:
+        """Whether no date has more than one row."""
+        return self._stamps.daily
+
+    @property
+    def keys(self) -> np.ndarray:
+        """Rising int64 nanoseconds: the dates of daily sessions, the moments of bars."""
+        return self._stamps.keys
+
+    @property
     def wall(self) -> pd.DatetimeIndex:
-        """The sessions in their own local time, without zone."""
-        return self.index.tz_localize(None)
+        """The sessions without zone: their dates, or the times of bars on the market's clock."""
+        return self._stamps.local
+
+    @property
+    def has_midnights(self) -> bool:
+        """Whether bars stand at midnights, where a date could be taken for one of them."""
+        return bool((self.wall == self.wall.normalize()).any())
 
     @cached_property
     def wall_nanos(self) -> np.ndarray:
-        """`wall` as int64 nanoseconds since the epoch."""
-        return local_nanos(self.index)
+        """`wall` as int64 nanoseconds since the epoch, strictly rising.
+
+        The hour that a change to winter time repeats would go backwards; it is pressed together.
+        """
+        steps = np.arange(len(self))
+        return np.maximum.accumulate(self.wall.as_unit("ns").asi8 - steps) + steps
 
     @cached_property
-    def is_daily(self) -> bool:
-        """Whether no day has more than one row."""
-        days = self.wall.normalize().as_unit("ns").asi8
-        return bool((np.diff(days) > 0).all())
+    def future(self) -> FutureBars:
+        """The bars after the last session."""
+        return FutureBars(self._market, self)
 
     @cached_property
-    def dates_only(self) -> bool:
-        return has_dates_only(self.index)
+    def known(self) -> int:
+        """The last key before the next bar: up to there no price is to come."""
+        local = self.future.next_bar
+        key = self._stamps.local_of(local) if self.is_daily else local
+        return int(key.as_unit("ns").value) - 1
 
     def between(self, start: int, stop: int) -> Clock:
-        return Clock(self.index[start:stop], self._market_zone)
+        part = Clock(self.index[start:stop], self._market)
+        part._stamps = self._stamps.between(start, stop)
+        return part
 
-    def place(self, dates: pd.DatetimeIndex, *, by_day: bool = False) -> Stamps:
-        """Bring dates to this clock.
+    def local_of(self, when: pd.Timestamp) -> pd.Timestamp:
+        """Return a stamp of the prices as `wall` has it."""
+        return self._stamps.local_of(when)
 
-        Parameters
-        ----------
-        dates : DatetimeIndex
-            Dates or moments, in any zone or none.
-        by_day : bool, default False
-            Beside daily prices let moments, too, count as their day.
-        """
-        if self.is_daily and (by_day or has_dates_only(dates)) and not self._holds(dates):
-            days = dates.tz_localize(None).normalize()
-            ends = self.zoned(days.as_unit("ns") + _DAY - _TICK)
-            return self._stamps(self.zoned(dates.tz_localize(None)), ends.asi8)
-        if dates.tz is not None:
-            zone = self.index.tz or self._market_zone()
-            dates = dates.tz_convert(zone)
-            if self.index.tz is None:
-                dates = dates.tz_localize(None)
-        dates = self.zoned(dates)
-        return self._stamps(dates, dates.as_unit("ns").asi8)
+    def written(self, local: pd.DatetimeIndex) -> pd.DatetimeIndex:
+        """Write times of `wall` as the prices write theirs."""
+        return self._stamps.written(local)
 
-    def _holds(self, dates: pd.DatetimeIndex) -> bool:
-        """Whether dates with a zone are moments of this clock, however either writes them."""
+    def place(self, dates: pd.DatetimeIndex) -> Stamps:
+        """Bring the dates of another table, in any zone or none, to this clock."""
+        given = TableStamps(dates, lambda: self._market.tz)
+        if self.is_daily:
+            return self._by_date(given)
+        if given.dates_only:
+            return self._whole_days(given)
+        moments = self._stamps.moments(dates)
+        return self._at(moments, moments.as_unit("ns").asi8)
+
+    def _by_date(self, given: TableStamps) -> Stamps:
+        rows = self._same_moments(given.index)
+        if rows is not None:
+            return Stamps(self.index[rows], self.keys[rows], rows)
+        dates = given.dates
+        shown = self.written(dates) if given.dates_only else self._stamps.moments(given.index)
+        return self._at(shown, dates.as_unit("ns").asi8)
+
+    def _same_moments(self, dates: pd.DatetimeIndex) -> np.ndarray | None:
+        """Return the sessions of dates that are moments of this clock, written in any zone."""
         if dates.tz is None or self.index.tz is None:
-            return False
-        return bool(np.isin(dates.as_unit("ns").asi8, self.keys).all())
+            return None
+        moments, own = dates.as_unit("ns").asi8, self.index.as_unit("ns").asi8
+        rows = np.searchsorted(own, moments)
+        found = own[np.minimum(rows, len(own) - 1)] == moments
+        return rows if found.all() else None
 
-    def _stamps(self, dates: pd.DatetimeIndex, keys: np.ndarray) -> Stamps:
+    def _whole_days(self, given: TableStamps) -> Stamps:
+        """Dates beside bars: known when the day is over, and dated at its last bar.
+
+        The day has to be over on the market's clock, on that of the prices and on that of the
+        date: who made a signal of it may have used the prices of any of the three.
+        """
+        following = given.dates + _DAY
+        zones: list[Any] = [self.index.tz, given.index.tz or self.index.tz]
+        if self.index.tz is not None:
+            zones.append(self._market.tz)
+        ends = [self._stamps.moments(in_zone(following, z)).as_unit("ns").asi8 for z in zones]
+        found = self._at(self.written(given.dates), np.max(ends, axis=0) - 1)
+        over = (found.sessions >= 0) & (found.keys <= max(self.known, int(self.keys[-1])))
+        bars = self.index[np.maximum(found.sessions, 0)]
+        dates = pd.DatetimeIndex(bars.where(over, found.dates))
+        keys = np.where(over, self.keys[np.maximum(found.sessions, 0)], found.keys)
+        return Stamps(dates, keys, found.sessions, whole_days=True)
+
+    def _at(self, dates: pd.DatetimeIndex, keys: np.ndarray) -> Stamps:
         return Stamps(dates, keys, np.searchsorted(self.keys, keys, side="right") - 1)
 
-    def stamp(self, when: Any, what: str, *, end_of_day: bool = False) -> pd.Timestamp:
-        """Read one date and bring it to this clock; a date alone may stand for its whole day."""
+    def walls(self, stamps: Stamps) -> np.ndarray:
+        """Return dates placed on this clock as int64 nanoseconds that compare with `wall_nanos`."""
+        if self.is_daily:
+            return stamps.keys
+        moments = pd.DatetimeIndex(stamps.keys)
+        if self.index.tz is not None:
+            moments = moments.tz_localize("UTC").tz_convert(self._market.tz).tz_localize(None)
+        local = np.maximum.accumulate(moments.as_unit("ns").asi8) if len(moments) else stamps.keys
+        rows = np.maximum(stamps.sessions, 0)
+        return np.where(self.keys[rows] == stamps.keys, self.wall_nanos[rows], local)
+
+    def planned(self, stamps: Stamps, at: int) -> pd.Timestamp:
+        """Return the date of a rebalance to come; of a whole day its last bar, by the calendar."""
+        date = stamps.dates[at]
+        if not stamps.whole_days:
+            return date
+        end = int(self.walls(stamps)[at]) + 1
+        return self.future.last_before(end - _DAY.value, end) or date
+
+    def border(self, when: Any, what: str, *, last: bool = False) -> Border:
+        """Read where a span begins or, as its `last` moment, ends; a date includes its whole day.
+
+        Raises
+        ------
+        ValueError
+            When `when` is not a date.
+        """
         try:
             given = pd.Timestamp(when)
         except (TypeError, ValueError) as error:
             raise ValueError(f"{what} must be a date, got {when!r}") from error
         if pd.isna(given):
             raise ValueError(f"{what} must be a date, got {when!r}")
-        date_only = given == given.normalize()
-        placed = self.place(pd.DatetimeIndex([given.as_unit("ns")])).dates
-        if end_of_day and date_only:
-            placed = self.zoned(placed.tz_localize(None) + _DAY - _TICK)
-        return placed[0]
+        dates = pd.DatetimeIndex([given.as_unit("ns")])
+        if not self.is_daily and is_date(given):
+            day = dates.tz_localize(None)
+            placed = self.written(day + _DAY if last else day)
+            return Border(placed[0], int(placed.as_unit("ns").asi8[0]) - last)
+        stamps = self.place(dates)
+        return Border(stamps.dates[0], int(stamps.keys[0]))
 
-    def zoned(self, dates: pd.DatetimeIndex) -> pd.DatetimeIndex:
-        """Local times of the clock in its zone; of an hour that occurs twice, the first."""
-        if dates.tz is not None or self.index.tz is None:
-            return dates
-        first = np.ones(len(dates), dtype=bool)
-        return dates.tz_localize(self.index.tz, ambiguous=first, nonexistent="shift_forward")
+    def rows_until(self, index: pd.DatetimeIndex, end: Border) -> int:
+        """Return how many rows of another table are whole at the end of a span."""
+        table = TableStamps(index, lambda: self._market.tz)
+        if self.is_daily:
+            return int(np.searchsorted(table.dates.as_unit("ns").asi8, end.key, side="right"))
+        if not table.daily:
+            moments = self._stamps.moments(index).as_unit("ns").asi8
+            return int(np.searchsorted(moments, end.key, side="right"))
+        ends = self.written(table.dates + _DAY).as_unit("ns").asi8 - 1
+        return int(np.searchsorted(ends, end.key, side="right"))
+
+    def rows_in(self, index: pd.DatetimeIndex) -> tuple[np.ndarray, int]:
+        """Find the sessions in another table.
+
+        Returns
+        -------
+        int64 array of shape (sessions,) and int
+            The row of each session, -1 where there is none, and how many rows between the first
+            and the last session are none of them.
+        """
+        table = TableStamps(index, lambda: self._market.tz)
+        if self.is_daily != table.daily:  # bars of a day and bars within it have no row in common
+            return np.full(len(self), -1), len(index)
+        keys = table.keys if self.is_daily else self._stamps.moments(index).as_unit("ns").asi8
+        rows = pd.Index(keys).get_indexer(pd.Index(self.keys))
+        inside = (keys >= self.keys[0]) & (keys <= self.keys[-1])
+        return rows, int(inside.sum()) - int((rows >= 0).sum())

@@ -58,17 +58,18 @@ def simulate(
     ----------
     weights : DataFrame, dates x asset labels
         Target weights as fractions of the equity; negative = short, missing = 0. True and False
-        share a row equally among the true. A row holds until the next. A row whose absolute sum
+        share a row equally among the true. A row holds until the next; beside intraday prices a
+        table of dates alone means whole days, known when they are over. A row whose absolute sum
         is above 1 is scaled to 1. A label such as "2330 some name" finds the prices of "2330".
     prices : DataFrame, mapping of str to DataFrame, or None
         Closes, dates x assets, or tables of "close" and any of "open", "high", "low", "volume"
         ("adj_close" beside "close" where quoted and adjusted prices differ). None: the market's
         own tables.
-    resample : None, str or dates, default None
+    resample : None, str, offset or dates, default None
         When to rebalance. None: whenever the targets change. A pandas frequency, old or new
-        ("D", "W-FRI", "M" or "ME", "Q", "YE", "2W"): after the last session of each period. Dates:
-        after each of them, with the last row at or before it. Between rebalances weights drift
-        with the prices.
+        ("D", "W-FRI", "M" or "ME", "Q", "YE", "2W") or an offset object: after the last session of
+        each period. Dates, or a frequency that names dates such as "MS": after each of them, with
+        the last row at or before it. Between rebalances weights drift with the prices.
     resample_offset : str or Timedelta, optional
         Moves the ends of the periods, or the dates: "2D" is two calendar days later.
     trade_at : {"close", "open", "high", "low", "ohlc"} or DataFrame, default "close"
@@ -143,7 +144,7 @@ def simulate(
     options = Options(costs, **fractions, touched_exit=bool(touched_exit))
     live_start = None
     if live_performance_start is not None:
-        live_start = inputs.clock.stamp(live_performance_start, "live_performance_start")
+        live_start = inputs.clock.border(live_performance_start, "live_performance_start").date
     report = build_report(
         run(
             inputs,

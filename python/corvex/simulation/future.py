@@ -3,21 +3,22 @@
 from __future__ import annotations
 
 from functools import cached_property
+from typing import TYPE_CHECKING
 
-import numpy as np
 import pandas as pd
 
 from corvex.market import Market
 from corvex.markets.bars import has_weekends, usual_gap
 from corvex.markets.calendars import CalendarRangeError
-from corvex.simulation.dates import Clock
 from corvex.simulation.notices import date_text
 from corvex.utils import logger
+
+if TYPE_CHECKING:
+    from corvex.simulation.dates import Clock
 
 __all__ = ["FutureBars"]
 
 _DAY = pd.Timedelta(days=1)
-_YEAR = pd.Timedelta(days=366)
 
 
 class FutureBars:
@@ -35,65 +36,52 @@ class FutureBars:
     def __init__(self, market: Market, clock: Clock) -> None:
         self._market = market
         self._clock = clock
-        # Dates need no conversion; moments belong to the market's day.
-        self._moments = clock.index.tz is not None and not clock.dates_only
 
     @cached_property
     def next_bar(self) -> pd.Timestamp:
         """The first bar after the last row, in the zone of the table."""
-        index = self._clock.index if self._moments else self._clock.wall
+        index = self._clock.index
         try:
-            bar = self._market.next_bar(index)
+            return self._market.next_bar(index).as_unit("ns")
         except CalendarRangeError:
-            bar = self._next_weekday(index)
-        return self._clock.zoned(pd.DatetimeIndex([bar.as_unit("ns")]))[0]
+            return self._next_weekday(index)
 
     def last_before(self, start: int, end: int) -> pd.Timestamp | None:
-        """Return the last bar of a period that holds the last row.
+        """Return the last bar of a period that begins before the next bar.
 
         Parameters
         ----------
         start, end : int
-            Nanoseconds of the table's own local time; `end` is not in the period.
+            Nanoseconds that compare with the clock's `wall_nanos`; `end` is not in the period.
 
         Returns
         -------
         Timestamp or None
             In the zone of the table. None when the table holds the whole period.
         """
-        following = self.next_bar
-        first = following.tz_localize(None).as_unit("ns").value
-        if first >= end:
+        following = self._clock.local_of(self.next_bar)
+        if following.as_unit("ns").value >= end:
             return None
         always_open = self._market.calendar_name is None and not self._clock.is_daily
         if always_open or end - start < _DAY.as_unit("ns").value:
             gap = usual_gap(self._clock.index)
-            final = self._clock.zoned(pd.DatetimeIndex([pd.Timestamp(end - 1, unit="ns")]))[0]
-            return following + (final - following) // gap * gap
-        bars = self._last_bars(_YEAR)
-        if len(bars) and bars[-1].tz_localize(None).as_unit("ns").value < end:
-            span = pd.Timedelta(end - start, unit="ns") + _YEAR
-            bars = self._last_bars(span)
-        inside = bars[bars.tz_localize(None).as_unit("ns").asi8 < end]
-        return max(following, inside[-1]) if len(inside) else following
+            last = self._clock.written(pd.DatetimeIndex([pd.Timestamp(end - 1, unit="ns")]))[0]
+            return self.next_bar + (last - self.next_bar) // gap * gap
+        bars = self._last_bars(pd.Timestamp(end, unit="ns"))
+        inside = bars[bars.as_unit("ns").asi8 < end]
+        last = max(following, inside[-1]) if len(inside) else following
+        return self._clock.written(pd.DatetimeIndex([last.as_unit("ns")]))[0]
 
-    def _last_bars(self, span: pd.Timedelta) -> pd.DatetimeIndex:
-        """The usual last bar of the last row's day and of each session in a span after it."""
-        index = self._clock.index
-        local = index.tz_convert(self._market.tz) if self._moments else self._clock.wall
-        day = local[-1].normalize()
-        time = local[-1] - day
+    def _last_bars(self, end: pd.Timestamp) -> pd.DatetimeIndex:
+        """Return the usual last bar of the last row's day and of each session until `end`."""
+        wall = self._clock.wall
+        day = wall[-1].normalize()
+        time = wall[-1] - day
         if not self._clock.is_daily:
-            earlier = local[local < day]
+            earlier = wall[wall < day]
             if len(earlier):
                 time = max(time, earlier[-1] - earlier[-1].normalize())
-        day = day.tz_localize(None)
-        bars = self._sessions(day, day + span) + time
-        if not self._moments:
-            return self._clock.zoned(bars)
-        first = np.ones(len(bars), dtype=bool)
-        zoned = bars.tz_localize(self._market.tz, ambiguous=first, nonexistent="shift_forward")
-        return zoned.tz_convert(index.tz)
+        return self._sessions(day, max(day, end.normalize())) + time
 
     def _sessions(self, start: pd.Timestamp, end: pd.Timestamp) -> pd.DatetimeIndex:
         try:
@@ -107,11 +95,11 @@ class FutureBars:
             "the calendar of %s does not reach %s; weekdays are taken for sessions",
             self._market.get_name(), date_text(self._clock.last),
         )  # fmt: skip
-        bar = index[-1] + _DAY
+        bar = index[-1] + pd.DateOffset(days=1)
         while not self._has_weekends and bar.day_of_week >= 5:
-            bar += _DAY
-        return bar
+            bar += pd.DateOffset(days=1)
+        return bar.as_unit("ns")
 
     @property
     def _has_weekends(self) -> bool:
-        return has_weekends(self._clock.wall)
+        return has_weekends(self._clock.wall[-400:])

@@ -9,7 +9,6 @@ import pandas as pd
 
 from corvex.market import Market
 from corvex.simulation.dates import Clock, Stamps, dated_table
-from corvex.simulation.future import FutureBars
 from corvex.simulation.market_choice import (
     Benchmark,
     bind_market,
@@ -17,7 +16,7 @@ from corvex.simulation.market_choice import (
     with_adjusted_fields,
 )
 from corvex.simulation.prices import PriceInput, price_table, user_tables
-from corvex.simulation.span import cut_clock, cut_weights, rows_until, span_border
+from corvex.simulation.span import cut_clock, cut_weights
 from corvex.simulation.targets import WeightTable
 
 __all__ = ["RunInputs", "read_inputs"]
@@ -35,8 +34,6 @@ class RunInputs:
         Their dates on the clock.
     clock : Clock
         The sessions of the run.
-    future : FutureBars
-        The bars after them.
     market : Market
         The report's market: bound to the user's prices where there are some.
     close : DataFrame
@@ -46,7 +43,6 @@ class RunInputs:
     weights: WeightTable
     rows: Stamps
     clock: Clock
-    future: FutureBars
     market: Market
     close: pd.DataFrame
 
@@ -68,17 +64,17 @@ def read_inputs(
         tables = with_adjusted_fields(tables)
         close = tables.get("adj_close", tables.get("close"))
     close = dated_table(cast("pd.DataFrame", close), "the close prices")
-    whole = Clock(cast("pd.DatetimeIndex", close.index), lambda: chosen.tz)
-    first = span_border(whole, start, "start")
-    last = span_border(whole, end, "end")
+    whole = Clock(cast("pd.DatetimeIndex", close.index), chosen)
+    first = None if start is None else whole.border(start, "start")
+    last = None if end is None else whole.border(end, "end", last=True)
     clock = cut_clock(whole, first, last)
     if tables is not None and last is not None:
         tables = {
-            field: table.iloc[: rows_until(cast("pd.DatetimeIndex", table.index), last)]
+            field: table.iloc[: whole.rows_until(cast("pd.DatetimeIndex", table.index), last)]
             for field, table in tables.items()
         }
     bound = bind_market(chosen, tables, benchmark)
     # Rows before the run count only where prices there were cut off.
     carry = first is not None and whole.index[0] < clock.index[0]
     kept, rows = cut_weights(weights, clock, carry=carry, end=last)
-    return RunInputs(kept, rows, clock, FutureBars(bound, clock), bound, close)
+    return RunInputs(kept, rows, clock, bound, close)

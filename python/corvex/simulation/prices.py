@@ -189,13 +189,13 @@ def _rows(index: pd.DatetimeIndex, field: str, clock: Clock) -> slice | np.ndarr
     start = index.get_indexer(clock.index[:1])[0] if len(index) else -1
     if start >= 0 and index[start : start + len(clock)].equals(clock.index):
         return slice(start, start + len(clock))
-    if (index.tz is None) != (clock.index.tz is None):
+    found, lost = clock.rows_in(index)
+    if not (found >= 0).any():
         raise ValueError(
-            f"the dates of {field!r} and of the closes do not agree: one has a time zone, one none"
+            f"no date of {field!r} is one of the closes': they run from {date_text(index[0])} to "
+            f"{date_text(index[-1])}, the closes from {date_text(clock.index[0])} to "
+            f"{date_text(clock.last)}"
         )
-    found = index.get_indexer(clock.index)
-    inside = int(((index >= clock.index[0]) & (index <= clock.index[-1])).sum())
-    lost = inside - int((found >= 0).sum())
     if lost:
         warn(f"{lost} dates of {field!r} that the close table does not have were left out")
     return found

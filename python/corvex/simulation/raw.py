@@ -2,6 +2,8 @@
 
 from __future__ import annotations
 
+from typing import cast
+
 import numpy as np
 import pandas as pd
 
@@ -27,7 +29,7 @@ def raw_price_of(
         return None
 
     def cells(table: pd.DataFrame, sessions: np.ndarray, assets: np.ndarray) -> np.ndarray:
-        rows = table.index.get_indexer(clock.index[sessions])
+        rows = clock.rows_in(cast("pd.DatetimeIndex", table.index))[0][sessions]
         found = match_columns(labels, table.columns)
         columns = assets if found is None else found[assets]
         values = np.full(len(rows), np.nan)

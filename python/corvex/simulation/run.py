@@ -42,7 +42,7 @@ def run(
 ) -> Outcome:
     """Simulate checked inputs; `attributes` go to the report as they are."""
     clock, labels, market = inputs.clock, inputs.weights.labels, inputs.market
-    schedule = build_schedule(inputs.weights, inputs.rows, clock, inputs.future, resample, offset)
+    schedule = build_schedule(inputs.weights, inputs.rows, clock, resample, offset)
     prices = read_matrices(
         market, inputs.close, clock, labels, trade_at, with_bars=options.touched_exit
     )
@@ -62,7 +62,7 @@ def run(
         position=position,
         trades=trades,
         hand_over=hand_over(schedule, state_after(result, schedule), labels, len(clock) - 1),
-        next_trading_date=inputs.future.next_bar,
+        next_trading_date=clock.future.next_bar,
         market=market,
         trade_at=_traded_columns(trade_at, labels, trades),
         fee_ratio=options.costs.fee_ratio,

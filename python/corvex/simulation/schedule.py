@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import dataclasses
 import datetime
 import warnings
 from collections.abc import Iterable
@@ -11,13 +12,12 @@ import numpy as np
 import pandas as pd
 
 from corvex import _engine
-from corvex.simulation.dates import Clock, Stamps, as_dates, local_nanos
-from corvex.simulation.future import FutureBars
+from corvex.simulation.dates import Clock, Stamps, as_dates
 from corvex.simulation.targets import WeightTable
 
 __all__ = ["Resample", "Rule", "Schedule", "build_schedule", "read_offset", "read_resample"]
 
-type Resample = str | Iterable[object] | None
+type Resample = str | pd.offsets.BaseOffset | datetime.timedelta | Iterable[object] | None
 type Rule = str | pd.DatetimeIndex | None
 
 
@@ -51,15 +51,17 @@ class Schedule:
 
 
 def read_resample(resample: Resample) -> Rule:
-    """Read `resample`: a frequency as it is, or dates.
+    """Read `resample`: a frequency as a text, or dates.
 
     Raises
     ------
     ValueError
-        When it holds something else than dates, or none.
+        When it holds something else than dates, or none, or is a frequency without a name.
     """
     if resample is None or isinstance(resample, str):
         return resample
+    if isinstance(resample, pd.offsets.BaseOffset | datetime.timedelta):
+        return _frequency_name(resample)
     values = resample.to_numpy() if isinstance(resample, pd.Series) else resample
     if isinstance(values, datetime.date | np.datetime64):
         values = [values]
@@ -72,6 +74,24 @@ def read_resample(resample: Resample) -> Rule:
     if len(dates) == 0:
         raise ValueError("resample is an empty list of dates; give at least one, or None")
     return dates
+
+
+def _frequency_name(offset: pd.offsets.BaseOffset | datetime.timedelta) -> str:
+    """Return the name of a frequency that is given as an object."""
+    if isinstance(offset, pd.offsets.Week) and getattr(offset, "weekday", None) is None:
+        offset = pd.Timedelta(days=7 * offset.n)  # counted from the first session, as pandas does
+    frequency = pd.tseries.frequencies.to_offset(offset)
+    name = str(frequency.freqstr)
+    try:
+        named = pd.tseries.frequencies.to_offset(name)
+    except ValueError:
+        named = None
+    if named != frequency or frequency.n < 1:
+        raise ValueError(
+            f"resample={offset!r} has no name among pandas' frequencies; give its dates, as "
+            "pd.date_range(first, last, freq=...) does"
+        )
+    return name
 
 
 def read_offset(resample: Rule, offset: object) -> pd.Timedelta:
@@ -93,7 +113,6 @@ def build_schedule(
     weights: WeightTable,
     rows: Stamps,
     clock: Clock,
-    future: FutureBars,
     resample: Rule,
     offset: pd.Timedelta,
 ) -> Schedule:
@@ -106,9 +125,7 @@ def build_schedule(
     rows : Stamps
         The dates of its rows on the clock.
     clock : Clock
-        The sessions.
-    future : FutureBars
-        Tells whether the period in which the table ends is over.
+        The sessions; it knows whether the period in which they end is over.
     resample : None, str or DatetimeIndex
         None: whenever the targets change. A frequency: on the last session of each period.
         Dates: on these.
@@ -116,7 +133,7 @@ def build_schedule(
         Moves the ends of the periods, or the dates.
     """
     if resample is None:
-        return _whenever_changed(weights, rows)
+        return _whenever_changed(weights, rows, clock)
     if not isinstance(resample, str):
         return _on_dates(weights, rows, clock, _listed(resample, offset, clock))
     shift = offset.as_unit("ns").value
@@ -125,16 +142,28 @@ def build_schedule(
     except ValueError as error:
         dates = _other_dates(resample, clock, error)
         return _on_dates(weights, rows, clock, _listed(dates, offset, clock))
-    planned = future.last_before(bounds[0] + shift, bounds[1] + shift)
-    return _by_period(weights, rows, clock, resample, shift, bounds[1] + shift, planned)
+    return _by_period(weights, rows, clock, resample, shift, (bounds[0] + shift, bounds[1] + shift))
 
 
-def _whenever_changed(weights: WeightTable, rows: Stamps) -> Schedule:
+def _whenever_changed(weights: WeightTable, rows: Stamps, clock: Clock) -> Schedule:
+    known = len(rows)
+    if rows.whole_days:  # a day that is not over yet gives no signal yet
+        known = int(np.searchsorted(rows.keys, clock.known, side="right"))
     # Of several rows with one and the same fill only the last ever holds.
-    effective = np.flatnonzero(np.diff(rows.sessions, append=rows.sessions[-1] + 1) > 0)
+    sessions = rows.sessions[:known]
+    effective = np.flatnonzero(np.diff(sessions, append=len(clock)) > 0)
     kept, targets = weights.changes(effective)
     at = effective[kept]
-    return Schedule(rows.dates[at], rows.sessions[at], targets)
+    schedule = Schedule(rows.dates[at], rows.sessions[at], targets)
+    if known == len(rows):
+        return schedule
+    coming = weights.targets(np.array([known]))[0]
+    held = targets[-1] if len(targets) else np.zeros_like(coming)
+    if (coming == held).all():
+        return schedule
+    return dataclasses.replace(
+        schedule, planned_date=clock.planned(rows, known), planned_targets=coming
+    )
 
 
 def _by_period(
@@ -143,14 +172,13 @@ def _by_period(
     clock: Clock,
     rule: str,
     shift: int,
-    end: int,
-    planned: pd.Timestamp | None,
+    bounds: tuple[int, int],
 ) -> Schedule:
-    """Rebalance at the end of each period; `end` is that of the one in which the table ends."""
-    sessions = clock.wall_nanos
-    row_times = local_nanos(rows.dates)
+    """Rebalance at the end of each period; the table ends in that of `bounds`."""
+    sessions, row_times = clock.wall_nanos, clock.walls(rows)
+    planned = clock.future.last_before(*bounds)
     # A row dated after its period's last session, such as a Saturday's, belongs to the period.
-    inside = row_times[(row_times >= sessions[0]) & (row_times < end)]
+    inside = row_times[(row_times >= sessions[0]) & (row_times < bounds[1])]
     times = np.union1d(sessions, inside)
     ends = times[_engine.period_last_sessions(times - shift, rule)]
     if planned is not None:
@@ -159,23 +187,23 @@ def _by_period(
     row = np.searchsorted(row_times, ends, side="right") - 1
     last = np.diff(at, append=len(sessions)) > 0
     at, row = at[last & (row >= 0)], row[last & (row >= 0)]
-    dates = clock.index[at]
-    later = rows.dates[row] > dates
-    if later.any():
-        dates = dates.where(~later, rows.dates[row])
-    latest = len(rows) - 1 if planned is not None else -1
+    later = row_times[row] > sessions[at]
+    dates = pd.DatetimeIndex(clock.index[at].where(~later, rows.dates[row]))
+    latest = -1
+    if planned is not None:
+        latest = int(np.searchsorted(row_times, bounds[1])) - 1
     return _trimmed(weights, Schedule(dates, at, weights.targets(row), planned), latest)
 
 
 def _on_dates(weights: WeightTable, rows: Stamps, clock: Clock, listed: Stamps) -> Schedule:
-    present = clock.place(clock.index[-1:], by_day=True).keys[0]
-    past = int(np.searchsorted(listed.keys, present, side="right"))
+    past = int(np.searchsorted(listed.keys, clock.known, side="right"))
     row = np.searchsorted(rows.keys, listed.keys, side="right") - 1
     sessions = listed.sessions[:past]
     last = np.diff(sessions, append=len(clock)) > 0
     at = np.flatnonzero(last & (row[:past] >= 0))
-    planned = listed.dates[past] if past < len(listed) and row[past] >= 0 else None
-    latest = int(row[past]) if planned is not None else -1
+    planned, latest = None, -1
+    if past < len(listed) and row[past] >= 0:
+        planned, latest = clock.planned(listed, past), int(row[past])
     schedule = Schedule(listed.dates[at], sessions[at], weights.targets(row[at]), planned)
     return _trimmed(weights, schedule, latest)
 
@@ -194,11 +222,11 @@ def _trimmed(weights: WeightTable, schedule: Schedule, latest: int) -> Schedule:
 
 
 def _listed(dates: pd.DatetimeIndex, offset: pd.Timedelta, clock: Clock) -> Stamps:
-    return clock.place((dates + offset).unique().sort_values(), by_day=True)
+    return clock.place((dates + offset).unique().sort_values())
 
 
 def _other_dates(rule: str, clock: Clock, error: ValueError) -> pd.DatetimeIndex:
-    """The dates of a pandas frequency that is no plain period, such as "SME" or "WOM-3FRI"."""
+    """The dates of a pandas frequency that is no plain period, such as "MS" or "WOM-3FRI"."""
     try:
         with warnings.catch_warnings():
             warnings.simplefilter("ignore")  # old pandas warns of letters of another case

@@ -2,30 +2,17 @@
 
 from __future__ import annotations
 
-from typing import Any
-
 import numpy as np
 import pandas as pd
 
-from corvex.markets.stamps import has_dates_only
-from corvex.simulation.dates import Clock, Stamps, nanos_of
+from corvex.simulation.dates import Border, Clock, Stamps
 from corvex.simulation.notices import date_text, warn
 from corvex.simulation.targets import WeightTable
 
-__all__ = ["cut_clock", "cut_weights", "rows_until", "span_border"]
+__all__ = ["cut_clock", "cut_weights"]
 
 
-def span_border(clock: Clock, when: Any, name: str) -> pd.Timestamp | None:
-    """Read `start` or `end`; an end that is a date alone includes its whole day."""
-    return None if when is None else clock.stamp(when, name, end_of_day=name == "end")
-
-
-def rows_until(index: pd.DatetimeIndex, end: pd.Timestamp) -> int:
-    """How many of some rising dates are not after `end`."""
-    return int(np.searchsorted(index.as_unit("ns").asi8, nanos_of(end), side="right"))
-
-
-def cut_clock(clock: Clock, start: pd.Timestamp | None, end: pd.Timestamp | None) -> Clock:
+def cut_clock(clock: Clock, start: Border | None, end: Border | None) -> Clock:
     """Return the sessions from `start` to `end`.
 
     Raises
@@ -33,15 +20,15 @@ def cut_clock(clock: Clock, start: pd.Timestamp | None, end: pd.Timestamp | None
     ValueError
         When there are none.
     """
-    if start is not None and end is not None and start > end:
-        raise ValueError(f"start {date_text(start)} lies after end {date_text(end)}")
-    first = 0 if start is None else int(np.searchsorted(clock.keys, nanos_of(start)))
-    stop = len(clock) if end is None else rows_until(clock.index, end)
+    if start is not None and end is not None and start.key > end.key:
+        raise ValueError(f"start {date_text(start.date)} lies after end {date_text(end.date)}")
+    first = 0 if start is None else int(np.searchsorted(clock.keys, start.key))
+    stop = len(clock) if end is None else int(np.searchsorted(clock.keys, end.key, side="right"))
     if first >= stop:
         borders = ", ".join(
-            f"{name}={date_text(when)}"
-            for name, when in (("start", start), ("end", end))
-            if when is not None
+            f"{name}={date_text(border.date)}"
+            for name, border in (("start", start), ("end", end))
+            if border is not None
         )
         raise ValueError(
             f"no prices for {borders}; they run from {date_text(clock.index[0])} to "
@@ -51,7 +38,7 @@ def cut_clock(clock: Clock, start: pd.Timestamp | None, end: pd.Timestamp | None
 
 
 def cut_weights(
-    weights: WeightTable, clock: Clock, *, carry: bool, end: pd.Timestamp | None
+    weights: WeightTable, clock: Clock, *, carry: bool, end: Border | None
 ) -> tuple[WeightTable, Stamps]:
     """Place the rows of weights on the sessions of a run.
 
@@ -64,21 +51,22 @@ def cut_weights(
     carry : bool
         The run begins later than the prices do: the row in force there counts as the signal of
         its first session.
-    end : Timestamp or None
+    end : Border or None
         Rows dated later are not known yet.
     """
     rows = clock.place(weights.index)
-    if not clock.is_daily and len(rows) > 1 and has_dates_only(weights.index):
+    if rows.whole_days and clock.has_midnights:
         warn(
-            "weights are dated by day, prices within the day: a date counts as its midnight, so it "
-            "trades in the first bar of the same day; date each row by when it is known"
+            "weights are dated by day, prices within the day: each row counts from the end of its "
+            "day and trades in the first bar after it. If 00:00 is meant as a moment, give the "
+            "weights a row for each bar"
         )
     stop = len(rows)
     if end is not None:
-        stop = int(np.searchsorted(rows.keys, nanos_of(end), side="right"))
+        stop = int(np.searchsorted(rows.keys, end.key, side="right"))
         if stop == 0:
             raise ValueError(
-                f"the weights begin on {date_text(rows.dates[0])}, after end={date_text(end)}"
+                f"the weights begin on {date_text(rows.dates[0])}, after end={date_text(end.date)}"
             )
     first = max(int(np.searchsorted(rows.sessions, 0)) - 1, 0) if carry else 0
     weights, rows = weights.between(first, stop), rows.between(first, stop)
@@ -90,4 +78,4 @@ def _carried(rows: Stamps, clock: Clock) -> Stamps:
     dates = pd.DatetimeIndex(clock.index[:1].append(rows.dates[1:]))
     keys, sessions = rows.keys.copy(), rows.sessions.copy()
     keys[0], sessions[0] = clock.keys[0], 0
-    return Stamps(dates, keys, sessions)
+    return Stamps(dates, keys, sessions, rows.whole_days)

@@ -56,7 +56,7 @@ LISTED = ["2024-01-31", "2024-02-10", "2024-04-10"]
         # The next weights are held already: what is planned, then the schedule.
         (HELD, {"planned": dt.datetime(2024, 3, 29)}, "2024-03-29 05:30", "2024-04-01 05:30"),
         (HELD, {"resample": "M"}, "2024-02-29 05:30", "2024-03-01 05:30"),
-        (HELD, {"resample": "MS"}, "2024-02-29 05:30", "2024-03-01 05:30"),
+        (HELD, {"resample": "MS"}, "2024-02-01 05:30", "2024-02-02 05:30"),
         # 28 February was a holiday: the month had ended the day before.
         ((T("2025-02-27"),) * 2, {"resample": "ME"}, "2025-03-31 05:30", "2025-04-01 05:30"),
         ((T("2024-02-05"),) * 2, {"resample": "W-FRI"}, "2024-02-16 05:30", "2024-02-19 05:30"),

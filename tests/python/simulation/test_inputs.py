@@ -50,7 +50,10 @@ def test_weights_that_cannot_be(prices, change, message):
         (lambda p: pd.concat([p, p["BBB"]], axis=1), "'BBB' has 2 price columns"),
         (lambda p: {"open": p}, "need a 'close' table; got: open"),
         (lambda p: {"close": p["AAA"]}, r"prices\['close'\] must be a DataFrame"),
-        (lambda p: {"close": p, "open": p.tz_localize("UTC")}, "dates of 'open'|time zone"),
+        (
+            lambda p: {"close": p, "open": p.shift(90, "D")},
+            "no date of 'open' is one of the closes'",
+        ),
         (lambda p: 3, "prices must be a table of closes"),
         (lambda p: pd.concat({"close": p}, axis=1), "one level of columns"),
     ],
@@ -134,13 +137,24 @@ def test_forms_of_signals_and_dates(prices):
     assert one.creturn.iloc[-1] == pytest.approx(1.21)
 
 
-def test_daily_rows_beside_intraday_prices_are_pointed_out(days):
-    bars = pd.date_range("2024-01-02 09:00", periods=10, freq="h").append(
-        pd.date_range("2024-01-03 09:00", periods=10, freq="h")
-    )
-    prices = pd.DataFrame({"AAA": 1.0}, index=bars)
+def test_a_table_in_another_zone_meets_the_closes_by_date(prices):
+    weights = pd.DataFrame(0.5, index=prices.index[:3], columns=prices.columns)
+    expected = corvex.simulate(weights, {"close": prices, "open": prices + 1}, trade_at="open")
 
-    with pytest.warns(UserWarning, match="counts as its midnight"):
-        report = corvex.simulate(pd.DataFrame({"AAA": [0.5, 1.0]}, index=days[:2]), prices)
+    for zone in ("UTC", "Asia/Taipei"):
+        opens = (prices + 1).tz_localize(zone)
+        report = corvex.simulate(weights, {"close": prices, "open": opens}, trade_at="open")
+        pd.testing.assert_series_equal(report.creturn, expected.creturn)
 
-    assert report.trades.entry_date.tolist() == [bars[0]]
+
+def test_daily_rows_beside_bars_at_midnight_are_pointed_out(days):
+    prices = pd.DataFrame({"AAA": 1.0}, pd.date_range(days[0], periods=48, freq="h"))
+
+    with pytest.warns(UserWarning, match="each row counts from the end of its day") as caught:
+        report = corvex.simulate(pd.DataFrame({"AAA": [1.0]}, index=days[:1]), prices)
+    moved = prices.shift(30, "min")  # no bar at midnight: nothing to take a date for
+    silent = corvex.simulate(pd.DataFrame({"AAA": [1.0]}, index=days[:1]), moved)
+
+    assert caught[0].filename == __file__
+    assert report.trades.entry_date.tolist() == [days[1]]
+    assert silent.trades.entry_date.tolist() == [days[1] + pd.Timedelta("30min")]

@@ -1,5 +1,8 @@
 """When a portfolio is rebalanced."""
 
+import datetime as dt
+import warnings
+
 import numpy as np
 import pandas as pd
 import pytest
@@ -31,6 +34,29 @@ def test_periods_end_with_their_last_session(rule):
     weights = pd.DataFrame({"AAA": (-0.5) ** (period % 2 + 1)}, YEAR)
     trades = corvex.simulate(weights, pd.DataFrame({"AAA": 1.0}, YEAR), resample=rule).trades
     assert trades.entry_sig_date.tolist()[:4] == list(expected)[:4]
+
+
+@pytest.mark.parametrize(
+    ("given", "same"),
+    [
+        (pd.offsets.MonthEnd(), "ME"),
+        (pd.offsets.Week(weekday=4), "W-FRI"),
+        (pd.offsets.Week(), "7D"),
+        (dt.timedelta(days=3), "3D"),
+        # The begins of periods are dates: a Saturday's signal is that of the Friday before.
+        ("MS", pd.date_range(YEAR[0], "2024-02-01", freq="MS")),
+        (
+            pd.offsets.BQuarterBegin(startingMonth=1),
+            pd.date_range(YEAR[0], "2024-04-01", freq="BQS"),
+        ),
+        ("SMS", pd.date_range(YEAR[0], "2024-02-01", freq="SMS")),
+    ],
+)
+def test_frequencies_mean_what_they_do_in_pandas(given, same):
+    found = signal_dates(resample=given)
+
+    assert len(found) > 2
+    assert found.tolist() == signal_dates(resample=same).tolist()
 
 
 def test_none_trades_on_changes_only():
@@ -103,27 +129,96 @@ def test_intraday_bars():
     assert monthly.planned_rebalance_date == pd.Timestamp("2024-03-28 15:30", tz=bars.tz)
 
 
-@pytest.mark.parametrize("price_zone", [None, "Asia/Taipei", "America/New_York"])
-@pytest.mark.parametrize("weight_zone", [None, "UTC", "Asia/Taipei"])
-def test_dates_mean_their_day_in_any_zone(price_zone, weight_zone):
-    days = YEAR[:30]
-    prices = pd.DataFrame({"AAA": 1.0}, index=days.tz_localize(price_zone))
-    weights = pd.DataFrame({"AAA": [0.5, -0.5]}, index=days[[3, 5]].tz_localize(weight_zone))
-
-    for unit in ("s", "ms", "us", "ns"):
-        report = corvex.simulate(weights.set_axis(weights.index.as_unit(unit)), prices)
-
-        assert report.trades.entry_sig_date.tolist() == prices.index[[3, 5]].tolist()
-        assert report.trades.entry_date.tolist() == prices.index[[4, 6]].tolist()
+ZONES = [None, "UTC", "America/New_York", "Asia/Taipei"]
 
 
-def test_the_same_moments_written_in_two_zones():
-    days = YEAR[:9].tz_localize("Asia/Taipei")
-    prices = pd.DataFrame({"AAA": 1.0}, index=days.tz_convert("UTC"))
+def outcome(report, zone=None) -> tuple:
+    """What a run did, its dates as naive ones or in a zone."""
 
-    report = corvex.simulate(pd.DataFrame({"AAA": [1.0]}, index=days[3:4]), prices)
+    def bare(index: pd.DatetimeIndex) -> list:
+        index = pd.DatetimeIndex(index)
+        return (index.tz_convert(zone) if zone else index).tz_localize(None).tolist()
 
-    assert report.trades.entry_date.tolist() == [days[4]]
+    trades = report.trades
+    names = ("entry_sig_date", "entry_date", "exit_sig_date", "exit_date")
+    asked = [report.next_weights.name, report.planned_rebalance_date, report.next_trading_date]
+    return (
+        [bare(trades[name]) for name in names],
+        bare(report.creturn.index),
+        report.position.to_numpy().tolist(),
+        report.weights.to_dict(),
+        report.next_weights.to_dict(),
+        report.actions.to_dict(),
+        bare(pd.DatetimeIndex([date for date in asked if date is not None])),
+    )
+
+
+@pytest.mark.parametrize("price_zone", [*ZONES, "16h", "UTC from Taipei"])
+@pytest.mark.parametrize("listed", [None, [0, 3], [0, 3, 6], [1, 3, 8], "W"])
+def test_dates_mean_their_day_in_any_zone(price_zone, listed):
+    days = YEAR[:9]  # a Monday to the Thursday of the next week
+    rows = pd.DatetimeIndex([days[0], days[3], days[4] + pd.Timedelta(days=1), days[8]])
+    weights = pd.DataFrame({"AAA": [1.0, 0.0, 0.5, 1.0], "BBB": [0.0, 1.0, 0.5, 0.0]}, rows)
+    prices = pd.DataFrame({"AAA": np.arange(100.0, 109.0), "BBB": 50.0}, days)
+    market = "us_stock"
+    listed_dates = days[listed] if isinstance(listed, list) else None
+    rule = listed if listed_dates is None else listed_dates
+    expected = corvex.simulate(weights, prices, resample=rule, market=market)
+
+    stamps = days.tz_localize(price_zone if price_zone in ZONES else None)
+    if price_zone == "16h":  # moments on those days, as the closes of New York
+        stamps = (days + pd.Timedelta("16h")).tz_localize("America/New_York")
+    elif price_zone == "UTC from Taipei":
+        stamps, market = days.tz_localize("Asia/Taipei").tz_convert("UTC"), "tw_stock"
+    for zone in ZONES:
+        rows_at = weights.tz_localize(zone)
+        for unit in ("s", "ns"):
+            of_rule = rule if listed_dates is None else listed_dates.tz_localize(zone).as_unit(unit)
+            report = corvex.simulate(
+                rows_at.set_axis(rows_at.index.as_unit(unit)), prices.set_axis(stamps),
+                resample=of_rule, market=market, fee_ratio=0, tax_ratio=0,
+            )  # fmt: skip
+            if price_zone in ZONES:
+                assert outcome(report) == outcome(expected)
+            assert report.position.to_numpy().tolist() == expected.position.to_numpy().tolist()
+            assert report.actions.to_dict() == expected.actions.to_dict()
+
+
+HALF_HOURS = pd.DatetimeIndex(
+    [day + pd.Timedelta(minutes=30 * bar) for day in YEAR[:6] for bar in range(19, 32)]
+).tz_localize("America/New_York")  # 09:30 to 15:30
+HOURS = pd.date_range("2024-01-01", periods=5 * 24, freq="h", tz="UTC")
+
+
+@pytest.mark.parametrize("rule", [None, "D", "W", "ME", [0, 2], [0, 4]])
+@pytest.mark.parametrize(("bars", "market"), [(HALF_HOURS, "us_stock"), (HOURS, "crypto")])
+def test_a_whole_day_is_known_after_its_last_bar_in_any_zone(bars, market, rule):
+    own = pd.Series(bars.tz_localize(None), bars)
+    days = pd.DatetimeIndex(own.dt.normalize().unique())
+    last = [own.index[own.dt.normalize() == day][-1] for day in days]
+    sign = (-1.0) ** np.arange(len(days))
+    prices = pd.DataFrame({"A": np.exp(0.01 * np.sin(np.arange(len(bars))))}, bars)
+    # The same signals, dated by the moment at which they are known.
+    options = {"market": market, "fee_ratio": 0}
+    moments = pd.DataFrame({"A": sign}, last).reindex(bars).ffill().dropna()
+    listed = isinstance(rule, list)
+    expected = corvex.simulate(
+        moments, prices, resample=[last[at] for at in rule] if listed else rule, **options
+    )
+    assert rule in ("W", "ME") or expected.trades.entry_date[0] == bars[bars > last[0]][0]
+
+    # A day of New York's clocks ends after that of a market whose days are those of UTC.
+    for zone in [None, "UTC", "Asia/Taipei"] if market == "crypto" else ZONES:
+        stamps = bars.tz_convert(zone) if zone else bars.tz_localize(None)
+        for dated in [None, "UTC" if market == "crypto" else "Asia/Taipei"]:
+            dates = days.tz_localize(dated)
+            with warnings.catch_warnings():
+                warnings.filterwarnings("ignore", "weights are dated by day")
+                report = corvex.simulate(
+                    pd.DataFrame({"A": sign}, dates), prices.set_axis(stamps),
+                    resample=dates[rule] if listed else rule, **options,
+                )  # fmt: skip
+            assert outcome(report, zone and bars.tz) == outcome(expected)
 
 
 @pytest.mark.parametrize(
@@ -132,6 +227,7 @@ def test_the_same_moments_written_in_two_zones():
         ({"resample": "nonsense"}, "unknown rebalance frequency 'nonsense'"),
         ({"resample": []}, "empty list of dates"),
         ({"resample": [1, 2]}, "resample must hold dates"),
+        ({"resample": pd.DateOffset(months=1)}, "no name among pandas' frequencies"),
         ({"resample_offset": "1D"}, "resample, which is None"),
         ({"resample": "ME", "resample_offset": "soon"}, "length of time such as '1D'"),
     ],
