@@ -203,10 +203,12 @@ class SimulationResult(TypedDict):
     # the state after the last session, one entry per asset
     weights_in_force: _Floats  # as the last row of `position`
     shares: _Floats
-    out_reason: _Ints  # exit_reason of an asset closed between rebalances (filled), else 0
+    # exit_reason of an asset closed (filled) since the last rebalance, or left out of it; else 0
+    out_reason: _Ints
     pending_reason: _Ints  # exit_reason of a stop that fired and waits for its fill, else 0
     pending_session: _Ints  # session on which it fired, -1: none
     waiting_rebalance: _Ints  # row of `target` of an order that waits for a price, -1: none
+    cooldown: _Ints  # in how many more rebalances a stopped asset stays out
 
 def simulate(
     *,
@@ -226,6 +228,7 @@ def simulate(
     take_profit: float | None = None,
     trail_stop: float | None = None,
     touched_exit: bool = False,
+    stop_cooldown: int = 0,
     record_positions: bool = True,
     record_trades: bool = True,
     record_excursions: bool = True,
@@ -257,6 +260,8 @@ def simulate(
         Positive fractions; None, NaN or infinity = off.
     touched_exit : bool
         Fill stops inside the session instead of checking closes.
+    stop_cooldown : int
+        How many rebalances a stopped asset stays out of.
     record_positions, record_trades, record_excursions, record_fills : bool
         What to record; excursions need trades.
 

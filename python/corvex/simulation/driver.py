@@ -10,7 +10,14 @@ import pandas as pd
 from corvex.market import Market
 from corvex.simulation.assembly import build_report
 from corvex.simulation.inputs import read_inputs
-from corvex.simulation.options import Costs, Options, checked_limit, cost_ratio, stop_fraction
+from corvex.simulation.options import (
+    Costs,
+    Options,
+    checked_cooldown,
+    checked_limit,
+    cost_ratio,
+    stop_fraction,
+)
 from corvex.simulation.run import run
 from corvex.simulation.schedule import read_offset, read_resample
 from corvex.simulation.targets import read_weights
@@ -38,6 +45,7 @@ def simulate(
     take_profit: float | None = None,
     trail_stop: float | None = None,
     touched_exit: bool = False,
+    stop_cooldown: int = 0,
     position_limit: float | None = None,
     leverage: bool = False,
     start: Any = None,
@@ -88,6 +96,9 @@ def simulate(
         False: stops are checked on closes and fill in the next session at `trade_at`. True: they
         fill within the session at the stop price, at the open when that is beyond it; needs high
         and low prices.
+    stop_cooldown : int, default 0
+        How many rebalances a stopped asset stays out of. 0: the next one may enter it anew, also
+        one that fills together with the stop.
     position_limit : float, optional
         The largest absolute weight of one asset; the rest stays in cash.
     leverage : bool, default False
@@ -133,6 +144,7 @@ def simulate(
     table = read_weights(weights, limit=checked_limit(position_limit), leverage=leverage)
     stops = {"stop_loss": stop_loss, "take_profit": take_profit, "trail_stop": trail_stop}
     fractions = {kind: stop_fraction(kind, value) for kind, value in stops.items()}
+    cooldown = checked_cooldown(stop_cooldown)
     rule = read_resample(resample)
     offset = read_offset(rule, resample_offset)
     inputs = read_inputs(table, prices, market, benchmark, start, end)
@@ -141,7 +153,7 @@ def simulate(
         tax_ratio=cost_ratio("tax_ratio", tax_ratio, inputs.market.tax_ratio),
         slippage_ratio=cost_ratio("slippage_ratio", slippage_ratio),
     )
-    options = Options(costs, **fractions, touched_exit=bool(touched_exit))
+    options = Options(costs, **fractions, touched_exit=bool(touched_exit), stop_cooldown=cooldown)
     live_start = None
     if live_performance_start is not None:
         live_start = inputs.clock.border(live_performance_start, "live_performance_start").date
@@ -165,6 +177,7 @@ def simulate(
                     "trade_at": trade_at if isinstance(trade_at, str) else "custom",
                     "resample_offset": None if resample_offset is None else str(offset),
                     "touched_exit": bool(touched_exit),
+                    "stop_cooldown": cooldown,
                     "position_limit": position_limit,
                     "leverage": bool(leverage),
                     "start": None if start is None else inputs.clock.index[0],

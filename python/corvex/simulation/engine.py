@@ -46,5 +46,6 @@ def run_engine(
         take_profit=options.take_profit,
         trail_stop=options.trail_stop,
         touched_exit=options.touched_exit,
+        stop_cooldown=options.stop_cooldown,
         record_fills=True,
     )

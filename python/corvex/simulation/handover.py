@@ -20,7 +20,8 @@ class State:
 
     `executed` is the rebalance last filled (-1: none). `out`, `pending` hold the reason for which
     an asset was closed, or waits to be closed, since then (0: none); `pending_session` the
-    session on which a pending stop fired; `waiting` whether an order to close waits for a price.
+    session on which a pending stop fired; `waiting` whether an order to close waits for a price,
+    `kept_out` whether the next rebalance leaves a stopped asset out.
     """
 
     executed: int
@@ -29,6 +30,7 @@ class State:
     pending_session: np.ndarray
     waiting: np.ndarray
     ruined: bool
+    kept_out: np.ndarray
 
 
 @dataclass(frozen=True, slots=True)
@@ -69,6 +71,7 @@ def hand_over(schedule: Schedule, state: State, labels: pd.Index, last_session: 
     elif schedule.planned_targets is not None:
         targets, next_date = schedule.planned_targets, schedule.planned_date
         planned = schedule.planned_date
+    targets = np.where(state.kept_out, 0.0, targets)
     return HandOver(
         _series(weights, labels, current_date),
         _series(targets, labels, next_date),

@@ -6,7 +6,14 @@ import math
 import numbers
 from dataclasses import dataclass
 
-__all__ = ["Costs", "Options", "checked_limit", "cost_ratio", "stop_fraction"]
+__all__ = [
+    "Costs",
+    "Options",
+    "checked_cooldown",
+    "checked_limit",
+    "cost_ratio",
+    "stop_fraction",
+]
 
 
 @dataclass(frozen=True, slots=True)
@@ -27,6 +34,7 @@ class Options:
     take_profit: float
     trail_stop: float
     touched_exit: bool
+    stop_cooldown: int = 0
 
 
 def cost_ratio(name: str, value: float | None, default: float = 0.0) -> float:
@@ -62,6 +70,15 @@ def checked_limit(value: float | None) -> float:
     if not limit > 0.0:
         raise ValueError(f"position_limit must be a weight above 0, or None, got {value!r}")
     return limit
+
+
+def checked_cooldown(value: int) -> int:
+    """Return how many rebalances a stopped asset stays out of."""
+    if isinstance(value, bool) or not isinstance(value, numbers.Integral) or value < 0:
+        raise ValueError(
+            f"stop_cooldown must be a number of rebalances, a whole number from 0 on, got {value!r}"
+        )
+    return int(value)
 
 
 def _number(name: str, value: object) -> float:

@@ -62,6 +62,7 @@ def state_after(result: SimulationResult, schedule: Schedule) -> State:
         pending_session=result["pending_session"],
         waiting=closing,
         ruined=result["ruin_session"] >= 0,
+        kept_out=result["cooldown"] > 0,
     )
 
 

@@ -58,6 +58,13 @@ double stop_fraction(std::optional<double> value) {
     return value && std::isfinite(*value) ? *value : kOff;
 }
 
+OutputArray<std::int64_t> reason_codes(std::span<const engine::trades::ExitReason> reasons) {
+    std::vector<std::int64_t> codes(reasons.size());
+    std::ranges::transform(reasons, codes.begin(),
+                           [](auto reason) { return static_cast<std::int64_t>(reason); });
+    return to_numpy(std::move(codes));
+}
+
 nb::dict fill_columns(engine::portfolio::Fills&& fills) {
     nb::dict out;
     out["session"] = to_numpy(std::move(fills.session));
@@ -87,10 +94,11 @@ nb::dict as_dict(SimulationResult&& result, nb::object position, const Simulatio
     out["executed_rebalance"] = result.executed_rebalance;
     out["weights_in_force"] = to_numpy(std::move(result.weights_in_force));
     out["shares"] = to_numpy(std::move(result.shares));
-    out["out_reason"] = to_numpy(std::move(result.out_reason));
-    out["pending_reason"] = to_numpy(std::move(result.pending_reason));
+    out["out_reason"] = reason_codes(result.out_reason);
+    out["pending_reason"] = reason_codes(result.pending_reason);
     out["pending_session"] = to_numpy(std::move(result.pending_session));
     out["waiting_rebalance"] = to_numpy(std::move(result.waiting_rebalance));
+    out["cooldown"] = to_numpy(std::move(result.cooldown));
     return out;
 }
 
@@ -112,8 +120,8 @@ nb::dict simulate(const InputTable& close, const InputTable& target,
                   const OptionalTable& high, const OptionalTable& low, double fee_ratio,
                   double tax_ratio, double slippage_ratio, std::optional<double> stop_loss,
                   std::optional<double> take_profit, std::optional<double> trail_stop,
-                  bool touched_exit, bool record_positions, bool record_trades,
-                  bool record_excursions, bool record_fills) {
+                  bool touched_exit, std::int64_t stop_cooldown, bool record_positions,
+                  bool record_trades, bool record_excursions, bool record_fills) {
     SimulationInput input{};
     input.close = as_table(close);
     input.fill = as_table(fill);
@@ -126,7 +134,7 @@ nb::dict simulate(const InputTable& close, const InputTable& target,
     input.fill_at = parse_fill_at(fill_at);
     input.costs = {fee_ratio, tax_ratio, slippage_ratio};
     input.stops = {stop_fraction(stop_loss), stop_fraction(take_profit), stop_fraction(trail_stop),
-                   touched_exit};
+                   touched_exit, stop_cooldown};
     input.record_trades = record_trades;
     input.record_excursions = record_excursions;
     input.record_fills = record_fills;
@@ -169,8 +177,9 @@ void bind_portfolio(nb::module_& module) {
                "high"_a.noconvert() = nb::none(), "low"_a.noconvert() = nb::none(),
                "fee_ratio"_a = 0.0, "tax_ratio"_a = 0.0, "slippage_ratio"_a = 0.0,
                "stop_loss"_a = nb::none(), "take_profit"_a = nb::none(),
-               "trail_stop"_a = nb::none(), "touched_exit"_a = false, "record_positions"_a = true,
-               "record_trades"_a = true, "record_excursions"_a = true, "record_fills"_a = false,
+               "trail_stop"_a = nb::none(), "touched_exit"_a = false, "stop_cooldown"_a = 0,
+               "record_positions"_a = true, "record_trades"_a = true, "record_excursions"_a = true,
+               "record_fills"_a = false,
                "Simulate a portfolio of target weights; the stub file describes it.");
     module.def("last_priced_sessions", &last_priced_sessions, "prices"_a.noconvert(),
                "For each asset the last row with a price, -1 for an asset without any.");

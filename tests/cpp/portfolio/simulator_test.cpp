@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <numeric>
 #include <stdexcept>
 #include <vector>
 
@@ -31,6 +32,8 @@ struct Market {
         std::vector<double> position(close.size());
         input.close = {close, 1};
         input.open = {open, 1};
+        input.fill = {open, 1};
+        input.record_fills = true;
         input.high = {high, 1};
         input.low = {low, 1};
         input.target = target;
@@ -68,6 +71,40 @@ TEST(TouchedStops, FillAtTheStopPriceOrAtTheOpenBehindIt) {
     EXPECT_EQ(touched(115, 119, 95, -0.5).exit_price, 115);
 }
 
+double sum_of(const std::vector<double>& values) {
+    return std::accumulate(values.begin(), values.end(), 0.0);
+}
+
+TEST(Netting, PaysForWhatAStopAndAnOrderTrulyTrade) {
+    Market market{.close = {100, 100, 80, 80},
+                  .open = {100, 100, 80, 80},
+                  .high = {100, 100, 80, 80},
+                  .low = {100, 100, 80, 80},
+                  .target = {1.0, 0.5},
+                  .signals = {0, 1},
+                  .fill_at = FillAt::kOpen,
+                  .costs = {.fee = 0.01},
+                  .stops = {.loss = 0.1, .touched = true}};
+    // The open lies behind the stop: half is sold by the order and half by the stop, once each.
+    const double bought = 1.0 / 1.01;
+    const SimulationResult at_open = market.run();
+    EXPECT_EQ(at_open.shares.front(), 0.0);
+    EXPECT_NEAR(sum_of(at_open.traded), bought * 1.8, 1e-12);
+    EXPECT_NEAR(sum_of(at_open.fees), bought * 0.018, 1e-12);
+    EXPECT_EQ(at_open.fills.shares, (std::vector<double>{bought / 100, 0.0}));
+
+    market.fill_at = FillAt::kClose;
+    market.stops.touched = false; // it fires on the close of session 2, the order fills with it
+    market.signals = {0, 2};
+    const SimulationResult at_close = market.run();
+    EXPECT_NEAR(at_close.shares.front() * 80, at_close.equity.back() / 2, 1e-12);
+    EXPECT_NEAR(sum_of(at_close.traded), bought + bought * 0.8 - at_close.equity.back() / 2, 1e-12);
+    EXPECT_EQ(at_close.round_trips.size(), 2U);
+
+    market.stops.cooldown = 1;
+    EXPECT_EQ(market.run().shares.front(), 0.0);
+}
+
 TEST(Simulate, RefusesInputsThatDoNotFit) {
     const auto refuses = [](Market market) { EXPECT_THROW(market.run(), std::invalid_argument); };
     refuses({.close = {1, 2}, .target = {1, 1}});
@@ -77,6 +114,7 @@ TEST(Simulate, RefusesInputsThatDoNotFit) {
     refuses({.close = {1, 2}, .costs = {.fee = 1.0}});
     refuses({.close = {1, 2}, .costs = {.fee = -0.1}});
     refuses({.close = {1, 2}, .stops = {.loss = 0.0}});
+    refuses({.close = {1, 2}, .stops = {.cooldown = -1}});
     refuses({.close = {1, 2}, .fill_at = FillAt::kOpen});
     refuses({.close = {1, 2}, .stops = {.loss = 0.1, .touched = true}});
 }

@@ -46,6 +46,7 @@ class Case:
     take_profit: float = inf
     trail_stop: float = inf
     touched: bool = False
+    cooldown: int = 0
 
 
 class SlowSimulator:
@@ -61,7 +62,10 @@ class SlowSimulator:
         self.held: dict[int, Position] = {}
         self.value_price = [nan] * self.assets  # what a missing price counts as
         self.weights = [0.0] * self.assets
-        self.waiting: dict[int, int] = {}
+        self.waiting: dict[int, tuple] = {}  # asset -> (rebalance, weight)
+        self.out_for = [0] * self.assets  # rebalances that a stopped asset still stays out of
+        self.leaving: dict[int, float] = {}  # shares of ended trips that an order takes over
+        self.ordered: dict[int, float] | None = None  # holdings before the orders of a session
         self.trades, self.equity, self.cashes, self.position, self.paid = [], [], [], [], []
         self.executed, self.ruined, self.broke = -1, -1, False
 
@@ -90,6 +94,7 @@ class SlowSimulator:
 
     def session(self, t):
         c = self.c
+        self.ordered = None
         stops = min(c.stop_loss, c.take_profit, c.trail_stop) < inf
         for j in sorted(self.held):
             if self.last_priced[j] == t - 1:
@@ -149,6 +154,7 @@ class SlowSimulator:
             p.stop = (t, TAKE_PROFIT)
         if p.stop:
             self.waiting.pop(p.asset, None)
+            self.out_for[p.asset] = self.c.cooldown
 
     def touch(self, t):
         c = self.c
@@ -173,7 +179,17 @@ class SlowSimulator:
             else:
                 price, reason = profit if isnan(worst) else max(profit, worst), TAKE_PROFIT
             self.waiting.pop(j, None)
-            self.exit(j, t, p.sign * price, (reason, t, -1), touched=True)
+            self.out_for[j] = c.cooldown
+            at_orders, cause = p.sign * price == self.price(j, t), (reason, t, -1)
+            if at_orders and c.fill_at != "open" and t - 1 in c.signal:
+                self.leave(j, t, p.sign * price, cause, touched=True)
+                continue
+            if at_orders and self.ordered is not None:
+                # The session's order filled at this price: only the net of both is traded.
+                before = self.ordered.get(j, 0.0)
+                self.pay((p.shares - before) * self.price(j, t), back=True)
+                p.shares = before
+            self.exit(j, t, p.sign * price, cause, touched=True)
 
     def price(self, j, t):
         table = self.c.close if self.c.fill_at == "close" else self.c.fill
@@ -181,18 +197,33 @@ class SlowSimulator:
         return table[t][j] if ok else nan
 
     def orders(self, t):
+        due = [r for r, s in enumerate(self.c.signal) if s + 1 == t]
         for j in sorted(self.held):
             p = self.held[j]
             if p.stop and not isnan(self.price(j, t)):
-                self.exit(j, t, self.price(j, t), (p.stop[1], p.stop[0], -1))
-        due = [r for r, s in enumerate(self.c.signal) if s + 1 == t]
+                ends = self.leave if due or j in self.waiting else self.exit
+                ends(j, t, self.price(j, t), (p.stop[1], p.stop[0], -1))
         if due:
             self.rebalance(due[-1], t)
         elif self.waiting:
             self.retry(t)
+        for j, shares in self.leaving.items():  # no order came about
+            self.pay(-shares * self.price(j, t))
+            self.weights[j] = 0.0
+        self.leaving.clear()
+
+    def leave(self, j, t, price, cause, touched=False):
+        """End a round trip whose shares an order takes over at the same price."""
+        self.leaving[j] = self.held[j].shares
+        self.finish(self.held[j], t, price, cause, touched)
+
+    def holdings(self):
+        return {j: p.shares for j, p in self.held.items()}
 
     def worth(self, j, t):
         """Value of a holding at the fill."""
+        if j in self.leaving:
+            return self.leaving[j] * self.price(j, t)
         if j not in self.held:
             return 0.0
         price = self.price(j, t)
@@ -200,8 +231,10 @@ class SlowSimulator:
 
     def rebalance(self, r, t):
         self.waiting.clear()
-        weights = self.c.target[r]
-        wanted = [j for j in range(self.assets) if weights[j] != 0 or j in self.held]
+        weights = self.wanted_weights(r)
+        self.out_for = [max(0, left - 1) for left in self.out_for]
+        owned = {*self.held, *self.leaving}
+        wanted = [j for j in range(self.assets) if weights[j] != 0 or j in owned]
         free = [j for j in wanted if not isnan(self.price(j, t))]
         stuck = sum(self.worth(j, t) for j in wanted if j not in free)
         before = self.cash + sum(self.worth(j, t) for j in wanted)
@@ -234,22 +267,28 @@ class SlowSimulator:
                 fits = equity - sum(new.values()) - stuck >= floor * equity
                 small, large = (scale, large) if fits else (small, scale)
             equity, new = equity_of(small if small > 1e-12 else 0.0)
-        self.executed = r
+        self.executed, self.ordered = r, self.holdings()
         for j in free:
             self.fill(j, t, new[j], weights[j], r)
-        self.waiting = {j: r for j in wanted if j not in free}
+        self.waiting = {j: (r, weights[j]) for j in wanted if j not in free}
+        self.total_weight = sum(weights)
+
+    def wanted_weights(self, r):
+        return [0.0 if left else w for w, left in zip(self.c.target[r], self.out_for, strict=True)]
 
     def retry(self, t):
         ready = [j for j in sorted(self.waiting) if not isnan(self.price(j, t))]
-        equity = self.cash + sum(self.worth(j, t) for j in self.held)
+        equity = self.cash + sum(self.worth(j, t) for j in {*self.held, *self.leaving})
+        if ready:
+            self.ordered = self.holdings()
 
         def is_sell(j):
-            return self.c.target[self.waiting[j]][j] * equity < self.worth(j, t)
+            return self.waiting[j][1] * equity < self.worth(j, t)
 
         for j in [j for j in ready if is_sell(j)] + [j for j in ready if not is_sell(j)]:
-            r = self.waiting.pop(j)
-            weight, held = self.c.target[r][j], self.worth(j, t)
-            equity = self.cash + sum(self.worth(k, t) for k in self.held)
+            r, weight = self.waiting.pop(j)
+            held = self.worth(j, t)
+            equity = self.cash + sum(self.worth(k, t) for k in {*self.held, *self.leaving})
             if equity <= 0:
                 self.broke = True
                 continue
@@ -260,7 +299,7 @@ class SlowSimulator:
                 low, high = (middle, high) if short_of else (low, middle)
             change = high
             if change > 0:
-                floor = min(0.0, 1 - sum(self.c.target[r])) * equity
+                floor = min(0.0, 1 - self.total_weight) * equity
                 cover = min(change, max(0.0, -held))
                 unit = 1 + self.total_cost(1.0)
                 extra = max(0.0, (self.cash - floor - cover * unit) / unit)
@@ -273,6 +312,7 @@ class SlowSimulator:
         price, old = self.price(j, t), self.held.get(j)
         change = value - self.worth(j, t)
         self.pay(change)
+        self.leaving.pop(j, None)
         sign = (value > 0) - (value < 0)
         if old and old.sign != sign:
             self.finish(old, t, price, (REBALANCE, self.c.signal[r], r))
@@ -284,10 +324,11 @@ class SlowSimulator:
         self.weights[j] = weight if sign else 0.0
         self.value_price[j] = price
 
-    def pay(self, change):
-        parts = self.cost(change)
+    def pay(self, change, back=False):
+        sign = -1 if back else 1
+        parts = [sign * part for part in self.cost(change)]
         self.paid[-1] = [a + b for a, b in zip(self.paid[-1], parts, strict=True)]
-        self.cash -= change + sum(parts[:3])
+        self.cash -= sign * change + sum(parts[:3])
 
     def exit(self, j, t, price, cause, touched=False):
         p = self.held[j]
@@ -328,10 +369,12 @@ class SlowSimulator:
 
     def signal_beyond(self):
         pending = [r for r, s in enumerate(self.c.signal) if s == self.sessions - 1]
-        orders = dict.fromkeys(range(self.assets), pending[-1]) if pending else self.waiting
+        orders = dict(self.waiting)
+        if pending:
+            orders = {j: (pending[-1], w) for j, w in enumerate(self.wanted_weights(pending[-1]))}
         causes = {}
-        for j, r in orders.items():
-            p, weight = self.held.get(j), self.c.target[r][j]
+        for j, (r, weight) in orders.items():
+            p = self.held.get(j)
             if p and not p.stop and p.sign * weight <= 0:
                 causes[j] = (REBALANCE, self.c.signal[r], r)
             if weight and (not p or p.stop or p.sign * weight < 0):

@@ -29,7 +29,8 @@ def cases(draw):
     reach = np.exp(np.abs(rng.normal(0, volatility / 2, (2, *close.shape))))
     high, low = np.maximum(open_, close) * reach[0], np.minimum(open_, close) / reach[1]
     fill_at = draw(st.sampled_from(["close", "open", "other"]))
-    fill = open_ if fill_at == "open" else (high + low) / 2
+    # Touched stops behind an open at which the orders fill, too, are netted with them.
+    fill = open_ if fill_at == "open" or draw(st.booleans()) else (high + low) / 2
     if draw(st.booleans()):
         share = draw(st.sampled_from([0.05, 0.4]))
         missing = rng.random(close.shape) < share
@@ -58,7 +59,7 @@ def cases(draw):
     return Case(
         close, target, signal.tolist(), first, fill_at, fill,
         open_ if draw(st.booleans()) else None, high, low, fee, tax, slippage,
-        draw(STOPS), draw(STOPS), draw(STOPS), touched,
+        draw(STOPS), draw(STOPS), draw(STOPS), touched, draw(st.sampled_from([0, 0, 1, 3])),
     )  # fmt: skip
 
 
@@ -74,7 +75,7 @@ def run_engine(case: Case, **flags):
         first_session=case.first, fill_at=case.fill_at, fill=case.fill, open=case.open,
         high=case.high, low=case.low, fee_ratio=case.fee, tax_ratio=case.tax,
         slippage_ratio=case.slippage, stop_loss=case.stop_loss, take_profit=case.take_profit,
-        trail_stop=case.trail_stop, touched_exit=case.touched, **flags,
+        trail_stop=case.trail_stop, touched_exit=case.touched, stop_cooldown=case.cooldown, **flags,
     )  # fmt: skip
 
 
@@ -98,8 +99,9 @@ def assert_same(ours, slow: SlowSimulator):
         np.testing.assert_allclose(
             values, [trade[name] for trade in slow.trades], err_msg=name, **close_to
         )
-    waiting = [slow.waiting.get(j, -1) for j in range(slow.assets)]
+    waiting = [slow.waiting.get(j, (-1,))[0] for j in range(slow.assets)]
     np.testing.assert_array_equal(ours["waiting_rebalance"], waiting)
+    np.testing.assert_array_equal(ours["cooldown"], slow.out_for)
     stops = [slow.held[j].stop if j in slow.held else None for j in range(slow.assets)]
     np.testing.assert_array_equal(ours["pending_session"], [s[0] if s else -1 for s in stops])
     np.testing.assert_array_equal(ours["pending_reason"], [s[1] if s else 0 for s in stops])

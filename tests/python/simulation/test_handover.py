@@ -117,6 +117,29 @@ def test_a_stop_that_fired(days, falling, weights_on):
     assert between.trades.exit_reason.tolist() == ["stop_loss", "take_profit"]
 
 
+def test_a_stopped_asset_sits_out_the_rebalances_of_its_cooldown(days, falling, weights_on):
+    earlier = falling.shift(-3).ffill()  # the stop fires on day 4
+    weights, both = weights_on({0: (0.5, 0.5)}), {"AAA": 0.5, "BBB": 0.5}
+
+    def run(cooldown, *rebalances):
+        return corvex.simulate(
+            weights, earlier, stop_loss=0.1, stop_cooldown=cooldown, resample=[days[0], *rebalances]
+        )
+
+    assert state(run(1, days[7]))[2] == {"BBB": 0.5}
+    assert state(run(1, "2024-02-01"))[2] == {"BBB": 0.5}
+    assert state(run(1, days[5], days[7]))[0:3:2] == ({"BBB": 0.5}, both)
+    assert run(2, days[5], days[7]).next_weights.to_dict() == {"BBB": 0.5}
+    # With the rebalance that fills together with the stop, only the difference is traded.
+    netted = run(0, days[4])
+    assert netted.weights.to_dict() == both
+    assert netted.trades.exit_reason.tolist() == ["stop_loss", "", ""]
+    assert netted.fills.symbol.tolist() == ["AAA", "BBB", "AAA", "BBB"]
+    for cooldown in (-1, 0.5, True):
+        with pytest.raises(ValueError, match="stop_cooldown must be a number of rebalances"):
+            run(cooldown)
+
+
 def test_a_filled_stop_leaves_no_action(days, falling, weights_on):
     earlier = falling.shift(-1).ffill()
     weights = weights_on({0: (0.5, 0.5)})

@@ -108,6 +108,7 @@ def assumptions(report: Report) -> list[dict[str, Any]]:
         "take_profit": _number(getattr(report, "take_profit", None)),
         "trail_stop": _number(getattr(report, "trail_stop", None)),
         "touched_exit": settings.get("touched_exit"),
+        "stop_cooldown": settings.get("stop_cooldown") or None,
         "position_limit": _number(settings.get("position_limit")),
         "leverage": settings.get("leverage"),
         "market_chosen": settings.get("market_chosen"),

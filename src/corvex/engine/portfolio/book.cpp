@@ -125,6 +125,19 @@ void Book::trade(std::size_t asset, double value, double price, std::size_t sess
     }
 }
 
+void Book::untrade(std::size_t asset, double shares_before, double price, CostTotals& totals) {
+    const double bought = (shares_[asset] - shares_before) * price;
+    if (bought > 0.0) {
+        cash_ += bought * (1.0 + costs_.buy_rate());
+        totals.add(costs_, -bought, 0.0);
+    } else {
+        cash_ += bought * (1.0 - costs_.sell_rate());
+        totals.add(costs_, 0.0, bought);
+    }
+    shares_[asset] = shares_before;
+    changed_ = true;
+}
+
 void Book::forgive_rounding(double equity) {
     if (cash_ < 0.0 && cash_ > -1e-14 * equity) {
         cash_ = 0.0;

@@ -35,6 +35,8 @@ class Book {
     /// Trades one asset to a holding of `value`; pays for it and for the costs.
     void trade(std::size_t asset, double value, double price, std::size_t session,
                CostTotals& totals);
+    /// Takes a trade of this session back: shares, cash and costs are as before it.
+    void untrade(std::size_t asset, double shares_before, double price, CostTotals& totals);
     void set_cash(double cash) { cash_ = cash; }
     /// Sets a debt that is a mere rounding error of the equity to zero.
     void forgive_rounding(double equity);

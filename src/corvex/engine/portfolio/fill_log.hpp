@@ -51,6 +51,9 @@ class FillLog {
         fills_.cost.push_back(bought > 0.0 ? bought * buy_rate_ : -bought * sell_rate_);
     }
 
+    /// Forgets an asset's last fill, when it was in this session.
+    void remove_last(std::size_t session, std::size_t asset);
+
     Fills take() { return std::exchange(fills_, {}); }
 
   private:
@@ -61,5 +64,22 @@ class FillLog {
     bool enabled_;
     Fills fills_;
 };
+
+inline void FillLog::remove_last(std::size_t session, std::size_t asset) {
+    const auto same = [](std::int32_t stored, std::size_t wanted) {
+        return static_cast<std::size_t>(stored) == wanted;
+    };
+    for (std::size_t at = fills_.session.size(); at-- > 0 && same(fills_.session[at], session);) {
+        if (same(fills_.asset[at], asset)) {
+            const auto place = static_cast<std::ptrdiff_t>(at);
+            fills_.session.erase(fills_.session.begin() + place);
+            fills_.asset.erase(fills_.asset.begin() + place);
+            fills_.shares.erase(fills_.shares.begin() + place);
+            fills_.price.erase(fills_.price.begin() + place);
+            fills_.cost.erase(fills_.cost.begin() + place);
+            return;
+        }
+    }
+}
 
 } // namespace corvex::engine::portfolio

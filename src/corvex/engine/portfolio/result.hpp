@@ -24,10 +24,12 @@ struct SimulationResult {
     // The state after the last session, one entry for each asset.
     std::vector<double> weights_in_force;
     std::vector<double> shares;
-    std::vector<std::int64_t> out_reason;        ///< of an asset closed since the last rebalance
-    std::vector<std::int64_t> pending_reason;    ///< of a stop that waits for its fill
-    std::vector<std::int64_t> pending_session;   ///< on which it fired, -1 = none
-    std::vector<std::int64_t> waiting_rebalance; ///< whose order waits for a price, -1 = none
+    /// Of an asset closed since the last rebalance, or kept out of that one after a stop.
+    std::vector<trades::ExitReason> out_reason;
+    std::vector<trades::ExitReason> pending_reason; ///< of a stop that waits for its fill
+    std::vector<std::int64_t> pending_session;      ///< on which it fired, -1 = none
+    std::vector<std::int64_t> waiting_rebalance;    ///< whose order waits for a price, -1 = none
+    std::vector<std::int64_t> cooldown; ///< in how many more rebalances a stopped asset stays out
 };
 
 } // namespace corvex::engine::portfolio

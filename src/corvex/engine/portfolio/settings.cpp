@@ -79,6 +79,8 @@ void validate(const SimulationInput& input) {
     require_stop(input.stops.loss, "stop_loss");
     require_stop(input.stops.profit, "take_profit");
     require_stop(input.stops.trail, "trail_stop");
+    require(input.stops.cooldown >= 0,
+            "stop_cooldown must not be negative, got " + std::to_string(input.stops.cooldown));
 }
 
 } // namespace corvex::engine::portfolio

@@ -18,7 +18,8 @@ struct StopRules {
     double loss = std::numeric_limits<double>::infinity();
     double profit = std::numeric_limits<double>::infinity();
     double trail = std::numeric_limits<double>::infinity(); ///< of the best price since entry
-    bool touched = false; ///< filled inside the session, instead of checked on closes
+    bool touched = false;      ///< filled inside the session, instead of checked on closes
+    std::int64_t cooldown = 0; ///< how many rebalances a stopped asset stays out of
 
     [[nodiscard]] bool any() const {
         return std::isfinite(loss) || std::isfinite(profit) || std::isfinite(trail);

@@ -1,7 +1,6 @@
 #include "corvex/engine/portfolio/simulator.hpp"
 
 #include "corvex/engine/portfolio/price_checks.hpp"
-#include "corvex/engine/portfolio/simulator_state.hpp"
 
 #include <algorithm>
 
@@ -11,21 +10,19 @@ using trades::ExitReason;
 
 Simulator::Simulator(const SimulationInput& input)
     : in_{input}, assets_{input.close.assets}, book_{input.close, input.costs},
-      solver_{input.costs, assets_}, stops_{input},
+      solver_{input.costs, assets_}, stops_{input}, cooldowns_{assets_, input.stops.cooldown},
+      waiting_{assets_}, pending_{assets_},
       excursions_{input.close, input.first_session, input.record_trades && input.record_excursions},
       log_{input.costs, assets_, input.signal_session.size(), input.record_trades},
       fills_{input.costs, assets_ * input.signal_session.size(), input.record_fills},
-      last_priced_{last_priced_sessions(input.close)} {
+      last_priced_{last_priced_sessions(input.close)}, leaving_{assets_} {
     const std::size_t sessions = in_.close.sessions();
     for (auto* series :
          {&out_.equity, &out_.cash, &out_.fees, &out_.taxes, &out_.slippage, &out_.traded}) {
         series->resize(sessions - in_.first_session, 0.0);
     }
     out_.weights_in_force.resize(assets_, 0.0);
-    out_.out_reason.resize(assets_, 0);
-    out_.pending_reason.resize(assets_, 0);
-    out_.pending_session.resize(assets_, -1);
-    out_.waiting_rebalance.resize(assets_, -1);
+    out_.out_reason.resize(assets_, ExitReason::kOpen);
     for (std::size_t asset = 0; asset < assets_; ++asset) {
         const std::int64_t closing = last_priced_[asset] + 1;
         if (closing > 0 && closing < static_cast<std::int64_t>(sessions)) {
@@ -97,8 +94,7 @@ void Simulator::close_ended(std::size_t session) {
 void Simulator::fill_orders(std::size_t session) {
     fill_fired_stops(session);
     std::int64_t due = -1;
-    while (next_rebalance_ < in_.signal_session.size() &&
-           in_.signal_session[next_rebalance_] + 1 <= static_cast<std::int64_t>(session)) {
+    while (rebalance_is_due(session)) {
         due = static_cast<std::int64_t>(next_rebalance_++);
     }
     if (due >= 0) {
@@ -106,16 +102,12 @@ void Simulator::fill_orders(std::size_t session) {
     } else if (!waiting_.empty()) {
         fill_waiting(session);
     }
+    sell_left_over(session);
 }
 
-void Simulator::fill_touched_stops(std::size_t session) {
-    touched_.clear();
-    stops_.check_range(session, stop_block_end(session), touched_);
-    for (const TouchedStop& stop : touched_) {
-        cancel_waiting(stop.asset);
-        exit_position(stop.asset, session, stop.price,
-                      {stop.reason, static_cast<std::int64_t>(session), -1}, true);
-    }
+bool Simulator::rebalance_is_due(std::size_t session) const {
+    return next_rebalance_ < in_.signal_session.size() &&
+           in_.signal_session[next_rebalance_] + 1 <= static_cast<std::int64_t>(session);
 }
 
 void Simulator::fire_stops(std::size_t session) {
@@ -125,10 +117,9 @@ void Simulator::fire_stops(std::size_t session) {
             continue;
         }
         stops_.leave(stop.asset);
-        cancel_waiting(stop.asset);
-        out_.pending_reason[stop.asset] = static_cast<std::int64_t>(stop.reason);
-        out_.pending_session[stop.asset] = static_cast<std::int64_t>(session);
-        pending_.push_back(stop.asset);
+        waiting_.cancel(stop.asset);
+        cooldowns_.start(stop.asset);
+        pending_.add(stop.asset, stop.reason, session);
     }
 }
 
@@ -157,15 +148,17 @@ void Simulator::write_down(std::size_t session) {
 
 void Simulator::ruin(std::size_t session) {
     out_.ruin_session = static_cast<std::int64_t>(session);
-    for (const std::uint32_t asset : book_.held()) {
+    const std::vector<std::uint32_t> held = book_.held();
+    for (const std::uint32_t asset : held) {
         exit_position(asset, session, book_.price_after(asset, session),
                       {ExitReason::kRuin, static_cast<std::int64_t>(session), -1});
     }
     book_.set_cash(0.0);
-    cancel_all_waiting();
+    waiting_.restart(-1);
 }
 
 void Simulator::finish() {
+    out_.cooldown = cooldowns_.left(assets_);
     if (out_.ruin_session < 0 && in_.close.sessions() > in_.first_session) {
         const std::size_t last = in_.close.sessions() - 1;
         for (const std::uint32_t asset : book_.held()) {
@@ -175,31 +168,33 @@ void Simulator::finish() {
         signal_beyond_table();
     }
     out_.shares = book_.shares();
+    out_.pending_reason = pending_.reasons();
+    out_.pending_session = pending_.sessions();
+    out_.waiting_rebalance = waiting_.rebalances();
     out_.round_trips = log_.take_sorted();
     out_.fills = fills_.take();
 }
 
 void Simulator::signal_beyond_table() {
-    for (const std::uint32_t asset : pending_) {
-        log_.signal_exit(asset, {static_cast<ExitReason>(out_.pending_reason[asset]),
-                                 out_.pending_session[asset], -1});
+    for (const std::uint32_t asset : pending_.assets()) {
+        log_.signal_exit(asset, {pending_.reason(asset), pending_.session(asset), -1});
     }
     if (next_rebalance_ < in_.signal_session.size()) {
-        const auto row = static_cast<std::int64_t>(in_.signal_session.size()) - 1;
+        const std::size_t row = in_.signal_session.size() - 1;
+        const auto weights = cooldowns_.apply({in_.target_row(row), assets_});
         for (std::size_t asset = 0; asset < assets_; ++asset) {
-            signal_order(asset, row);
+            signal_order(asset, static_cast<std::int64_t>(row), weights[asset]);
         }
         return;
     }
-    for (const std::uint32_t asset : waiting_) {
-        signal_order(asset, out_.waiting_rebalance[asset]);
+    for (const std::uint32_t asset : waiting_.assets()) {
+        signal_order(asset, waiting_.rebalance(), waiting_.weight(asset));
     }
 }
 
-void Simulator::signal_order(std::size_t asset, std::int64_t rebalance) {
+void Simulator::signal_order(std::size_t asset, std::int64_t rebalance, double weight) {
     const auto row = static_cast<std::size_t>(rebalance);
-    const double weight = in_.target_row(row)[asset];
-    const double shares = out_.pending_reason[asset] != 0 ? 0.0 : book_.shares(asset);
+    const double shares = pending_.has(asset) ? 0.0 : book_.shares(asset);
     const bool keeps_side = (weight > 0.0 && shares > 0.0) || (weight < 0.0 && shares < 0.0);
     if (shares != 0.0 && !keeps_side) {
         log_.signal_exit(asset, {ExitReason::kRebalance, in_.signal_session[row], rebalance});

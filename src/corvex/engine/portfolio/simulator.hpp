@@ -1,11 +1,27 @@
 #pragma once
 
+#include "corvex/engine/portfolio/asset_set.hpp"
+#include "corvex/engine/portfolio/book.hpp"
+#include "corvex/engine/portfolio/cooldowns.hpp"
+#include "corvex/engine/portfolio/fill_log.hpp"
+#include "corvex/engine/portfolio/pending_exits.hpp"
+#include "corvex/engine/portfolio/rebalance_solver.hpp"
 #include "corvex/engine/portfolio/result.hpp"
 #include "corvex/engine/portfolio/settings.hpp"
+#include "corvex/engine/portfolio/stop_monitor.hpp"
+#include "corvex/engine/portfolio/waiting_orders.hpp"
+#include "corvex/engine/trades/excursion.hpp"
+#include "corvex/engine/trades/trade_log.hpp"
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <utility>
+#include <vector>
 
 namespace corvex::engine::portfolio {
 
-/// Simulates a portfolio of target weights, starting from an equity of 1.
+/// One run of a simulation of target weights, starting from an equity of 1.
 ///
 /// A session goes through these steps:
 ///  1. Assets whose prices ended in the session before are closed at that last price.
@@ -16,6 +32,109 @@ namespace corvex::engine::portfolio {
 ///  5. Holdings are marked at the close; stops on closes fire; equity at or below zero is ruin.
 /// When orders fill at the close, a stop looks at the close before the orders fill, so a new
 /// position is first checked one session later.
+///
+/// A stop and an order that fill at one price in one session are netted: both round trips are
+/// there, and costs are paid on what is truly traded.
+class Simulator {
+  public:
+    explicit Simulator(const SimulationInput& input);
+
+    SimulationResult run();
+
+  private:
+    /// What one fill does to a position.
+    struct Change {
+        std::size_t asset;
+        std::size_t session;
+        double price; ///< quoted
+        double weight;
+        double shares_before;    ///< of the round trip that is open, 0 = none
+        trades::ExitCause cause; ///< of the exit, when the fill is one
+        bool touched = false;
+    };
+
+    // The steps of a session (simulator.cpp).
+    void run_session(std::size_t session);
+    void close_ended(std::size_t session);
+    void fill_orders(std::size_t session);
+    void fire_stops(std::size_t session);
+    [[nodiscard]] bool stops_before_fills() const;
+    [[nodiscard]] std::size_t stop_block_end(std::size_t session) const;
+    [[nodiscard]] bool rebalance_is_due(std::size_t session) const;
+    void write_down(std::size_t session);
+    void ruin(std::size_t session);
+    void finish();
+    void signal_beyond_table();
+    void signal_order(std::size_t asset, std::int64_t rebalance, double weight);
+
+    // Exits of single positions (simulator_exits.cpp).
+    void fill_fired_stops(std::size_t session);
+    void fill_touched_stops(std::size_t session);
+    void exit_position(std::size_t asset, std::size_t session, double price,
+                       const trades::ExitCause& cause, bool touched = false);
+    void leave_to_order(std::size_t asset, std::size_t session, double price,
+                        const trades::ExitCause& cause, bool touched = false);
+    void sell_left_over(std::size_t session);
+    void undo_order(std::size_t asset, std::size_t session, double price);
+
+    // Orders (simulator_orders.cpp).
+    void rebalance(std::int64_t row, std::size_t session);
+    double collect_rebalance(std::span<const double> weights, std::size_t session);
+    void apply_rebalance(std::int64_t row, std::size_t session);
+    void fill_waiting(std::size_t session);
+    /// Returns the costs paid.
+    double trade_waiting(std::size_t asset, std::size_t session, double equity);
+    [[nodiscard]] double waiting_change(double held, double weight, double equity) const;
+    [[nodiscard]] double equity_at_fill(std::size_t session) const;
+    void keep_shares_before_orders(std::size_t session);
+    double round_trip_shares(std::size_t asset);
+
+    // Round trips (simulator_orders.cpp).
+    void position_changed(const Change& change);
+    void close_round_trip(const Change& change);
+    void open_round_trip(const Change& change);
+
+    [[nodiscard]] double fill_price(std::size_t asset, std::size_t session) const;
+    [[nodiscard]] double fill_value_price(std::size_t asset, std::size_t session) const;
+    [[nodiscard]] std::size_t offset(std::size_t session) const {
+        return session - in_.first_session;
+    }
+    [[nodiscard]] bool fills_at(FillAt when) const { return in_.fill_at == when; }
+
+    const SimulationInput& in_;
+    std::size_t assets_;
+    Book book_;
+    RebalanceSolver solver_;
+    StopMonitor stops_;
+    Cooldowns cooldowns_;
+    WaitingOrders waiting_;
+    PendingExits pending_;
+    trades::ExcursionTracker excursions_;
+    trades::TradeLog log_;
+    FillLog fills_;
+    SimulationResult out_;
+    CostTotals paid_; ///< in the current session
+
+    std::size_t next_rebalance_ = 0;
+    std::vector<std::int64_t> last_priced_;
+    /// Sessions that close an ended asset, ascending, and how many of them are done.
+    std::vector<std::pair<std::int64_t, std::uint32_t>> ends_;
+    std::size_t ends_done_ = 0;
+
+    std::vector<std::uint32_t> tradable_; ///< assets in the order in which the solver has them
+    double total_weight_ = 0.0;           ///< of the last rebalance
+    /// Assets whose round trip has ended, and whose shares an order of this session takes over.
+    AssetSet leaving_;
+    /// What was held before the orders of a session that fill at the open.
+    std::vector<double> shares_before_orders_;
+    std::int64_t orders_session_ = -1;
+    std::vector<std::uint32_t> exiting_;
+    std::vector<FiredStop> fired_;
+    std::vector<TouchedStop> touched_;
+    bool out_of_equity_ = false; ///< an order met equity at or below zero
+};
+
+/// Runs a simulation.
 /// @throws std::invalid_argument as validate() does.
 SimulationResult simulate(const SimulationInput& input);
 

@@ -1,12 +1,25 @@
-#include "corvex/engine/portfolio/simulator_state.hpp"
+// Orders: rebalances, and orders that met a missing price and then trade their asset alone.
+#include "corvex/engine/portfolio/simulator.hpp"
 
 #include <algorithm>
+#include <iterator>
 #include <limits>
 
 namespace corvex::engine::portfolio {
 
 using trades::ExitCause;
 using trades::ExitReason;
+
+namespace {
+
+/// Whether two holdings are on the same side of the market.
+bool same_side(double a, double b) { return (a > 0.0 && b > 0.0) || (a < 0.0 && b < 0.0); }
+
+ExitCause rebalance_cause(const SimulationInput& input, std::int64_t row) {
+    return {ExitReason::kRebalance, input.signal_session[static_cast<std::size_t>(row)], row};
+}
+
+} // namespace
 
 double Simulator::fill_price(std::size_t asset, std::size_t session) const {
     const double price = in_.fill_prices().at(session, asset);
@@ -19,41 +32,31 @@ double Simulator::fill_value_price(std::size_t asset, std::size_t session) const
     return is_missing(price) ? book_.price_before(asset, session) : price;
 }
 
-void Simulator::fill_fired_stops(std::size_t session) {
-    std::erase_if(pending_, [&](std::uint32_t asset) {
-        if (out_.pending_reason[asset] == 0) {
-            return true; // the position has ended otherwise
-        }
-        const double price = fill_price(asset, session);
-        if (is_missing(price)) {
-            return false;
-        }
-        exit_position(
-            asset, session, price,
-            {static_cast<ExitReason>(out_.pending_reason[asset]), out_.pending_session[asset], -1});
-        return true;
-    });
-}
-
 void Simulator::rebalance(std::int64_t row, std::size_t session) {
-    cancel_all_waiting();
-    std::ranges::fill(out_.out_reason, 0);
-    const double* weights = in_.target_row(static_cast<std::size_t>(row));
+    waiting_.restart(row);
+    if (!cooldowns_.active()) {
+        std::ranges::fill(out_.out_reason, ExitReason::kOpen);
+    }
+    for (std::size_t asset = 0; cooldowns_.active() && asset < assets_; ++asset) {
+        if (!cooldowns_.keeps_out(asset)) {
+            out_.out_reason[asset] = ExitReason::kOpen;
+        }
+    }
+    const auto weights = cooldowns_.apply({in_.target_row(static_cast<std::size_t>(row)), assets_});
     const double before = collect_rebalance(weights, session);
     const double after = before > 0.0 ? solver_.solve(before) : before;
     if (after <= 0.0) {
+        waiting_.restart(row);
         out_of_equity_ = true;
         return;
     }
     out_.executed_rebalance = row;
+    keep_shares_before_orders(session);
     excursions_.observe_before(fills_at(FillAt::kClose) ? session + 1 : session);
     apply_rebalance(row, session);
-    for (const std::uint32_t asset : waiting_) {
-        out_.waiting_rebalance[asset] = row;
-    }
 }
 
-double Simulator::collect_rebalance(const double* weights, std::size_t session) {
+double Simulator::collect_rebalance(std::span<const double> weights, std::size_t session) {
     solver_.clear();
     tradable_.clear();
     total_weight_ = 0.0;
@@ -68,7 +71,7 @@ double Simulator::collect_rebalance(const double* weights, std::size_t session) 
         if (is_missing(price)) {
             const double value = shares == 0.0 ? 0.0 : shares * book_.price_before(asset, session);
             solver_.add_stuck(value, weights[asset]);
-            waiting_.push_back(static_cast<std::uint32_t>(asset));
+            waiting_.add(asset, weights[asset]);
             equity += value;
             continue;
         }
@@ -82,31 +85,108 @@ double Simulator::collect_rebalance(const double* weights, std::size_t session) 
 
 void Simulator::apply_rebalance(std::int64_t row, std::size_t session) {
     const RebalanceSolver::Trades trades = solver_.trade();
-    const ExitCause cause{ExitReason::kRebalance, in_.signal_session[static_cast<std::size_t>(row)],
-                          row};
+    const ExitCause cause = rebalance_cause(in_, row);
     for (std::size_t k = 0; k < tradable_.size(); ++k) {
         const std::size_t asset = tradable_[k];
-        const double before = book_.shares(asset);
+        const double held = book_.shares(asset);
+        const double before = round_trip_shares(asset);
         const double after = solver_.shares(k);
         book_.set_shares(asset, after, solver_.price(k), session);
-        fills_.add(session, asset, before, after, solver_.price(k));
+        fills_.add(session, asset, held, after, solver_.price(k));
         out_.weights_in_force[asset] = solver_.weight(k);
         if (!same_side(before, after)) {
             position_changed({asset, session, solver_.price(k), solver_.weight(k), before, cause});
         }
     }
+    leaving_.clear();
     book_.holdings_changed();
     book_.set_cash(trades.cash);
     paid_.add(in_.costs, trades.bought, trades.sold);
 }
 
-void Simulator::exit_position(std::size_t asset, std::size_t session, double price,
-                              const ExitCause& cause, bool touched) {
-    const double before = book_.shares(asset);
-    book_.trade(asset, 0.0, price, session, paid_);
-    fills_.add(session, asset, before, 0.0, price);
-    out_.out_reason[asset] = static_cast<std::int64_t>(cause.reason);
-    position_changed({asset, session, price, 0.0, before, cause, touched});
+void Simulator::fill_waiting(std::size_t session) {
+    std::vector<std::uint32_t> ready;
+    std::ranges::copy_if(waiting_.assets(), std::back_inserter(ready), [&](std::uint32_t asset) {
+        return !is_missing(fill_price(asset, session));
+    });
+    if (ready.empty()) {
+        return;
+    }
+    keep_shares_before_orders(session);
+    excursions_.observe_before(fills_at(FillAt::kClose) ? session + 1 : session);
+    // Sells first, so that their proceeds serve the buys.
+    double equity = equity_at_fill(session);
+    std::ranges::stable_partition(ready, [&](std::uint32_t asset) {
+        return waiting_.weight(asset) * equity < book_.shares(asset) * fill_price(asset, session);
+    });
+    for (const std::uint32_t asset : ready) {
+        equity -= trade_waiting(asset, session, equity);
+    }
+}
+
+/// The change in value that brings one asset alone to weight x the equity after its own costs.
+double Simulator::waiting_change(double held, double weight, double equity) const {
+    const bool buy = weight * equity > held;
+    const double rate = buy ? in_.costs.buy_rate() : -in_.costs.sell_rate();
+    const double change = (weight * equity - held) / (1.0 + rate * weight);
+    if (!buy) {
+        return change;
+    }
+    // Covering a short is never held back; what goes beyond it stays within cash.
+    const double floor = std::min(0.0, 1.0 - total_weight_) * equity;
+    const double cover = std::min(change, std::max(0.0, -held));
+    const double room = (book_.cash() - floor) / (1.0 + rate) - cover;
+    // Cash that is a mere rounding error buys nothing, or it would open a position of dust.
+    return cover + (room > 1e-12 * equity ? std::min(change - cover, room) : 0.0);
+}
+
+double Simulator::trade_waiting(std::size_t asset, std::size_t session, double equity) {
+    const std::int64_t row = waiting_.rebalance();
+    const double weight = waiting_.weight(asset);
+    const double price = fill_price(asset, session);
+    waiting_.cancel(asset);
+    if (equity <= 0.0) {
+        out_of_equity_ = true;
+        return 0.0;
+    }
+    const double held = book_.shares(asset);
+    const double before = round_trip_shares(asset);
+    const double change = waiting_change(held * price, weight, equity);
+    const double value = weight == 0.0 ? 0.0 : held * price + change;
+    book_.trade(asset, value, price, session, paid_);
+    fills_.add(session, asset, held, book_.shares(asset), price);
+    book_.forgive_rounding(equity);
+    leaving_.remove(asset);
+    if (book_.shares(asset) != 0.0) {
+        out_.weights_in_force[asset] = weight;
+    }
+    if (!same_side(before, book_.shares(asset))) {
+        position_changed({asset, session, price, weight, before, rebalance_cause(in_, row)});
+    }
+    return change > 0.0 ? change * in_.costs.buy_rate() : -change * in_.costs.sell_rate();
+}
+
+double Simulator::equity_at_fill(std::size_t session) const {
+    double equity = book_.cash();
+    for (std::size_t asset = 0; asset < assets_; ++asset) {
+        if (book_.shares(asset) != 0.0) {
+            equity += book_.shares(asset) * fill_value_price(asset, session);
+        }
+    }
+    return equity;
+}
+
+/// A stop that is touched at the very open takes back what the orders have traded there.
+void Simulator::keep_shares_before_orders(std::size_t session) {
+    if (fills_at(FillAt::kOpen) && stops_.inside_sessions()) {
+        shares_before_orders_ = book_.shares();
+        orders_session_ = static_cast<std::int64_t>(session);
+    }
+}
+
+/// The shares of an asset's round trip: none where it has ended and left them to this order.
+double Simulator::round_trip_shares(std::size_t asset) {
+    return !leaving_.empty() && leaving_.has(asset) ? 0.0 : book_.shares(asset);
 }
 
 void Simulator::position_changed(const Change& change) {
@@ -132,11 +212,11 @@ void Simulator::close_round_trip(const Change& change) {
     if (stops_.active()) {
         stops_.leave(change.asset);
     }
-    out_.pending_reason[change.asset] = 0;
-    out_.pending_session[change.asset] = -1;
+    pending_.drop(change.asset);
 }
 
 void Simulator::open_round_trip(const Change& change) {
+    out_.out_reason[change.asset] = ExitReason::kOpen;
     const bool is_long = book_.shares(change.asset) > 0.0;
     const double executed = in_.costs.executed(change.price, is_long);
     excursions_.open(change.asset, is_long, executed);

@@ -1,0 +1,89 @@
+// Positions that end alone: stops, and how they are netted with an order of the same session.
+#include "corvex/engine/portfolio/simulator.hpp"
+
+namespace corvex::engine::portfolio {
+
+using trades::ExitCause;
+
+void Simulator::fill_fired_stops(std::size_t session) {
+    if (pending_.empty()) {
+        return;
+    }
+    const bool due = rebalance_is_due(session);
+    exiting_.assign(pending_.assets().begin(), pending_.assets().end()); // exits drop out of it
+    for (const std::uint32_t asset : exiting_) {
+        const double price = fill_price(asset, session);
+        if (is_missing(price)) {
+            continue;
+        }
+        const ExitCause cause{pending_.reason(asset), pending_.session(asset), -1};
+        if (due || waiting_.has(asset)) {
+            leave_to_order(asset, session, price, cause);
+        } else {
+            exit_position(asset, session, price, cause);
+        }
+    }
+}
+
+void Simulator::fill_touched_stops(std::size_t session) {
+    touched_.clear();
+    stops_.check_range(session, stop_block_end(session), touched_);
+    for (const TouchedStop& stop : touched_) {
+        const std::size_t asset = stop.asset;
+        const ExitCause cause{stop.reason, static_cast<std::int64_t>(session), -1};
+        waiting_.cancel(asset);
+        cooldowns_.start(asset);
+        const bool at_order_price = stop.price == fill_price(asset, session);
+        if (at_order_price && stops_before_fills() && rebalance_is_due(session)) {
+            leave_to_order(asset, session, stop.price, cause, true);
+            continue;
+        }
+        if (at_order_price && orders_session_ == static_cast<std::int64_t>(session)) {
+            undo_order(asset, session, stop.price);
+        }
+        exit_position(asset, session, stop.price, cause, true);
+    }
+}
+
+void Simulator::exit_position(std::size_t asset, std::size_t session, double price,
+                              const ExitCause& cause, bool touched) {
+    const double before = book_.shares(asset);
+    book_.trade(asset, 0.0, price, session, paid_);
+    fills_.add(session, asset, before, 0.0, price);
+    out_.out_reason[asset] = cause.reason;
+    position_changed({asset, session, price, 0.0, before, cause, touched});
+}
+
+/// Ends the round trip and leaves its shares to the order that fills next, at the same price.
+void Simulator::leave_to_order(std::size_t asset, std::size_t session, double price,
+                               const ExitCause& cause, bool touched) {
+    out_.out_reason[asset] = cause.reason;
+    close_round_trip({asset, session, price, 0.0, book_.shares(asset), cause, touched});
+    leaving_.add(asset);
+}
+
+/// Sells what was left to an order that did not come about for want of equity.
+void Simulator::sell_left_over(std::size_t session) {
+    if (leaving_.empty()) {
+        return;
+    }
+    for (const std::uint32_t asset : leaving_.list()) {
+        const double before = book_.shares(asset);
+        const double price = fill_price(asset, session);
+        book_.trade(asset, 0.0, price, session, paid_);
+        fills_.add(session, asset, before, 0.0, price);
+        out_.weights_in_force[asset] = 0.0;
+    }
+    leaving_.clear();
+}
+
+/// Takes back what an order has traded in an asset, before a stop sells it at the same price.
+void Simulator::undo_order(std::size_t asset, std::size_t session, double price) {
+    const double before = shares_before_orders_[asset];
+    if (before != book_.shares(asset)) {
+        book_.untrade(asset, before, price, paid_);
+        fills_.remove_last(session, asset);
+    }
+}
+
+} // namespace corvex::engine::portfolio
