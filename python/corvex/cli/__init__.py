@@ -23,6 +23,7 @@ from corvex.cli.console import Steps, note, plain_errors, plot_width, settings
 from corvex.cli.help import App
 from corvex.cli.saved import (
     Html,
+    MaxSize,
     is_special,
     load_report,
     name_of,
@@ -195,7 +196,10 @@ def show(
 @plain_errors
 def report(
     file: Annotated[
-        Path, typer.Argument(help="CSV or Parquet: dates, and account values, prices or returns.")
+        Path,
+        typer.Argument(
+            help="CSV, workbook or Parquet: dates, and account values, prices or returns."
+        ),
     ],
     column: Annotated[
         str | None, typer.Option(help="Column of the values; the likeliest one by default.")
@@ -222,6 +226,7 @@ def report(
     text: Text = False,
     lang: Lang = None,
     riskfree: RiskFree = 0.02,
+    max_size: MaxSize = 200,
 ) -> None:
     """Report on a curve of your own.
 
@@ -236,8 +241,9 @@ def report(
     target = target_file(out, f"{title}.pkl") if out is not None else None
     page = target_file(html, f"{title}.html") if html is not None else None
     result = report_on_file(
-        file, column=column, returns=returns, benchmark=benchmark, market=market, name=title
-    )
+        file, column=column, returns=returns, benchmark=benchmark, market=market, name=title,
+        max_megabytes=max_size,
+    )  # fmt: skip
     _print_report(result, title, width, chosen, riskfree, text=text)
     if target is not None:
         save_report(result, target)

@@ -7,20 +7,23 @@ from pathlib import Path
 import pandas as pd
 
 from corvex.cli.dates import read_dates
-from corvex.cli.files import are_dates, read_file
+from corvex.cli.files import MAX_MEGABYTES, read_file
+from corvex.cli.layout import are_dates
 from corvex.cli.numbers import NotANumberError, read_numbers
 
 __all__ = ["read_assets"]
 
 
-def read_assets(file: Path) -> dict[str, float]:
+def read_assets(file: Path, max_megabytes: int = MAX_MEGABYTES) -> dict[str, float]:
     """Read prices or quantities by asset.
 
     Parameters
     ----------
     file : Path
-        CSV or Parquet. Either two columns, assets and numbers, with or without a header; or dates
-        in the first column and an asset in each other one, of which the last date counts.
+        CSV, workbook or Parquet. Either two columns, assets and numbers, with or without a header;
+        or dates in the first column and an asset in each other one, of which the last date counts.
+    max_megabytes : int, default 200
+        Most content that is unpacked.
 
     Returns
     -------
@@ -34,7 +37,7 @@ def read_assets(file: Path) -> dict[str, float]:
     """
     if not file.exists():
         raise FileNotFoundError(f"there is no file {file}")
-    table = read_file(file)
+    table = read_file(file, max_megabytes)
     if len(table) and table.shape[1] >= 2 and are_dates(table.iloc[:, 0].dropna().astype(str)):
         dates, _ = read_dates(table.iloc[:, 0].astype(str))
         row = table.iloc[int(dates.argmax()), 1:]

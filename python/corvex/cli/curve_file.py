@@ -3,19 +3,22 @@
 from __future__ import annotations
 
 import os
-import re
 from dataclasses import dataclass, field
 from pathlib import Path
 
+import numpy as np
 import pandas as pd
 
 from corvex.cli.dates import UnreadableDates, read_dates
-from corvex.cli.files import are_dates, read_file
+from corvex.cli.files import MAX_MEGABYTES, Source, open_source
+from corvex.cli.layout import are_dates, is_date_name, plain_name
 from corvex.cli.numbers import NotANumberError, read_numbers
+from corvex.markets.number_dates import are_serial_days, dates_of_numbers
 
 __all__ = ["CurveFile", "read_table"]
 
-_DATE_NAMES = ("date", "datetime", "time", "timestamp", "day", "日期", "時間", "交易日期", "年月日")
+_MOST_LOOKED_AT = 60  # columns whose content is looked at where no name tells what they are
+_MOST_NAMED = 20  # columns that a message lists
 # The likeliest first: what a column of account values, prices or returns is called.
 _EQUITY_NAMES = (
     "equity",
@@ -54,10 +57,25 @@ _RETURN_NAMES = (
 
 @dataclass
 class CurveFile:
-    """A table with dates as its index, and what was decided while reading it."""
+    """A table with a column of dates, and what was decided while reading it.
+
+    Attributes
+    ----------
+    path : Path
+        The file.
+    dates : DatetimeIndex
+        Of the rows that have one, in the order of the file.
+    names : list of str
+        The other columns.
+    notes : list of str
+        What was decided, in words for the user.
+    """
 
     path: Path
-    table: pd.DataFrame
+    dates: pd.DatetimeIndex
+    names: list[str]
+    source: Source
+    rows: np.ndarray
     notes: list[str] = field(default_factory=list)
 
     def column(self, name: str | None) -> str:
@@ -68,63 +86,68 @@ class CurveFile:
         ValueError
             When there is no such column, or none that stands out.
         """
-        columns = list(self.table.columns)
         if name is not None:
             return self._named(name)
-        if len(columns) == 1:
-            return str(columns[0])
+        if len(self.names) == 1:
+            return self.names[0]
         # Names before contents: a column "equity" with a wrong text in it is still the one.
+        plain = [plain_name(column) for column in self.names]
         for wanted in (*_EQUITY_NAMES, *_RETURN_NAMES):
-            for column in columns:
-                if _plain(column) == wanted:
-                    self.notes.append(f"column {column!r} of {self.path.name} is used")
-                    return str(column)
-        numeric = [str(column) for column in columns if self._is_numeric(column)]
-        if len(numeric) == 1:
+            if wanted in plain:
+                column = self.names[plain.index(wanted)]
+                self.notes.append(f"column {column!r} of {self.path.name} is used")
+                return column
+        few = self.names[:_MOST_LOOKED_AT]
+        numeric = [column for column in few if self._is_numeric(column)]
+        if len(numeric) == 1 and few == self.names:
             return numeric[0]
         raise ValueError(
             f"{self.path.name} has several columns; say with --column which one counts: "
-            + ", ".join(columns)
+            + _listed(self.names)
         )
 
     def has_column(self, name: str) -> bool:
         """Tell whether a column has this name, upper and lower case alike."""
-        return any(str(column).lower() == name.lower() for column in self.table.columns)
+        return any(column.lower() == name.lower() for column in self.names)
 
     def _named(self, name: str) -> str:
-        for column in self.table.columns:
-            if str(column) == name:
-                return str(column)
-        for column in self.table.columns:
-            if str(column).lower() == name.lower():
-                return str(column)
-        raise ValueError(
-            f"{self.path.name} has no column {name!r}; it has "
-            + ", ".join(str(column) for column in self.table.columns)
-        )
+        if name in self.names:
+            return name
+        for column in self.names:
+            if column.lower() == name.lower():
+                return column
+        raise ValueError(f"{self.path.name} has no column {name!r}; it has {_listed(self.names)}")
 
     def _is_numeric(self, column: str) -> bool:
         try:
-            return bool(read_numbers(self.table[column]).notna().any())
+            return bool(read_numbers(self.source.head[column]).notna().any())
         except NotANumberError:
             return False
 
     def values(self, column: str) -> pd.Series:
         """Return a column as numbers by date, in the order of the file.
 
+        In a column whose name has a "%" the numbers are percent, with the sign or without.
+
         Raises
         ------
         ValueError
             When the column holds a text that is no number.
         """
+        cells = self.source.read([column])[column].iloc[self.rows]
+        in_percent = "%" in column or "percent" in column.lower()
+        if in_percent:
+            note = f"column {column!r} is read as percent"
+            self.notes += [note] if note not in self.notes else []
         try:
-            return read_numbers(self.table[column])
+            numbers = read_numbers(cells, in_percent=in_percent)
         except NotANumberError as error:
-            date = self.table.index[error.position]
             raise ValueError(
-                f"column {column!r} of {self.path.name} holds {error.text!r} on {date:%Y-%m-%d} "
-                f"(data row {error.position + 1}), which is not a number"
+                f"column {column!r} of {self.path.name} holds {error.text!r} on "
+                f"{self.dates[error.position]:%Y-%m-%d} (data row "
+                f"{self.rows[error.position] + 1}), which is not a number"
             ) from None
+        return numbers.set_axis(self.dates, axis=0)
 
     @staticmethod
     def looks_like_returns(column: str, values: pd.Series) -> bool:
@@ -132,7 +155,7 @@ class CurveFile:
 
         Prices are never negative, and the returns of a period rarely exceed a half.
         """
-        name = _plain(column)
+        name = plain_name(column)
         if name in _RETURN_NAMES:
             return True
         if name in _EQUITY_NAMES:
@@ -140,19 +163,22 @@ class CurveFile:
         return bool((values < 0).any() and values.abs().median() < 0.5)
 
 
-def read_table(path: str | os.PathLike[str]) -> CurveFile:
-    """Read a CSV or Parquet file with one column of dates.
+def read_table(path: str | os.PathLike[str], max_megabytes: int = MAX_MEGABYTES) -> CurveFile:
+    """Read a file with one column of dates.
 
     Parameters
     ----------
     path : path
-        ``.parquet`` or ``.pq``, else delimited text (``,``, ``;``, tab or ``|``; perhaps
-        packed as .gz, .bz2 or .xz), with or without a header, the columns in any order.
+        ``.parquet`` or ``.pq``, ``.xlsx``, else delimited text (``,``, ``;``, tab or ``|``;
+        perhaps packed as .gz, .bz2 or .xz), with or without a header, the columns in any order,
+        perhaps with lines above and below the table.
+    max_megabytes : int, default 200
+        Most content that is unpacked.
 
     Returns
     -------
     CurveFile
-        The other columns as they stand in the file, by date.
+        Its dates; the other columns are read when they are asked for.
 
     Raises
     ------
@@ -166,55 +192,73 @@ def read_table(path: str | os.PathLike[str]) -> CurveFile:
         raise FileNotFoundError(f"there is no file {file}")
     if file.is_dir():
         raise IsADirectoryError(f"{file} is a folder, not a file")
-    table = read_file(file)
-    table = table.dropna(how="all").reset_index(drop=True)
-    if table.shape[1] < 2 or table.empty:
+    source = open_source(file, max_megabytes)
+    if len(source.names) < 2 or source.head.dropna(how="all").empty:
         raise ValueError(
             f"{file.name} needs a column of dates and a column of values, and at least one row"
         )
-    result = CurveFile(file, table)
-    _index_by_date(result)
-    return result
-
-
-def _index_by_date(result: CurveFile) -> None:
-    table = result.table
-    column = _date_column(table)
+    column = _date_column(source)
     if column is None:
         raise ValueError(
-            f"{result.path.name} has no column of dates; its columns are "
-            + ", ".join(f"{name} ({table[name].iloc[0]!r} ...)" for name in table.columns)
+            f"{file.name} has no column of dates; its columns are "
+            + _listed([f"{name} ({source.head[name].iloc[0]!r} ...)" for name in source.names])
         )
-    blank = table[column].isna()
-    if blank.any():
-        result.notes.append(f"{int(blank.sum())} rows without a date were left out")
-        table = table[~blank]
+    dates, rows, notes = _read_dates(file, source.read([column])[column], column)
+    names = [name for name in source.names if name != column]
+    return CurveFile(file, dates, names, source, rows, [*source.notes, *notes])
+
+
+def _read_dates(
+    file: Path, cells: pd.Series, column: str
+) -> tuple[pd.DatetimeIndex, np.ndarray, list[str]]:
+    """Return the dates, the rows that have one, and what had to be decided."""
+    rows = np.flatnonzero(cells.notna())
+    notes = []
+    if len(rows) < len(cells):
+        notes.append(f"{len(cells) - len(rows)} rows without a date were left out")
+    given = cells.iloc[rows]
+    numbers = _numbers(given)
+    dates = None if numbers is None or not is_date_name(column) else dates_of_numbers(numbers)
+    if dates is not None:
+        if are_serial_days(numbers):
+            notes.append(f"column {column!r} is read as a spreadsheet's serial days")
+        return dates, rows, notes
     try:
-        dates, notes = read_dates(table[column])
+        dates, decided = read_dates(given)
     except UnreadableDates as error:
-        row = int(table.index[error.first])
         raise ValueError(
-            f"column {column!r} of {result.path.name} holds {table[column].loc[row]!r} in "
-            f"data row {row + 1}, which is not a date like the others"
+            f"column {column!r} of {file.name} holds {given.iloc[error.first]!r} in "
+            f"data row {rows[error.first] + 1}, which is not a date like the others"
         ) from None
-    result.notes.extend(notes)
-    result.table = table.drop(columns=column).set_axis(dates, axis=0)
+    return dates, rows, notes + decided
 
 
-def _date_column(table: pd.DataFrame) -> str | None:
+def _numbers(cells: pd.Series) -> np.ndarray | None:
+    if pd.api.types.is_datetime64_any_dtype(cells.dtype):
+        return None
+    numbers = pd.to_numeric(cells, errors="coerce")
+    return None if numbers.isna().any() else numbers.to_numpy(dtype=np.float64)
+
+
+def _date_column(source: Source) -> str | None:
     """Return the column of dates: by type, else by name and content, else by content."""
-    columns = [str(column) for column in table.columns]
-    for column in columns:
-        if pd.api.types.is_datetime64_any_dtype(table[column].dtype):
+    head = source.head
+    for column in source.names:
+        if pd.api.types.is_datetime64_any_dtype(head[column].dtype):
             return column
-    named = [column for column in columns if _plain(column) in _DATE_NAMES]
-    sample = {column: table[column].dropna().iloc[:50] for column in columns}
-    for column in [*named, *columns]:
-        if len(sample[column]) and are_dates(sample[column]):
+    named = [column for column in source.names if is_date_name(column)]
+    for column in [*named, *source.names[:_MOST_LOOKED_AT]]:
+        sample = head[column].dropna()
+        if len(sample) and are_dates(sample):
+            return column
+    for column in named:
+        numbers = _numbers(head[column].dropna())
+        if numbers is not None and dates_of_numbers(numbers) is not None:
             return column
     # A column of that name with a wrong value: the complaint should be about that value.
-    return named[0] if named and are_dates(sample[named[0]].iloc[:1]) else None
+    return next((column for column in named if are_dates(head[column].dropna().iloc[:1])), None)
 
 
-def _plain(name: object) -> str:
-    return re.sub(r"[\s_.\-]+", " ", str(name)).strip().lower()
+def _listed(names: list[str]) -> str:
+    more = f" and {len(names) - _MOST_NAMED:,} more" if len(names) > _MOST_NAMED else ""
+    return ", ".join(names[:_MOST_NAMED]) + more

@@ -9,7 +9,7 @@ from typing import Literal
 import numpy as np
 import pandas as pd
 
-__all__ = ["UnreadableDates", "read_dates"]
+__all__ = ["UnreadableDates", "dates_if_all", "read_dates"]
 
 _DAYS = (
     "%Y/%m/%d",
@@ -32,6 +32,7 @@ _DAYS = (
     "%Y/%m",
 )
 _TIMES = ("", " %H:%M", " %H:%M:%S", " %I:%M %p")
+_LIKE_A_DATE = r"\d\D+\d|\d{4}"  # spares trying every form on the names of columns
 # Digits of a time stamp -> unit since 1970.
 _EPOCH: dict[int, Literal["s", "ms", "us", "ns"]] = {10: "s", 13: "ms", 16: "us", 19: "ns"}
 _OFFSET = re.compile(r"\s*(Z|UTC|[+-]\d{2}:?\d{2})$")
@@ -69,9 +70,19 @@ def read_dates(texts: pd.Series) -> tuple[pd.DatetimeIndex, list[str]]:
     UnreadableDates
         When some text is no date, or no single way of reading fits all.
     """
+    found = dates_if_all(texts)
+    if found is None:
+        raise UnreadableDates(_first_unreadable(texts.astype(str).str.strip()))
+    return found
+
+
+def dates_if_all(texts: pd.Series) -> tuple[pd.DatetimeIndex, list[str]] | None:
+    """Return what `read_dates` does, or None where it would raise."""
     if pd.api.types.is_datetime64_any_dtype(texts.dtype):
         return pd.DatetimeIndex(texts), []
     texts = texts.astype(str).str.strip()
+    if not texts.str.contains(_LIKE_A_DATE).all():
+        return None
     stamps = _epoch(texts)
     if stamps is not None:
         return stamps, []
@@ -82,7 +93,7 @@ def read_dates(texts: pd.Series) -> tuple[pd.DatetimeIndex, list[str]]:
         notes.append("the dates have different offsets from UTC; their local times are used")
     readings = list(_readings(texts))
     if not readings:
-        raise UnreadableDates(_first_unreadable(texts))
+        return None
     if len(readings) > 1 and not readings[0][1].equals(readings[1][1]):
         ordered = [reading for reading in readings if _is_ordered(reading[1])]
         form, dates = (ordered or readings)[0]

@@ -25,7 +25,7 @@ class NotANumberError(ValueError):
         self.text = text
 
 
-def read_numbers(column: pd.Series) -> pd.Series:
+def read_numbers(column: pd.Series, *, in_percent: bool = False) -> pd.Series:
     """Read a column of numbers.
 
     Parameters
@@ -33,6 +33,8 @@ def read_numbers(column: pd.Series) -> pd.Series:
     column : Series of shape (rows,)
         Numbers, or text: with thousands separators, a decimal comma, a currency sign, in
         parentheses when negative, or in percent (then divided by 100).
+    in_percent : bool, default False
+        Numbers without the sign are percent, too.
 
     Returns
     -------
@@ -44,22 +46,23 @@ def read_numbers(column: pd.Series) -> pd.Series:
     NotANumberError
         For the first text that is no number.
     """
+    unit = 100 if in_percent else 1
     if pd.api.types.is_numeric_dtype(column.dtype):
-        return column.astype(float)
+        return column.astype(float) / unit
     raw = column.astype("str").str.strip()
     known = column.notna() & ~raw.str.lower().isin(_MISSING)
     # Most files hold plain numbers, and those need no closer look.
     plain = pd.to_numeric(raw.where(known), errors="coerce")
     unread = known & plain.isna()
     if not unread.any():
-        return plain.astype(float)
+        return plain.astype(float) / unit
     texts = raw[known].map(_without_dress)
     comma = texts.str.fullmatch(_DECIMAL_COMMA)
     # "1,234" alone may be either; one that can only be a decimal comma decides for all.
     decimal_comma = bool((comma & ~texts.str.fullmatch(_GROUPED)).any())
     values = np.full(len(column), np.nan)
     for position, text in zip(np.flatnonzero(known), texts, strict=True):
-        number = _number(text, decimal_comma)
+        number = _number(text, decimal_comma, unit)
         if number is None:
             raise NotANumberError(int(position), str(column.iloc[position]))
         values[position] = number
@@ -76,12 +79,12 @@ def _without_dress(text: str) -> str:
     return "-" + text.removeprefix("-") if negative else sign + text
 
 
-def _number(text: str, decimal_comma: bool) -> float | None:
+def _number(text: str, decimal_comma: bool, unit: int) -> float | None:
     if decimal_comma and _DECIMAL_COMMA.fullmatch(text):
         text = text.replace(".", "").replace(",", ".")
     elif _GROUPED.fullmatch(text):
         text = text.replace(",", "")
     try:
-        return float(text.removesuffix("%")) / (100 if text.endswith("%") else 1)
+        return float(text.removesuffix("%")) / (100 if text.endswith("%") else unit)
     except ValueError:
         return None

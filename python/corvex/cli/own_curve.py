@@ -9,6 +9,7 @@ import pandas as pd
 
 from corvex.cli.console import note
 from corvex.cli.curve_file import CurveFile, read_table
+from corvex.cli.files import MAX_MEGABYTES
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
@@ -24,6 +25,7 @@ def report_on_file(
     benchmark: str | None = None,
     market: str | None = None,
     name: str | None = None,
+    max_megabytes: int = MAX_MEGABYTES,
 ) -> Report:
     """Make a report on a curve in a file.
 
@@ -39,6 +41,8 @@ def report_on_file(
         Another column of the file, another file, or the name of a built-in sample or a table.
     market, name : str, optional
         As for `corvex.from_equity`.
+    max_megabytes : int, default 200
+        Most content of a file that is unpacked.
 
     Raises
     ------
@@ -47,31 +51,36 @@ def report_on_file(
     """
     import corvex
 
-    file = read_table(path)
+    file = read_table(path, max_megabytes)
     chosen = file.column(column)
     values = file.values(chosen)
     are_returns = file.looks_like_returns(chosen, values) if returns is None else returns
     if are_returns and returns is None:
         file.notes.append(f"column {chosen!r} is read as returns (--no-returns: as a curve)")
+    other = None
+    if benchmark is not None:
+        other = _benchmark(file, benchmark, are_returns, max_megabytes)
     for message in file.notes:
         note(message)
-    other = _benchmark(file, benchmark, are_returns) if benchmark is not None else None
     make = corvex.from_returns if are_returns else corvex.from_equity
     return make(values, benchmark=other, market=market, name=name)
 
 
-def _benchmark(file: CurveFile, name: str, wants_returns: bool) -> pd.Series | str:
+def _benchmark(
+    file: CurveFile, name: str, wants_returns: bool, max_megabytes: int
+) -> pd.Series | str:
     """Return the benchmark in the form of the strategy, or the name of a table."""
     if file.has_column(name):
         source, column = file, file.column(name)
     elif Path(name).exists():
-        source = read_table(Path(name))
+        source = read_table(Path(name), max_megabytes)
         column = source.column(None)
-        for message in source.notes:
-            note(message)
     else:
         return _known_table(file, name)
     values = source.values(column)
+    if source is not file:
+        for message in source.notes:
+            note(message)
     values = values[~values.index.duplicated(keep="last")].sort_index().dropna()
     are_returns = source.looks_like_returns(column, values)
     if are_returns == wants_returns:

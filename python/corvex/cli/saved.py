@@ -12,6 +12,7 @@ if TYPE_CHECKING:
 
 __all__ = [
     "Html",
+    "MaxSize",
     "is_special",
     "load_report",
     "name_of",
@@ -23,6 +24,11 @@ __all__ = [
 Html = Annotated[
     Path | None,
     typer.Option("--html", help="File, or existing folder, to write the page to."),
+]
+
+MaxSize = Annotated[
+    int,
+    typer.Option("--max-size", min=1, help="Most MB that a file may hold, unpacked."),
 ]
 
 

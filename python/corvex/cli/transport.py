@@ -9,7 +9,7 @@ from typing import TYPE_CHECKING, Annotated, Any, Literal
 
 import typer
 
-from corvex.cli.saved import load_report, target_file
+from corvex.cli.saved import MaxSize, load_report, target_file
 from corvex.files import atomic_open, write_text
 from corvex.plaintext import printable
 
@@ -57,15 +57,18 @@ def export(
 
 def inspect(
     file: Annotated[Path, typer.Argument(help="A JSON file that corvex export has written.")],
+    max_size: MaxSize = 200,
 ) -> None:
     """Tell what is in a payload, and whether it is complete.
 
     A report, execution or holdings dictionary alone is read as well. Exit status 1 when something
     is wrong with it.
     """
+    from corvex.cli.files import check_size
     from corvex.cli.inspection import described, name_of_schema
     from corvex.schemas import problems
 
+    check_size(file, file.stat().st_size, max_size)
     try:
         value = json.loads(file.read_text(encoding="utf-8-sig"))
     except (ValueError, RecursionError) as error:
@@ -107,6 +110,7 @@ def orders(
     out: Annotated[
         Path | None, typer.Option(help="Also write them, as .json or else as CSV.")
     ] = None,
+    max_size: MaxSize = 200,
 ) -> None:
     """List the orders that bring an account to a report's target weights."""
     import corvex
@@ -123,8 +127,8 @@ def orders(
     result = corvex.orders(
         execution,
         capital,
-        None if prices is None else read_assets(prices),
-        None if held is None else read_assets(held),
+        None if prices is None else read_assets(prices, max_size),
+        None if held is None else read_assets(held, max_size),
         odd_lots=not whole_lots,
         fee_ratio=report.fee_ratio,
         tax_ratio=report.tax_ratio,

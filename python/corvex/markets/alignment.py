@@ -6,6 +6,7 @@ import datetime
 
 import pandas as pd
 
+from corvex.markets.number_dates import dates_of_numbers
 from corvex.markets.stamps import TableStamps, in_zone
 
 __all__ = ["align_benchmark"]
@@ -30,6 +31,9 @@ def align_benchmark(benchmark: pd.Series, prices: pd.DatetimeIndex, tz: str) -> 
         the day on which the price table has the same session; intraday ones keep their moment.
     """
     values = benchmark.dropna() if benchmark.hasnans else benchmark
+    if pd.api.types.is_integer_dtype(values.index.dtype):
+        dates = dates_of_numbers(values.index)
+        values = values if dates is None else values.set_axis(dates, axis=0)
     if not isinstance(values.index, pd.DatetimeIndex):
         raise ValueError(f"the benchmark must have dates as index, got {values.index.dtype}")
     if not (values.index.is_monotonic_increasing and values.index.is_unique):

@@ -13,6 +13,7 @@ from typing import TYPE_CHECKING, Any
 import numpy as np
 import pandas as pd
 
+from corvex.markets.number_dates import are_serial_days, dates_of_numbers
 from corvex.markets.stamps import TableStamps, in_zone, is_date
 from corvex.simulation.future import FutureBars
 from corvex.simulation.notices import date_text, warn
@@ -27,7 +28,9 @@ _TICK = pd.Timedelta(1, unit="ns")
 
 
 def as_dates(values: Any, what: str) -> pd.DatetimeIndex:
-    """Read dates: a DatetimeIndex as it is, or ISO texts, date and datetime objects.
+    """Read dates: a DatetimeIndex as it is, or ISO texts, date and datetime objects, 20240131.
+
+    Serial days of a spreadsheet are taken for dates with a warning.
 
     Raises
     ------
@@ -38,8 +41,10 @@ def as_dates(values: Any, what: str) -> pd.DatetimeIndex:
     if not isinstance(index, pd.DatetimeIndex):
         if isinstance(index, pd.PeriodIndex):
             raise ValueError(f"{what} holds periods; give dates, as index.to_timestamp() does")
-        if pd.api.types.is_numeric_dtype(index.dtype) or isinstance(index, pd.MultiIndex):
+        if isinstance(index, pd.MultiIndex):
             raise ValueError(f"{what} must hold dates, got {index.dtype} values")
+        if pd.api.types.is_numeric_dtype(index.dtype):
+            return _numbers_as_dates(index, what)
         try:
             index = pd.DatetimeIndex(pd.to_datetime(index))
         except (TypeError, ValueError) as error:
@@ -47,6 +52,18 @@ def as_dates(values: Any, what: str) -> pd.DatetimeIndex:
     if index.hasnans:
         raise ValueError(f"{what} holds a missing date at position {int(np.argmax(index.isna()))}")
     return index
+
+
+def _numbers_as_dates(index: pd.Index, what: str) -> pd.DatetimeIndex:
+    dates = None if index.dtype == bool else dates_of_numbers(index)
+    if dates is None:
+        raise ValueError(
+            f"{what} must hold dates, got {index.dtype} values that are neither dates such as "
+            "20240131 nor a spreadsheet's serial days"
+        )
+    if are_serial_days(index):
+        warn(f"{what} was read as a spreadsheet's serial days: {index[0]} is {date_text(dates[0])}")
+    return dates
 
 
 def dated_table(table: pd.DataFrame, what: str) -> pd.DataFrame:

@@ -1,4 +1,6 @@
 import gzip
+import sys
+import time
 
 import pandas as pd
 import pytest
@@ -38,7 +40,7 @@ def test_dates_are_read_in_any_usual_form(tmp_path, dates, expected):
     path = tmp_path / "a.csv"
     path.write_text("nav,Date\n" + "".join(f"{i + 1},{date}\n" for i, date in enumerate(dates)))
     file = read_table(path)
-    assert list(file.table.index) == [pd.Timestamp(date) for date in expected]
+    assert list(file.dates) == [pd.Timestamp(date) for date in expected]
     assert file.values(file.column(None)).tolist() == [i + 1.0 for i in range(len(dates))]
 
 
@@ -46,7 +48,7 @@ def test_what_cannot_be_told_is_assumed_and_said(tmp_path):
     path = tmp_path / "a.csv"
     path.write_text("date,nav\n01/02/2024,1\n01/03/2024,2\n,3\n")
     file = read_table(path)
-    assert file.table.index[0] == pd.Timestamp("2024-01-02")
+    assert file.dates[0] == pd.Timestamp("2024-01-02")
     assert file.notes == [
         "1 rows without a date were left out",
         "day and month cannot be told apart; month/day/year is assumed",
@@ -88,7 +90,84 @@ def test_a_parquet_file_may_keep_its_dates_in_the_index(tmp_path):
     index = pd.DatetimeIndex(JAN, tz="Asia/Taipei", name="when")
     pd.DataFrame({"nav": [1.0, 2.0]}, index=index).to_parquet(tmp_path / "a.parquet")
     file = read_table(tmp_path / "a.parquet")
-    assert file.table.index.equals(index)
+    assert file.dates.equals(index)
     (tmp_path / "b.parquet").write_bytes(b"PAR1")
     with pytest.raises(ValueError, match=r"b\.parquet cannot be read"):
         read_table(tmp_path / "b.parquet")
+
+
+TABLE = "My fund;;\nas of 2024-02-01;;\n;;\nDate;Return (%);note\n{}"
+ROWS = "30.01.2024;1,5;\n31.01.2024;-2;b\n"
+
+
+@pytest.mark.parametrize(
+    ("text", "expected", "notes"),
+    [
+        (
+            TABLE.format(ROWS + ";;\nTotal;-0,5;\nSource: the bank;;\n"),
+            [0.015, -0.02],
+            ["2 lines above the table were left out: 'My fund' ...",
+             "2 lines below the table were left out: 'Total, -0,5' ...",
+             "column 'Return (%)' of a.csv is used", "column 'Return (%)' is read as percent"],
+        ),
+        ("Date,Return %\n2024-01-30,1.5%\n2024-01-31,-2\n", [0.015, -0.02],
+         ["column 'Return %' is read as percent"]),
+        ("Date,nav\n45321,1\n45322,2\n", [1.0, 2.0],
+         ["column 'Date' is read as a spreadsheet's serial days"]),
+        ("nav,trade date,Date\n1,20240130,45321\n2,20240131,45322\n", [1.0, 2.0],
+         ["column 'nav' of a.csv is used"]),
+        ("fund\n2024-01-30,7\n2024-01-31,8\n", [7.0, 8.0],
+         ["1 line above the table were left out: 'fund'"]),
+    ],
+)  # fmt: skip
+def test_what_stands_around_a_table_is_left_out_and_units_are_read(tmp_path, text, expected, notes):
+    (tmp_path / "a.csv").write_text(text)
+    file = read_table(tmp_path / "a.csv")
+    values = file.values(file.column(None))
+    assert values.tolist() == expected
+    assert [f"{date:%Y-%m-%d}" for date in values.index] == JAN
+    assert file.notes == notes
+
+
+def test_a_workbook_is_read_as_it_is_shown(tmp_path, monkeypatch):
+    openpyxl = pytest.importorskip("openpyxl")
+    book = openpyxl.Workbook()
+    book.active.append(["only a title"])
+    sheet = book.create_sheet("curve")
+    for row in (
+        ["My fund"],
+        [],
+        ["Date", "Return (%)", "nav"],
+        *zip(pd.to_datetime(JAN), [0.015, -0.02], [1, 2.5], strict=True),
+        ["Total", 9],
+    ):
+        sheet.append(list(row))
+    sheet["B4"].number_format = "0.00%"
+    book.save(tmp_path / "a.xlsx")
+    file = read_table(tmp_path / "a.xlsx")
+    assert file.values("nav").to_dict() == dict(zip(pd.to_datetime(JAN), [1.0, 2.5], strict=True))
+    # The first cell is shown in percent, the second holds the percent itself.
+    assert file.values("Return (%)").tolist() == pytest.approx([0.015, -0.0002])
+    assert "of a.xlsx the sheet 'curve' is read" in file.notes
+    (tmp_path / "b.xlsx").write_bytes(bytes(2 << 20))
+    with pytest.raises(ValueError, match="holds more than 1 MB"):
+        read_table(tmp_path / "b.xlsx", 1)
+    monkeypatch.setitem(sys.modules, "openpyxl", None)
+    with pytest.raises(ValueError, match=r"pip install 'corvex\[excel\]'"):
+        read_table(tmp_path / "a.xlsx")
+
+
+def test_what_is_read_of_a_file_is_bounded(tmp_path):
+    path = tmp_path / "a.csv.gz"
+    names = ",".join(f"c{i}" for i in range(20_000))
+    rows = [f"2024-01-{day},{'1.5,' * 20_000}2" for day in range(10, 30)] * 5
+    path.write_bytes(gzip.compress("\n".join([f"date,{names},nav", *rows]).encode()))
+    start = time.process_time()
+    assert read_table(path).values("nav").tolist() == [2.0] * 100
+    assert time.process_time() - start < 10.0
+    with pytest.raises(ValueError, match=r"no column 'absent'; it has c0, .* and 19,981 more$"):
+        read_table(path).column("absent")
+    pd.DataFrame(1.5, range(500_000), ["a", "b", "c"]).to_parquet(tmp_path / "b.parquet")
+    for packed in (path, tmp_path / "b.parquet"):
+        with pytest.raises(ValueError, match="more than 5 MB .* --max-size N allows"):
+            read_table(packed, 5)

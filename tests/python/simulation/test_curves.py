@@ -1,6 +1,7 @@
 """Reports on curves from elsewhere."""
 
 import pickle
+import warnings
 
 import numpy as np
 import pandas as pd
@@ -106,3 +107,22 @@ def test_dirty_dates_are_mended_aloud():
 def test_values_that_cannot_be(make, values, message):
     with pytest.raises(ValueError, match=message):
         make(values)
+
+
+@pytest.mark.parametrize("form", ["digits", "serial"])
+def test_dates_written_as_numbers_are_dates(form):
+    numbers = DAYS.strftime("%Y%m%d").astype(int)
+    if form == "serial":
+        numbers = pd.Index((DAYS - pd.Timestamp("1899-12-30")).days)
+    with warnings.catch_warnings(record=True) as caught:
+        warnings.simplefilter("always")
+        own = corvex.from_equity(EQUITY.set_axis(numbers), EQUITY.set_axis(numbers))
+        prices = EQUITY.set_axis(numbers).to_frame()
+        run = corvex.simulate(prices > 0, prices, market="us_stock")
+    assert own.creturn.index.equals(DAYS)
+    assert own.benchmark.index.equals(DAYS)
+    assert run.creturn.index.equals(DAYS)
+    assert any("serial days" in str(w.message) for w in caught) == (form == "serial")
+    for wrong in (range(6), [20_241_301 + i for i in range(6)]):
+        with pytest.raises(ValueError, match="neither dates such as 20240131"):
+            corvex.from_equity(EQUITY.set_axis(list(wrong)))
