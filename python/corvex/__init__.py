@@ -22,13 +22,16 @@ if TYPE_CHECKING:
     from corvex.curves import from_equity, from_returns
     from corvex.live_performance import live_figures
     from corvex.ordering import orders
+    from corvex.significance import check_lookahead, confidence, trial_statistics
     from corvex.simulation import simulate
 
 __all__ = [
     "Report",
     "ReportExecution",
     "__version__",
+    "check_lookahead",
     "compare",
+    "confidence",
     "contributions",
     "data",
     "exposure",
@@ -39,13 +42,16 @@ __all__ = [
     "live_figures",
     "orders",
     "simulate",
+    "trial_statistics",
     "turnover",
 ]
 
 _LAZY = {
     "Report": "corvex.core.report",
     "ReportExecution": "corvex.core.report",
+    "check_lookahead": "corvex.significance",
     "compare": "corvex.comparison",
+    "confidence": "corvex.significance",
     "contributions": "corvex.attribution",
     "exposure": "corvex.attribution",
     "from_equity": "corvex.curves",
@@ -53,6 +59,7 @@ _LAZY = {
     "live_figures": "corvex.live_performance",
     "orders": "corvex.ordering",
     "simulate": "corvex.simulation",
+    "trial_statistics": "corvex.significance",
     "turnover": "corvex.attribution",
 }
 _MODULES = ("analysis", "data", "ffn_core", "market", "markets", "rebalance", "schemas", "terminal")

@@ -1,0 +1,396 @@
+"""The uncertainty of a report's figures."""
+
+from __future__ import annotations
+
+import math
+from dataclasses import dataclass
+from typing import TYPE_CHECKING
+
+import numpy as np
+import numpy.typing as npt
+import pandas as pd
+
+from corvex import _engine
+from corvex.significance.sample import Sample, read_sample
+from corvex.significance.trials import Trials, TrialStatistics, read_trials
+
+if TYPE_CHECKING:
+    from corvex.core.report import Report
+
+__all__ = ["Confidence", "confidence"]
+
+_Floats = npt.NDArray[np.float64]
+
+#: Probability inside the intervals, and asked of the track record.
+LEVEL = 0.95
+#: Years for which drawdowns are foretold.
+HORIZONS = (1, 3, 5)
+#: Shares of the drawn paths between which the fan is shown.
+FAN = (0.05, 0.25, 0.5, 0.75, 0.95)
+_FAN_POINTS = 120
+_NAMES = _engine.PATH_FIGURE_NAMES
+_RATIO = (
+    "psr",
+    "min_track_record_years",
+    "track_record_years",
+    "dsr",
+    "dsr_effective",
+    "expected_largest_sharpe",
+    "trials",
+    "effective_trials",
+    "pbo",
+    "sharpe_autocorrelated",
+    "t_statistic",
+    "skewness",
+    "kurtosis",
+)
+_RANKS = ("beats_benchmark", "max_drawdown_rank", "drawdown", "drawdown_rank")
+_COMPARED = ("sharpe", "cagr", "max_drawdown", "final_value")
+
+
+@dataclass(frozen=True, repr=False)
+class Confidence:
+    """What a result is worth.
+
+    Attributes
+    ----------
+    figures : Series
+        By name. ``sharpe``, ``volatility``, ``cagr``, ``max_drawdown``, ``calmar`` and
+        ``final_value`` with ``..._low`` and ``..._high``, the bounds of their 95 % intervals.
+        ``psr``: probability that the true Sharpe ratio is above 0; ``min_track_record_years``:
+        years that it takes to say so with 95 %. ``dsr``: the same probability after a search of
+        ``trials`` (``dsr_effective``: of ``effective_trials``); ``expected_largest_sharpe``: the
+        best Sharpe ratio that luck alone finds in so many. ``sharpe_autocorrelated``: annualised
+        with regard to autocorrelation; ``t_statistic``: of the mean excess return. ``pbo``:
+        probability of backtest overfitting. ``max_drawdown_rank``: share of the drawn paths
+        whose largest drawdown is at least as deep; ``drawdown`` and ``drawdown_rank``: the
+        present one, and the share of drawn years that hold one at least as deep. With a
+        benchmark ``cagr_excess``, ``sharpe_excess``, ... with bounds, and ``beats_benchmark``,
+        the share of the draws that end above it. ``block``: mean length of a block, ``returns``,
+        ``draws``, ``seed``. NaN where undefined.
+    draws : DataFrame, draws x figures
+        The figures of each drawn path.
+    excess : DataFrame, draws x figures
+        Those less the benchmark's over the same blocks; empty without a benchmark.
+    fan : DataFrame, dates x shares
+        Growth of 1 along the dates of the curve, at 5, 25, 50, 75 and 95 % of the drawn paths.
+    drawdowns : DataFrame, years x figures
+        For 1, 3 and 5 years: the depth (negative fraction) and the days below a high that the
+        worse half (``depth_50``, ``days_50``) and the worst twentieth (``depth_95``, ``days_95``)
+        of the drawn paths reach.
+    trials : TrialStatistics
+        What was known of the search.
+    """
+
+    figures: pd.Series
+    draws: pd.DataFrame
+    excess: pd.DataFrame
+    fan: pd.DataFrame
+    drawdowns: pd.DataFrame
+    trials: TrialStatistics
+    name: str | None = None
+
+    def __repr__(self) -> str:
+        f = self.figures
+        lines = [f"Confidence in {self.name or 'the result'}"]
+        if math.isnan(f["psr"]):
+            return f"{lines[0]}\n  too few returns that move to say anything"
+        lines += [
+            f"  Sharpe ratio {f['sharpe']:.2f}, between {f['sharpe_low']:.2f} and "
+            f"{f['sharpe_high']:.2f} with 95 %",
+            f"  the true one is above 0 with {f['psr']:.1%}; " + self._track_record(),
+            f"  yearly return {f['cagr']:.1%}, between {f['cagr_low']:.1%} and "
+            f"{f['cagr_high']:.1%}",
+            f"  largest drawdown {f['max_drawdown']:.1%}; {f['max_drawdown_rank']:.0%} of the "
+            "drawn paths fall as deep",
+        ]
+        if not math.isnan(f["dsr"]):
+            lines.append(
+                f"  after {f['trials']:,.0f} trials it is above what luck finds "
+                f"({f['expected_largest_sharpe']:.2f}) with {f['dsr']:.1%}"
+            )
+        if not math.isnan(f["pbo"]):
+            lines.append(f"  probability of backtest overfitting {f['pbo']:.0%}")
+        return "\n".join(lines)
+
+    def _track_record(self) -> str:
+        years = self.figures["min_track_record_years"]
+        if math.isinf(years):
+            return "no track record would say so"
+        return f"it takes {years:.1f} years to say so with 95 %"
+
+    def _repr_html_(self) -> str:
+        from html import escape
+
+        rows = "".join(f"<div>{escape(line)}</div>" for line in repr(self).splitlines()[1:])
+        title = escape(repr(self).splitlines()[0])
+        return f"<div><strong>{title}</strong>{rows}</div>"
+
+
+def confidence(
+    report: Report,
+    trials: Trials = None,
+    draws: int = 1000,
+    seed: int = 0,
+    *,
+    riskfree_rate: float = 0.02,
+    method: str = "percentile",
+) -> Confidence:
+    """Say how far a report's figures could have come about by chance.
+
+    The returns are drawn anew in blocks, so that their dispersion, skewness and short memory
+    stay; the length of the blocks follows from their autocorrelation.
+
+    Parameters
+    ----------
+    report : Report
+        Its `daily_creturn`, and `daily_benchmark` where that moves, are looked at.
+    trials : int, iterable of float, DataFrame or TrialStatistics, optional
+        What it was chosen from: how many trials there were, the yearly Sharpe ratio of each, or
+        their returns per bar as columns. Default: what the report says itself (one out of a sweep
+        does), else unknown.
+    draws : int, default 1000
+        How many paths are drawn.
+    seed : int, default 0
+        The same seed draws the same paths, on every machine and number of threads.
+    riskfree_rate : float, default 0.02
+        Per year, a fraction, as in `Report.get_stats`.
+    method : {"percentile", "basic", "bca"}, default "percentile"
+        How the intervals are taken from the draws.
+
+    Returns
+    -------
+    Confidence
+
+    Raises
+    ------
+    ValueError
+        For fewer than 2 draws, an unknown method, or trials that are no trials.
+
+    Notes
+    -----
+    It knows the returns alone: not whether the times stay as they were, whether the assets are
+    those that survived, or what was tried and thrown away before. Probabilistic and deflated
+    Sharpe ratio: D. H. Bailey and M. Lopez de Prado, Journal of Risk 15 (2012) and JPM 40 (2014).
+    Stationary bootstrap: D. N. Politis and J. P. Romano, JASA 89 (1994); block length: A. Patton,
+    D. N. Politis and H. White, Econometric Reviews 28 (2009).
+
+    Examples
+    --------
+    >>> import corvex
+    >>> index = corvex.from_equity(corvex.data.sample("sp500"))
+    >>> found = corvex.confidence(index)
+    >>> bool(found.figures["sharpe_low"] < found.figures["sharpe"] < found.figures["sharpe_high"])
+    True
+    """
+    if draws < 2:
+        raise ValueError(f"draws must be at least 2, not {draws}")
+    if method not in ("percentile", "basic", "bca"):
+        raise ValueError(f"method must be 'percentile', 'basic' or 'bca', not {method!r}")
+    sample = read_sample(report.daily_creturn, riskfree_rate)
+    if trials is None:
+        trials = getattr(report, "trials_statistics", None)
+    known = read_trials(trials, sample.periods_per_year, sample.riskfree)
+    name = getattr(report, "name", None)
+    if not sample.enough:
+        return _nothing(sample, known, name, draws, seed)
+    drawn = _Drawn(sample, draws, seed, method)
+    excess, compared = _against_benchmark(report, riskfree_rate, draws, seed, method)
+    deepest, ranks = _drawdowns(report, sample, drawn)
+    figures = {
+        **_of_the_ratio(sample, known),
+        **drawn.intervals(),
+        **compared,
+        **ranks,
+        "block": drawn.block,
+        "returns": float(sample.returns.size),
+        "draws": float(draws),
+        "seed": float(seed),
+    }
+    return Confidence(
+        figures=pd.Series(figures, dtype=np.float64, name="confidence"),
+        draws=drawn.table,
+        excess=excess,
+        fan=drawn.fan(),
+        drawdowns=deepest,
+        trials=known,
+        name=name,
+    )
+
+
+class _Drawn:
+    """The paths drawn from one sample."""
+
+    def __init__(self, sample: Sample, draws: int, seed: int, method: str) -> None:
+        self.sample = sample
+        self.how: tuple[int, float, int] = (
+            draws,
+            _engine.automatic_block_length(sample.returns),
+            seed,
+        )
+        self.method = method
+        annual = (float(sample.periods_per_year), sample.riskfree)
+        self.observed = _engine.path_figures(sample.returns, *annual)
+        self.values = _engine.bootstrap_figures(sample.returns, annual[0], annual[1], *self.how)
+        self.table = pd.DataFrame(self.values, columns=list(_NAMES))
+        self.without = np.empty((0, len(_NAMES)))
+        if method == "bca":
+            self.without = _engine.figures_without_each(sample.returns, *annual)
+
+    @property
+    def block(self) -> float:
+        return self.how[1]
+
+    def intervals(self) -> dict[str, float]:
+        found: dict[str, float] = {}
+        for place, name in enumerate(_NAMES):
+            found[name] = float(self.observed[place])
+            found[f"{name}_low"], found[f"{name}_high"] = _interval(
+                self.values[:, place], found[name], self.method, self.without[:, place]
+            )
+        return found
+
+    def rank(self, name: str) -> float:
+        """Share of the draws that are at most as high as the figure itself."""
+        place = _NAMES.index(name)
+        return float(np.mean(self.values[:, place] <= self.observed[place]))
+
+    def fan(self) -> pd.DataFrame:
+        bars = self.sample.returns.size
+        points = np.unique(np.linspace(0, bars, min(_FAN_POINTS, bars + 1)).astype(np.int64))
+        wealth = _engine.draw_paths(self.sample.returns, bars, points, *self.how)[0]
+        dates = self.sample.dates[np.maximum(points - 1, 0)]
+        return pd.DataFrame(np.quantile(wealth, FAN, axis=0).T, index=dates, columns=list(FAN))
+
+
+def _interval(
+    draws: _Floats, observed: float, method: str, without: _Floats
+) -> tuple[float, float]:
+    return _engine.bootstrap_interval(
+        np.ascontiguousarray(draws),
+        observed,
+        LEVEL,
+        method,  # type: ignore[arg-type]
+        np.ascontiguousarray(without),
+    )
+
+
+def _of_the_ratio(sample: Sample, known: TrialStatistics) -> dict[str, float]:
+    """Everything that follows from the moments of the returns and the trials."""
+    moments = sample.moments
+    years = sample.returns.size / sample.periods_per_year
+    bars = _engine.minimum_track_record(*moments, 0.0, LEVEL)
+    error = 1.0 / math.sqrt(max(sample.returns.size - 1, 1))
+    lags = _engine.usual_lags(sample.returns.size)
+    thresholds = {
+        name: known.threshold(count, error)
+        for name, count in (("dsr", known.trials), ("dsr_effective", known.effective_trials))
+    }
+    scale = _engine.autocorrelated_scale(sample.returns, float(sample.periods_per_year), lags)
+    return {
+        "psr": _engine.probabilistic_sharpe(*moments, 0.0),
+        "min_track_record_years": bars / sample.periods_per_year,
+        "track_record_years": years,
+        **{
+            name: math.nan
+            if math.isnan(threshold)
+            else _engine.probabilistic_sharpe(*moments, threshold)
+            for name, threshold in thresholds.items()
+        },
+        "expected_largest_sharpe": thresholds["dsr"] * sample.root,
+        "trials": known.trials,
+        "effective_trials": known.effective_trials,
+        "pbo": known.overfitting,
+        "sharpe_autocorrelated": moments[0] * scale,
+        "t_statistic": _engine.mean_t_statistic(sample.returns - sample.riskfree, lags),
+        "skewness": moments[1],
+        "kurtosis": moments[2],
+    }
+
+
+def _against_benchmark(
+    report: Report, riskfree_rate: float, draws: int, seed: int, method: str
+) -> tuple[pd.DataFrame, dict[str, float]]:
+    """Compare on the dates that both have, block by block the same ones."""
+    names = [f"{name}_excess{bound}" for name in _COMPARED for bound in ("", "_low", "_high")]
+    nothing = dict.fromkeys([*names, "beats_benchmark"], math.nan)
+    pair = pd.DataFrame({"own": report.daily_creturn, "benchmark": report.daily_benchmark})
+    pair = pair.dropna()
+    own, other = (read_sample(pair[name], riskfree_rate) for name in ("own", "benchmark"))
+    if not (own.enough and other.enough) or own.returns.size != other.returns.size:
+        return pd.DataFrame(), nothing
+    # One length of blocks, or they would not hold the same days.
+    block = _engine.automatic_block_length(own.returns - other.returns)
+    tables, observed, without = [], [], []
+    for sample in (own, other):
+        annual = (float(sample.periods_per_year), sample.riskfree)
+        tables.append(_engine.bootstrap_figures(sample.returns, *annual, draws, block, seed))
+        observed.append(_engine.path_figures(sample.returns, *annual))
+        if method == "bca":
+            without.append(_engine.figures_without_each(sample.returns, *annual))
+    excess = tables[0] - tables[1]
+    jackknife = without[0] - without[1] if without else np.empty((0, len(_NAMES)))
+    found: dict[str, float] = {}
+    for name in _COMPARED:
+        place = _NAMES.index(name)
+        value = float(observed[0][place] - observed[1][place])
+        found[f"{name}_excess"] = value
+        found[f"{name}_excess_low"], found[f"{name}_excess_high"] = _interval(
+            excess[:, place], value, method, jackknife[:, place]
+        )
+    found["beats_benchmark"] = float(np.mean(excess[:, _NAMES.index("final_value")] > 0))
+    return pd.DataFrame(excess, columns=list(_NAMES)), found
+
+
+def _drawdowns(
+    report: Report, sample: Sample, drawn: _Drawn
+) -> tuple[pd.DataFrame, dict[str, float]]:
+    """Foretell drawdowns, and judge the present and the largest one by them."""
+    days = 365.25 / sample.periods_per_year
+    rows: dict[int, dict[str, float]] = {}
+    first: _Floats = np.empty(0)
+    none = np.empty(0, dtype=np.int64)
+    for years in HORIZONS:
+        bars = years * sample.periods_per_year
+        _, deepest, longest = _engine.draw_paths(sample.returns, bars, none, *drawn.how)
+        first = deepest if years == 1 else first
+        rows[years] = {
+            "depth_50": float(np.quantile(deepest, 0.5)),
+            "depth_95": float(np.quantile(deepest, 0.05)),
+            "days_50": float(np.quantile(longest, 0.5)) * days,
+            "days_95": float(np.quantile(longest, 0.95)) * days,
+        }
+    curve = report.daily_creturn.dropna()
+    present = float(curve.iloc[-1] / curve.max() - 1.0)
+    table = pd.DataFrame.from_dict(rows, orient="index")
+    table.index.name = "years"
+    return table, {
+        "max_drawdown_rank": drawn.rank("max_drawdown"),
+        "drawdown": present,
+        "drawdown_rank": float(np.mean(first <= present)) if present < 0 else math.nan,
+    }
+
+
+def _nothing(
+    sample: Sample, known: TrialStatistics, name: str | None, draws: int, seed: int
+) -> Confidence:
+    """Without two returns that differ every figure is undefined, and still has its name."""
+    bounds = [f"{figure}{bound}" for figure in _NAMES for bound in ("", "_low", "_high")]
+    excess = [f"{figure}_excess{bound}" for figure in _COMPARED for bound in ("", "_low", "_high")]
+    figures = dict.fromkeys([*_RATIO, *bounds, *excess, *_RANKS, "block"], math.nan)
+    figures |= {
+        "trials": known.trials,
+        "returns": float(sample.returns.size),
+        "draws": float(draws),
+        "seed": float(seed),
+    }
+    empty = pd.DataFrame(columns=list(_NAMES), dtype=np.float64)
+    return Confidence(
+        figures=pd.Series(figures, dtype=np.float64, name="confidence"),
+        draws=empty,
+        excess=pd.DataFrame(),
+        fan=pd.DataFrame(columns=list(FAN), dtype=np.float64),
+        drawdowns=pd.DataFrame(),
+        trials=known,
+        name=name,
+    )
