@@ -9,7 +9,7 @@ import pytest
 from dashboard_reports import HOSTILE, bare_report
 
 from corvex.comparison import compare
-from corvex.core.dashboard import generate_html
+from corvex.core.dashboard import generate_html, notebook
 from corvex.core.dashboard.comparison_page import comparison_html
 
 pytestmark = pytest.mark.slow
@@ -279,6 +279,28 @@ def test_the_page_in_a_frame_is_drawn(chromium, simulated):
     frame.locator("body[data-ready]").wait_for(timeout=60_000)
     assert frame.locator(CHART.format("equity")).count()
     assert frame.locator("h1").inner_text().startswith(HOSTILE[:9])
+    page.close()
+
+
+def test_frames_of_a_notebook_share_the_library_and_wait_for_it(chromium, simulated, monkeypatch):
+    outputs = []
+    for cell, run in (("a", 1), ("a", 1), ("b", 2), ("a", 3), ("b", 4)):
+        monkeypatch.setattr(notebook, "_place", lambda at=(cell, run): at)
+        outputs.append(generate_html(simulated, with_iframe=True))
+    notebook.carry_charts()
+    assert ["window.corvexCharts" in text for text in outputs] == [True, False, False, True, False]
+    shared, holder = outputs[1], outputs[0].partition("</iframe>")[2]
+    page = chromium.new_page()
+    page.set_content(f"<body>{shared}")
+    waiting = page.frame_locator("iframe")
+    waiting.locator("#elsewhere").wait_for(timeout=60_000)
+    assert waiting.locator("#trade-table").count()  # tables need no library
+    assert not waiting.locator(".chart[data-drawn]").count()
+    append = "text => document.body.append(document.createRange().createContextualFragment(text))"
+    page.evaluate(append, holder)
+    waiting.locator("body[data-ready]").wait_for(timeout=60_000)
+    assert waiting.locator(CHART.format("equity")).count()
+    assert not waiting.locator("#elsewhere").count()
     page.close()
 
 

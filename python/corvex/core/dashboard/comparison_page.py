@@ -11,7 +11,7 @@ import corvex
 from corvex.core.curve_figures import days_per_year
 from corvex.core.dashboard.curves import wall_days
 from corvex.core.dashboard.embed import plain, rounded
-from corvex.core.dashboard.page import SHARED_MODULES, assemble, in_frame, page_script
+from corvex.core.dashboard.page import SHARED_MODULES, page_script, render
 from corvex.core.dashboard.returns import next_weekday
 
 if TYPE_CHECKING:
@@ -27,10 +27,8 @@ def comparison_html(
 ) -> str:
     """Render a comparison as `generate_html` renders a report."""
     heading = title or " · ".join(map(str, comparison.curves.columns))
-    page = assemble(
-        heading, heading, plain(_facts(comparison)), _series(comparison), page_script(MODULES)
-    )
-    return in_frame(page, heading) if with_iframe else page
+    facts, series = plain(_facts(comparison)), _series(comparison)
+    return render(heading, heading, facts, series, page_script(MODULES), with_iframe=with_iframe)
 
 
 def _facts(comparison: Comparison) -> dict[str, Any]:

@@ -11,12 +11,13 @@ from typing import TYPE_CHECKING, Any
 
 from corvex.core.dashboard.dataset import collect
 from corvex.core.dashboard.embed import escape_text, pack_json, safe_json
+from corvex.core.dashboard.notebook import charts_holder, shares_charts
 from corvex.core.dashboard.plotly_script import plotly_script
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
 
-__all__ = ["SHARED_MODULES", "assemble", "asset", "generate_html", "in_frame", "page_script"]
+__all__ = ["SHARED_MODULES", "assemble", "asset", "generate_html", "page_script", "render"]
 
 DEFAULT_TITLE = "Corvex Report"
 
@@ -103,11 +104,28 @@ def generate_html(
     tab = str(title) if title else DEFAULT_TITLE
     data = collect(report, riskfree_rate)
     name = data.facts["meta"]["name"]
-    page = assemble(tab, tab if name is None else name, data.facts, data.series, page_script())
-    return in_frame(page, tab) if with_iframe else page
+    heading = tab if name is None else name
+    return render(tab, heading, data.facts, data.series, page_script(), with_iframe=with_iframe)
 
 
-def assemble(title: str, heading: str, facts: Any, series: Any, script: str) -> str:
+def render(
+    title: str, heading: str, facts: Any, series: Any, script: str, *, with_iframe: bool
+) -> str:
+    """Put a page together, for a file or, in an ``<iframe>``, for a notebook's cell.
+
+    The cells of one notebook share the charts' library: the first output carries it.
+    """
+    if not with_iframe:
+        return assemble(title, heading, facts, series, script)
+    shared, carries = shares_charts()
+    page = assemble(title, heading, facts, series, script, with_charts=not shared)
+    frame = in_frame(page, title)
+    return frame + charts_holder(plotly_script()) if shared and carries else frame
+
+
+def assemble(
+    title: str, heading: str, facts: Any, series: Any, script: str, *, with_charts: bool = True
+) -> str:
     """Put a page together.
 
     Parameters
@@ -118,11 +136,14 @@ def assemble(title: str, heading: str, facts: Any, series: Any, script: str) -> 
         Plain values (see `embed.plain`): small ones, and large ones that are packed.
     script : str
         What `page_script` gives.
+    with_charts : bool, default True
+        Carry the charts' library; else the page asks the one around it for the script of this
+        hash.
 
     Returns
     -------
     str
-        A complete HTML document that carries the charts' library.
+        A complete HTML document.
     """
     charts = plotly_script()
     parts = {
@@ -133,7 +154,7 @@ def assemble(title: str, heading: str, facts: Any, series: Any, script: str) -> 
         "facts": safe_json(facts),
         "series": pack_json(series),
         "texts": _texts(),
-        "charts": charts.text,
+        "charts": charts.text if with_charts else charts.source_hash,
         "script": script,
     }
     pieces = _template()

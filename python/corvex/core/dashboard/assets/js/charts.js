@@ -10,8 +10,35 @@ let library = null;
 let source = null;
 
 export function unpackLibrary() {
-  source ??= inflate(fromBase85(byId("charts").textContent));
+  const carried = byId("charts").textContent;
+  source ??= (isElsewhere() ? fromAround(carried) : Promise.resolve(carried))
+    .then((packed) => inflate(fromBase85(packed)));
   return source;
+}
+
+/** In a notebook one output carries the library for all; this page then has its hash alone. */
+export const isElsewhere = () => byId("charts").textContent.startsWith("sha256-");
+
+const PATIENCE = 2000;
+
+/** Resolves when the library should have come, if it is not in the page itself. */
+export const outOfPatience = () => new Promise((resolve) => {
+  if (isElsewhere()) setTimeout(resolve, PATIENCE);
+});
+
+/** The page around this one may get the library later, so it is asked until it answers. */
+function fromAround(name) {
+  return new Promise((resolve) => {
+    const ask = () => window.parent.postMessage({ corvexCharts: name }, "*");
+    const again = setInterval(ask, PATIENCE / 4);
+    addEventListener("message", (event) => {
+      if (event.source !== window.parent || event.data?.corvexCharts !== name) return;
+      clearInterval(again);
+      byId("elsewhere")?.remove();
+      resolve(event.data.text);
+    });
+    ask();
+  });
 }
 
 /** Running the library takes long enough to be felt, so what is on the page is painted first. */

@@ -1,7 +1,7 @@
 // What every page does: its sections one after the other, links to them, languages and printing.
 
 import { byId, el, replaceContent } from "./dom.js";
-import { drawAll, forgetCharts, redrawAll, unpackLibrary } from "./charts.js";
+import { drawAll, forgetCharts, outOfPatience, redrawAll, unpackLibrary } from "./charts.js";
 import { listenForDefinitions } from "./statistics.js";
 import { canUnpack, readSeries } from "./store.js";
 import { currentLanguage, setLanguage, t } from "./text.js";
@@ -86,9 +86,12 @@ export async function renderWhole(render, series) {
   forgetCharts();
   document.body.removeAttribute("data-ready");
   unfinished = render(series);
-  await drawAll();
+  const drawn = drawAll().then(() => true);
+  const isDrawn = await Promise.race([drawn, outOfPatience()]);
   if (own !== turn) return;
   finish();
+  if (!isDrawn) byId("content").prepend(el("p", { id: "elsewhere", class: "state bad" }, t("charts_elsewhere")));
+  await drawn;
   // The browser looked for the address's section before it was made.
   if (own === 1 && location.hash) byId(location.hash.slice(1))?.scrollIntoView();
   await drawAll();
