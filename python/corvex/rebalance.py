@@ -10,10 +10,10 @@ import pandas as pd
 
 from corvex import _engine
 from corvex.data.context import in_utc
-from corvex.data.context import now as present
 from corvex.markets.bars import is_intraday
 from corvex.markets.calendars import TradingCalendar
 from corvex.markets.exchanges import as_calendar
+from corvex.markets.stamps import local_date
 
 __all__ = ["execution_timing"]
 
@@ -46,7 +46,8 @@ def execution_timing(
         Read are `weights` and `next_weights` (their names are the signal dates),
         `next_trading_date`, `market`, `resample` and `planned_rebalance_date`.
     now : datetime, optional
-        The moment to judge; a naive one is this machine's local time. The present by default.
+        The moment to judge; a naive one is this machine's local time. By default the machine's
+        clock, as for the queries of the execution state, whatever present the data context fixes.
     calendar : TradingCalendar, str or exchange_calendars.ExchangeCalendar, optional
         Sessions to use instead of the market's own; text is the name of an exchange ("XTAI").
 
@@ -93,7 +94,7 @@ def execution_timing(
     ValueError
         When `calendar` is a text that names no exchange.
     """
-    moment = pd.Timestamp(in_utc(now or present()))
+    moment = pd.Timestamp(in_utc(now or datetime.datetime.now(datetime.UTC)))
     record = _blank(execution, moment)
     if isinstance(calendar, str):
         as_calendar(calendar).tz  # noqa: B018 - a name that is not known fails here
@@ -196,9 +197,10 @@ def _period_end(rule: str, date: pd.Timestamp) -> pd.Timestamp | None:
 class _Sessions:
     """A calendar together with the zone in which the market's dates count."""
 
-    def __init__(self, calendar: TradingCalendar, tz: str) -> None:
+    def __init__(self, calendar: TradingCalendar, tz: str, *, moments: bool) -> None:
         self.calendar = calendar
         self.tz = tz
+        self._moments = moments
 
     @classmethod
     def of(cls, market: Any, calendar: Any) -> _Sessions | None:
@@ -207,11 +209,11 @@ class _Sessions:
         if calendar is None:
             return None
         found = as_calendar(calendar)
-        return cls(found, getattr(market, "timezone", None) or found.tz)
+        zone = getattr(market, "timezone", None) or found.tz
+        return cls(found, zone, moments=getattr(market, "stamps_are_moments", False))
 
     def local_date(self, when: pd.Timestamp) -> pd.Timestamp:
-        local = when if when.tzinfo is None else when.tz_convert(self.tz).tz_localize(None)
-        return local.normalize()
+        return local_date(when, self.tz, moment=self._moments)
 
     def on_or_before(self, when: pd.Timestamp) -> pd.Timestamp:
         return self.calendar.last_session(self.local_date(when))
@@ -246,15 +248,16 @@ def _freq(market: Any) -> str:
 
 
 def _date_name(weights: Any) -> pd.Timestamp | None:
-    """Return the signal date that a weight series is named by; None for a text name."""
+    """Return the signal date that a weight series is named by; None for any other name.
+
+    As in an execution state, only a datetime is one: no text, nor a date without time.
+    """
     name = getattr(weights, "name", None)
-    return _as_date(name) if isinstance(name, datetime.date) else None
+    return _as_date(name) if isinstance(name, datetime.datetime) else None
 
 
 def _as_date(value: Any) -> pd.Timestamp | None:
-    if value is None or value is pd.NaT:
-        return None
-    return pd.Timestamp(value)
+    return None if pd.isna(value) else pd.Timestamp(value)
 
 
 def _differ(a: pd.Timestamp, b: pd.Timestamp) -> bool:

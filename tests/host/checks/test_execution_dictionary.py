@@ -143,10 +143,16 @@ def test_dates_of_a_schedule_are_posix_seconds_whatever_holds_them(module, unit)
     for given in (dates, pd.Series(dates), dates.to_numpy(), list(dates), tuple(map(str, dates)),
                   iter(dates), dict.fromkeys(dates),
                   dates.tz_localize("UTC").tz_convert("Asia/Taipei"),
-                  [d.tz_localize("UTC").to_pydatetime() for d in dates]):  # fmt: skip
+                  [d.tz_localize("UTC").to_pydatetime() for d in dates],
+                  # a date is the same in every zone and on every machine
+                  dates.tz_localize("Asia/Taipei"), list(dates.tz_localize("America/New_York")),
+                  [d.to_pydatetime() for d in dates], [d.date() for d in dates]):  # fmt: skip
         assert write(given) == seconds
     assert read(seconds) == read([str(date) for date in dates]) == list(dates)
-    assert read(["2024-02-29T08:00:00+08:00"]) == [NEXT]
+    assert read(["2024-02-29T00:00:00+08:00"]) == [NEXT]
+    moment = NEXT.tz_localize("UTC") + pd.Timedelta(hours=1)
+    assert read([1709164800, 1709168400.0]) == [NEXT.tz_localize("UTC"), moment]
+    assert read(["2024-02-29T09:00:00+08:00"]) == [moment]
     assert [write(rule) for rule in (None, "ME", [])] == [None, "ME", []]
     assert [read(rule) for rule in (None, "ME", [])] == [None, "ME", []]
 

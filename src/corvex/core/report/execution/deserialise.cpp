@@ -146,15 +146,35 @@ nb::object read_signal_date(nb::handle config, const char* signal, const char* s
     return nb::none();
 }
 
-nb::object read_market(nb::handle config) {
+/// What `work` gives, or `fallback()` where it fails.
+nb::object attempted(const auto& work, const auto& fallback) {
     try {
-        return global("get_market_by_name")(or_none(member(config, "market")));
+        return work();
     } catch (const nb::python_error& error) {
         if (!error.matches(PyExc_Exception)) {
             throw;
         }
-        return global("TWMarket")();
+        return fallback();
     }
+}
+
+/// The market by its name, with the bars of the one that was written: they decide when a rebalance
+/// is due.
+nb::object read_market(nb::handle config) {
+    const nb::object market = attempted(
+        [&] { return nb::object(global("get_market_by_name")(or_none(member(config, "market")))); },
+        [] { return nb::object(global("TWMarket")()); });
+    const nb::object freq = or_none(member(config, "dataFreq"));
+    if (!pyglue::is_text(freq) || !nb::hasattr(market, "with_freq")) {
+        return market;
+    }
+    return attempted(
+        [&] {
+            return pyglue::equals(market.attr("get_freq")(), freq)
+                       ? market
+                       : nb::object(market.attr("with_freq")(freq));
+        },
+        [&] { return market; });
 }
 
 nb::object read_optional_date(nb::handle config, const char* key) {
@@ -303,7 +323,8 @@ const FunctionSpec kMethods[] = {
      "One record, or a dictionary of named ones, from their JSON-decoded form.",
      pyglue::Binding::kClassMethod},
     {"_deserialize_resample", kResample, deserialize_resample,
-     "A rebalance rule from its stored form; dates come back as naive UTC Timestamps.",
+     "A rebalance rule from its stored form; dates come back as naive Timestamps, moments "
+     "as\nTimestamps in UTC.",
      pyglue::Binding::kStaticMethod},
 };
 

@@ -1,5 +1,6 @@
 #include "corvex/core/report/execution/policy.hpp"
 
+#include "corvex/core/report/data_context.hpp"
 #include "corvex/core/report/execution/actions.hpp"
 #include "corvex/core/report/execution/signal_dates.hpp"
 #include "corvex/core/report/imports.hpp"
@@ -46,7 +47,8 @@ nb::object close_of(nb::handle market, nb::handle date) {
     return market.attr("market_close_at_timestamp")(date);
 }
 
-/// Without a text rule the next weights count only once prices of their date are in.
+/// Without a text rule the next weights count from the close of their date on, and not while the
+/// session of the latest prices is still open. The date of the weights themselves is no new signal.
 bool listed_date_applies(nb::handle execution, nb::handle date, const nb::object& now) {
     if (pyglue::equals(date, execution.attr("weights").attr("name"))) {
         return false;
@@ -55,7 +57,8 @@ bool listed_date_applies(nb::handle execution, nb::handle date, const nb::object
     if (!reached(now, close_of(market, date))) {
         return false;
     }
-    const nb::object price_dates = market.attr("get_price")(text("close")).attr("index");
+    const nb::object price_dates = with_data_record_kept(
+        [&] { return nb::object(market.attr("get_price")(text("close")).attr("index")); });
     return pyglue::length(price_dates) == 0 || reached(now, close_of(market, price_dates[-1]));
 }
 

@@ -70,11 +70,4 @@ nb::object read_date(const char* what, nb::handle stored) {
     return date;
 }
 
-nb::object naive_utc(nb::handle timestamp) {
-    if (timestamp.attr("tzinfo").is_none()) {
-        return nb::borrow<nb::object>(timestamp);
-    }
-    return timestamp.attr("tz_convert")(pyglue::text("UTC")).attr("tz_localize")(nb::none());
-}
-
 } // namespace corvex::report

@@ -4,16 +4,11 @@
 
 namespace corvex::report {
 
-inline constexpr double kNanosPerSecond = 1e9;
-
 /// Raises ValueError: "<what> should be <accepted>, got <value>".
 [[noreturn]] void raise_unreadable(const char* what, const char* accepted, nanobind::handle value);
 
 /// A Timestamp from POSIX seconds (naive, UTC) or ISO-8601 text (with the zone it names).
 /// @throws nanobind::python_error ValueError for anything else.
 nanobind::object read_date(const char* what, nanobind::handle stored);
-
-/// The same moment without a zone, in UTC; naive ones stay as they are.
-nanobind::object naive_utc(nanobind::handle timestamp);
 
 } // namespace corvex::report

@@ -1,5 +1,6 @@
 #include "corvex/core/report/payload/report_dict.hpp"
 
+#include "corvex/core/report/execution/signal_dates.hpp"
 #include "corvex/core/report/imports.hpp"
 #include "corvex/core/report/module_globals.hpp"
 
@@ -93,7 +94,7 @@ nb::object to_report_dict(const Call& call) {
     record["isTradable"] = snapshot_is_ready(readiness);
     record["dataReadiness"] = readiness;
     record["plannedRebalanceDate"] = global("_safe_iso_datetime")(
-        pyglue::attribute_or(self, "planned_rebalance_date", nb::none()));
+        date_or_none(pyglue::attribute_or(self, "planned_rebalance_date", nb::none())));
     return record;
 }
 
