@@ -45,6 +45,14 @@ LISTED = ["2024-01-31", "2024-02-10", "2024-04-10"]
             "2024-02-29 05:30",
             "2024-03-01 05:30",
         ),
+        # A daily stamp at midnight names its date, whatever its zone.
+        (("weight", T("2024-02-29", tz="UTC")), {}, "2024-02-29 05:30", "2024-03-01 05:30"),
+        (
+            (T("2024-01-31", tz="UTC"),) * 2,
+            {"market": US, "resample": [T("2024-02-29", tz=TAIPEI)]},
+            "2024-02-29 21:00",
+            "2024-03-01 21:00",
+        ),
         # A holiday in New York, and the half day after it.
         (
             (JANUARY, dt.datetime(2023, 11, 23)),

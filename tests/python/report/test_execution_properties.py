@@ -3,6 +3,7 @@
 import datetime
 import json
 import math
+import time
 import zoneinfo
 
 import numpy as np
@@ -87,6 +88,51 @@ def test_the_older_layout_keeps_weights_actions_and_schedule(record):
     assert carried(again) == carried(record)
     twice = sent(again.to_legacy_position_info2())
     assert twice["positions"] == legacy["positions"]
+
+
+@pytest.mark.parametrize("zone", [None, "UTC", "Asia/Taipei", "America/New_York"])
+@pytest.mark.parametrize("kind", [pd.Timestamp, pd.Timestamp.to_pydatetime, pd.Timestamp.date])
+def test_a_record_read_back_answers_as_the_one_written(zone, kind, monkeypatch):
+    monkeypatch.setenv("TZ", "Asia/Taipei")  # naive datetimes are no local times
+    time.tzset()
+    stamps = pd.DatetimeIndex(["2024-01-31", "2024-02-29", "2024-04-10"]).tz_localize(zone)
+    hours = pd.date_range("2024-02-29 01:00", periods=9, freq="h", tz=zone)
+    bound = get_market_by_name("crypto").bound_to(pd.DataFrame({"A": 1.0}, hours))
+    for market, current, following in (
+        (get_market_by_name("tw_stock"), stamps[0], stamps[0]),
+        (bound, stamps[0], hours[-1]),
+    ):
+        schedule = [kind(stamp) for stamp in stamps]
+        record = ReportExecution(
+            {"A": 1.0}, {"A": 0.5}, schedule, None, stamps[1], "close", market, None, None, None
+        )
+        record.weights.name, record.next_weights.name = current, following
+        again = ReportExecution.from_json(sent(record.to_dict()))
+        legacy = ReportExecution.from_json(sent(record.to_legacy_position_info2()))
+        for now in pd.date_range("2024-02-28 17:00", "2024-03-01 01:00", freq="4h", tz="UTC"):
+            answers = [
+                (r.uses_next_weights(now), r.rebalance_timing(now)) for r in (record, again, legacy)
+            ]
+            assert answers[0] == answers[1] == answers[2]
+            if market is not bound:  # its rebalance is due at the close of a listed date
+                start = answers[0][1]["update_start_at"]
+                assert start == "2024-02-29T05:30:00+00:00"
+    monkeypatch.undo()
+    time.tzset()
+
+
+@pytest.mark.parametrize("name", [datetime.date(2024, 1, 31), "2024-01-31", pd.NaT])
+def test_only_a_datetime_as_name_is_a_signal_date(name):
+    record = ReportExecution(
+        {"A": 1.0}, {"A": 0.5}, None, None, "2024-03-01", "close", None, None, None, None,
+        planned_rebalance_date=pd.NaT,
+    )  # fmt: skip
+    record.weights.name = record.next_weights.name = name
+    config = record.to_dict()["config"]
+    assert config["rebalanceTiming"]["status"] == "no_signal"
+    assert (config["nextSignalAt"], config["plannedRebalanceDate"]) == (None, None)
+    assert not record.uses_trading_calendar()
+    assert not record.uses_next_weights(pd.Timestamp("2024-02-15", tz="UTC"))
 
 
 def test_depth_and_length_do_not_matter():

@@ -116,7 +116,11 @@ const FunctionSpec kMethods[] = {
     {"next_future_expiry", kSelf, next_future_expiry,
      "The next expiry time (UTC) of data that has not expired yet, or None."},
     {"suggested_tradable_time", kSelf, suggested_tradable_time,
-     "The time (UTC) from which `is_tradable` should hold, None when it does already."},
+     "The time (UTC) from which `is_tradable` should hold, with data loaded then; None when it "
+     "does "
+     "already.\nA time in the past: newer data should be there to load now; of a historical "
+     "backtest, "
+     "by a\nrun without an end."},
     {"is_tradable", kSelf, is_tradable,
      "Whether the data behind the report is fresh enough to trade on. A backtest with an explicit "
      "end\n"
