@@ -9,6 +9,7 @@ import numpy.typing as npt
 import pandas as pd
 
 from corvex import _engine
+from corvex.time_range import require_in_range
 
 FloatArray = npt.NDArray[np.float64]
 IntArray = npt.NDArray[np.int64]
@@ -59,6 +60,7 @@ def read_dates(series: pd.Series) -> pd.DatetimeIndex:
 def read_times(series: pd.Series) -> IntArray:
     """Return the wall-clock times of the index in nanoseconds, checked to be increasing."""
     index = read_dates(series)
+    require_in_range(index, f"the index of {_described(series)}")
     times: IntArray = index.asi8 if index.unit == "ns" else index.as_unit("ns").asi8
     unordered = _engine.first_unordered(times)
     if unordered >= 0 or (len(times) > 0 and index.hasnans):

@@ -17,6 +17,7 @@ from corvex.market import Market
 from corvex.markets.alignment import align_benchmark
 from corvex.markets.bars import infer_freq, next_bar
 from corvex.markets.stamps import TableStamps
+from corvex.time_range import require_in_range
 from corvex.utils import logger
 
 __all__ = ["BoundMarket", "Prices", "bind"]
@@ -189,6 +190,7 @@ def _checked_tables(prices: Prices) -> dict[str, pd.DataFrame]:
             raise ValueError(f"prices[{field!r}] must have dates as index, got {table.index.dtype}")
         if len(table) == 0:
             raise ValueError(f"prices[{field!r}] is empty")
+        require_in_range(table.index, f"the index of prices[{field!r}]")
     return given
 
 

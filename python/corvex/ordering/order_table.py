@@ -41,6 +41,7 @@ ORDER_COLUMNS: dict[str, str] = {
 }
 
 _TEXTS = ["asset_id", "asset_name", "side"]
+_COUNTABLE = 2.0**53  # from here on a float skips whole numbers
 _LIMITS = ["lowest_price", "highest_price"]
 
 
@@ -115,6 +116,7 @@ def orders(
     step = float(getattr(market, "quantity_step" if odd_lots else "lot_size", 1.0))
     assets = _assets(weights, unit_prices(prices, market), quantities(held), step)
     targets = size(assets, amount, costs)
+    _refuse_uncountable(assets, targets, step)
     table = _table(assets, targets, costs, market, step, amount)
     paid = float(table["fee"].sum() + table["tax"].sum())
     cash = cash_after(assets, targets, amount, costs)
@@ -166,6 +168,16 @@ def _assets(
         )
         for label in needed
     ]
+
+
+def _refuse_uncountable(assets: list[Asset], targets: list[float], step: float) -> None:
+    for asset, target in zip(assets, targets, strict=True):
+        largest = math.hypot(target, asset.held)
+        if not largest <= _COUNTABLE:
+            raise ValueError(
+                f"{largest * step:.3g} of {asset.label!r} is more than can be counted in steps of "
+                f"{step:g}; is the capital, or the holding, in the right unit?"
+            )
 
 
 def _in_steps(quantity: float, step: float) -> float:

@@ -17,6 +17,7 @@ from corvex.markets.number_dates import are_serial_days, dates_of_numbers
 from corvex.markets.stamps import TableStamps, in_zone, is_date
 from corvex.simulation.future import FutureBars
 from corvex.simulation.notices import date_text, warn
+from corvex.time_range import require_in_range
 
 if TYPE_CHECKING:
     from corvex.market import Market
@@ -51,6 +52,7 @@ def as_dates(values: Any, what: str) -> pd.DatetimeIndex:
             raise ValueError(f"{what} must hold dates: {error}") from error
     if index.hasnans:
         raise ValueError(f"{what} holds a missing date at position {int(np.argmax(index.isna()))}")
+    require_in_range(index, what)
     return index
 
 
@@ -287,6 +289,7 @@ class Clock:
             raise ValueError(f"{what} must be a date, got {when!r}") from error
         if pd.isna(given):
             raise ValueError(f"{what} must be a date, got {when!r}")
+        require_in_range(pd.DatetimeIndex([given]), what)
         dates = pd.DatetimeIndex([given.as_unit("ns")])
         if not self.is_daily and is_date(given):
             day = dates.tz_localize(None)

@@ -19,6 +19,8 @@ if TYPE_CHECKING:
 __all__ = ["FutureBars"]
 
 _DAY = pd.Timedelta(days=1)
+# A rule of thousands of weeks reaches beyond what nanoseconds can tell.
+_LAST = (pd.Timestamp.max.normalize() - pd.Timedelta(days=7)).value
 
 
 class FutureBars:
@@ -59,6 +61,7 @@ class FutureBars:
         Timestamp or None
             In the zone of the table. None when the table holds the whole period.
         """
+        end = min(end, _LAST)
         following = self._clock.local_of(self.next_bar)
         if following.as_unit("ns").value >= end:
             return None

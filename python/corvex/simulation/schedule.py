@@ -231,10 +231,13 @@ def _other_dates(rule: str, clock: Clock, error: ValueError) -> pd.DatetimeIndex
         with warnings.catch_warnings():
             warnings.simplefilter("ignore")  # old pandas warns of letters of another case
             frequency = pd.tseries.frequencies.to_offset(rule)
-    except ValueError:
+    except (ArithmeticError, ValueError):  # a multiple of 0, or beyond all numbers, too
         raise error from None
-    if frequency is None or isinstance(frequency, pd.tseries.offsets.Tick):
+    if frequency is None or isinstance(frequency, pd.tseries.offsets.Tick) or frequency.n < 1:
         raise error
     first = clock.wall[0].normalize()
-    last = max(clock.wall[-1].normalize() + frequency, clock.wall[-1] + pd.Timedelta(days=1))
-    return pd.date_range(first, last, freq=frequency)
+    try:
+        last = max(clock.wall[-1].normalize() + frequency, clock.wall[-1] + pd.Timedelta(days=1))
+        return pd.date_range(first, last, freq=frequency)
+    except (ArithmeticError, ValueError) as beyond:
+        raise ValueError(f"resample={rule!r} reaches beyond the dates that can be told") from beyond

@@ -12,6 +12,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "arrays.hpp"
 #include "trade_arrays.hpp"
@@ -129,7 +130,10 @@ nb::dict simulate(const InputTable& close, const InputTable& target,
     input.high = as_table(high);
     input.low = as_table(low);
     input.target = as_table(target).values;
-    input.signal_session = as_span(signal_session);
+    // Rows are found by these: a copy, which no other thread can change once they are checked.
+    const std::vector<std::int64_t> signals{signal_session.data(),
+                                            signal_session.data() + signal_session.shape(0)};
+    input.signal_session = signals;
     input.first_session = first_session;
     input.fill_at = parse_fill_at(fill_at);
     input.costs = {fee_ratio, tax_ratio, slippage_ratio};

@@ -4,7 +4,7 @@
 #include "corvex/core/report/numpy_api.hpp"
 #include "corvex/core/report/position_buffer.hpp"
 
-#include <algorithm>
+#include <limits>
 
 namespace corvex::report {
 
@@ -107,8 +107,11 @@ nb::object query(const Call& call) {
     if (columns.size() < rows.size()) {
         pyglue::raise(PyExc_ValueError, "idx_s must be at least as long as idx_d");
     }
+    if (rows.size() > std::numeric_limits<int>::max()) {
+        pyglue::raise(PyExc_ValueError, "idx_d must have at most 2147483647 positions");
+    }
     const int count = static_cast<int>(rows.size());
-    const auto cells = nb::steal<nb::object>(PyList_New(std::max(count, 0)));
+    const auto cells = nb::steal<nb::object>(PyList_New(count));
     if (!cells.is_valid()) {
         throw nb::python_error();
     }

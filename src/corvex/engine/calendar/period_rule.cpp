@@ -41,6 +41,10 @@ constexpr std::array<std::string_view, 7> kWeekdays{"MON", "TUE", "WED", "THU",
                                                     "FRI", "SAT", "SUN"};
 constexpr std::array<std::string_view, 12> kMonths{"JAN", "FEB", "MAR", "APR", "MAY", "JUN",
                                                    "JUL", "AUG", "SEP", "OCT", "NOV", "DEC"};
+constexpr std::int64_t kMostPeriods = 100'000;
+/// Years that no moment lies outside of.
+constexpr std::int64_t kFirstYear = 1600;
+constexpr std::int64_t kLastYear = 2300;
 /// 1970-01-01 was a Thursday.
 constexpr std::int64_t kWeekdayOfDayZero = 3;
 
@@ -100,8 +104,10 @@ PeriodRule parse_period_rule(std::string_view alias) {
     std::string_view rest = alias;
     if (!rest.empty() && rest.front() >= '0' && rest.front() <= '9') {
         const auto [end, error] = std::from_chars(rest.data(), rest.data() + rest.size(), multiple);
-        if (error != std::errc{} || multiple < 1 || multiple > 100'000) {
-            refuse(alias);
+        if (error != std::errc{} || multiple < 1 || multiple > kMostPeriods) {
+            throw std::invalid_argument("rebalance frequency '" + std::string{alias} +
+                                        "': the multiple must be from 1 to " +
+                                        std::to_string(kMostPeriods));
         }
         rest.remove_prefix(static_cast<std::size_t>(end - rest.data()));
     }
@@ -122,7 +128,8 @@ std::int64_t period_number(const PeriodRule& rule, Nanos time, Nanos origin) {
     const std::int64_t day = day_number(time);
     switch (rule.unit) {
     case Unit::kFixed:
-        return floor_div(time - day_number(origin) * kNanosPerDay, rule.length);
+        return static_cast<std::int64_t>(nanos_between(start_of_day(day_number(origin)), time) /
+                                         static_cast<std::uint64_t>(rule.length));
     case Unit::kWeek:
         return floor_div(day + kWeekdayOfDayZero - rule.anchor, 7);
     case Unit::kMonth:
@@ -135,16 +142,16 @@ std::int64_t period_number(const PeriodRule& rule, Nanos time, Nanos origin) {
 Nanos period_start(const PeriodRule& rule, std::int64_t number, Nanos origin) {
     switch (rule.unit) {
     case Unit::kFixed:
-        return day_number(origin) * kNanosPerDay + number * rule.length;
+        return moved(start_of_day(day_number(origin)), number, rule.length);
     case Unit::kWeek:
-        return (number * 7 - kWeekdayOfDayZero + rule.anchor) * kNanosPerDay;
+        return start_of_day(number * 7 - kWeekdayOfDayZero + rule.anchor);
     case Unit::kMonth:
         break;
     }
     const std::int64_t month = number * rule.length + rule.anchor;
     const std::int64_t year = floor_div(month, 12);
-    return day_from_civil(static_cast<int>(year), static_cast<int>(month - year * 12) + 1, 1) *
-           kNanosPerDay;
+    const auto known = static_cast<int>(std::clamp(year, kFirstYear, kLastYear));
+    return start_of_day(day_from_civil(known, static_cast<int>(month - year * 12) + 1, 1));
 }
 
 } // namespace corvex::engine::calendar

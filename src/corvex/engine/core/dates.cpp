@@ -17,6 +17,18 @@ std::int64_t day_number(Nanos time) {
     return (time % kNanosPerDay < 0) ? quotient - 1 : quotient;
 }
 
+Nanos moved(Nanos time, std::int64_t count, Nanos length) {
+    Nanos distance = 0;
+    Nanos result = 0;
+    if (!__builtin_mul_overflow(count, length, &distance)) {
+        if (!__builtin_add_overflow(time, distance, &result)) {
+            return result;
+        }
+        return distance < 0 ? kEarliest : kLatest;
+    }
+    return (count < 0) == (length < 0) ? kLatest : kEarliest;
+}
+
 CivilDate civil_from_day(std::int64_t day) {
     const std::chrono::year_month_day date{to_sys_days(day)};
     return {static_cast<int>(date.year()), static_cast<int>(static_cast<unsigned>(date.month())),

@@ -10,6 +10,9 @@ using Nanos = std::int64_t;
 inline constexpr Nanos kNanosPerSecond = 1'000'000'000;
 inline constexpr Nanos kNanosPerDay = 86'400 * kNanosPerSecond;
 
+inline constexpr Nanos kEarliest = INT64_MIN;
+inline constexpr Nanos kLatest = INT64_MAX;
+
 /// The value that stands for a missing date (pandas' NaT).
 inline constexpr Nanos kMissingDate = INT64_MIN;
 
@@ -21,6 +24,18 @@ struct CivilDate {
 
 /// Whole days since the epoch, rounded towards the past.
 std::int64_t day_number(Nanos time);
+
+/// From a moment to a later one, 0 where it is not later. Any two moments are that far apart.
+constexpr std::uint64_t nanos_between(Nanos from, Nanos to) {
+    return to > from ? static_cast<std::uint64_t>(to) - static_cast<std::uint64_t>(from) : 0;
+}
+
+/// A moment so many times a length later; at the ends of what can be told (the years 1677 and
+/// 2262) it stays at the end.
+Nanos moved(Nanos time, std::int64_t count, Nanos length = kNanosPerDay);
+
+/// The midnight with which a day begins, likewise.
+inline Nanos start_of_day(std::int64_t day) { return moved(0, day); }
 
 /// The proleptic Gregorian date of a day number.
 CivilDate civil_from_day(std::int64_t day);

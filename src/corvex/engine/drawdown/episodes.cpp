@@ -70,7 +70,7 @@ DrawdownSummary summarise_drawdowns(std::span<const double> values, std::span<co
     for_each_episode(values, [&](const Episode& episode) {
         deepest = std::min(deepest, episode.depth);
         depths += episode.depth;
-        days += static_cast<double>(times[episode.end] - times[episode.start]) /
+        days += static_cast<double>(nanos_between(times[episode.start], times[episode.end])) /
                 static_cast<double>(kNanosPerDay);
         count += 1.0;
     });

@@ -18,9 +18,16 @@ class DayRows {
         if (dates.empty()) {
             return;
         }
-        first_row_.assign(day(dates.back()) + 2, dates.size());
+        first_ = dates.front();
+        last_ = dates.back();
+        if (last_ < first_ || day(last_) / kDaysPerRow > dates.size()) {
+            return; // not worth a calendar
+        }
+        first_row_.assign(day(last_) + 2, dates.size());
         for (std::size_t row = dates.size(); row-- > 0;) {
-            first_row_[day(dates[row])] = row;
+            if (const std::int64_t date = dates[row]; knows(date)) {
+                first_row_[day(date)] = row;
+            }
         }
         // A day without a date begins where the next one does.
         for (std::size_t at = first_row_.size() - 1; at-- > 0;) {
@@ -29,26 +36,38 @@ class DayRows {
     }
 
     [[nodiscard]] std::int64_t row(std::int64_t time) const {
-        if (dates_.empty() || time < dates_.front() || time > dates_.back()) {
+        if (dates_.empty() || !knows(time)) {
             return -1;
         }
-        const std::size_t at = day(time);
-        const auto last = dates_.begin() + static_cast<std::ptrdiff_t>(first_row_[at + 1]);
-        const auto found = std::lower_bound(
-            dates_.begin() + static_cast<std::ptrdiff_t>(first_row_[at]), last, time);
+        auto first = dates_.begin();
+        auto last = dates_.end();
+        if (!first_row_.empty()) {
+            const std::size_t at = day(time);
+            first = dates_.begin() + static_cast<std::ptrdiff_t>(first_row_[at]);
+            last = dates_.begin() + static_cast<std::ptrdiff_t>(first_row_[at + 1]);
+        }
+        const auto found = std::lower_bound(first, last, time);
         return found != last && *found == time ? found - dates_.begin() : -1;
     }
 
   private:
+    /// Whether a time lies between the first and the last date as they were when this was made:
+    /// whoever owns the dates may be changing them, or may have given them in disorder.
+    [[nodiscard]] bool knows(std::int64_t time) const { return time >= first_ && time <= last_; }
+
     /// Days from the first date on, each of them as long as a day but not begun at midnight.
     [[nodiscard]] std::size_t day(std::int64_t time) const {
         return static_cast<std::size_t>(
-            (static_cast<std::uint64_t>(time) - static_cast<std::uint64_t>(dates_.front())) /
-            per_day_);
+            (static_cast<std::uint64_t>(time) - static_cast<std::uint64_t>(first_)) / per_day_);
     }
+
+    /// A calendar with more days than that for each date would cost more than searches.
+    static constexpr std::size_t kDaysPerRow = 400;
 
     std::span<const std::int64_t> dates_;
     std::uint64_t per_day_;
+    std::int64_t first_ = 0;
+    std::int64_t last_ = -1;
     std::vector<std::size_t> first_row_;
 };
 

@@ -10,7 +10,7 @@ namespace corvex::engine {
 
 /// The row of each time among the dates of a table, -1 where no date is exactly that time.
 ///
-/// @param dates    of the table, strictly rising
+/// @param dates    of the table, strictly rising; of others some may not be found
 /// @param times    in any order, missing ones too
 /// @param per_day  units of both in a day, > 0
 /// @throws std::invalid_argument when `per_day` is not positive

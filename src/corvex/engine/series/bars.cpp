@@ -64,11 +64,13 @@ DayCount count_days(std::span<const Nanos> times) {
     DayCount count;
     count.first = count.last = day_number(times.front());
     const auto start = static_cast<std::uint64_t>(weekday(count.first));
-    const Nanos midnight = count.first * kNanosPerDay;
+    // Wraps where the first day began before the first moment that can be told, and back again.
+    const std::uint64_t midnight =
+        static_cast<std::uint64_t>(count.first) * static_cast<std::uint64_t>(kNanosPerDay);
     ++count.bars[start];
     std::uint64_t previous = 0;
     for (const Nanos time : times) {
-        const auto day = static_cast<std::uint64_t>(time - midnight) / kNanosPerDay;
+        const auto day = (static_cast<std::uint64_t>(time) - midnight) / kNanosPerDay;
         if (day > previous) {
             ++count.bars[(start + day) % kDaysPerWeek];
             previous = day;
@@ -94,10 +96,10 @@ bool weekends_have_bars(const DayCount& count) {
 Bar median_bar(std::span<const Nanos> times) {
     const std::size_t gaps = times.size() - 1;
     for (const auto& [hours, bar] : kBounds) {
-        const Nanos bound = hours * kNanosPerHour;
+        const auto bound = static_cast<std::uint64_t>(hours * kNanosPerHour);
         std::size_t shorter = 0;
         for (std::size_t gap = 0; gap < gaps; ++gap) {
-            shorter += times[gap + 1] - times[gap] < bound ? 1U : 0U;
+            shorter += nanos_between(times[gap], times[gap + 1]) < bound ? 1U : 0U;
         }
         if (2 * shorter >= gaps) {
             return bar;
@@ -145,13 +147,13 @@ Nanos usual_gap(std::span<const Nanos> times) {
     if (times.size() < 2) {
         return 0;
     }
-    std::vector<Nanos> gaps(times.size() - 1);
+    std::vector<std::uint64_t> gaps(times.size() - 1);
     for (std::size_t gap = 0; gap < gaps.size(); ++gap) {
-        gaps[gap] = times[gap + 1] - times[gap];
+        gaps[gap] = nanos_between(times[gap], times[gap + 1]);
     }
     const auto middle = gaps.begin() + static_cast<std::ptrdiff_t>((gaps.size() - 1) / 2);
     std::nth_element(gaps.begin(), middle, gaps.end());
-    return *middle;
+    return static_cast<Nanos>(std::min(*middle, static_cast<std::uint64_t>(kLatest)));
 }
 
 std::string_view bar_name(Bar bar) {

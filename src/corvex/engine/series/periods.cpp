@@ -28,15 +28,16 @@ std::vector<Period> month_periods(std::span<const Nanos> times) {
     if (times.empty()) {
         return months;
     }
-    const std::int64_t days = (times.back() - times.front()) / kNanosPerDay;
-    months.reserve(
-        std::min(times.size(), static_cast<std::size_t>(std::max<std::int64_t>(days, 0) / 28 + 2)));
-    // A date is only worked out when a row passes the end of the current month.
-    Nanos next = times.front();
+    const std::uint64_t days = nanos_between(times.front(), times.back()) / kNanosPerDay;
+    months.reserve(std::min<std::size_t>(times.size(), days / 28 + 2));
+    // A date is only worked out when a row passes the end of the current month. Each time is read
+    // once: whoever owns the array may be changing it.
+    Nanos next = kEarliest;
     for (std::size_t row = 0; row < times.size(); ++row) {
-        if (times[row] >= next) {
-            const std::int64_t number = month_number(civil_from_day(day_number(times[row])));
-            next = first_day(number + 1) * kNanosPerDay;
+        const Nanos time = times[row];
+        if (months.empty() || (time >= next && next != kLatest)) {
+            const std::int64_t number = month_number(civil_from_day(day_number(time)));
+            next = start_of_day(first_day(number + 1));
             months.push_back({number, row, row});
         }
         months.back().last = row;
@@ -75,15 +76,15 @@ Nanos months_before(Nanos time, int months) {
     const std::int64_t day = day_number(time);
     const CivilDate date = civil_from_day(day);
     const std::int64_t month = month_number(date) - months;
-    const std::int64_t moved =
+    const std::int64_t target =
         first_day(month) + std::min<std::int64_t>(date.day, length(month)) - 1;
-    return time + (moved - day) * kNanosPerDay;
+    return moved(time, target - day);
 }
 
 Nanos month_end_before(Nanos time, int months) {
     const std::int64_t day = day_number(time);
     const std::int64_t month = month_number(civil_from_day(day)) - months;
-    return time + (first_day(month + 1) - 1 - day) * kNanosPerDay;
+    return moved(time, first_day(month + 1) - 1 - day);
 }
 
 bool is_last_in_month(Nanos time, bool weekends) {

@@ -16,7 +16,7 @@ constexpr int kMonthsPerYear = 12;
 
 } // namespace
 
-double compound_annual_growth(double first, double last, Nanos elapsed) {
+double compound_annual_growth(double first, double last, std::uint64_t elapsed) {
     const double years =
         static_cast<double>(elapsed) / static_cast<double>(kNanosPerSecond) / kSecondsPerYear;
     return years > 0.0 ? std::pow(last / first, 1.0 / years) - 1.0 : kNaN;
@@ -39,7 +39,8 @@ LookbackReturns lookback_returns(std::span<const double> values, std::span<const
             return kNaN;
         }
         const auto after = std::upper_bound(times.begin(), times.end(), base) - times.begin();
-        return last / values[static_cast<std::size_t>(after - 1)] - 1.0;
+        // Times in disorder may put any row here, but none outside the curve.
+        return after > 0 ? last / values[static_cast<std::size_t>(after - 1)] - 1.0 : kNaN;
     };
     const auto compound = [&](int count) {
         const Nanos base = months_before(times.back(), count * kMonthsPerYear);
@@ -48,7 +49,9 @@ LookbackReturns lookback_returns(std::span<const double> values, std::span<const
         }
         const auto at = static_cast<std::size_t>(
             std::lower_bound(times.begin(), times.end(), base) - times.begin());
-        return compound_annual_growth(values[at], last, times.back() - times[at]);
+        return at < times.size() ? compound_annual_growth(values[at], last,
+                                                          nanos_between(times[at], times.back()))
+                                 : kNaN;
     };
     LookbackReturns found;
     found.mtd = bar > Bar::kMonth ? kNaN : return_within(values, months, months.size() - 1);

@@ -3,6 +3,7 @@
 #include "corvex/engine/series/bars.hpp"
 #include "corvex/engine/series/periods.hpp"
 
+#include <cstdint>
 #include <limits>
 #include <span>
 
@@ -24,7 +25,7 @@ struct LookbackReturns {
 };
 
 /// (last / first)^(1 / years) - 1 with years of 365.25 days; NaN for no time or a negative ratio.
-double compound_annual_growth(double first, double last, Nanos elapsed);
+double compound_annual_growth(double first, double last, std::uint64_t elapsed);
 
 /// Month and year to date count from the end of the period before, or from the period's own first
 /// value where that one is missing. Windows of up to a year count from the last value not later

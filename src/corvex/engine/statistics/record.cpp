@@ -131,7 +131,8 @@ PerformanceRecord performance_record(std::span<const double> values, std::span<c
         record.convention.periods_per_year = periods_per_year;
     }
     record.total_return = last / first - 1.0;
-    record.cagr = compound_annual_growth(first, last, curve.times().back() - curve.times().front());
+    record.cagr = compound_annual_growth(
+        first, last, nanos_between(curve.times().front(), curve.times().back()));
     add_drawdowns(record, curve);
     record.daily = daily_figures(curve, record.convention, riskfree_rate);
     add_periods(record, curve, riskfree_rate);
