@@ -7,6 +7,7 @@ from typing import TYPE_CHECKING, cast
 import numpy as np
 import pandas as pd
 
+from corvex.markets.bars import period_before
 from corvex.simulation.handover import State
 from corvex.simulation.inputs import RunInputs
 from corvex.simulation.notices import date_text, warn
@@ -18,22 +19,33 @@ if TYPE_CHECKING:
 __all__ = ["cost_totals", "curve_and_position", "state_after", "yearly_turnover"]
 
 _YEAR = pd.Timedelta(days=365.25)
+_ROUNDING = 1e-12
 
 
 def curve_and_position(
-    result: SimulationResult, inputs: RunInputs, schedule: Schedule, first: int
+    result: SimulationResult, inputs: RunInputs, first: int
 ) -> tuple[pd.Series, pd.DataFrame]:
-    """Return the equity curve and the target weights in force, on the sessions from `first` on.
+    """Return the equity curve and the target weights in force, from just before the first fill on.
 
-    A signal before the first price has no session of its own: its date is put before them, with
-    an equity of 1 and nothing held.
+    Time in which nothing could be bought yet is no time of the strategy. Where a signal of before
+    the prices fills on their first session, the curve starts there; a row of equity 1 and nothing
+    held is put one period before it where that session itself costs or earns something.
+
+    Parameters
+    ----------
+    first : int
+        The session where the engine's arrays start.
     """
     labels = inputs.weights.labels
-    index = inputs.clock.index[first:]
-    equity = result["equity"]
-    weights = cast("np.ndarray", result["position"])
-    if len(schedule) and schedule.sessions[0] < 0:
-        index = pd.DatetimeIndex(schedule.dates[:1].as_unit(index.unit).append(index))
+    skipped = _rows_before_first_fill(result["traded"])
+    index = inputs.clock.index[first + skipped :]
+    equity = result["equity"][skipped:]
+    weights = cast("np.ndarray", result["position"])[skipped:]
+    if abs(equity[0] - 1.0) <= _ROUNDING:
+        equity[0] = 1.0
+    else:  # the first session of all has the first fill
+        before = pd.DatetimeIndex([period_before(index)])
+        index = pd.DatetimeIndex(before.append(index))
         equity = np.concatenate(([1.0], equity))
         weights = np.concatenate((np.zeros((1, len(labels))), weights))
     if result["ruin_session"] >= 0:
@@ -44,6 +56,12 @@ def curve_and_position(
         )
     position = pd.DataFrame(weights, index=index, columns=labels, copy=False)
     return pd.Series(equity, index=index, name="creturn", copy=False), position
+
+
+def _rows_before_first_fill(traded: np.ndarray) -> int:
+    """How many rows lie before the one ahead of the first fill; 0 where nothing is filled."""
+    filled = np.flatnonzero(traded)
+    return max(int(filled[0]) - 1, 0) if filled.size else 0
 
 
 def state_after(result: SimulationResult, schedule: Schedule) -> State:
@@ -84,7 +102,7 @@ def yearly_turnover(traded: np.ndarray, equity: np.ndarray, index: pd.DatetimeIn
     traded, equity : float64 arrays of shape (sessions,)
         Traded value on both sides and equity, both in units of the first equity.
     index : DatetimeIndex
-        The sessions.
+        The dates of the curve.
 
     Returns
     -------

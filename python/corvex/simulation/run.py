@@ -49,7 +49,7 @@ def run(
     prices = check_prices(prices, schedule, clock, labels, inputs.close.columns)
     first = first_session(schedule, _idle_start(inputs, schedule))
     result = run_engine(prices, schedule, trade_at, options, first)
-    creturn, position = curve_and_position(result, inputs, schedule, first)
+    creturn, position = curve_and_position(result, inputs, first)
     trades = trades_table(
         cast("dict[str, np.ndarray]", result["trades"]),
         labels,
@@ -75,7 +75,7 @@ def run(
             ),
             "costs": cost_totals(result),
             "yearly_turnover": yearly_turnover(
-                result["traded"], result["equity"], clock.index[first:]
+                result["traded"], result["equity"], cast("pd.DatetimeIndex", creturn.index)
             ),
         },
     )

@@ -173,16 +173,25 @@ def test_start_and_end(days, prices, weights_on):
             corvex.simulate(weights, prices, **span)
 
 
-def test_a_signal_before_the_first_price(days, prices):
-    before = pd.Timestamp("2023-12-30")
-    weights = pd.DataFrame({"AAA": [1.0]}, index=[before])
+@pytest.mark.parametrize("late", [0, 3])
+@pytest.mark.parametrize("signal", ["2000-01-01", "2024-01-03"])
+@pytest.mark.parametrize("fee", [0.0, 0.01])
+def test_the_curve_starts_just_before_the_first_fill(days, prices, late, signal, fee):
+    """A signal of before the prices, or a price that comes late, stretches no curve."""
+    prices.iloc[:late, 0] = np.nan
+    signal = pd.Timestamp(signal)
+    fill = max(days.searchsorted(signal, side="right"), late)
 
-    report = corvex.simulate(weights, prices, fee_ratio=0.01)
+    report = corvex.simulate(pd.DataFrame({"AAA": [1.0]}, [signal]), prices, fee_ratio=fee)
 
-    assert report.weights.name == before
-    assert report.creturn.iloc[:2].to_dict() == {before: 1.0, days[0]: 1 / 1.01}
-    assert report.position.iloc[:2, 0].tolist() == [0.0, 1.0]
-    assert report.trades.entry_date.tolist() == [days[0]]
+    assert report.weights.name == signal
+    assert report.trades.entry_date.tolist() == [days[fill]]
+    before = days[fill - 1] if fill else days[0] - pd.offsets.BDay()  # which a fee needs
+    starts = [before] if fill or fee else []
+    assert report.creturn.index[:2].tolist() == [*starts, *days[fill:]][:2]
+    assert report.creturn.iloc[0] == 1.0
+    assert report.creturn[days[fill]] == pytest.approx(1 / (1 + fee))
+    assert report.position.iloc[:2, 0].tolist() == ([0.0, 1.0] if starts else [1.0, 1.0])
 
 
 def test_a_ruined_account_stays_at_zero(days):
