@@ -9,6 +9,7 @@ import pandas as pd
 
 from corvex.market import Market
 from corvex.simulation.assembly import build_report
+from corvex.simulation.doubts import warn_about_guessed_costs
 from corvex.simulation.inputs import read_inputs
 from corvex.simulation.options import (
     Costs,
@@ -153,6 +154,8 @@ def simulate(
         tax_ratio=cost_ratio("tax_ratio", tax_ratio, inputs.market.tax_ratio),
         slippage_ratio=cost_ratio("slippage_ratio", slippage_ratio),
     )
+    if market is None and prices is not None:
+        warn_about_guessed_costs(inputs.market, fee_ratio, tax_ratio)
     options = Options(costs, **fractions, touched_exit=bool(touched_exit), stop_cooldown=cooldown)
     live_start = None
     if live_performance_start is not None:

@@ -9,6 +9,7 @@ import pandas as pd
 
 from corvex.simulation.assembly import Outcome
 from corvex.simulation.checks import check_prices
+from corvex.simulation.doubts import warn_about_run
 from corvex.simulation.engine import first_session, run_engine
 from corvex.simulation.fills import fills_table
 from corvex.simulation.handover import hand_over
@@ -47,6 +48,7 @@ def run(
         market, inputs.close, clock, labels, trade_at, with_bars=options.touched_exit
     )
     prices = check_prices(prices, schedule, clock, labels, inputs.close.columns)
+    warn_about_run(inputs, options, schedule)
     first = first_session(schedule, _idle_start(inputs, schedule))
     result = run_engine(prices, schedule, trade_at, options, first)
     creturn, position = curve_and_position(result, inputs, first)

@@ -15,6 +15,8 @@ from corvex.simulation.notices import date_text
 __all__ = ["WeightTable", "read_weights"]
 
 _CHUNK = 256
+# Weights rounded to a few digits sum to a little above 1.
+_ROUNDING = 0.01
 
 
 class WeightTable:
@@ -26,6 +28,9 @@ class WeightTable:
         Rising dates, as given.
     labels : Index of length assets
         The asset labels, as given.
+    largest_scaled : (float, Timestamp) or None
+        The largest absolute sum that was scaled to 1 so far, and its date. Rounding, and rows of
+        ones that stand for signals, do not count.
     """
 
     def __init__(
@@ -36,6 +41,7 @@ class WeightTable:
         self._values = values
         self._limit = limit
         self._leverage = leverage
+        self.largest_scaled: tuple[float, pd.Timestamp] | None = None
 
     def between(self, start: int, stop: int) -> WeightTable:
         """The same weights with some of the rows, which are not copied."""
@@ -66,10 +72,20 @@ class WeightTable:
             np.nan_to_num(weights, copy=False, nan=0.0)
             gross = np.abs(weights).sum(axis=1, keepdims=True)
             if not self._leverage and (gross > 1.0).any():
+                self._note_scaling(rows, weights, gross[:, 0])
                 weights /= np.maximum(gross, 1.0)
         if np.isfinite(self._limit):
             np.clip(weights, -self._limit, self._limit, out=weights)
         return weights
+
+    def _note_scaling(self, rows: np.ndarray, weights: np.ndarray, gross: np.ndarray) -> None:
+        least = 1.0 + _ROUNDING if self.largest_scaled is None else self.largest_scaled[0]
+        doubtful = np.flatnonzero(gross > least)
+        signals = ((weights[doubtful] == 0.0) | (weights[doubtful] == 1.0)).all(axis=1)
+        doubtful = doubtful[~signals]
+        if len(doubtful):
+            at = doubtful[np.argmax(gross[doubtful])]
+            self.largest_scaled = float(gross[at]), self.index[rows[at]]
 
     def changes(self, rows: np.ndarray) -> tuple[np.ndarray, np.ndarray]:
         """Keep the rows whose targets differ from those of the row kept before.

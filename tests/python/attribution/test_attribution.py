@@ -25,7 +25,7 @@ def _tables(assets=6, seed=3):
 def _signals(tables):
     close = tables["close"]
     rank = (close / close.shift(20)).rank(axis=1)
-    return (rank >= 5).astype(float) * 0.45 - (rank <= 1).astype(float) * 0.2
+    return (rank >= 5).astype(float) * 0.4 - (rank <= 1).astype(float) * 0.2
 
 
 def _report(**settings):

@@ -77,7 +77,9 @@ def test_what_the_report_carries(days, prices, weights_on):
 
 def test_the_market_follows_the_labels(prices):
     table = prices.set_axis(["2330 chips", "00878B"], axis=1)
-    report = corvex.simulate(table.iloc[:1] / table.iloc[0] / 2, table)
+    with pytest.warns(UserWarning, match="fee_ratio=0.001425 .* are charged; .* market='tw_st"):
+        report = corvex.simulate(table.iloc[:1] / table.iloc[0] / 2, table)
+    corvex.simulate(table.iloc[:1] / table.iloc[0] / 2, table, fee_ratio=0.0, tax_ratio=0.0)
     assert report.settings["market_chosen"] == "by the labels"
     settings = (report.settings["market"], report.fee_ratio, report.tax_ratio)
     assert settings == ("tw_stock", 0.001425, 0.003)
@@ -206,6 +208,7 @@ def test_a_ruined_account_stays_at_zero(days):
     assert len(report.weights) == len(report.next_weights) == len(report.actions) == 0
 
 
+@pytest.mark.filterwarnings("ignore:the absolute weights")
 def test_the_callers_tables_are_neither_copied_nor_changed(monkeypatch):
     days = pd.bdate_range("2020-01-01", periods=50)
     values = 100.0 + np.arange(200.0).reshape(50, 4)

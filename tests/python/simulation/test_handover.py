@@ -87,7 +87,8 @@ def test_a_holiday_ends_a_period_early():
     days = pd.bdate_range("2024-01-29", "2024-02-05")
     weights = pd.DataFrame({"2330": [1.0]}, index=days[:1])
 
-    report = corvex.simulate(weights, pd.DataFrame({"2330": 1.0}, index=days), resample="W")
+    prices = pd.DataFrame({"2330": 1.0}, index=days)
+    report = corvex.simulate(weights, prices, resample="W", market="tw_stock")
 
     assert report.planned_rebalance_date is None
     assert report.next_weights.name == days[-1]

@@ -1,5 +1,8 @@
 """Input that is dirty or wrong: a clear error, or a warning that says what was done."""
 
+import re
+import warnings
+
 import numpy as np
 import pandas as pd
 import pytest
@@ -158,3 +161,32 @@ def test_daily_rows_beside_bars_at_midnight_are_pointed_out(days):
     assert caught[0].filename == __file__
     assert report.trades.entry_date.tolist() == [days[1]]
     assert silent.trades.entry_date.tolist() == [days[1] + pd.Timedelta("30min")]
+
+
+@pytest.mark.parametrize(
+    ("rows", "options", "message"),
+    [
+        ((30.0, 20.0), {}, "2024-01-02 sum to 50 and were scaled to 1; .*leverage=True"),
+        ((2.0, -0.7), {}, "sum to 2.7 and were scaled"),
+        ((2.0, -0.7), {"leverage": True}, None),
+        ((1.0, 1.0), {}, None),  # a table of ones is a table of signals
+        ((0.334, 0.67), {}, None),
+        ((0.5, 0.5), {"stop_loss": 5}, "stop_loss=5 never fires, as no long .* lose .*fractions"),
+        ((0.5, 0.5), {"trail_stop": 8.0}, "trail_stop=8 never fires"),
+        ((0.5, 0.5), {"take_profit": 10}, "take_profit=10 waits for a gain of 1000%"),
+        ((-0.5, 0.0), {"take_profit": 10}, "take_profit=10 never fires, as no short .* win"),
+        ((-0.5, 0.5), {"stop_loss": 1.5}, None),
+        ((0.5, 0.5), {"stop_loss": 1, "take_profit": float("inf")}, None),
+        ((0.5, 0.5), {"days": -30}, "weights begin on 2024-01-02, after the last price"),
+    ],
+)
+def test_settings_that_are_hardly_meant_are_told_once(prices, rows, options, message):
+    weights = pd.DataFrame([rows, rows], prices.index[[0, 3]], prices.columns)
+    prices = prices.shift(options.pop("days", 0), freq="D")
+
+    with warnings.catch_warnings(record=True) as told:
+        warnings.simplefilter("always")
+        corvex.simulate(weights, prices, **options)
+
+    assert len(told) == (message is not None)
+    assert message is None or re.search(message, str(told[0].message))

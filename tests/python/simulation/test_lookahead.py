@@ -2,6 +2,7 @@
 
 import numpy as np
 import pandas as pd
+import pytest
 from hypothesis import given
 from hypothesis import strategies as st
 
@@ -48,6 +49,7 @@ def with_schedule(options, weights):
     return {**options, "resample": weights.index[::2] if listed else options["resample"]}
 
 
+@pytest.mark.filterwarnings("ignore:the absolute weights")
 @given(seed=st.integers(0, 2**32 - 1), options=OPTIONS, last=st.integers(0, SESSIONS - 3))
 def test_another_future_leaves_the_past_alone(seed, options, last):
     rng = np.random.default_rng(seed)

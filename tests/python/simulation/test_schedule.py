@@ -59,6 +59,7 @@ def test_frequencies_mean_what_they_do_in_pandas(given, same):
     assert found.tolist() == signal_dates(resample=same).tolist()
 
 
+@pytest.mark.filterwarnings("ignore:the absolute weights")
 def test_none_trades_on_changes_only():
     days = YEAR[:6]
     weights = pd.DataFrame({"AAA": [0.0, 0.5, 0.5, 2.0, 1.0, np.nan]}, index=days)
