@@ -124,9 +124,10 @@ def simulate(
     Returns
     -------
     Report
-        With `creturn` (1.0 just before the first fill), `position`, `trades`, `weights`, `next_weights`,
-        `actions` and the settings. Beside them `costs` (total fees, tax and slippage in units of
-        the first equity), `yearly_turnover` and `settings` (market and assumptions of the run).
+        With `creturn` (1.0 just before the first fill), `position`, `trades`, `weights`,
+        `next_weights`, `actions` and the settings. Beside them `costs` (total fees, tax and
+        slippage in units of the first equity), `yearly_turnover` and `settings` (market and
+        assumptions of the run).
 
     Raises
     ------
