@@ -13,11 +13,14 @@ from corvex.core.dashboard.curves import wall_days
 from corvex.core.dashboard.risk_figures import risk_figures
 from corvex.core.report import Report
 from corvex.ffn_core import PerformanceStats
+from corvex.plaintext import printable, text_table
 from corvex.utils import write_text
 
 __all__ = ["RISK_FREE_RATE", "Comparison", "compare"]
 
 RISK_FREE_RATE = 0.02
+_MOST_BESIDE = 6  # reports side by side with all their figures; more are ranked
+_MOST_SHOWN = 10  # of the ranked ones in the tables of years and correlations
 
 _FIGURES = (
     "total_return",
@@ -91,17 +94,62 @@ class Comparison:
 
         return comparison_html(self, with_iframe=True)
 
+    @property
+    def ranking(self) -> list[str]:
+        """The reports' names, that of the largest Sharpe ratio first, those without one last."""
+        ratios = -self.figures.loc["daily_sharpe"].to_numpy(dtype=np.float64)
+        return [str(self.figures.columns[i]) for i in np.argsort(ratios, kind="stable")]
+
     def to_text(self) -> str:
-        """Return the three tables as text: figures, returns in percent, correlation."""
+        """Return the three tables as text: figures, returns in percent, correlation.
+
+        Up to six reports stand side by side with all figures. More are ranked by their Sharpe
+        ratios, a line for each; the other tables are then those of the first ten.
+        """
         dates = self.curves.index
         yearly = (100 * self.yearly_returns).round(2) + 0.0  # no -0.00
-        parts = (
-            f"{dates[0]:%Y-%m-%d} ~ {dates[-1]:%Y-%m-%d}, {len(dates)} common dates",
-            self.figures.to_string(float_format="{:.4f}".format),
-            "Return by year, %\n" + yearly.to_string(float_format="%.2f"),
-            "Correlation of daily returns\n" + self.correlation.to_string(float_format="%.2f"),
-        )
-        return "\n\n".join(parts)
+        span = f"{dates[0]:%Y-%m-%d} ~ {dates[-1]:%Y-%m-%d}, {len(dates)} common dates"
+        if len(self.curves.columns) <= _MOST_BESIDE:
+            chosen = [str(name) for name in self.curves]
+            heads = [printable(name) for name in chosen]
+            rows = self.figures.to_numpy()
+            figures = text_table(
+                ["", *heads],
+                [
+                    [str(key), *(f"{value:.4f}" for value in row)]
+                    for key, row in zip(self.figures.index, rows, strict=True)
+                ],
+            )
+        else:
+            figures = self._ranked_text()
+            chosen = self.ranking[:_MOST_SHOWN]
+            heads = [str(rank) for rank in range(1, len(chosen) + 1)]
+        correlation = self.correlation.loc[chosen, chosen].to_numpy()
+        yearly_rows = [
+            [str(year), *(f"{value:.2f}" for value in row)]
+            for year, row in yearly[chosen].iterrows()
+        ]
+        correlation_rows = [
+            [name, *(f"{value:.2f}" for value in row)]
+            for name, row in zip(heads, correlation, strict=True)
+        ]
+        years = "Return by year, %\n" + text_table(["year", *heads], yearly_rows)
+        pairs = "Correlation of daily returns\n" + text_table(["", *heads], correlation_rows)
+        return "\n\n".join((span, figures, years, pairs))
+
+    def _ranked_text(self) -> str:
+        columns = {"cagr": "CAGR", "daily_vol": "volatility", "daily_sharpe": "Sharpe",
+                   "max_drawdown": "drawdown", "total_return": "total"}  # fmt: skip
+        rows = []
+        for rank, name in enumerate(self.ranking, start=1):
+            figures = self.figures[name]
+            cells = (
+                f"{figures[key]:.2f}" if key == "daily_sharpe" else f"{figures[key]:.2%}"
+                for key in columns
+            )
+            rows.append([str(rank), printable(name), *cells])
+        header = ["", "by Sharpe ratio", *columns.values()]
+        return text_table(header, rows, left=2, wide=28)
 
     def __repr__(self) -> str:
         return self.to_text()

@@ -8,9 +8,10 @@ from __future__ import annotations
 
 import re
 import unicodedata
+from collections.abc import Sequence
 from typing import Any, TextIO
 
-__all__ = ["PlainStream", "display_width", "padded", "printable"]
+__all__ = ["PlainStream", "display_width", "padded", "printable", "text_table"]
 
 # Control characters, line and paragraph separators, the marks that change the direction of
 # writing, and halves of surrogate pairs.
@@ -37,6 +38,56 @@ def padded(text: str, columns: int, *, right: bool = False) -> str:
     """Fill a text with blanks to a number of columns, before it where it stands at the right."""
     blanks = " " * (columns - display_width(text))
     return blanks + text if right else text + blanks
+
+
+def text_table(
+    header: Sequence[str],
+    rows: Sequence[Sequence[str]],
+    *,
+    left: int = 1,
+    wide: int = 24,
+    head: int = 12,
+) -> str:
+    """Return a table of text, its first columns at the left, numbers at the right.
+
+    Parameters
+    ----------
+    header, rows : sequences of text
+        Cells, none with a line break.
+    left : int, default 1
+        How many columns stand at the left.
+    wide, head : int
+        Most room for a text at the left, and for the head of a number; longer ones go on in the
+        line below.
+    """
+    heads = [_folded(cell, head if i >= left else wide) for i, cell in enumerate(header)]
+    cells = [[_folded(c, wide) if i < left else [c] for i, c in enumerate(row)] for row in rows]
+    widths = [
+        max(display_width(line) for entry in column for line in entry)
+        for column in zip(heads, *cells, strict=True)
+    ]
+    lines = []
+    for row in [heads, *cells]:
+        for at in range(max(map(len, row))):
+            parts = [
+                padded(entry[at] if at < len(entry) else "", width, right=i >= left)
+                for i, (entry, width) in enumerate(zip(row, widths, strict=True))
+            ]
+            lines.append("  ".join(parts).rstrip())
+    return "\n".join(lines)
+
+
+def _folded(text: str, columns: int) -> list[str]:
+    """Break a text into lines, at blanks and behind marks where it can be, else anywhere."""
+    lines = [""]
+    for word in re.findall(r"\s*[^\s_/-]*[_/-]*", text):
+        if lines[-1] and display_width(lines[-1] + word) > columns:
+            lines.append("")
+        for character in word if lines[-1] else word.lstrip():
+            if display_width(lines[-1] + character) > columns:
+                lines.append("")
+            lines[-1] += character
+    return lines
 
 
 class PlainStream:

@@ -68,6 +68,27 @@ def test_the_page_is_one_file_in_which_a_name_is_text(reports, tmp_path):
     assert used <= json.loads(page._texts())["en"].keys()
 
 
+def test_many_reports_are_ranked_and_their_names_wrapped(tmp_path):
+    named = {
+        f"a very long name of strategy_number_{i} ☂": walk("2020-01-01", 700, i) for i in range(60)
+    }
+    result = corvex.compare({name: corvex.from_equity(curve) for name, curve in named.items()})
+    ratios = result.figures.loc["daily_sharpe", result.ranking]
+    assert ratios.is_monotonic_decreasing
+    text = result.to_text()
+    assert max(map(len, text.splitlines())) <= 80
+    best = result.figures[result.ranking[0]]
+    assert re.search(rf"^1 +a very long name of +{100 * best['cagr']:.2f}%", text, re.M)
+    heads = re.findall(r"^(?:year)?( +1 +2 .*)$", text, re.M)
+    assert [head.split() for head in heads] == [[str(i + 1) for i in range(10)]] * 2
+    result.to_html(tmp_path / "page.html")
+    page_text = (tmp_path / "page.html").read_text(encoding="utf-8")
+    facts = re.search(r'<script type="application/json" id="facts">(.*?)</script>', page_text, re.S)
+    order = json.loads(facts[1])["order"]
+    assert [list(named)[i] for i in order] == result.ranking
+    assert len(re.search("<title>(.*?)</title>", page_text)[1]) < 300
+
+
 def test_what_cannot_be_compared_is_said(reports):
     far = corvex.from_equity(walk("2001-01-01", 50, 4), name="far")
     with pytest.raises(ValueError, match="'far' covers 2001-01-01 to 2001-03-09"):

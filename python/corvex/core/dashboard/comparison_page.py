@@ -19,6 +19,7 @@ if TYPE_CHECKING:
 
 __all__ = ["comparison_html"]
 
+_MOST_IN_TITLE = 6
 MODULES = (*SHARED_MODULES, "statistics", "sections", "compare")
 
 
@@ -26,7 +27,10 @@ def comparison_html(
     comparison: Comparison, with_iframe: bool = False, title: str | None = None
 ) -> str:
     """Render a comparison as `generate_html` renders a report."""
-    heading = title or " · ".join(map(str, comparison.curves.columns))
+    names = list(map(str, comparison.curves.columns))
+    if len(names) > _MOST_IN_TITLE:
+        names = [*names[:2], f"… ({len(names)})"]
+    heading = title or " · ".join(names)
     facts, series = plain(_facts(comparison)), _series(comparison)
     return render(heading, heading, facts, series, page_script(MODULES), with_iframe=with_iframe)
 
@@ -47,6 +51,7 @@ def _facts(comparison: Comparison) -> dict[str, Any]:
             "generated": datetime.datetime.now(datetime.UTC).isoformat(timespec="seconds"),
         },
         "names": list(curves.columns),
+        "order": [curves.columns.get_loc(name) for name in comparison.ranking],
         "figures": {str(key): list(row) for key, row in comparison.figures.iterrows()},
         "years": [
             _year(int(str(year)), first, last) | {"values": list(row)}

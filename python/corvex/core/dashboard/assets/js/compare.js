@@ -1,6 +1,6 @@
 // The page that sets several reports side by side.
 
-import { byId, choices, el, replaceContent } from "./dom.js";
+import { byId, choices, el, replaceContent, select } from "./dom.js";
 import { chart, colours, line, redraw } from "./charts.js";
 import { gain, rangeOptions, rangeRows, rowsOfEvent, valueAxis } from "./equity.js";
 import { figure, isoDay, number, percent, signedPercent, whole } from "./format.js";
@@ -27,26 +27,60 @@ function perReport(first, text) {
   return [first, ...facts.names.map((name, i) => ({ label: name, number: true, text: (row) => text(row, i) }))];
 }
 
+/** More reports than this are ranked, a row for each, and shown so many at a time in the charts. */
+const MOST = 10;
+const areMany = () => facts.names.length > MOST;
+const ranked = () => (areMany() ? facts.order : [...facts.names.keys()]);
+
+/** The first column of a table with a row for each report: its rank and its name. */
+const rankedName = () => ({ label: t("run_name"), text: (i) => `${facts.order.indexOf(i) + 1} · ${facts.names[i]}` });
+
+/** A choice of ten reports by their ranks; `choose` gets their places. None where all fit. */
+function rankChoice(choose) {
+  if (!areMany()) return null;
+  const starts = Array.from({ length: Math.ceil(facts.order.length / MOST) }, (_, k) => k * MOST);
+  const options = starts.map((start) =>
+    [String(start), `${start + 1}–${Math.min(start + MOST, facts.order.length)}`]);
+  return select(t("compare_ranks"), options, "0",
+    (start) => choose(facts.order.slice(Number(start), Number(start) + MOST)));
+}
+
 function renderFigures() {
   const { periods, riskfree } = facts.meta;
-  const rows = Object.keys(facts.figures);
+  const keys = Object.keys(facts.figures);
+  const note = el("p", { class: "note" }, t("compare_convention", { periods, riskfree: percent(riskfree, 1) }));
+  if (areMany()) {
+    const columns = [rankedName(), ...keys.map((key) => (
+      { label: defined(key), number: true, text: (i) => figure(key, facts.figures[key][i]) }))];
+    return [table(t("s_figures"), columns, facts.order, { className: "figures ranked" }),
+            el("p", { class: "note" }, t("compare_ranked")), note];
+  }
   const columns = perReport({ label: t("item"), node: (key) => defined(key) },
     (key, i) => figure(key, facts.figures[key][i]));
-  return [table(t("s_figures"), columns, rows, { className: "figures" }),
-          el("p", { class: "note" }, t("compare_convention", { periods, riskfree: percent(riskfree, 1) }))];
+  return [table(t("s_figures"), columns, keys, { className: "figures" }), note];
 }
 
 function renderYears() {
-  const columns = perReport({ label: t("year"), text: yearLabel },
-    ({ values }, i) => (values[i] === null ? t("missing") : number(values[i] * 100)));
-  return [table(t("s_years"), columns, [...facts.years].reverse()),
+  const cell = ({ values }, i) => (values[i] === null ? t("missing") : number(values[i] * 100));
+  const years = [...facts.years].reverse();
+  const columns = areMany()
+    ? [rankedName(), ...years.map((year) => ({ label: yearLabel(year), number: true, text: (i) => cell(year, i) }))]
+    : perReport({ label: t("year"), text: yearLabel }, cell);
+  return [table(t("s_years"), columns, areMany() ? facts.order : years,
+                { className: areMany() ? "ranked" : "" }),
           el("p", { class: "note" }, t("compare_years_note"))];
 }
 
 function renderCorrelation() {
-  const columns = perReport({ label: t("run_name"), text: (row) => facts.names[row] },
-    (row, i) => number(facts.correlation[row][i]));
-  return [table(t("s_correlation"), columns, [...facts.names.keys()]),
+  const place = el("div");
+  const show = (chosen) => {
+    const columns = [areMany() ? rankedName() : { label: t("run_name"), text: (i) => facts.names[i] },
+      ...chosen.map((j) => ({ label: areMany() ? String(facts.order.indexOf(j) + 1) : facts.names[j],
+                              number: true, text: (i) => number(facts.correlation[i][j]) }))];
+    replaceContent(place, table(t("s_correlation"), columns, chosen, { className: areMany() ? "ranked" : "" }));
+  };
+  show(ranked().slice(0, MOST));
+  return [el("div", { class: "controls" }, rankChoice(show)), place,
           el("p", { class: "note" }, t("compare_correlation_note"))];
 }
 
@@ -67,9 +101,10 @@ function renderCurves(series) {
   const view = { first: 0, last, scale: "log" };
   const dates = series.days.map(isoDay);
   const falls = series.curves.map(drawdowns);
+  let chosen = ranked().slice(0, MOST);
   const told = el("p", { class: "view", "aria-live": "polite" });
   const node = chart(t("compare_alt", facts.meta), 560,
-    () => curvesFigure(series.curves, dates, falls, view), listen);
+    () => curvesFigure(chosen, series.curves, dates, falls, view), listen);
   const ranges = choices(t("range"), rangeOptions(series), "all", (value) => {
     [view.first, view.last] = rangeRows(series, value);
     show();
@@ -81,8 +116,8 @@ function renderCurves(series) {
     redraw(node);
   }
   function tell() {
-    const returns = series.curves.map((curve, i) =>
-      `${facts.names[i]} ${signedPercent(gain(curve, view.first, view.last))}`);
+    const returns = chosen.map((i) =>
+      `${facts.names[i]} ${signedPercent(gain(series.curves[i], view.first, view.last))}`);
     replaceContent(told, t("compare_view",
       { start: dates[view.first], end: dates[view.last], returns: returns.join(" · ") }));
   }
@@ -96,18 +131,23 @@ function renderCurves(series) {
     });
   }
   tell();
-  return [el("div", { class: "controls" }, ranges.group, scale.group), told, node,
+  const ranks = rankChoice((places) => { chosen = places; show(); });
+  return [el("div", { class: "controls" }, ranges.group, scale.group, ranks), told, node,
           el("p", { class: "note" }, t("compare_zoom"))];
 }
 
-function curvesFigure(curves, dates, falls, { first, last, scale }) {
+/** A long name over several lines of the legend. */
+const folded = (name) => name.replace(/(.{16,28}?)[ _\-/]+(?=\S{4})|(.{28})(?=.)/gu, "$&\n");
+
+function curvesFigure(chosen, curves, dates, falls, { first, last, scale }) {
   const palette = colours();
-  const values = curves.map((curve) => rebased(curve, first));
+  const values = chosen.map((i) => rebased(curves[i], first));
+  const below = chosen.map((i) => falls[i]);
   const style = (i, width) => ({ width, color: palette[COLOURS[i % COLOURS.length]],
                                  dash: DASHES[Math.floor(i / COLOURS.length) % DASHES.length] });
-  const data = facts.names.flatMap((name, i) => [
-    line(name, dates, values[i], "", { line: style(i, 1.6), legendgroup: String(i), hovertemplate: "%{y:,.1f}" }),
-    line(`${name} · ${t("drawdown")}`, dates, falls[i], "", { line: style(i, 1), legendgroup: String(i),
+  const data = chosen.map((place) => facts.names[place]).flatMap((name, i) => [
+    line(folded(name), dates, values[i], "", { line: style(i, 1.6), legendgroup: String(i), hovertemplate: "%{y:,.1f}" }),
+    line(`${name} · ${t("drawdown")}`, dates, below[i], "", { line: style(i, 1), legendgroup: String(i),
       yaxis: "y2", showlegend: false, hovertemplate: "%{y:.2%}" }),
   ]);
   const seen = (lists) => lists.flatMap((list) => list.slice(first, last + 1)).filter((y) => y !== null);
@@ -118,7 +158,7 @@ function curvesFigure(curves, dates, falls, { first, last, scale }) {
     xaxis: { type: "date", range: [dates[first], dates[last]], anchor: "y2", hoverformat: "%Y-%m-%d" },
     yaxis: valueAxis(least(shown), most(shown), scale),
     yaxis2: { domain: [0, 0.28], title: { text: t("drawdown") }, tickformat: ".0%", anchor: "x",
-              range: [Math.min(least(seen(falls)) * 1.08, -0.001), 0], fixedrange: true },
+              range: [Math.min(least(seen(below)) * 1.08, -0.001), 0], fixedrange: true },
   } };
 }
 
