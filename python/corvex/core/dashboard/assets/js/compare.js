@@ -136,8 +136,12 @@ function renderCurves(series) {
           el("p", { class: "note" }, t("compare_zoom"))];
 }
 
-/** A long name over several lines of the legend. */
-const folded = (name) => name.replace(/(.{16,28}?)[ _\-/]+(?=\S{4})|(.{28})(?=.)/gu, "$&\n");
+/** What the legend calls a report: with its rank where there are many, and not longer than a line. */
+function legendName(place) {
+  const name = facts.names[place];
+  const short = [...name].length > 44 ? `${[...name].slice(0, 43).join("")}…` : name;
+  return areMany() ? `${facts.order.indexOf(place) + 1} · ${short}` : short;
+}
 
 function curvesFigure(chosen, curves, dates, falls, { first, last, scale }) {
   const palette = colours();
@@ -145,8 +149,8 @@ function curvesFigure(chosen, curves, dates, falls, { first, last, scale }) {
   const below = chosen.map((i) => falls[i]);
   const style = (i, width) => ({ width, color: palette[COLOURS[i % COLOURS.length]],
                                  dash: DASHES[Math.floor(i / COLOURS.length) % DASHES.length] });
-  const data = chosen.map((place) => facts.names[place]).flatMap((name, i) => [
-    line(folded(name), dates, values[i], "", { line: style(i, 1.6), legendgroup: String(i), hovertemplate: "%{y:,.1f}" }),
+  const data = chosen.map(legendName).flatMap((name, i) => [
+    line(name, dates, values[i], "", { line: style(i, 1.6), legendgroup: String(i), hovertemplate: "%{y:,.1f}" }),
     line(`${name} · ${t("drawdown")}`, dates, below[i], "", { line: style(i, 1), legendgroup: String(i),
       yaxis: "y2", showlegend: false, hovertemplate: "%{y:.2%}" }),
   ]);
