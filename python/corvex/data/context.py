@@ -14,11 +14,11 @@ from weakref import WeakValueDictionary
 import pandas as pd
 
 if TYPE_CHECKING:
-    from corvex.markets.bound import BoundMarket
+    from corvex.market import Market
 
 __all__ = ["DataContext", "in_utc", "now"]
 
-_SETTINGS = ("_loaded_datasets", "_bound_markets", "data_dir", "now")
+_SETTINGS = ("_loaded_datasets", "_own_markets", "data_dir", "now")
 
 
 class DataContext:
@@ -28,8 +28,9 @@ class DataContext:
     ----------
     _loaded_datasets : set of str
         Names of the tables read so far. Reading a table adds its name to the set in force.
-    _bound_markets : mapping of int to BoundMarket
-        The markets in use that answer from a user's own prices, which have no names; held weakly.
+    _own_markets : mapping of int to Market
+        The markets in use whose prices have no name: those bound to a user's own tables, and those
+        with a `get_price` of their own that was asked for. Held weakly.
     data_dir : Path or None
         The folder of named tables; the environment variable ``CORVEX_DATA_DIR`` by default.
     now : datetime or None
@@ -44,7 +45,7 @@ class DataContext:
     def __init__(self) -> None:
         self._base: dict[str, Any] = {
             "_loaded_datasets": set(),
-            "_bound_markets": WeakValueDictionary(),
+            "_own_markets": WeakValueDictionary(),
             "data_dir": None,
             "now": None,
         }
@@ -65,13 +66,13 @@ class DataContext:
         self._layer("_loaded_datasets")["_loaded_datasets"] = names
 
     @property
-    def bound_markets(self) -> list[BoundMarket]:
-        """The markets in use that answer from a user's own prices."""
-        return list(self._layer("_bound_markets")["_bound_markets"].values())
+    def own_markets(self) -> list[Market]:
+        """The markets in use whose prices have no name."""
+        return list(self._layer("_own_markets")["_own_markets"].values())
 
-    def note_bound(self, market: BoundMarket) -> None:
+    def note_market(self, market: Market) -> None:
         """Count the prices of a market among the data at hand while it is in use."""
-        self._layer("_bound_markets")["_bound_markets"][id(market)] = market
+        self._layer("_own_markets")["_own_markets"][id(market)] = market
 
     @property
     def data_dir(self) -> Path | None:
@@ -94,7 +95,7 @@ class DataContext:
         Parameters
         ----------
         **changes
-            Any of `_loaded_datasets`, `_bound_markets`, `data_dir`, `now`.
+            Any of `_loaded_datasets`, `_own_markets`, `data_dir`, `now`.
 
         Raises
         ------

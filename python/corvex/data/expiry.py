@@ -47,8 +47,8 @@ class Freshness(NamedTuple):
 def next_data_expiry() -> datetime.datetime | None:
     """Return the earliest expiry of the prices at hand.
 
-    Those are the price tables read so far, and the prices of every market in use that is bound to
-    some, as that of each report on your own prices is.
+    Those are the price tables read so far, and the prices of every market in use that has its own,
+    as that of each report on your own prices has.
 
     Returns
     -------
@@ -115,8 +115,8 @@ def freshness(market: Market | None = None) -> list[Freshness]:
     """Return the freshness of all prices at hand, or of those that a market stands on."""
     if market is None:
         named = [_named(name) for name in sorted(_default_context._loaded_datasets)]
-        bound = [_bound(bound) for bound in _default_context.bound_markets]
-        return [table for table in named if table is not None] + bound
+        unnamed = [t for own in _default_context.own_markets for t in freshness(own)]
+        return [table for table in named if table is not None] + unnamed
     if getattr(market, "price_index", None) is not None:
         return [_bound(market)]
     found = [_named(name, market) for name in sorted(_default_context._loaded_datasets)]
@@ -175,6 +175,7 @@ def _from_its_own(market: Market) -> list[Freshness]:
             return []
     if read or not isinstance(index, pd.DatetimeIndex) or len(index) == 0:
         return []  # what was read for this question alone is no data at hand
+    _default_context.note_market(market)
     return [_judge("prices", index, market, now())]
 
 

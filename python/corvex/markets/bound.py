@@ -119,7 +119,7 @@ class BoundMarket(Market):
     def __copy__(self) -> Self:
         twin = object.__new__(type(self))
         twin.__dict__.update(self.__dict__)
-        _default_context.note_bound(twin)
+        _default_context.note_market(twin)
         return twin
 
     def __deepcopy__(self, memo: dict[int, Any]) -> Self:
@@ -173,7 +173,7 @@ def bind[M: Market](
         _bound_at=data.now(),
         _pickled_assets=frozenset(),
     )
-    _default_context.note_bound(cast("BoundMarket", bound))
+    _default_context.note_market(cast("BoundMarket", bound))
     return cast("M", bound)
 
 
@@ -212,5 +212,5 @@ def _restore(market_class: type[Market], state: dict[str, Any]) -> Market:
         market.__setstate__(state)
     else:
         market.__dict__.update(state)
-    _default_context.note_bound(cast("BoundMarket", market))
+    _default_context.note_market(cast("BoundMarket", market))
     return market

@@ -2,10 +2,12 @@
 
 import asyncio
 import datetime
+import gc
 import json
 import os
 import pickle
 import threading
+from weakref import WeakValueDictionary
 
 import numpy as np
 import pandas as pd
@@ -174,7 +176,7 @@ def test_expiry_follows_the_prices_at_hand_and_their_markets(tmp_path):
         write(other, "2024-05-31", ["2330"])
     us, tw = USMarket(), TWMarket()
     fresh_context = _default_context.override(
-        data_dir=tmp_path, _loaded_datasets=set(), _bound_markets={}
+        data_dir=tmp_path, _loaded_datasets=set(), _own_markets={}
     )
     with fresh_context, _at("2024-07-03 12:00"):
         assert data.next_data_expiry() is data.next_future_expiry() is None
@@ -212,7 +214,9 @@ def test_prices_without_a_name_count_while_they_are_in_use():
     weights = pd.DataFrame({"A": [1.0]}, _days("2024-07-01")[:1])
     prices = pd.DataFrame({"A": 1.0}, _days("2024-07-02"))
     end = T("2024-07-03 17:00", tz="UTC")
-    fresh_context = _default_context.override(_loaded_datasets=set(), _bound_markets={})
+    fresh_context = _default_context.override(
+        _loaded_datasets=set(), _own_markets=WeakValueDictionary()
+    )
     with fresh_context, _at("2024-07-03 12:00"):
         report = corvex.simulate(weights, prices, market="us_stock")
         again = pickle.loads(pickle.dumps(report))
@@ -222,8 +226,12 @@ def test_prices_without_a_name_count_while_they_are_in_use():
         past = corvex.simulate(weights, prices, market="us_stock", end="2024-07-02")
         assert not past.is_tradable()
         assert past.suggested_tradable_time() == T("2024-07-02 20:00", tz="UTC")
-        assert data.is_tradable(_Elsewhere())
-        assert readiness_record(_Elsewhere())["expires_at"] == "2024-07-04T00:00:00+00:00"
+        del report, again, past
+        gc.collect()
+        report = corvex.simulate(weights, market=_Elsewhere())
+        assert report.is_tradable()
+        assert report.data_readiness["reason"] == "fresh"
+        assert report.next_future_expiry() == T("2024-07-04", tz="UTC")
 
 
 def _touch(path, moment):
