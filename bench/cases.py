@@ -128,6 +128,18 @@ def portfolio(data: Path, variant: str) -> None:
     np.savez(data, dates=dates, prices=prices, signals=signals, weights=weights, fee=0.001)
 
 
+def trials(data: Path, _variant: str) -> None:
+    """Ten years of a strategy and of 1,000 models, and 1,000 trials of 2,000 days."""
+    draw = np.random.default_rng(7)
+    np.savez(
+        data,
+        returns=draw.normal(0.0004, 0.01, 2520),
+        models=draw.normal(0.0, 0.01, (2520, 1000)),
+        trials=draw.normal(0.0, 0.01, (2000, 1000)),
+        block=10.0,
+    )
+
+
 CALL = "to_dict()"
 ENGINE = "engine"
 KERNEL = "query_data_int64"
@@ -230,6 +242,20 @@ CASES = [
         ("corvex",),
         traded_curve,
         limits={FIRST_CHART: 1.0, ALL_TABLES: 1.0},
+    ),
+    Case(
+        "confidence",
+        "ten daily years: bootstrap, superior ability, overfitting (one thread)",
+        ("corvex", "arch", "ffn"),
+        trials,
+        goals=(
+            Goal("Sharpe ratio, 1,000 draws", "arch: Sharpe ratio", 40),
+            Goal("all six figures, 1,000 draws", "arch: max drawdown", 15),
+            Goal("SPA, 100 models", "arch: SPA, 100 models", 100),
+            Goal("SPA, 1,000 models", "arch: SPA, 1,000 models", 100),
+            Goal("PBO, 100 trials", "ffn: PBO, 100 trials", 300),
+        ),
+        limits={"PBO, 1,000 trials": 0.025},
     ),
     Case(
         "agree",

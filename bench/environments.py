@@ -12,6 +12,7 @@ FOLDER = ROOT / "build" / "bench-envs"
 
 # Pinned: a ratio means something only beside the version it was measured with.
 REQUIREMENTS = {
+    "arch": ["arch==8.0.0"],
     "ffn": ["ffn==1.4.1", "requests"],
     "quantstats": ["quantstats==0.0.86", "requests"],
     "empyrical": ["empyrical-reloaded==0.7.1", "requests"],

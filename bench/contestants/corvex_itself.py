@@ -212,6 +212,32 @@ def simulate(data: Path) -> list[Entry]:
     ]
 
 
+def confidence(data: Path) -> list[Entry]:
+    """On one thread, as the peers work."""
+    from corvex import _engine
+
+    arrays = load(data)
+    returns, models, trials = arrays["returns"], arrays["models"], arrays["trials"]
+    how = {"draws": 1000, "block": float(arrays["block"]), "seed": 0, "threads": 1}
+    few = models[:, :100].copy()
+
+    def drawn(*, moments_only: bool) -> object:
+        return _engine.bootstrap_figures(returns, 252.0, 0.0, **how, moments_only=moments_only)
+
+    def overfitting(count: int) -> object:
+        table = trials[:, :count].copy()
+        return lambda: _engine.backtest_overfitting(*_engine.block_sums(table, 16))
+
+    return [
+        time_call("Sharpe ratio, 1,000 draws", lambda: drawn(moments_only=True)),
+        time_call("all six figures, 1,000 draws", lambda: drawn(moments_only=False)),
+        time_call("SPA, 100 models", lambda: _engine.superiority_test(few, **how)),
+        time_call("SPA, 1,000 models", lambda: _engine.superiority_test(models, **how)),
+        time_call("PBO, 100 trials", overfitting(100)),
+        time_call("PBO, 1,000 trials", overfitting(1000)),
+    ]
+
+
 def agree(data: Path) -> list[Entry]:
     import corvex
 
@@ -353,5 +379,6 @@ main(
         "page": page,
         "interactive": interactive,
         "agree": agree,
+        "confidence": confidence,
     },
 )
