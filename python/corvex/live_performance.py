@@ -9,7 +9,8 @@ import numpy as np
 import pandas as pd
 
 from corvex import _engine
-from corvex.core.curve_figures import days_per_year, fit
+from corvex.core.benchmarks import known_benchmark, moves
+from corvex.core.curve_figures import fit
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
@@ -67,8 +68,7 @@ def live_figures(report: Report, riskfree_rate: float = 0.02) -> pd.DataFrame:
     day = _as_dated(pd.Timestamp(start), curve.index)
     cut = int(curve.index.searchsorted(day))
     bounds = {"backtest": slice(0, cut), "live": slice(max(cut - 1, 0), None)}
-    benchmark = report.daily_benchmark.reindex(curve.index)
-    moves = benchmark.nunique() > 1
+    benchmark = known_benchmark(report)
     columns: dict[str, dict[str, float]] = {}
     for name, rows in bounds.items():
         columns[name] = {
@@ -76,7 +76,7 @@ def live_figures(report: Report, riskfree_rate: float = 0.02) -> pd.DataFrame:
             **dict(zip(("alpha", "beta"), _fit(curve.iloc[rows], benchmark), strict=True)),
             **_trade_figures(report, day, live=name == "live"),
         }
-    if moves:
+    if moves(benchmark):
         for name, rows in bounds.items():
             columns[f"benchmark {name}"] = _curve_figures(benchmark.iloc[rows], riskfree_rate)
     return pd.DataFrame(columns, dtype=float)
@@ -104,7 +104,7 @@ def _curve_figures(curve: pd.Series, riskfree_rate: float) -> dict[str, float]:
 def _fit(curve: pd.Series, benchmark: pd.Series) -> tuple[float, float]:
     if len(curve) < 2:
         return math.nan, math.nan
-    return fit(curve, benchmark, days_per_year(curve.index))
+    return fit(curve, benchmark)
 
 
 def _trade_figures(report: Report, day: pd.Timestamp, *, live: bool) -> dict[str, float]:

@@ -8,6 +8,7 @@ from typing import TYPE_CHECKING, Any
 import pandas as pd
 
 from corvex.analysis import Analysis
+from corvex.core.benchmarks import carried, known_benchmark
 from corvex.ffn_core import largest_drawdowns
 
 if TYPE_CHECKING:
@@ -42,7 +43,8 @@ class DrawdownAnalysis(Analysis):
             as ISO dates, ``length`` in calendar days, ``depth`` as a negative fraction. Empty for
             a curve that never falls.
         """
-        curves = {"strategy": report.daily_creturn, "benchmark": report.daily_benchmark}
+        benchmark = carried(known_benchmark(report))  # and not beyond its end
+        curves = {"strategy": report.daily_creturn, "benchmark": benchmark}
         result = {
             name: {"largest_drawdown": _rows(largest_drawdowns(curve, self.n))}
             for name, curve in curves.items()

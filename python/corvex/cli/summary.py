@@ -188,13 +188,13 @@ def _benchmark(
     report: Report, riskfree_rate: float
 ) -> tuple[Mapping[str, Any] | None, tuple[str, str] | None]:
     """Return the benchmark's figures and the dates that they cover; None where it has none."""
-    from corvex.core.dashboard.curves import iso_day, read_curves
+    from corvex.core.dashboard.curves import benchmark_figures, iso_day, read_curves
 
     curves = read_curves(report)
     if curves.benchmark is None:
         return None, None
     known = curves.days[np.isfinite(curves.benchmark)]
-    figures = report.get_benchmark_stats(riskfree_rate=riskfree_rate)
+    figures = benchmark_figures(report, riskfree_rate)
     return figures, (iso_day(known[0]), iso_day(known[-1]))
 
 

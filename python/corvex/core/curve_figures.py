@@ -32,17 +32,18 @@ def statistics(report: Report, riskfree_rate: float = 0.02) -> dict[str, Any]:
     return record
 
 
-def fit(curve: pd.Series, benchmark: pd.Series, periods_per_year: int) -> tuple[float, float]:
+def fit(curve: pd.Series, benchmark: pd.Series) -> tuple[float, float]:
     """Return alpha per year and beta of a curve against a benchmark.
 
-    The returns on the dates on which both have one count. NaN for fewer than two of them and for
-    a benchmark that does not move.
+    The returns from one date to the next count, of the dates on which both have a value; these
+    tell the values in a year, too. NaN for fewer than two returns and for a benchmark that does
+    not move.
     """
     if benchmark.index is not curve.index and not benchmark.index.equals(curve.index):
         benchmark = benchmark.reindex(curve.index)
-    return _engine.benchmark_fit(
-        curve.to_numpy(dtype=np.float64), benchmark.to_numpy(dtype=np.float64), periods_per_year
-    )
+    own, market = curve.to_numpy(dtype=np.float64), benchmark.to_numpy(dtype=np.float64)
+    both = np.isfinite(own) & np.isfinite(market)
+    return _engine.benchmark_fit(own[both], market[both], days_per_year(curve.index[both]))
 
 
 def beta(strategy: _Floats, benchmark: _Floats) -> float:

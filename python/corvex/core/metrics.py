@@ -10,7 +10,8 @@ import numpy as np
 import pandas as pd
 
 from corvex import _engine
-from corvex.core.curve_figures import SESSIONS_PER_YEAR, fit, values_per_year
+from corvex.core.benchmarks import known_benchmark
+from corvex.core.curve_figures import fit
 from corvex.core.trade_lookup import TradeLookup, capital_per_share, known_table
 from corvex.core.trade_rows import closed_returns, excursion
 from corvex.data.context import in_utc
@@ -208,9 +209,10 @@ class Metrics:
     def alpha(self) -> float:
         r"""Return Jensen's alpha against the benchmark, a fraction per year.
 
-        :math:`(1 + \bar{r} - \beta \bar{b})^{n} - 1` over paired daily returns r and b, with n
-        trading days a year (252, or 365 for a market open at weekends) and a risk-free rate of
-        0. NaN for fewer than two pairs and for a benchmark that does not move.
+        :math:`(1 + \bar{r} - \beta \bar{b})^{n} - 1` over the returns r and b from one date to the
+        next, of the dates on which both have a value of their own, with n of these a year as the
+        dates tell (252 days, or 365 for a market open at weekends) and a risk-free rate of 0. NaN
+        for fewer than two pairs and for a benchmark that does not move.
 
         Source: M. C. Jensen, "The performance of mutual funds in the period 1945-1964", Journal
         of Finance 23 (1968).
@@ -220,8 +222,8 @@ class Metrics:
     def beta(self) -> float:
         r"""Return the sensitivity to the benchmark, a plain number.
 
-        :math:`cov(r, b) / var(b)` over the daily returns r and b of the dates on which both
-        curves have one. NaN for fewer than two pairs and for a benchmark that does not move.
+        :math:`cov(r, b) / var(b)` over the same returns as `alpha`. NaN for fewer than two pairs
+        and for a benchmark that does not move.
         """
         return self._fit()[1]
 
@@ -443,24 +445,14 @@ class Metrics:
 
     def _figure(self, name: str, riskfree_rate: float) -> float:
         # The same engine call as the statistics make of this curve, without their tables.
-        def record(series: pd.Series, rate: float) -> list[float]:
+        def record(_: pd.Series, rate: float) -> list[float]:
             curve = self._curve()
-            figures, *_, periods, _ = _engine.performance_record(
-                curve.values, curve.times, float(rate)
-            )
-            self._cache["year"] = ((series,), periods or SESSIONS_PER_YEAR)  # found on the way
-            return figures
+            return _engine.performance_record(curve.values, curve.times, float(rate))[0]
 
         figures: list[float] = self._remembered(
             "record", record, self._report.daily_creturn, riskfree_rate
         )
         return figures[_PLACE_OF[name]]
-
-    def _values_per_year(self) -> int:
-        result: int = self._remembered(
-            "year", lambda _: values_per_year(self._curve().times), self._report.daily_creturn
-        )
-        return result
 
     def _curve(self) -> Curve:
         result: Curve = self._remembered("curve", read_curve, self._report.daily_creturn)
@@ -496,7 +488,7 @@ class Metrics:
     def _fit(self) -> tuple[float, float]:
         result: tuple[float, float] = self._remembered(
             "fit",
-            lambda curve, benchmark: fit(curve, benchmark, self._values_per_year()),
+            lambda curve, _: fit(curve, known_benchmark(self._report)),
             self._report.daily_creturn,
             self._report.daily_benchmark,
         )

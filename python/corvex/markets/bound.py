@@ -16,6 +16,7 @@ from corvex.data.context import _default_context
 from corvex.market import Market
 from corvex.markets.alignment import align_benchmark
 from corvex.markets.bars import infer_freq, next_bar
+from corvex.markets.benchmark_check import check_benchmark
 from corvex.markets.stamps import TableStamps
 from corvex.time_range import require_in_range
 from corvex.utils import logger
@@ -81,7 +82,8 @@ class BoundMarket(Market):
             if benchmark is None:
                 benchmark = self._market_benchmark()
             elif isinstance(benchmark, str):
-                benchmark = data.get_frame(benchmark).iloc[:, 0]
+                name, benchmark = benchmark, data.get_frame(benchmark).iloc[:, 0]
+                check_benchmark(benchmark, name)
             self._aligned = align_benchmark(benchmark, self.price_index, self.tz)
         return self._aligned.copy()  # the caller may give it another index
 
@@ -161,6 +163,8 @@ def bind[M: Market](
         )
     if isinstance(benchmark, str):
         data.require(benchmark)
+    elif benchmark is not None:
+        check_benchmark(benchmark)
     index = tables["adj_close"].index if "adj_close" in tables else tables["close"].index
     bound = object.__new__(_bound_class(_unbound_class(type(market))))
     bound.__dict__.update(market.__dict__)

@@ -10,6 +10,7 @@ import pandas as pd
 from corvex.core.report import Report
 from corvex.data.readiness import readiness_record
 from corvex.market import Market
+from corvex.simulation.benchmark_notices import warn_about_benchmark
 from corvex.simulation.handover import HandOver
 from corvex.simulation.trades import mae_mfe_table
 
@@ -85,6 +86,7 @@ def build_report(outcome: Outcome) -> Report:
     for name, value in assigned.items():
         setattr(report, name, value)
     report.calculate_current_trades()
+    warn_about_benchmark(report)
     return report
 
 

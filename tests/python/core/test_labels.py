@@ -79,7 +79,7 @@ def test_a_label_that_may_mean_several_assets_is_refused_and_another_name_is_tol
         simulate("US Cash")
     both = pd.DataFrame(0.5, index=DATES[:1], columns=["2330 Old", "2330 New"])
     with pytest.raises(ValueError, match="'2330 Old' and '2330 New' stand for the same asset"):
-        corvex.simulate(both, CLOSE)
+        corvex.simulate(both, CLOSE, market="us_stock")
     bonds = CLOSE[["US Bonds"]]
     with pytest.warns(UserWarning, match="'US Cash' is taken for 'US Bonds'"):
         report = corvex.simulate(both[["2330 Old"]].set_axis(["US Cash"], axis=1), bonds)

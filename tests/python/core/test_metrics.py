@@ -2,6 +2,8 @@ import datetime
 import inspect
 import math
 import pickle
+import re
+import warnings
 
 import empyrical
 import numpy as np
@@ -67,7 +69,8 @@ def test_the_figures_are_complete_and_survive_a_bare_report():
 
 def test_risk_figures_agree_with_empyrical():
     strategy, benchmark = curve(1), curve(2)
-    metrics = Metrics(_report(strategy, benchmark.iloc[10:]))
+    with pytest.warns(UserWarning, match="covers 2022-01-17 to 2023-02-24 of 2022-01-03 to 2023-0"):
+        metrics = Metrics(_report(strategy, benchmark.iloc[10:]))
     returns, factor = strategy.pct_change().dropna(), benchmark.iloc[10:].pct_change()
     expected = {
         "value_at_risk": empyrical.value_at_risk(returns),
@@ -78,6 +81,45 @@ def test_risk_figures_agree_with_empyrical():
     }
     for name, value in expected.items():
         assert getattr(metrics, name)() == pytest.approx(value, rel=1e-9), name
+
+
+@pytest.mark.parametrize("zone", [None, "UTC", "Asia/Taipei"])
+@pytest.mark.parametrize(
+    ("rows", "message"),
+    [
+        (slice(0, 200), "covers 2022-01-03 to 2022-10-07 of 2022-01-03 to 2023-02-24"),
+        (slice(50, None), "covers 2022-03-14 to 2023-02-24"),
+        (np.r_[:100, 140:300], "no value on 40 dates .* the first of them 2022-05-23"),
+        (np.r_[4:300:5], "no value on"),
+        (np.r_[:100, 102:300], None),
+    ],
+)
+def test_only_dates_that_both_have_count(rows, message, zone):
+    strategy, benchmark = curve(1).tz_localize(zone), curve(2).rename("index").iloc[rows]
+    with warnings.catch_warnings(record=True) as told:
+        warnings.simplefilter("always")
+        report = _report(strategy, benchmark)
+    expected = _report(strategy.iloc[rows], benchmark)
+
+    assert bool(told) == bool(message)
+    assert not told or any(re.search(message, str(one.message)) for one in told)
+    assert report.metrics.beta() == pytest.approx(expected.metrics.beta(), rel=1e-12)
+    assert report.metrics.alpha() == pytest.approx(expected.metrics.alpha(), rel=1e-12)
+    own, cut = collect(report).facts["stats"], collect(expected).facts["stats"]
+    assert own["relative"] == pytest.approx(cut["relative"])
+    for key in ("cagr", "daily_vol", "max_drawdown", "worst_month"):
+        assert own["benchmark"][key] == pytest.approx(cut["benchmark"][key]), key
+    assert len(report.daily_benchmark) == len(strategy)
+
+
+def test_moments_within_a_day_and_weekends_are_paired_as_the_curve_is():
+    hours = pd.date_range("2022-01-03", periods=1200, freq="h")
+    hourly = curve(3, 1200).set_axis(hours)
+    assert _report(hourly, hourly**2).metrics.beta() == pytest.approx(0.5, abs=0.05)
+    daily = curve(3).resample("D").ffill()  # a benchmark of weekdays beside a market of all days
+    with_weekends = _report(daily, curve(4)).metrics
+    assert with_weekends.beta() == pytest.approx(_report(curve(3), curve(4)).metrics.beta())
+    assert with_weekends.alpha() == pytest.approx(_report(curve(3), curve(4)).metrics.alpha())
 
 
 def test_a_market_open_at_weekends_has_365_days():

@@ -96,6 +96,20 @@ def test_options_that_cannot_be(prices, options, message):
         corvex.simulate(weights, prices, **options)
 
 
+@pytest.mark.parametrize(
+    ("values", "message"),
+    [
+        ([100.0, 0.0, 101, 102], "benchmark 'index' is 0.0 on 2024-01-03; .*above zero and finite"),
+        ([100.0, np.inf, 101, 102], "'index' is inf on 2024-01-03"),
+        ([np.nan, 0.01, -0.02, 0.0], r"'index' is -0.02 on 2024-01-04; .* \(1 \+ returns\)"),
+    ],
+)
+def test_benchmarks_that_are_no_prices_are_refused(prices, values, message):
+    benchmark = pd.Series(values, prices.index[:4], name="index")
+    with pytest.raises(ValueError, match=message):
+        corvex.simulate(prices.iloc[:1] / 300, prices, benchmark=benchmark)
+
+
 def test_crossed_bars_are_refused_where_stops_read_them(prices):
     weights = pd.DataFrame({"AAA": [1.0]}, index=prices.index[:1])
     bars = {"close": prices, "high": prices + 1, "low": prices - 1}

@@ -10,12 +10,21 @@ import numpy as np
 import numpy.typing as npt
 import pandas as pd
 
+from corvex.core.benchmarks import carried, known_benchmark, moves
 from corvex.core.curve_figures import beta, days_per_year
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
 
-__all__ = ["Curves", "day_of", "iso_day", "read_curves", "relative_figures", "wall_days"]
+__all__ = [
+    "Curves",
+    "benchmark_figures",
+    "day_of",
+    "iso_day",
+    "read_curves",
+    "relative_figures",
+    "wall_days",
+]
 
 Floats = npt.NDArray[np.float64]
 Days = npt.NDArray[np.int64]
@@ -60,15 +69,19 @@ class Curves:
     strategy : float array of shape (rows,)
         Cumulative value.
     benchmark : float array of shape (rows,) or None
-        NaN before the benchmark's first value. None without a benchmark that moves: the flat line
+        NaN before the benchmark's first value and after its last; holes between them carry the
+        value before. None without a benchmark that moves: the flat line
         that stands in for a missing benchmark is no benchmark.
+    known : bool array of shape (rows,)
+        The days on which both have a value of their own: figures of the two count these alone.
     periods : int
-        Days in a year, as the statistics count them.
+        Known days in a year, as the statistics count them; all days without a benchmark.
     """
 
     days: Days
     strategy: Floats
     benchmark: Floats | None
+    known: npt.NDArray[np.bool_]
     periods: int
 
     def rows(self, start: int, end: int) -> tuple[int, int] | None:
@@ -82,15 +95,29 @@ class Curves:
 def read_curves(report: Report) -> Curves:
     """Read the daily curves of a report."""
     curve = report.daily_creturn
-    benchmark = np.asarray(report.daily_benchmark, dtype=np.float64)
-    known = benchmark[np.isfinite(benchmark)]
-    moves = known.size > 1 and float(np.ptp(known)) > 0
+    benchmark = known_benchmark(report)
+    strategy = np.asarray(curve, dtype=np.float64)
+    beside = moves(benchmark)
+    known = np.isfinite(strategy) & (np.asarray(benchmark.notna()) if beside else True)
     return Curves(
         days=wall_days(curve.index),
-        strategy=np.asarray(curve, dtype=np.float64),
-        benchmark=benchmark if moves else None,
-        periods=days_per_year(curve.index),
+        strategy=strategy,
+        benchmark=carried(benchmark).to_numpy() if beside else None,
+        known=known,
+        periods=days_per_year(curve.index[known]),
     )
+
+
+def benchmark_figures(report: Report, riskfree_rate: float) -> dict[str, Any] | None:
+    """Return the statistics of the benchmark on the dates that it has; None without one.
+
+    `Report.get_benchmark_stats` counts the dates on which it only was carried forward as well.
+    """
+    known = known_benchmark(report)
+    if not moves(known):
+        return None
+    record: dict[str, Any] = report._ffn_stats_dict(known.dropna(), riskfree_rate)
+    return record
 
 
 def changes(values: Floats) -> Floats:
@@ -103,12 +130,13 @@ def changes(values: Floats) -> Floats:
 def relative_figures(curves: Curves) -> dict[str, float]:
     """Return the figures that set the strategy against its benchmark; empty without one.
 
-    Paired daily returns count: days on which both have one. Capture ratios are mean returns over
-    the benchmark's up (down) days, divided by the benchmark's own.
+    Paired returns count, from one day on which both have a value to the next. Capture ratios are
+    mean returns over the benchmark's up (down) days, divided by the benchmark's own.
     """
     if curves.benchmark is None:
         return {}
-    own, market = changes(curves.strategy), changes(curves.benchmark)
+    known = curves.known
+    own, market = changes(curves.strategy[known]), changes(curves.benchmark[known])
     both = np.isfinite(own) & np.isfinite(market)
     own, market = own[both], market[both]
     if own.size < 2:

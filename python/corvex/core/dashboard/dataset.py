@@ -19,7 +19,13 @@ from corvex.core.dashboard.activity import (
     yearly_activity,
 )
 from corvex.core.dashboard.by_asset import by_asset
-from corvex.core.dashboard.curves import Curves, iso_day, read_curves, relative_figures
+from corvex.core.dashboard.curves import (
+    Curves,
+    benchmark_figures,
+    iso_day,
+    read_curves,
+    relative_figures,
+)
 from corvex.core.dashboard.embed import plain, rounded
 from corvex.core.dashboard.holdings import freshness, holdings
 from corvex.core.dashboard.periods import best_and_worst, crises, live_part
@@ -70,9 +76,7 @@ def collect(report: Report, riskfree_rate: float | None = None) -> Dataset:
     rate = _rate(report, riskfree_rate)
     curves = read_curves(report)
     stats = statistics(report, rate)
-    market = None
-    if curves.benchmark is not None:
-        market = report.get_benchmark_stats(riskfree_rate=rate)
+    market = benchmark_figures(report, rate)
     held = exposure(report)
     facts = {
         "meta": _meta(report, curves, stats),
@@ -127,7 +131,7 @@ def _meta(report: Report, curves: Curves, stats: Mapping[str, Any]) -> dict[str,
         "notes": _notes(report),
         "version": stats["version"],
         "generated": datetime.datetime.now(datetime.UTC).isoformat(timespec="seconds"),
-        "benchmark_from": _benchmark_start(curves),
+        **_benchmark_span(curves),
         **_benchmark_kind(report),
     }
 
@@ -167,11 +171,17 @@ def _benchmark_name(report: Report) -> str | None:
     return name if isinstance(name, str) and name else None
 
 
-def _benchmark_start(curves: Curves) -> str | None:
-    """The benchmark's first date where it starts later than the strategy."""
-    if curves.benchmark is None or math.isfinite(curves.benchmark[0]):
-        return None
-    return iso_day(curves.days[int(np.flatnonzero(np.isfinite(curves.benchmark))[0])])
+def _benchmark_span(curves: Curves) -> dict[str, str | None]:
+    """The benchmark's first and last date, each where the strategy goes beyond it."""
+    span: dict[str, str | None] = {"benchmark_from": None, "benchmark_to": None}
+    if curves.benchmark is None:
+        return span
+    days = curves.days[np.isfinite(curves.benchmark)]
+    if days[0] > curves.days[0]:
+        span["benchmark_from"] = iso_day(days[0])
+    if days[-1] < curves.days[-1]:
+        span["benchmark_to"] = iso_day(days[-1])
+    return span
 
 
 def _figures(stats: Mapping[str, Any]) -> dict[str, Any]:
@@ -185,7 +195,8 @@ def _figures(stats: Mapping[str, Any]) -> dict[str, Any]:
 def _benchmark_figures(curves: Curves, stats: Mapping[str, Any] | None) -> dict[str, Any] | None:
     if stats is None or curves.benchmark is None:
         return None
-    return _figures(stats) | risk_figures(curves.benchmark, curves.days)
+    known = curves.known
+    return _figures(stats) | risk_figures(curves.benchmark[known], curves.days[known])
 
 
 def _now(curves: Curves) -> dict[str, Any]:

@@ -110,17 +110,17 @@ def distribution(curves: Curves) -> dict[str, Any]:
     """
     result = {}
     for name in ("daily", "monthly"):
-        own = _finite(_returns(curves, curves.strategy, name))
-        market = None
+        own = _finite(_returns(curves.strategy, curves.days, name))
+        market, known = None, curves.known
         if curves.benchmark is not None:
-            market = _finite(_returns(curves, curves.benchmark, name))
+            market = _finite(_returns(curves.benchmark[known], curves.days[known], name))
         if own.size >= 10:
             result[name] = _describe(own, market)
     return result
 
 
-def _returns(curves: Curves, values: Floats, frequency: str) -> Floats:
-    return changes(values) if frequency == "daily" else month_end_returns(values, curves.days)[0]
+def _returns(values: Floats, days: Days, frequency: str) -> Floats:
+    return changes(values) if frequency == "daily" else month_end_returns(values, days)[0]
 
 
 def _finite(values: Floats) -> Floats:

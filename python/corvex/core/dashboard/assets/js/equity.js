@@ -92,6 +92,7 @@ export function rowsOfEvent(event, series, view) {
 export const gain = (values, first, last) => {
   let at = first;
   while (at < last && values[at] === null) at++;
+  while (last > at && values[last] === null) last--;  // a benchmark may end early
   return values[at] ? values[last] / values[at] - 1 : null;
 };
 

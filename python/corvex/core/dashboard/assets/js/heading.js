@@ -54,10 +54,10 @@ function drawdownNow() {
 }
 
 function notes() {
-  const { periods, riskfree, benchmark_from: from } = facts.meta;
+  const { periods, riskfree, start, end, benchmark_from: from, benchmark_to: to } = facts.meta;
   const lines = [t("convention", { periods, riskfree: percent(riskfree, 1) })];
   if (!facts.stats.benchmark) lines.push(t("no_benchmark"));
-  if (from) lines.push(t("benchmark_from", { date: from }));
+  if (from || to) lines.push(t("benchmark_span", { start: from ?? start, end: to ?? end }));
   if (facts.stats.benchmark) lines.push(...benchmarkNotes());
   lines.push(...facts.meta.notes.map((note) => note[currentLanguage()] ?? note.en ?? note));
   return lines.map((line) => el("p", { class: "note" }, line));
