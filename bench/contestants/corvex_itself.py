@@ -185,28 +185,33 @@ def trade_info(data: Path) -> list[Entry]:
 def simulate(data: Path) -> list[Entry]:
     import corvex
     from corvex import _engine
+    from corvex.simulation.options import Options
 
     arrays = load(data)
     close = arrays["prices"]
-    inputs = {
-        "close": close,
-        "target": arrays["weights"],
-        "signal_session": arrays["signals"],
-        "first_session": int(arrays["signals"][0]),
-        "fee_ratio": float(arrays["fee"]),
-    }
+    prices = _engine.PriceSet(close=close)
+    first = int(arrays["signals"][0])
+    fee = float(arrays["fee"])
     bare = dict.fromkeys(("record_positions", "record_trades", "record_excursions"), False)
-    stops = {"stop_loss": 0.2, "take_profit": 0.5, "trail_stop": 0.3}
+    stops = Options(fee_ratio=fee, stop_loss=0.2, take_profit=0.5, trail_stop=0.3)
     frame, targets = price_table(arrays), signal_rows(arrays)
 
-    def whole() -> object:
-        return corvex.simulate(
-            targets, frame, market="us_stock", fee_ratio=float(arrays["fee"]), name="bench"
+    def engine(options: Options, **record: bool) -> object:
+        return _engine.simulate(
+            prices,
+            arrays["weights"],
+            arrays["signals"],
+            first_session=first,
+            options=options,
+            **record,
         )
 
+    def whole() -> object:
+        return corvex.simulate(targets, frame, market="us_stock", fee_ratio=fee, name="bench")
+
     return [
-        time_call("engine, bare", lambda: _engine.simulate(**inputs, **bare), memory=True),
-        time_call("engine, all on", lambda: _engine.simulate(**inputs, **stops), memory=True),
+        time_call("engine, bare", lambda: engine(Options(fee_ratio=fee), **bare), memory=True),
+        time_call("engine, all on", lambda: engine(stops), memory=True),
         time_call("corvex.simulate", whole, memory=True, repeats=5),
         time_call("numpy.sum", close.sum),
     ]

@@ -4,7 +4,7 @@ Times are int64 nanoseconds of the local wall clock, values float64 with NaN for
 Every function releases the GIL while it computes.
 """
 
-from typing import Literal, TypedDict
+from typing import Literal, Protocol, TypedDict
 
 import numpy as np
 import numpy.typing as npt
@@ -210,25 +210,73 @@ class SimulationResult(TypedDict):
     waiting_rebalance: _Ints  # row of `target` of an order that waits for a price, -1: none
     cooldown: _Ints  # in how many more rebalances a stopped asset stays out
 
+#: The names of the codes in `exit_reason`, "" for a trade that is open.
+EXIT_REASONS: tuple[str, ...]
+#: What `simulate` reads from its options.
+OPTION_NAMES: tuple[str, ...]
+
+class Options(Protocol):
+    """An object with the options of a run as attributes, under the names of `OPTION_NAMES`."""
+
+    @property
+    def fee_ratio(self) -> float: ...  # fraction in [0, 1), on each side
+    @property
+    def tax_ratio(self) -> float: ...  # fraction in [0, 1), on sells
+    @property
+    def slippage_ratio(self) -> float: ...  # fraction in [0, 1), against the trader
+    @property
+    def stop_loss(self) -> float: ...  # positive fraction, infinity = off
+    @property
+    def take_profit(self) -> float: ...
+    @property
+    def trail_stop(self) -> float: ...
+    @property
+    def touched_exit(self) -> bool: ...  # fill stops inside the session
+    @property
+    def stop_cooldown(self) -> int: ...  # how many rebalances a stopped asset stays out of
+
+class PriceSet:
+    """Prices that runs share, in any number of threads; the arrays are never copied.
+
+    Parameters
+    ----------
+    close : float64 array of shape (sessions, assets), C-contiguous
+        Closing prices; NaN = missing.
+    fill_at : {"close", "open", "other"}
+        Which price `fill` is. "close" ignores `fill`; the others need it.
+    fill : float64 array of shape (sessions, assets)
+        Prices at which orders fill.
+    open, high, low : float64 arrays of shape (sessions, assets)
+        Read with `touched_exit` only, which needs `high` and `low`.
+
+    Raises
+    ------
+    ValueError
+        For shapes that do not fit.
+    """
+
+    def __init__(
+        self,
+        *,
+        close: _Floats,
+        fill_at: Literal["close", "open", "other"] = "close",
+        fill: _Floats | None = None,
+        open: _Floats | None = None,
+        high: _Floats | None = None,
+        low: _Floats | None = None,
+    ) -> None: ...
+    @property
+    def sessions(self) -> int: ...
+    @property
+    def assets(self) -> int: ...
+
 def simulate(
-    *,
-    close: _Floats,
+    prices: PriceSet,
     target: _Floats,
     signal_session: _Ints,
+    *,
     first_session: int = 0,
-    fill_at: Literal["close", "open", "other"] = "close",
-    fill: _Floats | None = None,
-    open: _Floats | None = None,
-    high: _Floats | None = None,
-    low: _Floats | None = None,
-    fee_ratio: float = 0.0,
-    tax_ratio: float = 0.0,
-    slippage_ratio: float = 0.0,
-    stop_loss: float | None = None,
-    take_profit: float | None = None,
-    trail_stop: float | None = None,
-    touched_exit: bool = False,
-    stop_cooldown: int = 0,
+    options: Options | None = None,
     record_positions: bool = True,
     record_trades: bool = True,
     record_excursions: bool = True,
@@ -238,8 +286,8 @@ def simulate(
 
     Parameters
     ----------
-    close : float64 array of shape (sessions, assets), C-contiguous
-        Closing prices; NaN = missing. Never copied.
+    prices : PriceSet
+        The prices.
     target : float64 array of shape (rebalances, assets), C-contiguous
         Target weights of each rebalance, negative = short, no NaN.
     signal_session : int64 array of shape (rebalances,), ascending
@@ -248,25 +296,13 @@ def simulate(
         stays pending. Of several with the same session the last one counts.
     first_session : int
         Row where the results start; no rebalance with a weight may fill before it.
-    fill_at : {"close", "open", "other"}
-        Which price `fill` is. "close" ignores `fill`; the others need it.
-    fill : float64 array of shape (sessions, assets)
-        Prices at which orders fill.
-    open, high, low : float64 arrays of shape (sessions, assets)
-        Read with `touched_exit` only, which needs `high` and `low`.
-    fee_ratio, tax_ratio, slippage_ratio : float
-        Fractions in [0, 1): fee on each side, tax on sells, slippage against the trader.
-    stop_loss, take_profit, trail_stop : float, optional
-        Positive fractions; None, NaN or infinity = off.
-    touched_exit : bool
-        Fill stops inside the session instead of checking closes.
-    stop_cooldown : int
-        How many rebalances a stopped asset stays out of.
+    options : object, optional
+        Costs and stops. Default: none of them.
     record_positions, record_trades, record_excursions, record_fills : bool
         What to record; excursions need trades.
 
     Raises
     ------
     ValueError
-        For shapes that do not fit, ratios out of range, signal sessions out of order.
+        For shapes that do not fit, options out of range, signal sessions out of order.
     """

@@ -14,6 +14,7 @@ from corvex.core.trade_lookup import market_table
 from corvex.simulation.dates import Clock
 from corvex.simulation.fills import fills_table
 from corvex.simulation.labels import match_columns
+from corvex.simulation.options import Options
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
@@ -208,15 +209,21 @@ def _guessed_fills(
     rows = np.union1d(changed, _rows_after(report, index)).astype(np.int64)
     fill = _prices(report, "get_trading_price", report.trade_at, index=index, assets=assets)
     settings = getattr(report, "settings", None) or {}
-    run = _engine.simulate(
+    prices = _engine.PriceSet(
         close=close,
-        target=np.ascontiguousarray(weights[rows]),
-        signal_session=rows - 1,
         fill_at="close" if fill is None or report.trade_at == "close" else "other",
         fill=fill,
+    )
+    options = Options(
         fee_ratio=float(report.fee_ratio or 0.0),
         tax_ratio=float(report.tax_ratio or 0.0),
         slippage_ratio=float(settings.get("slippage_ratio") or 0.0),
+    )
+    run = _engine.simulate(
+        prices,
+        np.ascontiguousarray(weights[rows]),
+        rows - 1,
+        options=options,
         record_positions=False,
         record_trades=False,
         record_fills=True,

@@ -13,6 +13,7 @@ from corvex.market import Market
 from corvex.simulation.benchmark_notices import warn_about_benchmark
 from corvex.simulation.handover import HandOver
 from corvex.simulation.trades import mae_mfe_table
+from corvex.trades.reasons import STOPS
 
 __all__ = ["Outcome", "build_report"]
 
@@ -43,9 +44,7 @@ class Outcome:
 # Present on every report, whether it was simulated or not.
 _DEFAULTS: dict[str, Any] = {
     "resample": None,
-    "stop_loss": None,
-    "take_profit": None,
-    "trail_stop": None,
+    **dict.fromkeys(STOPS),
     "live_performance_start": None,
     "name": None,
     "yearly_turnover": float("nan"),

@@ -11,17 +11,11 @@ from corvex.market import Market
 from corvex.simulation.assembly import build_report
 from corvex.simulation.doubts import warn_about_guessed_costs
 from corvex.simulation.inputs import read_inputs
-from corvex.simulation.options import (
-    Costs,
-    Options,
-    checked_cooldown,
-    checked_limit,
-    cost_ratio,
-    stop_fraction,
-)
+from corvex.simulation.options import checked_limit, read_options
 from corvex.simulation.run import run
 from corvex.simulation.schedule import read_offset, read_resample
 from corvex.simulation.targets import read_weights
+from corvex.trades.reasons import STOPS
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
@@ -144,20 +138,22 @@ def simulate(
     True
     """
     table = read_weights(weights, limit=checked_limit(position_limit), leverage=leverage)
-    stops = {"stop_loss": stop_loss, "take_profit": take_profit, "trail_stop": trail_stop}
-    fractions = {kind: stop_fraction(kind, value) for kind, value in stops.items()}
-    cooldown = checked_cooldown(stop_cooldown)
     rule = read_resample(resample)
     offset = read_offset(rule, resample_offset)
     inputs = read_inputs(table, prices, market, benchmark, start, end)
-    costs = Costs(
-        fee_ratio=cost_ratio("fee_ratio", fee_ratio, inputs.market.fee_ratio),
-        tax_ratio=cost_ratio("tax_ratio", tax_ratio, inputs.market.tax_ratio),
-        slippage_ratio=cost_ratio("slippage_ratio", slippage_ratio),
-    )
+    given = {
+        "fee_ratio": fee_ratio,
+        "tax_ratio": tax_ratio,
+        "slippage_ratio": slippage_ratio,
+        "stop_loss": stop_loss,
+        "take_profit": take_profit,
+        "trail_stop": trail_stop,
+        "touched_exit": touched_exit,
+        "stop_cooldown": stop_cooldown,
+    }
+    options = read_options(inputs.market, given)
     if market is None and prices is not None:
         warn_about_guessed_costs(inputs.market, fee_ratio, tax_ratio)
-    options = Options(costs, **fractions, touched_exit=bool(touched_exit), stop_cooldown=cooldown)
     live_start = None
     if live_performance_start is not None:
         live_start = inputs.clock.border(live_performance_start, "live_performance_start").date
@@ -170,18 +166,20 @@ def simulate(
             offset,
             historical=end is not None,
             attributes={
-                **stops,
+                **{stop: given[stop] for stop in STOPS},
                 "resample": rule,
                 "live_performance_start": live_start,
                 "name": name,
                 "settings": {
                     "market": inputs.market.get_name(),
                     "market_chosen": "by the labels" if market is None else "by the user",
-                    **dataclasses.asdict(costs),
+                    **{
+                        name: value
+                        for name, value in dataclasses.asdict(options).items()
+                        if name not in STOPS
+                    },
                     "trade_at": trade_at if isinstance(trade_at, str) else "custom",
                     "resample_offset": None if resample_offset is None else str(offset),
-                    "touched_exit": bool(touched_exit),
-                    "stop_cooldown": cooldown,
                     "position_limit": position_limit,
                     "leverage": bool(leverage),
                     "start": None if start is None else inputs.clock.index[0],

@@ -29,23 +29,19 @@ def run_engine(
     fill_at: Literal["close", "open", "other"] = "other"
     if isinstance(trade_at, str) and trade_at in ("close", "open"):
         fill_at = "close" if trade_at == "close" else "open"
-    return _engine.simulate(
+    shared = _engine.PriceSet(
         close=prices.close,
-        target=np.ascontiguousarray(schedule.targets),
-        signal_session=np.ascontiguousarray(schedule.sessions, dtype=np.int64),
-        first_session=first,
         fill_at=fill_at,
         fill=None if fill_at == "close" else prices.fill,
         open=prices.open if options.touched_exit else None,
         high=prices.high if options.touched_exit else None,
         low=prices.low if options.touched_exit else None,
-        fee_ratio=options.costs.fee_ratio,
-        tax_ratio=options.costs.tax_ratio,
-        slippage_ratio=options.costs.slippage_ratio,
-        stop_loss=options.stop_loss,
-        take_profit=options.take_profit,
-        trail_stop=options.trail_stop,
-        touched_exit=options.touched_exit,
-        stop_cooldown=options.stop_cooldown,
+    )
+    return _engine.simulate(
+        shared,
+        np.ascontiguousarray(schedule.targets),
+        np.ascontiguousarray(schedule.sessions, dtype=np.int64),
+        first_session=first,
+        options=options,
         record_fills=True,
     )

@@ -8,10 +8,9 @@ import numpy as np
 import pandas as pd
 
 from corvex.simulation.schedule import Schedule
+from corvex.trades.reasons import EXIT_REASONS
 
 __all__ = ["HandOver", "State", "hand_over", "nothing_held"]
-
-_STOP_ACTIONS = {2: "sl", 3: "tp", 4: "sl"}
 
 
 @dataclass(frozen=True, slots=True)
@@ -102,9 +101,10 @@ def _actions(
     actions[(targets != 0.0) & (np.sign(weights) != np.sign(targets))] = "enter"
     actions[(actions == "") & state.waiting] = "exit"
     with_rebalance = np.isin(state.pending_session, schedule.sessions)
-    for reason, action in _STOP_ACTIONS.items():
-        fired = state.pending == reason
-        actions[fired & ~with_rebalance] = action
-        actions[fired & with_rebalance] = f"{action}_"
+    for code, reason in enumerate(EXIT_REASONS.values()):
+        if reason.action:
+            fired = state.pending == code
+            actions[fired & ~with_rebalance] = reason.action
+            actions[fired & with_rebalance] = f"{reason.action}_"
     named = np.flatnonzero(actions != "")
     return pd.Series(actions[named], index=labels.take(named), dtype="object")

@@ -4,40 +4,68 @@ from __future__ import annotations
 
 import math
 import numbers
+from collections.abc import Mapping
 from dataclasses import dataclass
+from typing import Any
 
-__all__ = [
-    "Costs",
-    "Options",
-    "checked_cooldown",
-    "checked_limit",
-    "cost_ratio",
-    "stop_fraction",
-]
+from corvex.market import Market
+from corvex.trades.reasons import STOPS
 
-
-@dataclass(frozen=True, slots=True)
-class Costs:
-    """Checked costs, as fractions of the traded value."""
-
-    fee_ratio: float = 0.0
-    tax_ratio: float = 0.0
-    slippage_ratio: float = 0.0
+__all__ = ["Options", "checked_limit", "read_options"]
 
 
 @dataclass(frozen=True, slots=True)
 class Options:
-    """Checked options of one run; infinity stands for a stop that is off."""
+    """What a run can be varied by, beside its weights; the engine reads these by their names.
 
-    costs: Costs
-    stop_loss: float
-    take_profit: float
-    trail_stop: float
-    touched_exit: bool
+    Attributes
+    ----------
+    fee_ratio, tax_ratio, slippage_ratio : float
+        Fractions of the traded value, at least 0 and below 1.
+    stop_loss, take_profit, trail_stop : float
+        Fractions above 0; infinity stands for a stop that is off.
+    touched_exit : bool
+        Stops fill inside the session.
+    stop_cooldown : int
+        How many rebalances a stopped asset stays out of.
+    """
+
+    fee_ratio: float = 0.0
+    tax_ratio: float = 0.0
+    slippage_ratio: float = 0.0
+    stop_loss: float = math.inf
+    take_profit: float = math.inf
+    trail_stop: float = math.inf
+    touched_exit: bool = False
     stop_cooldown: int = 0
 
 
-def cost_ratio(name: str, value: float | None, default: float = 0.0) -> float:
+def read_options(market: Market, given: Mapping[str, Any]) -> Options:
+    """Check the options that a user gave.
+
+    Parameters
+    ----------
+    market : Market
+        Its fee and tax are those of a run that was given none.
+    given : mapping of str to object
+        By the names of `Options`.
+
+    Raises
+    ------
+    ValueError
+        When one is out of its range; the message says what is accepted.
+    """
+    return Options(
+        fee_ratio=_cost_ratio("fee_ratio", given.get("fee_ratio"), market.fee_ratio),
+        tax_ratio=_cost_ratio("tax_ratio", given.get("tax_ratio"), market.tax_ratio),
+        slippage_ratio=_cost_ratio("slippage_ratio", given.get("slippage_ratio")),
+        **{stop: _stop_fraction(stop, given.get(stop)) for stop in STOPS},
+        touched_exit=bool(given.get("touched_exit", False)),
+        stop_cooldown=_cooldown(given.get("stop_cooldown", 0)),
+    )
+
+
+def _cost_ratio(name: str, value: float | None, default: float = 0.0) -> float:
     """Return a cost as a fraction of the traded value, at least 0 and below 1."""
     ratio = default if value is None else _number(name, value)
     if not 0.0 <= ratio < 1.0:
@@ -47,7 +75,7 @@ def cost_ratio(name: str, value: float | None, default: float = 0.0) -> float:
     return ratio
 
 
-def stop_fraction(name: str, value: float | None) -> float:
+def _stop_fraction(name: str, value: float | None) -> float:
     """Return a stop's distance as a fraction; infinity for None, NaN and infinity (off)."""
     if value is None:
         return math.inf
@@ -72,7 +100,7 @@ def checked_limit(value: float | None) -> float:
     return limit
 
 
-def checked_cooldown(value: int) -> int:
+def _cooldown(value: Any) -> int:
     """Return how many rebalances a stopped asset stays out of."""
     if isinstance(value, bool) or not isinstance(value, numbers.Integral) or value < 0:
         raise ValueError(

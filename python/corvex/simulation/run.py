@@ -67,8 +67,8 @@ def run(
         next_trading_date=clock.future.next_bar,
         market=market,
         trade_at=_traded_columns(trade_at, labels, trades),
-        fee_ratio=options.costs.fee_ratio,
-        tax_ratio=options.costs.tax_ratio,
+        fee_ratio=options.fee_ratio,
+        tax_ratio=options.tax_ratio,
         historical=historical,
         attributes={
             **attributes,

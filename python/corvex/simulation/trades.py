@@ -7,18 +7,10 @@ from collections.abc import Callable
 import numpy as np
 import pandas as pd
 
-__all__ = ["EXCURSIONS", "EXIT_REASONS", "empty_trades", "mae_mfe_table", "trades_table"]
+from corvex.trades.reasons import EXIT_REASONS
 
-# By the engine's code of a reason.
-EXIT_REASONS = (
-    "",
-    "rebalance",
-    "stop_loss",
-    "take_profit",
-    "trail_stop",
-    "prices_ended",
-    "ruin",
-)
+__all__ = ["EXCURSIONS", "empty_trades", "mae_mfe_table", "trades_table"]
+
 EXCURSIONS = ("mae", "mfe", "mfe_before_mae", "max_drawdown", "days_in_profit")
 _NOTHING = np.iinfo(np.int64).min
 
@@ -74,7 +66,7 @@ def trades_table(
             "trade_price@entry_date": entry_price,
             "trade_price@exit_date": exit_price,
             **{name: trades[name] for name in EXCURSIONS},
-            "exit_reason": pd.Index(EXIT_REASONS).take(trades["exit_reason"]),
+            "exit_reason": pd.Index(list(EXIT_REASONS)).take(trades["exit_reason"]),
         },
         copy=False,
     )

@@ -1,17 +1,20 @@
 #include "corvex/engine/portfolio/price_checks.hpp"
+#include "corvex/engine/portfolio/price_set.hpp"
 #include "corvex/engine/portfolio/simulator.hpp"
+#include "corvex/engine/trades/exit_reason.hpp"
 
 #include <nanobind/nanobind.h>
-#include <nanobind/stl/optional.h>
 #include <nanobind/stl/string_view.h>
 
 #include <algorithm>
-#include <cmath>
-#include <limits>
+#include <array>
+#include <cstdint>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "arrays.hpp"
@@ -25,19 +28,21 @@ namespace corvex::bindings {
 namespace {
 
 using engine::portfolio::FillAt;
+using engine::portfolio::Options;
 using engine::portfolio::PriceTable;
 using engine::portfolio::SimulationInput;
 using engine::portfolio::SimulationResult;
 
 /// Two-dimensional, row by row. Bound with noconvert: a large table is never copied in silence.
 using InputTable = nb::ndarray<const double, nb::ndim<2>, nb::c_contig, nb::device::cpu, nb::numpy>;
-using OptionalTable = std::optional<InputTable>;
 
+/// None comes as a table that is not valid.
 PriceTable as_table(const InputTable& table) {
+    if (!table.is_valid()) {
+        return {};
+    }
     return {{table.data(), table.shape(0) * table.shape(1)}, table.shape(1)};
 }
-
-PriceTable as_table(const OptionalTable& table) { return table ? as_table(*table) : PriceTable{}; }
 
 FillAt parse_fill_at(std::string_view name) {
     if (name == "close") {
@@ -53,10 +58,33 @@ FillAt parse_fill_at(std::string_view name) {
                                 std::string{name} + "'");
 }
 
-/// None, NaN and infinity switch a stop off.
-double stop_fraction(std::optional<double> value) {
-    constexpr double kOff = std::numeric_limits<double>::infinity();
-    return value && std::isfinite(*value) ? *value : kOff;
+/// A price set and the arrays that it looks at.
+class SharedPrices {
+  public:
+    SharedPrices(InputTable close, std::string_view fill_at, InputTable fill, InputTable open,
+                 InputTable high, InputTable low)
+        : arrays_{std::move(fill), std::move(open), std::move(high), std::move(low)},
+          close_{std::move(close)},
+          prices_{{as_table(close_), parse_fill_at(fill_at), as_table(arrays_[0]),
+                   as_table(arrays_[1]), as_table(arrays_[2]), as_table(arrays_[3])}} {}
+
+    [[nodiscard]] const engine::portfolio::PriceSet& prices() const { return prices_; }
+
+  private:
+    std::array<InputTable, 4> arrays_;
+    InputTable close_;
+    engine::portfolio::PriceSet prices_;
+};
+
+/// Reads the options by their names from an object that has them as attributes.
+Options read_options(nb::handle given) {
+    Options options;
+    if (!given.is_none()) {
+        engine::portfolio::for_each_option(options, [&](const char* name, auto& value) {
+            value = nb::cast<std::remove_reference_t<decltype(value)>>(given.attr(name));
+        });
+    }
+    return options;
 }
 
 OutputArray<std::int64_t> reason_codes(std::span<const engine::trades::ExitReason> reasons) {
@@ -77,7 +105,7 @@ nb::dict fill_columns(engine::portfolio::Fills&& fills) {
 }
 
 nb::dict as_dict(SimulationResult&& result, nb::object position, const SimulationInput& input) {
-    const auto last_session = static_cast<std::int64_t>(input.close.sessions()) - 1;
+    const auto last_session = static_cast<std::int64_t>(input.prices.sessions()) - 1;
     nb::dict out;
     out["equity"] = to_numpy(std::move(result.equity));
     out["cash"] = to_numpy(std::move(result.cash));
@@ -86,11 +114,11 @@ nb::dict as_dict(SimulationResult&& result, nb::object position, const Simulatio
     out["slippage"] = to_numpy(std::move(result.slippage));
     out["traded"] = to_numpy(std::move(result.traded));
     out["position"] = std::move(position);
-    out["trades"] = input.record_trades
+    out["trades"] = input.record.trades
                         ? nb::object(trade_columns(result.round_trips, last_session))
                         : nb::none();
     out["fills"] =
-        input.record_fills ? nb::object(fill_columns(std::move(result.fills))) : nb::none();
+        input.record.fills ? nb::object(fill_columns(std::move(result.fills))) : nb::none();
     out["ruin_session"] = result.ruin_session;
     out["executed_rebalance"] = result.executed_rebalance;
     out["weights_in_force"] = to_numpy(std::move(result.weights_in_force));
@@ -106,45 +134,29 @@ nb::dict as_dict(SimulationResult&& result, nb::object position, const Simulatio
 /// numpy's own allocation: it asks the system for large pages, which matters for a table that is
 /// written once.
 nb::object new_position(SimulationInput& input) {
-    const std::size_t sessions = input.close.sessions();
-    const std::size_t rows = sessions - std::min(input.first_session, sessions);
-    nb::object array =
-        nb::module_::import_("numpy").attr("empty")(nb::make_tuple(rows, input.close.assets));
+    const std::size_t sessions = input.prices.sessions();
+    const std::size_t rows = sessions - std::min(input.plan.first_session, sessions);
+    const std::size_t assets = input.prices.assets();
+    nb::object array = nb::module_::import_("numpy").attr("empty")(nb::make_tuple(rows, assets));
     const auto view = nb::cast<nb::ndarray<double, nb::ndim<2>, nb::c_contig>>(array);
-    input.position = {view.data(), rows * input.close.assets};
+    input.record.position = {view.data(), rows * assets};
     return array;
 }
 
-nb::dict simulate(const InputTable& close, const InputTable& target,
+nb::dict simulate(const SharedPrices& prices, const InputTable& target,
                   const InputArray<std::int64_t>& signal_session, std::size_t first_session,
-                  std::string_view fill_at, const OptionalTable& fill, const OptionalTable& open,
-                  const OptionalTable& high, const OptionalTable& low, double fee_ratio,
-                  double tax_ratio, double slippage_ratio, std::optional<double> stop_loss,
-                  std::optional<double> take_profit, std::optional<double> trail_stop,
-                  bool touched_exit, std::int64_t stop_cooldown, bool record_positions,
-                  bool record_trades, bool record_excursions, bool record_fills) {
-    SimulationInput input{};
-    input.close = as_table(close);
-    input.fill = as_table(fill);
-    input.open = as_table(open);
-    input.high = as_table(high);
-    input.low = as_table(low);
-    input.target = as_table(target).values;
+                  nb::handle options, bool record_positions, bool record_trades,
+                  bool record_excursions, bool record_fills) {
+    if (target.shape(1) != prices.prices().assets()) {
+        throw std::invalid_argument("target and close must have one column for each asset");
+    }
     // Rows are found by these: a copy, which no other thread can change once they are checked.
     const std::vector<std::int64_t> signals{signal_session.data(),
                                             signal_session.data() + signal_session.shape(0)};
-    input.signal_session = signals;
-    input.first_session = first_session;
-    input.fill_at = parse_fill_at(fill_at);
-    input.costs = {fee_ratio, tax_ratio, slippage_ratio};
-    input.stops = {stop_fraction(stop_loss), stop_fraction(take_profit), stop_fraction(trail_stop),
-                   touched_exit, stop_cooldown};
-    input.record_trades = record_trades;
-    input.record_excursions = record_excursions;
-    input.record_fills = record_fills;
-    if (target.shape(1) != close.shape(1)) {
-        throw std::invalid_argument("target and close must have one column for each asset");
-    }
+    SimulationInput input{.prices = prices.prices(),
+                          .plan = {as_table(target).values, signals, first_session},
+                          .options = read_options(options),
+                          .record = {record_trades, record_excursions, record_fills}};
     nb::object position = record_positions ? new_position(input) : nb::none();
     SimulationResult result;
     {
@@ -175,13 +187,26 @@ nb::object first_bad_price(const InputTable& prices) {
 } // namespace
 
 void bind_portfolio(nb::module_& module) {
-    module.def("simulate", &simulate, nb::kw_only(), "close"_a.noconvert(), "target"_a.noconvert(),
-               "signal_session"_a, "first_session"_a = 0, "fill_at"_a = "close",
-               "fill"_a.noconvert() = nb::none(), "open"_a.noconvert() = nb::none(),
-               "high"_a.noconvert() = nb::none(), "low"_a.noconvert() = nb::none(),
-               "fee_ratio"_a = 0.0, "tax_ratio"_a = 0.0, "slippage_ratio"_a = 0.0,
-               "stop_loss"_a = nb::none(), "take_profit"_a = nb::none(),
-               "trail_stop"_a = nb::none(), "touched_exit"_a = false, "stop_cooldown"_a = 0,
+    nb::list reasons;
+    for (const std::string_view name : engine::trades::kExitReasonNames) {
+        reasons.append(nb::str(name.data(), name.size()));
+    }
+    module.attr("EXIT_REASONS") = nb::tuple(reasons);
+    nb::list options;
+    Options defaults;
+    engine::portfolio::for_each_option(
+        defaults, [&](const char* name, const auto&) { options.append(name); });
+    module.attr("OPTION_NAMES") = nb::tuple(options);
+    nb::class_<SharedPrices>(module, "PriceSet", "Prices that runs share; never copied.")
+        .def(nb::init<InputTable, std::string_view, InputTable, InputTable, InputTable,
+                      InputTable>(),
+             nb::kw_only(), "close"_a.noconvert(), "fill_at"_a = "close",
+             "fill"_a.noconvert().none() = nb::none(), "open"_a.noconvert().none() = nb::none(),
+             "high"_a.noconvert().none() = nb::none(), "low"_a.noconvert().none() = nb::none())
+        .def_prop_ro("assets", [](const SharedPrices& self) { return self.prices().assets(); })
+        .def_prop_ro("sessions", [](const SharedPrices& self) { return self.prices().sessions(); });
+    module.def("simulate", &simulate, "prices"_a, "target"_a.noconvert(), "signal_session"_a,
+               nb::kw_only(), "first_session"_a = 0, "options"_a = nb::none(),
                "record_positions"_a = true, "record_trades"_a = true, "record_excursions"_a = true,
                "record_fills"_a = false,
                "Simulate a portfolio of target weights; the stub file describes it.");

@@ -28,21 +28,17 @@ struct Market {
     StopRules stops{};
 
     SimulationResult run() const {
-        SimulationInput input{};
+        const PriceSet prices{{.close = {close, 1},
+                               .fill_at = fill_at,
+                               .fill = {open, 1},
+                               .open = {open, 1},
+                               .high = {high, 1},
+                               .low = {low, 1}}};
         std::vector<double> position(close.size());
-        input.close = {close, 1};
-        input.open = {open, 1};
-        input.fill = {open, 1};
-        input.record_fills = true;
-        input.high = {high, 1};
-        input.low = {low, 1};
-        input.target = target;
-        input.signal_session = signals;
-        input.fill_at = fill_at;
-        input.costs = costs;
-        input.stops = stops;
-        input.position = position;
-        return simulate(input);
+        return simulate({.prices = prices,
+                         .plan = {target, signals},
+                         .options = {costs, stops},
+                         .record = {.fills = true, .position = position}});
     }
 };
 

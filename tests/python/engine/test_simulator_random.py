@@ -1,6 +1,6 @@
 """The engine against the slow simulator, on random inputs with every kind of rule and flaw."""
 
-from dataclasses import replace
+from dataclasses import fields, replace
 
 import numpy as np
 import pandas as pd
@@ -11,6 +11,7 @@ from hypothesis import strategies as st
 from corvex import _engine
 from corvex.ledger import ledger_from_fills
 from corvex.simulation.fills import fills_table
+from corvex.simulation.options import Options
 
 from .reference import Case, SlowSimulator
 
@@ -70,13 +71,18 @@ def run_slowly(case: Case) -> SlowSimulator:
 
 
 def run_engine(case: Case, **flags):
-    return _engine.simulate(
-        close=case.close, target=case.target, signal_session=np.array(case.signal, np.int64),
-        first_session=case.first, fill_at=case.fill_at, fill=case.fill, open=case.open,
-        high=case.high, low=case.low, fee_ratio=case.fee, tax_ratio=case.tax,
-        slippage_ratio=case.slippage, stop_loss=case.stop_loss, take_profit=case.take_profit,
-        trail_stop=case.trail_stop, touched_exit=case.touched, stop_cooldown=case.cooldown, **flags,
+    prices = _engine.PriceSet(
+        close=case.close, fill_at=case.fill_at, fill=case.fill, open=case.open, high=case.high,
+        low=case.low,
     )  # fmt: skip
+    options = Options(
+        case.fee, case.tax, case.slippage, case.stop_loss, case.take_profit, case.trail_stop,
+        case.touched, case.cooldown,
+    )  # fmt: skip
+    signal = np.array(case.signal, np.int64)
+    return _engine.simulate(
+        prices, case.target, signal, first_session=case.first, options=options, **flags
+    )
 
 
 def assert_same(ours, slow: SlowSimulator):
@@ -148,29 +154,36 @@ def test_curve_of_one_asset_is_the_product_of_its_trades():
     close = np.exp(rng.normal(0, 0.02, (400, 1)).cumsum(axis=0))
     target = (np.arange(40) % 2.0).reshape(-1, 1)
     result = _engine.simulate(
-        close=close, target=target, signal_session=np.arange(40) * 9, fee_ratio=0.001425,
-        tax_ratio=0.003, slippage_ratio=0.001,
+        _engine.PriceSet(close=close), target, np.arange(40) * 9,
+        options=Options(fee_ratio=0.001425, tax_ratio=0.003, slippage_ratio=0.001),
     )  # fmt: skip
     returns = result["trades"]["return"]
     assert result["equity"][-1] == pytest.approx(np.prod(1 + returns), rel=1e-12)
 
 
-def test_a_table_that_would_have_to_be_copied_is_refused():
-    close = np.ones((3, 2))
-    signal = np.array([0])
+def test_inputs_that_do_not_fit_are_refused():
+    close, signal = np.ones((3, 2)), np.array([0])
     for bad in (np.asfortranarray(close), close.astype(np.float32)):
-        with pytest.raises(TypeError):
-            _engine.simulate(close=bad, target=np.ones((1, 2)), signal_session=signal)
-    with pytest.raises(ValueError, match="one column for each asset"):
-        _engine.simulate(close=close, target=np.ones((1, 3)), signal_session=signal)
+        with pytest.raises(TypeError):  # it would have to be copied
+            _engine.PriceSet(close=bad)
     with pytest.raises(ValueError, match="fill_at must be"):
-        _engine.simulate(close=close, target=np.ones((1, 2)), signal_session=signal, fill_at="noon")
+        _engine.PriceSet(close=close, fill_at="noon")
+    prices = _engine.PriceSet(close=close)
+    with pytest.raises(ValueError, match="one column for each asset"):
+        _engine.simulate(prices, np.ones((1, 3)), signal)
+    touched = Options(stop_loss=0.1, touched_exit=True)
+    with pytest.raises(ValueError, match="the high prices are needed"):
+        _engine.simulate(prices, np.ones((1, 2)), signal, options=touched)
+
+
+def test_the_engine_and_the_options_have_the_same_names():
+    assert tuple(field.name for field in fields(Options)) == _engine.OPTION_NAMES
 
 
 def test_a_short_that_waited_for_its_price_is_covered_beyond_the_cash():
     close = np.array([[10, 10], [10, 10], [10, 12], [10, np.nan], [10, 14]])
     target = np.array([[1.0, -0.5], [1.0, -0.1]])
-    result = _engine.simulate(close=close, target=target, signal_session=np.array([0, 2]))
+    result = _engine.simulate(_engine.PriceSet(close=close), target, np.array([0, 2]))
     # 0.6 of cash are there for a short of 0.7 that is to be a tenth of the 0.8 of equity.
     assert result["shares"][1] * 14 == pytest.approx(-0.08)
     assert result["cash"][-1] == pytest.approx(-0.02)

@@ -215,8 +215,8 @@ def test_the_callers_tables_are_neither_copied_nor_changed(monkeypatch):
     prices = pd.DataFrame(values, index=days, columns=list("ABCD"), copy=False)
     weights = pd.DataFrame({"A": [3.0, 1.0], "B": [np.nan, 1.0]}, index=days[[12, 14]])
     copies = weights.copy(), prices.copy()
-    engine = mock.Mock(wraps=_engine.simulate)
-    monkeypatch.setattr(_engine, "simulate", engine)
+    engine = mock.Mock(wraps=_engine.PriceSet)
+    monkeypatch.setattr(_engine, "PriceSet", engine)
 
     corvex.simulate(prices.notna(), prices, start=days[10])
     close = engine.call_args.kwargs["close"]

@@ -9,6 +9,7 @@ import numpy.typing as npt
 import pandas as pd
 
 from corvex.core.dashboard.curves import day_of, iso_day, wall_days
+from corvex.trades.reasons import STOPS
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
@@ -94,7 +95,7 @@ def costs(report: Report) -> dict[str, Any]:
 
 
 def assumptions(report: Report) -> list[dict[str, Any]]:
-    """Return the settings of the run as rows of ``key`` and ``value``, those that are known."""
+    """Return the settings of the run: ``key``, ``value``, and whether it is a ``fraction``."""
     settings = _settings(report)
     trade_at = report.trade_at
     rows = {
@@ -104,16 +105,19 @@ def assumptions(report: Report) -> list[dict[str, Any]]:
         "fee_ratio": _number(report.fee_ratio),
         "tax_ratio": _number(report.tax_ratio),
         "slippage_ratio": _number(settings.get("slippage_ratio")),
-        "stop_loss": _number(getattr(report, "stop_loss", None)),
-        "take_profit": _number(getattr(report, "take_profit", None)),
-        "trail_stop": _number(getattr(report, "trail_stop", None)),
+        **{stop: _number(getattr(report, stop, None)) for stop in STOPS},
         "touched_exit": settings.get("touched_exit"),
         "stop_cooldown": settings.get("stop_cooldown") or None,
         "position_limit": _number(settings.get("position_limit")),
         "leverage": settings.get("leverage"),
         "market_chosen": settings.get("market_chosen"),
     }
-    return [{"key": key, "value": value} for key, value in rows.items() if value is not None]
+    fractions = {*STOPS, "fee_ratio", "tax_ratio", "slippage_ratio", "position_limit"}
+    return [
+        {"key": key, "value": value, "fraction": key in fractions}
+        for key, value in rows.items()
+        if value is not None
+    ]
 
 
 def liquidity(report: Report) -> dict[str, Any] | None:

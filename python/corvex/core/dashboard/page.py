@@ -5,6 +5,7 @@ from __future__ import annotations
 import base64
 import hashlib
 import html
+import json
 from functools import cache
 from importlib import resources
 from typing import TYPE_CHECKING, Any
@@ -13,6 +14,7 @@ from corvex.core.dashboard.dataset import collect
 from corvex.core.dashboard.embed import escape_text, pack_json, safe_json
 from corvex.core.dashboard.notebook import charts_holder, shares_charts
 from corvex.core.dashboard.plotly_script import plotly_script
+from corvex.trades.reasons import EXIT_REASONS
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
@@ -183,8 +185,13 @@ def _template() -> list[str]:
 @cache
 def _texts() -> str:
     """The texts in all languages, as JSON that may stand in a script element."""
-    texts = (f'"{language}":{asset(f"texts.{language}.json")}' for language in ("en", "zh-Hant"))
-    merged = "{" + ",".join(texts) + "}"
+    texts = {
+        language: json.loads(asset(f"texts.{language}.json")) for language in ("en", "zh-Hant")
+    }
+    for name, reason in EXIT_REASONS.items():
+        texts["en"][f"reason_{name}"] = reason.english
+        texts["zh-Hant"][f"reason_{name}"] = reason.chinese
+    merged = json.dumps(texts, ensure_ascii=False, separators=(",", ":"))
     return merged.replace("&", "\\u0026").replace("<", "\\u003c").replace(">", "\\u003e")
 
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "corvex/engine/portfolio/asset_set.hpp"
-#include "corvex/engine/trades/round_trip.hpp"
+#include "corvex/engine/trades/exit_reason.hpp"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,7 +1,5 @@
 #include "corvex/engine/portfolio/simulator.hpp"
 
-#include "corvex/engine/portfolio/price_checks.hpp"
-
 #include <algorithm>
 
 namespace corvex::engine::portfolio {
@@ -9,31 +7,24 @@ namespace corvex::engine::portfolio {
 using trades::ExitReason;
 
 Simulator::Simulator(const SimulationInput& input)
-    : in_{input}, assets_{input.close.assets}, book_{input.close, input.costs},
-      solver_{input.costs, assets_}, stops_{input}, cooldowns_{assets_, input.stops.cooldown},
-      waiting_{assets_}, pending_{assets_},
-      excursions_{input.close, input.first_session, input.record_trades && input.record_excursions},
-      log_{input.costs, assets_, input.signal_session.size(), input.record_trades},
-      fills_{input.costs, assets_ * input.signal_session.size(), input.record_fills},
-      last_priced_{last_priced_sessions(input.close)}, leaving_{assets_} {
-    const std::size_t sessions = in_.close.sessions();
+    : in_{input}, assets_{input.prices.assets()}, book_{input.prices.close(), input.options.costs},
+      solver_{input.options.costs, assets_}, stops_{input.prices, input.options.stops},
+      cooldowns_{assets_, input.options.stops.cooldown}, waiting_{assets_}, pending_{assets_},
+      excursions_{input.prices.close(), input.plan.first_session,
+                  input.record.trades && input.record.excursions},
+      log_{input.options.costs, assets_, input.plan.rebalances(), input.record.trades},
+      fills_{input.options.costs, assets_ * input.plan.rebalances(), input.record.fills},
+      leaving_{assets_} {
     for (auto* series :
          {&out_.equity, &out_.cash, &out_.fees, &out_.taxes, &out_.slippage, &out_.traded}) {
-        series->resize(sessions - in_.first_session, 0.0);
+        series->resize(in_.prices.sessions() - in_.plan.first_session, 0.0);
     }
     out_.weights_in_force.resize(assets_, 0.0);
     out_.out_reason.resize(assets_, ExitReason::kOpen);
-    for (std::size_t asset = 0; asset < assets_; ++asset) {
-        const std::int64_t closing = last_priced_[asset] + 1;
-        if (closing > 0 && closing < static_cast<std::int64_t>(sessions)) {
-            ends_.emplace_back(closing, static_cast<std::uint32_t>(asset));
-        }
-    }
-    std::ranges::sort(ends_);
 }
 
 SimulationResult Simulator::run() {
-    for (std::size_t session = in_.first_session; session < in_.close.sessions(); ++session) {
+    for (std::size_t session = in_.plan.first_session; session < in_.prices.sessions(); ++session) {
         run_session(session);
         write_down(session);
     }
@@ -69,21 +60,21 @@ bool Simulator::stops_before_fills() const {
 
 /// The session whose stops the positions of the next rebalance may be the first to set off.
 std::size_t Simulator::stop_block_end(std::size_t session) const {
-    for (std::size_t row = next_rebalance_; row < in_.signal_session.size(); ++row) {
-        const auto fill = static_cast<std::size_t>(in_.signal_session[row] + 1);
+    for (std::size_t row = next_rebalance_; row < in_.plan.rebalances(); ++row) {
+        const auto fill = static_cast<std::size_t>(in_.plan.signal_session[row] + 1);
         const std::size_t end = fill + (stops_before_fills() ? 1 : 0);
         if (end > session) {
             return end;
         }
     }
-    return in_.close.sessions();
+    return in_.prices.sessions();
 }
 
 void Simulator::close_ended(std::size_t session) {
-    for (;
-         ends_done_ < ends_.size() && ends_[ends_done_].first <= static_cast<std::int64_t>(session);
+    const auto& ends = in_.prices.ends();
+    for (; ends_done_ < ends.size() && ends[ends_done_].first <= static_cast<std::int64_t>(session);
          ++ends_done_) {
-        const std::size_t asset = ends_[ends_done_].second;
+        const std::size_t asset = ends[ends_done_].second;
         if (book_.shares(asset) != 0.0) {
             exit_position(asset, session, book_.price_before(asset, session),
                           {ExitReason::kPricesEnded, static_cast<std::int64_t>(session), -1});
@@ -106,8 +97,8 @@ void Simulator::fill_orders(std::size_t session) {
 }
 
 bool Simulator::rebalance_is_due(std::size_t session) const {
-    return next_rebalance_ < in_.signal_session.size() &&
-           in_.signal_session[next_rebalance_] + 1 <= static_cast<std::int64_t>(session);
+    return next_rebalance_ < in_.plan.rebalances() &&
+           in_.plan.signal_session[next_rebalance_] + 1 <= static_cast<std::int64_t>(session);
 }
 
 void Simulator::fire_stops(std::size_t session) {
@@ -140,9 +131,9 @@ void Simulator::write_down(std::size_t session) {
         out_.traded[at] = paid_.traded;
         paid_ = {};
     }
-    if (!in_.position.empty()) {
+    if (!in_.record.position.empty()) {
         std::ranges::copy(out_.weights_in_force,
-                          in_.position.begin() + static_cast<std::ptrdiff_t>(at * assets_));
+                          in_.record.position.begin() + static_cast<std::ptrdiff_t>(at * assets_));
     }
 }
 
@@ -159,8 +150,8 @@ void Simulator::ruin(std::size_t session) {
 
 void Simulator::finish() {
     out_.cooldown = cooldowns_.left(assets_);
-    if (out_.ruin_session < 0 && in_.close.sessions() > in_.first_session) {
-        const std::size_t last = in_.close.sessions() - 1;
+    if (out_.ruin_session < 0 && in_.prices.sessions() > in_.plan.first_session) {
+        const std::size_t last = in_.prices.sessions() - 1;
         for (const std::uint32_t asset : book_.held()) {
             log_.mark_open(asset, book_.price_after(asset, last),
                            excursions_.figures(asset, last + 1));
@@ -179,9 +170,9 @@ void Simulator::signal_beyond_table() {
     for (const std::uint32_t asset : pending_.assets()) {
         log_.signal_exit(asset, {pending_.reason(asset), pending_.session(asset), -1});
     }
-    if (next_rebalance_ < in_.signal_session.size()) {
-        const std::size_t row = in_.signal_session.size() - 1;
-        const auto weights = cooldowns_.apply({in_.target_row(row), assets_});
+    if (next_rebalance_ < in_.plan.rebalances()) {
+        const std::size_t row = in_.plan.rebalances() - 1;
+        const auto weights = cooldowns_.apply(in_.plan.weights(row));
         for (std::size_t asset = 0; asset < assets_; ++asset) {
             signal_order(asset, static_cast<std::int64_t>(row), weights[asset]);
         }
@@ -197,7 +188,7 @@ void Simulator::signal_order(std::size_t asset, std::int64_t rebalance, double w
     const double shares = pending_.has(asset) ? 0.0 : book_.shares(asset);
     const bool keeps_side = (weight > 0.0 && shares > 0.0) || (weight < 0.0 && shares < 0.0);
     if (shares != 0.0 && !keeps_side) {
-        log_.signal_exit(asset, {ExitReason::kRebalance, in_.signal_session[row], rebalance});
+        log_.signal_exit(asset, {ExitReason::kRebalance, in_.plan.signal_session[row], rebalance});
     }
     if (weight != 0.0 && !keeps_side) {
         log_.signal_entry(asset, rebalance, weight);

@@ -7,7 +7,7 @@
 #include "corvex/engine/portfolio/pending_exits.hpp"
 #include "corvex/engine/portfolio/rebalance_solver.hpp"
 #include "corvex/engine/portfolio/result.hpp"
-#include "corvex/engine/portfolio/settings.hpp"
+#include "corvex/engine/portfolio/simulation_input.hpp"
 #include "corvex/engine/portfolio/stop_monitor.hpp"
 #include "corvex/engine/portfolio/waiting_orders.hpp"
 #include "corvex/engine/trades/excursion.hpp"
@@ -16,7 +16,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
-#include <utility>
 #include <vector>
 
 namespace corvex::engine::portfolio {
@@ -97,9 +96,9 @@ class Simulator {
     [[nodiscard]] double fill_price(std::size_t asset, std::size_t session) const;
     [[nodiscard]] double fill_value_price(std::size_t asset, std::size_t session) const;
     [[nodiscard]] std::size_t offset(std::size_t session) const {
-        return session - in_.first_session;
+        return session - in_.plan.first_session;
     }
-    [[nodiscard]] bool fills_at(FillAt when) const { return in_.fill_at == when; }
+    [[nodiscard]] bool fills_at(FillAt when) const { return in_.prices.fills_at(when); }
 
     const SimulationInput& in_;
     std::size_t assets_;
@@ -116,10 +115,7 @@ class Simulator {
     CostTotals paid_; ///< in the current session
 
     std::size_t next_rebalance_ = 0;
-    std::vector<std::int64_t> last_priced_;
-    /// Sessions that close an ended asset, ascending, and how many of them are done.
-    std::vector<std::pair<std::int64_t, std::uint32_t>> ends_;
-    std::size_t ends_done_ = 0;
+    std::size_t ends_done_ = 0; ///< assets that have been closed for want of further prices
 
     std::vector<std::uint32_t> tradable_; ///< assets in the order in which the solver has them
     double total_weight_ = 0.0;           ///< of the last rebalance

@@ -16,14 +16,14 @@ namespace {
 bool same_side(double a, double b) { return (a > 0.0 && b > 0.0) || (a < 0.0 && b < 0.0); }
 
 ExitCause rebalance_cause(const SimulationInput& input, std::int64_t row) {
-    return {ExitReason::kRebalance, input.signal_session[static_cast<std::size_t>(row)], row};
+    return {ExitReason::kRebalance, input.plan.signal_session[static_cast<std::size_t>(row)], row};
 }
 
 } // namespace
 
 double Simulator::fill_price(std::size_t asset, std::size_t session) const {
-    const double price = in_.fill_prices().at(session, asset);
-    const bool listed = static_cast<std::int64_t>(session) <= last_priced_[asset];
+    const double price = in_.prices.fill().at(session, asset);
+    const bool listed = static_cast<std::int64_t>(session) <= in_.prices.last_priced(asset);
     return listed && is_tradable(price) ? price : std::numeric_limits<double>::quiet_NaN();
 }
 
@@ -42,7 +42,7 @@ void Simulator::rebalance(std::int64_t row, std::size_t session) {
             out_.out_reason[asset] = ExitReason::kOpen;
         }
     }
-    const auto weights = cooldowns_.apply({in_.target_row(static_cast<std::size_t>(row)), assets_});
+    const auto weights = cooldowns_.apply(in_.plan.weights(static_cast<std::size_t>(row)));
     const double before = collect_rebalance(weights, session);
     const double after = before > 0.0 ? solver_.solve(before) : before;
     if (after <= 0.0) {
@@ -101,7 +101,7 @@ void Simulator::apply_rebalance(std::int64_t row, std::size_t session) {
     leaving_.clear();
     book_.holdings_changed();
     book_.set_cash(trades.cash);
-    paid_.add(in_.costs, trades.bought, trades.sold);
+    paid_.add(in_.options.costs, trades.bought, trades.sold);
 }
 
 void Simulator::fill_waiting(std::size_t session) {
@@ -127,7 +127,7 @@ void Simulator::fill_waiting(std::size_t session) {
 /// The change in value that brings one asset alone to weight x the equity after its own costs.
 double Simulator::waiting_change(double held, double weight, double equity) const {
     const bool buy = weight * equity > held;
-    const double rate = buy ? in_.costs.buy_rate() : -in_.costs.sell_rate();
+    const double rate = buy ? in_.options.costs.buy_rate() : -in_.options.costs.sell_rate();
     const double change = (weight * equity - held) / (1.0 + rate * weight);
     if (!buy) {
         return change;
@@ -163,7 +163,8 @@ double Simulator::trade_waiting(std::size_t asset, std::size_t session, double e
     if (!same_side(before, book_.shares(asset))) {
         position_changed({asset, session, price, weight, before, rebalance_cause(in_, row)});
     }
-    return change > 0.0 ? change * in_.costs.buy_rate() : -change * in_.costs.sell_rate();
+    return change > 0.0 ? change * in_.options.costs.buy_rate()
+                        : -change * in_.options.costs.sell_rate();
 }
 
 double Simulator::equity_at_fill(std::size_t session) const {
@@ -218,7 +219,7 @@ void Simulator::close_round_trip(const Change& change) {
 void Simulator::open_round_trip(const Change& change) {
     out_.out_reason[change.asset] = ExitReason::kOpen;
     const bool is_long = book_.shares(change.asset) > 0.0;
-    const double executed = in_.costs.executed(change.price, is_long);
+    const double executed = in_.options.costs.executed(change.price, is_long);
     excursions_.open(change.asset, is_long, executed);
     const std::int64_t row = change.cause.rebalance;
     log_.open(change.asset, row, change.session, change.price, change.weight);

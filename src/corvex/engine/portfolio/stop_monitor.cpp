@@ -13,8 +13,9 @@ using trades::ExitReason;
 
 } // namespace
 
-StopMonitor::StopMonitor(const SimulationInput& input) : in_{input}, rules_{input.stops} {
-    const std::size_t count = rules_.any() ? input.close.assets : 0;
+StopMonitor::StopMonitor(const PriceSet& prices, const StopRules& rules)
+    : prices_{prices}, rules_{rules} {
+    const std::size_t count = rules_.any() ? prices.assets() : 0;
     for (auto* values : {&side_, &loss_level_, &profit_level_, &best_, &trail_}) {
         values->resize(count);
     }
@@ -69,7 +70,7 @@ void StopMonitor::check_range(std::size_t session, std::size_t until,
 const std::vector<std::uint32_t>& StopMonitor::reached_in(std::size_t session, std::size_t until) {
     if (session >= block_end_) {
         block_begin_ = session;
-        block_end_ = std::min({session + kBlock, until, in_.close.sessions()});
+        block_end_ = std::min({session + kBlock, until, prices_.sessions()});
         for (auto& hits : hits_) {
             hits.clear();
         }
@@ -89,11 +90,11 @@ const std::vector<std::uint32_t>& StopMonitor::reached_in(std::size_t session, s
 StopMonitor::Range StopMonitor::range(std::size_t asset, std::size_t session) const {
     const double side = side_[asset];
     if (!rules_.touched) {
-        const double price = side * in_.close.at(session, asset);
+        const double price = side * prices_.close().at(session, asset);
         return {price, price};
     }
-    const double high = side * in_.high.at(session, asset);
-    const double low = side * in_.low.at(session, asset);
+    const double high = side * prices_.high().at(session, asset);
+    const double low = side * prices_.low().at(session, asset);
     return side > 0.0 ? Range{low, high} : Range{high, low};
 }
 
@@ -102,7 +103,7 @@ void StopMonitor::scan_closes() {
     std::size_t asset = 0;
     for (; asset + kLanes <= side_.size(); asset += kLanes) {
         scan_strip(asset, [&](std::size_t session, const Lanes& side, Lanes& worst, Lanes& best) {
-            load(in_.close.row(session) + asset, worst);
+            load(prices_.close().row(session) + asset, worst);
             worst *= side;
             best = worst;
         });
@@ -119,8 +120,8 @@ void StopMonitor::scan_ranges() {
         scan_strip(asset, [&](std::size_t session, const Lanes& side, Lanes& worst, Lanes& best) {
             Lanes high;
             Lanes low;
-            load(in_.high.row(session) + asset, high);
-            load(in_.low.row(session) + asset, low);
+            load(prices_.high().row(session) + asset, high);
+            load(prices_.low().row(session) + asset, low);
             worst = side * (side > 0.0 ? low : high);
             best = side * (side > 0.0 ? high : low);
         });
@@ -192,7 +193,8 @@ void StopMonitor::note(std::size_t asset, std::size_t session) {
 
 TouchedStop StopMonitor::touch(std::size_t asset, std::size_t session) const {
     const auto [worst, best] = range(asset, session);
-    const double open = in_.open.empty() ? kMissing : side_[asset] * in_.open.at(session, asset);
+    const double open =
+        prices_.open().empty() ? kMissing : side_[asset] * prices_.open().at(session, asset);
     // The nearer of the two lower levels is met first; NaN (no trailing stop) never wins.
     const bool trails = trail_level(asset) > loss_level_[asset];
     const double lower = trails ? trail_level(asset) : loss_level_[asset];

@@ -1,8 +1,9 @@
 #pragma once
 
 #include "corvex/engine/core/lanes.hpp"
-#include "corvex/engine/portfolio/settings.hpp"
-#include "corvex/engine/trades/round_trip.hpp"
+#include "corvex/engine/portfolio/options.hpp"
+#include "corvex/engine/portfolio/price_set.hpp"
+#include "corvex/engine/trades/exit_reason.hpp"
 
 #include <array>
 #include <cstdint>
@@ -33,7 +34,7 @@ struct FiredStop {
 /// is told only when its session comes, and dropped if the position has ended by then.
 class StopMonitor {
   public:
-    explicit StopMonitor(const SimulationInput& input);
+    StopMonitor(const PriceSet& prices, const StopRules& rules);
 
     [[nodiscard]] bool active() const { return rules_.any(); }
     [[nodiscard]] bool on_closes() const { return active() && !rules_.touched; }
@@ -77,7 +78,7 @@ class StopMonitor {
     void note(std::size_t asset, std::size_t session);
     [[nodiscard]] TouchedStop touch(std::size_t asset, std::size_t session) const;
 
-    const SimulationInput& in_;
+    const PriceSet& prices_;
     StopRules rules_;
     std::vector<double> side_;
     std::vector<double> loss_level_;

@@ -1,19 +1,10 @@
 #pragma once
 
+#include "corvex/engine/trades/exit_reason.hpp"
+
 #include <cstdint>
 
 namespace corvex::engine::trades {
-
-/// Why a round trip ended, or is about to.
-enum class ExitReason : std::int8_t {
-    kOpen = 0,
-    kRebalance = 1,
-    kStopLoss = 2,
-    kTakeProfit = 3,
-    kTrailStop = 4,
-    kPricesEnded = 5,
-    kRuin = 6
-};
 
 /// How far a position moved while it was held, as returns on its entry fill price (slippage in,
 /// fees out), from closes and the exit fill; a move that never happened is 0.

@@ -70,11 +70,9 @@ function activityTable() {
   return [besideItself(t("turnover_by_year"), columns, rows), el("p", { class: "note" }, t("yearly_turnover_note"))];
 }
 
-const FRACTION_SETTINGS = /_ratio$|^stop_loss$|^take_profit$|^trail_stop$|^position_limit$/;
-
-function settingText(key, value) {
+function settingText({ value, fraction }) {
   if (typeof value === "boolean") return t(value ? "yes" : "no");
-  if (FRACTION_SETTINGS.test(key)) return share(value);
+  if (fraction) return share(value);
   if (has(`value_${value}`)) return t(`value_${value}`);
   return String(value);
 }
@@ -82,7 +80,7 @@ function settingText(key, value) {
 export function renderAssumptions() {
   const { market, freq, bar, periods, riskfree, days } = facts.meta;
   const rows = [["market", marketName(market)], ["benchmark", facts.stats.benchmark ? benchmarkLabel() : null],
-    ...facts.assumptions.map(({ key, value }) => [key, settingText(key, value)]),
+    ...facts.assumptions.map((setting) => [setting.key, settingText(setting)]),
     ["freq", freq], ["bar", bar], ["days", whole(days)], ["periods", periods], ["riskfree", share(riskfree)]];
   const columns = [{ label: t("setting"), text: ([key]) => t(`a_${key}`) },
                    { label: t("setting_value"), text: ([, value]) => String(value) }];

@@ -1,0 +1,1 @@
+"""What is known of trades: why they end."""

@@ -1,0 +1,42 @@
+"""Why positions end: the engine's reasons, what each asks for in live trading, and its words."""
+
+from __future__ import annotations
+
+from dataclasses import dataclass
+
+from corvex import _engine
+
+__all__ = ["EXIT_REASONS", "STOPS", "ExitReason"]
+
+
+@dataclass(frozen=True, slots=True)
+class ExitReason:
+    """One reason.
+
+    Attributes
+    ----------
+    english, chinese : str
+        How a page calls it.
+    action : str
+        What a report's actions say while such an exit waits for its fill; "" for none of its own.
+    """
+
+    english: str
+    chinese: str
+    action: str = ""
+
+
+_KNOWN = {
+    "": ExitReason("", ""),  # of a trade that is open
+    "rebalance": ExitReason("rebalance", "換股"),
+    "stop_loss": ExitReason("stop-loss", "停損", "sl"),
+    "take_profit": ExitReason("take-profit", "停利", "tp"),
+    "trail_stop": ExitReason("trailing stop", "移動停損", "sl"),
+    "prices_ended": ExitReason("prices ended", "價格終止"),
+    "ruin": ExitReason("equity at zero", "淨值歸零"),
+}
+
+#: By name, in the order of the engine's codes.
+EXIT_REASONS = {name: _KNOWN[name] for name in _engine.EXIT_REASONS}
+#: The names of the stops, which are those of the options that set them, too.
+STOPS = tuple(name for name, reason in EXIT_REASONS.items() if reason.action)

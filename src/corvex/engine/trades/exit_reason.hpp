@@ -1,0 +1,24 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string_view>
+
+namespace corvex::engine::trades {
+
+/// Why a round trip ended, or is about to.
+enum class ExitReason : std::int8_t {
+    kOpen,
+    kRebalance,
+    kStopLoss,
+    kTakeProfit,
+    kTrailStop,
+    kPricesEnded,
+    kRuin
+};
+
+/// The names of the reasons, in the order of the enumeration; that of an open trip is empty.
+inline constexpr std::array<std::string_view, 7> kExitReasonNames{
+    "", "rebalance", "stop_loss", "take_profit", "trail_stop", "prices_ended", "ruin"};
+
+} // namespace corvex::engine::trades
