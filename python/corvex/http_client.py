@@ -8,7 +8,8 @@ that name. What differs:
   never longer). A time-out that the caller gives means what it means in requests.
 - Plain http is refused except to this machine, also where a server redirects to it. Requests to
   this machine never go through a proxy.
-- A form is not sent again to another host because the first one said so (status 307 or 308).
+- A redirect of a form is followed only where the form goes along (status 307 or 308) and stays
+  with the same scheme, host and port. Else the answer that redirects is what comes back.
 - Errors keep their class and message, but not the request they belong to, its frames or its
   causes, since those hold tokens.
 """
@@ -25,6 +26,7 @@ import threading
 import time
 from collections.abc import Callable
 from typing import Any, cast
+from urllib.parse import urljoin
 
 import requests
 from requests import exceptions
@@ -53,6 +55,7 @@ READ_TIMEOUT = 60.0
 TOTAL_TIMEOUT = 120.0
 ANSWER_LIMIT = 64 << 20  # bytes; no service of ours sends more
 _CHUNK = 1 << 16
+_PORTS = {"http": 80, "https": 443}
 
 
 def time_limit() -> float:
@@ -154,11 +157,21 @@ class Session(requests.Session):
     def get_redirect_target(self, resp: requests.Response) -> str | None:
         """Return where a response redirects to, if that may be followed."""
         target = super().get_redirect_target(resp)
-        if target is not None and resp.status_code in (307, 308) and resp.request.body:
-            there, here = parse_url(target), parse_url(resp.url)
-            if there.host is not None and there.host != here.host:
-                return None
-        return target
+        if target is None or not resp.request.body:
+            return target
+        # After the other codes the form would be left out, and an empty request answered.
+        keeps_form = resp.status_code in (307, 308)
+        return (
+            target if keeps_form and _is_same_place(urljoin(resp.url, target), resp.url) else None
+        )
+
+
+def _is_same_place(one: str, other: str) -> bool:
+    def place(url: str) -> tuple[str | None, str | None, int | None]:
+        parts = parse_url(url)
+        return parts.scheme, parts.host, parts.port or _PORTS.get(parts.scheme or "")
+
+    return place(one) == place(other)
 
 
 def _is_this_machine(host: str | None) -> bool:

@@ -24,6 +24,7 @@ from corvex.cli.help import App
 from corvex.cli.saved import (
     Html,
     MaxSize,
+    Trust,
     is_special,
     load_report,
     name_of,
@@ -165,16 +166,14 @@ def show(
     text: Text = False,
     lang: Lang = None,
     riskfree: RiskFree = 0.02,
+    trust: Trust = False,
 ) -> None:
-    """Print a saved report: its summary and charts, or the tables asked for.
-
-    Only open files that you trust: a pickle can run any program.
-    """
+    """Print a saved report: its summary and charts, or the tables asked for."""
     from corvex.cli.summary import language
 
     chosen = language(lang)
     page = None if html is None else target_file(html, f"{file.stem}.html")
-    loaded = load_report(file)
+    loaded = load_report(file, trust)
     if page is not None:
         save_page(loaded, page)
         note(f"page written to {page}")
@@ -273,6 +272,6 @@ def _print_report(
 
 
 preview.add_commands(app)
-publish.add_commands(app, load_report)
+publish.add_commands(app)
 for command in (export, inspect, orders):
     app.command()(plain_errors(command))

@@ -3,28 +3,21 @@
 from __future__ import annotations
 
 import contextlib
-import os
 import shutil
 import signal
-import socket
-import sys
 import tempfile
-import threading
-import time
 from pathlib import Path
-from typing import TYPE_CHECKING, Annotated, Any
+from typing import TYPE_CHECKING, Annotated
 
 import typer
 
 from corvex.cli.console import Steps, note, plain_errors
-from corvex.cli.saved import Html, load_report, name_of, save_page, target_file
+from corvex.cli.saved import Html, Trust, load_report, name_of, save_page, target_file
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
 
 __all__ = ["add_commands", "render_folder"]
-
-_PATIENCE = 10.0  # seconds for the server to answer
 
 
 def add_commands(app: typer.Typer) -> None:
@@ -35,15 +28,13 @@ def add_commands(app: typer.Typer) -> None:
     def compare(
         files: Annotated[list[Path], typer.Argument(help="Two or more saved reports.")],
         html: Html = None,
+        trust: Trust = False,
     ) -> None:
-        """Set saved reports side by side, over the dates that all of them cover.
-
-        Only open files that you trust: a pickle can run any program.
-        """
+        """Set saved reports side by side, over the dates that all of them cover."""
         import corvex
 
         target = None if html is None else target_file(html, "comparison.html")
-        reports = [load_report(file) for file in files]
+        reports = [load_report(file, trust) for file in files]
         result = corvex.compare(dict(zip(_labels(files, reports), reports, strict=True)))
         print(result.to_text())
         if target is not None:
@@ -54,32 +45,34 @@ def add_commands(app: typer.Typer) -> None:
     @plain_errors
     def serve(
         folder: Annotated[Path, typer.Argument(help="A folder with saved reports (*.pkl).")],
+        port: Annotated[
+            int, typer.Option(min=0, max=65535, help="Port to serve on; a free one by default.")
+        ] = 0,
+        trust: Trust = False,
     ) -> None:
         """Show a folder of saved reports in the browser, until Ctrl-C.
 
         Their pages are made once, in a temporary folder, and served on 127.0.0.1, to every
-        program of this machine but to no other machine. Only serve files that you trust: a
-        pickle can run any program.
+        program of this machine but to no other machine.
         """
         if not folder.is_dir():
             raise NotADirectoryError(f"{folder} is not a folder")
+        from corvex.cli.page_server import PageServer
         from corvex.utils import get_tmp_dir
 
         pages = Path(tempfile.mkdtemp(prefix="reports-", dir=get_tmp_dir()))
         try:
-            count = render_folder(folder, pages)
-            signal.signal(signal.SIGTERM, signal.default_int_handler)
-            with contextlib.suppress(KeyboardInterrupt):
-                port = _start()
-                print(f"{count} reports at http://127.0.0.1:{port}/{pages.name}/ (Ctrl-C ends)")
-                sys.stdout.flush()
-                threading.Event().wait()
+            with PageServer(pages, port) as server:
+                count = render_folder(folder, pages, trust)
+                signal.signal(signal.SIGTERM, signal.default_int_handler)
+                with contextlib.suppress(KeyboardInterrupt):
+                    print(f"{count} reports at {server.address} (Ctrl-C ends)", flush=True)
+                    server.serve_forever()
         finally:
             shutil.rmtree(pages, ignore_errors=True)
-        _leave()
 
 
-def render_folder(folder: Path, pages: Path) -> int:
+def render_folder(folder: Path, pages: Path, trust: bool = False) -> int:
     """Write a page for each report of a folder, one that compares them, and an index.
 
     Returns the number of reports. A file that holds no report is left out with a note.
@@ -95,7 +88,7 @@ def render_folder(folder: Path, pages: Path) -> int:
         for file in files:
             with steps.step(f"read {file.name}"):
                 try:
-                    reports.append((file, load_report(file)))
+                    reports.append((file, load_report(file, trust)))
                 except (OSError, ValueError) as error:
                     note(f"{file.name} is left out: {error}")
         if not reports:
@@ -140,26 +133,3 @@ def _labels(files: list[Path], reports: list[Report]) -> list[str]:
         if len(set(labels)) == len(labels):
             return labels
     return [f"{file} ({number})" for number, file in enumerate(files, start=1)]
-
-
-def _start() -> Any:
-    """Start the report module's server and wait until it answers; return its port."""
-    from corvex.core import report
-
-    report.start_server()
-    end = time.monotonic() + _PATIENCE
-    while True:
-        try:
-            with socket.create_connection(("127.0.0.1", report.server_port or 0), 1.0):
-                return report.server_port
-        except OSError:
-            if time.monotonic() > end:
-                raise
-            time.sleep(0.02)
-
-
-def _leave() -> None:
-    """End the process: the server's thread never ends by itself, and would be waited for."""
-    sys.stdout.flush()
-    sys.stderr.flush()
-    os._exit(0)

@@ -12,10 +12,9 @@ from typing import TYPE_CHECKING, Annotated
 import typer
 
 from corvex.cli.console import Steps, plain_errors
+from corvex.cli.saved import Trust, load_report
 
 if TYPE_CHECKING:
-    from collections.abc import Callable
-
     from corvex.core.report import Report
 
 __all__ = ["add_commands"]
@@ -28,8 +27,8 @@ class Kind(enum.StrEnum):
     api_token = "api_token"
 
 
-def add_commands(app: typer.Typer, load: Callable[[Path], Report]) -> None:
-    """Add the commands to the command line; `load` reads a saved report."""
+def add_commands(app: typer.Typer) -> None:
+    """Add the commands to the command line."""
 
     @app.command()
     @plain_errors
@@ -75,14 +74,12 @@ def add_commands(app: typer.Typer, load: Callable[[Path], Report]) -> None:
                 help="Send nothing: write the document to this file, and check name and size."
             ),
         ] = None,
+        trust: Trust = False,
     ) -> None:
-        """Publish a saved report to the cloud account.
-
-        Only open files that you trust: a pickle can run any program.
-        """
+        """Publish a saved report to the cloud account."""
         with Steps(2) as steps:
             with steps.step("read the report"):
-                report = load(file)
+                report = load_report(file, trust)
             name = name or getattr(report, "name", None) or None
             if dry_run is not None:
                 with steps.step("build the document"):

@@ -13,6 +13,7 @@ if TYPE_CHECKING:
 __all__ = [
     "Html",
     "MaxSize",
+    "Trust",
     "is_special",
     "load_report",
     "name_of",
@@ -29,6 +30,14 @@ Html = Annotated[
 MaxSize = Annotated[
     int,
     typer.Option("--max-size", min=1, help="Most MB that a file may hold, unpacked."),
+]
+
+Trust = Annotated[
+    bool,
+    typer.Option(
+        "--trust",
+        help="Open pickles that name more than a report needs: such a file can run any program.",
+    ),
 ]
 
 
@@ -61,22 +70,35 @@ def name_of(report: Report) -> str | None:
     return str(name) if name else None
 
 
-def load_report(file: Path) -> Report:
+def load_report(file: Path, trust: bool = False) -> Report:
     """Read a report from a pickle.
+
+    Parameters
+    ----------
+    file : Path
+        The file.
+    trust : bool, default False
+        Let it name anything, and so run any program.
 
     Raises
     ------
     OSError, ValueError
-        When the file cannot be read, or holds no report.
+        When the file cannot be read, holds no report, or names what a report does not need.
     """
+    from corvex.careful_pickle import UntrustedNameError, read_carefully
     from corvex.core.report import Report
 
     if not file.exists():
         raise FileNotFoundError(f"there is no file {file}")
     try:
-        loaded = Report.from_pickle(str(file))
+        loaded = Report.from_pickle(file) if trust else read_carefully(file)
     except OSError:
         raise
+    except UntrustedNameError as error:
+        raise ValueError(
+            f"{file} is not opened: {error}. Reading it could run a program; if you know who made "
+            "it, --trust opens it all the same"
+        ) from error
     except Exception as error:  # whatever unpickling runs may raise whatever it likes
         raise ValueError(
             f"{file} is not a report that this version can read: {type(error).__name__}: {error}"

@@ -9,7 +9,7 @@ from typing import TYPE_CHECKING, Annotated, Any, Literal
 
 import typer
 
-from corvex.cli.saved import MaxSize, load_report, target_file
+from corvex.cli.saved import MaxSize, Trust, load_report, target_file
 from corvex.files import atomic_open, write_text
 from corvex.plaintext import printable
 
@@ -38,15 +38,15 @@ def export(
     all_trades: Annotated[
         bool, typer.Option("--all-trades", help="Put every trade into the payload, not 500.")
     ] = False,
+    trust: Trust = False,
 ) -> None:
     """Write a saved report in a form that other programs read.
 
-    The dictionaries are written as strict JSON: a figure that does not exist is null. Only open
-    files that you trust: a pickle can run any program.
+    The dictionaries are written as strict JSON: a figure that does not exist is null.
     """
     suffix = format if format in ("csv", "parquet") else f"{format}.json"
     target = target_file(out, f"{file.stem}.{suffix}")
-    report = load_report(file)
+    report = load_report(file, trust)
     if format in ("csv", "parquet"):
         _write_table(_report_table(report, table), target, format)
     else:
@@ -111,13 +111,14 @@ def orders(
         Path | None, typer.Option(help="Also write them, as .json or else as CSV.")
     ] = None,
     max_size: MaxSize = 200,
+    trust: Trust = False,
 ) -> None:
     """List the orders that bring an account to a report's target weights."""
     import corvex
     from corvex.cli.asset_file import read_assets
 
     target = target_file(out, "orders.csv") if out is not None else None
-    report = load_report(file)
+    report = load_report(file, trust)
     execution: Any = report.execution
     if strategy is not None:
         if not isinstance(execution, dict) or strategy not in execution:

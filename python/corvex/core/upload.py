@@ -20,7 +20,7 @@ __all__ = [
 FORCED_NAME_VARIABLE = "CORVEX_FORCED_STRATEGY_NAME"
 DEFAULT_NAME = "未命名"
 _MESSAGE_LIMIT = 500
-_FAILURE_WORDS = frozenset({"error", "fail", "failed", "failure"})
+_SUCCESS_WORDS = frozenset({"ok", "okay", "success", "succeeded", "done", "true"})
 
 
 def resolve_upload_name(name: str | None, environ: Mapping[str, str]) -> str:
@@ -66,32 +66,47 @@ def interpret_legacy_upload_response(status_code: int, text: str) -> dict[str, A
     Returns
     -------
     dict or None
-        None when the upload was accepted: a status of 200 to 299 whose body does not report a
-        failure. Else ``{"status": "error", "message": ..., "status_code": ...}``, the message
-        taken from the body (JSON keys ``message``, ``error`` or ``detail``, else the text, at
-        most 500 characters) or "HTTP <status>" when it says nothing. Tokens that the service
-        sends back are replaced by stars.
+        None when the upload was accepted: a status of 200 to 299 with an empty body, a JSON
+        object that reports no failure, or a plain word of success ("ok", "success"). Else
+        ``{"status": "error", "message": ..., "status_code": ...}``, the message taken from the
+        body (JSON keys ``message``, ``error`` or ``detail``, else the text, at most 500
+        characters) or "HTTP <status>" when it says nothing. Tokens that the service sends back
+        are replaced by stars.
 
     Notes
     -----
-    A service may refuse with status 200 and a JSON object whose ``status`` is "error" or "fail",
-    whose ``success`` is false, or which holds a non-empty ``error``; that counts as refused. So
-    does a web page: something between here and the service has answered.
+    A service may refuse with status 200 and a JSON object whose ``status`` is any word but one of
+    success, whose ``success`` is false, or which holds a non-empty ``error``; that counts as
+    refused. Any other body (a web page, a text that broke off) comes from something between here
+    and the service. So does a redirect: what was sent has not arrived.
     """
     body = _parse_object(text)
+    if 300 <= status_code < 400:
+        return _refusal(
+            f"the service redirects elsewhere (HTTP {status_code}); nothing was sent there, so "
+            "nothing is published",
+            status_code,
+        )
     if 200 <= status_code < 300:
         if _is_web_page(text):
             return _refusal("a web page answered instead of the service", status_code)
-        if not _reports_failure(body):
+        if body is not None:
+            if not _reports_failure(body):
+                return None
+        elif (text or "").strip(" \t\r\n\"'.!").lower() in {"", *_SUCCESS_WORDS}:
             return None
+        else:
+            said = _shown(" ".join(text.split()), 100)
+            return _refusal(f"something else than the service answered: {said}", status_code)
     message = _message_of(body) if body is not None else " ".join((text or "").split())
+    return _refusal(_shown(message, _MESSAGE_LIMIT) or f"HTTP {status_code}", status_code)
+
+
+def _shown(message: str, limit: int) -> str:
     # Redacted before it is cut, so that no half of a token stays; and shown on terminals, so that
     # nothing that controls them may be in it.
     message = "".join(c if c.isprintable() else " " for c in redact(message)).strip()
-    message = message or f"HTTP {status_code}"
-    if len(message) > _MESSAGE_LIMIT:
-        message = message[: _MESSAGE_LIMIT - 1] + "…"
-    return _refusal(message, status_code)
+    return message if len(message) <= limit else message[: limit - 1] + "…"
 
 
 def _refusal(message: str, status_code: int) -> dict[str, Any]:
@@ -116,7 +131,7 @@ def _reports_failure(body: dict[str, Any] | None) -> bool:
     if body is None:
         return False
     status = body.get("status")
-    if isinstance(status, str) and status.lower() in _FAILURE_WORDS:
+    if isinstance(status, str) and status.strip().lower() not in _SUCCESS_WORDS:
         return True
     return body.get("success") is False or bool(body.get("error"))
 

@@ -178,8 +178,9 @@ class _Handler(BaseHTTPRequestHandler):
                 f"cannot read {self.headers.as_string()} {unquote(body.decode('utf-8', 'replace'))}"
             )
             self._answer(400, json.dumps({"error": {"message": said}}).encode())
-        elif fault.kind == "redirect":
-            self._answer(307, b"", {"Location": fault.value})
+        elif fault.kind in ("redirect", "moved"):
+            status = 307 if fault.kind == "redirect" else 302
+            self._answer(status, b"", {"Location": fault.value})
         elif fault.kind in ("cut", "garbage"):
             if fault.kind == "garbage":
                 self.wfile.write(b"\x00\xff\x1b[31mno http\r\n\r\n" * 20)

@@ -19,6 +19,7 @@ KINDS = {
     "nonsense": "answer with status 200 and a page of HTML; nothing is kept",
     "echo": "refuse with status 400 and all that was sent, the token too, as the message",
     "redirect": "redirect to this address with status 307",
+    "moved": "redirect to this address with status 302, which leaves out the form",
 }
 _NUMBERS = {"status": "503", "busy": "1", "slow": "5", "drip": "0.5"}
 _FORM = re.compile(r"(?P<kind>[a-z-]+)?(?::?(?P<value>[^*]+))?(?:\*(?P<count>\d{1,6}))?")

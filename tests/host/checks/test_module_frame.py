@@ -202,8 +202,13 @@ def test_preview_server_serves_the_temporary_folder_on_this_machine_only():
                 break
             except OSError:
                 time.sleep(0.05)
+        strange = urllib.request.Request(url, headers={"Host": "strange.example"})
+        try:
+            urllib.request.urlopen(strange, timeout=5)
+        except urllib.error.HTTPError as error:
+            print(error.code)
         print(page.read().decode(), os.getcwd() == folder, type(report.server_port).__name__)
         sys.stdout.flush()
         os._exit(0)
         """)
-    assert output.splitlines()[-1] == "hello True int"
+    assert output.splitlines()[-2:] == ["421", "hello True int"]

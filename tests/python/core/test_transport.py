@@ -59,7 +59,15 @@ def test_resolve_upload_name_is_never_empty(name, forced, expected):
         (403, '{"error": {"code": 403, "message": "denied"}}', "denied"),
         (502, "<html>\n bad  gateway</html>", "<html> bad gateway</html>"),
         (500, "", "HTTP 500"),
-        (302, "[]", "[]"),
+        (200, '{"status": "denied", "message": "over quota"}', "over quota"),
+        (200, "log in \x1b[2J", "something else than the service answered: log in  [2J"),
+        (200, '{"status": "succ', 'something else than the service answered: {"status": "succ'),
+        (
+            302,
+            "[]",
+            "the service redirects elsewhere (HTTP 302); nothing was sent there, so "
+            "nothing is published",
+        ),
         (500, "x" * 9999, "x" * 499 + "…"),
     ],
 )

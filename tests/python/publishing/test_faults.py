@@ -192,13 +192,25 @@ def test_plain_http_is_for_this_machine_only(cloud, monkeypatch, report, url):
     assert "refused" in report.upload("x")["message"]
 
 
-def test_redirects_do_not_carry_forms_away(cloud):
+def test_redirects_neither_carry_forms_away_nor_lose_them(cloud, id_token, report, monkeypatch):
     url, other = cloud.url + "/write_database", cloud.url.replace("127.0.0.1", "localhost")
-    for target, status, requests_made in ((f"{url}", 401, 2), (f"{other}/write_database", 307, 1)):
+    for fault, status, requests_made in (
+        (f"redirect:{url}", 401, 2),
+        ("redirect:/write_database", 401, 2),
+        (f"redirect:{other}/write_database", 307, 1),
+        (f"redirect:{cloud.url.rpartition(':')[0]}:1/write_database", 307, 1),
+        (f"redirect:https{cloud.url[4:]}/write_database", 307, 1),
+        (f"moved:{url}", 302, 1),
+    ):
         before = cloud.requests
-        cloud.fail(f"redirect:{target}")
+        cloud.fail(fault)
         assert client.post(url, data={"data": "{}"}).status_code == status
         assert cloud.requests - before == requests_made
+    monkeypatch.setattr(report_module, "_force_legacy_upload", True)
+    monkeypatch.setattr(report_module, "LEGACY_WRITE_DATABASE_URL", url)
+    cloud.fail(f"moved:{url}")
+    assert "nothing is published" in report.upload("x")["message"]
+    assert not cloud.strategies
     cloud.fail("redirect:http://host.example/x")
     with pytest.raises(client.exceptions.InvalidSchema):
         client.get(url)

@@ -1,6 +1,7 @@
 #include "corvex/core/report/present/server.hpp"
 
 #include "corvex/core/report/module_globals.hpp"
+#include "corvex/pyglue/class_builder.hpp"
 #include "corvex/pyglue/function.hpp"
 
 #include <array>
@@ -12,6 +13,10 @@ namespace {
 
 using pyglue::Call;
 using pyglue::FunctionSpec;
+using pyglue::Parameter;
+
+constexpr double kPatience = 5.0; ///< seconds for a connection to ask for something
+constexpr Py_ssize_t kMisdirected = 421;
 
 constexpr std::array<std::pair<const char*, const char*>, 4> kFrontEnds{{
     {"COLAB_GPU", "Google Colab"},
@@ -30,10 +35,53 @@ nb::object check_environment(const Call& /*call*/) {
     return nb::none();
 }
 
+/// A page elsewhere can have its name point to this machine, and would then read the answers; the
+/// browser still says which name was asked for.
+bool is_for_this_machine(nb::handle handler) {
+    const nb::object host = handler.attr("headers").attr("get")(pyglue::text("Host"));
+    if (host.is_none()) { // no browser
+        return true;
+    }
+    const nb::object port = handler.attr("server").attr("server_address")[1];
+    const nb::object end = pyglue::concat({pyglue::text(":"), pyglue::to_text(port)});
+    const nb::object asked = host.attr("lower")();
+    return pyglue::equals(asked, pyglue::concat({pyglue::text("127.0.0.1"), end})) ||
+           pyglue::equals(asked, pyglue::concat({pyglue::text("localhost"), end}));
+}
+
+nb::object parse_request(const Call& call) {
+    if (!pyglue::is_true(call.super().attr("parse_request")())) {
+        return nb::borrow<nb::object>(Py_False);
+    }
+    const nb::handle self = call.self();
+    if (is_for_this_machine(self)) {
+        return nb::borrow<nb::object>(Py_True);
+    }
+    self.attr("close_connection") = true;
+    self.attr("send_error")(pyglue::integer(kMisdirected));
+    return nb::borrow<nb::object>(Py_False);
+}
+
+constexpr Parameter kSelf[] = {{"self"}};
+
+const FunctionSpec kHandlerMethods[] = {
+    {"parse_request", kSelf, parse_request,
+     "Read a request; one that was meant for another machine is refused."},
+};
+
+/// Serves one connection after the other, so none may stay open without asking for something.
+nb::object make_handler_class() {
+    return pyglue::ClassBuilder("PreviewRequestHandler", "Serves the temporary folder.",
+                                module_globals())
+        .base(pyglue::import_module("http.server").attr("SimpleHTTPRequestHandler"))
+        .methods(kHandlerMethods)
+        .member("timeout", pyglue::number(kPatience))
+        .build();
+}
+
 nb::object run_server(const Call& /*call*/) {
     global("os").attr("chdir")(global("get_tmp_dir")());
-    const nb::object handler =
-        pyglue::import_module("http.server").attr("SimpleHTTPRequestHandler");
+    const nb::object handler = make_handler_class();
     const nb::object address = nb::make_tuple(pyglue::text("127.0.0.1"), global("server_port"));
     const nb::object server_type = pyglue::import_module("socketserver").attr("TCPServer");
     return pyglue::with(server_type(address, handler), [](const nb::object& server) {
