@@ -2,10 +2,16 @@
 add_library(corvex_options INTERFACE)
 target_compile_features(corvex_options INTERFACE cxx_std_20)
 target_include_directories(corvex_options INTERFACE ${PROJECT_SOURCE_DIR}/src)
-target_compile_options(
-  corvex_options
-  INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wnon-virtual-dtor
-            -Wold-style-cast -Wcast-qual -Woverloaded-virtual -Werror)
+if(MSVC)
+  target_compile_options(corvex_options INTERFACE /W4 /WX /permissive- /utf-8 /Zc:__cplusplus
+                                                  /Zc:preprocessor)
+  target_compile_definitions(corvex_options INTERFACE NOMINMAX)
+else()
+  target_compile_options(
+    corvex_options
+    INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wnon-virtual-dtor
+              -Wold-style-cast -Wcast-qual -Woverloaded-virtual -Werror)
+endif()
 
 if(CORVEX_SANITIZE)
   # Applied to everything, nanobind included: half-instrumented containers give false reports.

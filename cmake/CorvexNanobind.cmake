@@ -7,9 +7,10 @@ find_package(nanobind CONFIG REQUIRED)
 
 # nanobind's headers are not ours to warn about.
 function(corvex_extension name)
-  nanobind_add_module(${name} NB_STATIC NOMINSIZE ${ARGN})
+  nanobind_add_module(${name} NB_STATIC NOMINSIZE PROTECT_STACK ${ARGN})
+  corvex_export_entry_alone(${name})
   target_link_libraries(${name} PRIVATE corvex_options corvex_engine)
-  get_target_property(includes nanobind-static INTERFACE_INCLUDE_DIRECTORIES)
+  get_target_property(includes nanobind-static-ps INTERFACE_INCLUDE_DIRECTORIES)
   if(includes)
     target_include_directories(${name} SYSTEM PRIVATE ${includes})
   endif()

@@ -7,6 +7,7 @@ import contextlib
 import hashlib
 import importlib.util
 import re
+import time
 import zlib
 from dataclasses import dataclass
 from functools import lru_cache
@@ -23,6 +24,7 @@ _KINDS = ("bar", "heatmap")
 # Base 85 carries 4 bytes in 5 characters where base64 needs 5.33; its "<", ">" and "&" would have
 # to be escaped in HTML, so three characters that it does not use stand in for them.
 _HTML_SAFE = str.maketrans("<>&", ",.:")
+_MONTH = 30 * 86400.0  # seconds
 _FORM = 4  # of the kept file: raised when this module writes it in another way
 _PLAIN = "plotly/package_data/plotly.min.js"
 
@@ -88,6 +90,7 @@ def _packed(source: Path, size: int, mtime: int) -> PackedScript:
         found = _compress(_unwrapped(script).encode())
         try:
             write_text(kept, f"{found.source_hash}\n{found.text}\n", encoding="ascii")
+            _forget_others(kept)
         except OSError as error:
             logger.warning("the compressed chart script could not be kept: %s", error)
     return found
@@ -99,6 +102,14 @@ def _read(kept: Path) -> PackedScript | None:
         if source_hash.startswith("sha256-") and text and not rest:
             return PackedScript(source_hash, text)
     return None
+
+
+def _forget_others(kept: Path) -> None:
+    """Remove the scripts of versions that have not been packed or used for a month."""
+    for other in kept.parent.glob("plotly-*.b85"):
+        with contextlib.suppress(OSError):
+            if other != kept and time.time() - other.stat().st_atime > _MONTH:
+                other.unlink()
 
 
 def _unwrapped(script: str) -> str:
