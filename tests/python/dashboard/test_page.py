@@ -3,7 +3,9 @@
 import base64
 import html
 import json
+import os
 import re
+import time
 import zlib
 from html.parser import HTMLParser
 
@@ -96,15 +98,20 @@ def test_the_chart_script_is_compressed_once_and_made_anew_when_damaged(tmp_path
     source = plotly_script._source()
     monkeypatch.setattr(plotly_script, "_compress", counted := CountedCompress())
     status = source.stat()
+    for name, age in (("plotly-old.b85", 1e7), ("plotly-other.b85", 1e5)):
+        (tmp_path / name).write_text("script")
+        os.utime(tmp_path / name, (time.time() - age,) * 2)
     for content in (None, "", "sha256-x\n", "no hash\ntext\n"):
         plotly_script._packed.cache_clear()
-        for kept in tmp_path.iterdir():
+        for kept in tmp_path.glob("plotly-[0-9]*"):
             kept.write_text(content)
         assert plotly_script._packed(source, status.st_size, status.st_mtime_ns) == counted.packed
     plotly_script._packed.cache_clear()
     plotly_script.plotly_script()
     assert counted.calls == 4
-    assert len(list(tmp_path.iterdir())) == 1
+    kept = sorted(entry.name for entry in tmp_path.iterdir())
+    assert len(kept) == 2  # and the one that another version used lately
+    assert kept[1] == "plotly-other.b85"
     plotly_script._packed.cache_clear()
 
 
