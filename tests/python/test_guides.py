@@ -12,10 +12,21 @@ from corvex import attribution, curves, ffn_core, schemas
 from corvex.core import trade_columns
 from corvex.core.metrics import Metrics
 from corvex.ordering import ORDER_COLUMNS
+from corvex.significance import lookahead, trials, uncertainty
 from corvex.simulation import driver
 
 DOCS = Path(__file__).parents[2] / "docs"
-MODULES = [attribution, curves, driver, ffn_core, schemas, trade_columns]
+MODULES = [
+    attribution,
+    curves,
+    driver,
+    ffn_core,
+    lookahead,
+    schemas,
+    trade_columns,
+    trials,
+    uncertainty,
+]
 
 
 def guide(name):
@@ -24,7 +35,14 @@ def guide(name):
 
 @pytest.mark.parametrize(
     ("name", "least"),
-    [("markets", 12), ("metrics", 16), ("simulate", 51), ("statistics", 21), ("transport", 16)],
+    [
+        ("confidence", 12),
+        ("markets", 12),
+        ("metrics", 16),
+        ("simulate", 51),
+        ("statistics", 21),
+        ("transport", 16),
+    ],
 )
 def test_examples_of_the_guides_run(name, least):
     failed, tried = doctest.testfile(

@@ -98,7 +98,7 @@ class Confidence:
         lines += [
             f"  Sharpe ratio {f['sharpe']:.2f}, between {f['sharpe_low']:.2f} and "
             f"{f['sharpe_high']:.2f} with 95 %",
-            f"  the true one is above 0 with {f['psr']:.1%}; " + self._track_record(),
+            f"  the true one is above 0 with {_probability(f['psr'])}; " + self._track_record(),
             f"  yearly return {f['cagr']:.1%}, between {f['cagr_low']:.1%} and "
             f"{f['cagr_high']:.1%}",
             f"  largest drawdown {f['max_drawdown']:.1%}; {f['max_drawdown_rank']:.0%} of the "
@@ -107,7 +107,7 @@ class Confidence:
         if not math.isnan(f["dsr"]):
             lines.append(
                 f"  after {f['trials']:,.0f} trials it is above what luck finds "
-                f"({f['expected_largest_sharpe']:.2f}) with {f['dsr']:.1%}"
+                f"({f['expected_largest_sharpe']:.2f}) with {_probability(f['dsr'])}"
             )
         if not math.isnan(f["pbo"]):
             lines.append(f"  probability of backtest overfitting {f['pbo']:.0%}")
@@ -125,6 +125,11 @@ class Confidence:
         rows = "".join(f"<div>{escape(line)}</div>" for line in repr(self).splitlines()[1:])
         title = escape(repr(self).splitlines()[0])
         return f"<div><strong>{title}</strong>{rows}</div>"
+
+
+def _probability(share: float) -> str:
+    """No estimate is certain, so none is rounded to 100 %."""
+    return "more than 99.9%" if share > 0.999 else f"{share:.1%}"
 
 
 def confidence(
