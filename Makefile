@@ -184,6 +184,10 @@ format: $(VENV)/stamp-lint ## format the Python and C++ code
 	$(VENV)/bin/ruff format .
 	$(VENV)/bin/clang-format -i $(CPP_FILES)
 
+.PHONY: docs
+docs: $(VENV)/stamp-build ## write the guides' tables of figures from the catalogue
+	@$(PY) tools/figure_tables.py
+
 .PHONY: tidy
 tidy: $(VENV)/stamp-lint ## run clang-tidy on the engine (slow)
 	@tools/system_packages.sh gtest

@@ -13,6 +13,7 @@ from corvex.core.dashboard.curves import wall_days
 from corvex.core.dashboard.risk_figures import risk_figures
 from corvex.core.report import Report
 from corvex.ffn_core import PerformanceStats
+from corvex.ffn_core.catalogue import catalogue
 from corvex.plaintext import printable, text_table
 from corvex.utils import write_text
 
@@ -21,20 +22,6 @@ __all__ = ["RISK_FREE_RATE", "Comparison", "compare"]
 RISK_FREE_RATE = 0.02
 _MOST_BESIDE = 6  # reports side by side with all their figures; more are ranked
 _MOST_SHOWN = 10  # of the ranked ones in the tables of years and correlations
-
-_FIGURES = (
-    "total_return",
-    "cagr",
-    "daily_vol",
-    "daily_sharpe",
-    "daily_sortino",
-    "max_drawdown",
-    "calmar",
-    "best_month",
-    "worst_month",
-    "worst_day",
-)
-_RISK_FIGURES = ("longest_drawdown_days", "time_under_water", "ulcer_index")
 
 
 @dataclass(frozen=True, eq=False, repr=False)
@@ -69,7 +56,7 @@ class Comparison:
 
     def __post_init__(self) -> None:
         columns = {name: _figures(curve, self.riskfree_rate) for name, curve in self.curves.items()}
-        figures = pd.DataFrame(columns, index=[*_FIGURES, *_RISK_FIGURES], dtype="float64")
+        figures = pd.DataFrame(columns, index=list(catalogue().views["compared"]), dtype="float64")
         object.__setattr__(self, "figures", figures)
         object.__setattr__(self, "yearly_returns", _yearly_returns(self.curves))
         returns = self.curves.pct_change(fill_method=None).iloc[1:]
@@ -265,8 +252,9 @@ def _run(report: Report, curve: pd.Series) -> dict[str, object]:
 def _figures(curve: pd.Series, riskfree_rate: float) -> dict[str, float]:
     stats = PerformanceStats(curve, riskfree_rate)
     risk = risk_figures(curve.to_numpy(), wall_days(curve.index))
-    return {key: getattr(stats, key) for key in _FIGURES} | {
-        key: risk[key] for key in _RISK_FIGURES
+    return {
+        name: risk[name] if name in risk else getattr(stats, name)
+        for name in catalogue().views["compared"]
     }
 
 

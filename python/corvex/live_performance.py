@@ -11,21 +11,12 @@ import pandas as pd
 from corvex import _engine
 from corvex.core.benchmarks import known_benchmark, moves
 from corvex.core.curve_figures import fit
+from corvex.ffn_core.catalogue import catalogue
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
 
 __all__ = ["live_figures"]
-
-_STATISTICS = (
-    "total_return",
-    "cagr",
-    "daily_vol",
-    "daily_sharpe",
-    "daily_sortino",
-    "max_drawdown",
-    "calmar",
-)
 
 
 def live_figures(report: Report, riskfree_rate: float = 0.02) -> pd.DataFrame:
@@ -94,11 +85,12 @@ def _as_dated(day: pd.Timestamp, index: pd.Index) -> pd.Timestamp:
 
 def _curve_figures(curve: pd.Series, riskfree_rate: float) -> dict[str, float]:
     days = {"days": float(max(curve.notna().sum() - 1, 0))}
+    names = catalogue().views["live"]
     if days["days"] < 1:
-        return days | dict.fromkeys(_STATISTICS, math.nan)
+        return days | dict.fromkeys(names, math.nan)
     stats = curve.calc_stats()
     stats.set_riskfree_rate(riskfree_rate)
-    return days | {name: float(stats.stats[name]) for name in _STATISTICS}
+    return days | {name: float(stats.stats[name]) for name in names}
 
 
 def _fit(curve: pd.Series, benchmark: pd.Series) -> tuple[float, float]:

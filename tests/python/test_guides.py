@@ -1,11 +1,10 @@
 """The guides and the docstrings hold what they say."""
 
 import doctest
-import inspect
+import importlib.util
 import re
 from pathlib import Path
 
-import pandas as pd
 import pytest
 
 from corvex import attribution, curves, ffn_core, schemas
@@ -57,37 +56,18 @@ def test_examples_of_the_docstrings_run(module):
     assert (failed, tried > 0) == (0, True)
 
 
-def first_block(name):
-    """The names that the guide's first block of examples makes."""
-    names = {}
-    for example in doctest.DocTestParser().get_examples(guide(name).split("```")[1]):
-        if not example.want:
-            exec(example.source, names)
-    return names
-
-
-def shown(value):
-    if isinstance(value, pd.Timestamp):
-        return f"{value:%Y-%m-%d}"
-    return f"{value:.6g}" if isinstance(value, float) else str(value)
-
-
-def test_statistics_are_all_defined_with_their_examples():
-    rows = re.findall(r"^\| `(\w+)` \| [^|]+ \| [^|]+ \| ([^|]+) \|$", guide("statistics"), re.M)
-    stats = first_block("statistics")["stats"].stats
-    assert dict(rows) == {name: shown(value) for name, value in stats.items()}
+def test_tables_of_figures_are_those_of_the_catalogue():
+    place = Path(__file__).parents[2] / "tools" / "figure_tables.py"
+    spec = importlib.util.spec_from_file_location("figure_tables", place)
+    tool = importlib.util.module_from_spec(spec)
+    spec.loader.exec_module(tool)
+    tables = tool.tables()
+    for path, text in tables.items():
+        assert path.read_text(encoding="utf-8") == text, "make docs writes it"
+    listed = set(re.findall(r"^\| `\w+` \| `(\w+)` \|", "".join(tables.values()), re.M))
+    assert listed == {name for name in vars(Metrics) if name[0] != "_"}
     for method in ffn_core.PANDAS_METHODS:
         assert f"`{method.__name__}(" in guide("statistics")
-
-
-def test_metrics_are_all_defined_with_their_examples():
-    rows = re.findall(r"^\| `(\w+)` \| `(\w+)` \|.*\| ([^|]+) \|$", guide("metrics"), re.M)
-    figures = [part.items() for part in first_block("metrics")["figures"].values()]
-    assert {key: example for key, _, example in rows} == {
-        key: shown(value) for part in figures for key, value in part
-    }
-    methods = [name for name, _ in inspect.getmembers(Metrics, inspect.isfunction)]
-    assert {name for _, name, _ in rows} == {name for name in methods if name[0] != "_"}
 
 
 def test_columns_are_the_ones_of_the_program():

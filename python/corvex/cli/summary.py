@@ -10,7 +10,8 @@ from typing import TYPE_CHECKING, Any
 
 import numpy as np
 
-from corvex.cli.tables import count, percent, ratio
+from corvex.cli.tables import count, percent
+from corvex.ffn_core.catalogue import catalogue, show
 from corvex.plaintext import display_width, padded, printable
 
 if TYPE_CHECKING:
@@ -31,11 +32,6 @@ _WORDS: dict[str, dict[str, str]] = {
         "span": "{start} to {end}, {years:.1f} years",
         "strategy": "strategy",
         "benchmark": "benchmark",
-        "cagr": "Growth a year (CAGR)",
-        "total_return": "Total return",
-        "daily_vol": "Volatility a year",
-        "daily_sharpe": "Sharpe ratio",
-        "max_drawdown": "Largest drawdown",
         "fall": "from {start} to its low on {valley}, ",
         "recovered": "recovered on {end}",
         "open": "not recovered yet",
@@ -67,11 +63,6 @@ _WORDS: dict[str, dict[str, str]] = {
         "span": "{start} 至 {end}，{years:.1f} 年",
         "strategy": "策略",
         "benchmark": "基準",
-        "cagr": "年化報酬 (CAGR)",
-        "total_return": "總報酬",
-        "daily_vol": "年化波動率",
-        "daily_sharpe": "夏普率",
-        "max_drawdown": "最大回撤",
         "fall": "自 {start} 至 {valley} 的低點，",
         "recovered": "{end} 回復",
         "open": "尚未回復",
@@ -154,7 +145,7 @@ def summary(
     words = _WORDS[lang]
     stats = report.get_stats(riskfree_rate=riskfree_rate)
     columns, span = _benchmark(report, riskfree_rate)
-    lines = [_heading(report, name, stats, words), "", *_figures(stats, columns, words)]
+    lines = [_heading(report, name, stats, words), "", *_figures(stats, columns, lang)]
     rows = [
         ("trades", _trades(report, words)),
         ("against", _against(report, span, words)),
@@ -199,15 +190,16 @@ def _benchmark(
 
 
 def _figures(
-    stats: Mapping[str, Any], benchmark: Mapping[str, Any] | None, words: Mapping[str, str]
+    stats: Mapping[str, Any], benchmark: Mapping[str, Any] | None, lang: str
 ) -> Iterator[str]:
     """Yield the table of the figures, with the dates of the largest drawdown under it."""
+    words = _WORDS[lang]
     both = [stats] if benchmark is None else [stats, benchmark]
     heads = ["strategy", "benchmark"][: len(both)]
     rows = [("", [words[head] for head in heads])]
-    for key in ("cagr", "total_return", "daily_vol", "daily_sharpe", "max_drawdown"):
-        show = ratio if key == "daily_sharpe" else percent
-        rows.append((words[key], [show(figures.get(key)) for figures in both]))
+    for key in catalogue().views["summary"]:
+        label = catalogue().figures[key].label(lang)
+        rows.append((label, [show(key, figures.get(key)) for figures in both]))
     wide = max(display_width(label) for label, _ in rows) + 2
     column = max(display_width(cell) for _, cells in rows for cell in cells) + 2
     for label, cells in rows:

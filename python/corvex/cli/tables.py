@@ -10,70 +10,22 @@ from typing import TYPE_CHECKING, Any
 
 import pandas as pd
 
+from corvex.ffn_core.catalogue import show
 from corvex.plaintext import printable
 
 if TYPE_CHECKING:
     from corvex.core.report import Report, ReportExecution
 
-__all__ = ["count", "percent", "print_live", "print_metrics", "print_trades", "ratio"]
+__all__ = ["count", "percent", "print_live", "print_metrics", "print_trades"]
 
 _LEAST_WIDTH = 100  # for what goes into a file or a pipe
 _NONE = "-"
-
-_PERCENT = frozenset(
-    {
-        "feeRatio",
-        "taxRatio",
-        "stopLoss",
-        "takeProfit",
-        "trailStop",
-        "annualReturn",
-        "alpha",
-        "maxDrawdown",
-        "avgDrawdown",
-        "valueAtRisk",
-        "cvalueAtRisk",
-        "volatility",
-        "winRate",
-        "m12WinRate",
-        "expectancy",
-        "mae",
-        "mfe",
-        "disposalStockRatio",
-        "warningStockRatio",
-        "fullDeliveryStockRatio",
-        "buyHigh",
-        "sellLow",
-    }
-)
-_DATES = frozenset(
-    {
-        "startDate",
-        "endDate",
-        "updateDate",
-        "nextTradingDate",
-        "currentRebalanceDate",
-        "nextRebalanceDate",
-        "livePerformanceStart",
-    }
-)
-_LIVE_PERCENT = frozenset(
-    {
-        "total_return",
-        "cagr",
-        "daily_vol",
-        "max_drawdown",
-        "alpha",
-        "win_ratio",
-        "expectancy",
-    }
-)
 
 
 def print_metrics(report: Report) -> None:
     """Print every figure of the metrics, a table for each section."""
     for section, figures in report.get_metrics().items():
-        rows = [(name, _figure(name, value)) for name, value in figures.items()]
+        rows = [(name, show(name, value)) for name, value in figures.items()]
         _print_table(section, ["figure", "value"], rows, right=[1])
 
 
@@ -129,7 +81,7 @@ def print_live(report: Report) -> None:
             f"since {_date(report.live_performance_start)}",
             ["figure", *(str(column) for column in figures.columns)],
             [
-                (name, *(_live(str(name), v) for v in row))
+                (name, *(show(str(name), float(v)) for v in row))
                 for name, row in zip(figures.index, figures.to_numpy(), strict=True)
             ],
             right=range(1, len(figures.columns) + 1),
@@ -170,26 +122,6 @@ def _print_current_trades(report: Report) -> None:
     )
 
 
-def _figure(name: str, value: Any) -> str:
-    if name in _DATES:
-        return _date(None if value is None else pd.Timestamp(value, unit="s"))
-    if name in _PERCENT:
-        return percent(value)
-    if name == "capacity" and not _missing(value):
-        return f"{value:,.0f}"
-    if isinstance(value, float) and not _missing(value):
-        return f"{value:.3f}"
-    if isinstance(value, bool):
-        return "yes" if value else "no"
-    return _NONE if _missing(value) else str(value)
-
-
-def _live(name: str, value: float) -> str:
-    if name in _LIVE_PERCENT:
-        return percent(value)
-    return count(value) if name in ("days", "trades") else _figure(name, float(value))
-
-
 def _missing(value: Any) -> bool:
     return value is None or value is pd.NaT or (isinstance(value, float) and math.isnan(value))
 
@@ -202,11 +134,6 @@ def percent(value: Any) -> str:
 def count(value: Any) -> str:
     """Write a whole number."""
     return _NONE if _missing(value) else f"{value:.0f}"
-
-
-def ratio(value: Any) -> str:
-    """Write a plain number with two decimals."""
-    return _NONE if _missing(value) else f"{value:.2f}"
 
 
 def _date(value: Any) -> str:

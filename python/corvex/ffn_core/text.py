@@ -8,10 +8,27 @@ from typing import TYPE_CHECKING, Any
 
 import pandas as pd
 
+from corvex.ffn_core.catalogue import show
+
 if TYPE_CHECKING:
     from corvex.ffn_core.performance import PerformanceStats
 
 _GAP = "  "
+# Short titles, for columns beside each other.
+_SUMMARY_TITLES = {
+    "total_return": "Total return",
+    "cagr": "CAGR",
+    "max_drawdown": "Max drawdown",
+    "calmar": "Calmar",
+    "daily_sharpe": "Sharpe",
+}
+_DRAWDOWN_TITLES = {"max_drawdown": "max", "avg_drawdown": "avg", "avg_drawdown_days": "avg days"}
+_SHARE_TITLES = {
+    "avg_up_month": "avg up month",
+    "avg_down_month": "avg down month",
+    "win_year_perc": "winning years",
+    "twelve_month_win_perc": "winning 12 months",
+}
 _LOOKBACK_TITLES = {
     "mtd": "mtd",
     "three_month": "3m",
@@ -24,31 +41,15 @@ _LOOKBACK_TITLES = {
     "incep": "incep.",
 }
 _FREQUENCIES = {"daily": "day", "monthly": "month", "yearly": "year"}
-_PERCENT = frozenset({"mean", "vol", "best", "worst"})
 
 
 def performance(stats: PerformanceStats) -> str:
     """Return the figures of one curve in blocks, with the convention they follow."""
     figures = stats.stats
-    summary = {
-        "Total return": percent(figures["total_return"]),
-        "CAGR": percent(figures["cagr"]),
-        "Max drawdown": percent(figures["max_drawdown"]),
-        "Calmar": number(figures["calmar"]),
-        "Sharpe": number(figures["daily_sharpe"]),
-    }
-    drawdowns = {
-        "max": percent(figures["max_drawdown"]),
-        "avg": percent(figures["avg_drawdown"]),
-        "avg days": number(figures["avg_drawdown_days"]),
-    }
-    shares = {
-        "avg up month": percent(figures["avg_up_month"]),
-        "avg down month": percent(figures["avg_down_month"]),
-        "winning years": percent(figures["win_year_perc"]),
-        "winning 12 months": percent(figures["twelve_month_win_perc"]),
-    }
-    lookback = {title: percent(figures[key]) for key, title in _LOOKBACK_TITLES.items()}
+    summary = {title: show(key, figures[key]) for key, title in _SUMMARY_TITLES.items()}
+    drawdowns = {title: show(key, figures[key]) for key, title in _DRAWDOWN_TITLES.items()}
+    shares = {title: show(key, figures[key]) for key, title in _SHARE_TITLES.items()}
+    lookback = {title: show(key, figures[key]) for key, title in _LOOKBACK_TITLES.items()}
     heading = "Statistics" if stats.name is None else f"Statistics of {stats.name}"
     return "\n".join(
         [
@@ -80,7 +81,7 @@ def group(members: Mapping[Any, PerformanceStats]) -> str:
         return "no curves"
     first = next(iter(members.values()))
     for name in first.stats.index:
-        rows.append([name, *(_cell(name, one.stats[name]) for one in members.values())])
+        rows.append([name, *(show(name, one.stats[name]) for one in members.values())])
     return "\n".join(_aligned(rows))
 
 
@@ -88,7 +89,7 @@ def lookbacks(members: Mapping[Any, PerformanceStats]) -> str:
     """Return a table of the returns up to the end, a row for each curve."""
     rows = [["", *_LOOKBACK_TITLES.values()]]
     for label, one in members.items():
-        cells = [percent(one.stats[key]) for key in _LOOKBACK_TITLES]
+        cells = [show(key, one.stats[key]) for key in _LOOKBACK_TITLES]
         rows.append(["" if label is None else str(label), *cells])
     return "\n".join(_aligned(rows))
 
@@ -127,28 +128,15 @@ def percent(value: float) -> str:
     return "-" if math.isnan(value) else f"{value * 100:.2f}%"
 
 
-def number(value: float) -> str:
-    """Return a number with two decimals, "-" when it is missing."""
-    return "-" if math.isnan(value) else f"{value:.2f}"
-
-
 def _by_period(figures: pd.Series) -> list[str]:
     rows = [["", *_FREQUENCIES]]
     for kind in ("sharpe", "sortino", "mean", "vol", "skew", "kurt"):
-        show = percent if kind in _PERCENT else number
-        rows.append([kind, *(show(figures[f"{frequency}_{kind}"]) for frequency in _FREQUENCIES)])
+        names = [f"{frequency}_{kind}" for frequency in _FREQUENCIES]
+        rows.append([kind, *(show(name, figures[name]) for name in names)])
     for kind in ("best", "worst"):
-        rows.append([kind, *(percent(figures[f"{kind}_{unit}"]) for unit in _FREQUENCIES.values())])
+        names = [f"{kind}_{unit}" for unit in _FREQUENCIES.values()]
+        rows.append([kind, *(show(name, figures[name]) for name in names)])
     return _aligned(rows)
-
-
-def _cell(name: str, value: Any) -> str:
-    if name in ("start", "end"):
-        return "-" if pd.isna(value) else str(value.strftime("%Y-%m-%d"))
-    if not isinstance(value, float):
-        return str(value)
-    plain = ("sharpe", "sortino", "skew", "kurt", "calmar", "days")
-    return number(value) if name.endswith(plain) else percent(value)
 
 
 def _record(cells: dict[str, str]) -> list[str]:

@@ -56,7 +56,7 @@ def test_summary_agrees_with_the_statistics_in_both_languages(run, saved, monkey
     stats, market = saved.get_stats(riskfree_rate=0.05), saved.get_benchmark_stats(0.05)
     chinese = run("show", "r.pkl", "--lang", "zh_TW", "--riskfree", "0.05")[1]
     english = run("show", "r.pkl", "--riskfree", "0.05")[1]
-    for text, label in ((chinese, "年化報酬 (CAGR)"), (english, "Growth a year (CAGR)")):
+    for text, label in ((chinese, "年複合成長率 (CAGR)"), (english, "CAGR")):
         rows = {line[:20].split("  ")[0]: line.split() for line in text.splitlines() if line}
         assert rows[label][-2:] == [f"{stats['cagr']:.2%}", f"{market['cagr']:.2%}"]
         sharpe = [f"{figures['daily_sharpe']:.2f}" for figures in (stats, market)]

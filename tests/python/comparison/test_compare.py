@@ -65,7 +65,7 @@ def test_the_page_is_one_file_in_which_a_name_is_text(reports, tmp_path):
     assert frame.startswith("<iframe title=")
     assert frame.count("<") == 2
     used = set(re.findall(r"""\bt\("(\w+)\"""", page.page_script(MODULES)))
-    assert used <= json.loads(page._texts())["en"].keys()
+    assert used <= json.loads(page._texts())["texts"]["en"].keys()
 
 
 def test_many_reports_are_ranked_and_their_names_wrapped(tmp_path):

@@ -136,19 +136,21 @@ def test_json_for_pages_has_no_sign_that_html_reads():
 
 
 def test_every_figure_has_a_label_and_a_definition_in_both_languages():
-    texts = json.loads(page._texts())
-    english, chinese = texts["en"], texts["zh-Hant"]
+    known = json.loads(page._texts())
+    english, chinese = known["texts"]["en"], known["texts"]["zh-Hant"]
     assert english.keys() == chinese.keys()
-    assert english["figures"].keys() == chinese["figures"].keys()
-    for key in english.keys() - {"figures", "families", "frequencies"}:
+    for key in english:
         fields = re.findall(r"\{\w+\}", english[key])
         assert sorted(fields) == sorted(re.findall(r"\{\w+\}", chinese[key])), key
-    script = page.page_script()
-    used = set(re.findall(r"""\bt\("(\w+)\"""", script))
+    used = set(re.findall(r"""\bt\("(\w+)\"""", page.page_script()))
     assert used <= english.keys()
     curve = pd.Series([1.0, 1.1, 1.2], index=pd.bdate_range("2024-01-01", periods=3))
-    families = english["families"]
-    for key in json.loads(Reader(generate_html(bare_report(curve))).scripts["facts"])["stats"][
-        "strategy"
-    ]:
-        assert key in english["figures"] or key.split("_")[1] in families, key
+    report = bare_report(curve, curve**2)
+    report.trades = pd.DataFrame({"return": [0.1], "exit_date": curve.index[:1]})
+    stats = json.loads(Reader(generate_html(report)).scripts["facts"])["stats"]
+    shown = {key for part in stats.values() for key in part}
+    assert len(shown) > 60
+    for key in shown | {name for view in known["views"].values() for name in view}:
+        figure = known["figures"][key]
+        assert all(len(figure[language]) == 2 for language in ("en", "zh-Hant")), key
+        assert figure["group"] in known["groups"], key

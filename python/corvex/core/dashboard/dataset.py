@@ -10,6 +10,7 @@ from typing import TYPE_CHECKING, Any
 
 import numpy as np
 
+from corvex import _engine
 from corvex.core.curve_figures import statistics
 from corvex.core.dashboard.activity import (
     assumptions,
@@ -43,10 +44,6 @@ RISK_FREE_RATE = 0.02
 _SAMPLE_INDEX = "SP500"  # the built-in index, whose values leave dividends out
 _PATH_VALUES = 60_000
 _PATH_VALUES_PER_TRADE = 5  # each trade of the table takes the room of about so many path values
-
-# Settings of the statistics, and what stands elsewhere on the page. The record's second names in
-# camel case are told by their capitals, all but one.
-_NOT_FIGURES = frozenset({"rf", "periods_per_year", "win_ratio", "volatility"})
 
 
 @dataclass(frozen=True, slots=True)
@@ -185,11 +182,7 @@ def _benchmark_span(curves: Curves) -> dict[str, str | None]:
 
 
 def _figures(stats: Mapping[str, Any]) -> dict[str, Any]:
-    return {
-        key: value
-        for key, value in stats.items()
-        if key not in _NOT_FIGURES and key.islower() and isinstance(value, int | float | np.number)
-    }
+    return {name: stats[name] for name in _engine.FIGURE_NAMES if name in stats}
 
 
 def _benchmark_figures(curves: Curves, stats: Mapping[str, Any] | None) -> dict[str, Any] | None:

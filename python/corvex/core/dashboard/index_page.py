@@ -2,13 +2,13 @@
 
 from __future__ import annotations
 
-import math
-from collections.abc import Callable, Iterable
+from collections.abc import Iterable
 from typing import TYPE_CHECKING
 
 from corvex.core.curve_figures import statistics
 from corvex.core.dashboard.embed import escape_text
 from corvex.core.dashboard.page import asset
+from corvex.ffn_core.catalogue import catalogue, show
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
@@ -42,14 +42,6 @@ style-src 'unsafe-inline'; img-src data:">
 </html>
 """
 
-_PERCENT: Callable[[float], str] = "{:.2%}".format
-_FIGURES: tuple[tuple[str, str, Callable[[float], str]], ...] = (
-    ("Total return", "total_return", _PERCENT),
-    ("CAGR", "cagr", _PERCENT),
-    ("Sharpe", "daily_sharpe", "{:.2f}".format),
-    ("Max drawdown", "max_drawdown", _PERCENT),
-)
-
 
 def index_html(
     title: str, rows: Iterable[tuple[str, str, str, Report]], comparison: str | None = None
@@ -66,7 +58,8 @@ def index_html(
         Link to a page that compares them.
     """
     heads = [f'<th scope="col">{text}</th>' for text in ("Report", "File", "Start", "End")]
-    heads += [f'<th scope="col" class="num">{text}</th>' for text, _, _ in _FIGURES]
+    figures = [catalogue().figures[name] for name in catalogue().views["index"]]
+    heads += [f'<th scope="col" class="num">{figure.label()}</th>' for figure in figures]
     more = f'<p><a href="{comparison}">All reports side by side</a></p>\n' if comparison else ""
     return _PAGE.format(
         title=escape_text(title),
@@ -80,8 +73,7 @@ def index_html(
 def _row(link: str, name: str, file: str, report: Report) -> str:
     stats = statistics(report)
     cells = [f"<td>{escape_text(str(text))}</td>" for text in (file, stats["start"], stats["end"])]
-    for _, key, write in _FIGURES:
-        value = float(stats[key])
-        cells.append(f'<td class="num">{write(value) if math.isfinite(value) else "–"}</td>')
+    figures = [show(key, float(stats[key])) for key in catalogue().views["index"]]
+    cells += [f'<td class="num">{text}</td>' for text in figures]
     head = f'<th scope="row"><a href="{link}">{escape_text(name)}</a></th>'
     return f"<tr>{head}{''.join(cells)}</tr>"

@@ -14,6 +14,7 @@ from corvex.core.dashboard.dataset import collect
 from corvex.core.dashboard.embed import escape_text, pack_json, safe_json
 from corvex.core.dashboard.notebook import charts_holder, shares_charts
 from corvex.core.dashboard.plotly_script import plotly_script
+from corvex.ffn_core.catalogue import catalogue
 from corvex.trades.reasons import EXIT_REASONS
 
 if TYPE_CHECKING:
@@ -22,6 +23,7 @@ if TYPE_CHECKING:
 __all__ = ["SHARED_MODULES", "assemble", "asset", "generate_html", "page_script", "render"]
 
 DEFAULT_TITLE = "Corvex Report"
+_LANGUAGES = ("en", "zh-Hant")
 
 #: What all pages have, in the order in which one needs the other; `page_script` joins modules.
 SHARED_MODULES = (
@@ -184,15 +186,28 @@ def _template() -> list[str]:
 
 @cache
 def _texts() -> str:
-    """The texts in all languages, as JSON that may stand in a script element."""
-    texts = {
-        language: json.loads(asset(f"texts.{language}.json")) for language in ("en", "zh-Hant")
-    }
+    """The texts in all languages and the list of figures, as JSON for a script element."""
+    known = catalogue()
+    texts = {language: json.loads(asset(f"texts.{language}.json")) for language in _LANGUAGES}
     for name, reason in EXIT_REASONS.items():
         texts["en"][f"reason_{name}"] = reason.english
         texts["zh-Hant"][f"reason_{name}"] = reason.chinese
-    merged = json.dumps(texts, ensure_ascii=False, separators=(",", ":"))
-    return merged.replace("&", "\\u0026").replace("<", "\\u003c").replace(">", "\\u003e")
+    return safe_json(
+        {
+            "texts": texts,
+            "figures": {
+                figure.name: {
+                    "group": figure.group,
+                    "unit": figure.unit,
+                    "digits": figure.digits,
+                    **figure.texts,
+                }
+                for figure in known.figures.values()
+            },
+            "groups": known.groups,
+            "views": known.views,
+        }
+    )
 
 
 @cache

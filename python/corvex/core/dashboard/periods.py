@@ -6,11 +6,10 @@ import math
 from typing import TYPE_CHECKING, Any
 
 import numpy as np
-import pandas as pd
 
 from corvex.core.dashboard.curves import Curves, Floats, changes, day_of, iso_day
 from corvex.core.dashboard.returns import month_end_returns
-from corvex.ffn_core import PerformanceStats
+from corvex.live_performance import live_figures
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
@@ -118,9 +117,6 @@ def _extremes(own: Floats, market: Floats | None, labels: Any, count: int) -> di
     return {"best": [row(i) for i in gains], "worst": [row(i) for i in losses]}
 
 
-_LIVE_FIGURES = ("total_return", "cagr", "daily_vol", "daily_sharpe", "max_drawdown", "worst_day")
-
-
 def live_part(report: Report, curves: Curves, rate: float) -> dict[str, Any] | None:
     """Compare the live part with the backtest before it; None where no live part is known.
 
@@ -128,26 +124,23 @@ def live_part(report: Report, curves: Curves, rate: float) -> dict[str, Any] | N
     -------
     dict
         ``start`` (day since 1970-01-01) and ``parts``: "backtest" and "live" with ``from`` and
-        ``to`` as ISO dates and the figures. The live part counts from the last value before its
-        start, so that no day is lost between the two; a part without two values is left out.
+        ``to`` as ISO dates and the figures of `corvex.live_figures`. The live part counts from the
+        last value before its start, so that no day is lost between the two; a part without two
+        values is left out.
     """
     start = day_of(getattr(report, "live_performance_start", None))
     if start is None or not len(curves.days) or start > curves.days[-1]:
         return None
+    figures = live_figures(report, rate)
     split = int(np.searchsorted(curves.days, start))
     spans = {"backtest": (0, split), "live": (max(split - 1, 0), len(curves.days))}
-    parts = {}
-    for name, (first, last) in spans.items():
-        if last - first >= 2:
-            stats = PerformanceStats(_piece(curves, first, last), rate)
-            parts[name] = {
-                "from": iso_day(curves.days[first]),
-                "to": iso_day(curves.days[last - 1]),
-                **{key: getattr(stats, key) for key in _LIVE_FIGURES},
-            }
+    parts = {
+        name: {
+            "from": iso_day(curves.days[first]),
+            "to": iso_day(curves.days[last - 1]),
+            **figures[name].to_dict(),
+        }
+        for name, (first, last) in spans.items()
+        if last - first >= 2
+    }
     return {"start": max(start, int(curves.days[0])), "parts": parts}
-
-
-def _piece(curves: Curves, first: int, last: int) -> pd.Series:
-    dates = pd.DatetimeIndex(curves.days[first:last].astype("datetime64[D]").astype("M8[s]"))
-    return pd.Series(curves.strategy[first:last], index=dates)

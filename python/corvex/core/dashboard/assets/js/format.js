@@ -1,6 +1,6 @@
 // Numbers and dates as text. Dates are days of the exchange's calendar: no time zone moves them.
 
-import { t } from "./text.js";
+import { digitsOf, t, unitOf } from "./text.js";
 
 const writers = [];
 
@@ -39,16 +39,9 @@ export const tickText = (value) => prices.format(value);
 
 export const price = (value) => formatted(value, (x) => prices.format(x));
 
-const NUMBERS = /sharpe|sortino|skew|kurt|calmar|^beta$|correlation|information|payoff|profit_factor|^tail_ratio$|^omega$/;
-const COUNTS = /^(trades|open_trades|longest_losing_streak|max_count)$/;
-const DECIMALS = /_days$|mean_period|mean_count/;
-
-/** A figure by its name: a ratio, a count, days, or else a percentage. */
-export function figure(key, value) {
-  if (NUMBERS.test(key)) return number(value);
-  if (COUNTS.test(key)) return whole(value);
-  return DECIMALS.test(key) ? number(value, 1) : percent(value);
-}
+/** A figure in its own unit. */
+export const figure = (key, value) =>
+  (unitOf(key) === "fraction" ? percent : number)(value, digitsOf(key));
 
 export const isoDay = (day) =>
   day === null || day === undefined ? null : new Date(day * 86400000).toISOString().slice(0, 10);

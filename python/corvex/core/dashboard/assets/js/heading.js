@@ -4,7 +4,7 @@ import { byId, choices, el, replaceContent } from "./dom.js";
 import { figure, number, percent } from "./format.js";
 import { facts } from "./store.js";
 import { defined } from "./table.js";
-import { currentLanguage, languages, marketName, setLanguage, t } from "./text.js";
+import { currentLanguage, languages, marketName, setLanguage, t, views } from "./text.js";
 
 export const benchmarkLabel = () => facts.meta.benchmark ?? t("benchmark");
 
@@ -28,14 +28,10 @@ export function renderTools(change) {
   for (const node of document.querySelectorAll("[data-text]")) node.textContent = t(node.dataset.text);
 }
 
-const HEADLINES = ["total_return", "cagr", "daily_mean", "daily_vol", "daily_sharpe", "daily_sortino",
-                   "max_drawdown", "calmar"];
-const RELATIVE = ["alpha", "beta"];
-
 export function renderSummary() {
   const { strategy, benchmark, relative } = facts.stats;
-  const cards = HEADLINES.map((key) => card(key, strategy[key], benchmark?.[key]));
-  cards.push(...RELATIVE.filter((key) => key in relative).map((key) => card(key, relative[key])));
+  const cards = views.headlines.map((key) => card(key, strategy[key], benchmark?.[key]));
+  cards.push(...views.headlines_relative.filter((key) => key in relative).map((key) => card(key, relative[key])));
   if (facts.stats.trades) cards.push(card("win_rate", facts.stats.trades.win_rate));
   return [el("dl", { class: "cards" }, cards), drawdownNow(), notes()];
 }

@@ -43,7 +43,8 @@ export function renderLive() {
   const { parts, start } = facts.live;
   const names = Object.keys(parts);
   if (!names.length) return null;
-  const keys = Object.keys(parts[names[0]]).filter((key) => key !== "from" && key !== "to");
+  const keys = Object.keys(parts[names[0]]).filter((key) => key !== "from" && key !== "to" &&
+    names.some((name) => parts[name][key] !== null));
   const columns = [{ label: t("item"), node: (key) => defined(key) }, ...names.map((name) => ({
     label: `${t(`part_${name}`)} (${parts[name].from} – ${parts[name].to})`, number: true,
     text: (key) => figure(key, parts[name][key]) }))];

@@ -3,32 +3,15 @@
 import { byId, el } from "./dom.js";
 import { facts } from "./store.js";
 import { figureTable } from "./table.js";
-import { t } from "./text.js";
-
-const PERIOD = (frequency, unit) =>
-  ["mean", "vol", "sharpe", "sortino", "skew", "kurt"].map((name) => `${frequency}_${name}`)
-    .concat(`best_${unit}`, `worst_${unit}`);
-
-const GROUPS = [
-  ["g_return", ["total_return", "cagr", "win_day_perc", "win_month_perc", "win_year_perc",
-                "twelve_month_win_perc", "avg_up_month", "avg_down_month"]],
-  ["g_recent", ["mtd", "three_month", "six_month", "ytd", "one_year", "three_year", "five_year", "ten_year", "incep"]],
-  ["g_risk", ["max_drawdown", "avg_drawdown", "avg_drawdown_days", "longest_drawdown_days", "time_under_water",
-              "ulcer_index", "calmar", "tail_ratio", "omega"]],
-  ["g_daily", PERIOD("daily", "day")],
-  ["g_monthly", PERIOD("monthly", "month")],
-  ["g_yearly", PERIOD("yearly", "year")],
-];
-const AGAINST_BENCHMARK = ["alpha", "beta", "correlation", "tracking_error", "information_ratio", "up_capture", "down_capture"];
-const HELD = ["time_in_market", "mean_gross", "mean_net", "mean_count", "max_count"];
+import { figuresOf, groups, groupTitle, t } from "./text.js";
 
 export function renderStatistics() {
   const { strategy, benchmark, relative } = facts.stats;
-  const listed = new Set(GROUPS.flatMap(([, keys]) => keys));
-  const others = Object.keys(strategy).filter((key) => !listed.has(key));
-  const tables = GROUPS.map(([title, keys]) => figureTable(t(title), keys, strategy, benchmark));
-  tables.push(figureTable(t("g_relative"), AGAINST_BENCHMARK, relative), facts.exposure && figureTable(t("exposure"), HELD, facts.exposure),
-    figureTable(t("s_statistics"), others, strategy, benchmark));
+  const tables = groups.map((group) => {
+    const keys = figuresOf(group);
+    return figureTable(groupTitle(group), keys, strategy, benchmark) ??
+      figureTable(groupTitle(group), keys, { ...relative, ...facts.exposure });
+  });
   return [el("p", { class: "note" }, t("statistics_note")), el("div", { class: "pair" }, tables.filter(Boolean))];
 }
 

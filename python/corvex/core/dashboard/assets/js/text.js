@@ -1,8 +1,12 @@
-// The page's texts in the language chosen.
+// The page's texts in the language chosen, and what is known of each figure.
 
 import { byId } from "./dom.js";
 
-const TEXTS = JSON.parse(byId("texts").textContent);
+const KNOWN = JSON.parse(byId("texts").textContent);
+const { texts: TEXTS, figures: FIGURES, groups: GROUPS } = KNOWN;
+
+/** The figures of a table, by its name. */
+export const { views } = KNOWN;
 
 export const languages = Object.entries(TEXTS).map(([code, texts]) => [code, texts.language]);
 
@@ -31,14 +35,16 @@ export const has = (key) => key in TEXTS[language];
 export const monthNames = () => t("months").split(" ");
 
 /** The label and the definition of a figure. */
-export function figureText(key) {
-  const { figures, families, frequencies } = TEXTS[language];
-  if (key in figures) return figures[key];
-  const [frequency, family] = key.split("_");
-  if (!(frequency in frequencies) || !(family in families)) return [key, ""];
-  const name = frequencies[frequency];
-  const values = { Frequency: name, frequency: name.toLowerCase() };
-  return families[family].map((text) => filled(text, values));
-}
+export const figureText = (key) => FIGURES[key]?.[language] ?? [key, ""];
+
+export const unitOf = (key) => FIGURES[key]?.unit;
+
+export const digitsOf = (key) => FIGURES[key]?.digits ?? 2;
+
+export const groups = Object.keys(GROUPS);
+
+export const groupTitle = (group) => GROUPS[group][language];
+
+export const figuresOf = (group) => Object.keys(FIGURES).filter((key) => FIGURES[key].group === group);
 
 export const marketName = (name) => (has(`market_${name}`) ? t(`market_${name}`) : name);

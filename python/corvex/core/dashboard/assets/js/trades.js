@@ -6,7 +6,7 @@ import { figure, isoDay, isoMinute, orMissing, percent, price, signedPercent, wh
 import { countedFields } from "./maths.js";
 import { facts } from "./store.js";
 import { besideItself, defined, scrolling, table } from "./table.js";
-import { has, t } from "./text.js";
+import { figuresOf, has, t } from "./text.js";
 
 const UNITS = { return: 1e-8, position: 1e-5, mae: 1e-5, mfe: 1e-5, mfe_before_mae: 1e-5, max_drawdown: 1e-5 };
 const MANY = 2500;
@@ -227,13 +227,10 @@ function rangeBar(book, i) {
                       style: `--zero:${part(0)};--end:${part(end)}` }), el("p", { class: "note" }, t("no_path"))];
 }
 
-const TRADE_FIGURES = ["trades", "open_trades", "win_rate", "expectancy", "median_trade", "average_win", "average_loss",
-  "payoff_ratio", "profit_factor", "best_trade", "worst_trade", "longest_losing_streak", "mean_period", "mean_mae", "mean_mfe"];
-
 function figuresOfTrades() {
   const own = facts.stats.trades;
   if (!own) return null;
-  return el("dl", { class: "cards small" }, TRADE_FIGURES.filter((key) => own[key] != null).map((key) =>
+  return el("dl", { class: "cards small" }, figuresOf("trades").filter((key) => own[key] != null).map((key) =>
     el("div", {}, el("dt", {}, defined(key)), el("dd", {}, figure(key, own[key])))));
 }
 
