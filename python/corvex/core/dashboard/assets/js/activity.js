@@ -5,7 +5,7 @@ import { percent, share, whole } from "./format.js";
 import { benchmarkLabel } from "./heading.js";
 import { facts } from "./store.js";
 import { besideItself, defined, table } from "./table.js";
-import { has, marketName, t, unitOf } from "./text.js";
+import { has, marketName, t } from "./text.js";
 
 export function renderLiquidity() {
   const found = facts.liquidity;
