@@ -11,16 +11,16 @@ import pandas as pd
 from corvex.market import Market
 from corvex.markets import get_market_by_name
 from corvex.markets.bars import has_weekends, period_before
-from corvex.simulation.assembly import Outcome, build_report
-from corvex.simulation.dates import Clock, as_dates
-from corvex.simulation.handover import nothing_held
-from corvex.simulation.market_choice import bind_market, choose_market
 from corvex.simulation.notices import date_text, warn
-from corvex.simulation.trades import empty_trades
+from corvex.simulation.read.clock import Clock, as_dates
+from corvex.simulation.read.market_choice import bind_market, choose_market
+from corvex.simulation.report.assembly import Outcome, build_report
+from corvex.simulation.report.next_holdings import nothing_held
+from corvex.simulation.report.trades_table import empty_trades
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
-    from corvex.simulation.market_choice import Benchmark
+    from corvex.simulation.read.market_choice import Benchmark
 
 __all__ = ["from_equity", "from_returns"]
 

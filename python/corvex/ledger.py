@@ -11,10 +11,10 @@ import pandas as pd
 
 from corvex import _engine
 from corvex.core.trade_lookup import market_table
-from corvex.simulation.dates import Clock
-from corvex.simulation.fills import fills_table
-from corvex.simulation.labels import match_columns
 from corvex.simulation.options import Options
+from corvex.simulation.read.clock import Clock
+from corvex.simulation.read.columns import match_columns
+from corvex.simulation.report.fills_table import fills_table
 
 if TYPE_CHECKING:
     from corvex.core.report import Report

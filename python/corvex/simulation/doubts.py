@@ -5,10 +5,10 @@ from __future__ import annotations
 import numpy as np
 
 from corvex.market import Market
-from corvex.simulation.inputs import RunInputs
 from corvex.simulation.notices import date_text, warn
 from corvex.simulation.options import Options
-from corvex.simulation.schedule import Schedule
+from corvex.simulation.plan.schedule import Schedule
+from corvex.simulation.read.price_data import RunInputs
 
 __all__ = ["warn_about_guessed_costs", "warn_about_run"]
 

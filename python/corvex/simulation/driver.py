@@ -8,20 +8,20 @@ from typing import TYPE_CHECKING, Any
 import pandas as pd
 
 from corvex.market import Market
-from corvex.simulation.assembly import build_report
 from corvex.simulation.doubts import warn_about_guessed_costs
-from corvex.simulation.inputs import read_inputs
 from corvex.simulation.options import checked_limit, read_options
+from corvex.simulation.plan.schedule import read_offset, read_resample
+from corvex.simulation.plan.weights import read_weights
+from corvex.simulation.read.price_data import read_inputs
+from corvex.simulation.report.assembly import build_report
 from corvex.simulation.run import run
-from corvex.simulation.schedule import read_offset, read_resample
-from corvex.simulation.targets import read_weights
 from corvex.trades.reasons import STOPS
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
-    from corvex.simulation.market_choice import Benchmark
-    from corvex.simulation.prices import PriceInput, TradeAt
-    from corvex.simulation.schedule import Resample
+    from corvex.simulation.plan.schedule import Resample
+    from corvex.simulation.read.market_choice import Benchmark
+    from corvex.simulation.read.price_tables import PriceInput, TradeAt
 
 __all__ = ["simulate"]
 

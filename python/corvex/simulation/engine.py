@@ -8,8 +8,8 @@ import numpy as np
 
 from corvex import _engine
 from corvex.simulation.options import Options
-from corvex.simulation.prices import PriceMatrices, TradeAt
-from corvex.simulation.schedule import Schedule
+from corvex.simulation.plan.schedule import Schedule
+from corvex.simulation.read.price_tables import PriceMatrices, TradeAt
 
 if TYPE_CHECKING:
     from corvex._engine import SimulationResult

@@ -7,26 +7,26 @@ from typing import Any, cast
 import numpy as np
 import pandas as pd
 
-from corvex.simulation.assembly import Outcome
-from corvex.simulation.checks import check_prices
 from corvex.simulation.doubts import warn_about_run
 from corvex.simulation.engine import first_session, run_engine
-from corvex.simulation.fills import fills_table
-from corvex.simulation.handover import hand_over
-from corvex.simulation.inputs import RunInputs
-from corvex.simulation.labels import match_columns
 from corvex.simulation.notices import warn
 from corvex.simulation.options import Options
-from corvex.simulation.prices import TradeAt, read_matrices
-from corvex.simulation.raw import raw_price_of
-from corvex.simulation.results import (
+from corvex.simulation.plan.schedule import Rule, Schedule, build_schedule
+from corvex.simulation.read.columns import match_columns
+from corvex.simulation.read.price_data import RunInputs
+from corvex.simulation.read.price_faults import check_prices
+from corvex.simulation.read.price_tables import TradeAt, read_matrices
+from corvex.simulation.report.assembly import Outcome
+from corvex.simulation.report.fills_table import fills_table
+from corvex.simulation.report.next_holdings import hand_over
+from corvex.simulation.report.quoted_prices import raw_price_of
+from corvex.simulation.report.results import (
     cost_totals,
     curve_and_position,
     state_after,
     yearly_turnover,
 )
-from corvex.simulation.schedule import Rule, Schedule, build_schedule
-from corvex.simulation.trades import trades_table
+from corvex.simulation.report.trades_table import trades_table
 
 __all__ = ["run"]
 

@@ -10,8 +10,8 @@ from hypothesis import strategies as st
 
 from corvex import _engine
 from corvex.ledger import ledger_from_fills
-from corvex.simulation.fills import fills_table
 from corvex.simulation.options import Options
+from corvex.simulation.report.fills_table import fills_table
 
 from .reference import Case, SlowSimulator
 

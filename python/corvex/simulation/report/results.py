@@ -8,10 +8,10 @@ import numpy as np
 import pandas as pd
 
 from corvex.markets.bars import period_before
-from corvex.simulation.handover import State
-from corvex.simulation.inputs import RunInputs
 from corvex.simulation.notices import date_text, warn
-from corvex.simulation.schedule import Schedule
+from corvex.simulation.plan.schedule import Schedule
+from corvex.simulation.read.price_data import RunInputs
+from corvex.simulation.report.next_holdings import State
 
 if TYPE_CHECKING:
     from corvex._engine import SimulationResult

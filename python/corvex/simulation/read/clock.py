@@ -15,8 +15,8 @@ import pandas as pd
 
 from corvex.markets.number_dates import are_serial_days, dates_of_numbers
 from corvex.markets.stamps import TableStamps, in_zone, is_date
-from corvex.simulation.future import FutureBars
 from corvex.simulation.notices import date_text, warn
+from corvex.simulation.read.future import FutureBars
 from corvex.time_range import require_in_range
 
 if TYPE_CHECKING:

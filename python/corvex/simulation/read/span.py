@@ -5,9 +5,9 @@ from __future__ import annotations
 import numpy as np
 import pandas as pd
 
-from corvex.simulation.dates import Border, Clock, Stamps
 from corvex.simulation.notices import date_text, warn
-from corvex.simulation.targets import WeightTable
+from corvex.simulation.plan.weights import WeightTable
+from corvex.simulation.read.clock import Border, Clock, Stamps
 
 __all__ = ["cut_clock", "cut_weights"]
 

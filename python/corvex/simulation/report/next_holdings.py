@@ -7,7 +7,7 @@ from dataclasses import dataclass
 import numpy as np
 import pandas as pd
 
-from corvex.simulation.schedule import Schedule
+from corvex.simulation.plan.schedule import Schedule
 from corvex.trades.reasons import EXIT_REASONS
 
 __all__ = ["HandOver", "State", "hand_over", "nothing_held"]

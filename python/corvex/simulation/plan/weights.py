@@ -8,9 +8,9 @@ from typing import cast
 import numpy as np
 import pandas as pd
 
-from corvex.simulation.dates import dated_table
-from corvex.simulation.labels import check_labels
 from corvex.simulation.notices import date_text
+from corvex.simulation.read.clock import dated_table
+from corvex.simulation.read.columns import check_labels
 
 __all__ = ["WeightTable", "read_weights"]
 

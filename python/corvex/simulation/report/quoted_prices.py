@@ -9,10 +9,10 @@ import pandas as pd
 
 from corvex import _engine
 from corvex.market import Market
-from corvex.simulation.dates import Clock
-from corvex.simulation.labels import match_columns
-from corvex.simulation.prices import PriceMatrices, TradeAt, fill_table
-from corvex.simulation.trades import RawPrice
+from corvex.simulation.read.clock import Clock
+from corvex.simulation.read.columns import match_columns
+from corvex.simulation.read.price_tables import PriceMatrices, TradeAt, fill_table
+from corvex.simulation.report.trades_table import RawPrice
 
 __all__ = ["raw_price_of"]
 

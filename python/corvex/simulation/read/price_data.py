@@ -8,16 +8,16 @@ from typing import Any, cast
 import pandas as pd
 
 from corvex.market import Market
-from corvex.simulation.dates import Clock, Stamps, dated_table
-from corvex.simulation.market_choice import (
+from corvex.simulation.plan.weights import WeightTable
+from corvex.simulation.read.clock import Clock, Stamps, dated_table
+from corvex.simulation.read.market_choice import (
     Benchmark,
     bind_market,
     choose_market,
     with_adjusted_fields,
 )
-from corvex.simulation.prices import PriceInput, price_table, user_tables
-from corvex.simulation.span import cut_clock, cut_weights
-from corvex.simulation.targets import WeightTable
+from corvex.simulation.read.price_tables import PriceInput, price_table, user_tables
+from corvex.simulation.read.span import cut_clock, cut_weights
 
 __all__ = ["RunInputs", "read_inputs"]
 

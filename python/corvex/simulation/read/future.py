@@ -14,7 +14,7 @@ from corvex.simulation.notices import date_text
 from corvex.utils import logger
 
 if TYPE_CHECKING:
-    from corvex.simulation.dates import Clock
+    from corvex.simulation.read.clock import Clock
 
 __all__ = ["FutureBars"]
 

@@ -6,11 +6,11 @@ import numpy as np
 import pandas as pd
 
 from corvex.asset_labels import other_names
-from corvex.simulation.dates import Clock
-from corvex.simulation.labels import match_columns
 from corvex.simulation.notices import date_text, warn
-from corvex.simulation.prices import PriceMatrices
-from corvex.simulation.schedule import Schedule
+from corvex.simulation.plan.schedule import Schedule
+from corvex.simulation.read.clock import Clock
+from corvex.simulation.read.columns import match_columns
+from corvex.simulation.read.price_tables import PriceMatrices
 
 __all__ = ["check_prices"]
 

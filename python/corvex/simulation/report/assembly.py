@@ -10,9 +10,9 @@ import pandas as pd
 from corvex.core.report import Report
 from corvex.data.readiness import readiness_record
 from corvex.market import Market
-from corvex.simulation.benchmark_notices import warn_about_benchmark
-from corvex.simulation.handover import HandOver
-from corvex.simulation.trades import mae_mfe_table
+from corvex.simulation.read.benchmark_notices import warn_about_benchmark
+from corvex.simulation.report.next_holdings import HandOver
+from corvex.simulation.report.trades_table import mae_mfe_table
 from corvex.trades.reasons import STOPS
 
 __all__ = ["Outcome", "build_report"]

@@ -10,9 +10,9 @@ import numpy as np
 import pandas as pd
 
 from corvex.market import Market
-from corvex.simulation.dates import Clock, dated_table
-from corvex.simulation.labels import match_columns
 from corvex.simulation.notices import date_text, warn
+from corvex.simulation.read.clock import Clock, dated_table
+from corvex.simulation.read.columns import match_columns
 
 __all__ = ["PriceInput", "PriceMatrices", "TradeAt", "read_matrices", "user_tables"]
 

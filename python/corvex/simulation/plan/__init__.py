@@ -1,0 +1,1 @@
+"""Planning: which weights are to be held from which session on."""

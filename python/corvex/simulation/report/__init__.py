@@ -1,0 +1,1 @@
+"""Reporting: tables with the labels and dates of the user, and the report of them."""
