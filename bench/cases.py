@@ -144,6 +144,8 @@ CALL = "to_dict()"
 ENGINE = "engine"
 KERNEL = "query_data_int64"
 IMPORT = "import corvex.core.report"
+HELP, SHOW = "corvex --help, over python", "corvex show, over import pandas"
+FIRST, SECOND = "corvex.simulate, first of a process", "corvex.simulate, second"
 BARE = "engine, bare"
 FULL = "engine, all on"
 FIGURES = "the figures of both"
@@ -210,7 +212,16 @@ CASES = [
         ("corvex", "ffn", "quantstats", "empyrical"),
         nothing,
         (IMPORT,),
-        limits={IMPORT: 0.060},
+        limits={IMPORT: 0.030},
+    ),
+    Case(
+        "start",
+        "what a new process waits for (a backtest of 50 assets x 2,520 sessions)",
+        ("corvex",),
+        nothing,
+        (SECOND,),
+        (Goal(FIRST, SECOND, 1 / 5),),
+        limits={HELP: 0.150, SHOW: 0.200},
     ),
     Case(
         "simulate",

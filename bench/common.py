@@ -108,6 +108,19 @@ def time_import(label: str, module: str, *, repeats: int = 7) -> Entry:
     return summary(label, samples[1:])
 
 
+def time_over(label: str, command: list[str], base: list[str], *, repeats: int = 7) -> Entry:
+    """Time how much longer one process takes than another, which run in turns."""
+    samples: list[list[float]] = [[], []]
+    for _ in range(repeats + 1):
+        for sample, words in zip(samples, (command, base), strict=True):
+            start = time.perf_counter()
+            subprocess.run(words, check=True, capture_output=True)
+            sample.append(time.perf_counter() - start)
+    # The first run may have written byte code and filled the page cache.
+    least = min(samples[1][1:])
+    return summary(label, [seconds - least for seconds in samples[0][1:]])
+
+
 def time_processes(labels: list[str], code: str, *, runs: int = 3) -> list[Entry]:
     """Time calls in new processes: `code` prints the seconds of each label's call."""
     samples: list[list[float]] = [[] for _ in labels]

@@ -7,6 +7,7 @@ import tempfile
 from pathlib import Path
 
 import browser
+from cases import FIRST, HELP, SECOND, SHOW
 from common import (
     Entry,
     load,
@@ -17,6 +18,7 @@ from common import (
     summary,
     time_call,
     time_import,
+    time_over,
     time_processes,
 )
 
@@ -370,6 +372,39 @@ def imports(_data: Path) -> list[Entry]:
     return [time_import("import corvex.core.report", "corvex.core.report")]
 
 
+TWO_CALLS = """
+import time
+import numpy as np, pandas as pd
+import corvex.core.report
+steps = np.random.default_rng(1).normal(0, 0.01, (2520, 50)).cumsum(axis=0)
+prices = pd.DataFrame(100 * np.exp(steps), pd.bdate_range("2010-01-01", periods=2520))
+prices.columns = [f"A{i}" for i in range(50)]
+weights = prices.resample("ME").last().notna() / 50
+for _ in range(2):
+    start = time.perf_counter()
+    corvex.simulate(weights, prices, resample="ME", market="us_stock")
+    print(time.perf_counter() - start)
+"""
+
+
+def starts(_data: Path) -> list[Entry]:
+    from corvex.cli.console import Steps
+    from corvex.cli.demo import STEPS, run_demo
+
+    # The first run of all keeps the sessions of the exchange for the later ones.
+    entries = time_processes([FIRST, SECOND], TWO_CALLS, runs=6)
+    with tempfile.TemporaryDirectory() as folder:
+        saved = Path(folder) / "report.pkl"
+        run_demo(Steps(STEPS)).to_pickle(str(saved))
+        command = [sys.executable, "-m", "corvex"]
+        bare, pandas = [sys.executable, "-c", "pass"], [sys.executable, "-c", "import pandas"]
+        return [
+            time_over(HELP, [*command, "--help"], bare),
+            time_over(SHOW, [*command, "show", str(saved)], pandas),
+            *entries,
+        ]
+
+
 main(
     "corvex",
     {
@@ -378,6 +413,7 @@ main(
         "drawdowns": drawdowns,
         "lookup": lookup,
         "import": imports,
+        "start": starts,
         "trade_info": trade_info,
         "payload": payload,
         "simulate": simulate,

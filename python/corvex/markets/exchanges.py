@@ -5,28 +5,19 @@ from __future__ import annotations
 import threading
 import warnings
 from functools import lru_cache
-from typing import Any, NamedTuple, override
+from typing import Any, override
 
 import pandas as pd
 
+from corvex.markets import session_store
 from corvex.markets.calendars import CalendarRangeError, DateLike, TradingCalendar, day_of
+from corvex.markets.session_store import StoredSessions
 
 __all__ = ["ExchangeCalendar", "as_calendar"]
 
 
-class _Opened(NamedTuple):
-    """The sessions of a span of whole years; `first` and `last` are the span asked for."""
-
-    first: pd.Timestamp
-    last: pd.Timestamp
-    sessions: pd.DatetimeIndex
-    opens: pd.DatetimeIndex
-    closes: pd.DatetimeIndex
-    tz: str
-
-
 # Shared by all markets of the process, so that a calendar is opened once and never pickled.
-_opened: dict[tuple[str, tuple[str, ...]], _Opened] = {}
+_opened: dict[tuple[str, tuple[str, ...]], StoredSessions] = {}
 _lock = threading.Lock()
 
 
@@ -78,7 +69,7 @@ class ExchangeCalendar(TradingCalendar):
         opened, at = self._locate(date)
         return pd.Timestamp(opened.closes[at])
 
-    def _locate(self, date: DateLike) -> tuple[_Opened, int]:
+    def _locate(self, date: DateLike) -> tuple[StoredSessions, int]:
         day = day_of(date)
         opened = self._cover(day, day)
         at = int(opened.sessions.searchsorted(day))
@@ -86,7 +77,7 @@ class ExchangeCalendar(TradingCalendar):
             raise ValueError(f"{day:%Y-%m-%d} is not a session of {self.code}")
         return opened, at
 
-    def _cover(self, first: pd.Timestamp, last: pd.Timestamp) -> _Opened:
+    def _cover(self, first: pd.Timestamp, last: pd.Timestamp) -> StoredSessions:
         """Return the opened calendar, widened where it does not reach."""
         key = (self.code, self.closed_days)
         opened = _opened.get(key)
@@ -107,8 +98,20 @@ def _open(
     span: tuple[pd.Timestamp, pd.Timestamp],
     needed: tuple[pd.Timestamp, pd.Timestamp],
     closed_days: tuple[str, ...],
-) -> _Opened:
+) -> StoredSessions:
     """Open a calendar for a span; where that is not recorded, for as much as is needed of it."""
+    unchanged = session_store.may_load()
+    found = session_store.load(code, span) if unchanged else None
+    if found is None or not (found.first <= needed[0] and needed[1] <= found.last):
+        found = _ask(code, span, needed)
+        if unchanged:
+            session_store.save(code, span, found)
+    return _without(found, closed_days)
+
+
+def _ask(
+    code: str, span: tuple[pd.Timestamp, pd.Timestamp], needed: tuple[pd.Timestamp, pd.Timestamp]
+) -> StoredSessions:
     import exchange_calendars
 
     # The package's own use of pandas may be about to be deprecated: not our users' business.
@@ -131,7 +134,7 @@ def _open(
                     "(a newer exchange_calendars may know more)"
                 ) from None
             found = exchange_calendars.get_calendar(code, start=start, end=end)
-        return _take(found, start, end, closed_days)
+        return _take(found, start, end)
 
 
 @lru_cache(maxsize=64)
@@ -147,15 +150,19 @@ def _recorded_span(code: str) -> tuple[pd.Timestamp, pd.Timestamp]:
     )
 
 
-def _take(
-    found: Any, first: pd.Timestamp, last: pd.Timestamp, closed_days: tuple[str, ...] = ()
-) -> _Opened:
+def _take(found: Any, first: pd.Timestamp, last: pd.Timestamp) -> StoredSessions:
     tz = str(found.tz)
+    sessions = pd.DatetimeIndex(found.sessions.to_numpy())
+    opens = pd.DatetimeIndex(found.opens).tz_convert(tz)
+    closes = pd.DatetimeIndex(found.closes).tz_convert(tz)
+    return StoredSessions(first, last, sessions, opens, closes, tz)
+
+
+def _without(found: StoredSessions, closed_days: tuple[str, ...]) -> StoredSessions:
     keep = ~found.sessions.isin(pd.DatetimeIndex(list(closed_days)))
-    sessions = pd.DatetimeIndex(found.sessions[keep].to_numpy())
-    opens = pd.DatetimeIndex(found.opens[keep]).tz_convert(tz)
-    closes = pd.DatetimeIndex(found.closes[keep]).tz_convert(tz)
-    return _Opened(first, last, sessions, opens, closes, tz)
+    return found._replace(
+        sessions=found.sessions[keep], opens=found.opens[keep], closes=found.closes[keep]
+    )
 
 
 class _FixedCalendar(ExchangeCalendar):
@@ -173,7 +180,7 @@ class _FixedCalendar(ExchangeCalendar):
         return self._all.tz
 
     @override
-    def _cover(self, first: pd.Timestamp, last: pd.Timestamp) -> _Opened:
+    def _cover(self, first: pd.Timestamp, last: pd.Timestamp) -> StoredSessions:
         if last < self._all.first or first > self._all.last:
             raise CalendarRangeError(
                 f"the calendar {self.code} was opened from {self._all.first:%Y-%m-%d} to "

@@ -8,7 +8,7 @@ import pytest
 from hypothesis import given, settings
 from hypothesis import strategies as st
 
-from corvex.markets import CryptoMarket, TWMarket, USMarket, exchanges
+from corvex.markets import CryptoMarket, TWMarket, USMarket, exchanges, session_store
 from corvex.markets.calendars import CalendarRangeError
 from corvex.markets.exchanges import ExchangeCalendar, as_calendar
 
@@ -168,3 +168,28 @@ def test_next_bar(market, index, expected):
 
         assert found == expected
         assert (found.tzinfo is None) == (index.tz is None)
+
+
+def test_sessions_are_kept_between_processes_unless_the_package_may_have_been_changed(
+    tmp_path, monkeypatch
+):
+    monkeypatch.setattr("tempfile.tempdir", str(tmp_path))
+    span = pd.Timestamp("2020-01-01"), pd.Timestamp("2021-12-31")
+    calendar = ExchangeCalendar("XTAI")
+    asked = exchanges._ask("XTAI", span, span)
+    session_store.save("XTAI", span, asked)
+    monkeypatch.setattr(exchanges, "_opened", {})
+    monkeypatch.setattr(exchanges, "_ask", lambda *_: pytest.fail("the package was asked"))
+    assert not session_store.may_load()  # it is loaded in this process
+    monkeypatch.setattr(session_store, "may_load", lambda: True)
+    closed = ExchangeCalendar("XTAI", closed_days=("2020-03-03",))
+    assert len(closed.sessions("2020-01-01", "2020-12-31")) == 244
+    kept = calendar._cover(*span[:1], pd.Timestamp("2020-12-31"))
+    for field in ("first", "last", "tz"):
+        assert getattr(kept, field) == getattr(asked, field)
+    for field in ("sessions", "opens", "closes"):
+        assert (getattr(kept, field) == getattr(asked, field)).all()
+        assert str(getattr(kept, field).tz) == str(getattr(asked, field).tz)
+    (file,) = tmp_path.rglob("sessions-*.npz")
+    file.write_bytes(file.read_bytes()[:-40])
+    assert session_store.load("XTAI", span) is None

@@ -10,7 +10,6 @@ from functools import cache
 from importlib import resources
 from typing import TYPE_CHECKING, Any
 
-from corvex.core.dashboard.dataset import collect
 from corvex.core.dashboard.embed import escape_text, pack_json, safe_json
 from corvex.core.dashboard.notebook import charts_holder, shares_charts
 from corvex.core.dashboard.plotly_script import plotly_script
@@ -106,6 +105,8 @@ def generate_html(
     ``corvex.utils.get_tmp_dir()``.
     """
     tab = str(title) if title else DEFAULT_TITLE
+    from corvex.core.dashboard.dataset import collect
+
     data = collect(report, riskfree_rate)
     name = data.facts["meta"]["name"]
     heading = tab if name is None else name
