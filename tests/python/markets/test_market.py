@@ -135,7 +135,7 @@ def test_a_benchmark_keeps_its_session_dates_whatever_the_zones(market, price, o
     if price[0] == TAIPEI:
         index = index.tz_convert("UTC")  # its midnights stand on the day before
     prices = pd.DataFrame({"A": 1.0}, index)
-    benchmark = pd.Series(np.arange(len(dates), dtype=float), stamps)
+    benchmark = pd.Series(np.arange(1.0, 1 + len(dates)), stamps)
 
     found = market.bound_to(prices, benchmark=benchmark).get_benchmark()
 
