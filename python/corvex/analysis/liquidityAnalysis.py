@@ -17,6 +17,7 @@ from corvex.core.trade_lookup import (
     TradeLookup,
     capital_per_share,
     known_table,
+    listed_facts,
     traded_values,
 )
 
@@ -73,9 +74,7 @@ class LiquidityAnalysis(Analysis):
             status = known_table(report.market, "get_status", kind)
             if status is None or not lookup.entered.any():
                 continue
-            # An asset or date that the table does not list is under no restriction.
-            listed = np.nan_to_num(lookup.values(status, "entry_date"))
-            listed[~(lookup.entered & lookup.named)] = np.nan
+            listed = listed_facts(lookup, status)
             yield from complete_info(lookup, f"{kind}_stock", {"entry_date": listed})
 
     def analyze(self, report: Report) -> dict[str, Any]:

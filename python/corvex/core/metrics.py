@@ -12,7 +12,7 @@ import pandas as pd
 from corvex import _engine
 from corvex.core.benchmarks import known_benchmark
 from corvex.core.curve_figures import fit
-from corvex.core.trade_lookup import TradeLookup, capital_per_share, known_table
+from corvex.core.trade_lookup import TradeLookup, capital_per_share, known_table, listed_facts
 from corvex.core.trade_rows import closed_returns, excursion
 from corvex.data.context import in_utc
 from corvex.data.context import now as present
@@ -401,27 +401,27 @@ class Metrics:
     def disposal_stock_ratio(self) -> float:
         """Return the share of the entries into assets under disposal measures on that day.
 
-        A fraction of the filled entries; an asset or date that the market's table of the
-        restriction does not list is not under it. NaN where the market has no such table, or
-        nothing was entered.
+        A fraction of the filled entries on dates that the market's table of the restriction
+        lists; an asset that it does not list is not under it. NaN where the market has no such
+        table, or none of these dates.
         """
         return self._status_ratio("disposal")
 
     def warning_stock_ratio(self) -> float:
         """Return the share of the entries into assets under a warning on that day.
 
-        A fraction of the filled entries; an asset or date that the market's table of the
-        restriction does not list is not under it. NaN where the market has no such table, or
-        nothing was entered.
+        A fraction of the filled entries on dates that the market's table of the restriction
+        lists; an asset that it does not list is not under it. NaN where the market has no such
+        table, or none of these dates.
         """
         return self._status_ratio("warning")
 
     def full_delivery_stock_ratio(self) -> float:
         """Return the share of the entries into assets that had to be paid and delivered in full.
 
-        A fraction of the filled entries; an asset or date that the market's table of the
-        restriction does not list is not under it. NaN where the market has no such table, or
-        nothing was entered.
+        A fraction of the filled entries on dates that the market's table of the restriction
+        lists; an asset that it does not list is not under it. NaN where the market has no such
+        table, or none of these dates.
         """
         return self._status_ratio("full_delivery")
 
@@ -526,12 +526,9 @@ class Metrics:
         table = known_table(self._report.market, "get_status", kind)
         if table is None:
             return math.nan
-        lookup = self._lookup()
-        if not lookup.entered.any():
-            return math.nan
-        # No entry in the table means no restriction, so a missing value counts as none.
-        status = np.nan_to_num(lookup.values(table, "entry_date"))[lookup.entered]
-        return float(np.mean(status != 0))
+        status = listed_facts(self._lookup(), table)
+        known = np.isfinite(status)
+        return float(np.mean(status[known] != 0)) if known.any() else math.nan
 
     def _extreme_fill_ratio(self, date_column: str, field: str, sign: float) -> float:
         table = known_table(self._report.market, "get_price", field, adj=False)

@@ -21,6 +21,7 @@ __all__ = [
     "TradeLookup",
     "capital_per_share",
     "known_table",
+    "listed_facts",
     "market_table",
     "traded_values",
 ]
@@ -170,6 +171,20 @@ def _rows_of(index: pd.Index, dates: Any) -> _Places:
 
 def _rises(index: pd.DatetimeIndex) -> bool:
     return index.is_monotonic_increasing and index.is_unique and not index.hasnans
+
+
+def listed_facts(lookup: TradeLookup, table: pd.DataFrame) -> _Floats:
+    """Return what a table that lists certain assets only, such as restricted ones, says of entries.
+
+    An asset that it does not list has 0. NaN, unknown, where it does not have the date, and for
+    trades that were not entered or name no asset.
+    """
+    if not lookup.entered.any():
+        return np.full(len(lookup.trades), np.nan)
+    facts = np.nan_to_num(lookup.values(table, "entry_date"))
+    unknown = lookup.rows_in(table.index, "entry_date") < 0
+    facts[unknown | ~lookup.entered | ~lookup.named] = np.nan
+    return facts
 
 
 def traded_values(report: Report, lookup: TradeLookup, date_column: str) -> _Floats:

@@ -14,7 +14,7 @@ from corvex import data
 from corvex.asset_labels import asset_id
 from corvex.data.context import _default_context
 from corvex.market import Market
-from corvex.markets.alignment import align_benchmark
+from corvex.markets.alignment import align_benchmark, align_facts, align_prices, align_tables
 from corvex.markets.bars import infer_freq, next_bar
 from corvex.markets.benchmark_check import check_benchmark
 from corvex.markets.stamps import TableStamps
@@ -90,7 +90,15 @@ class BoundMarket(Market):
     @override
     def get_market_value(self) -> pd.DataFrame:
         own = self._tables.get("market_value")
-        return super().get_market_value() if own is None else own
+        return align_facts(super().get_market_value(), self.stamps) if own is None else own
+
+    @override
+    def get_status(self, kind: str) -> pd.DataFrame:
+        return align_facts(super().get_status(kind), self.stamps)
+
+    @override
+    def get_trading_price(self, trade_at: str | pd.DataFrame, adj: bool = True) -> pd.DataFrame:
+        return align_prices(super().get_trading_price(trade_at, adj), self.stamps)
 
     @override
     def next_bar(self, index: pd.DatetimeIndex | None = None) -> pd.Timestamp:
@@ -156,7 +164,7 @@ def bind[M: Market](
     freq: str | None = None,
 ) -> M:
     """Return a copy of a market that answers from the given tables (see `Market.bound_to`)."""
-    tables = _checked_tables(prices)
+    tables = align_tables(_checked_tables(prices), lambda: market.tz)
     if benchmark is not None and not isinstance(benchmark, pd.Series | str):
         raise ValueError(
             f"benchmark must be a Series, a table's name or None, got {type(benchmark)}"

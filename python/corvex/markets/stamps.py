@@ -20,6 +20,7 @@ import pandas as pd
 
 __all__ = [
     "TableStamps",
+    "Zone",
     "has_dates_only",
     "in_zone",
     "is_date",

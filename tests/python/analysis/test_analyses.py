@@ -87,14 +87,18 @@ def test_liquidity_reads_tables_however_they_are_labelled(labels, rows):
 
 def test_liquidity_reads_the_trading_restrictions(monkeypatch):
     report = _report()
-    listed = pd.DataFrame({"B": [1.0, np.nan]}, index=DATES[[2, 3]])
-    kinds = {"disposal": listed}
+    listed = pd.DataFrame({"B": np.nan}, index=DATES)
+    listed.loc[DATES[2]] = 1.0
+    kinds = {"disposal": listed, "warning": listed.iloc[[2, 3]]}
     monkeypatch.setattr(
         type(report.market), "get_status", lambda self, kind: kinds.get(kind, pd.DataFrame())
     )
     result = report.run_analysis("Liquidity", display=False)
     assert report.trades["disposal_stock@entry_date"].tolist() == [0, 1, 0, 0]
     assert result["disposal_stock_ratio"] == 0.25
+    # A date that is not in the table is not known to be free of the restriction.
+    assert "warning_stock@entry_date" not in report.trades
+    assert result["warning_stock_ratio"] == 0.5
 
 
 @pytest.mark.parametrize("name", ["Liquidity", "MaeMfe", "Drawdown"])

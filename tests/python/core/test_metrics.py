@@ -146,7 +146,7 @@ def test_liquidity_figures_read_the_market_on_the_fill_dates():
     price = pd.DataFrame({"A": 10.0, "B": 20.0}, index=dates)
     volume = pd.DataFrame({"A": 100.0, "B": 1000.0}, index=dates)
     volume.loc[dates[5], "A"] = 10.0
-    warned = pd.DataFrame({"B": True}, index=dates[:3])
+    warned = pd.DataFrame({"B": dates < dates[3]}, index=dates)
     report = _report(values, trades=_trades(dates))
     report.market = get_market_by_name("us_stock").bound_to(
         {"close": price, "high": price, "low": price * 0.9, "volume": volume}
@@ -197,7 +197,8 @@ def test_results_follow_a_changed_report_and_stay_out_of_the_pickle(monkeypatch)
     assert report.metrics.beta() != first
     report.trades = _trades(report.daily_creturn.index)
     figures = report.metrics.win_rate, report.metrics.mae, report.metrics.warning_stock_ratio
-    kinds = {"warning": pd.DataFrame({"B": [1.0]}, report.trades["entry_date"].iloc[[1]])}
+    dates = report.daily_creturn.index
+    kinds = {"warning": pd.DataFrame({"B": dates == report.trades["entry_date"].iloc[1]}, dates)}
     monkeypatch.setattr(report.market, "get_status", kinds.get)
     assert [ask() for ask in figures] == pytest.approx([1 / 3, -0.28 / 3, 1 / 4])
     report.trades.loc[4] = report.trades.loc[0]

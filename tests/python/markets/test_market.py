@@ -7,6 +7,7 @@ import numpy as np
 import pandas as pd
 import pytest
 
+import corvex
 from corvex import data
 from corvex.data.context import _default_context
 from corvex.market import Market
@@ -145,6 +146,36 @@ def test_a_benchmark_keeps_its_session_dates_whatever_the_zones(market, price, o
     if found.index.tz is not None:
         found.index = pd.Series(found.index).dt.tz_convert(prices.index.tz)
     assert found.reindex(daily.index, method="ffill").tolist() == benchmark.tolist()
+
+
+@pytest.mark.parametrize("zone", [None, "UTC", NEW_YORK, TAIPEI])
+@pytest.mark.parametrize("bars_a_day", [1, 5])
+def test_every_table_of_a_bound_market_meets_its_prices(zone, bars_a_day, tmp_path):
+    days = pd.bdate_range("2024-01-02", periods=20)
+    stamps = days.repeat(bars_a_day)
+    if bars_a_day > 1:
+        stamps = stamps + pd.to_timedelta(np.tile(np.arange(9, 14), 20), unit="h")
+        own = stamps.tz_localize(TAIPEI).tz_convert(zone) if zone else stamps
+    else:
+        own = stamps.tz_localize(zone)
+    close = pd.DataFrame({"2330": np.linspace(100, 120, len(own)), "2317": 50.0}, own)
+    weights = pd.DataFrame({"2330": [1.0, 0.0, 1.0], "2317": [0.0, 1.0, 0.0]}, days[[0, 5, 12]])
+    listed = pd.DataFrame({"2330": 1}, days[:10])  # says nothing of the last entry
+    listed.to_csv(tmp_path / "tw_stock_disposal.csv")
+    (listed * np.arange(1, 11)[:, None]).to_csv(tmp_path / "tw_stock_market_value.csv")
+    volume = (close * 0 + 1000).tz_localize(None)  # on the clock of the prices
+
+    with _default_context.override(data_dir=tmp_path):
+        report = corvex.simulate(weights, {"close": close, "volume": volume}, fee_ratio=0)
+        assert report.get_metrics()["liquidity"]["disposalStockRatio"] == 0.5
+        assert report.get_metrics()["liquidity"]["capacity"] > 0
+        report.to_payload_dict()
+        report.run_analysis("Liquidity", display=False)
+        value = report.market.get_market_value()["2330"]
+    assert report.trades["turnover@entry_date"].notna().all()
+    first = report.trades["entry_date"].iloc[0]
+    assert value.index.isin(own).all()
+    assert (len(value), value[first]) == (10 * bars_a_day, 2)
 
 
 def test_the_own_benchmark_is_left_out_when_it_ends_before_the_prices():

@@ -164,13 +164,17 @@ def test_a_table_in_another_zone_meets_the_closes_by_date(prices):
         pd.testing.assert_series_equal(report.creturn, expected.creturn)
 
 
-def test_daily_rows_beside_bars_at_midnight_are_pointed_out(days):
+def test_guesses_beside_bars_are_pointed_out(days):
     prices = pd.DataFrame({"AAA": 1.0}, pd.date_range(days[0], periods=48, freq="h"))
 
     with pytest.warns(UserWarning, match="each row counts from the end of its day") as caught:
         report = corvex.simulate(pd.DataFrame({"AAA": [1.0]}, index=days[:1]), prices)
     moved = prices.shift(30, "min")  # no bar at midnight: nothing to take a date for
     silent = corvex.simulate(pd.DataFrame({"AAA": [1.0]}, index=days[:1]), moved)
+
+    times = prices.index[[3]]
+    with pytest.warns(UserWarning, match="read on the clock of the prices"):
+        corvex.simulate(pd.DataFrame({"AAA": [1.0]}, times), prices.tz_localize("UTC"))
 
     assert caught[0].filename == __file__
     assert report.trades.entry_date.tolist() == [days[1]]

@@ -174,6 +174,12 @@ class Clock:
         """Whether bars stand at midnights, where a date could be taken for one of them."""
         return bool((self.wall == self.wall.normalize()).any())
 
+    def reads_foreign_times(self, dates: pd.DatetimeIndex) -> bool:
+        """Whether times without zone meet bars in a zone that is not the market's."""
+        if self.is_daily or dates.tz is not None or self.index.tz is None:
+            return False
+        return not self.index.tz_localize(None).equals(self.wall)
+
     @cached_property
     def wall_nanos(self) -> np.ndarray:
         """`wall` as int64 nanoseconds since the epoch, strictly rising.

@@ -8,6 +8,7 @@ from typing import Any, cast
 import pandas as pd
 
 from corvex.market import Market
+from corvex.markets.alignment import align_tables
 from corvex.simulation.plan.weights import WeightTable
 from corvex.simulation.read.clock import Clock, Stamps, dated_table
 from corvex.simulation.read.market_choice import (
@@ -61,7 +62,7 @@ def read_inputs(
     if tables is None:
         close = price_table(chosen, "close")
     else:
-        tables = with_adjusted_fields(tables)
+        tables = with_adjusted_fields(align_tables(tables, lambda: chosen.tz))
         close = tables.get("adj_close", tables.get("close"))
     close = dated_table(cast("pd.DataFrame", close), "the close prices")
     whole = Clock(cast("pd.DatetimeIndex", close.index), chosen)

@@ -61,6 +61,11 @@ def cut_weights(
             "day and trades in the first bar after it. If 00:00 is meant as a moment, give the "
             "weights a row for each bar"
         )
+    elif not rows.whole_days and clock.reads_foreign_times(weights.index):
+        warn(
+            f"weights have times without a zone, prices have those of {clock.index.tz}: the times "
+            "are read on the clock of the prices; give the weights a zone if they are not"
+        )
     stop = len(rows)
     if end is not None:
         stop = int(np.searchsorted(rows.keys, end.key, side="right"))
