@@ -12,6 +12,7 @@ from corvex import _engine
 from corvex.core.benchmarks import known_benchmark, moves
 from corvex.core.curve_figures import fit
 from corvex.ffn_core.catalogue import catalogue
+from corvex.markets.stamps import in_zone, is_date
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
@@ -74,13 +75,11 @@ def live_figures(report: Report, riskfree_rate: float = 0.02) -> pd.DataFrame:
 
 
 def _as_dated(day: pd.Timestamp, index: pd.Index) -> pd.Timestamp:
-    """Bring a date to the form of an index: the daily curve's dates are midnights."""
+    """Bring a date, or a moment, to the form of an index: the daily curve's dates are midnights."""
     zone = getattr(index, "tz", None)
-    if zone is None:
-        day = day if day.tz is None else day.tz_localize(None)
-    else:
-        day = day.tz_localize(zone) if day.tz is None else day.tz_convert(zone)
-    return day.normalize()
+    if day.tz is not None and zone is not None and not is_date(day):
+        day = day.tz_convert(zone)
+    return in_zone(pd.DatetimeIndex([day.tz_localize(None).normalize()]), zone)[0]
 
 
 def _curve_figures(curve: pd.Series, riskfree_rate: float) -> dict[str, float]:

@@ -18,6 +18,7 @@ import numpy as np
 import numpy.typing as npt
 import pandas as pd
 
+from corvex.markets.stamps import has_dates_only
 from corvex.textchart import Curve, draw
 
 __all__ = ["label_width", "plot_cumulative_return", "plot_drawdown"]
@@ -134,10 +135,14 @@ def _read(series: pd.Series, name: str) -> pd.Series:
 
 
 def _align(benchmark: pd.Series, index: pd.Index) -> pd.Series:
-    """Carry a benchmark to the dates of the strategy, by wall clock where only one has a zone."""
+    """Carry a benchmark to the dates of the strategy.
+
+    Dates meet as they are, whatever their zones; where only one has a zone, by wall clock.
+    """
     own, other = benchmark.index, index
     if isinstance(own, pd.DatetimeIndex) and isinstance(other, pd.DatetimeIndex):
-        if (own.tz is None) != (other.tz is None):
+        dates = has_dates_only(own) and has_dates_only(other)
+        if dates or (own.tz is None) != (other.tz is None):
             own, other = own.tz_localize(None), other.tz_localize(None)
         benchmark = benchmark.set_axis(own)
         benchmark = benchmark[~benchmark.index.duplicated(keep="last")]
