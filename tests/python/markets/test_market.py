@@ -166,7 +166,7 @@ def test_every_table_of_a_bound_market_meets_its_prices(zone, bars_a_day, tmp_pa
     volume = (close * 0 + 1000).tz_localize(None)  # on the clock of the prices
 
     with _default_context.override(data_dir=tmp_path):
-        report = corvex.simulate(weights, {"close": close, "volume": volume}, fee_ratio=0)
+        report = corvex.simulate(weights, {"close": close, "volume": volume}, market="tw_stock")
         assert report.get_metrics()["liquidity"]["disposalStockRatio"] == 0.5
         assert report.get_metrics()["liquidity"]["capacity"] > 0
         report.to_payload_dict()
