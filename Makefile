@@ -142,17 +142,26 @@ asan: $(VENV)/stamp-build ## run the engine's and the modules' own tests under A
 
 # Give another FUZZ_SEED to look for something new: a seed finds the same again.
 FUZZ_RUNS ?= 100000
+FUZZ_FRAMES ?= 200000
+FUZZ_ENGINE ?= 2000000
 FUZZ_SEED ?= 1
+FUZZ_PROGRAMS := simulator periods table_cells
 .PHONY: fuzz
-fuzz: $(VENV)/stamp-build ## give the readers FUZZ_RUNS mutated inputs under ASan and UBSan
+fuzz: $(VENV)/stamp-build ## give readers, simulation, metrics and engine hostile inputs under ASan
 	@tools/system_packages.sh gtest sanitizers
 	$(call cmake,asan,-D Python_EXECUTABLE=$(CURDIR)/$(PY))
+	for program in $(FUZZ_PROGRAMS); do
+	    build/asan/tests/fuzz/engine/fuzz_$$program $(FUZZ_ENGINE) $(FUZZ_SEED)
+	done
 	tools/asan_python.sh $(PY) build/asan build/fuzz-site tests/fuzz/readers.py \
 	    $(FUZZ_RUNS) $(FUZZ_SEED)
+	tools/asan_python.sh $(PY) build/asan build/fuzz-site tests/fuzz/frames.py \
+	    $(FUZZ_FRAMES) $(FUZZ_SEED)
 
 .PHONY: fuzz-fast
-fuzz-fast: $(VENV)/stamp-build ## the same with the ordinary build
+fuzz-fast: $(VENV)/stamp-build ## the same with the ordinary build and without the engine's own
 	@$(PY) tests/fuzz/readers.py $(FUZZ_RUNS) $(FUZZ_SEED)
+	$(PY) tests/fuzz/frames.py $(FUZZ_FRAMES) $(FUZZ_SEED)
 
 # ---- speed -------------------------------------------------------------------------------------
 

@@ -11,23 +11,40 @@ if TYPE_CHECKING:
 
 __all__ = ["require_in_range"]
 
-_PER_UNIT = {"s": 1_000_000_000, "ms": 1_000_000, "us": 1_000}
+_PER_UNIT = {"s": 1_000_000_000, "ms": 1_000_000, "us": 1_000, "ns": 1}
+_TOLD = (np.datetime64("1677-09-22", "D"), np.datetime64("2262-04-11", "D"))
+_TRADED = (np.datetime64("1678-01-01", "D"), np.datetime64("2261-12-31", "D"))
+_NANOS_PER_DAY = 86_400_000_000_000
+_LATEST = int(np.iinfo(np.int64).max)
 
 
-def require_in_range(index: pd.DatetimeIndex, what: str) -> None:
-    """Refuse dates that nanoseconds since 1970 cannot tell, which pandas can hold in other units.
+def require_in_range(index: pd.DatetimeIndex, what: str, *, traded: bool = False) -> None:
+    """Refuse dates that nanoseconds since 1970 cannot tell; pandas holds such in other units.
+
+    Parameters
+    ----------
+    index : DatetimeIndex
+        Missing dates are left alone.
+    what : str
+        What the message calls the dates, such as "the index of prices".
+    traded : bool, default False
+        Leave room for the sessions before and after: a market has those.
 
     Raises
     ------
     ValueError
         Naming the first such date and the span.
     """
-    if index.unit == "ns" or len(index) == 0:
+    if len(index) == 0 or (index.unit == "ns" and not traded):
         return
-    limit = np.iinfo(np.int64).max // _PER_UNIT[index.unit]
+    first, last = _TRADED if traded else _TOLD
+    scale = _PER_UNIT[index.unit]
     values = index.asi8
-    outside = ((values > limit) | (values < -limit)) & ~np.asarray(index.isna())
+    lowest, highest = (int(day.astype(int)) * _NANOS_PER_DAY for day in (first, last))
+    outside = (values < lowest // scale) | (
+        values > min(highest + _NANOS_PER_DAY, _LATEST) // scale
+    )
+    outside &= ~np.asarray(index.isna())
     if outside.any():
-        at = int(np.argmax(outside))
-        date = np.datetime_as_string(index.asi8[at].view(f"M8[{index.unit}]"), unit="D")
-        raise ValueError(f"{what} holds {date}; dates must lie between 1677-09-22 and 2262-04-11")
+        date = np.datetime_as_string(values[outside][0].view(f"M8[{index.unit}]"), unit="D")
+        raise ValueError(f"{what} holds {date}; dates must lie between {first} and {last}")

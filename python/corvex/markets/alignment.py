@@ -10,6 +10,7 @@ import pandas as pd
 
 from corvex.markets.number_dates import dates_of_numbers
 from corvex.markets.stamps import TableStamps, Zone, in_zone
+from corvex.time_range import require_in_range
 
 __all__ = ["align_benchmark", "align_facts", "align_prices", "align_tables"]
 
@@ -113,6 +114,7 @@ def align_benchmark(benchmark: pd.Series, prices: pd.DatetimeIndex, tz: str) -> 
         values = values if dates is None else values.set_axis(dates, axis=0)
     if not isinstance(values.index, pd.DatetimeIndex):
         raise ValueError(f"the benchmark must have dates as index, got {values.index.dtype}")
+    require_in_range(values.index, "the index of the benchmark", traded=True)
     if not (values.index.is_monotonic_increasing and values.index.is_unique):
         values = values[~values.index.duplicated(keep="last")].sort_index()
     index = pd.DatetimeIndex(values.index)

@@ -202,7 +202,7 @@ def _checked_tables(prices: Prices) -> dict[str, pd.DataFrame]:
             raise ValueError(f"prices[{field!r}] must have dates as index, got {table.index.dtype}")
         if len(table) == 0:
             raise ValueError(f"prices[{field!r}] is empty")
-        require_in_range(table.index, f"the index of prices[{field!r}]")
+        require_in_range(table.index, f"the index of prices[{field!r}]", traded=True)
     return given
 
 

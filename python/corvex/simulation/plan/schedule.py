@@ -14,6 +14,7 @@ import pandas as pd
 from corvex import _engine
 from corvex.simulation.plan.weights import WeightTable
 from corvex.simulation.read.clock import Clock, Stamps, as_dates
+from corvex.time_range import require_in_range
 
 __all__ = ["Resample", "Rule", "Schedule", "build_schedule", "read_offset", "read_resample"]
 
@@ -222,7 +223,12 @@ def _trimmed(weights: WeightTable, schedule: Schedule, latest: int) -> Schedule:
 
 
 def _listed(dates: pd.DatetimeIndex, offset: pd.Timedelta, clock: Clock) -> Stamps:
-    return clock.place((dates + offset).unique().sort_values())
+    try:
+        moved = dates + offset
+    except (ArithmeticError, ValueError):
+        moved = dates.as_unit("s") + offset.as_unit("s")
+    require_in_range(moved, "resample with its resample_offset", traded=True)
+    return clock.place(moved.unique().sort_values())
 
 
 def _other_dates(rule: str, clock: Clock, error: ValueError) -> pd.DatetimeIndex:

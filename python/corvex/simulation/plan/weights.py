@@ -162,9 +162,16 @@ def _values(table: pd.DataFrame) -> np.ndarray:
             "give one of them"
         )
     if not signals:
-        return table.to_numpy(dtype=np.float64, na_value=np.nan)
+        try:
+            return table.to_numpy(dtype=np.float64, na_value=np.nan)
+        except (TypeError, ValueError):  # of the missing values of other types
+            return np.column_stack([_numbers(table.iloc[:, at]) for at in range(table.shape[1])])
     true = [table[label].eq(True).fillna(False) for label in table.columns]
     return np.column_stack([column.to_numpy(dtype=bool) for column in true])
+
+
+def _numbers(column: pd.Series) -> np.ndarray:
+    return pd.to_numeric(column, errors="coerce").to_numpy(dtype=np.float64, na_value=np.nan)
 
 
 def _kind(column: pd.Series) -> str:

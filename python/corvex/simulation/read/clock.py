@@ -52,7 +52,7 @@ def as_dates(values: Any, what: str) -> pd.DatetimeIndex:
             raise ValueError(f"{what} must hold dates: {error}") from error
     if index.hasnans:
         raise ValueError(f"{what} holds a missing date at position {int(np.argmax(index.isna()))}")
-    require_in_range(index, what)
+    require_in_range(index, what, traded=True)
     return index
 
 
@@ -295,7 +295,7 @@ class Clock:
             raise ValueError(f"{what} must be a date, got {when!r}") from error
         if pd.isna(given):
             raise ValueError(f"{what} must be a date, got {when!r}")
-        require_in_range(pd.DatetimeIndex([given]), what)
+        require_in_range(pd.DatetimeIndex([given]), what, traded=True)
         dates = pd.DatetimeIndex([given.as_unit("ns")])
         if not self.is_daily and is_date(given):
             day = dates.tz_localize(None)

@@ -26,6 +26,8 @@ def check_labels(columns: pd.Index) -> None:
                 f"asset labels must be text, got {label!r} ({type(label).__name__}); "
                 "weights.columns.astype(str) makes them so"
             )
+        if any("\ud800" <= letter <= "\udfff" for letter in label):
+            raise ValueError(f"asset label {label!r} holds half of a character")
     repeated = columns[columns.duplicated()]
     if len(repeated):
         raise ValueError(f"asset label {repeated[0]!r} occurs twice in weights")

@@ -210,12 +210,16 @@ def _floats(table: pd.DataFrame) -> np.ndarray:
         return table.to_numpy()
     try:
         return table.to_numpy(dtype=np.float64, na_value=np.nan)
-    except (TypeError, ValueError):
-        for label, column in table.items():
-            bad = pd.to_numeric(column, errors="coerce").isna() & column.notna()
-            if bad.any():
-                date = cast("pd.Timestamp", bad.idxmax())
-                raise ValueError(
-                    f"the price of {label!r} on {date_text(date)} is {column[date]!r}, not a number"
-                ) from None
-        raise
+    except (TypeError, ValueError):  # of texts, and of the missing values of other types
+        return np.column_stack([_numbers(table.iloc[:, at]) for at in range(table.shape[1])])
+
+
+def _numbers(column: pd.Series) -> np.ndarray:
+    numbers = pd.to_numeric(column, errors="coerce")
+    bad = (numbers.isna() & column.notna()).to_numpy() | np.iscomplex(numbers.to_numpy())
+    if bad.any():
+        date, value = column.index[bad][0], column[bad].iloc[0]
+        raise ValueError(
+            f"the price of {column.name!r} on {date_text(date)} is {value!r}, not a number"
+        )
+    return np.real(numbers.to_numpy(dtype=complex, na_value=np.nan))

@@ -41,6 +41,13 @@ def curve_and_position(
     index = inputs.clock.index[first + skipped :]
     equity = result["equity"][skipped:]
     weights = cast("np.ndarray", result["position"])[skipped:]
+    known = np.isfinite(equity)
+    if not known.all():
+        when = date_text(index[int(np.argmin(known))])
+        raise ValueError(
+            f"the equity is no finite number on {when}: prices or weights are too large or too "
+            "small to be computed with"
+        )
     if abs(equity[0] - 1.0) <= _ROUNDING:
         equity[0] = 1.0
     else:  # the first session of all has the first fill

@@ -18,15 +18,20 @@ std::int64_t day_number(Nanos time) {
 }
 
 Nanos moved(Nanos time, std::int64_t count, Nanos length) {
-    Nanos distance = 0;
-    Nanos result = 0;
-    if (!__builtin_mul_overflow(count, length, &distance)) {
-        if (!__builtin_add_overflow(time, distance, &result)) {
-            return result;
-        }
-        return distance < 0 ? kEarliest : kLatest;
+    // Unsigned: the whole way may be longer than the first half of time.
+    const auto from = static_cast<std::uint64_t>(time);
+    const auto times = static_cast<std::uint64_t>(count);
+    const std::uint64_t steps = count < 0 ? 0 - times : times;
+    std::uint64_t way = 0;
+    const bool endless = __builtin_mul_overflow(steps, static_cast<std::uint64_t>(length), &way);
+    if (count < 0) {
+        return endless || way > from - static_cast<std::uint64_t>(kEarliest)
+                   ? kEarliest
+                   : static_cast<Nanos>(from - way);
     }
-    return (count < 0) == (length < 0) ? kLatest : kEarliest;
+    return endless || way > static_cast<std::uint64_t>(kLatest) - from
+               ? kLatest
+               : static_cast<Nanos>(from + way);
 }
 
 CivilDate civil_from_day(std::int64_t day) {

@@ -30,8 +30,8 @@ constexpr std::uint64_t nanos_between(Nanos from, Nanos to) {
     return to > from ? static_cast<std::uint64_t>(to) - static_cast<std::uint64_t>(from) : 0;
 }
 
-/// A moment so many times a length later; at the ends of what can be told (the years 1677 and
-/// 2262) it stays at the end.
+/// A moment so many times a length (0 or more) later; at the ends of what can be told (the years
+/// 1677 and 2262) it stays at the end.
 Nanos moved(Nanos time, std::int64_t count, Nanos length = kNanosPerDay);
 
 /// The midnight with which a day begins, likewise.
