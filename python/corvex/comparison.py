@@ -9,7 +9,7 @@ from dataclasses import dataclass, field
 import numpy as np
 import pandas as pd
 
-from corvex.core.dashboard.curves import wall_days
+from corvex.core.dashboard.curves import RISK_FREE_RATE, wall_days
 from corvex.core.dashboard.risk_figures import risk_figures
 from corvex.core.report import Report
 from corvex.ffn_core import PerformanceStats
@@ -19,7 +19,6 @@ from corvex.utils import write_text
 
 __all__ = ["RISK_FREE_RATE", "Comparison", "compare"]
 
-RISK_FREE_RATE = 0.02
 _MOST_BESIDE = 6  # reports side by side with all their figures; more are ranked
 _MOST_SHOWN = 10  # of the ranked ones in the tables of years and correlations
 

@@ -59,7 +59,8 @@ Lang = Annotated[
     typer.Option(help="Language of the summary, en or zh-Hant; that of the locale by default."),
 ]
 RiskFree = Annotated[
-    float, typer.Option("--riskfree", help="Risk-free rate a year, as a fraction.")
+    float | None,
+    typer.Option("--riskfree", help="Risk-free rate a year, as a fraction; 0.02 by default."),
 ]
 Out = Annotated[
     Path | None,
@@ -165,7 +166,7 @@ def show(
     html: Html = None,
     text: Text = False,
     lang: Lang = None,
-    riskfree: RiskFree = 0.02,
+    riskfree: RiskFree = None,
     trust: Trust = False,
 ) -> None:
     """Print a saved report: its summary and charts, or the tables asked for."""
@@ -224,7 +225,7 @@ def report(
     width: Width = None,
     text: Text = False,
     lang: Lang = None,
-    riskfree: RiskFree = 0.02,
+    riskfree: RiskFree = None,
     max_size: MaxSize = 200,
 ) -> None:
     """Report on a curve of your own.
@@ -257,7 +258,7 @@ def _print_report(
     name: str | None,
     width: int | None,
     lang: str,
-    riskfree: float = 0.02,
+    riskfree: float | None = None,
     *,
     text: bool,
 ) -> None:

@@ -20,7 +20,6 @@ if TYPE_CHECKING:
 __all__ = ["LANGUAGES", "language", "summary"]
 
 LANGUAGES = ("en", "zh-Hant")
-RISK_FREE_RATE = 0.02
 _WIDTH = 80
 _MOST_NAMES = 12  # of assets in one line of the last rebalance
 
@@ -120,9 +119,7 @@ def _can_print(text: str) -> bool:
     return True
 
 
-def summary(
-    report: Report, name: str | None, lang: str, riskfree_rate: float = RISK_FREE_RATE
-) -> str:
+def summary(report: Report, name: str | None, lang: str, riskfree_rate: float | None = None) -> str:
     """Describe a report in a few lines.
 
     Parameters
@@ -133,8 +130,8 @@ def summary(
         Its title.
     lang : {"en", "zh-Hant"}
         Language of the labels.
-    riskfree_rate : float, default 0.02
-        A year, for the Sharpe ratios.
+    riskfree_rate : float, optional
+        A year, for the Sharpe ratios; by default the report's own ``riskfree_rate``, else 0.02.
 
     Returns
     -------
@@ -142,15 +139,18 @@ def summary(
         Growth, volatility, Sharpe ratio and largest drawdown beside the benchmark's, the dates
         of that drawdown, trades, costs and the last rebalance; ends with a line break.
     """
+    from corvex.core.dashboard.curves import riskfree_of
+
     words = _WORDS[lang]
-    stats = report.get_stats(riskfree_rate=riskfree_rate)
-    columns, span = _benchmark(report, riskfree_rate)
+    riskfree = riskfree_of(report, riskfree_rate)
+    stats = report.get_stats(riskfree_rate=riskfree)
+    columns, span = _benchmark(report, riskfree)
     lines = [_heading(report, name, stats, words), "", *_figures(stats, columns, lang)]
     rows = [
         ("trades", _trades(report, words)),
         ("against", _against(report, span, words)),
         ("costs", _costs(report, words)),
-        ("rate", words["rate_text"].format(rate=_rate(riskfree_rate))),
+        ("rate", words["rate_text"].format(rate=_rate(riskfree))),
         *(("rebalance", line) for line in _actions(report, words)),
     ]
     rows = [(words[key], text) for key, text in rows if text]

@@ -70,7 +70,7 @@ class Metrics:
         self.__init__(state["_report"])  # type: ignore[misc]
 
     def __repr__(self) -> str:
-        return f"<Metrics of {object.__repr__(self._report)}>"
+        return f"<Metrics of {self._report!r}>"
 
     # ------------------------------------------------------------------ backtest
 

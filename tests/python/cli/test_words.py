@@ -66,6 +66,9 @@ def test_summary_agrees_with_the_statistics_in_both_languages(run, saved, monkey
     assert "最大回撤" in run("show", "r.pkl")[1]
     fixed = saved.to_text(name=printable(EVIL)).partition("📋")[0]
     assert run("show", "r.pkl", "--text")[1].startswith(fixed)
+    assert repr(saved) == f"<Report {EVIL!r}: 2023-01-31 to 2023-05-05, CAGR {stats['cagr']:.2%}>"
+    assert repr(saved) in repr(saved.metrics)
+    assert repr(object.__new__(corvex.Report)).startswith("<corvex.core.report.Report object")
     assert "must be one of en, zh-Hant, got 'fr'" in run("show", "r.pkl", "--lang", "fr")[2]
 
 

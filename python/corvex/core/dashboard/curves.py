@@ -23,9 +23,11 @@ __all__ = [
     "iso_day",
     "read_curves",
     "relative_figures",
+    "riskfree_of",
     "wall_days",
 ]
 
+RISK_FREE_RATE = 0.02
 Floats = npt.NDArray[np.float64]
 Days = npt.NDArray[np.int64]
 
@@ -162,3 +164,9 @@ def relative_figures(curves: Curves) -> dict[str, float]:
 
 def _capture(own: Floats, market: Floats, chosen: npt.NDArray[np.bool_]) -> float:
     return float(own[chosen].mean() / market[chosen].mean()) if chosen.any() else math.nan
+
+
+def riskfree_of(report: Report, given: float | None) -> float:
+    """Return the risk-free rate a year to count with: the one given, the report's own, or 2 %."""
+    rate = getattr(report, "riskfree_rate", None) if given is None else given
+    return RISK_FREE_RATE if rate is None else float(rate)

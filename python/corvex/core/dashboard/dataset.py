@@ -21,11 +21,13 @@ from corvex.core.dashboard.activity import (
 )
 from corvex.core.dashboard.by_asset import by_asset
 from corvex.core.dashboard.curves import (
+    RISK_FREE_RATE,
     Curves,
     benchmark_figures,
     iso_day,
     read_curves,
     relative_figures,
+    riskfree_of,
 )
 from corvex.core.dashboard.embed import plain, rounded
 from corvex.core.dashboard.holdings import freshness, holdings
@@ -40,7 +42,6 @@ if TYPE_CHECKING:
 
 __all__ = ["Dataset", "collect"]
 
-RISK_FREE_RATE = 0.02
 _SAMPLE_INDEX = "SP500"  # the built-in index, whose values leave dividends out
 _PATH_VALUES = 60_000
 _PATH_VALUES_PER_TRADE = 5  # each trade of the table takes the room of about so many path values
@@ -70,7 +71,7 @@ def collect(report: Report, riskfree_rate: float | None = None) -> Dataset:
     riskfree_rate : float, optional
         Per year; by default the report's own ``riskfree_rate``, else 0.02.
     """
-    rate = _rate(report, riskfree_rate)
+    rate = riskfree_of(report, riskfree_rate)
     curves = read_curves(report)
     stats = statistics(report, rate)
     market = benchmark_figures(report, rate)
@@ -102,11 +103,6 @@ def collect(report: Report, riskfree_rate: float | None = None) -> Dataset:
         "assets": by_asset(report),
     }
     return Dataset(plain(facts), _series(report, curves, held))
-
-
-def _rate(report: Report, given: float | None) -> float:
-    rate = getattr(report, "riskfree_rate", None) if given is None else given
-    return RISK_FREE_RATE if rate is None else float(rate)
 
 
 def _meta(report: Report, curves: Curves, stats: Mapping[str, Any]) -> dict[str, Any]:

@@ -4,6 +4,7 @@
 #include "corvex/core/report/module_globals.hpp"
 
 #include <array>
+#include <cmath>
 #include <vector>
 
 namespace corvex::report {
@@ -143,7 +144,55 @@ constexpr Parameter kToText[] = {{"self"}, {"name", nullptr}};
 constexpr Parameter kToTerminal[] = {
     {"self"}, {"height", 12L}, {"width", 80L}, {"show_benchmark", true}, {"show_drawdown", true}};
 
+/// The span of a curve and its compound growth a year, years having 365.25 days.
+nb::object span_and_growth(nb::handle curve) {
+    const nb::object index = curve.attr("index");
+    const nb::object rows = curve.attr("iloc");
+    const nb::object first = index[0];
+    const nb::object last = index[-1];
+    const nb::object span =
+        text(": {:.10} to {:.10}").attr("format")(to_text(first), to_text(last));
+    const nb::object seconds = (last - first).attr("total_seconds")();
+    const double years = nb::cast<double>(seconds) / (365.25 * 86400);
+    const double growth = nb::cast<double>(global("float")(rows[-1] / rows[0]));
+    if (years <= 0 || growth < 0) {
+        return span;
+    }
+    return concat({span, text(", CAGR {:.2%}").attr("format")(std::pow(growth, 1 / years) - 1)});
+}
+
+/// What tells one report from another in a list of them. A report that was never filled, or not
+/// as usual, is shown as any object.
+nb::object repr(const Call& call) {
+    const nb::handle self = call.self();
+    try {
+        nb::list words;
+        words.append(text("<Report"));
+        const nb::object name = pyglue::attribute_or(self, "name", nb::none());
+        if (pyglue::is_true(name)) {
+            words.append(text(" "));
+            words.append(nb::repr(name));
+        }
+        const nb::object curve = self.attr("daily_creturn").attr("dropna")();
+        if (nb::len(curve) > 0) {
+            words.append(span_and_growth(curve));
+        }
+        words.append(text(">"));
+        return text("").attr("join")(words);
+    } catch (const nb::python_error& error) {
+        if (!error.matches(PyExc_Exception)) {
+            throw;
+        }
+    } catch (const nb::cast_error&) {
+        // A figure of another kind: below.
+    }
+    return nb::steal(PyBaseObject_Type.tp_repr(self.ptr()));
+}
+
+constexpr Parameter kSelf[] = {{"self"}};
+
 const FunctionSpec kMethods[] = {
+    {"__repr__", kSelf, repr},
     {"to_text", kToText, to_text_report,
      "將回測報告以文字方式呈現\n\nArgs:\n    name (str): 策略名稱，預設為 '未命名'。\n\nReturns:\n"
      "    str: 文字格式的回測報告\n"},
