@@ -253,6 +253,11 @@ nb::object make_function(const FunctionSpec& spec, nb::dict globals, const char*
     return allocated;
 }
 
+bool is_function(nb::handle value, const FunctionSpec& spec) {
+    return Py_IS_TYPE(value.ptr(), function_type()) &&
+           &as_function(value.ptr()).state.spec == &spec;
+}
+
 void set_owner(nb::handle function, nb::handle owner) {
     if (Py_IS_TYPE(function.ptr(), function_type())) {
         as_function(function.ptr()).state.owner = nb::borrow<nb::object>(owner);

@@ -13,6 +13,9 @@ namespace corvex::pyglue {
 /// @param scope    prefix of the qualified name ("Report" for a method), "" for module level
 nb::object make_function(const FunctionSpec& spec, nb::dict globals, const char* scope = "");
 
+/// Whether a value is a function that was made from this very table.
+bool is_function(nb::handle value, const FunctionSpec& spec);
+
 /// Tells a function the class whose body defined it, which `Call::super` needs. Objects that are
 /// not ours are left alone.
 void set_owner(nb::handle function, nb::handle owner);

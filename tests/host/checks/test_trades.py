@@ -47,6 +47,27 @@ def test_other_dtypes_give_their_fill_values(report):
         report.add_trade_info("small", TABLE.astype("float32"))
 
 
+def test_a_rebound_kernel_is_asked_and_gives_the_same_columns(module, report, monkeypatch):
+    kernel, asked = module.query_data_int64, []
+
+    def rebound(table, rows, columns):
+        asked.append(table.dtype)
+        return kernel(table, rows, columns)
+
+    whole = TABLE.astype("int64")
+    tables = [TABLE, whole, whole > 3, whole.astype("int8"), whole.astype(object)]
+    tables += [TABLE.iloc[::-1], TABLE.iloc[:, ::-1].astype(str)]
+    for table in tables:
+        report.add_trade_info("own", table, ["entry_date", "exit_date"])
+        with monkeypatch.context() as patch:
+            patch.setattr(module, "query_data_int64", rebound)
+            report.add_trade_info("rebound", table, ["entry_date", "exit_date"])
+        for date in ("entry_date", "exit_date"):
+            own, same = (report.trades[f"{name}@{date}"] for name in ("own", "rebound"))
+            pd.testing.assert_series_equal(own, same, check_names=False)
+    assert len(asked) == 2 * len(tables)
+
+
 def test_stock_id_serves_where_there_is_no_symbol_and_empty_trades_gain_the_column(report):
     trades = report.trades.rename(columns={"symbol": "stock_id"})
     report.trades = trades

@@ -17,7 +17,7 @@ nb::object entry(const nb::dict& entries, nb::handle key) {
 
 nb::list texts(nb::handle labels) {
     nb::list result;
-    pyglue::for_each(labels, [&](const nb::object& label) {
+    pyglue::for_each(plain_list(labels), [&](const nb::object& label) {
         result.append(pyglue::to_text(label));
         return true;
     });
@@ -58,6 +58,11 @@ class KnownLabels {
 
 nb::object label_id(nb::handle label) {
     return pyglue::to_text(label).attr("partition")(pyglue::text(" "))[0];
+}
+
+nb::object plain_list(nb::handle labels) {
+    return nb::hasattr(labels, "tolist") ? nb::object(labels.attr("tolist")())
+                                         : nb::borrow<nb::object>(labels);
 }
 
 nb::object label_positions(nb::handle labels, nb::handle known) {

@@ -7,6 +7,10 @@ namespace corvex::report {
 /// An asset's id: its label up to the first blank.
 nanobind::object label_id(nanobind::handle label);
 
+/// The items of an index or array as a list, which is many times quicker to walk; of anything else
+/// the thing itself.
+nanobind::object plain_list(nanobind::handle labels);
+
 /// Where labels stand among those of another table, an int64 array with -1 where one is not found.
 ///
 /// The same label counts first, of repeated ones the first. A label that is not there is looked up

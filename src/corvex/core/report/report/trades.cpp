@@ -1,9 +1,11 @@
 #include "corvex/core/report/report/trades.hpp"
 
 #include "corvex/core/report/label_match.hpp"
+#include "corvex/core/report/lookup_kernels.hpp"
 #include "corvex/core/report/module_globals.hpp"
 
-#include <algorithm>
+#include <span>
+#include <vector>
 
 namespace corvex::report {
 
@@ -30,12 +32,31 @@ nb::list as_column_list(nb::handle date_columns) {
     return columns;
 }
 
-/// The distinct dates of some columns of the trades. A trade without a date adds none.
-nb::object trade_dates(nb::handle trades, const nb::list& columns) {
+/// A date column of the trades: its distinct dates, and which of them each trade has. Trades share
+/// few dates, so that whatever is asked of a date is asked once for all its trades.
+struct DateColumn {
+    nb::object label;
+    nb::object numbers;
     nb::object dates;
-    for (const nb::handle column : columns) {
-        const nb::object known =
-            global("pd").attr("Index")(trades[column].attr("dropna")().attr("unique")());
+};
+
+std::vector<DateColumn> date_columns_of(nb::handle trades, const nb::list& labels) {
+    std::vector<DateColumn> columns;
+    for (const nb::handle label : labels) {
+        // A missing date keeps a number of its own.
+        const nb::object found =
+            global("pd").attr("factorize")(trades[label], nb::arg("use_na_sentinel") = false);
+        columns.push_back(
+            {nb::borrow<nb::object>(label), found[0], found[1].attr("infer_objects")()});
+    }
+    return columns;
+}
+
+/// The distinct dates of all columns. A trade without a date adds none.
+nb::object trade_dates(std::span<const DateColumn> columns) {
+    nb::object dates;
+    for (const DateColumn& column : columns) {
+        const nb::object known = column.dates.attr("dropna")();
         if (pyglue::length(known) == 0) {
             continue;
         }
@@ -74,17 +95,17 @@ nb::object asset_columns(nb::handle trades, const nb::object& columns) {
     const nb::object np = global("np");
     const nb::object found =
         global("pd").attr("factorize")(trades[pyglue::text(asset_column(trades))]);
-    const nb::object labels = found[1];
-    nb::list ids;
-    pyglue::for_each(labels, [&](const nb::object& label) {
-        ids.append(label_id(label));
-        return true;
-    });
+    const nb::object labels = plain_list(found[1]);
     const nb::object missing = pyglue::integer(-1);
     nb::object places = label_positions(labels, columns);
-    if (pyglue::is_true(columns.attr("is_unique"))) {
-        places = np.attr("where")(pyglue::compare(places, Py_EQ, missing),
-                                  columns.attr("get_indexer_for")(ids), places);
+    const nb::object open = pyglue::compare(places, Py_EQ, missing);
+    if (pyglue::is_true(open.attr("any")()) && pyglue::is_true(columns.attr("is_unique"))) {
+        nb::list ids;
+        pyglue::for_each(labels, [&](const nb::object& label) {
+            ids.append(label_id(label));
+            return true;
+        });
+        places = np.attr("where")(open, columns.attr("get_indexer_for")(ids), places);
     }
     return np.attr("append")(places, missing)[found[0]]; // a trade without an asset has number -1
 }
@@ -107,21 +128,22 @@ nb::object cells_at(nb::handle values, nb::handle rows, nb::handle columns) {
     // The kernels test the column only; a row of -1 would read the last date.
     const nb::object located =
         global("np").attr("where")(pyglue::compare(rows, Py_EQ, missing), missing, columns);
-    return kernel_for(rows.attr("dtype"))(values, rows, located.attr("astype")(rows.attr("dtype")));
+    return column_of_cells(kernel_for(rows.attr("dtype")), values, rows,
+                           located.attr("astype")(rows.attr("dtype")));
 }
 
 nb::object add_trade_info(const Call& call) {
     const nb::handle self = call.self();
-    const nb::list date_columns = as_column_list(call[3]);
     const nb::object trades = self.attr("trades");
-    const nb::object table = extended_to(call[2], trade_dates(trades, date_columns));
+    const std::vector<DateColumn> date_columns = date_columns_of(trades, as_column_list(call[3]));
+    const nb::object table = extended_to(call[2], trade_dates(date_columns));
     const nb::object values = table.attr("values");
     const nb::object columns = asset_columns(trades, table.attr("columns"));
-    for (const nb::handle date_column : date_columns) {
-        const nb::object rows = table.attr("index").attr("get_indexer_for")(trades[date_column]);
-        const nb::object label = pyglue::concat(
-            {pyglue::to_text(call[1]), pyglue::text("@"), nb::borrow<nb::object>(date_column)});
-        trades[label] = cells_at(values, rows, columns);
+    for (const DateColumn& dates : date_columns) {
+        const nb::object rows = table.attr("index").attr("get_indexer_for")(dates.dates);
+        const nb::object label =
+            pyglue::concat({pyglue::to_text(call[1]), pyglue::text("@"), dates.label});
+        trades[label] = cells_at(values, rows.attr("take")(dates.numbers), columns);
     }
     return nb::none();
 }
