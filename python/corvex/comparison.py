@@ -13,7 +13,7 @@ from corvex.core.dashboard.curves import RISK_FREE_RATE, wall_days
 from corvex.core.dashboard.risk_figures import risk_figures
 from corvex.core.report import Report
 from corvex.ffn_core import PerformanceStats
-from corvex.ffn_core.catalogue import catalogue
+from corvex.ffn_core.catalogue import catalogue, show
 from corvex.plaintext import printable, text_table
 from corvex.utils import write_text
 
@@ -126,14 +126,14 @@ class Comparison:
     def _ranked_text(self) -> str:
         columns = {"cagr": "CAGR", "daily_vol": "volatility", "daily_sharpe": "Sharpe",
                    "max_drawdown": "drawdown", "total_return": "total"}  # fmt: skip
-        rows = []
-        for rank, name in enumerate(self.ranking, start=1):
-            figures = self.figures[name]
-            cells = (
-                f"{figures[key]:.2f}" if key == "daily_sharpe" else f"{figures[key]:.2%}"
-                for key in columns
-            )
-            rows.append([str(rank), printable(name), *cells])
+        rows = [
+            [
+                str(rank),
+                printable(name),
+                *(show(key, self.figures.at[key, name]) for key in columns),
+            ]
+            for rank, name in enumerate(self.ranking, start=1)
+        ]
         header = ["", "by Sharpe ratio", *columns.values()]
         return text_table(header, rows, left=2, wide=28)
 

@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import math
 from typing import TYPE_CHECKING, Any
 
 import numpy as np
@@ -14,12 +13,10 @@ from corvex import _engine
 if TYPE_CHECKING:
     from corvex.core.report import Report
 
-__all__ = ["SESSIONS_PER_YEAR", "beta", "days_per_year", "fit", "statistics", "values_per_year"]
+__all__ = ["SESSIONS_PER_YEAR", "days_per_year", "fit", "statistics", "values_per_year"]
 
 #: Where the dates of a curve are too few to tell.
 SESSIONS_PER_YEAR = 252
-
-_Floats = npt.NDArray[np.float64]
 
 
 def statistics(report: Report, riskfree_rate: float = 0.02) -> dict[str, Any]:
@@ -44,20 +41,6 @@ def fit(curve: pd.Series, benchmark: pd.Series) -> tuple[float, float]:
     own, market = curve.to_numpy(dtype=np.float64), benchmark.to_numpy(dtype=np.float64)
     both = np.isfinite(own) & np.isfinite(market)
     return _engine.benchmark_fit(own[both], market[both], days_per_year(curve.index[both]))
-
-
-def beta(strategy: _Floats, benchmark: _Floats) -> float:
-    """Return the covariance of paired returns over the variance of the second.
-
-    NaN for fewer than two pairs and for a benchmark that does not move.
-    """
-    if benchmark.size < 2:
-        return math.nan
-    spread = benchmark - benchmark.mean()
-    variance = float(spread @ spread)
-    if variance <= 1e-30 * benchmark.size:  # a constant benchmark, up to rounding
-        return math.nan
-    return float(spread @ (strategy - strategy.mean())) / variance
 
 
 def days_per_year(index: pd.Index) -> int:

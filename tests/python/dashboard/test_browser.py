@@ -1,16 +1,20 @@
 """The page in a real Chromium: from a file, with the network off."""
 
+import base64
 import os
 import re
 import shutil
 
+import numpy as np
 import pandas as pd
 import pytest
 from dashboard_reports import HOSTILE, bare_report
 
+from corvex import _engine
 from corvex.comparison import compare
 from corvex.core.dashboard import generate_html, notebook
 from corvex.core.dashboard.comparison_page import comparison_html
+from corvex.core.dashboard.page import asset
 
 pytestmark = pytest.mark.slow
 
@@ -302,6 +306,52 @@ def test_frames_of_a_notebook_share_the_library_and_wait_for_it(chromium, simula
     assert waiting.locator(CHART.format("equity")).count()
     assert not waiting.locator("#elsewhere").count()
     page.close()
+
+
+def test_mathematics_of_the_charts_agree_with_the_engine(chromium):
+    rng = np.random.default_rng(3)
+    curve, market = np.cumprod(1 + rng.normal(5e-4, 0.01, (2, 400)), axis=1)
+    size, outside = 63, [-9.0, *rng.normal(0, 1, 3000), 40.0]
+    page = chromium.new_page()
+    code = base64.b64encode(asset("js/maths.js").encode()).decode()
+    found = page.evaluate(
+        """async ([code, curve, market, size, outside]) => {
+            const m = await import(`data:text/javascript;base64,${code}`);
+            const [own, other] = [m.changes(curve), m.changes(market)];
+            const ticks = [[3, 5], [95, 105.2], [40, 9000], [1e-3, 1e9], [99.99, 100.01]];
+            return { falls: m.drawdowns(curve), beta: m.rollingBeta(own, other, size),
+                ...m.rollingRisk(own, size, 252, 0.02), fields: m.countedFields(outside, outside),
+                late: m.rebased([null, 4, 5], 0, [100, 120, 90]),
+                gains: [m.gain([null, 2, 3, null], 0, 3), m.gain([null, null], 0, 1)],
+                ticks: ["log", "linear"].map((scale) =>
+                    ticks.map(([a, b]) => [a, b, m.axisTicks(a, b, scale)])) };
+        }""",
+        [code, curve.tolist(), market.tolist(), size, outside],
+    )
+    page.close()
+    assert found["falls"] == pytest.approx(_engine.drawdown_curve(curve))
+    assert found["sharpe"][:size] == found["beta"][:size] == [None] * size
+    days = pd.date_range("2024-01-01", periods=400).as_unit("ns").asi8
+    for row in (size, 200, 399):
+        window = slice(row - size, row + 1)
+        record = _engine.performance_record(curve[window], days[window], 0.02, 252)[0]
+        own = dict(zip(_engine.FIGURE_NAMES, record, strict=True))
+        assert found["sharpe"][row] == pytest.approx(own["daily_sharpe"])
+        assert found["volatility"][row] == pytest.approx(own["daily_vol"])
+        beta = _engine.benchmark_fit(curve[window], market[window], 252)[1]
+        assert found["beta"][row] == pytest.approx(beta)
+    counted = np.array(found["fields"]["counts"])
+    assert counted.shape == (70, 70)
+    assert counted.sum() + len(found["fields"]["outside"]) == len(outside)
+    assert {0, len(outside) - 1} <= set(found["fields"]["outside"])
+    assert found["late"] == [None, 120, 150]
+    assert found["gains"] == [0.5, None]
+    for place, scale in zip((np.log, np.asarray), found["ticks"], strict=True):
+        for low, high, ticks in scale:
+            gaps = np.diff(place(ticks)) / (place(high) - place(low))
+            assert 3 <= len(ticks) <= 16
+            assert low <= ticks[0] < ticks[-1] <= high * (1 + 1e-12)
+            assert gaps.min() > 1 / 15.01
 
 
 def test_comparison_draws_its_curves_and_rebases_the_range_chosen(open_page, simulated):

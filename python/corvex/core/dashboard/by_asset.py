@@ -4,10 +4,9 @@ from __future__ import annotations
 
 from typing import TYPE_CHECKING, Any
 
-import numpy as np
 import pandas as pd
 
-from corvex.core.dashboard.trades import asset_column, encoded, floats
+from corvex.core.dashboard.trades import asset_column, figures_by, floats
 from corvex.data.context import _default_context
 
 if TYPE_CHECKING:
@@ -41,8 +40,7 @@ def by_asset(report: Report, count: int = 10) -> dict[str, Any] | None:
         return None
     parts = _contributions(report)
     if parts is None:
-        order = sorted(trades, key=lambda label: -trades[label]["trades"])
-        rows = [_row(label, trades, None) for label in order[: 2 * count]]
+        rows = [_row(label, trades, None) for label in list(trades)[: 2 * count]]
         return {"rows": rows, "total": None}
     extra = [label for label in parts.index[-2:] if label in (COSTS, OTHER)]
     assets = parts.iloc[: len(parts) - len(extra)]
@@ -64,16 +62,7 @@ def _summed(trades: pd.DataFrame) -> dict[str, dict[str, Any]] | None:
     if not {asset_column(trades), "return"} <= set(trades.columns):
         return None
     known = trades[trades["return"].notna()]
-    if known.empty:
-        return None
-    gain = floats(known["return"])
-    labels, numbers = encoded(known[asset_column(known)])
-    size = np.bincount(numbers)
-    columns = (size, np.bincount(numbers, gain > 0) / size, np.bincount(numbers, gain) / size)
-    rows = zip(labels, *(column.tolist() for column in columns), strict=True)
-    return {
-        label: {"trades": count, "win_rate": won, "mean": mean} for label, count, won, mean in rows
-    }
+    return figures_by(known[asset_column(known)], floats(known["return"])) if len(known) else None
 
 
 def _contributions(report: Report) -> pd.Series | None:

@@ -10,8 +10,9 @@ import numpy as np
 import numpy.typing as npt
 import pandas as pd
 
+from corvex import _engine
 from corvex.core.benchmarks import carried, known_benchmark, moves
-from corvex.core.curve_figures import beta, days_per_year
+from corvex.core.curve_figures import days_per_year
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
@@ -137,21 +138,21 @@ def relative_figures(curves: Curves) -> dict[str, float]:
     """
     if curves.benchmark is None:
         return {}
-    known = curves.known
-    own, market = changes(curves.strategy[known]), changes(curves.benchmark[known])
+    strategy, benchmark = curves.strategy[curves.known], curves.benchmark[curves.known]
+    own, market = changes(strategy), changes(benchmark)
     both = np.isfinite(own) & np.isfinite(market)
     own, market = own[both], market[both]
     if own.size < 2:
         return {}
     active = own - market
-    slope = beta(own, market)
+    alpha, beta = _engine.benchmark_fit(strategy, benchmark, curves.periods)
     error = float(active.std(ddof=1)) * math.sqrt(curves.periods)
     # Up to rounding, a strategy that is its benchmark has no active return to judge.
     has_error = error > 1e-12
     spread = float(own.std() * market.std())
     return {
-        "alpha": float((1 + np.mean(own - slope * market)) ** curves.periods - 1),
-        "beta": slope,
+        "alpha": alpha,
+        "beta": beta,
         "correlation": float(np.cov(own, market, ddof=0)[0, 1]) / spread if spread else math.nan,
         "tracking_error": error,
         "information_ratio": float(active.mean()) * curves.periods / error

@@ -34,7 +34,7 @@ from corvex.core.dashboard.holdings import freshness, holdings
 from corvex.core.dashboard.periods import best_and_worst, crises, live_part
 from corvex.core.dashboard.returns import distribution, return_years
 from corvex.core.dashboard.risk_figures import risk_figures
-from corvex.core.dashboard.trades import price_paths, trade_columns, trade_figures
+from corvex.core.dashboard.trades import by_reason, price_paths, trade_columns, trade_figures
 from corvex.core.trade_lookup import known_table
 
 if TYPE_CHECKING:
@@ -101,6 +101,7 @@ def collect(report: Report, riskfree_rate: float | None = None) -> Dataset:
         "assumptions": assumptions(report),
         "liquidity": liquidity(report),
         "assets": by_asset(report),
+        "reasons": by_reason(report.trades),
     }
     return Dataset(plain(facts), _series(report, curves, held))
 

@@ -9,6 +9,7 @@ from typing import Any
 
 import numpy as np
 
+from corvex import _engine
 from corvex.core.dashboard.curves import Curves, Days, Floats, changes
 
 __all__ = ["distribution", "month_end_returns", "next_weekday", "return_years"]
@@ -89,11 +90,16 @@ def _partial_months(first: datetime.date, last: datetime.date) -> list[str]:
     return sorted(months)
 
 
-def month_end_returns(values: Floats, days: np.ndarray[Any, Any]) -> tuple[Floats, list[str]]:
+def month_end_returns(values: Floats, days: Days) -> tuple[Floats, list[str]]:
     """Return the monthly returns of a curve and their months, the month of its start left out."""
+    ends = _month_ends(days)
+    months = days[ends].astype("datetime64[D]").astype("datetime64[M]")
+    return changes(values[ends]), [str(month) for month in months[1:]]
+
+
+def _month_ends(days: Days) -> np.ndarray[Any, Any]:
     months = days.astype("datetime64[D]").astype("datetime64[M]")
-    ends = np.flatnonzero(np.append(months[1:] != months[:-1], True))
-    return changes(values[ends]), [str(month) for month in months[ends][1:]]
+    return np.flatnonzero(np.append(months[1:] != months[:-1], True))
 
 
 def distribution(curves: Curves) -> dict[str, Any]:
@@ -109,25 +115,22 @@ def distribution(curves: Curves) -> dict[str, Any]:
         returns), for both. A frequency with fewer than ten returns is left out.
     """
     result = {}
-    for name in ("daily", "monthly"):
-        own = _finite(_returns(curves.strategy, curves.days, name))
-        market, known = None, curves.known
-        if curves.benchmark is not None:
-            market = _finite(_returns(curves.benchmark[known], curves.days[known], name))
-        if own.size >= 10:
+    rows = {"daily": np.arange(len(curves.days)), "monthly": _month_ends(curves.days)}
+    for name, chosen in rows.items():
+        own = curves.strategy[chosen]
+        market = None if curves.benchmark is None else curves.benchmark[chosen]
+        if _returns(own).size >= 10:
             result[name] = _describe(own, market)
     return result
 
 
-def _returns(values: Floats, days: Days, frequency: str) -> Floats:
-    return changes(values) if frequency == "daily" else month_end_returns(values, days)[0]
+def _returns(values: Floats) -> Floats:
+    found = changes(values)
+    return found[np.isfinite(found)]
 
 
-def _finite(values: Floats) -> Floats:
-    return values[np.isfinite(values)]
-
-
-def _describe(own: Floats, market: Floats | None) -> dict[str, Any]:
+def _describe(values: Floats, benchmark: Floats | None) -> dict[str, Any]:
+    own, market = _returns(values), None if benchmark is None else _returns(benchmark)
     both = own if market is None else np.concatenate([own, market])
     low, high = float(both.min()), float(both.max())
     bins = _bin_count(own, high - low)
@@ -139,7 +142,7 @@ def _describe(own: Floats, market: Floats | None) -> dict[str, Any]:
         "strategy": np.histogram(own, edges)[0].tolist(),
         "benchmark": None if market is None else np.histogram(market, edges)[0].tolist(),
         "tails": [
-            {"share": share, "strategy": _tail(own, share), "benchmark": _tail(market, share)}
+            {"share": share, "strategy": _tail(values, share), "benchmark": _tail(benchmark, share)}
             for share in _TAILS
         ],
     }
@@ -152,11 +155,8 @@ def _bin_count(returns: Floats, span: float) -> int:
     return int(min(max(span / width, 10), _BINS)) if width > 0 else 10
 
 
-def _tail(returns: Floats | None, share: float) -> dict[str, float] | None:
-    if returns is None or not returns.size:
+def _tail(values: Floats | None, share: float) -> dict[str, float] | None:
+    if values is None:
         return None
-    last = int((returns.size - 1) * share)
-    return {
-        "var": float(np.quantile(returns, share)),
-        "cvar": float(np.partition(returns, last)[: last + 1].mean()),
-    }
+    at_risk, shortfall, _ = _engine.tail_risk(np.ascontiguousarray(values), share)
+    return {"var": at_risk, "cvar": shortfall}

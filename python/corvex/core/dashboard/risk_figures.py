@@ -6,6 +6,7 @@ import math
 
 import numpy as np
 
+from corvex import _engine
 from corvex.core.dashboard.curves import Days, Floats, changes
 from corvex.core.dashboard.returns import month_end_returns
 
@@ -36,28 +37,23 @@ def risk_figures(values: Floats, days: Days) -> dict[str, float]:
     values, days = values[known], days[known]
     if values.size < 2:
         return {}
-    top = np.maximum.accumulate(values)
-    fall = values / top - 1
+    fall = _engine.drawdown_curve(values)
     returns = changes(values)
     returns = returns[np.isfinite(returns)]
     months = month_end_returns(values, days)[0]
-    low, high = np.abs(np.quantile(returns, [0.05, 0.95])) if returns.size else (0.0, 0.0)
     loss = -float(returns[returns < 0].sum())
     return {
-        "longest_drawdown_days": _longest_stay(values, top, days),
+        "longest_drawdown_days": _longest_drawdown(values, days),
         "time_under_water": float(np.mean(fall < 0)),
         "ulcer_index": math.sqrt(float(np.mean(fall**2))),
-        "tail_ratio": float(high / low) if low > 0 else math.nan,
+        "tail_ratio": _engine.tail_risk(values)[2],
         "omega": float(returns[returns > 0].sum()) / loss if loss > 0 else math.nan,
         "win_day_perc": float(np.mean(returns > 0)) if returns.size else math.nan,
         "win_month_perc": float(np.mean(months > 0)) if months.size else math.nan,
     }
 
 
-def _longest_stay(values: Floats, top: Floats, days: Days) -> float:
-    """Between two days at the top lies either nothing or one drawdown."""
-    at_top = np.flatnonzero(values == top)
-    ends = days[np.append(at_top, len(days) - 1)]
-    gaps = np.diff(ends)
-    fell = np.diff(np.append(at_top, len(days))) > 1
-    return float(gaps[fell].max()) if fell.any() else 0.0
+def _longest_drawdown(values: Floats, days: Days) -> float:
+    rows, _ = _engine.drawdown_episodes(values)
+    ends = np.where(rows[:, 3] < 0, len(days) - 1, rows[:, 3])
+    return float((days[ends] - days[rows[:, 0]]).max()) if len(rows) else 0.0

@@ -9,10 +9,11 @@ import numpy as np
 import numpy.typing as npt
 import pandas as pd
 
+from corvex import _engine
 from corvex.core.dashboard.curves import wall_days
 from corvex.core.dashboard.embed import rounded
 from corvex.core.trade_lookup import TradeLookup, market_table
-from corvex.core.trade_rows import EXCURSIONS
+from corvex.core.trade_rows import EXCURSIONS, closed_returns
 from corvex.data.context import _default_context
 
 if TYPE_CHECKING:
@@ -20,7 +21,9 @@ if TYPE_CHECKING:
 
 __all__ = [
     "asset_column",
+    "by_reason",
     "encoded",
+    "figures_by",
     "floats",
     "price_paths",
     "shown_return",
@@ -119,37 +122,56 @@ def trade_figures(trades: pd.DataFrame) -> dict[str, Any] | None:
 
     A trade that earned exactly nothing counts as one that did not win.
     """
-    if "return" not in trades.columns or "exit_date" not in trades.columns:
+    every, closed = closed_returns(trades)
+    returns = every[closed]
+    if "exit_date" not in trades.columns or not returns.size:
         return None
-    closed = trades[trades["exit_date"].notna() & trades["return"].notna()]
-    returns = floats(closed["return"])
-    if not returns.size:
-        return None
+    win_rate, expectancy, profit_factor = _engine.trade_figures(every, closed)
     won, lost = returns[returns > 0], returns[returns <= 0]
-    loss = -float(lost.sum())
     figures: dict[str, Any] = {
         "trades": int(returns.size),
         "open_trades": int((trades["entry_date"].notna() & trades["exit_date"].isna()).sum())
         if "entry_date" in trades.columns
         else None,
-        "win_rate": won.size / returns.size,
-        "expectancy": float(returns.mean()),
+        "win_rate": win_rate,
+        "expectancy": expectancy,
         "median_trade": float(np.median(returns)),
         "average_win": float(won.mean()) if won.size else None,
         "average_loss": float(lost.mean()) if lost.size else None,
-        "payoff_ratio": float(won.mean() / -lost.mean()) if won.size and loss > 0 else None,
-        "profit_factor": float(won.sum()) / loss if loss > 0 else None,
+        "payoff_ratio": float(won.mean() / -lost.mean()) if won.size and lost.any() else None,
+        "profit_factor": profit_factor,
         "best_trade": float(returns.max()),
         "worst_trade": float(returns.min()),
         "longest_losing_streak": _longest_run(returns <= 0),
     }
-    if "period" in closed.columns:
-        figures["mean_period"] = float(floats(closed["period"]).mean())
-    for name in ("mae", "mfe"):
-        known = floats(closed[name]) if name in closed.columns else np.empty(0)
-        known = known[np.isfinite(known)]
-        figures[f"mean_{name}"] = float(known.mean()) if known.size else None
+    for name, column in (("mean_period", "period"), ("mean_mae", "mae"), ("mean_mfe", "mfe")):
+        if column in trades.columns:
+            figures[name] = _engine.mean_present(floats(trades[column]), closed)
     return figures
+
+
+def figures_by(column: pd.Series, returns: Floats) -> dict[str, dict[str, Any]]:
+    """Return ``trades``, ``win_rate`` and ``mean`` return for each text of a column.
+
+    Those with most trades come first.
+    """
+    labels, numbers = encoded(column)
+    order = np.argsort(numbers, kind="stable")
+    sizes = np.bincount(numbers, minlength=len(labels))
+    found = {}
+    for label, own in zip(labels, np.split(returns[order], np.cumsum(sizes)[:-1]), strict=True):
+        win_rate, mean, _ = _engine.trade_figures(own)
+        found[label] = {"trades": int(own.size), "win_rate": win_rate, "mean": mean}
+    return dict(sorted(found.items(), key=lambda item: -item[1]["trades"]))
+
+
+def by_reason(trades: pd.DataFrame) -> list[dict[str, Any]]:
+    """Return the figures of the closed trades by their exit reasons."""
+    returns, closed = closed_returns(trades)
+    if "exit_reason" not in trades.columns or not closed.any():
+        return []
+    found = figures_by(trades["exit_reason"][closed], returns[closed])
+    return [{"reason": reason, **figures} for reason, figures in found.items()]
 
 
 def _longest_run(flags: npt.NDArray[np.bool_]) -> int:

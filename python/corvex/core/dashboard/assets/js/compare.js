@@ -2,10 +2,10 @@
 
 import { byId, choices, el, replaceContent, select } from "./dom.js";
 import { chart, colours, line, redraw } from "./charts.js";
-import { gain, rangeOptions, rangeRows, rowsOfEvent, valueAxis } from "./equity.js";
+import { rangeOptions, rangeRows, rowsOfEvent, valueAxis } from "./equity.js";
 import { figure, isoDay, number, percent, signedPercent, whole } from "./format.js";
 import { renderFooter, renderTools } from "./heading.js";
-import { drawdowns, rebased } from "./maths.js";
+import { drawdowns, gain, rebased } from "./maths.js";
 import { yearLabel } from "./returns.js";
 import { renderSections, renderWhole, startPage } from "./sections.js";
 import { facts } from "./store.js";

@@ -4,7 +4,7 @@ import { choices, el, replaceContent } from "./dom.js";
 import { chart, colours, isNarrow, line, redraw } from "./charts.js";
 import { dayOf, isoDay, percent, signedPercent, tickText, whole } from "./format.js";
 import { benchmarkLabel } from "./heading.js";
-import { axisTicks, drawdowns, rebased } from "./maths.js";
+import { axisTicks, drawdowns, gain, rebased } from "./maths.js";
 import { facts } from "./store.js";
 import { table } from "./table.js";
 import { t } from "./text.js";
@@ -88,13 +88,6 @@ export function rowsOfEvent(event, series, view) {
   const [first, end] = range.map((value) => rowNotAfter(series.days, dayOf(String(value))));
   return end > first ? [first, end] : [Math.max(end - 1, 0), Math.max(end, 1)];
 }
-
-export const gain = (values, first, last) => {
-  let at = first;
-  while (at < last && values[at] === null) at++;
-  while (last > at && values[last] === null) last--;  // a benchmark may end early
-  return values[at] ? values[last] / values[at] - 1 : null;
-};
 
 function tellView(node, series, dates, falls, { first, last }) {
   const market = series.benchmark && gain(series.benchmark, first, last);

@@ -1,4 +1,6 @@
-// What the charts derive from the curves. Missing values are null.
+// What the charts derive from the curves; missing values are null. A reader chooses range, window
+// and scale, so this cannot be worked out before: the page would carry every curve many times. All
+// that does not change comes from the engine; tests hold these functions against it.
 
 export function changes(values) {
   const result = [null];
@@ -24,6 +26,14 @@ export function rebased(values, first, beside = null) {
   while (at < values.length && values[at] === null) at++;
   const scale = (beside?.[at] ?? 100) / values[at];
   return values.map((value) => (value === null || !Number.isFinite(scale) ? null : value * scale));
+}
+
+/** The return between two rows, from the first known value to the last. */
+export function gain(values, first, last) {
+  let [from, to] = [first, last];
+  while (from < to && values[from] === null) from++;
+  while (to > from && values[to] === null) to--;
+  return values[from] ? values[to] / values[from] - 1 : null;
 }
 
 /** Sums over the last `size` entries; null until so many known ones came without a gap. */

@@ -84,7 +84,7 @@ export function renderTrades(series) {
   };
   show();
   return [figuresOfTrades(), controls(book, columns, state, texts, show), status, place,
-          el("p", { class: "note" }, `${t("trades_note")} ${t(`prices_${facts.meta.prices}`)} ${t("trades_hint")}`), ...summaries(book)];
+          el("p", { class: "note" }, `${t("trades_note")} ${t(`prices_${facts.meta.prices}`)} ${t("trades_hint")}`), ...summaries()];
 }
 
 function searchText(book, i) {
@@ -234,9 +234,9 @@ function figuresOfTrades() {
     el("div", {}, el("dt", {}, defined(key)), el("dd", {}, figure(key, own[key])))));
 }
 
-function summaries(book) {
+function summaries() {
   return [...(facts.assets?.rows.length > 1 ? assetTable() : []),
-          book.has("reason") ? el("div", { class: "pair" }, reasonTable(book)) : null];
+          facts.reasons.length ? el("div", { class: "pair" }, reasonTable()) : null];
 }
 
 function assetTable() {
@@ -256,20 +256,13 @@ function assetTable() {
   return [besideItself(t("by_asset"), columns, rows, { foot }), el("p", { class: "note" }, note)];
 }
 
-function reasonTable(book) {
-  const groups = new Map();
-  for (let i = 0; i < book.count; i++) {
-    if (book.isOpen(i) || book.value("return", i) === null) continue;
-    const group = groups.get(book.reason(i)) ?? { reason: book.reason(i), count: 0, won: 0, sum: 0 };
-    const gain = book.value("return", i);
-    groups.set(group.reason, { ...group, count: group.count + 1, won: group.won + (gain > 0), sum: group.sum + gain });
-  }
+function reasonTable() {
   return el("div", {}, table(t("by_reason"), [
     { label: t("reason"), text: (row) => orMissing(reasonText(row.reason) || null) },
-    { label: t("trades_count"), number: true, text: (row) => whole(row.count) },
-    { label: defined("win_rate"), number: true, text: (row) => percent(row.won / row.count, 1) },
-    { label: defined("expectancy"), number: true, text: (row) => percent(row.sum / row.count) },
-  ], [...groups.values()].sort((a, b) => b.count - a.count)));
+    { label: t("trades_count"), number: true, text: (row) => whole(row.trades) },
+    { label: defined("win_rate"), number: true, text: (row) => percent(row.win_rate, 1) },
+    { label: defined("expectancy"), number: true, text: (row) => percent(row.mean) },
+  ], facts.reasons));
 }
 
 export function renderExcursions(series) {
