@@ -62,7 +62,7 @@ Book::Book(const PriceTable& close, const Costs& costs)
 
 double Book::dot(const double* row) const {
     if (held_.size() == close_.assets) {
-        return sum_products(held_shares_.data(), row, held_.size());
+        return sum_products(shares_.data(), row, held_.size());
     }
     return sum_gathered(held_shares_.data(), held_.data(), row, held_.size());
 }
@@ -73,6 +73,33 @@ double Book::mark(std::size_t session) {
     }
     const double value = dot(close_.row(session));
     return std::isnan(value) ? mark_with_gaps(session) : value;
+}
+
+void Book::equities(std::size_t session, std::span<double> out) {
+    if (changed_) {
+        refresh_held();
+    }
+    if (held_.empty()) {
+        std::ranges::fill(out, cash_);
+        return;
+    }
+    if (held_.size() > 1) {
+        for (std::size_t k = 0; k < out.size(); ++k) {
+            out[k] = cash_ + mark(session + k);
+        }
+        return;
+    }
+    // One holding needs no sum, and a column of one asset can be read four closes at a time.
+    const double* price = close_.row(session) + held_.front();
+    const double shares = shares_[held_.front()];
+    bool missing = false;
+    for (std::size_t k = 0; k < out.size(); ++k) {
+        out[k] = cash_ + shares * price[k * close_.assets];
+        missing |= std::isnan(out[k]);
+    }
+    for (std::size_t k = 0; missing && k < out.size(); ++k) {
+        out[k] = cash_ + mark(session + k);
+    }
 }
 
 double Book::mark_with_gaps(std::size_t session) {
@@ -89,7 +116,7 @@ double Book::mark_with_gaps(std::size_t session) {
             known_[asset] = price;
             known_session_[asset] = static_cast<std::int64_t>(session);
         }
-        value += held_shares_[k] * price;
+        value += shares_[asset] * price;
     }
     return value;
 }
@@ -136,6 +163,17 @@ void Book::untrade(std::size_t asset, double shares_before, double price, CostTo
     }
     shares_[asset] = shares_before;
     changed_ = true;
+}
+
+void Book::set_row(std::span<const double> shares, bool same_assets) {
+    std::ranges::copy(shares, shares_.begin());
+    if (!same_assets || changed_) {
+        changed_ = true;
+        return;
+    }
+    for (std::size_t k = 0; held_.size() < close_.assets && k < held_.size(); ++k) {
+        held_shares_[k] = shares_[held_[k]];
+    }
 }
 
 void Book::forgive_rounding(double equity) {

@@ -4,6 +4,7 @@
 #include "corvex/engine/portfolio/price_table.hpp"
 
 #include <cstdint>
+#include <span>
 #include <vector>
 
 namespace corvex::engine::portfolio {
@@ -15,6 +16,9 @@ class Book {
 
     /// Value of all holdings at a session's close; a missing price counts at the last known value.
     double mark(std::size_t session);
+
+    /// Cash and value of the holdings at each close from `session` on, as mark() has them.
+    void equities(std::size_t session, std::span<double> out);
 
     /// The last known price of an asset before a session's close is known.
     [[nodiscard]] double price_before(std::size_t asset, std::size_t session) const;
@@ -30,6 +34,9 @@ class Book {
             known_session_[asset] = static_cast<std::int64_t>(session);
         }
     }
+    /// Sets all holdings in a session that has a close for each of them.
+    /// @param same_assets  whether none begins or ends.
+    void set_row(std::span<const double> shares, bool same_assets);
     /// Many holdings have been set: held() and mark() follow.
     void holdings_changed() { changed_ = true; }
     /// Trades one asset to a holding of `value`; pays for it and for the costs.
@@ -63,9 +70,9 @@ class Book {
     /// The held assets, ascending, and their shares side by side. A sold asset stays with zero
     /// shares until enough of them are gone.
     std::vector<std::uint32_t> held_;
-    std::vector<double> held_shares_;
-    std::size_t gone_ = 0; ///< assets in held_ with zero shares
-    bool changed_ = false; ///< holdings differ from held_ and held_shares_
+    std::vector<double> held_shares_; ///< not kept up while every asset is held
+    std::size_t gone_ = 0;            ///< assets in held_ with zero shares
+    bool changed_ = false;            ///< holdings differ from held_ and held_shares_
 };
 
 } // namespace corvex::engine::portfolio

@@ -8,8 +8,9 @@ using trades::ExitReason;
 
 Simulator::Simulator(const SimulationInput& input)
     : in_{input}, assets_{input.prices.assets()}, book_{input.prices.close(), input.options.costs},
-      solver_{input.options.costs, assets_}, stops_{input.prices, input.options.stops},
-      cooldowns_{assets_, input.options.stops.cooldown}, waiting_{assets_}, pending_{assets_},
+      solver_{input.options.costs, assets_}, row_solver_{input.options.costs, assets_},
+      stops_{input.prices, input.options.stops}, cooldowns_{assets_, input.options.stops.cooldown},
+      waiting_{assets_}, pending_{assets_},
       excursions_{input.prices.close(), input.plan.first_session,
                   input.record.trades && input.record.excursions},
       log_{input.options.costs, assets_, input.plan.rebalances(), input.record.trades},
@@ -24,12 +25,64 @@ Simulator::Simulator(const SimulationInput& input)
 }
 
 SimulationResult Simulator::run() {
-    for (std::size_t session = in_.plan.first_session; session < in_.prices.sessions(); ++session) {
+    for (std::size_t session = in_.plan.first_session; session < in_.prices.sessions();) {
+        const std::size_t end = quiet_until(session);
+        if (end > session) {
+            session = hold(session, end);
+            continue;
+        }
         run_session(session);
         write_down(session);
+        ++session;
     }
     finish();
     return std::move(out_);
+}
+
+/// The first session from this one on in which more happens than that holdings change their value.
+std::size_t Simulator::quiet_until(std::size_t session) const {
+    if (out_.ruin_session >= 0 || !waiting_.empty() || !pending_.empty()) {
+        return session;
+    }
+    const auto fill_after = [](std::int64_t signal) {
+        return static_cast<std::size_t>(signal + 1);
+    };
+    std::size_t end = in_.prices.sessions();
+    if (next_rebalance_ < in_.plan.rebalances()) {
+        end = std::min(end, fill_after(in_.plan.signal_session[next_rebalance_]));
+    }
+    const auto& ends = in_.prices.ends();
+    if (ends_done_ < ends.size()) {
+        end = std::min(end, static_cast<std::size_t>(ends[ends_done_].first));
+    }
+    return stops_.active() ? std::min(end, stops_.quiet_until(session)) : end;
+}
+
+/// Marks the holdings in the sessions before `end`, or until they are worth nothing. Returns the
+/// session that follows.
+std::size_t Simulator::hold(std::size_t session, std::size_t end) {
+    // As many sessions as the first cache has room for, so that excursions find the prices there.
+    constexpr std::size_t kPricesAtOnce = 1U << 12U;
+    const std::size_t at_once = std::max<std::size_t>(8, kPricesAtOnce / assets_);
+    while (session < end) {
+        const std::size_t count = std::min(at_once, end - session);
+        const auto equity = std::span(out_.equity).subspan(offset(session), count);
+        book_.equities(session, equity);
+        const auto lost = std::ranges::find_if(equity, [](double value) { return !(value > 0.0); });
+        const auto kept = static_cast<std::size_t>(lost - equity.begin());
+        std::ranges::fill(std::span(out_.cash).subspan(offset(session), kept), book_.cash());
+        excursions_.observe_block(session + kept);
+        for (std::size_t k = 0; k < kept; ++k) {
+            write_position(session + k);
+        }
+        session += kept;
+        if (kept < count) {
+            std::fill(lost, equity.end(), 0.0);
+            write_down(session); // tells the ruin
+            return session + 1;
+        }
+    }
+    return session;
 }
 
 void Simulator::run_session(std::size_t session) {
@@ -131,9 +184,14 @@ void Simulator::write_down(std::size_t session) {
         out_.traded[at] = paid_.traded;
         paid_ = {};
     }
+    write_position(session);
+}
+
+void Simulator::write_position(std::size_t session) {
     if (!in_.record.position.empty()) {
         std::ranges::copy(out_.weights_in_force,
-                          in_.record.position.begin() + static_cast<std::ptrdiff_t>(at * assets_));
+                          in_.record.position.begin() +
+                              static_cast<std::ptrdiff_t>(offset(session) * assets_));
     }
 }
 

@@ -7,6 +7,7 @@
 #include "corvex/engine/portfolio/pending_exits.hpp"
 #include "corvex/engine/portfolio/rebalance_solver.hpp"
 #include "corvex/engine/portfolio/result.hpp"
+#include "corvex/engine/portfolio/row_rebalance.hpp"
 #include "corvex/engine/portfolio/simulation_input.hpp"
 #include "corvex/engine/portfolio/stop_monitor.hpp"
 #include "corvex/engine/portfolio/waiting_orders.hpp"
@@ -52,6 +53,10 @@ class Simulator {
         bool touched = false;
     };
 
+    // Sessions in which nothing but prices moves (simulator.cpp).
+    [[nodiscard]] std::size_t quiet_until(std::size_t session) const;
+    std::size_t hold(std::size_t session, std::size_t end);
+
     // The steps of a session (simulator.cpp).
     void run_session(std::size_t session);
     void close_ended(std::size_t session);
@@ -61,6 +66,7 @@ class Simulator {
     [[nodiscard]] std::size_t stop_block_end(std::size_t session) const;
     [[nodiscard]] bool rebalance_is_due(std::size_t session) const;
     void write_down(std::size_t session);
+    void write_position(std::size_t session);
     void ruin(std::size_t session);
     void finish();
     void signal_beyond_table();
@@ -80,6 +86,8 @@ class Simulator {
     void rebalance(std::int64_t row, std::size_t session);
     double collect_rebalance(std::span<const double> weights, std::size_t session);
     void apply_rebalance(std::int64_t row, std::size_t session);
+    bool rebalance_row(std::int64_t row, std::span<const double> weights, std::size_t session);
+    [[nodiscard]] bool can_trade_rows(std::size_t session) const;
     void fill_waiting(std::size_t session);
     /// Returns the costs paid.
     double trade_waiting(std::size_t asset, std::size_t session, double equity);
@@ -104,6 +112,7 @@ class Simulator {
     std::size_t assets_;
     Book book_;
     RebalanceSolver solver_;
+    RowRebalance row_solver_;
     StopMonitor stops_;
     Cooldowns cooldowns_;
     WaitingOrders waiting_;
@@ -118,6 +127,7 @@ class Simulator {
     std::size_t ends_done_ = 0; ///< assets that have been closed for want of further prices
 
     std::vector<std::uint32_t> tradable_; ///< assets in the order in which the solver has them
+    std::vector<double> shares_before_;   ///< of the assets whose holding a row turns
     double total_weight_ = 0.0;           ///< of the last rebalance
     /// Assets whose round trip has ended, and whose shares an order of this session takes over.
     AssetSet leaving_;

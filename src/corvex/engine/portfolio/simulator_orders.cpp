@@ -43,6 +43,9 @@ void Simulator::rebalance(std::int64_t row, std::size_t session) {
         }
     }
     const auto weights = cooldowns_.apply(in_.plan.weights(static_cast<std::size_t>(row)));
+    if (can_trade_rows(session) && rebalance_row(row, weights, session)) {
+        return;
+    }
     const double before = collect_rebalance(weights, session);
     const double after = before > 0.0 ? solver_.solve(before) : before;
     if (after <= 0.0) {
@@ -54,6 +57,53 @@ void Simulator::rebalance(std::int64_t row, std::size_t session) {
     keep_shares_before_orders(session);
     excursions_.observe_before(fills_at(FillAt::kClose) ? session + 1 : session);
     apply_rebalance(row, session);
+}
+
+/// Whether each price of this session is one at which orders fill and which marks the holdings.
+bool Simulator::can_trade_rows(std::size_t session) const {
+    return fills_at(FillAt::kClose) && leaving_.empty() && in_.prices.sessions() > session;
+}
+
+/// Rebalances all assets at once; false, and nothing has happened, where one cannot be traded or
+/// there is no equity to trade with.
+bool Simulator::rebalance_row(std::int64_t row, std::span<const double> weights,
+                              std::size_t session) {
+    RowRebalance::Row values{book_.shares(), {in_.prices.fill().row(session), assets_}, weights};
+    if (session + 1 < in_.prices.sessions() && next_rebalance_ < in_.plan.rebalances()) {
+        values.next_prices = {in_.prices.fill().row(session + 1), assets_};
+        values.next_weights = in_.plan.weights(next_rebalance_);
+    }
+    const RowRebalance::Sums sums = row_solver_.read(values);
+    const double before = book_.cash() + sums.value;
+    if (!(before > 0.0)) {
+        return false; // missing, too
+    }
+    const RowRebalance::Solution solution = row_solver_.solve(values, before);
+    if (!(solution.equity > 0.0)) {
+        return false;
+    }
+    total_weight_ = sums.weight;
+    out_.executed_rebalance = row;
+    excursions_.observe_before(session + 1);
+    const std::span<const double> shares = row_solver_.shares();
+    for (std::size_t asset = 0; fills_.enabled() && asset < assets_; ++asset) {
+        fills_.add(session, asset, book_.shares(asset), shares[asset], values.prices[asset]);
+    }
+    const ExitCause cause = rebalance_cause(in_, row);
+    shares_before_.clear();
+    for (const std::uint32_t asset : row_solver_.turned()) {
+        shares_before_.push_back(book_.shares(asset));
+    }
+    book_.set_row(shares, row_solver_.turned().empty());
+    std::ranges::copy(weights, out_.weights_in_force.begin());
+    for (std::size_t k = 0; k < shares_before_.size(); ++k) {
+        const std::size_t asset = row_solver_.turned()[k];
+        position_changed(
+            {asset, session, values.prices[asset], weights[asset], shares_before_[k], cause});
+    }
+    book_.set_cash(solution.trades.cash);
+    paid_.add(in_.options.costs, solution.trades.bought, solution.trades.sold);
+    return true;
 }
 
 double Simulator::collect_rebalance(std::span<const double> weights, std::size_t session) {

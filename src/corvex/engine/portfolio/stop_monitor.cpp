@@ -87,6 +87,13 @@ const std::vector<std::uint32_t>& StopMonitor::reached_in(std::size_t session, s
     return current_;
 }
 
+std::size_t StopMonitor::quiet_until(std::size_t session) const {
+    while (session < block_end_ && hits_[session - block_begin_].empty()) {
+        ++session;
+    }
+    return session;
+}
+
 StopMonitor::Range StopMonitor::range(std::size_t asset, std::size_t session) const {
     const double side = side_[asset];
     if (!rules_.touched) {
@@ -131,9 +138,8 @@ void StopMonitor::scan_ranges() {
     }
 }
 
-/// Looks through the block for four assets. The best price of one that reaches a stop stays that
-/// of the session before, which the level of the stop counts from; it is kept beside the running
-/// one, so that the next session need not wait for the comparison.
+/// Looks through the block for four assets. Nearly always the lowest and the highest price of the
+/// block show that no level can be reached: then they are all that is looked at.
 template <typename Prices>
 inline void StopMonitor::scan_strip(std::size_t asset, const Prices& prices) {
     Lanes side;
@@ -141,6 +147,40 @@ inline void StopMonitor::scan_strip(std::size_t asset, const Prices& prices) {
     if (!any(side != 0.0)) {
         return;
     }
+    Lanes loss;
+    Lanes profit;
+    Lanes trail;
+    Lanes best;
+    load(&loss_level_[asset], loss);
+    load(&profit_level_[asset], profit);
+    load(&trail_[asset], trail);
+    load(&best_[asset], best);
+    Lanes lowest = Lanes{} + kInfinity;
+    Lanes highest = best;
+    Lanes reach = Lanes{} - kInfinity;
+    for (std::size_t session = block_begin_; session < block_end_; ++session) {
+        Lanes worst;
+        Lanes best_now;
+        prices(session, side, worst, best_now);
+        lowest = worst < lowest ? worst : lowest;
+        highest = best_now > highest ? best_now : highest;
+        reach = best_now > reach ? best_now : reach;
+    }
+    // The trailing level only rises with the best price.
+    if (!any((lowest <= loss) | (lowest <= highest - highest * trail) | (reach >= profit))) {
+        store(highest, &best_[asset]);
+        return;
+    }
+    find_reached(asset, prices);
+}
+
+/// The same session by session. The best price of an asset that reaches a stop stays that of the
+/// session before, which the level of the stop counts from; it is kept beside the running one, so
+/// that the next session need not wait for the comparison.
+template <typename Prices>
+inline void StopMonitor::find_reached(std::size_t asset, const Prices& prices) {
+    Lanes side;
+    load(&side_[asset], side);
     Lanes loss;
     Lanes profit;
     Lanes trail;

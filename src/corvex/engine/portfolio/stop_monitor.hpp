@@ -47,6 +47,9 @@ class StopMonitor {
     /// Stops watching an asset.
     void leave(std::size_t asset);
 
+    /// The first session from this one on that has to be asked for its stops.
+    [[nodiscard]] std::size_t quiet_until(std::size_t session) const;
+
     /// Stops that a session's closes set off. A trailing stop counts from the best price up to the
     /// session before. A missing close is not checked.
     /// @param until  a block ends before it: the next session in which many positions may open.
@@ -74,6 +77,8 @@ class StopMonitor {
     void scan_ranges();
     template <typename Prices>
     [[gnu::always_inline]] void scan_strip(std::size_t asset, const Prices& prices);
+    template <typename Prices>
+    [[gnu::always_inline]] void find_reached(std::size_t asset, const Prices& prices);
     void scan_asset(std::size_t asset, std::size_t begin);
     void note(std::size_t asset, std::size_t session);
     [[nodiscard]] TouchedStop touch(std::size_t asset, std::size_t session) const;
