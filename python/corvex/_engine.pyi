@@ -270,6 +270,68 @@ class PriceSet:
     @property
     def assets(self) -> int: ...
 
+class BatchResult(TypedDict):
+    """What a batch keeps of its runs: an entry, or a row, for each of them."""
+
+    figures: _Floats  # (runs, figures), in the order of FIGURE_NAMES
+    fees: _Floats  # paid in all, in units of the first equity
+    taxes: _Floats
+    slippage: _Floats
+    turnover: _Floats  # half of the traded value over the equity, per year
+    win_rate: _Floats  # of the closed trades, NaN without any
+    trades: _Ints  # closed
+    ruin_session: _Ints  # -1 = none
+    sums: _Floats | None  # (runs, blocks): of the returns, and of their squares
+    squares: _Floats | None
+    curves: _Floats | None  # (runs, sessions): equity, 1 before the run starts
+
+def simulate_many(
+    prices: PriceSet,
+    plans: list[tuple[_Floats, _Ints, int]],
+    options: list[Options],
+    runs: _Ints,
+    *,
+    times: _Ints,
+    closes: _Ints,
+    before_first: _Ints,
+    riskfree_rate: float = 0.02,
+    blocks: int = 0,
+    curves: bool = False,
+    threads: int = 0,
+) -> BatchResult:
+    """Simulate many runs over shared prices; each gives the bits that it gives alone.
+
+    Parameters
+    ----------
+    prices : PriceSet
+        The prices.
+    plans : list of (target, signal_session, first_session)
+        As `simulate` takes them.
+    options : list of objects
+        Costs and stops, as `simulate` takes them.
+    runs : int64 array of shape (runs, 2)
+        The number of the plan and of the options of each run.
+    times : int64 array of shape (sessions,)
+        Wall time of each session; for bars of a day or longer the day's midnight.
+    closes : int64 array
+        The rows that end a day: those at which the figures read the curve.
+    before_first : int64 array of shape (plans,)
+        One bar before the first session of each plan.
+    riskfree_rate : float
+        Per year, a fraction.
+    blocks : int
+        Over how many consecutive parts of the sessions returns are summed; 0 = none.
+    curves : bool
+        Whether the equity of each run is kept.
+    threads : int
+        0 = one for each core.
+
+    Raises
+    ------
+    ValueError
+        For what `simulate` refuses, or a run that names what is not there.
+    """
+
 def simulate(
     prices: PriceSet,
     target: _Floats,

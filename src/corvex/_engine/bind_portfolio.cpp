@@ -7,17 +7,15 @@
 #include <nanobind/stl/string_view.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
 #include <optional>
 #include <stdexcept>
-#include <string>
 #include <string_view>
-#include <type_traits>
 #include <utility>
 #include <vector>
 
 #include "arrays.hpp"
+#include "portfolio_arrays.hpp"
 #include "trade_arrays.hpp"
 
 namespace nb = nanobind;
@@ -27,65 +25,9 @@ namespace corvex::bindings {
 
 namespace {
 
-using engine::portfolio::FillAt;
 using engine::portfolio::Options;
-using engine::portfolio::PriceTable;
 using engine::portfolio::SimulationInput;
 using engine::portfolio::SimulationResult;
-
-/// Two-dimensional, row by row. Bound with noconvert: a large table is never copied in silence.
-using InputTable = nb::ndarray<const double, nb::ndim<2>, nb::c_contig, nb::device::cpu, nb::numpy>;
-
-/// None comes as a table that is not valid.
-PriceTable as_table(const InputTable& table) {
-    if (!table.is_valid()) {
-        return {};
-    }
-    return {{table.data(), table.shape(0) * table.shape(1)}, table.shape(1)};
-}
-
-FillAt parse_fill_at(std::string_view name) {
-    if (name == "close") {
-        return FillAt::kClose;
-    }
-    if (name == "open") {
-        return FillAt::kOpen;
-    }
-    if (name == "other") {
-        return FillAt::kOther;
-    }
-    throw std::invalid_argument("fill_at must be 'close', 'open' or 'other', got '" +
-                                std::string{name} + "'");
-}
-
-/// A price set and the arrays that it looks at.
-class SharedPrices {
-  public:
-    SharedPrices(InputTable close, std::string_view fill_at, InputTable fill, InputTable open,
-                 InputTable high, InputTable low)
-        : arrays_{std::move(fill), std::move(open), std::move(high), std::move(low)},
-          close_{std::move(close)},
-          prices_{{as_table(close_), parse_fill_at(fill_at), as_table(arrays_[0]),
-                   as_table(arrays_[1]), as_table(arrays_[2]), as_table(arrays_[3])}} {}
-
-    [[nodiscard]] const engine::portfolio::PriceSet& prices() const { return prices_; }
-
-  private:
-    std::array<InputTable, 4> arrays_;
-    InputTable close_;
-    engine::portfolio::PriceSet prices_;
-};
-
-/// Reads the options by their names from an object that has them as attributes.
-Options read_options(nb::handle given) {
-    Options options;
-    if (!given.is_none()) {
-        engine::portfolio::for_each_option(options, [&](const char* name, auto& value) {
-            value = nb::cast<std::remove_reference_t<decltype(value)>>(given.attr(name));
-        });
-    }
-    return options;
-}
 
 OutputArray<std::int64_t> reason_codes(std::span<const engine::trades::ExitReason> reasons) {
     std::vector<std::int64_t> codes(reasons.size());

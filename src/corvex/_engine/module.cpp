@@ -6,6 +6,7 @@ namespace nb = nanobind;
 namespace corvex::bindings {
 
 // One for each folder of the engine.
+void bind_batch(nb::module_& module);
 void bind_calendar(nb::module_& module);
 void bind_confidence(nb::module_& module);
 void bind_drawdown(nb::module_& module);
@@ -23,6 +24,7 @@ NB_MODULE(_engine, module) {
     corvex::bindings::bind_drawdown(module);
     corvex::bindings::bind_metrics(module);
     corvex::bindings::bind_portfolio(module);
+    corvex::bindings::bind_batch(module);
     corvex::bindings::bind_series(module);
     corvex::bindings::bind_statistics(module);
 }

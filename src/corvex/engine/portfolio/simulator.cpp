@@ -15,7 +15,7 @@ Simulator::Simulator(const SimulationInput& input)
                   input.record.trades && input.record.excursions},
       log_{input.options.costs, assets_, input.plan.rebalances(), input.record.trades},
       fills_{input.options.costs, assets_ * input.plan.rebalances(), input.record.fills},
-      leaving_{assets_} {
+      session_{input.plan.first_session}, leaving_{assets_} {
     for (auto* series :
          {&out_.equity, &out_.cash, &out_.fees, &out_.taxes, &out_.slippage, &out_.traded}) {
         series->resize(in_.prices.sessions() - in_.plan.first_session, 0.0);
@@ -24,30 +24,28 @@ Simulator::Simulator(const SimulationInput& input)
     out_.out_reason.resize(assets_, ExitReason::kOpen);
 }
 
-SimulationResult Simulator::run() {
-    for (std::size_t session = in_.plan.first_session; session < in_.prices.sessions();) {
-        const std::size_t end = quiet_until(session);
-        if (end > session) {
-            session = hold(session, end);
+void Simulator::advance(std::size_t end) {
+    while (session_ < end) {
+        const std::size_t busy = quiet_until(session_, end);
+        if (busy > session_) {
+            session_ = hold(session_, busy);
             continue;
         }
-        run_session(session);
-        write_down(session);
-        ++session;
+        run_session(session_);
+        write_down(session_);
+        ++session_;
     }
-    finish();
-    return std::move(out_);
 }
 
-/// The first session from this one on in which more happens than that holdings change their value.
-std::size_t Simulator::quiet_until(std::size_t session) const {
+/// The first session from this one to `end` in which more happens than that holdings change their
+/// value.
+std::size_t Simulator::quiet_until(std::size_t session, std::size_t end) const {
     if (out_.ruin_session >= 0 || !waiting_.empty() || !pending_.empty()) {
         return session;
     }
     const auto fill_after = [](std::int64_t signal) {
         return static_cast<std::size_t>(signal + 1);
     };
-    std::size_t end = in_.prices.sessions();
     if (next_rebalance_ < in_.plan.rebalances()) {
         end = std::min(end, fill_after(in_.plan.signal_session[next_rebalance_]));
     }
@@ -206,7 +204,7 @@ void Simulator::ruin(std::size_t session) {
     waiting_.restart(-1);
 }
 
-void Simulator::finish() {
+SimulationResult Simulator::finish() {
     out_.cooldown = cooldowns_.left(assets_);
     if (out_.ruin_session < 0 && in_.prices.sessions() > in_.plan.first_session) {
         const std::size_t last = in_.prices.sessions() - 1;
@@ -222,6 +220,7 @@ void Simulator::finish() {
     out_.waiting_rebalance = waiting_.rebalances();
     out_.round_trips = log_.take_sorted();
     out_.fills = fills_.take();
+    return std::move(out_);
 }
 
 void Simulator::signal_beyond_table() {
@@ -255,7 +254,9 @@ void Simulator::signal_order(std::size_t asset, std::int64_t rebalance, double w
 
 SimulationResult simulate(const SimulationInput& input) {
     validate(input);
-    return Simulator{input}.run();
+    Simulator simulator{input};
+    simulator.advance(input.prices.sessions());
+    return simulator.finish();
 }
 
 } // namespace corvex::engine::portfolio

@@ -39,7 +39,10 @@ class Simulator {
   public:
     explicit Simulator(const SimulationInput& input);
 
-    SimulationResult run();
+    /// Goes through the sessions before `end`, from where it stands.
+    void advance(std::size_t end);
+    /// What came of it, once all sessions are done.
+    SimulationResult finish();
 
   private:
     /// What one fill does to a position.
@@ -54,7 +57,7 @@ class Simulator {
     };
 
     // Sessions in which nothing but prices moves (simulator.cpp).
-    [[nodiscard]] std::size_t quiet_until(std::size_t session) const;
+    [[nodiscard]] std::size_t quiet_until(std::size_t session, std::size_t end) const;
     std::size_t hold(std::size_t session, std::size_t end);
 
     // The steps of a session (simulator.cpp).
@@ -68,7 +71,6 @@ class Simulator {
     void write_down(std::size_t session);
     void write_position(std::size_t session);
     void ruin(std::size_t session);
-    void finish();
     void signal_beyond_table();
     void signal_order(std::size_t asset, std::int64_t rebalance, double weight);
 
@@ -123,6 +125,7 @@ class Simulator {
     SimulationResult out_;
     CostTotals paid_; ///< in the current session
 
+    std::size_t session_; ///< that comes next
     std::size_t next_rebalance_ = 0;
     std::size_t ends_done_ = 0; ///< assets that have been closed for want of further prices
 

@@ -1,0 +1,60 @@
+#include "portfolio_arrays.hpp"
+
+#include <nanobind/stl/string_view.h>
+
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+#include <utility>
+
+namespace nb = nanobind;
+
+namespace corvex::bindings {
+
+using engine::portfolio::FillAt;
+using engine::portfolio::Options;
+using engine::portfolio::PriceTable;
+
+namespace {
+
+FillAt parse_fill_at(std::string_view name) {
+    if (name == "close") {
+        return FillAt::kClose;
+    }
+    if (name == "open") {
+        return FillAt::kOpen;
+    }
+    if (name == "other") {
+        return FillAt::kOther;
+    }
+    throw std::invalid_argument("fill_at must be 'close', 'open' or 'other', got '" +
+                                std::string{name} + "'");
+}
+
+} // namespace
+
+PriceTable as_table(const InputTable& table) {
+    if (!table.is_valid()) {
+        return {};
+    }
+    return {{table.data(), table.shape(0) * table.shape(1)}, table.shape(1)};
+}
+
+SharedPrices::SharedPrices(InputTable close, std::string_view fill_at, InputTable fill,
+                           InputTable open, InputTable high, InputTable low)
+    : arrays_{std::move(fill), std::move(open), std::move(high), std::move(low)},
+      close_{std::move(close)},
+      prices_{{as_table(close_), parse_fill_at(fill_at), as_table(arrays_[0]), as_table(arrays_[1]),
+               as_table(arrays_[2]), as_table(arrays_[3])}} {}
+
+Options read_options(nb::handle given) {
+    Options options;
+    if (!given.is_none()) {
+        engine::portfolio::for_each_option(options, [&](const char* name, auto& value) {
+            value = nb::cast<std::remove_reference_t<decltype(value)>>(given.attr(name));
+        });
+    }
+    return options;
+}
+
+} // namespace corvex::bindings
