@@ -138,7 +138,7 @@ def open_source(file: Path, max_megabytes: int = MAX_MEGABYTES) -> Source:
         from corvex.cli.workbook import read_workbook
 
         check_size(file, file.stat().st_size, max_megabytes)
-        return _Table(*read_workbook(file, max_megabytes))
+        return _Table(*read_workbook(file, lambda size: check_size(file, size, max_megabytes)))
     return _open_text(file, max_megabytes)
 
 

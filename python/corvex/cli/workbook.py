@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import datetime
 import zipfile
-from collections.abc import Iterator
+from collections.abc import Callable, Iterator
 from pathlib import Path
 from typing import Any
 
@@ -15,8 +15,15 @@ from corvex.cli.layout import HEAD_ROWS, count_footers, find_table, in_words, un
 __all__ = ["read_workbook"]
 
 
-def read_workbook(file: Path, max_megabytes: int) -> tuple[pd.DataFrame, list[str]]:
+def read_workbook(file: Path, check_size: Callable[[int], None]) -> tuple[pd.DataFrame, list[str]]:
     """Read the first sheet of a workbook that has two columns or more.
+
+    Parameters
+    ----------
+    file : Path
+        The workbook.
+    check_size : callable
+        Given the bytes of its unpacked content; raises ValueError where they are too many.
 
     Returns
     -------
@@ -30,8 +37,6 @@ def read_workbook(file: Path, max_megabytes: int) -> tuple[pd.DataFrame, list[st
     ValueError
         When it is no workbook, or has no such sheet, or openpyxl is not installed.
     """
-    from corvex.cli.files import check_size
-
     try:
         import openpyxl
     except ImportError:
@@ -41,7 +46,7 @@ def read_workbook(file: Path, max_megabytes: int) -> tuple[pd.DataFrame, list[st
         ) from None
     try:
         with zipfile.ZipFile(file) as archive:
-            check_size(file, sum(part.file_size for part in archive.infolist()), max_megabytes)
+            check_size(sum(part.file_size for part in archive.infolist()))
         book = openpyxl.load_workbook(file, read_only=True, data_only=True)
     except (zipfile.BadZipFile, KeyError, openpyxl.utils.exceptions.InvalidFileException) as error:
         raise ValueError(f"{file.name} is no workbook that can be read: {error}") from None

@@ -4,14 +4,11 @@ from __future__ import annotations
 
 import math
 from collections.abc import Mapping, Sequence
-from typing import TYPE_CHECKING, Any
+from typing import Any, Protocol
 
 import pandas as pd
 
 from corvex.ffn_core.catalogue import show
-
-if TYPE_CHECKING:
-    from corvex.ffn_core.performance import PerformanceStats
 
 _GAP = "  "
 # Short titles, for columns beside each other.
@@ -43,7 +40,32 @@ _LOOKBACK_TITLES = {
 _FREQUENCIES = {"daily": "day", "monthly": "month", "yearly": "year"}
 
 
-def performance(stats: PerformanceStats) -> str:
+class Figures(Protocol):
+    """What is told of one curve; `PerformanceStats` has it."""
+
+    @property
+    def name(self) -> Any: ...
+
+    @property
+    def stats(self) -> pd.Series: ...
+
+    @property
+    def convention(self) -> str: ...
+
+    @property
+    def rf(self) -> float: ...
+
+    @property
+    def start(self) -> pd.Timestamp: ...
+
+    @property
+    def end(self) -> pd.Timestamp: ...
+
+    @property
+    def bar(self) -> str: ...
+
+
+def performance(stats: Figures) -> str:
     """Return the figures of one curve in blocks, with the convention they follow."""
     figures = stats.stats
     summary = {title: show(key, figures[key]) for key, title in _SUMMARY_TITLES.items()}
@@ -74,7 +96,7 @@ def performance(stats: PerformanceStats) -> str:
     )
 
 
-def group(members: Mapping[Any, PerformanceStats]) -> str:
+def group(members: Mapping[Any, Figures]) -> str:
     """Return a table with a row for each figure and a column for each curve."""
     rows: list[list[str]] = [["", *(str(label) for label in members)]]
     if not members:
@@ -85,7 +107,7 @@ def group(members: Mapping[Any, PerformanceStats]) -> str:
     return "\n".join(_aligned(rows))
 
 
-def lookbacks(members: Mapping[Any, PerformanceStats]) -> str:
+def lookbacks(members: Mapping[Any, Figures]) -> str:
     """Return a table of the returns up to the end, a row for each curve."""
     rows = [["", *_LOOKBACK_TITLES.values()]]
     for label, one in members.items():
@@ -115,7 +137,7 @@ def convention(bar: str, periods: int, weekends: bool, given: bool) -> str:
     return f"Bars: {bar}; {read}{periods} days a year ({year})."
 
 
-def span(stats: PerformanceStats) -> str:
+def span(stats: Figures) -> str:
     """Return "first date to last date", with times where the bars are shorter than a day."""
     if pd.isna(stats.start):
         return "no values"

@@ -3,17 +3,14 @@
 from __future__ import annotations
 
 import datetime
-from typing import TYPE_CHECKING, Any
+from typing import Any, Protocol
 
 import numpy as np
 import pandas as pd
 
 from corvex import _engine
-from corvex.markets.calendars import DateLike, to_timestamp
+from corvex.markets.calendars import DateLike, TradingCalendar, to_timestamp
 from corvex.markets.stamps import in_zone, is_date, local_time
-
-if TYPE_CHECKING:
-    from corvex.markets.sessions import MarketSessions
 
 __all__ = [
     "bar_end",
@@ -26,6 +23,24 @@ __all__ = [
 ]
 
 _DAY = pd.Timedelta(days=1)
+
+
+class _Sessions(Protocol):
+    """What is asked of a market here."""
+
+    @property
+    def calendar_name(self) -> str | None: ...
+
+    @property
+    def calendar(self) -> TradingCalendar: ...
+
+    @property
+    def tz(self) -> str: ...
+
+    @property
+    def bar_length(self) -> pd.Timedelta | None: ...
+
+
 # Pandas' names of the engine's bars.
 _FREQUENCIES = {
     "unknown": "D",
@@ -84,7 +99,7 @@ def is_intraday(freq: str) -> bool:
     return isinstance(offset, pd.tseries.offsets.Tick) and pd.Timedelta(offset) < _DAY
 
 
-def next_bar(market: MarketSessions, index: pd.DatetimeIndex) -> pd.Timestamp:
+def next_bar(market: _Sessions, index: pd.DatetimeIndex) -> pd.Timestamp:
     """Return the stamp of the bar after the last one; `Market.next_bar` tells the rest."""
     if len(index) == 0:
         raise ValueError("the price table has no dates")
@@ -111,7 +126,7 @@ def next_bar(market: MarketSessions, index: pd.DatetimeIndex) -> pd.Timestamp:
     return _next_session(market, local, first_time, market.tz, last.tz)
 
 
-def bar_end(market: MarketSessions, when: DateLike) -> pd.Timestamp | None:
+def bar_end(market: _Sessions, when: DateLike) -> pd.Timestamp | None:
     """Return when the bar of a stamp is finished, in the market's zone.
 
     None where the bars are not intraday, and for what names a whole day.
@@ -130,7 +145,7 @@ def bar_end(market: MarketSessions, when: DateLike) -> pd.Timestamp | None:
     return min(bar + gap, close.tz_convert(market.tz)) if bar <= close else bar + gap
 
 
-def _inside_session(market: MarketSessions, first_time: pd.Timedelta, bar: pd.Timestamp) -> bool:
+def _inside_session(market: _Sessions, first_time: pd.Timedelta, bar: pd.Timestamp) -> bool:
     """Whether a session still has this bar, where no whole day shows when the last one is.
 
     A table whose first bar is stamped at the opening stamps bars by their start: it has none at
@@ -144,7 +159,7 @@ def _inside_session(market: MarketSessions, first_time: pd.Timedelta, bar: pd.Ti
 
 
 def _next_session(
-    market: MarketSessions, local: pd.Timestamp, time: pd.Timedelta, zone: Any, own: Any
+    market: _Sessions, local: pd.Timestamp, time: pd.Timedelta, zone: Any, own: Any
 ) -> pd.Timestamp:
     """Return the session after a local date, at a wall-clock time of a zone, written in `own`."""
     bar = market.calendar.next_session(local) + time

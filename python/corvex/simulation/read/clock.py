@@ -192,7 +192,7 @@ class Clock:
     @cached_property
     def future(self) -> FutureBars:
         """The bars after the last session."""
-        return FutureBars(self._market, self)
+        return FutureBars(self._market, self._stamps)
 
     @cached_property
     def known(self) -> int:
