@@ -183,6 +183,7 @@ lint: $(VENV)/stamp-build $(VENV)/stamp-lint ## check style, types, formatting a
 	$(VENV)/bin/ruff check --output-format concise . || failed=1
 	$(VENV)/bin/ruff format --check . || failed=1
 	$(VENV)/bin/mypy || failed=1
+	$(VENV)/bin/lint-imports --no-cache || failed=1
 	$(VENV)/bin/clang-format --dry-run -Werror $(CPP_FILES) || failed=1
 	$(PY) -m pytest tests/python/test_layers.py || failed=1
 	exit $$failed

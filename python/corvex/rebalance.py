@@ -9,11 +9,11 @@ import numpy as np
 import pandas as pd
 
 from corvex import _engine
-from corvex.data.context import in_utc
 from corvex.markets.bars import is_intraday
 from corvex.markets.calendars import TradingCalendar
 from corvex.markets.exchanges import as_calendar
 from corvex.markets.stamps import local_date
+from corvex.tables.context import in_utc
 
 __all__ = ["execution_timing"]
 

@@ -14,9 +14,9 @@ from corvex.core.benchmarks import known_benchmark
 from corvex.core.curve_figures import fit
 from corvex.core.trade_lookup import TradeLookup, capital_per_share, known_table, listed_facts
 from corvex.core.trade_rows import closed_returns, excursion
-from corvex.data.context import in_utc
-from corvex.data.context import now as present
 from corvex.ffn_core._curve import Curve, read_curve
+from corvex.tables.context import in_utc
+from corvex.tables.context import now as present
 
 if TYPE_CHECKING:
     from collections.abc import Callable

@@ -9,14 +9,14 @@ market_value, industry, disposal, warning and full_delivery.
 
 from __future__ import annotations
 
-from corvex.data.context import now
 from corvex.data.expiry import (
     is_tradable,
     next_data_expiry,
     next_future_expiry,
     suggested_tradable_time,
 )
-from corvex.data.tables import (
+from corvex.tables.context import now
+from corvex.tables.named import (
     UnknownTableError,
     available,
     exists,

@@ -11,16 +11,15 @@ was bound to. Fundamental figures come when they come.
 from __future__ import annotations
 
 import datetime
-from typing import TYPE_CHECKING, NamedTuple
+from typing import NamedTuple
 
 import pandas as pd
 
-from corvex.data.context import _default_context, now
 from corvex.data.rows import Rows, rows_of
-from corvex.data.tables import facts
-
-if TYPE_CHECKING:
-    from corvex.market import Market
+from corvex.market import Market
+from corvex.markets import get_market_by_name, market_names
+from corvex.tables.context import _default_context, now
+from corvex.tables.named import facts
 
 __all__ = [
     "Freshness",
@@ -154,15 +153,13 @@ def _bound(market: Market) -> Freshness:
 
 def _named(name: str, market: Market | None = None) -> Freshness | None:
     """Judge a named table; None where it holds no prices, or not this market's."""
-    from corvex.markets import market_names
-
     table = facts(name)
     if table is None or not isinstance(table.index, pd.DatetimeIndex) or len(table.index) == 0:
         return None
     owner = table.market or _owner(name, market_names() if market is None else [market.get_name()])
     if owner is None or (market is not None and owner != market.get_name()):
         return None
-    return _judge(name, table.index, market or _by_name(owner), table.as_of)
+    return _judge(name, table.index, market or get_market_by_name(owner), table.as_of)
 
 
 def _from_its_own(market: Market) -> list[Freshness]:
@@ -190,9 +187,3 @@ def _owner(name: str, markets: list[str]) -> str | None:
     """Name the market among some whose prices a table holds by its name; None for other tables."""
     ends = [f"_{form}{field}" for form in ("", "adj_") for field in _FIELDS]
     return next((m for m in markets if name.startswith(m) and name.removeprefix(m) in ends), None)
-
-
-def _by_name(name: str) -> Market:
-    from corvex.markets import get_market_by_name
-
-    return get_market_by_name(name)

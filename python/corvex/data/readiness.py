@@ -4,14 +4,12 @@ from __future__ import annotations
 
 import datetime
 from collections.abc import Mapping
-from typing import TYPE_CHECKING, Any
+from typing import Any
 
-from corvex.data.context import in_utc
-from corvex.data.context import now as present
 from corvex.data.expiry import freshness
-
-if TYPE_CHECKING:
-    from corvex.market import Market
+from corvex.market import Market
+from corvex.tables.context import in_utc
+from corvex.tables.context import now as present
 
 __all__ = ["readiness_record", "snapshot_is_ready"]
 

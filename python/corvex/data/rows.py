@@ -7,14 +7,15 @@ ends. Where an exchange's records end, weekdays count as sessions that close at 
 from __future__ import annotations
 
 import datetime
-from typing import TYPE_CHECKING, Protocol
+from typing import Protocol
 
 import pandas as pd
 
-from corvex.data.context import in_utc
-
-if TYPE_CHECKING:
-    from corvex.market import Market
+from corvex.market import Market
+from corvex.markets.bars import infer_freq, is_intraday, usual_gap
+from corvex.markets.calendars import CalendarRangeError
+from corvex.markets.stamps import TableStamps, local_time
+from corvex.tables.context import in_utc
 
 __all__ = ["Rows", "rows_of"]
 
@@ -45,9 +46,6 @@ def rows_of(index: pd.DatetimeIndex | None, market: Market) -> Rows:
     market : Market
         Whose sessions count.
     """
-    from corvex.markets.bars import infer_freq, is_intraday
-    from corvex.markets.stamps import TableStamps
-
     sessions = _Sessions(market)
     if index is None:
         return _Days(sessions, None)
@@ -71,8 +69,6 @@ class _Sessions:
 
     def close(self, date: pd.Timestamp) -> datetime.datetime:
         """The close of the session on a date, or of the last one before."""
-        from corvex.markets.calendars import CalendarRangeError
-
         try:
             return in_utc(self.market.market_close_at_timestamp(date))
         except CalendarRangeError:
@@ -81,8 +77,6 @@ class _Sessions:
 
     def close_after(self, date: pd.Timestamp) -> datetime.datetime:
         """The close of the first session after a date."""
-        from corvex.markets.calendars import CalendarRangeError
-
         try:
             return self.close(self.market.next_session(date))
         except CalendarRangeError:
@@ -120,15 +114,11 @@ class _Bars:
     """
 
     def __init__(self, sessions: _Sessions, index: pd.DatetimeIndex) -> None:
-        from corvex.markets.bars import usual_gap
-
         self._sessions = sessions
         self._index = index
         self._gap = usual_gap(index)
 
     def expires_at(self, as_of: datetime.datetime) -> datetime.datetime:
-        from corvex.markets.calendars import CalendarRangeError
-
         del as_of
         market = self._sessions.market
         try:
@@ -138,8 +128,6 @@ class _Bars:
         return in_utc(bar.tz_localize(market.tz) if bar.tzinfo is None else bar)
 
     def newest_at(self, now: datetime.datetime) -> datetime.datetime:
-        from corvex.markets.stamps import local_time
-
         market = self._sessions.market
         present = local_time(pd.Timestamp(now), market.tz)
         last = local_time(self._index[-1], market.tz)
@@ -170,8 +158,6 @@ class _Spans:
     def __init__(
         self, sessions: _Sessions, index: pd.DatetimeIndex, dates: pd.DatetimeIndex
     ) -> None:
-        from corvex.markets.bars import usual_gap
-
         self._sessions = sessions
         self._last = dates[-1]
         days = usual_gap(index) / _DAY

@@ -11,7 +11,7 @@ from typing import TYPE_CHECKING, Any
 from corvex.asset_labels import asset_id
 
 if TYPE_CHECKING:
-    from corvex.market import Market
+    from corvex.markets.base import Market
     from corvex.markets.crypto import CryptoMarket
     from corvex.markets.tw import TWMarket
     from corvex.markets.us import USMarket
@@ -26,7 +26,7 @@ __all__ = [
     "register_market",
 ]
 
-# Loaded on first use: `corvex.market` imports the calendars beside this file.
+# Loaded on first use: the classes import files of this package.
 _LAZY = {
     "CryptoMarket": "corvex.markets.crypto",
     "TWMarket": "corvex.markets.tw",

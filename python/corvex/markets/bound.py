@@ -10,14 +10,14 @@ from typing import Any, Self, cast, override
 
 import pandas as pd
 
-from corvex import data
 from corvex.asset_labels import asset_id
-from corvex.data.context import _default_context
-from corvex.market import Market
 from corvex.markets.alignment import align_benchmark, align_facts, align_prices, align_tables
 from corvex.markets.bars import infer_freq, next_bar
 from corvex.markets.benchmark_check import check_benchmark
+from corvex.markets.market_tables import MarketTables
 from corvex.markets.stamps import TableStamps
+from corvex.tables.context import _default_context, now
+from corvex.tables.named import get_frame, require
 from corvex.time_range import require_in_range
 from corvex.utils import logger
 
@@ -26,7 +26,7 @@ __all__ = ["BoundMarket", "Prices", "bind"]
 type Prices = pd.DataFrame | Mapping[str, pd.DataFrame]
 
 
-class BoundMarket(Market):
+class BoundMarket(MarketTables):
     """What a market bound to tables answers from them; mixed in before the market's class."""
 
     _tables: dict[str, pd.DataFrame]
@@ -82,7 +82,7 @@ class BoundMarket(Market):
             if benchmark is None:
                 benchmark = self._market_benchmark()
             elif isinstance(benchmark, str):
-                name, benchmark = benchmark, data.get_frame(benchmark).iloc[:, 0]
+                name, benchmark = benchmark, get_frame(benchmark).iloc[:, 0]
                 check_benchmark(benchmark, name)
             self._aligned = align_benchmark(benchmark, self.price_index, self.tz)
         return self._aligned.copy()  # the caller may give it another index
@@ -156,7 +156,7 @@ class BoundMarket(Market):
         return kept
 
 
-def bind[M: Market](
+def bind[M: MarketTables](
     market: M,
     prices: Prices,
     *,
@@ -170,7 +170,7 @@ def bind[M: Market](
             f"benchmark must be a Series, a table's name or None, got {type(benchmark)}"
         )
     if isinstance(benchmark, str):
-        data.require(benchmark)
+        require(benchmark)
     elif benchmark is not None:
         check_benchmark(benchmark)
     index = tables["adj_close"].index if "adj_close" in tables else tables["close"].index
@@ -182,7 +182,7 @@ def bind[M: Market](
         _benchmark=benchmark,
         _aligned=None,
         _freq=freq or infer_freq(cast("pd.DatetimeIndex", index)),
-        _bound_at=data.now(),
+        _bound_at=now(),
         _pickled_assets=frozenset(),
     )
     _default_context.note_market(cast("BoundMarket", bound))
@@ -207,18 +207,20 @@ def _checked_tables(prices: Prices) -> dict[str, pd.DataFrame]:
 
 
 @lru_cache(maxsize=64)
-def _bound_class(market_class: type[Market]) -> type[Market]:
+def _bound_class(market_class: type[MarketTables]) -> type[MarketTables]:
     """Return the market's class with the answers above put before its own."""
     names = {"__module__": market_class.__module__, "__doc__": market_class.__doc__}
     names["__qualname__"] = market_class.__qualname__
-    return cast("type[Market]", type(market_class.__name__, (BoundMarket, market_class), names))
+    return cast(
+        "type[MarketTables]", type(market_class.__name__, (BoundMarket, market_class), names)
+    )
 
 
-def _unbound_class(market_class: type[Market]) -> type[Market]:
+def _unbound_class(market_class: type[MarketTables]) -> type[MarketTables]:
     return market_class.__mro__[2] if issubclass(market_class, BoundMarket) else market_class
 
 
-def _restore(market_class: type[Market], state: dict[str, Any]) -> Market:
+def _restore(market_class: type[MarketTables], state: dict[str, Any]) -> MarketTables:
     market = object.__new__(_bound_class(market_class))
     if hasattr(market, "__setstate__"):
         market.__setstate__(state)

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 from typing import override
 
-from corvex.market import Market
+from corvex.markets.base import Market
 
 __all__ = ["TWMarket"]
 

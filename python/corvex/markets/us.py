@@ -6,8 +6,8 @@ from typing import override
 
 import pandas as pd
 
-from corvex import data
-from corvex.market import Market
+from corvex.markets.base import Market
+from corvex.tables.named import exists, get_frame
 
 __all__ = ["USMarket"]
 
@@ -33,12 +33,12 @@ class USMarket(Market):
     @override
     def get_price(self, name: str, adj: bool = True) -> pd.DataFrame:
         table = super().get_price(name, adj)
-        return data.get_frame(_SAMPLE_PRICES) if name == "close" and len(table) == 0 else table
+        return get_frame(_SAMPLE_PRICES) if name == "close" and len(table) == 0 else table
 
     @override
     def get_benchmark(self) -> pd.Series:
         benchmark = super().get_benchmark()
-        own_prices = data.exists("us_stock_close") or data.exists("us_stock_adj_close")
+        own_prices = exists("us_stock_close") or exists("us_stock_adj_close")
         if len(benchmark) or own_prices:  # newer prices must not be set against an old index
             return benchmark
-        return data.get_frame(_SAMPLE_INDEX).iloc[:, 0]
+        return get_frame(_SAMPLE_INDEX).iloc[:, 0]

@@ -11,8 +11,8 @@ from corvex.market import Market
 from corvex.simulation.doubts import warn_about_guessed_costs
 from corvex.simulation.options import checked_limit, read_options
 from corvex.simulation.plan.schedule import read_offset, read_resample
-from corvex.simulation.plan.weights import read_weights
 from corvex.simulation.read.price_data import read_inputs
+from corvex.simulation.read.weights import read_weights
 from corvex.simulation.report.assembly import build_report
 from corvex.simulation.run import run
 from corvex.trades.reasons import STOPS

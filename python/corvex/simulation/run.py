@@ -11,10 +11,10 @@ from corvex.simulation.doubts import warn_about_run
 from corvex.simulation.engine import first_session, run_engine
 from corvex.simulation.notices import warn
 from corvex.simulation.options import Options
+from corvex.simulation.plan.price_faults import check_prices
 from corvex.simulation.plan.schedule import Rule, Schedule, build_schedule
 from corvex.simulation.read.columns import match_columns
 from corvex.simulation.read.price_data import RunInputs
-from corvex.simulation.read.price_faults import check_prices
 from corvex.simulation.read.price_tables import TradeAt, read_matrices
 from corvex.simulation.report.assembly import Outcome
 from corvex.simulation.report.fills_table import fills_table

@@ -7,7 +7,7 @@ from typing import TYPE_CHECKING, Any
 import pandas as pd
 
 from corvex.core.dashboard.trades import asset_column, figures_by, floats
-from corvex.data.context import _default_context
+from corvex.tables.context import _default_context
 
 if TYPE_CHECKING:
     from corvex.core.report import Report

@@ -14,7 +14,7 @@ from corvex.core.dashboard.curves import wall_days
 from corvex.core.dashboard.embed import rounded
 from corvex.core.trade_lookup import TradeLookup, market_table
 from corvex.core.trade_rows import EXCURSIONS, closed_returns
-from corvex.data.context import _default_context
+from corvex.tables.context import _default_context
 
 if TYPE_CHECKING:
     from corvex.core.report import Report

@@ -12,8 +12,8 @@ import numpy as np
 import pandas as pd
 
 from corvex import _engine
-from corvex.simulation.plan.weights import WeightTable
 from corvex.simulation.read.clock import Clock, Stamps, as_dates
+from corvex.simulation.read.weights import WeightTable
 from corvex.time_range import require_in_range
 
 __all__ = ["Resample", "Rule", "Schedule", "build_schedule", "read_offset", "read_resample"]

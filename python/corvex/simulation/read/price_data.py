@@ -9,7 +9,6 @@ import pandas as pd
 
 from corvex.market import Market
 from corvex.markets.alignment import align_tables
-from corvex.simulation.plan.weights import WeightTable
 from corvex.simulation.read.clock import Clock, Stamps, dated_table
 from corvex.simulation.read.market_choice import (
     Benchmark,
@@ -19,6 +18,7 @@ from corvex.simulation.read.market_choice import (
 )
 from corvex.simulation.read.price_tables import PriceInput, price_table, user_tables
 from corvex.simulation.read.span import cut_clock, cut_weights
+from corvex.simulation.read.weights import WeightTable
 
 __all__ = ["RunInputs", "read_inputs"]
 

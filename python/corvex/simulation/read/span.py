@@ -6,8 +6,8 @@ import numpy as np
 import pandas as pd
 
 from corvex.simulation.notices import date_text, warn
-from corvex.simulation.plan.weights import WeightTable
 from corvex.simulation.read.clock import Border, Clock, Stamps
+from corvex.simulation.read.weights import WeightTable
 
 __all__ = ["cut_clock", "cut_weights"]
 

@@ -4,62 +4,26 @@ from __future__ import annotations
 
 import os
 from collections.abc import Iterable, Mapping
-from dataclasses import dataclass, field
 
 import numpy as np
 import pandas as pd
 
-from corvex.core.dashboard.curves import RISK_FREE_RATE, wall_days
-from corvex.core.dashboard.risk_figures import risk_figures
+from corvex.comparison.compared_tables import RISK_FREE_RATE, ComparedTables
+from corvex.comparison.comparison_page import comparison_html
+from corvex.comparison.comparison_text import comparison_text
+from corvex.core.dashboard.curves import wall_days
 from corvex.core.report import Report
-from corvex.ffn_core import PerformanceStats
-from corvex.ffn_core.catalogue import catalogue, show
-from corvex.plaintext import printable, text_table
 from corvex.utils import write_text
 
-__all__ = ["RISK_FREE_RATE", "Comparison", "compare"]
-
-_MOST_BESIDE = 6  # reports side by side with all their figures; more are ranked
-_MOST_SHOWN = 10  # of the ranked ones in the tables of years and correlations
+__all__ = ["Comparison", "compare"]
 
 
-@dataclass(frozen=True, eq=False, repr=False)
-class Comparison:
+class Comparison(ComparedTables):
     """What `compare` returns. In a notebook it shows itself as its page.
 
-    Attributes
-    ----------
-    curves : DataFrame
-        Value of each report, 1.0 at the first common date; common dates x reports.
-    runs : DataFrame
-        What each report is, reports x ``start``, ``end`` (ISO dates of its whole curve),
-        ``market``, ``trades`` (number of them), ``fee_ratio`` and ``tax_ratio``.
-    riskfree_rate : float
-        Per year, a fraction: what the figures count as earned without risk.
-    figures : DataFrame
-        Headline figures x reports, named as in ``Report.get_stats()``; returns are fractions.
-    yearly_returns : DataFrame
-        Fractional return of each calendar year x reports. The first year counts from the first
-        common date (and is left out when it has no other), the last one to the last.
-    correlation : DataFrame
-        Pearson correlation of the returns from one common date to the next, reports x reports;
-        NaN for a curve that does not move.
+    It has the tables of `ComparedTables`: ``figures``, ``yearly_returns``, ``correlation``,
+    ``curves``, ``runs``, and the ``riskfree_rate`` that the figures count with.
     """
-
-    curves: pd.DataFrame
-    runs: pd.DataFrame
-    riskfree_rate: float = RISK_FREE_RATE
-    figures: pd.DataFrame = field(init=False)
-    yearly_returns: pd.DataFrame = field(init=False)
-    correlation: pd.DataFrame = field(init=False)
-
-    def __post_init__(self) -> None:
-        columns = {name: _figures(curve, self.riskfree_rate) for name, curve in self.curves.items()}
-        figures = pd.DataFrame(columns, index=list(catalogue().views["compared"]), dtype="float64")
-        object.__setattr__(self, "figures", figures)
-        object.__setattr__(self, "yearly_returns", _yearly_returns(self.curves))
-        returns = self.curves.pct_change(fill_method=None).iloc[1:]
-        object.__setattr__(self, "correlation", returns.corr())
 
     def to_html(self, path: str | os.PathLike[str], title: str | None = None) -> None:
         """Write the page: one file that opens from a disk and loads nothing.
@@ -71,20 +35,10 @@ class Comparison:
         title : str, optional
             Title of the browser tab and of the page; the reports' names by default.
         """
-        from corvex.core.dashboard.comparison_page import comparison_html
-
         write_text(path, comparison_html(self, title=title))
 
     def _repr_html_(self) -> str:
-        from corvex.core.dashboard.comparison_page import comparison_html
-
         return comparison_html(self, with_iframe=True)
-
-    @property
-    def ranking(self) -> list[str]:
-        """The reports' names, that of the largest Sharpe ratio first, those without one last."""
-        ratios = -self.figures.loc["daily_sharpe"].to_numpy(dtype=np.float64)
-        return [str(self.figures.columns[i]) for i in np.argsort(ratios, kind="stable")]
 
     def to_text(self) -> str:
         """Return the three tables as text: figures, returns in percent, correlation.
@@ -92,50 +46,7 @@ class Comparison:
         Up to six reports stand side by side with all figures. More are ranked by their Sharpe
         ratios, a line for each; the other tables are then those of the first ten.
         """
-        dates = self.curves.index
-        yearly = (100 * self.yearly_returns).round(2) + 0.0  # no -0.00
-        span = f"{dates[0]:%Y-%m-%d} ~ {dates[-1]:%Y-%m-%d}, {len(dates)} common dates"
-        if len(self.curves.columns) <= _MOST_BESIDE:
-            chosen = [str(name) for name in self.curves]
-            heads = [printable(name) for name in chosen]
-            rows = self.figures.to_numpy()
-            figures = text_table(
-                ["", *heads],
-                [
-                    [str(key), *(f"{value:.4f}" for value in row)]
-                    for key, row in zip(self.figures.index, rows, strict=True)
-                ],
-            )
-        else:
-            figures = self._ranked_text()
-            chosen = self.ranking[:_MOST_SHOWN]
-            heads = [str(rank) for rank in range(1, len(chosen) + 1)]
-        correlation = self.correlation.loc[chosen, chosen].to_numpy()
-        yearly_rows = [
-            [str(year), *(f"{value:.2f}" for value in row)]
-            for year, row in yearly[chosen].iterrows()
-        ]
-        correlation_rows = [
-            [name, *(f"{value:.2f}" for value in row)]
-            for name, row in zip(heads, correlation, strict=True)
-        ]
-        years = "Return by year, %\n" + text_table(["year", *heads], yearly_rows)
-        pairs = "Correlation of daily returns\n" + text_table(["", *heads], correlation_rows)
-        return "\n\n".join((span, figures, years, pairs))
-
-    def _ranked_text(self) -> str:
-        columns = {"cagr": "CAGR", "daily_vol": "volatility", "daily_sharpe": "Sharpe",
-                   "max_drawdown": "drawdown", "total_return": "total"}  # fmt: skip
-        rows = [
-            [
-                str(rank),
-                printable(name),
-                *(show(key, self.figures.at[key, name]) for key in columns),
-            ]
-            for rank, name in enumerate(self.ranking, start=1)
-        ]
-        header = ["", "by Sharpe ratio", *columns.values()]
-        return text_table(header, rows, left=2, wide=28)
+        return comparison_text(self)
 
     def __repr__(self) -> str:
         return self.to_text()
@@ -246,22 +157,3 @@ def _run(report: Report, curve: pd.Series) -> dict[str, object]:
         "fee_ratio": float(report.fee_ratio),
         "tax_ratio": float(report.tax_ratio),
     }
-
-
-def _figures(curve: pd.Series, riskfree_rate: float) -> dict[str, float]:
-    stats = PerformanceStats(curve, riskfree_rate)
-    risk = risk_figures(curve.to_numpy(), wall_days(curve.index))
-    return {
-        name: risk[name] if name in risk else getattr(stats, name)
-        for name in catalogue().views["compared"]
-    }
-
-
-def _yearly_returns(curves: pd.DataFrame) -> pd.DataFrame:
-    years = pd.DatetimeIndex(curves.index).year
-    ends = curves.groupby(years).last()
-    before = ends.shift()
-    before.iloc[0] = curves.iloc[0]
-    returns = (ends / before - 1).rename_axis("year")
-    # A first year that holds nothing but the starting value has no return.
-    return returns.iloc[1:] if years[1] != years[0] else returns

@@ -3,19 +3,17 @@
 from __future__ import annotations
 
 import datetime
-from typing import TYPE_CHECKING, Any
+from typing import Any
 
 import pandas as pd
 
 import corvex
+from corvex.comparison.compared_tables import ComparedTables
 from corvex.core.curve_figures import days_per_year
 from corvex.core.dashboard.curves import wall_days
 from corvex.core.dashboard.embed import plain, rounded
 from corvex.core.dashboard.page import SHARED_MODULES, page_script, render
 from corvex.core.dashboard.returns import next_weekday
-
-if TYPE_CHECKING:
-    from corvex.comparison import Comparison
 
 __all__ = ["comparison_html"]
 
@@ -24,7 +22,7 @@ MODULES = (*SHARED_MODULES, "statistics", "sections", "compare")
 
 
 def comparison_html(
-    comparison: Comparison, with_iframe: bool = False, title: str | None = None
+    comparison: ComparedTables, with_iframe: bool = False, title: str | None = None
 ) -> str:
     """Render a comparison as `generate_html` renders a report."""
     names = list(map(str, comparison.curves.columns))
@@ -35,7 +33,7 @@ def comparison_html(
     return render(heading, heading, facts, series, page_script(MODULES), with_iframe=with_iframe)
 
 
-def _facts(comparison: Comparison) -> dict[str, Any]:
+def _facts(comparison: ComparedTables) -> dict[str, Any]:
     curves = comparison.curves
     dates = pd.DatetimeIndex(curves.index)
     first, last = dates[0].date(), dates[-1].date()
@@ -72,7 +70,7 @@ def _year(year: int, first: datetime.date, last: datetime.date) -> dict[str, Any
     return row
 
 
-def _series(comparison: Comparison) -> dict[str, Any]:
+def _series(comparison: ComparedTables) -> dict[str, Any]:
     curves = comparison.curves
     return {
         "days": wall_days(curves.index).tolist(),
