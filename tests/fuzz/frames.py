@@ -35,11 +35,9 @@ LONGEST = 20.0  # seconds for one input: far more is a hang
 REFUSALS = (ValueError, TypeError, LookupError)
 # What nobody may be left alone with: errors of the inside that mean a missing check.
 INTERNAL = (
-    "cannot convert float",
-    "index out of range",
-    "object has no attribute",
-    "NoneType' object",
-)
+    "cannot convert float", "index out of range", "object has no attribute", "NoneType' object",
+    "incompatible function arguments",
+)  # fmt: skip
 FIGURES = [name for name in vars(Metrics) if not name.startswith("_")]
 
 
@@ -114,7 +112,7 @@ def kernels(hostile: Hostile) -> None:
         lambda: _engine.largest_drawdowns(values, hostile.random.choice((0, 3, 10**9))),
         lambda: _engine.tail_risk(values),
         lambda: _engine.simulate(
-            close=np.ascontiguousarray(values[:, None]),
+            _engine.PriceSet(close=np.ascontiguousarray(values[:, None])),
             target=np.ones((len(other), 1)),
             signal_session=np.sort(other % (rows + 1) - 1),
         ),
