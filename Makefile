@@ -185,14 +185,16 @@ lint: $(VENV)/stamp-build $(VENV)/stamp-lint ## check style, types, formatting a
 	$(VENV)/bin/mypy || failed=1
 	$(VENV)/bin/lint-imports --no-cache || failed=1
 	$(VENV)/bin/clang-format --dry-run -Werror $(CPP_FILES) || failed=1
+	tools/javascript.sh check || failed=1
 	$(PY) -m pytest tests/python/test_layers.py || failed=1
 	exit $$failed
 
 .PHONY: format
-format: $(VENV)/stamp-lint ## format the Python and C++ code
+format: $(VENV)/stamp-lint ## format the Python, C++ and JavaScript code
 	@$(VENV)/bin/ruff check --fix --exit-zero -q .
 	$(VENV)/bin/ruff format .
 	$(VENV)/bin/clang-format -i $(CPP_FILES)
+	tools/javascript.sh format
 
 .PHONY: docs
 docs: $(VENV)/stamp-build ## write the guides' tables of figures from the catalogue
@@ -207,5 +209,5 @@ tidy: $(VENV)/stamp-lint ## run clang-tidy on the engine (slow)
 
 .PHONY: clean
 clean: ## remove all that was built, the environments too
-	@rm -rf build dist $(VENV) $(VENV22) .pytest_cache .mypy_cache .ruff_cache .hypothesis
+	@rm -rf build dist node_modules $(VENV) $(VENV22) .pytest_cache .mypy_cache .ruff_cache .hypothesis
 	find python tests -name __pycache__ -type d -prune -exec rm -rf {} +

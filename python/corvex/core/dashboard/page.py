@@ -6,6 +6,7 @@ import base64
 import hashlib
 import html
 import json
+import re
 from functools import cache
 from importlib import resources
 from typing import TYPE_CHECKING, Any
@@ -23,6 +24,7 @@ __all__ = ["SHARED_MODULES", "assemble", "asset", "generate_html", "page_script"
 
 DEFAULT_TITLE = "Corvex Report"
 _LANGUAGES = ("en", "zh-Hant")
+_IMPORT_OR_EXPORT = re.compile(r"^(?:import \{[^}]*\} from [^;]*;\n|export )", re.M)
 
 #: What all pages have, in the order in which one needs the other; `page_script` joins modules.
 SHARED_MODULES = (
@@ -213,17 +215,13 @@ def _texts() -> str:
 
 @cache
 def page_script(modules: tuple[str, ...] = _MODULES) -> str:
-    """Return a page's modules as one: their import lines and the word export taken out.
+    """Return a page's modules as one: their imports and the word export taken out.
 
     A page that opens from a file cannot import modules from beside it, so they travel joined; in
     the source tree each stays a module of its own that editors and checkers understand.
     """
-    lines = []
-    for name in modules:
-        for line in asset(f"js/{name}.js").splitlines():
-            if not line.startswith("import "):
-                lines.append(line.removeprefix("export "))
-    return "\n".join(lines) + "\n"
+    joined = "".join(asset(f"js/{name}.js") for name in modules)
+    return _IMPORT_OR_EXPORT.sub("", joined)
 
 
 def _source_hash(script: str) -> str:

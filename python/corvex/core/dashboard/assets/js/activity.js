@@ -12,27 +12,48 @@ export function renderLiquidity() {
   if (!found) return null;
   const parts = [];
   if (found.turnover.length) {
-    parts.push(table(t("traded_value"), [
-      { label: t("fills"), text: (row) => t(`fill_${row.fill}`) },
-      { label: t("count"), number: true, text: (row) => whole(row.fills) },
-      { label: t("median_value"), number: true, text: (row) => whole(row.median) },
-      { label: t("low_value"), number: true, text: (row) => whole(row.low) },
-    ], found.turnover));
+    parts.push(
+      table(
+        t("traded_value"),
+        [
+          { label: t("fills"), text: (row) => t(`fill_${row.fill}`) },
+          { label: t("count"), number: true, text: (row) => whole(row.fills) },
+          { label: t("median_value"), number: true, text: (row) => whole(row.median) },
+          { label: t("low_value"), number: true, text: (row) => whole(row.low) },
+        ],
+        found.turnover,
+      ),
+    );
   }
   if (found.capacity.length) {
-    parts.push(table(t("capacity_caption"), [
-      { label: t("capacity_share"), text: (row) => share(row.share) },
-      { label: t("capacity"), number: true, text: (row) => whole(row.capital) },
-    ], found.capacity));
+    parts.push(
+      table(
+        t("capacity_caption"),
+        [
+          { label: t("capacity_share"), text: (row) => share(row.share) },
+          { label: t("capacity"), number: true, text: (row) => whole(row.capital) },
+        ],
+        found.capacity,
+      ),
+    );
   }
   const ratios = Object.keys(found.ratios);
   if (ratios.length) {
-    parts.push(table(t("fills"), [
-      { label: t("item"), node: (key) => defined(key) },
-      { label: t("setting_value"), number: true, text: (key) => percent(found.ratios[key], 1) },
-    ], ratios));
+    parts.push(
+      table(
+        t("fills"),
+        [
+          { label: t("item"), node: (key) => defined(key) },
+          { label: t("setting_value"), number: true, text: (key) => percent(found.ratios[key], 1) },
+        ],
+        ratios,
+      ),
+    );
   }
-  return [el("div", { class: "pair" }, parts), found.turnover.length ? el("p", { class: "note" }, t("liquidity_note")) : null];
+  return [
+    el("div", { class: "pair" }, parts),
+    found.turnover.length ? el("p", { class: "note" }, t("liquidity_note")) : null,
+  ];
 }
 
 export function renderCosts() {
@@ -41,11 +62,16 @@ export function renderCosts() {
 
 function costTable() {
   const { fee_ratio: fee, tax_ratio: tax, slippage_ratio: slippage, ...paid } = facts.costs;
-  const rows = [["fees", fee, paid.fees], ["tax", tax, paid.tax], ["slippage", slippage, paid.slippage]]
-    .filter(([, rate, sum]) => rate !== null || sum !== null);
+  const rows = [
+    ["fees", fee, paid.fees],
+    ["tax", tax, paid.tax],
+    ["slippage", slippage, paid.slippage],
+  ].filter(([, rate, sum]) => rate !== null || sum !== null);
   const known = paid.total !== null;
-  const columns = [{ label: t("cost_kind"), text: ([kind]) => t(kind) },
-    { label: t("rate"), number: true, text: ([, rate]) => (rate === undefined ? "" : share(rate)) }];
+  const columns = [
+    { label: t("cost_kind"), text: ([kind]) => t(kind) },
+    { label: t("rate"), number: true, text: ([, rate]) => (rate === undefined ? "" : share(rate)) },
+  ];
   if (known) columns.push({ label: t("paid"), number: true, text: ([, , sum]) => percent(sum) });
   const foot = known ? [["cost_total", undefined, paid.total]] : [];
   return el("div", {}, table(t("costs_paid"), columns, rows, { foot }));
@@ -53,18 +79,28 @@ function costTable() {
 
 function turnoverFigure() {
   const { turnover, total } = facts.costs;
-  const figure = turnover === null ? null : el("dl", { class: "dates" },
-    el("div", {}, el("dt", {}, defined("turnover")), el("dd", {}, percent(turnover, 0))));
+  const figure =
+    turnover === null
+      ? null
+      : el(
+          "dl",
+          { class: "dates" },
+          el("div", {}, el("dt", {}, defined("turnover")), el("dd", {}, percent(turnover, 0))),
+        );
   return el("div", {}, figure, total === null ? null : el("p", { class: "note" }, t("costs_note")));
 }
 
 function activityTable() {
   if (!facts.activity.length) return [];
-  const columns = [{ label: t("year"), text: (row) => row.year },
-    { label: t("yearly_turnover"), number: true, text: (row) => percent(row.turnover, 0) }];
+  const columns = [
+    { label: t("year"), text: (row) => row.year },
+    { label: t("yearly_turnover"), number: true, text: (row) => percent(row.turnover, 0) },
+  ];
   if (facts.activity.some((row) => row.entered !== null)) {
-    columns.push({ label: t("fill_entry"), number: true, text: (row) => whole(row.entered) },
-      { label: t("fill_exit"), number: true, text: (row) => whole(row.left) });
+    columns.push(
+      { label: t("fill_entry"), number: true, text: (row) => whole(row.entered) },
+      { label: t("fill_exit"), number: true, text: (row) => whole(row.left) },
+    );
   }
   const rows = [...facts.activity].reverse();
   return [besideItself(t("turnover_by_year"), columns, rows), el("p", { class: "note" }, t("yearly_turnover_note"))];
@@ -79,12 +115,27 @@ function settingText({ value, fraction }) {
 
 export function renderAssumptions() {
   const { market, freq, bar, periods, riskfree, days } = facts.meta;
-  const rows = [["market", marketName(market)], ["benchmark", facts.stats.benchmark ? benchmarkLabel() : null],
+  const rows = [
+    ["market", marketName(market)],
+    ["benchmark", facts.stats.benchmark ? benchmarkLabel() : null],
     ...facts.assumptions.map((setting) => [setting.key, settingText(setting)]),
-    ["freq", freq], ["bar", bar], ["days", whole(days)], ["periods", periods], ["riskfree", share(riskfree)]];
-  const columns = [{ label: t("setting"), text: ([key]) => t(`a_${key}`) },
-                   { label: t("setting_value"), text: ([, value]) => String(value) }];
-  return [table(t("s_assumptions"), columns, rows.filter(([, value]) => value != null), { className: "narrow" }),
-          el("p", { class: "note" }, t("timing"))];
+    ["freq", freq],
+    ["bar", bar],
+    ["days", whole(days)],
+    ["periods", periods],
+    ["riskfree", share(riskfree)],
+  ];
+  const columns = [
+    { label: t("setting"), text: ([key]) => t(`a_${key}`) },
+    { label: t("setting_value"), text: ([, value]) => String(value) },
+  ];
+  return [
+    table(
+      t("s_assumptions"),
+      columns,
+      rows.filter(([, value]) => value != null),
+      { className: "narrow" },
+    ),
+    el("p", { class: "note" }, t("timing")),
+  ];
 }
-

@@ -2,7 +2,6 @@
 
 import { byId, el } from "./dom.js";
 import { canUnpack, fromBase85, inflate } from "./store.js";
-import { t } from "./text.js";
 
 const charts = [];
 let library = null;
@@ -11,8 +10,9 @@ let source = null;
 
 export function unpackLibrary() {
   const carried = byId("charts").textContent;
-  source ??= (isElsewhere() ? fromAround(carried) : Promise.resolve(carried))
-    .then((packed) => inflate(fromBase85(packed)));
+  source ??= (isElsewhere() ? fromAround(carried) : Promise.resolve(carried)).then((packed) =>
+    inflate(fromBase85(packed)),
+  );
   return source;
 }
 
@@ -22,9 +22,10 @@ export const isElsewhere = () => byId("charts").textContent.startsWith("sha256-"
 const PATIENCE = 2000;
 
 /** Resolves when the library should have come, if it is not in the page itself. */
-export const outOfPatience = () => new Promise((resolve) => {
-  if (isElsewhere()) setTimeout(resolve, PATIENCE);
-});
+export const outOfPatience = () =>
+  new Promise((resolve) => {
+    if (isElsewhere()) setTimeout(resolve, PATIENCE);
+  });
 
 /** The page around this one may get the library later, so it is asked until it answers. */
 function fromAround(name) {
@@ -56,8 +57,7 @@ function plotly() {
  * `ready(node, Plotly)` is called once, after the first drawing.
  */
 export function chart(alt, height, build, ready = null) {
-  const node = el("div", { class: "chart", role: "figure", "aria-label": alt,
-                           style: `min-height:${height}px` });
+  const node = el("div", { class: "chart", role: "figure", "aria-label": alt, style: `min-height:${height}px` });
   if (canUnpack()) charts.push({ node, height, build, ready, drawn: false });
   return node;
 }
@@ -68,8 +68,13 @@ export function forgetCharts() {
 }
 
 // The buttons are named one by one: the library's own choice has one that would send the data away.
-const CONFIG = { displaylogo: false, responsive: true, plotlyServerURL: "", showSendToCloud: false,
-  modeBarButtons: [["toImage", "zoom2d", "pan2d", "zoomIn2d", "zoomOut2d", "resetScale2d"]] };
+const CONFIG = {
+  displaylogo: false,
+  responsive: true,
+  plotlyServerURL: "",
+  showSendToCloud: false,
+  modeBarButtons: [["toImage", "zoom2d", "pan2d", "zoomIn2d", "zoomOut2d", "resetScale2d"]],
+};
 
 /** Where nothing hovers the bar would always stand, on the names of the legend. */
 const config = () => ({ ...CONFIG, displayModeBar: onTouch() || isNarrow() ? false : "hover" });
@@ -107,14 +112,17 @@ export function redrawAll() {
 
 const printing = () => document.documentElement.hasAttribute("data-print");
 
-const pause = () => new Promise((resolve) =>
-  "requestIdleCallback" in window ? requestIdleCallback(resolve, { timeout: 100 }) : setTimeout(resolve));
+const pause = () =>
+  new Promise((resolve) =>
+    "requestIdleCallback" in window ? requestIdleCallback(resolve, { timeout: 100 }) : setTimeout(resolve),
+  );
 
 /** Until the browser has shown what is on the page; it shows nothing of a page in the background. */
-const painted = () => new Promise((resolve) => {
-  requestAnimationFrame(() => setTimeout(resolve));
-  setTimeout(resolve, 100);
-});
+const painted = () =>
+  new Promise((resolve) => {
+    requestAnimationFrame(() => setTimeout(resolve));
+    setTimeout(resolve, 100);
+  });
 
 /** Draw every chart, those in sight first, without holding up the reader's input. */
 export async function drawAll() {
@@ -139,9 +147,19 @@ function isInSight(node) {
 export function colours() {
   const style = getComputedStyle(document.documentElement);
   const read = (name) => style.getPropertyValue(`--${name}`).trim();
-  return { text: read("text"), soft: read("soft"), line: read("line"), grid: read("grid"),
-           paper: read("paper"), own: read("own"), market: read("market"), gain: read("gain"),
-           loss: read("loss"), shade: read("shade"), live: read("live") };
+  return {
+    text: read("text"),
+    soft: read("soft"),
+    line: read("line"),
+    grid: read("grid"),
+    paper: read("paper"),
+    own: read("own"),
+    market: read("market"),
+    gain: read("gain"),
+    loss: read("loss"),
+    shade: read("shade"),
+    live: read("live"),
+  };
 }
 
 export const isNarrow = () => innerWidth < 640;
@@ -155,9 +173,14 @@ const hasLegend = (data, layout) =>
 function baseLayout(height, legend) {
   const { text, paper, line } = colours();
   return {
-    height, autosize: true, paper_bgcolor: "rgba(0,0,0,0)", plot_bgcolor: "rgba(0,0,0,0)",
+    height,
+    autosize: true,
+    paper_bgcolor: "rgba(0,0,0,0)",
+    plot_bgcolor: "rgba(0,0,0,0)",
     font: { family: "system-ui, sans-serif", size: 12, color: text },
-    margin: { l: isNarrow() ? 52 : 72, r: 16, t: legend ? 52 : 12, b: 36 }, hovermode: "x unified", dragmode: onTouch() ? false : "zoom",
+    margin: { l: isNarrow() ? 52 : 72, r: 16, t: legend ? 52 : 12, b: 36 },
+    hovermode: "x unified",
+    dragmode: onTouch() ? false : "zoom",
     hoverlabel: { bgcolor: paper, bordercolor: line, font: { color: text } },
     legend: { orientation: "h", x: 0, y: 1.02, yanchor: "bottom", bgcolor: "rgba(0,0,0,0)" },
   };
@@ -165,13 +188,25 @@ function baseLayout(height, legend) {
 
 function axisStyle() {
   const { grid, line } = colours();
-  return { gridcolor: grid, linecolor: line, zerolinecolor: line, zerolinewidth: 1,
-           automargin: true, fixedrange: onTouch() };
+  return {
+    gridcolor: grid,
+    linecolor: line,
+    zerolinecolor: line,
+    zerolinewidth: 1,
+    automargin: true,
+    fixedrange: onTouch(),
+  };
 }
 
 /** Chart texts know some markup, so what may hold any text goes in with its signs escaped. */
-export const chartText = (text) =>
-  text.replace(/[&<>]/g, (sign) => ({ "&": "&amp;", "<": "&lt;", ">": "&gt;" })[sign]);
+export const chartText = (text) => text.replace(/[&<>]/g, (sign) => ({ "&": "&amp;", "<": "&lt;", ">": "&gt;" })[sign]);
 
-export const line = (name, x, y, colour, more = {}) =>
-  ({ type: "scatter", mode: "lines", name: chartText(name), x, y, line: { color: colour, width: 1.6 }, ...more });
+export const line = (name, x, y, colour, more = {}) => ({
+  type: "scatter",
+  mode: "lines",
+  name: chartText(name),
+  x,
+  y,
+  line: { color: colour, width: 1.6 },
+  ...more,
+});

@@ -1,7 +1,7 @@
 // The page that sets several reports side by side.
 
-import { byId, choices, el, replaceContent, select } from "./dom.js";
 import { chart, colours, line, redraw } from "./charts.js";
+import { byId, choices, el, replaceContent, select } from "./dom.js";
 import { rangeOptions, rangeRows, rowsOfEvent, valueAxis } from "./equity.js";
 import { figure, isoDay, number, percent, signedPercent, whole } from "./format.js";
 import { renderFooter, renderTools } from "./heading.js";
@@ -39,10 +39,10 @@ const rankedName = () => ({ label: t("run_name"), text: (i) => `${facts.order.in
 function rankChoice(choose) {
   if (!areMany()) return null;
   const starts = Array.from({ length: Math.ceil(facts.order.length / MOST) }, (_, k) => k * MOST);
-  const options = starts.map((start) =>
-    [String(start), `${start + 1}–${Math.min(start + MOST, facts.order.length)}`]);
-  return select(t("compare_ranks"), options, "0",
-    (start) => choose(facts.order.slice(Number(start), Number(start) + MOST)));
+  const options = starts.map((start) => [String(start), `${start + 1}–${Math.min(start + MOST, facts.order.length)}`]);
+  return select(t("compare_ranks"), options, "0", (start) =>
+    choose(facts.order.slice(Number(start), Number(start) + MOST)),
+  );
 }
 
 function renderFigures() {
@@ -50,13 +50,19 @@ function renderFigures() {
   const keys = Object.keys(facts.figures);
   const note = el("p", { class: "note" }, t("compare_convention", { periods, riskfree: percent(riskfree, 1) }));
   if (areMany()) {
-    const columns = [rankedName(), ...keys.map((key) => (
-      { label: defined(key), number: true, text: (i) => figure(key, facts.figures[key][i]) }))];
-    return [table(t("s_figures"), columns, facts.order, { className: "figures ranked" }),
-            el("p", { class: "note" }, t("compare_ranked")), note];
+    const columns = [
+      rankedName(),
+      ...keys.map((key) => ({ label: defined(key), number: true, text: (i) => figure(key, facts.figures[key][i]) })),
+    ];
+    return [
+      table(t("s_figures"), columns, facts.order, { className: "figures ranked" }),
+      el("p", { class: "note" }, t("compare_ranked")),
+      note,
+    ];
   }
-  const columns = perReport({ label: t("item"), node: (key) => defined(key) },
-    (key, i) => figure(key, facts.figures[key][i]));
+  const columns = perReport({ label: t("item"), node: (key) => defined(key) }, (key, i) =>
+    figure(key, facts.figures[key][i]),
+  );
   return [table(t("s_figures"), columns, keys, { className: "figures" }), note];
 }
 
@@ -66,22 +72,31 @@ function renderYears() {
   const columns = areMany()
     ? [rankedName(), ...years.map((year) => ({ label: yearLabel(year), number: true, text: (i) => cell(year, i) }))]
     : perReport({ label: t("year"), text: yearLabel }, cell);
-  return [table(t("s_years"), columns, areMany() ? facts.order : years,
-                { className: areMany() ? "ranked" : "" }),
-          el("p", { class: "note" }, t("compare_years_note"))];
+  return [
+    table(t("s_years"), columns, areMany() ? facts.order : years, { className: areMany() ? "ranked" : "" }),
+    el("p", { class: "note" }, t("compare_years_note")),
+  ];
 }
 
 function renderCorrelation() {
   const place = el("div");
   const show = (chosen) => {
-    const columns = [areMany() ? rankedName() : { label: t("run_name"), text: (i) => facts.names[i] },
-      ...chosen.map((j) => ({ label: areMany() ? String(facts.order.indexOf(j) + 1) : facts.names[j],
-                              number: true, text: (i) => number(facts.correlation[i][j]) }))];
+    const columns = [
+      areMany() ? rankedName() : { label: t("run_name"), text: (i) => facts.names[i] },
+      ...chosen.map((j) => ({
+        label: areMany() ? String(facts.order.indexOf(j) + 1) : facts.names[j],
+        number: true,
+        text: (i) => number(facts.correlation[i][j]),
+      })),
+    ];
     replaceContent(place, table(t("s_correlation"), columns, chosen, { className: areMany() ? "ranked" : "" }));
   };
   show(ranked().slice(0, MOST));
-  return [el("div", { class: "controls" }, rankChoice(show)), place,
-          el("p", { class: "note" }, t("compare_correlation_note"))];
+  return [
+    el("div", { class: "controls" }, rankChoice(show)),
+    place,
+    el("p", { class: "note" }, t("compare_correlation_note")),
+  ];
 }
 
 function renderRuns() {
@@ -103,23 +118,40 @@ function renderCurves(series) {
   const falls = series.curves.map(drawdowns);
   let chosen = ranked().slice(0, MOST);
   const told = el("p", { class: "view", "aria-live": "polite" });
-  const node = chart(t("compare_alt", facts.meta), 560,
-    () => curvesFigure(chosen, series.curves, dates, falls, view), listen);
+  const node = chart(
+    t("compare_alt", facts.meta),
+    560,
+    () => curvesFigure(chosen, series.curves, dates, falls, view),
+    listen,
+  );
   const ranges = choices(t("range"), rangeOptions(series), "all", (value) => {
     [view.first, view.last] = rangeRows(series, value);
     show();
   });
-  const scale = choices(t("scale"), [["log", t("log")], ["linear", t("linear")]], view.scale,
-    (value) => { view.scale = value; show(); });
+  const scale = choices(
+    t("scale"),
+    [
+      ["log", t("log")],
+      ["linear", t("linear")],
+    ],
+    view.scale,
+    (value) => {
+      view.scale = value;
+      show();
+    },
+  );
   function show() {
     tell();
     redraw(node);
   }
   function tell() {
-    const returns = chosen.map((i) =>
-      `${facts.names[i]} ${signedPercent(gain(series.curves[i], view.first, view.last))}`);
-    replaceContent(told, t("compare_view",
-      { start: dates[view.first], end: dates[view.last], returns: returns.join(" · ") }));
+    const returns = chosen.map(
+      (i) => `${facts.names[i]} ${signedPercent(gain(series.curves[i], view.first, view.last))}`,
+    );
+    replaceContent(
+      told,
+      t("compare_view", { start: dates[view.first], end: dates[view.last], returns: returns.join(" · ") }),
+    );
   }
   function listen(plot) {
     plot.on("plotly_relayout", (event) => {
@@ -131,9 +163,16 @@ function renderCurves(series) {
     });
   }
   tell();
-  const ranks = rankChoice((places) => { chosen = places; show(); });
-  return [el("div", { class: "controls" }, ranges.group, scale.group, ranks), told, node,
-          el("p", { class: "note" }, t("compare_zoom"))];
+  const ranks = rankChoice((places) => {
+    chosen = places;
+    show();
+  });
+  return [
+    el("div", { class: "controls" }, ranges.group, scale.group, ranks),
+    told,
+    node,
+    el("p", { class: "note" }, t("compare_zoom")),
+  ];
 }
 
 /** What the legend calls a report: with its rank where there are many, and not longer than a line. */
@@ -147,29 +186,45 @@ function curvesFigure(chosen, curves, dates, falls, { first, last, scale }) {
   const palette = colours();
   const values = chosen.map((i) => rebased(curves[i], first));
   const below = chosen.map((i) => falls[i]);
-  const style = (i, width) => ({ width, color: palette[COLOURS[i % COLOURS.length]],
-                                 dash: DASHES[Math.floor(i / COLOURS.length) % DASHES.length] });
+  const style = (i, width) => ({
+    width,
+    color: palette[COLOURS[i % COLOURS.length]],
+    dash: DASHES[Math.floor(i / COLOURS.length) % DASHES.length],
+  });
   const data = chosen.map(legendName).flatMap((name, i) => [
     line(name, dates, values[i], "", { line: style(i, 1.6), legendgroup: String(i), hovertemplate: "%{y:,.1f}" }),
-    line(`${name} · ${t("drawdown")}`, dates, below[i], "", { line: style(i, 1), legendgroup: String(i),
-      yaxis: "y2", showlegend: false, hovertemplate: "%{y:.2%}" }),
+    line(`${name} · ${t("drawdown")}`, dates, below[i], "", {
+      line: style(i, 1),
+      legendgroup: String(i),
+      yaxis: "y2",
+      showlegend: false,
+      hovertemplate: "%{y:.2%}",
+    }),
   ]);
   const seen = (lists) => lists.flatMap((list) => list.slice(first, last + 1)).filter((y) => y !== null);
   const shown = seen(values).filter((y) => scale === "linear" || y > 0);
   const least = (numbers) => numbers.reduce((a, b) => Math.min(a, b), Infinity);
   const most = (numbers) => numbers.reduce((a, b) => Math.max(a, b), -Infinity);
-  return { data, layout: {
-    xaxis: { type: "date", range: [dates[first], dates[last]], anchor: "y2", hoverformat: "%Y-%m-%d" },
-    yaxis: valueAxis(least(shown), most(shown), scale),
-    yaxis2: { domain: [0, 0.28], title: { text: t("drawdown") }, tickformat: ".0%", anchor: "x",
-              range: [Math.min(least(seen(below)) * 1.08, -0.001), 0], fixedrange: true },
-  } };
+  return {
+    data,
+    layout: {
+      xaxis: { type: "date", range: [dates[first], dates[last]], anchor: "y2", hoverformat: "%Y-%m-%d" },
+      yaxis: valueAxis(least(shown), most(shown), scale),
+      yaxis2: {
+        domain: [0, 0.28],
+        title: { text: t("drawdown") },
+        tickformat: ".0%",
+        anchor: "x",
+        range: [Math.min(least(seen(below)) * 1.08, -0.001), 0],
+        fixedrange: true,
+      },
+    },
+  };
 }
 
 function renderCompared(series) {
   const { start, end, years, days } = facts.meta;
-  replaceContent(byId("subtitle"),
-    t("compare_subtitle", { start, end, days: whole(days), years: number(years, 1) }));
+  replaceContent(byId("subtitle"), t("compare_subtitle", { start, end, days: whole(days), years: number(years, 1) }));
   renderTools(() => renderWhole(renderCompared, series));
   const renderRest = renderSections(COMPARED, series);
   return () => {

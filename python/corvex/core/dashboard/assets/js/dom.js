@@ -21,8 +21,12 @@ export function replaceContent(node, ...children) {
 /** A group of buttons of which one is pressed; `choose` gets the value of the one clicked. */
 export function choices(label, options, chosen, choose) {
   const buttons = options.map(([value, text]) =>
-    el("button", { type: "button", "aria-pressed": String(value === chosen), "data-value": value,
-                   onclick: () => pick(value) }, text));
+    el(
+      "button",
+      { type: "button", "aria-pressed": String(value === chosen), "data-value": value, onclick: () => pick(value) },
+      text,
+    ),
+  );
   function pick(value) {
     press(value);
     choose(value);
@@ -37,7 +41,10 @@ export function choices(label, options, chosen, choose) {
 }
 
 export function select(label, options, chosen, choose) {
-  const list = el("select", { onchange: () => choose(list.value) },
-    options.map(([value, text]) => el("option", { value, selected: value === chosen }, text)));
+  const list = el(
+    "select",
+    { onchange: () => choose(list.value) },
+    options.map(([value, text]) => el("option", { value, selected: value === chosen }, text)),
+  );
   return el("label", { class: "field" }, el("span", {}, label), list);
 }

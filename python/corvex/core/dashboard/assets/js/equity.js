@@ -1,7 +1,7 @@
 // The curve of the value with its drawdown, and the largest drawdowns.
 
-import { choices, el, replaceContent } from "./dom.js";
 import { chart, colours, isNarrow, line, redraw } from "./charts.js";
+import { choices, el, replaceContent } from "./dom.js";
 import { dayOf, isoDay, percent, signedPercent, tickText, whole } from "./format.js";
 import { benchmarkLabel } from "./heading.js";
 import { axisTicks, drawdowns, gain, rebased } from "./maths.js";
@@ -9,28 +9,57 @@ import { facts } from "./store.js";
 import { table } from "./table.js";
 import { t } from "./text.js";
 
-const MONTHS_BACK = [["1m", "1M", 1], ["6m", "6M", 6], ["1y", "1Y", 12], ["3y", "3Y", 36],
-                     ["5y", "5Y", 60], ["10y", "10Y", 120]];
+const MONTHS_BACK = [
+  ["1m", "1M", 1],
+  ["6m", "6M", 6],
+  ["1y", "1Y", 12],
+  ["3y", "3Y", 36],
+  ["5y", "5Y", 60],
+  ["10y", "10Y", 120],
+];
 
 export function renderEquity(series) {
   const last = series.days.length - 1;
   const view = { first: 0, last, scale: "log", marks: true };
   const dates = series.days.map(isoDay);
-  const falls = { own: drawdowns(series.strategy),
-                  market: series.benchmark && drawdowns(series.benchmark) };
+  const falls = { own: drawdowns(series.strategy), market: series.benchmark && drawdowns(series.benchmark) };
   const told = el("p", { class: "view", "aria-live": "polite" });
-  const alt = t("equity_alt", { start: dates[0], end: dates[last],
+  const alt = t("equity_alt", {
+    start: dates[0],
+    end: dates[last],
     total: percent(facts.stats.strategy.total_return),
-    drawdown: percent(facts.stats.strategy.max_drawdown) });
+    drawdown: percent(facts.stats.strategy.max_drawdown),
+  });
   const node = chart(alt, 520, () => equityFigure(series, dates, falls, view), listen);
   const ranges = choices(t("range"), rangeOptions(series), "all", (value) => {
     [view.first, view.last] = rangeRows(series, value);
     show();
   });
-  const scale = choices(t("scale"), [["log", t("log")], ["linear", t("linear")]], view.scale,
-    (value) => { view.scale = value; show(); });
-  const marks = el("label", { class: "check" }, el("input", { type: "checkbox", checked: true,
-    onchange: (event) => { view.marks = event.target.checked; show(); } }), t("mark_drawdowns"));
+  const scale = choices(
+    t("scale"),
+    [
+      ["log", t("log")],
+      ["linear", t("linear")],
+    ],
+    view.scale,
+    (value) => {
+      view.scale = value;
+      show();
+    },
+  );
+  const marks = el(
+    "label",
+    { class: "check" },
+    el("input", {
+      type: "checkbox",
+      checked: true,
+      onchange: (event) => {
+        view.marks = event.target.checked;
+        show();
+      },
+    }),
+    t("mark_drawdowns"),
+  );
 
   function show() {
     tellView(told, series, dates, falls, view);
@@ -46,8 +75,7 @@ export function renderEquity(series) {
     });
   }
   tellView(told, series, dates, falls, view);
-  const controls = el("div", { class: "controls" }, ranges.group, scale.group,
-    facts.drawdowns.length ? marks : null);
+  const controls = el("div", { class: "controls" }, ranges.group, scale.group, facts.drawdowns.length ? marks : null);
   return [controls, told, node, el("p", { class: "note" }, t("zoom_hint"))];
 }
 
@@ -62,8 +90,10 @@ export function rangeRows(series, value) {
   const last = series.days.length - 1;
   if (value === "all") return [0, last];
   const end = new Date(series.days[last] * 86400000);
-  const start = value === "ytd" ? Date.UTC(end.getUTCFullYear() - 1, 11, 31)
-    : monthsBefore(end, MONTHS_BACK.find(([name]) => name === value)[2]);
+  const start =
+    value === "ytd"
+      ? Date.UTC(end.getUTCFullYear() - 1, 11, 31)
+      : monthsBefore(end, MONTHS_BACK.find(([name]) => name === value)[2]);
   return [rowNotAfter(series.days, start / 86400000), last];
 }
 
@@ -92,9 +122,16 @@ export function rowsOfEvent(event, series, view) {
 function tellView(node, series, dates, falls, { first, last }) {
   const market = series.benchmark && gain(series.benchmark, first, last);
   const key = series.benchmark ? "in_view_both" : "in_view";
-  replaceContent(node, t(key, { start: dates[first], end: dates[last],
-    strategy: signedPercent(gain(series.strategy, first, last)), benchmark: signedPercent(market),
-    drawdown: percent(Math.min(...falls.own.slice(first, last + 1))) }));
+  replaceContent(
+    node,
+    t(key, {
+      start: dates[first],
+      end: dates[last],
+      strategy: signedPercent(gain(series.strategy, first, last)),
+      benchmark: signedPercent(market),
+      drawdown: percent(Math.min(...falls.own.slice(first, last + 1))),
+    }),
+  );
 }
 
 function equityFigure(series, dates, falls, view) {
@@ -108,27 +145,49 @@ function equityFigure(series, dates, falls, view) {
   data.push(line(t("strategy"), dates, own, c.own, { hovertemplate: "%{y:,.1f}" }));
   const below = { yaxis: "y2", showlegend: false, hovertemplate: "%{y:.2%}" };
   if (falls.market) {
-    data.push(line(`${benchmarkLabel()} · ${t("drawdown")}`, dates, falls.market, c.market,
-      { ...below, line: { color: c.market, width: 1 } }));
+    data.push(
+      line(`${benchmarkLabel()} · ${t("drawdown")}`, dates, falls.market, c.market, {
+        ...below,
+        line: { color: c.market, width: 1 },
+      }),
+    );
   }
-  data.push(line(`${t("strategy")} · ${t("drawdown")}`, dates, falls.own, c.loss,
-    { ...below, fill: "tozeroy", fillcolor: c.shade }));
+  data.push(
+    line(`${t("strategy")} · ${t("drawdown")}`, dates, falls.own, c.loss, {
+      ...below,
+      fill: "tozeroy",
+      fillcolor: c.shade,
+    }),
+  );
   return { data, layout: equityLayout(series, dates, [own, market], falls, view) };
 }
 
-function equityLayout(series, dates, curves, falls, view) {
+function equityLayout(_series, dates, curves, falls, view) {
   const { first, last, scale } = view;
-  const inView = curves.filter(Boolean).flatMap((y) => y.slice(first, last + 1))
+  const inView = curves
+    .filter(Boolean)
+    .flatMap((y) => y.slice(first, last + 1))
     .filter((y) => y !== null && (scale === "linear" || y > 0));
   const [low, high] = [Math.min(...inView), Math.max(...inView)];
-  const deepest = Math.min(...[falls.own, falls.market].filter(Boolean)
-    .flatMap((y) => y.slice(first, last + 1)).filter((y) => y !== null));
+  const deepest = Math.min(
+    ...[falls.own, falls.market]
+      .filter(Boolean)
+      .flatMap((y) => y.slice(first, last + 1))
+      .filter((y) => y !== null),
+  );
   const xaxis = { type: "date", range: [dates[first], dates[last]], anchor: "y2", hoverformat: "%Y-%m-%d" };
   return {
-    xaxis, hovermode: "x unified",
+    xaxis,
+    hovermode: "x unified",
     yaxis: valueAxis(low, high, scale),
-    yaxis2: { domain: [0, 0.28], title: { text: t("drawdown") }, tickformat: ".0%", anchor: "x",
-              range: [Math.min(deepest * 1.08, -0.001), 0], fixedrange: true },
+    yaxis2: {
+      domain: [0, 0.28],
+      title: { text: t("drawdown") },
+      tickformat: ".0%",
+      anchor: "x",
+      range: [Math.min(deepest * 1.08, -0.001), 0],
+      fixedrange: true,
+    },
     ...marks(view, dates),
   };
 }
@@ -139,27 +198,60 @@ export function valueAxis(low, high, scale) {
   const margin = (b - a || Math.abs(b) * 0.01 || 1) * 0.05;
   const range = [a - margin, b + margin];
   const ticks = axisTicks(...(scale === "log" ? range.map((power) => 10 ** power) : range), scale);
-  return { domain: [0.34, 1], type: scale, title: { text: isNarrow() ? "" : t("value") }, range,
-           tickmode: "array", tickvals: ticks, ticktext: ticks.map(tickText), fixedrange: true };
+  return {
+    domain: [0.34, 1],
+    type: scale,
+    title: { text: isNarrow() ? "" : t("value") },
+    range,
+    tickmode: "array",
+    tickvals: ticks,
+    ticktext: ticks.map(tickText),
+    fixedrange: true,
+  };
 }
 
 function marks(view, dates) {
   const c = colours();
-  const shapes = [], annotations = [];
+  const shapes = [],
+    annotations = [];
   if (view.marks) {
     facts.drawdowns.slice(0, 5).forEach((fall, i) => {
       const end = shadedUntil(fall, dates);
-      if (end) shapes.push({ type: "rect", xref: "x", yref: "paper", x0: fall.start, x1: end,
-                    y0: 0, y1: 1, fillcolor: c.shade, opacity: 0.45, line: { width: 0 }, layer: "below" });
+      if (end)
+        shapes.push({
+          type: "rect",
+          xref: "x",
+          yref: "paper",
+          x0: fall.start,
+          x1: end,
+          y0: 0,
+          y1: 1,
+          fillcolor: c.shade,
+          opacity: 0.45,
+          line: { width: 0 },
+          layer: "below",
+        });
       annotations.push(mark(fall.valley, 0.3, `${i + 1}`, c.text));
     });
   }
   if (facts.live) {
     const start = isoDay(facts.live.start);
-    shapes.push({ type: "line", xref: "x", yref: "paper", x0: start, x1: start, y0: 0, y1: 1,
-                  line: { color: c.live, width: 2, dash: "dash" } });
-    const isLate = facts.live.start - dayOf(dates[view.first]) > (dayOf(dates[view.last]) - dayOf(dates[view.first])) / 2;
-    annotations.push({ ...mark(start, 1, t("live_from", { date: start }), c.live), xanchor: isLate ? "right" : "left" });
+    shapes.push({
+      type: "line",
+      xref: "x",
+      yref: "paper",
+      x0: start,
+      x1: start,
+      y0: 0,
+      y1: 1,
+      line: { color: c.live, width: 2, dash: "dash" },
+    });
+    const isLate =
+      facts.live.start - dayOf(dates[view.first]) > (dayOf(dates[view.last]) - dayOf(dates[view.first])) / 2;
+    annotations.push({
+      ...mark(start, 1, t("live_from", { date: start }), c.live),
+      xanchor: isLate ? "right" : "left",
+    });
   }
   return { shapes, annotations };
 }
@@ -171,8 +263,16 @@ function shadedUntil(fall, dates) {
   return [fall.end ?? dates.at(-1), fall.valley].find(isShort) ?? null;
 }
 
-const mark = (x, y, text, colour) => ({ x, y, xref: "x", yref: "paper", yanchor: y === 1 ? "top" : "middle",
-  text, showarrow: false, font: { size: 11, color: colour } });
+const mark = (x, y, text, colour) => ({
+  x,
+  y,
+  xref: "x",
+  yref: "paper",
+  yanchor: y === 1 ? "top" : "middle",
+  text,
+  showarrow: false,
+  font: { size: 11, color: colour },
+});
 
 export function renderDrawdowns() {
   const rows = facts.drawdowns.map((row, i) => ({ ...row, rank: i + 1 }));
@@ -185,8 +285,11 @@ export function renderDrawdowns() {
     { label: t("recovered"), node: recovered },
     { label: t("fall_days"), number: true, text: (row) => whole(row.fall) },
     { label: t("recovery_days"), number: true, text: (row) => whole(row.recovery) },
-    { label: t("length_days"), number: true,
-      text: (row) => (row.end ? whole(row.length) : t("so_far", { days: whole(row.length) })) },
+    {
+      label: t("length_days"),
+      number: true,
+      text: (row) => (row.end ? whole(row.length) : t("so_far", { days: whole(row.length) })),
+    },
   ];
   if (facts.stats.benchmark) {
     columns.push({ label: t("benchmark_same"), number: true, text: (row) => percent(row.benchmark) });
@@ -194,5 +297,5 @@ export function renderDrawdowns() {
   return [table(t("s_drawdowns"), columns, rows), el("p", { class: "note" }, t("drawdowns_note"))];
 }
 
-const recovered = (row) => row.end ??
-  el("strong", { class: "open", title: t("still_open_long", { date: facts.meta.end }) }, t("still_open"));
+const recovered = (row) =>
+  row.end ?? el("strong", { class: "open", title: t("still_open_long", { date: facts.meta.end }) }, t("still_open"));

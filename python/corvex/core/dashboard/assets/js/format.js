@@ -5,8 +5,7 @@ import { digitsOf, t, unitOf } from "./text.js";
 const writers = [];
 
 function plainNumber(value, digits) {
-  writers[digits] ??= new Intl.NumberFormat("en-US",
-    { minimumFractionDigits: digits, maximumFractionDigits: digits });
+  writers[digits] ??= new Intl.NumberFormat("en-US", { minimumFractionDigits: digits, maximumFractionDigits: digits });
   return writers[digits].format(value);
 }
 
@@ -20,11 +19,10 @@ function formatted(value, write) {
   return typeof value === "string" ? value : withoutMinusZero(write(value));
 }
 
-export const percent = (value, digits = 2) =>
-  formatted(value, (x) => `${plainNumber(x * 100, digits)}%`);
+export const percent = (value, digits = 2) => formatted(value, (x) => `${plainNumber(x * 100, digits)}%`);
 
 export const signedPercent = (value, digits = 2) =>
-  formatted(value, (x) => (x > 0 ? "+" : "") + `${plainNumber(x * 100, digits)}%`);
+  formatted(value, (x) => `${x > 0 ? "+" : ""}${plainNumber(x * 100, digits)}%`);
 
 export const number = (value, digits = 2) => formatted(value, (x) => plainNumber(x, digits));
 
@@ -40,8 +38,7 @@ export const tickText = (value) => prices.format(value);
 export const price = (value) => formatted(value, (x) => prices.format(x));
 
 /** A figure in its own unit. */
-export const figure = (key, value) =>
-  (unitOf(key) === "fraction" ? percent : number)(value, digitsOf(key));
+export const figure = (key, value) => (unitOf(key) === "fraction" ? percent : number)(value, digitsOf(key));
 
 export const isoDay = (day) =>
   day === null || day === undefined ? null : new Date(day * 86400000).toISOString().slice(0, 10);

@@ -37,9 +37,13 @@ export function renderSummary() {
 }
 
 function card(key, own, market) {
-  return el("div", {}, el("dt", {}, defined(key)), el("dd", { class: "big" }, figure(key, own)),
-    market === undefined ? null
-      : el("dd", { class: "beside" }, `${benchmarkLabel()} ${figure(key, market)}`));
+  return el(
+    "div",
+    {},
+    el("dt", {}, defined(key)),
+    el("dd", { class: "big" }, figure(key, own)),
+    market === undefined ? null : el("dd", { class: "beside" }, `${benchmarkLabel()} ${figure(key, market)}`),
+  );
 }
 
 function drawdownNow() {
@@ -61,8 +65,10 @@ function notes() {
 
 function benchmarkNotes() {
   const { benchmark_default: isDefault, price_index: isPriceIndex } = facts.meta;
-  return [isDefault && t("benchmark_default", { benchmark: benchmarkLabel() }),
-          isPriceIndex && t("benchmark_price_index", { benchmark: benchmarkLabel() })].filter(Boolean);
+  return [
+    isDefault && t("benchmark_default", { benchmark: benchmarkLabel() }),
+    isPriceIndex && t("benchmark_price_index", { benchmark: benchmarkLabel() }),
+  ].filter(Boolean);
 }
 
 export function renderFooter() {

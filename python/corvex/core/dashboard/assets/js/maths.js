@@ -39,7 +39,8 @@ export function gain(values, first, last) {
 /** Sums over the last `size` entries; null until so many known ones came without a gap. */
 function rollingSums(entries, size) {
   const result = [];
-  let sum = 0, known = 0;
+  let sum = 0,
+    known = 0;
   for (let i = 0; i < entries.length; i++) {
     if (entries[i] === null) [sum, known] = [0, 0];
     else {
@@ -66,19 +67,19 @@ export function rollingRisk(returns, size, periods, riskfree) {
   const spreads = spread(sums, rollingSums(product(returns, returns), size), size);
   const volatility = spreads.map((s) => (s === null ? null : Math.sqrt((s / (size - 1)) * periods)));
   const free = (1 + riskfree) ** (1 / periods) - 1;
-  const sharpe = combine(sums, volatility, (sum, vol) =>
-    vol > 1e-12 ? ((sum / size - free) * periods) / vol : null);
+  const sharpe = combine(sums, volatility, (sum, vol) => (vol > 1e-12 ? ((sum / size - free) * periods) / vol : null));
   return { volatility, sharpe };
 }
 
 export function rollingBeta(own, market, size) {
   const paired = combine(own, market, (x) => x);
-  const beside = combine(own, market, (x, y) => y);
+  const beside = combine(own, market, (_x, y) => y);
   const [ownSums, marketSums] = [rollingSums(paired, size), rollingSums(beside, size)];
   const cross = rollingSums(product(paired, beside), size);
   const variance = spread(marketSums, rollingSums(product(beside, beside), size), size);
   return cross.map((c, i) =>
-    c === null || variance[i] < 1e-15 ? null : (c - (ownSums[i] * marketSums[i]) / size) / variance[i]);
+    c === null || variance[i] < 1e-15 ? null : (c - (ownSums[i] * marketSums[i]) / size) / variance[i],
+  );
 }
 
 const FIELDS = 70;
@@ -90,8 +91,8 @@ function fieldsOf(values) {
   const [low, high] = [at(0.002), at(0.998)];
   const view = high > low ? [low, high] : [low - 1e-3, low + 1e-3];
   const width = (view[1] - view[0]) / FIELDS;
-  const place = (value) => (value < view[0] || value > view[1] ? -1
-    : Math.min(Math.floor((value - view[0]) / width), FIELDS - 1));
+  const place = (value) =>
+    value < view[0] || value > view[1] ? -1 : Math.min(Math.floor((value - view[0]) / width), FIELDS - 1);
   return { view, middles: Array.from({ length: FIELDS }, (_, i) => view[0] + (i + 0.5) * width), place };
 }
 

@@ -1,7 +1,7 @@
 // Returns by year and month.
 
-import { choices, el, replaceContent } from "./dom.js";
 import { chart, chartText, colours, isNarrow } from "./charts.js";
+import { choices, el, replaceContent } from "./dom.js";
 import { number } from "./format.js";
 import { benchmarkLabel } from "./heading.js";
 import { facts } from "./store.js";
@@ -34,13 +34,17 @@ function spacedTicks(years) {
 function difference(row) {
   if (!row.benchmark) return null;
   const minus = (a, b) => (a === null || b === null ? null : a - b);
-  return { months: row.months.map((value, i) => minus(value, row.benchmark.months[i])),
-           total: minus(row.total, row.benchmark.total) };
+  return {
+    months: row.months.map((value, i) => minus(value, row.benchmark.months[i])),
+    total: minus(row.total, row.benchmark.total),
+  };
 }
 
 export function yearLabel(row) {
-  const parts = [row.from && t("from_date", { date: row.from.slice(5) }),
-                 row.to && t("to_date", { date: row.to.slice(5) })].filter(Boolean);
+  const parts = [
+    row.from && t("from_date", { date: row.from.slice(5) }),
+    row.to && t("to_date", { date: row.to.slice(5) }),
+  ].filter(Boolean);
   return parts.length ? `${row.year} (${parts.join(", ")})` : String(row.year);
 }
 
@@ -48,14 +52,22 @@ function monthTable(name, pick) {
   const rows = facts.returns.years.map((row) => ({ ...row, shown: pick(row) }));
   const largest = Math.max(...rows.flatMap((row) => row.shown?.months ?? []).map((x) => Math.abs(x ?? 0)));
   const columns = [{ label: t("year"), text: yearLabel }];
-  monthNames().forEach((month, i) => columns.push({
-    label: month, number: true, shade: (row) => shade(row.shown?.months[i], Math.min(largest, 0.12)),
+  const monthColumn = (month, i) => ({
+    label: month,
+    number: true,
+    shade: (row) => shade(row.shown?.months[i], Math.min(largest, 0.12)),
     node: (row) => monthCell(row, i),
-  }));
-  columns.push({ label: t("whole_year"), number: true, shade: (row) => shade(row.shown?.total, 0.4),
-                 node: (row) => el("strong", {}, cellText(row.shown?.total)) });
-  return table(`${t("s_returns")} · ${name === "benchmark" ? benchmarkLabel() : t(name)}`, columns,
-    rows.reverse(), { className: "months" });
+  });
+  columns.push(...monthNames().map(monthColumn));
+  columns.push({
+    label: t("whole_year"),
+    number: true,
+    shade: (row) => shade(row.shown?.total, 0.4),
+    node: (row) => el("strong", {}, cellText(row.shown?.total)),
+  });
+  return table(`${t("s_returns")} · ${name === "benchmark" ? benchmarkLabel() : t(name)}`, columns, rows.reverse(), {
+    className: "months",
+  });
 }
 
 const cellText = (value) => (value === null || value === undefined ? "" : number(value * 100, 1));
@@ -77,12 +89,38 @@ function yearFigure(years) {
   const c = colours();
   const x = years.map((row) => String(row.year));
   const label = years.map(yearLabel);
-  const bars = (name, y, colour) => ({ type: "bar", name: chartText(name), x, y, marker: { color: colour }, customdata: label,
-    hovertemplate: "%{y:.2%}" });
-  const data = [bars(t("strategy"), years.map((row) => row.total), c.own)];
+  const bars = (name, y, colour) => ({
+    type: "bar",
+    name: chartText(name),
+    x,
+    y,
+    marker: { color: colour },
+    customdata: label,
+    hovertemplate: "%{y:.2%}",
+  });
+  const data = [
+    bars(
+      t("strategy"),
+      years.map((row) => row.total),
+      c.own,
+    ),
+  ];
   if (years.some((row) => row.benchmark)) {
-    data.push(bars(benchmarkLabel(), years.map((row) => row.benchmark?.total ?? null), c.market));
+    data.push(
+      bars(
+        benchmarkLabel(),
+        years.map((row) => row.benchmark?.total ?? null),
+        c.market,
+      ),
+    );
   }
-  return { data, layout: { xaxis: { type: "category", tickmode: "array", ...spacedTicks(x) },
-                           yaxis: { tickformat: ".0%" }, bargap: 0.25, barmode: "group" } };
+  return {
+    data,
+    layout: {
+      xaxis: { type: "category", tickmode: "array", ...spacedTicks(x) },
+      yaxis: { tickformat: ".0%" },
+      bargap: 0.25,
+      barmode: "group",
+    },
+  };
 }

@@ -1,7 +1,7 @@
 // Rolling risk, and the distribution of the returns.
 
-import { choices, el, replaceContent } from "./dom.js";
 import { chart, chartText, colours, drawLater, line, redraw } from "./charts.js";
+import { choices, el, replaceContent } from "./dom.js";
 import { isoDay, percent, share, whole } from "./format.js";
 import { benchmarkLabel } from "./heading.js";
 import { changes, rollingBeta, rollingRisk } from "./maths.js";
@@ -17,16 +17,28 @@ export function renderRolling(series) {
   const note = el("p", { class: "note" });
   const dates = series.days.map(isoDay);
   const size = () => Math.round((state.months / 12) * periods);
-  const explain = () => replaceContent(note, t(series.benchmark ? "rolling_note" : "rolling_note_alone",
-    { days: size(), riskfree: percent(riskfree, 1), periods }));
+  const explain = () =>
+    replaceContent(
+      note,
+      t(series.benchmark ? "rolling_note" : "rolling_note_alone", {
+        days: size(),
+        riskfree: percent(riskfree, 1),
+        periods,
+      }),
+    );
   const node = chart(t("rolling_alt"), series.benchmark ? 480 : 340, () =>
-    rollingFigure(series, dates, size(), periods, riskfree));
-  const { group } = choices(t("window"), options.map((n) => [String(n), t("window_months", { n })]),
-    String(state.months), (value) => {
+    rollingFigure(series, dates, size(), periods, riskfree),
+  );
+  const { group } = choices(
+    t("window"),
+    options.map((n) => [String(n), t("window_months", { n })]),
+    String(state.months),
+    (value) => {
       state.months = Number(value);
       explain();
       redraw(node);
-    });
+    },
+  );
   explain();
   return [el("div", { class: "controls" }, group), node, note];
 }
@@ -39,20 +51,44 @@ function rollingFigure(series, dates, size, periods, riskfree) {
   if (series.benchmark) {
     const market = changes(series.benchmark);
     const beside = rollingRisk(market, size, periods, riskfree);
-    data.push(line(benchmarkLabel(), dates, beside.sharpe, c.market, { hovertemplate: "%{y:.2f}" }),
-      line(benchmarkLabel(), dates, beside.volatility, c.market,
-        { yaxis: "y2", showlegend: false, hovertemplate: "%{y:.1%}" }),
-      line(t("beta"), dates, rollingBeta(own, market, size), c.own,
-        { yaxis: "y3", showlegend: false, hovertemplate: "%{y:.2f}" }));
+    data.push(
+      line(benchmarkLabel(), dates, beside.sharpe, c.market, { hovertemplate: "%{y:.2f}" }),
+      line(benchmarkLabel(), dates, beside.volatility, c.market, {
+        yaxis: "y2",
+        showlegend: false,
+        hovertemplate: "%{y:.1%}",
+      }),
+      line(t("beta"), dates, rollingBeta(own, market, size), c.own, {
+        yaxis: "y3",
+        showlegend: false,
+        hovertemplate: "%{y:.2f}",
+      }),
+    );
   }
-  data.push(line(t("strategy"), dates, risk.sharpe, c.own, { hovertemplate: "%{y:.2f}" }),
-    line(t("strategy"), dates, risk.volatility, c.own,
-      { yaxis: "y2", showlegend: false, hovertemplate: "%{y:.1%}" }));
-  const domains = series.benchmark ? [[0.7, 1], [0.36, 0.64], [0, 0.3]] : [[0.54, 1], [0, 0.46]];
-  const layout = { xaxis: { type: "date", anchor: domains.length === 3 ? "y3" : "y2", hoverformat: "%Y-%m-%d",
-                            range: [dates[0], dates.at(-1)] },
+  data.push(
+    line(t("strategy"), dates, risk.sharpe, c.own, { hovertemplate: "%{y:.2f}" }),
+    line(t("strategy"), dates, risk.volatility, c.own, { yaxis: "y2", showlegend: false, hovertemplate: "%{y:.1%}" }),
+  );
+  const domains = series.benchmark
+    ? [
+        [0.7, 1],
+        [0.36, 0.64],
+        [0, 0.3],
+      ]
+    : [
+        [0.54, 1],
+        [0, 0.46],
+      ];
+  const layout = {
+    xaxis: {
+      type: "date",
+      anchor: domains.length === 3 ? "y3" : "y2",
+      hoverformat: "%Y-%m-%d",
+      range: [dates[0], dates.at(-1)],
+    },
     yaxis: { domain: domains[0], title: { text: t("sharpe") } },
-    yaxis2: { domain: domains[1], title: { text: t("volatility") }, tickformat: ".0%", rangemode: "tozero" } };
+    yaxis2: { domain: domains[1], title: { text: t("volatility") }, tickformat: ".0%", rangemode: "tozero" },
+  };
   if (domains[2]) layout.yaxis3 = { domain: domains[2], title: { text: t("beta") } };
   return { data, layout };
 }
@@ -63,7 +99,12 @@ export function renderDistribution() {
   const place = el("div");
   const show = (frequency) => replaceContent(place, distributionOf(frequency));
   show(frequencies[0]);
-  const { group } = choices(t("frequency"), frequencies.map((name) => [name, t(name)]), frequencies[0], show);
+  const { group } = choices(
+    t("frequency"),
+    frequencies.map((name) => [name, t(name)]),
+    frequencies[0],
+    show,
+  );
   return [frequencies.length > 1 ? el("div", { class: "controls" }, group) : null, place];
 }
 
@@ -73,8 +114,7 @@ function distributionOf(frequency) {
   const alt = t("distribution_alt", { var: percent(tail.strategy.var), cvar: percent(tail.strategy.cvar) });
   const node = chart(alt, 300, () => histogram(found));
   drawLater(node);
-  return [node, tailTable(found), el("p", { class: "note" },
-    t("distribution_note", { count: whole(found.count) }))];
+  return [node, tailTable(found), el("p", { class: "note" }, t("distribution_note", { count: whole(found.count) }))];
 }
 
 function tailTable(found) {
@@ -96,22 +136,75 @@ function histogram(found) {
   const width = edges[1] - edges[0];
   const ranges = edges.slice(1).map((edge, i) => `${percent(edges[i])} … ${percent(edge)}`);
   const [{ strategy: tail }] = found.tails;
-  const bars = (y, colour, more) => ({ type: "bar", name: t("strategy"), x: middles, y, width, customdata: ranges,
-    marker: { color: colour, opacity: 0.75 }, hovertemplate: "%{customdata}: %{y}", ...more });
+  const bars = (y, colour, more) => ({
+    type: "bar",
+    name: t("strategy"),
+    x: middles,
+    y,
+    width,
+    customdata: ranges,
+    marker: { color: colour, opacity: 0.75 },
+    hovertemplate: "%{customdata}: %{y}",
+    ...more,
+  });
   const isTail = (i) => edges[i + 1] <= tail.var;
-  const data = [bars(found.strategy.map((n, i) => (isTail(i) ? null : n)), c.own),
-                bars(found.strategy.map((n, i) => (isTail(i) ? n : null)), c.loss, { showlegend: false })];
+  const data = [
+    bars(
+      found.strategy.map((n, i) => (isTail(i) ? null : n)),
+      c.own,
+    ),
+    bars(
+      found.strategy.map((n, i) => (isTail(i) ? n : null)),
+      c.loss,
+      { showlegend: false },
+    ),
+  ];
   if (found.benchmark) {
-    data.push({ type: "scatter", mode: "lines", name: chartText(benchmarkLabel()), x: middles, y: found.benchmark,
-      line: { color: c.market, shape: "hvh", width: 1.4 }, customdata: ranges, hovertemplate: "%{customdata}: %{y}" });
+    data.push({
+      type: "scatter",
+      mode: "lines",
+      name: chartText(benchmarkLabel()),
+      x: middles,
+      y: found.benchmark,
+      line: { color: c.market, shape: "hvh", width: 1.4 },
+      customdata: ranges,
+      hovertemplate: "%{customdata}: %{y}",
+    });
   }
   const at = (x, text, height) => ({
-    shape: { type: "line", xref: "x", yref: "paper", x0: x, x1: x, y0: 0, y1: height,
-             line: { color: c.text, width: 1.5, dash: "dot" } },
-    note: { x, y: height, xref: "x", yref: "paper", text: `${text} ${percent(x)}`, showarrow: false,
-            xanchor: "right", yanchor: "top", font: { size: 11, color: c.text } } });
+    shape: {
+      type: "line",
+      xref: "x",
+      yref: "paper",
+      x0: x,
+      x1: x,
+      y0: 0,
+      y1: height,
+      line: { color: c.text, width: 1.5, dash: "dot" },
+    },
+    note: {
+      x,
+      y: height,
+      xref: "x",
+      yref: "paper",
+      text: `${text} ${percent(x)}`,
+      showarrow: false,
+      xanchor: "right",
+      yanchor: "top",
+      font: { size: 11, color: c.text },
+    },
+  });
   const lines = [at(tail.var, "VaR 95%", 1), at(tail.cvar, "CVaR 95%", 0.86)];
-  return { data, layout: { bargap: 0.03, barmode: "overlay", xaxis: { tickformat: ".1%", hoverformat: ".2%", range: found.view },
-    yaxis: { title: { text: t("count") } }, hovermode: "x",
-    shapes: lines.map((one) => one.shape), annotations: lines.map((one) => one.note) } };
+  return {
+    data,
+    layout: {
+      bargap: 0.03,
+      barmode: "overlay",
+      xaxis: { tickformat: ".1%", hoverformat: ".2%", range: found.view },
+      yaxis: { title: { text: t("count") } },
+      hovermode: "x",
+      shapes: lines.map((one) => one.shape),
+      annotations: lines.map((one) => one.note),
+    },
+  };
 }

@@ -1,7 +1,7 @@
 // What every page does: its sections one after the other, links to them, languages and printing.
 
-import { byId, el, replaceContent } from "./dom.js";
 import { drawAll, forgetCharts, outOfPatience, redrawAll, unpackLibrary } from "./charts.js";
+import { byId, el, replaceContent } from "./dom.js";
 import { listenForDefinitions } from "./statistics.js";
 import { canUnpack, readSeries } from "./store.js";
 import { currentLanguage, setLanguage, t } from "./text.js";
@@ -13,8 +13,12 @@ function section([name, render, needsSeries], series) {
   if (needsSeries && !series) return null;
   const content = contentOf(render, series);
   if (content === null) return null;
-  return el("section", { id: name, "aria-labelledby": `h-${name}` },
-    el("h2", { id: `h-${name}` }, t(`s_${name}`)), content);
+  return el(
+    "section",
+    { id: name, "aria-labelledby": `h-${name}` },
+    el("h2", { id: `h-${name}` }, t(`s_${name}`)),
+    content,
+  );
 }
 
 /** What one section cannot show must not take the others with it. */
@@ -40,8 +44,7 @@ export function renderSections(all, series) {
   const add = (some) => {
     const sections = some.map((one) => section(one, series)).filter(Boolean);
     byId("content").append(...sections);
-    links.append(...sections.map((node) =>
-      el("li", {}, el("a", { href: `#${node.id}` }, t(`n_${node.id}`)))));
+    links.append(...sections.map((node) => el("li", {}, el("a", { href: `#${node.id}` }, t(`n_${node.id}`)))));
   };
   add(all.slice(0, SEEN_FIRST));
   return () => add(all.slice(SEEN_FIRST));

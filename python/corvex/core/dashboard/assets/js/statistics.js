@@ -9,8 +9,10 @@ export function renderStatistics() {
   const { strategy, benchmark, relative } = facts.stats;
   const tables = groups.map((group) => {
     const keys = figuresOf(group);
-    return figureTable(groupTitle(group), keys, strategy, benchmark) ??
-      figureTable(groupTitle(group), keys, { ...relative, ...facts.exposure });
+    return (
+      figureTable(groupTitle(group), keys, strategy, benchmark) ??
+      figureTable(groupTitle(group), keys, { ...relative, ...facts.exposure })
+    );
   });
   return [el("p", { class: "note" }, t("statistics_note")), el("div", { class: "pair" }, tables.filter(Boolean))];
 }
@@ -18,7 +20,9 @@ export function renderStatistics() {
 /** One tip for all definitions: it follows the pointer's target or the focus, Escape hides it. */
 export function listenForDefinitions() {
   const tip = byId("tip");
-  const hide = () => { tip.hidden = true; };
+  const hide = () => {
+    tip.hidden = true;
+  };
   const show = (target) => {
     tip.textContent = target.dataset.definition;
     tip.hidden = false;

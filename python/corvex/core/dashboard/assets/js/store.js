@@ -4,8 +4,7 @@ import { byId } from "./dom.js";
 
 export const facts = JSON.parse(byId("facts").textContent);
 
-const CHARACTERS =
-  "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz!#$%:()*+-;,=.?@^_`{|}~";
+const CHARACTERS = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz!#$%:()*+-;,=.?@^_`{|}~";
 
 export function fromBase64(text) {
   const binary = atob(text);

@@ -9,13 +9,29 @@ import { figureText, t } from "./text.js";
  * column heads its row unless `header` is false.
  */
 export function table(caption, columns, rows, { foot = [], className = "" } = {}) {
-  const head = el("tr", {}, columns.map((column) =>
-    el("th", { scope: "col", class: column.number ? "num" : null }, column.label)));
-  const wholeTable = el("table", { class: className },
+  const head = el(
+    "tr",
+    {},
+    columns.map((column) => el("th", { scope: "col", class: column.number ? "num" : null }, column.label)),
+  );
+  const wholeTable = el(
+    "table",
+    { class: className },
     el("caption", {}, caption),
     el("thead", {}, head),
-    el("tbody", {}, rows.map((row) => tableRow(columns, row))),
-    foot.length ? el("tfoot", {}, foot.map((row) => tableRow(columns, row))) : null);
+    el(
+      "tbody",
+      {},
+      rows.map((row) => tableRow(columns, row)),
+    ),
+    foot.length
+      ? el(
+          "tfoot",
+          {},
+          foot.map((row) => tableRow(columns, row)),
+        )
+      : null,
+  );
   return scrolling(caption, wholeTable);
 }
 
@@ -29,26 +45,32 @@ const ROWS_IN_ONE = 8;
 export function besideItself(caption, columns, rows, options = {}) {
   const half = rows.length > ROWS_IN_ONE ? Math.ceil(rows.length / 2) : rows.length;
   const parts = [rows.slice(0, half), rows.slice(half)].filter((part) => part.length);
-  return el("div", { class: "pair" }, parts.map((part, i) =>
-    table(caption, columns, part, i === parts.length - 1 ? options : {})));
+  return el(
+    "div",
+    { class: "pair" },
+    parts.map((part, i) => table(caption, columns, part, i === parts.length - 1 ? options : {})),
+  );
 }
 
 export function tableRow(columns, row) {
-  return el("tr", {}, columns.map((column, i) => {
-    const tag = i === 0 && column.header !== false ? "th" : "td";
-    const attributes = { scope: tag === "th" ? "row" : null, class: column.number ? "num" : null };
-    const shade = column.shade?.(row);
-    if (shade) attributes.style = shade;
-    return el(tag, attributes, column.node ? column.node(row) : column.text(row));
-  }));
+  return el(
+    "tr",
+    {},
+    columns.map((column, i) => {
+      const tag = i === 0 && column.header !== false ? "th" : "td";
+      const attributes = { scope: tag === "th" ? "row" : null, class: column.number ? "num" : null };
+      const shade = column.shade?.(row);
+      if (shade) attributes.style = shade;
+      return el(tag, attributes, column.node ? column.node(row) : column.text(row));
+    }),
+  );
 }
 
 /** The name of a figure, with its definition on pointing, on focus and on touch. */
 export function defined(key) {
   const [label, definition] = figureText(key);
   if (!definition) return label;
-  return el("button", { type: "button", class: "defined", "data-definition": definition,
-                        "data-key": key }, label);
+  return el("button", { type: "button", class: "defined", "data-definition": definition, "data-key": key }, label);
 }
 
 /** Rows of figures by name, for the strategy and where there is one the benchmark. */

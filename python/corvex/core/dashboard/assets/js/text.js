@@ -25,8 +25,7 @@ export function setLanguage(code) {
   document.documentElement.lang = code;
 }
 
-const filled = (text, values) =>
-  text.replace(/\{(\w+)\}/g, (whole, name) => (name in values ? values[name] : whole));
+const filled = (text, values) => text.replace(/\{(\w+)\}/g, (whole, name) => (name in values ? values[name] : whole));
 
 export const t = (key, values = {}) => filled(TEXTS[language][key] ?? key, values);
 

@@ -1,7 +1,7 @@
 // The trades: searched, sorted and paged, the way that one went, and all excursions.
 
-import { el, replaceContent, select } from "./dom.js";
 import { chart, chartText, colours, drawLater, line } from "./charts.js";
+import { el, replaceContent, select } from "./dom.js";
 import { figure, isoDay, isoMinute, orMissing, percent, price, signedPercent, whole } from "./format.js";
 import { countedFields } from "./maths.js";
 import { facts } from "./store.js";
@@ -30,16 +30,30 @@ export function tradeBook(columns) {
 const reasonText = (reason) => (has(`reason_${reason}`) ? t(`reason_${reason}`) : reason);
 
 function tradeColumns(book) {
-  const dated = (name, label) => ({ key: name, label, text: (i) => dateText(book, name, i), value: (i) => book.time(name, i) });
-  const valued = (name, label, write) => ({ key: name, label, number: true, text: (i) => write(book.value(name, i)),
-                                            value: (i) => book.value(name, i) });
+  const dated = (name, label) => ({
+    key: name,
+    label,
+    text: (i) => dateText(book, name, i),
+    value: (i) => book.time(name, i),
+  });
+  const valued = (name, label, write) => ({
+    key: name,
+    label,
+    number: true,
+    text: (i) => write(book.value(name, i)),
+    value: (i) => book.value(name, i),
+  });
   const all = [
     { key: "asset", label: t("asset"), text: (i) => book.asset(i), value: (i) => book.asset(i).toLowerCase() },
-    dated("entry_date", t("entry")), dated("exit_date", t("exit")),
-    valued("return", t("return"), signedPercent), valued("position", t("weight"), (x) => percent(x, 1)),
-    valued("period", t("bars"), whole), valued("trade_price@entry_date", t("entry_price"), price),
+    dated("entry_date", t("entry")),
+    dated("exit_date", t("exit")),
+    valued("return", t("return"), signedPercent),
+    valued("position", t("weight"), (x) => percent(x, 1)),
+    valued("period", t("bars"), whole),
+    valued("trade_price@entry_date", t("entry_price"), price),
     valued("trade_price@exit_date", t("exit_price"), price),
-    valued("mae", t("mae"), percent), valued("mfe", t("mfe"), percent),
+    valued("mae", t("mae"), percent),
+    valued("mfe", t("mfe"), percent),
     { key: "reason", label: t("reason"), text: (i) => reasonText(book.reason(i)), value: (i) => book.reason(i) },
   ];
   return all.filter(({ key }) => key === "asset" || book.has(key));
@@ -68,8 +82,12 @@ export function renderTrades(series) {
     replaceContent(status, t("found", { count: whole(order.length), all: whole(book.count) }));
     const from = state.page * state.rows;
     const to = Math.min(from + state.rows, order.length);
-    replaceContent(place, tradeTable(columns, order.slice(from, to), state, show, choose), pager(pages, state, show),
-      to - from < order.length ? printedRows(from + 1, to, order.length) : null);
+    replaceContent(
+      place,
+      tradeTable(columns, order.slice(from, to), state, show, choose),
+      pager(pages, state, show),
+      to - from < order.length ? printedRows(from + 1, to, order.length) : null,
+    );
   };
   const choose = (i) => {
     state.chosen = state.chosen === i ? null : i;
@@ -83,8 +101,14 @@ export function renderTrades(series) {
     drawLater(place.querySelector("tr.detail .chart"));
   };
   show();
-  return [figuresOfTrades(), controls(book, columns, state, texts, show), status, place,
-          el("p", { class: "note" }, `${t("trades_note")} ${t(`prices_${facts.meta.prices}`)} ${t("trades_hint")}`), ...summaries()];
+  return [
+    figuresOfTrades(),
+    controls(book, columns, state, texts, show),
+    status,
+    place,
+    el("p", { class: "note" }, `${t("trades_note")} ${t(`prices_${facts.meta.prices}`)} ${t("trades_hint")}`),
+    ...summaries(),
+  ];
 }
 
 function searchText(book, i) {
@@ -94,9 +118,13 @@ function searchText(book, i) {
 
 function matching(book, texts, { search, status }) {
   const words = search.toLowerCase().split(/\s+/).filter(Boolean);
-  const tests = { all: () => true, open: book.isOpen, closed: (i) => !book.isOpen(i),
-                  won: (i) => book.value("return", i) > 0,
-                  lost: (i) => book.value("return", i) !== null && book.value("return", i) <= 0 };
+  const tests = {
+    all: () => true,
+    open: book.isOpen,
+    closed: (i) => !book.isOpen(i),
+    won: (i) => book.value("return", i) > 0,
+    lost: (i) => book.value("return", i) !== null && book.value("return", i) <= 0,
+  };
   const textOf = (i) => (texts[i] ??= searchText(book, i));
   const result = [];
   for (let i = 0; i < book.count; i++) {
@@ -118,32 +146,71 @@ function sorted(columns, rows, { key, down }) {
 }
 
 function controls(book, columns, state, texts, show) {
-  const again = (change) => { Object.assign(state, change, { page: 0 }); show(); };
-  const search = el("input", { type: "search", id: "trade-search", placeholder: t("search_hint"),
-                               oninput: (event) => again({ search: event.target.value }) });
+  const again = (change) => {
+    Object.assign(state, change, { page: 0 });
+    show();
+  };
+  const search = el("input", {
+    type: "search",
+    id: "trade-search",
+    placeholder: t("search_hint"),
+    oninput: (event) => again({ search: event.target.value }),
+  });
   const statuses = ["all", "closed", "open", "won", "lost"].map((name) => [name, t(`status_${name}`)]);
   const sizes = [10, 25, 50, 100].map((n) => [String(n), String(n)]);
-  return el("div", { class: "controls" },
+  return el(
+    "div",
+    { class: "controls" },
     el("label", { class: "field" }, el("span", {}, t("search")), search),
     select(t("status"), statuses, state.status, (value) => again({ status: value })),
     select(t("per_page"), sizes, String(state.rows), (value) => again({ rows: Number(value) })),
-    el("button", { type: "button", onclick: () => download(book, columns, sorted(columns, matching(book, texts, state), state)) },
-      t("download")));
+    el(
+      "button",
+      { type: "button", onclick: () => download(book, columns, sorted(columns, matching(book, texts, state), state)) },
+      t("download"),
+    ),
+  );
 }
 
 function tradeTable(columns, rows, state, show, choose) {
-  const head = el("tr", {}, columns.map((column) => sortHeader(column, state, show)));
-  const body = rows.map((i) => el("tr", { "data-trade": i, onclick: () => choose(i) },
-    columns.map((column, at) => (at === 0 ? el("th", { scope: "row" }, tradeButton(columns, i, choose))
-      : el("td", { class: column.number ? "num" : null }, column.text(i))))));
-  return scrolling(t("s_trades"), el("table", { id: "trade-table" },
-    el("caption", {}, t("s_trades")), el("thead", {}, head), el("tbody", {}, body)));
+  const head = el(
+    "tr",
+    {},
+    columns.map((column) => sortHeader(column, state, show)),
+  );
+  const body = rows.map((i) =>
+    el(
+      "tr",
+      { "data-trade": i, onclick: () => choose(i) },
+      columns.map((column, at) =>
+        at === 0
+          ? el("th", { scope: "row" }, tradeButton(columns, i, choose))
+          : el("td", { class: column.number ? "num" : null }, column.text(i)),
+      ),
+    ),
+  );
+  return scrolling(
+    t("s_trades"),
+    el("table", { id: "trade-table" }, el("caption", {}, t("s_trades")), el("thead", {}, head), el("tbody", {}, body)),
+  );
 }
 
 function tradeButton(columns, i, choose) {
   const entry = columns.find(({ key }) => key === "entry_date")?.text(i) ?? "";
-  return el("button", { type: "button", class: "link", "aria-expanded": "false", title: t("select_trade", { asset: columns[0].text(i), entry }),
-    onclick: (event) => { event.stopPropagation(); choose(i); } }, columns[0].text(i));
+  return el(
+    "button",
+    {
+      type: "button",
+      class: "link",
+      "aria-expanded": "false",
+      title: t("select_trade", { asset: columns[0].text(i), entry }),
+      onclick: (event) => {
+        event.stopPropagation();
+        choose(i);
+      },
+    },
+    columns[0].text(i),
+  );
 }
 
 function sortHeader(column, state, show) {
@@ -154,29 +221,50 @@ function sortHeader(column, state, show) {
     show();
     document.querySelector(`#trade-table [data-key="${column.key}"]`)?.focus();
   };
-  return el("th", { scope: "col", class: column.number ? "num" : null, "aria-sort": sort },
-    el("button", { type: "button", class: "sort", "data-key": column.key, onclick }, column.label));
+  return el(
+    "th",
+    { scope: "col", class: column.number ? "num" : null, "aria-sort": sort },
+    el("button", { type: "button", class: "sort", "data-key": column.key, onclick }, column.label),
+  );
 }
 
 function pager(pages, state, show) {
-  const go = (step, text, off) => el("button", { type: "button", disabled: off, "data-step": step, onclick: () => {
-    state.page += step;
-    show();
-    document.querySelector(`.pager [data-step="${step}"]:not(:disabled)`)?.focus();
-  } }, text);
+  const go = (step, text, off) =>
+    el(
+      "button",
+      {
+        type: "button",
+        disabled: off,
+        "data-step": step,
+        onclick: () => {
+          state.page += step;
+          show();
+          document.querySelector(`.pager [data-step="${step}"]:not(:disabled)`)?.focus();
+        },
+      },
+      text,
+    );
   const told = t("page", { page: whole(state.page + 1), pages: whole(pages) });
-  return el("nav", { class: "pager", "aria-label": t("s_trades") }, go(-1, t("previous"), state.page === 0),
-    el("span", {}, told), go(1, t("next"), state.page >= pages - 1));
+  return el(
+    "nav",
+    { class: "pager", "aria-label": t("s_trades") },
+    go(-1, t("previous"), state.page === 0),
+    el("span", {}, told),
+    go(1, t("next"), state.page >= pages - 1),
+  );
 }
 
-const printedRows = (from, to, count) => el("p", { class: "note printed" },
-  t("found_printed", { from: whole(from), to: whole(to), count: whole(count) }));
+const printedRows = (from, to, count) =>
+  el("p", { class: "note printed" }, t("found_printed", { from: whole(from), to: whole(to), count: whole(count) }));
 
 function download(book, columns, rows) {
   // A spreadsheet would take a text that starts like this for a formula.
   const quoted = (text) => `"${(/^[=+\-@\t\r]/.test(text) ? "'" : "") + text.replaceAll('"', '""')}"`;
-  const cells = rows.map((i) => columns.map(({ key, number: isNumber, text }) =>
-    (isNumber ? book.value(key, i) ?? "" : quoted(key === "reason" ? book.reason(i) : text(i)))));
+  const cells = rows.map((i) =>
+    columns.map(({ key, number: isNumber, text }) =>
+      isNumber ? (book.value(key, i) ?? "") : quoted(key === "reason" ? book.reason(i) : text(i)),
+    ),
+  );
   const csv = [columns.map(({ key }) => quoted(key)), ...cells].map((row) => row.join(",")).join("\r\n");
   const url = URL.createObjectURL(new Blob(["\ufeff", csv], { type: "text/csv" }));
   el("a", { href: url, download: "trades.csv" }).click();
@@ -184,17 +272,28 @@ function download(book, columns, rows) {
 }
 
 /** Below the row of its trade; it stays in sight when the table is scrolled sideways. */
-const detailRow = (span, width, content) => el("tr", { class: "detail" },
-  el("td", { colspan: span }, el("div", { style: `width:${width - 24}px` }, content)));
+const detailRow = (span, width, content) =>
+  el("tr", { class: "detail" }, el("td", { colspan: span }, el("div", { style: `width:${width - 24}px` }, content)));
 
 function tradeDetail(book, paths, i) {
   const entry = dateText(book, "entry_date", i);
   const title = t("selected", { asset: book.asset(i), entry, exit: dateText(book, "exit_date", i) });
-  const parts = ["return", "mae", "mfe", "max_drawdown"].filter((name) => book.has(name)).map((name) =>
-    el("div", {}, el("dt", {}, t(name === "max_drawdown" ? "drawdown" : name)), el("dd", {}, percent(book.value(name, i)))));
+  const parts = ["return", "mae", "mfe", "max_drawdown"]
+    .filter((name) => book.has(name))
+    .map((name) =>
+      el(
+        "div",
+        {},
+        el("dt", {}, t(name === "max_drawdown" ? "drawdown" : name)),
+        el("dd", {}, percent(book.value(name, i))),
+      ),
+    );
   const at = paths ? paths.trade.indexOf(i) : -1;
-  return [el("h3", { id: "trade-title" }, title), el("dl", { class: "dates" }, parts),
-          ...(at >= 0 ? pathChart(book, paths, at, i) : rangeBar(book, i))];
+  return [
+    el("h3", { id: "trade-title" }, title),
+    el("dl", { class: "dates" }, parts),
+    ...(at >= 0 ? pathChart(book, paths, at, i) : rangeBar(book, i)),
+  ];
 }
 
 function pathChart(book, paths, at, i) {
@@ -205,14 +304,29 @@ function pathChart(book, paths, at, i) {
   const alt = t("path_alt", { mae: percent(mae), mfe: percent(mfe), return: percent(book.value("return", i)) });
   const build = () => {
     const c = colours();
-    const level = (value, colour) => ({ type: "line", xref: "paper", x0: 0, x1: 1, y0: value, y1: value,
-                                        line: { color: colour, dash: "dash", width: 1.2 } });
+    const level = (value, colour) => ({
+      type: "line",
+      xref: "paper",
+      x0: 0,
+      x1: 1,
+      y0: value,
+      y1: value,
+      line: { color: colour, dash: "dash", width: 1.2 },
+    });
     const shapes = [mae === null ? null : level(mae, c.loss), mfe === null ? null : level(mfe, c.gain)].filter(Boolean);
     const levels = [mae, mfe, 0, ...y].filter((value) => value !== null);
     const margin = (Math.max(...levels) - Math.min(...levels)) * 0.06 || 0.01;
-    return { data: [line(t("return"), x, y, c.own, { mode: y.length < 60 ? "lines+markers" : "lines", hovertemplate: "%{y:.2%}" })],
-      layout: { shapes, showlegend: false, xaxis: { type: "date", hoverformat: "%Y-%m-%d" },
-                yaxis: { tickformat: ".1%", range: [Math.min(...levels) - margin, Math.max(...levels) + margin] } } };
+    return {
+      data: [
+        line(t("return"), x, y, c.own, { mode: y.length < 60 ? "lines+markers" : "lines", hovertemplate: "%{y:.2%}" }),
+      ],
+      layout: {
+        shapes,
+        showlegend: false,
+        xaxis: { type: "date", hoverformat: "%Y-%m-%d" },
+        yaxis: { tickformat: ".1%", range: [Math.min(...levels) - margin, Math.max(...levels) + margin] },
+      },
+    };
   };
   return [chart(alt, 260, build), el("p", { class: "note" }, t("path_note"))];
 }
@@ -223,20 +337,29 @@ function rangeBar(book, i) {
   const [low, high] = [Math.min(mae, end, 0), Math.max(mfe, end, 0)];
   const part = (value) => `${(((value - low) / (high - low || 1)) * 100).toFixed(1)}%`;
   const alt = t("path_alt", { mae: percent(mae), mfe: percent(mfe), return: percent(end) });
-  return [el("div", { class: "excursion", role: "img", "aria-label": alt,
-                      style: `--zero:${part(0)};--end:${part(end)}` }), el("p", { class: "note" }, t("no_path"))];
+  return [
+    el("div", { class: "excursion", role: "img", "aria-label": alt, style: `--zero:${part(0)};--end:${part(end)}` }),
+    el("p", { class: "note" }, t("no_path")),
+  ];
 }
 
 function figuresOfTrades() {
   const own = facts.stats.trades;
   if (!own) return null;
-  return el("dl", { class: "cards small" }, figuresOf("trades").filter((key) => own[key] != null).map((key) =>
-    el("div", {}, el("dt", {}, defined(key)), el("dd", {}, figure(key, own[key])))));
+  return el(
+    "dl",
+    { class: "cards small" },
+    figuresOf("trades")
+      .filter((key) => own[key] != null)
+      .map((key) => el("div", {}, el("dt", {}, defined(key)), el("dd", {}, figure(key, own[key])))),
+  );
 }
 
 function summaries() {
-  return [...(facts.assets?.rows.length > 1 ? assetTable() : []),
-          facts.reasons.length ? el("div", { class: "pair" }, reasonTable()) : null];
+  return [
+    ...(facts.assets?.rows.length > 1 ? assetTable() : []),
+    facts.reasons.length ? el("div", { class: "pair" }, reasonTable()) : null,
+  ];
 }
 
 function assetTable() {
@@ -249,63 +372,119 @@ function assetTable() {
   ];
   if (total === null) return [besideItself(t("by_asset"), columns, rows)];
   columns.push({ label: t("contribution"), number: true, text: (row) => signedPercent(row.sum) });
-  const foot = [others && { asset: t("other_assets", { count: whole(others.count) }), sum: others.sum },
+  const foot = [
+    others && { asset: t("other_assets", { count: whole(others.count) }), sum: others.sum },
     rest === null ? null : { asset: t("other_moves"), sum: rest },
-    { asset: t("cost_total_row"), sum: costs }, { asset: t("total"), sum: total }].filter(Boolean);
+    { asset: t("cost_total_row"), sum: costs },
+    { asset: t("total"), sum: total },
+  ].filter(Boolean);
   const note = estimated ? `${t("by_asset_note")} ${t("by_asset_estimated")}` : t("by_asset_note");
   return [besideItself(t("by_asset"), columns, rows, { foot }), el("p", { class: "note" }, note)];
 }
 
 function reasonTable() {
-  return el("div", {}, table(t("by_reason"), [
-    { label: t("reason"), text: (row) => orMissing(reasonText(row.reason) || null) },
-    { label: t("trades_count"), number: true, text: (row) => whole(row.trades) },
-    { label: defined("win_rate"), number: true, text: (row) => percent(row.win_rate, 1) },
-    { label: defined("expectancy"), number: true, text: (row) => percent(row.mean) },
-  ], facts.reasons));
+  return el(
+    "div",
+    {},
+    table(
+      t("by_reason"),
+      [
+        { label: t("reason"), text: (row) => orMissing(reasonText(row.reason) || null) },
+        { label: t("trades_count"), number: true, text: (row) => whole(row.trades) },
+        { label: defined("win_rate"), number: true, text: (row) => percent(row.win_rate, 1) },
+        { label: defined("expectancy"), number: true, text: (row) => percent(row.mean) },
+      ],
+      facts.reasons,
+    ),
+  );
 }
 
 export function renderExcursions(series) {
   if (!series.trades?.mae && !series.trades?.mfe) return null;
   const book = tradeBook(series.trades);
-  const closed = Array.from({ length: book.count }, (_, i) => i)
-    .filter((i) => !book.isOpen(i) && book.value("return", i) !== null);
+  const closed = Array.from({ length: book.count }, (_, i) => i).filter(
+    (i) => !book.isOpen(i) && book.value("return", i) !== null,
+  );
   if (!closed.length) return null;
-  const plots = ["mae", "mfe"].filter((name) => book.has(name)).map((name) =>
-    el("figure", {}, el("figcaption", {}, t(`scatter_${name}`)),
-      chart(t("scatter_alt"), 340, () => (closed.length > MANY ? density : scatter)(book, closed, name))));
+  const plots = ["mae", "mfe"]
+    .filter((name) => book.has(name))
+    .map((name) =>
+      el(
+        "figure",
+        {},
+        el("figcaption", {}, t(`scatter_${name}`)),
+        chart(t("scatter_alt"), 340, () => (closed.length > MANY ? density : scatter)(book, closed, name)),
+      ),
+    );
   const note = closed.length > MANY ? `${t("scatter_note")} ${t("density_note")}` : t("scatter_note");
   return [el("div", { class: "pair" }, plots), el("p", { class: "note" }, note)];
 }
 
-const excursionAxes = (name) => ({ xaxis: { tickformat: "~%", title: { text: t(name) } },
-                                   yaxis: { tickformat: "~%", title: { text: t("return") } } });
+const excursionAxes = (name) => ({
+  xaxis: { tickformat: "~%", title: { text: t(name) } },
+  yaxis: { tickformat: "~%", title: { text: t("return") } },
+});
 
 /** So many points would each be an element of the page: they are counted in fields instead. */
 function density(book, closed, name) {
   const c = colours();
   const { x, y, counts, outside } = countedFields(
-    closed.map((i) => book.value(name, i) ?? 0), closed.map((i) => book.value("return", i)));
+    closed.map((i) => book.value(name, i) ?? 0),
+    closed.map((i) => book.value("return", i)),
+  );
   const { xaxis, yaxis } = excursionAxes(name);
-  const counted = { type: "heatmap", x: x.middles, y: y.middles,
-    z: counts.map((row) => row.map((n) => (n ? Math.log10(n) : null))), text: counts,
-    colorscale: [[0, c.grid], [0.25, c.market], [1, c.own]], showscale: false,
-    hovertemplate: "%{text} · %{x:.1%} → %{y:.1%}<extra></extra>" };
-  const rest = points(book, outside.map((at) => closed[at]), name, { color: c.loss, size: 5 });
-  return { data: [counted, { ...rest, showlegend: false }],
-    layout: { hovermode: "closest", xaxis: { ...xaxis, range: x.view }, yaxis: { ...yaxis, range: y.view } } };
+  const counted = {
+    type: "heatmap",
+    x: x.middles,
+    y: y.middles,
+    z: counts.map((row) => row.map((n) => (n ? Math.log10(n) : null))),
+    text: counts,
+    colorscale: [
+      [0, c.grid],
+      [0.25, c.market],
+      [1, c.own],
+    ],
+    showscale: false,
+    hovertemplate: "%{text} · %{x:.1%} → %{y:.1%}<extra></extra>",
+  };
+  const rest = points(
+    book,
+    outside.map((at) => closed[at]),
+    name,
+    { color: c.loss, size: 5 },
+  );
+  return {
+    data: [counted, { ...rest, showlegend: false }],
+    layout: { hovermode: "closest", xaxis: { ...xaxis, range: x.view }, yaxis: { ...yaxis, range: y.view } },
+  };
 }
 
 function scatter(book, closed, name) {
   const c = colours();
-  const group = (label, rows, colour) => ({ name: label, ...points(book, rows, name,
-    { color: colour, size: closed.length > 1000 ? 4 : 6, opacity: 0.6 }) });
+  const group = (label, rows, colour) => ({
+    name: label,
+    ...points(book, rows, name, { color: colour, size: closed.length > 1000 ? 4 : 6, opacity: 0.6 }),
+  });
   const isWon = (i) => book.value("return", i) > 0;
-  return { data: [group(t("won"), closed.filter(isWon), c.gain), group(t("lost"), closed.filter((i) => !isWon(i)), c.loss)],
-    layout: { hovermode: "closest", ...excursionAxes(name) } };
+  return {
+    data: [
+      group(t("won"), closed.filter(isWon), c.gain),
+      group(
+        t("lost"),
+        closed.filter((i) => !isWon(i)),
+        c.loss,
+      ),
+    ],
+    layout: { hovermode: "closest", ...excursionAxes(name) },
+  };
 }
 
-const points = (book, rows, name, marker) => ({ type: "scatter", mode: "markers", marker,
-  x: rows.map((i) => book.value(name, i)), y: rows.map((i) => book.value("return", i)),
+const points = (book, rows, name, marker) => ({
+  type: "scatter",
+  mode: "markers",
+  marker,
+  x: rows.map((i) => book.value(name, i)),
+  y: rows.map((i) => book.value("return", i)),
   text: rows.map((i) => `${chartText(book.asset(i))} ${book.date("entry_date", i) ?? ""}`),
-  hovertemplate: "%{text}<br>%{x:.2%} → %{y:.2%}<extra></extra>" });
+  hovertemplate: "%{text}<br>%{x:.2%} → %{y:.2%}<extra></extra>",
+});
