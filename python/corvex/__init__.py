@@ -11,19 +11,19 @@ __version__ = "0.1.0"
 import importlib
 from typing import TYPE_CHECKING, Any
 
-from corvex import _pandas_methods
-from corvex.credentials import get_token
+from corvex.cloud.credentials import get_token
+from corvex.tables import pandas_methods as _pandas_methods
 
 if TYPE_CHECKING:
     from corvex import data, ffn_core
-    from corvex.attribution import contributions, exposure, turnover
     from corvex.comparison import compare
     from corvex.core.report import Report, ReportExecution
-    from corvex.curves import from_equity, from_returns
-    from corvex.live_performance import live_figures
+    from corvex.explain.attribution import contributions, exposure, turnover
+    from corvex.explain.live_performance import live_figures
     from corvex.ordering import orders
     from corvex.significance import check_lookahead, confidence, trial_statistics
     from corvex.simulation import simulate
+    from corvex.simulation.given_curves import from_equity, from_returns
 
 __all__ = [
     "Report",
@@ -52,15 +52,15 @@ _LAZY = {
     "check_lookahead": "corvex.significance",
     "compare": "corvex.comparison",
     "confidence": "corvex.significance",
-    "contributions": "corvex.attribution",
-    "exposure": "corvex.attribution",
-    "from_equity": "corvex.curves",
-    "from_returns": "corvex.curves",
-    "live_figures": "corvex.live_performance",
+    "contributions": "corvex.explain.attribution",
+    "exposure": "corvex.explain.attribution",
+    "from_equity": "corvex.simulation.given_curves",
+    "from_returns": "corvex.simulation.given_curves",
+    "live_figures": "corvex.explain.live_performance",
     "orders": "corvex.ordering",
     "simulate": "corvex.simulation",
     "trial_statistics": "corvex.significance",
-    "turnover": "corvex.attribution",
+    "turnover": "corvex.explain.attribution",
 }
 _MODULES = ("analysis", "data", "ffn_core", "market", "markets", "rebalance", "schemas", "terminal")
 

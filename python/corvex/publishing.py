@@ -9,8 +9,8 @@ import warnings
 from pathlib import Path
 from typing import TYPE_CHECKING, Any
 
+from corvex.cloud.credentials import redact
 from corvex.core.upload import resolve_upload_name
-from corvex.credentials import redact
 
 if TYPE_CHECKING:
     from corvex.core.report import Report

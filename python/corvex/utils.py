@@ -9,7 +9,7 @@ import stat
 import tempfile
 from functools import lru_cache
 
-from corvex import http_client as requests
+from corvex.cloud import http_client as requests
 from corvex.files import atomic_open, write_bytes, write_text
 
 __all__ = ["atomic_open", "get_tmp_dir", "logger", "requests", "write_bytes", "write_text"]

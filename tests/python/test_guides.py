@@ -7,17 +7,18 @@ from pathlib import Path
 
 import pytest
 
-from corvex import attribution, curves, ffn_core, schemas
+from corvex import ffn_core, schemas
 from corvex.core import trade_columns
 from corvex.core.metrics import Metrics
+from corvex.explain import attribution
 from corvex.ordering import ORDER_COLUMNS
 from corvex.significance import lookahead, trials, uncertainty
-from corvex.simulation import driver
+from corvex.simulation import driver, given_curves
 
 DOCS = Path(__file__).parents[2] / "docs"
 MODULES = [
     attribution,
-    curves,
+    given_curves,
     driver,
     ffn_core,
     lookahead,

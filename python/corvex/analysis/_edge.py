@@ -9,8 +9,8 @@ import numpy as np
 import numpy.typing as npt
 import pandas as pd
 
-from corvex.core.trade_lookup import TradeLookup, market_table
-from corvex.core.trade_rows import closed_returns, closed_trades, excursion
+from corvex.trades.trade_lookup import TradeLookup, market_table
+from corvex.trades.trade_rows import closed_returns, closed_trades, excursion
 
 if TYPE_CHECKING:
     from corvex.core.report import Report

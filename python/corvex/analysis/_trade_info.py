@@ -7,13 +7,13 @@ from typing import TYPE_CHECKING
 import numpy as np
 import numpy.typing as npt
 
-from corvex.core.trade_rows import closed_returns
+from corvex.trades.trade_rows import closed_returns
 
 if TYPE_CHECKING:
     from collections.abc import Iterator, Mapping
 
     from corvex.analysis import TradeInfo
-    from corvex.core.trade_lookup import TradeLookup
+    from corvex.trades.trade_lookup import TradeLookup
 
 __all__ = ["complete_info"]
 

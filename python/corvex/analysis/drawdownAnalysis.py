@@ -8,8 +8,8 @@ from typing import TYPE_CHECKING, Any
 import pandas as pd
 
 from corvex.analysis import Analysis
-from corvex.core.benchmarks import carried, known_benchmark
 from corvex.ffn_core import largest_drawdowns
+from corvex.ffn_core.benchmarks import carried, known_benchmark
 
 if TYPE_CHECKING:
     from corvex.core.report import Report

@@ -13,7 +13,7 @@ import pandas as pd
 from corvex.analysis import Analysis, TradeInfo
 from corvex.analysis._trade_info import complete_info
 from corvex.core.metrics import Metrics
-from corvex.core.trade_lookup import (
+from corvex.trades.trade_lookup import (
     TradeLookup,
     capital_per_share,
     known_table,

@@ -9,7 +9,7 @@ import pandas as pd
 
 from corvex.analysis import Analysis
 from corvex.analysis._edge import edge_by_bars
-from corvex.core.trade_rows import EXCURSIONS, closed_trades, excursions
+from corvex.trades.trade_rows import EXCURSIONS, closed_trades, excursions
 
 if TYPE_CHECKING:
     from plotly.graph_objs import Figure

@@ -42,8 +42,8 @@ def add_commands(app: typer.Typer) -> None:
         The token is asked for without being shown, or read from a pipe; it is never given as an
         argument, which other users of the machine could see.
         """
+        from corvex.cloud.credentials import save_token
         from corvex.core.firestore_rest import extract_uid_from_id_token
-        from corvex.credentials import save_token
 
         token = _ask_for_token()
         if kind is None:
@@ -57,7 +57,7 @@ def add_commands(app: typer.Typer) -> None:
     @plain_errors
     def logout() -> None:
         """Remove the login token that `login` keeps."""
-        from corvex.credentials import forget_token
+        from corvex.cloud.credentials import forget_token
 
         print("Login removed" if forget_token() else "There was no login to remove")
 
@@ -97,8 +97,8 @@ def _ask_for_token() -> str:
 
 
 def _upload(report: Report, name: str | None) -> str:
+    from corvex.cloud.credentials import redact
     from corvex.core.upload import resolve_upload_name
-    from corvex.credentials import redact
     from corvex.publishing import clean_name, failure_of
 
     final = clean_name(resolve_upload_name(name, os.environ))

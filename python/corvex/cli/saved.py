@@ -85,7 +85,7 @@ def load_report(file: Path, trust: bool = False) -> Report:
     OSError, ValueError
         When the file cannot be read, holds no report, or names what a report does not need.
     """
-    from corvex.careful_pickle import UntrustedNameError, read_carefully
+    from corvex.core.careful_pickle import UntrustedNameError, read_carefully
     from corvex.core.report import Report
 
     if not file.exists():

@@ -74,7 +74,7 @@ def print_live(report: Report) -> None:
         _print_execution(f"execution {name}".strip(), part)
     _print_current_trades(report)
     if getattr(report, "live_performance_start", None) is not None:
-        from corvex.live_performance import live_figures
+        from corvex.explain.live_performance import live_figures
 
         figures = live_figures(report)
         _print_table(

@@ -12,9 +12,9 @@ from collections.abc import Callable, Mapping
 from typing import Any
 from urllib.parse import quote, urlsplit
 
-from corvex.core.firestore_values import Wire, decode_fields, encode_fields, size_of_value
-from corvex.credentials import redact
-from corvex.http_client import Session, exceptions, time_limit, without_traces
+from corvex.cloud.credentials import redact
+from corvex.cloud.document_values import Wire, decode_fields, encode_fields, size_of_value
+from corvex.cloud.http_client import Session, exceptions, time_limit, without_traces
 
 __all__ = [
     "DocumentNotFoundError",
@@ -94,7 +94,7 @@ def upsert_document(path: str, document: Mapping[str, Any], token: str) -> None:
     path : str
         Collection and document by turns, divided by "/": ``users/<user id>/reports/<name>``.
     document : mapping
-        The fields; see `corvex.core.firestore_values.encode_fields` for the types.
+        The fields; see `corvex.cloud.document_values.encode_fields` for the types.
     token : str
         The user's ID token.
 

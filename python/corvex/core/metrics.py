@@ -10,13 +10,13 @@ import numpy as np
 import pandas as pd
 
 from corvex import _engine
-from corvex.core.benchmarks import known_benchmark
-from corvex.core.curve_figures import fit
-from corvex.core.trade_lookup import TradeLookup, capital_per_share, known_table, listed_facts
-from corvex.core.trade_rows import closed_returns, excursion
 from corvex.ffn_core._curve import Curve, read_curve
+from corvex.ffn_core.benchmarks import known_benchmark
+from corvex.ffn_core.curve_figures import fit
 from corvex.tables.context import in_utc
 from corvex.tables.context import now as present
+from corvex.trades.trade_lookup import TradeLookup, capital_per_share, known_table, listed_facts
+from corvex.trades.trade_rows import closed_returns, excursion
 
 if TYPE_CHECKING:
     from collections.abc import Callable

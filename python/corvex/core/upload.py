@@ -9,7 +9,7 @@ from collections.abc import Mapping
 from typing import Any
 from urllib.parse import urlencode
 
-from corvex.credentials import redact
+from corvex.cloud.credentials import redact
 
 __all__ = [
     "interpret_legacy_upload_response",

@@ -9,7 +9,7 @@ import numpy.typing as npt
 import pandas as pd
 
 from corvex import _engine
-from corvex.time_range import require_in_range
+from corvex.tables.date_limits import require_in_range
 
 FloatArray = npt.NDArray[np.float64]
 IntArray = npt.NDArray[np.int64]

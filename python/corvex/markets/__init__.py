@@ -8,7 +8,7 @@ import re
 from collections.abc import Callable, Iterable
 from typing import TYPE_CHECKING, Any
 
-from corvex.asset_labels import asset_id
+from corvex.tables.asset_labels import asset_id
 
 if TYPE_CHECKING:
     from corvex.markets.base import Market

@@ -10,7 +10,7 @@ import pandas as pd
 
 from corvex.markets.number_dates import dates_of_numbers
 from corvex.markets.stamps import TableStamps, Zone, in_zone
-from corvex.time_range import require_in_range
+from corvex.tables.date_limits import require_in_range
 
 __all__ = ["align_benchmark", "align_facts", "align_prices", "align_tables"]
 

@@ -10,15 +10,15 @@ from typing import Any, Self, cast, override
 
 import pandas as pd
 
-from corvex.asset_labels import asset_id
 from corvex.markets.alignment import align_benchmark, align_facts, align_prices, align_tables
 from corvex.markets.bars import infer_freq, next_bar
 from corvex.markets.benchmark_check import check_benchmark
 from corvex.markets.market_tables import MarketTables
 from corvex.markets.stamps import TableStamps
+from corvex.tables.asset_labels import asset_id
 from corvex.tables.context import _default_context, now
+from corvex.tables.date_limits import require_in_range
 from corvex.tables.named import get_frame, require
-from corvex.time_range import require_in_range
 from corvex.utils import logger
 
 __all__ = ["BoundMarket", "Prices", "bind"]

@@ -11,7 +11,7 @@ from typing import TYPE_CHECKING, Any
 
 import pandas as pd
 
-from corvex.asset_labels import label_candidates, other_names
+from corvex.tables.asset_labels import label_candidates, other_names
 
 if TYPE_CHECKING:
     from corvex.market import Market
@@ -77,7 +77,7 @@ def quantities(held: Any) -> dict[str, float]:
 def matched(labels: Iterable[str], values: Mapping[str, float], what: str) -> dict[str, float]:
     """Return values by the labels of the assets that they are meant for.
 
-    A value's label is that of its asset, or one of the same id (see `corvex.asset_labels`).
+    A value's label is that of its asset, or one of the same id (see `corvex.tables.asset_labels`).
     Values of other assets keep the labels that they have.
 
     Raises

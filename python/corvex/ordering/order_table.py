@@ -10,9 +10,9 @@ from typing import TYPE_CHECKING, Any
 
 import pandas as pd
 
-from corvex.asset_labels import asset_id, asset_name
 from corvex.ordering.inputs import chosen_weights, matched, one_execution, quantities, unit_prices
 from corvex.ordering.sizing import Asset, Costs, cash_after, size
+from corvex.tables.asset_labels import asset_id, asset_name
 
 if TYPE_CHECKING:
     from corvex.core.report import Report, ReportExecution

@@ -19,9 +19,9 @@ from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 from typing import Any, Self
 from urllib.parse import parse_qs, unquote
 
+from corvex.cloud.credentials import TOKEN_KINDS
+from corvex.cloud.document_values import decode_fields, size_of_value
 from corvex.core.firestore_rest import MAX_DOCUMENT_BYTES, extract_uid_from_id_token
-from corvex.core.firestore_values import decode_fields, size_of_value
-from corvex.credentials import TOKEN_KINDS
 from corvex.testing.faults import KINDS, Fault, parse_faults
 
 __all__ = ["CloudServer", "main", "trial_token"]

@@ -1,1 +1,1 @@
-"""What is known of trades: why they end."""
+"""What is known of trades: rows, prices of a market at their dates, and why they end."""

@@ -7,7 +7,7 @@ import pandas as pd
 import pytest
 
 import corvex
-from corvex.attribution import COSTS, OTHER
+from corvex.explain.attribution import COSTS, OTHER
 
 DATES = pd.bdate_range("2020-01-01", periods=500)
 

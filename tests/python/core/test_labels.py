@@ -7,7 +7,7 @@ import pandas as pd
 import pytest
 
 import corvex
-from corvex.asset_labels import match_labels
+from corvex.tables.asset_labels import match_labels
 
 DATES = pd.bdate_range("2024-01-01", periods=30)
 COLUMNS = ["Gold Miners", "US Stocks", "BRK B", "Gold", "2330", "US Bonds", "BRK A"]

@@ -9,7 +9,7 @@ from hypothesis import HealthCheck, given, settings
 from hypothesis import strategies as st
 
 from corvex import _engine
-from corvex.ledger import ledger_from_fills
+from corvex.explain.ledger import ledger_from_fills
 from corvex.simulation.options import Options
 from corvex.simulation.report.fills_table import fills_table
 

@@ -8,6 +8,7 @@ import numpy as np
 import pandas as pd
 import pytest
 
+from corvex.cloud.document_values import decode_fields, encode_fields
 from corvex.core import firestore_rest
 from corvex.core.firestore_rest import (
     DocumentNotFoundError,
@@ -16,7 +17,6 @@ from corvex.core.firestore_rest import (
     fetch_document,
     upsert_document,
 )
-from corvex.core.firestore_values import decode_fields, encode_fields
 from corvex.core.report import ReportExecution
 from corvex.publishing import rehearse
 from corvex.testing.cloud import trial_token

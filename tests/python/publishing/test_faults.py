@@ -9,10 +9,10 @@ import pytest
 import requests
 
 import corvex
+from corvex.cloud.document_values import decode_fields
 from corvex.core import firestore_rest
 from corvex.core import report as report_module
 from corvex.core.firestore_rest import DocumentStoreError, fetch_document, upsert_document
-from corvex.core.firestore_values import decode_fields
 from corvex.testing.faults import parse_faults
 from corvex.utils import requests as client
 

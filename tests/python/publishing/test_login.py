@@ -14,7 +14,7 @@ from typer.testing import CliRunner
 
 import corvex
 from corvex.cli import app
-from corvex.credentials import credentials_file, get_token, redact, save_token
+from corvex.cloud.credentials import credentials_file, get_token, redact, save_token
 from corvex.publishing import PublishWarning
 from corvex.testing.cloud import trial_token
 

@@ -53,7 +53,9 @@ def yearly_activity(report: Report) -> list[dict[str, Any]]:
 
     The turnover is that of `corvex.turnover`: half of what was bought and sold over the equity.
     """
-    from corvex.attribution import turnover  # it needs the simulation, which needs the report
+    from corvex.explain.attribution import (
+        turnover,  # it needs the simulation, which needs the report
+    )
 
     entered = _count_by_year(report.trades, "entry_date")
     left = _count_by_year(report.trades, "exit_date")

@@ -33,7 +33,10 @@ def by_asset(report: Report, count: int = 10) -> dict[str, Any] | None:
         fills. Without prices in the market ``total`` is None, there are no sums, and the assets
         with most trades are shown. None without trades.
     """
-    from corvex.attribution import COSTS, OTHER  # it needs the simulation, which needs the report
+    from corvex.explain.attribution import (  # it needs the simulation, which needs the report
+        COSTS,
+        OTHER,
+    )
 
     trades = _summed(report.trades)
     if trades is None:
@@ -67,7 +70,7 @@ def _summed(trades: pd.DataFrame) -> dict[str, dict[str, Any]] | None:
 
 def _contributions(report: Report) -> pd.Series | None:
     """Return the parts of the return by label, the costs last; None where they are unknown."""
-    from corvex.attribution import contributions
+    from corvex.explain.attribution import contributions
 
     loaded = set(_default_context._loaded_datasets)
     with _default_context.override(_loaded_datasets=loaded):

@@ -11,8 +11,8 @@ import numpy.typing as npt
 import pandas as pd
 
 from corvex import _engine
-from corvex.core.benchmarks import carried, known_benchmark, moves
-from corvex.core.curve_figures import days_per_year
+from corvex.ffn_core.benchmarks import carried, known_benchmark, moves
+from corvex.ffn_core.curve_figures import days_per_year
 
 if TYPE_CHECKING:
     from corvex.core.report import Report

@@ -11,7 +11,6 @@ from typing import TYPE_CHECKING, Any
 import numpy as np
 
 from corvex import _engine
-from corvex.core.curve_figures import statistics
 from corvex.core.dashboard.activity import (
     assumptions,
     costs,
@@ -35,7 +34,8 @@ from corvex.core.dashboard.periods import best_and_worst, crises, live_part
 from corvex.core.dashboard.returns import distribution, return_years
 from corvex.core.dashboard.risk_figures import risk_figures
 from corvex.core.dashboard.trades import by_reason, price_paths, trade_columns, trade_figures
-from corvex.core.trade_lookup import known_table
+from corvex.ffn_core.curve_figures import statistics
+from corvex.trades.trade_lookup import known_table
 
 if TYPE_CHECKING:
     from corvex.core.report import Report

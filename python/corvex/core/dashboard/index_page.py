@@ -5,10 +5,10 @@ from __future__ import annotations
 from collections.abc import Iterable
 from typing import TYPE_CHECKING
 
-from corvex.core.curve_figures import statistics
 from corvex.core.dashboard.embed import escape_text
 from corvex.core.dashboard.page import asset
 from corvex.ffn_core.catalogue import catalogue, show
+from corvex.ffn_core.curve_figures import statistics
 
 if TYPE_CHECKING:
     from corvex.core.report import Report

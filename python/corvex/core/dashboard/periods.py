@@ -9,7 +9,7 @@ import numpy as np
 
 from corvex.core.dashboard.curves import Curves, Floats, changes, day_of, iso_day
 from corvex.core.dashboard.returns import month_end_returns
-from corvex.live_performance import live_figures
+from corvex.explain.live_performance import live_figures
 
 if TYPE_CHECKING:
     from corvex.core.report import Report

@@ -12,9 +12,9 @@ import pandas as pd
 from corvex import _engine
 from corvex.core.dashboard.curves import wall_days
 from corvex.core.dashboard.embed import rounded
-from corvex.core.trade_lookup import TradeLookup, market_table
-from corvex.core.trade_rows import EXCURSIONS, closed_returns
 from corvex.tables.context import _default_context
+from corvex.trades.trade_lookup import TradeLookup, market_table
+from corvex.trades.trade_rows import EXCURSIONS, closed_returns
 
 if TYPE_CHECKING:
     from corvex.core.report import Report

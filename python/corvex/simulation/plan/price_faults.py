@@ -5,12 +5,12 @@ from __future__ import annotations
 import numpy as np
 import pandas as pd
 
-from corvex.asset_labels import other_names
 from corvex.simulation.notices import date_text, warn
 from corvex.simulation.plan.schedule import Schedule
 from corvex.simulation.read.clock import Clock
 from corvex.simulation.read.columns import match_columns
 from corvex.simulation.read.price_tables import PriceMatrices
+from corvex.tables.asset_labels import other_names
 
 __all__ = ["check_prices"]
 

@@ -14,7 +14,7 @@ import pandas as pd
 from corvex import _engine
 from corvex.simulation.read.clock import Clock, Stamps, as_dates
 from corvex.simulation.read.weights import WeightTable
-from corvex.time_range import require_in_range
+from corvex.tables.date_limits import require_in_range
 
 __all__ = ["Resample", "Rule", "Schedule", "build_schedule", "read_offset", "read_resample"]
 

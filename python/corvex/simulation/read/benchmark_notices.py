@@ -7,7 +7,7 @@ from typing import TYPE_CHECKING
 import numpy as np
 import pandas as pd
 
-from corvex.core.benchmarks import known_benchmark
+from corvex.ffn_core.benchmarks import known_benchmark
 from corvex.simulation.notices import date_text, warn
 
 if TYPE_CHECKING:

@@ -17,7 +17,7 @@ from corvex.markets.number_dates import are_serial_days, dates_of_numbers
 from corvex.markets.stamps import TableStamps, in_zone, is_date
 from corvex.simulation.notices import date_text, warn
 from corvex.simulation.read.future import FutureBars
-from corvex.time_range import require_in_range
+from corvex.tables.date_limits import require_in_range
 
 if TYPE_CHECKING:
     from corvex.market import Market

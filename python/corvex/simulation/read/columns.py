@@ -5,7 +5,7 @@ from __future__ import annotations
 import numpy as np
 import pandas as pd
 
-from corvex.asset_labels import label_candidates
+from corvex.tables.asset_labels import label_candidates
 
 __all__ = ["check_labels", "match_columns"]
 
@@ -47,7 +47,7 @@ def match_columns(labels: pd.Index, columns: pd.Index) -> np.ndarray | None:
     -------
     int64 array of shape (labels,) or None
         Positions in `columns`, -1 where there is none: the same label first, else the same id
-        (see `corvex.asset_labels`). None when the columns are the labels, in the same order.
+        (see `corvex.tables.asset_labels`). None when the columns are the labels, in the same order.
 
     Raises
     ------

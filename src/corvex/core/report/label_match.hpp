@@ -15,7 +15,7 @@ nanobind::object plain_list(nanobind::handle labels);
 ///
 /// The same label counts first, of repeated ones the first. A label that is not there is looked up
 /// by its id, and only where a single asset there has this id, which is not itself among `labels`.
-/// `corvex.asset_labels` has the same rule for the packages around this module.
+/// `corvex.tables.asset_labels` has the same rule for the packages around this module.
 nanobind::object label_positions(nanobind::handle labels, nanobind::handle known);
 
 } // namespace corvex::report

@@ -10,7 +10,7 @@ import numpy.typing as npt
 import pandas as pd
 
 from corvex import _engine
-from corvex.asset_labels import match_labels
+from corvex.tables.asset_labels import match_labels
 
 if TYPE_CHECKING:
     from collections.abc import Mapping
@@ -144,7 +144,7 @@ class TradeLookup:
     def columns_in(self, columns: pd.Index) -> _Places:
         """Return the column of each trade's asset, -1 where it is not there.
 
-        The column of the same label, else that of the same id (see `corvex.asset_labels`).
+        The column of the same label, else that of the same id (see `corvex.tables.asset_labels`).
         """
         places = _remembered(self._columns, columns)
         if places is None:

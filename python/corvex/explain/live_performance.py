@@ -9,9 +9,9 @@ import numpy as np
 import pandas as pd
 
 from corvex import _engine
-from corvex.core.benchmarks import known_benchmark, moves
-from corvex.core.curve_figures import fit
+from corvex.ffn_core.benchmarks import known_benchmark, moves
 from corvex.ffn_core.catalogue import catalogue
+from corvex.ffn_core.curve_figures import fit
 from corvex.markets.stamps import in_zone, is_date
 
 if TYPE_CHECKING:
@@ -99,7 +99,7 @@ def _fit(curve: pd.Series, benchmark: pd.Series) -> tuple[float, float]:
 
 
 def _trade_figures(report: Report, day: pd.Timestamp, *, live: bool) -> dict[str, float]:
-    from corvex.core.trade_rows import closed_trades
+    from corvex.trades.trade_rows import closed_trades
 
     trades = closed_trades(report)
     returns = np.empty(0)

@@ -32,7 +32,7 @@ import requests
 from requests import exceptions
 from urllib3.util import parse_url
 
-from corvex.credentials import redact
+from corvex.cloud.credentials import redact
 
 __all__ = [
     "Session",

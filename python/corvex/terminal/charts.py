@@ -19,7 +19,7 @@ import numpy.typing as npt
 import pandas as pd
 
 from corvex.markets.stamps import has_dates_only
-from corvex.textchart import Curve, draw
+from corvex.terminal.canvas import MARGIN, Curve, draw
 
 __all__ = ["label_width", "plot_cumulative_return", "plot_drawdown"]
 
@@ -115,8 +115,6 @@ def label_width() -> int:
     A chart that is to fill a terminal of 80 characters has the width ``80 - label_width()``.
     Larger values than fit are written as powers of ten.
     """
-    from corvex.textchart import MARGIN
-
     return MARGIN
 
 

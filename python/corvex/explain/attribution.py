@@ -7,7 +7,7 @@ from typing import TYPE_CHECKING
 import numpy as np
 import pandas as pd
 
-from corvex.ledger import Ledger, ledger_of
+from corvex.explain.ledger import Ledger, ledger_of
 
 if TYPE_CHECKING:
     from corvex.core.report import Report

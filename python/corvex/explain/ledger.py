@@ -10,11 +10,11 @@ import numpy.typing as npt
 import pandas as pd
 
 from corvex import _engine
-from corvex.core.trade_lookup import market_table
 from corvex.simulation.options import Options
 from corvex.simulation.read.clock import Clock
 from corvex.simulation.read.columns import match_columns
 from corvex.simulation.report.fills_table import fills_table
+from corvex.trades.trade_lookup import market_table
 
 if TYPE_CHECKING:
     from corvex.core.report import Report

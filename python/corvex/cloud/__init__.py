@@ -1,0 +1,1 @@
+"""What the cloud service needs: login, requests, and the values of its documents."""
