@@ -20,8 +20,10 @@ BENCH ?=
 export CMAKE_BUILD_PARALLEL_LEVEL := $(JOBS)
 export PIP_DISABLE_PIP_VERSION_CHECK := 1
 
-# All that the extensions are built from. Python files are not in it: the install is editable.
+# All that the extensions are built from. Python files are not in it: the install is editable, and
+# knows them by a list that is made anew when one comes or goes.
 SOURCES := $(shell find src cmake CMakeLists.txt -type f)
+MODULES := $(sort $(shell find python/corvex -name '*.py'))
 CPP_FILES = $(shell find src tests bench -name '*.cpp' -o -name '*.hpp' -o -name '*.h')
 
 .PHONY: help
@@ -45,7 +47,13 @@ $(VENV)/stamp-tools: pyproject.toml tools/find_python.sh
 	$(PY) -m pip install -q --group build --group test
 	touch $@
 
-$(VENV)/stamp-build: $(VENV)/stamp-tools $(SOURCES)
+$(VENV)/modules: $(VENV)/stamp-tools FORCE
+	@[ "$$(cat $@ 2>/dev/null)" = "$(MODULES)" ] || echo "$(MODULES)" > $@
+
+.PHONY: FORCE
+FORCE:
+
+$(VENV)/stamp-build: $(VENV)/stamp-tools $(VENV)/modules $(SOURCES)
 	@echo "building the extensions and installing corvex"
 	$(PY) -m pip install -q --no-build-isolation -e .
 	touch $@
