@@ -35,6 +35,8 @@ _DEEP = int(pd.__version__.split(".", 1)[0]) < 3
 class UnknownTableError(ValueError):
     """There is no table of this name."""
 
+    __module__ = "corvex.data.tables"  # the name under which users know it
+
 
 @dataclass(frozen=True)
 class LoadedTable:
