@@ -7,8 +7,10 @@ import numpy as np
 from corvex.market import Market
 from corvex.simulation.notices import date_text, warn
 from corvex.simulation.options import Options
+from corvex.simulation.plan.plan import Plan
 from corvex.simulation.plan.schedule import Schedule
-from corvex.simulation.read.price_data import RunInputs
+from corvex.simulation.read.clock import Clock
+from corvex.trades.reasons import STOPS
 
 __all__ = ["warn_about_guessed_costs", "warn_about_run"]
 
@@ -33,28 +35,32 @@ def warn_about_guessed_costs(
         )
 
 
-def warn_about_run(inputs: RunInputs, options: Options, schedule: Schedule) -> None:
-    """Warn of weights that were scaled or come too late, and of stops that hardly ever fire."""
-    first, last = inputs.rows.dates[0], inputs.clock.last
-    if first.normalize() > last.normalize():
+def warn_about_run(plan: Plan, options: Options, clock: Clock) -> None:
+    """Warn of weights that are none, were scaled or come too late, and of stops hardly meant."""
+    if plan.begins.normalize() > clock.last.normalize():
         warn(
-            f"the weights begin on {date_text(first)}, after the last price ({date_text(last)}): "
-            "nothing is traded yet; hand over newer prices, or weights of their time"
+            f"the weights begin on {date_text(plan.begins)}, after the last price "
+            f"({date_text(clock.last)}): nothing is traded yet; hand over newer prices, or weights "
+            "of their time"
         )
-    scaled = inputs.weights.largest_scaled
-    if scaled is not None:
-        gross, date = scaled
+    if plan.scaled is not None:
+        gross, date = plan.scaled
         warn(
             f"the absolute weights of {date_text(date)} sum to {gross:g} and were scaled to 1; "
             "weights are fractions of the equity (0.3 is 30 %), leverage=True leaves sums above 1"
         )
-    _warn_about_stops(options, schedule)
+    _warn_about_stops(options, plan.schedule)
+    if plan.is_idle:
+        warn(
+            "no rebalance has a weight other than zero, so nothing is traded and the equity "
+            "stays at 1"
+        )
 
 
 def _warn_about_stops(options: Options, schedule: Schedule) -> None:
     longs, shorts = bool((schedule.targets > 0.0).any()), bool((schedule.targets < 0.0).any())
     cures = "stops are fractions (0.05 is 5 %), None is no stop"
-    for name in ("stop_loss", "take_profit", "trail_stop"):
+    for name in STOPS:
         value = getattr(options, name)
         if not 1.0 < value < np.inf or longs == shorts:
             continue

@@ -1,8 +1,12 @@
-"""`corvex.simulate`: from weights and prices to a report."""
+"""`corvex.simulate`: from weights and prices to a report.
+
+Four stages, each a value that can be pickled and used again: prices are read and checked once
+(`read_prices`), weights become a plan on their sessions (`make_plan`), the engine runs a plan with
+options (`run_plan`), and a report is made of a run when one is wanted (`report_of`).
+"""
 
 from __future__ import annotations
 
-import dataclasses
 from typing import TYPE_CHECKING, Any
 
 import pandas as pd
@@ -10,12 +14,12 @@ import pandas as pd
 from corvex.market import Market
 from corvex.simulation.doubts import warn_about_guessed_costs
 from corvex.simulation.options import checked_limit, read_options
+from corvex.simulation.plan.plan import make_plan
 from corvex.simulation.plan.schedule import read_offset, read_resample
-from corvex.simulation.read.price_data import read_inputs
+from corvex.simulation.read.price_data import read_prices
 from corvex.simulation.read.weights import read_weights
-from corvex.simulation.report.assembly import build_report
-from corvex.simulation.run import run
-from corvex.trades.reasons import STOPS
+from corvex.simulation.report.simulated import report_of
+from corvex.simulation.run import run_plan
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
@@ -140,54 +144,29 @@ def simulate(
     table = read_weights(weights, limit=checked_limit(position_limit), leverage=leverage)
     rule = read_resample(resample)
     offset = read_offset(rule, resample_offset)
-    inputs = read_inputs(table, prices, market, benchmark, start, end)
-    given = {
-        "fee_ratio": fee_ratio,
-        "tax_ratio": tax_ratio,
-        "slippage_ratio": slippage_ratio,
-        "stop_loss": stop_loss,
-        "take_profit": take_profit,
-        "trail_stop": trail_stop,
-        "touched_exit": touched_exit,
-        "stop_cooldown": stop_cooldown,
-    }
-    options = read_options(inputs.market, given)
+    data = read_prices(
+        prices, table.labels, market=market, benchmark=benchmark, start=start, end=end
+    )
+    options = read_options(
+        data.market,
+        {
+            "fee_ratio": fee_ratio,
+            "tax_ratio": tax_ratio,
+            "slippage_ratio": slippage_ratio,
+            "stop_loss": stop_loss,
+            "take_profit": take_profit,
+            "trail_stop": trail_stop,
+            "touched_exit": touched_exit,
+            "stop_cooldown": stop_cooldown,
+        },
+    )
     if market is None and prices is not None:
-        warn_about_guessed_costs(inputs.market, fee_ratio, tax_ratio)
+        warn_about_guessed_costs(data.market, fee_ratio, tax_ratio)
     live_start = None
     if live_performance_start is not None:
-        live_start = inputs.clock.border(live_performance_start, "live_performance_start").date
-    report = build_report(
-        run(
-            inputs,
-            options,
-            trade_at,
-            rule,
-            offset,
-            historical=end is not None,
-            attributes={
-                **{stop: given[stop] for stop in STOPS},
-                "resample": rule,
-                "live_performance_start": live_start,
-                "name": name,
-                "settings": {
-                    "market": inputs.market.get_name(),
-                    "market_chosen": "by the labels" if market is None else "by the user",
-                    **{
-                        name: value
-                        for name, value in dataclasses.asdict(options).items()
-                        if name not in STOPS
-                    },
-                    "trade_at": trade_at if isinstance(trade_at, str) else "custom",
-                    "resample_offset": None if resample_offset is None else str(offset),
-                    "position_limit": position_limit,
-                    "leverage": bool(leverage),
-                    "start": None if start is None else inputs.clock.index[0],
-                    "end": None if end is None else inputs.clock.last,
-                },
-            },
-        )
-    )
+        live_start = data.clock.border(live_performance_start, "live_performance_start").date
+    run = run_plan(data, make_plan(table, data, rule, offset), options, trade_at)
+    report = report_of(run, data, name=name, live_performance_start=live_start)
     if upload:
         from corvex.publishing import publish
 

@@ -1,102 +1,85 @@
-"""One run: schedule, prices, engine, and the tables that come of it."""
+"""A run: a plan and options, simulated on prices by the engine."""
 
 from __future__ import annotations
 
-from typing import Any, cast
+from dataclasses import dataclass
+from typing import TYPE_CHECKING
 
 import numpy as np
-import pandas as pd
 
+from corvex import _engine
 from corvex.simulation.doubts import warn_about_run
-from corvex.simulation.engine import first_session, run_engine
-from corvex.simulation.notices import warn
+from corvex.simulation.held_prices import check_held_prices
 from corvex.simulation.options import Options
-from corvex.simulation.plan.price_faults import check_prices
-from corvex.simulation.plan.schedule import Rule, Schedule, build_schedule
-from corvex.simulation.read.columns import match_columns
-from corvex.simulation.read.price_data import RunInputs
-from corvex.simulation.read.price_tables import TradeAt, read_matrices
-from corvex.simulation.report.assembly import Outcome
-from corvex.simulation.report.fills_table import fills_table
-from corvex.simulation.report.next_holdings import hand_over
-from corvex.simulation.report.quoted_prices import raw_price_of
-from corvex.simulation.report.results import (
-    cost_totals,
-    curve_and_position,
-    state_after,
-    yearly_turnover,
-)
-from corvex.simulation.report.trades_table import trades_table
+from corvex.simulation.plan.plan import Plan
+from corvex.simulation.read.price_data import PriceData
+from corvex.simulation.read.price_tables import TradeAt
 
-__all__ = ["run"]
+if TYPE_CHECKING:
+    from corvex._engine import SimulationResult
+
+__all__ = ["Run", "run_plan"]
 
 
-def run(
-    inputs: RunInputs,
+@dataclass(frozen=True, slots=True)
+class Run:
+    """What a run was asked and what came of it; a report is made of it when one is wanted.
+
+    Attributes
+    ----------
+    plan, options, trade_at
+        What was simulated.
+    result : dict
+        The engine's arrays.
+    """
+
+    plan: Plan
+    options: Options
+    trade_at: TradeAt
+    result: SimulationResult
+
+
+def run_plan(
+    prices: PriceData,
+    plan: Plan,
     options: Options,
-    trade_at: TradeAt,
-    resample: Rule,
-    offset: pd.Timedelta,
+    trade_at: TradeAt = "close",
     *,
-    historical: bool,
-    attributes: dict[str, Any],
-) -> Outcome:
-    """Simulate checked inputs; `attributes` go to the report as they are."""
-    clock, labels, market = inputs.clock, inputs.weights.labels, inputs.market
-    schedule = build_schedule(inputs.weights, inputs.rows, clock, resample, offset)
-    prices = read_matrices(
-        market, inputs.close, clock, labels, trade_at, with_bars=options.touched_exit
+    curves_only: bool = False,
+) -> Run:
+    """Simulate a plan.
+
+    Parameters
+    ----------
+    prices : PriceData
+        The prices that the plan was made for. They are matched and looked through for faults with
+        the first run of some assets and not again.
+    plan : Plan
+        What is to be held.
+    options : Options
+        Costs and stops.
+    trade_at : str or DataFrame, default "close"
+        Where orders fill.
+    curves_only : bool, default False
+        Record no positions, trades and fills; no report can be made of such a run.
+
+    Raises
+    ------
+    ValueError
+        When prices of what is held cannot be used; the message names asset and date.
+    """
+    of_assets = prices.of_assets(plan.labels, trade_at, with_bars=options.touched_exit)
+    check_held_prices(of_assets, plan, prices.clock)
+    warn_about_run(plan, options, prices.clock)
+    result = _engine.simulate(
+        of_assets.shared,
+        np.ascontiguousarray(plan.schedule.targets),
+        np.ascontiguousarray(plan.schedule.sessions, dtype=np.int64),
+        first_session=plan.first_session,
+        options=options,
+        record_positions=not curves_only,
+        record_trades=not curves_only,
+        record_excursions=not curves_only,
+        record_fills=not curves_only,
     )
-    prices = check_prices(prices, schedule, clock, labels, inputs.close.columns)
-    warn_about_run(inputs, options, schedule)
-    first = first_session(schedule, _idle_start(inputs, schedule))
-    result = run_engine(prices, schedule, trade_at, options, first)
-    creturn, position = curve_and_position(result, inputs, first)
-    trades = trades_table(
-        cast("dict[str, np.ndarray]", result["trades"]),
-        labels,
-        clock.index,
-        schedule.dates,
-        raw_price_of(market, clock, labels, prices, trade_at),
-    )
-    return Outcome(
-        creturn=creturn,
-        position=position,
-        trades=trades,
-        hand_over=hand_over(schedule, state_after(result, schedule), labels, len(clock) - 1),
-        next_trading_date=clock.future.next_bar,
-        market=market,
-        trade_at=_traded_columns(trade_at, labels, trades),
-        fee_ratio=options.fee_ratio,
-        tax_ratio=options.tax_ratio,
-        historical=historical,
-        attributes={
-            **attributes,
-            "fills": fills_table(
-                cast("dict[str, np.ndarray]", result["fills"]), labels, clock.index
-            ),
-            "costs": cost_totals(result),
-            "yearly_turnover": yearly_turnover(
-                result["traded"], result["equity"], cast("pd.DatetimeIndex", creturn.index)
-            ),
-        },
-    )
-
-
-def _idle_start(inputs: RunInputs, schedule: Schedule) -> int:
-    """Where the curve of a run without any rebalance starts: at the first row of weights."""
-    if len(schedule) == 0 and schedule.planned_targets is None:
-        warn(
-            "no rebalance has a weight other than zero, so nothing is traded and the equity "
-            "stays at 1"
-        )
-    return int(np.clip(inputs.rows.sessions[0], 0, len(inputs.clock) - 1))
-
-
-def _traded_columns(trade_at: TradeAt, labels: pd.Index, trades: pd.DataFrame) -> TradeAt:
-    """A user's own price table without the assets that were never traded: reports stay small."""
-    if isinstance(trade_at, str):
-        return trade_at
-    traded = labels[labels.isin(trades["symbol"])]
-    columns = match_columns(traded, trade_at.columns)
-    return trade_at if columns is None else trade_at.iloc[:, columns[columns >= 0]]
+    return Run(plan, options, trade_at, result)

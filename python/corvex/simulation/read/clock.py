@@ -7,7 +7,7 @@ than prices. Everything is brought to the prices' clock here, so that the rest c
 from __future__ import annotations
 
 from dataclasses import dataclass
-from functools import cached_property
+from functools import cached_property, partial
 from typing import TYPE_CHECKING, Any
 
 import numpy as np
@@ -145,7 +145,8 @@ class Clock:
     def __init__(self, index: pd.DatetimeIndex, market: Market) -> None:
         self.index = index
         self._market = market
-        self._stamps = TableStamps(index, lambda: market.tz)
+        self._zone = partial(getattr, market, "tz")  # asked only where it matters
+        self._stamps = TableStamps(index, self._zone)
 
     def __len__(self) -> int:
         return len(self.index)
@@ -216,7 +217,7 @@ class Clock:
 
     def place(self, dates: pd.DatetimeIndex) -> Stamps:
         """Bring the dates of another table, in any zone or none, to this clock."""
-        given = TableStamps(dates, lambda: self._market.tz)
+        given = TableStamps(dates, self._zone)
         if self.is_daily:
             return self._by_date(given)
         if given.dates_only:
@@ -306,7 +307,7 @@ class Clock:
 
     def rows_until(self, index: pd.DatetimeIndex, end: Border) -> int:
         """Return how many rows of another table are whole at the end of a span."""
-        table = TableStamps(index, lambda: self._market.tz)
+        table = TableStamps(index, self._zone)
         if self.is_daily:
             return int(np.searchsorted(table.dates.as_unit("ns").asi8, end.key, side="right"))
         if not table.daily:
@@ -324,7 +325,7 @@ class Clock:
             The row of each session, -1 where there is none, and how many rows between the first
             and the last session are none of them.
         """
-        table = TableStamps(index, lambda: self._market.tz)
+        table = TableStamps(index, self._zone)
         if self.is_daily != table.daily:  # bars of a day and bars within it have no row in common
             return np.full(len(self), -1), len(index)
         keys = table.keys if self.is_daily else self._stamps.moments(index).as_unit("ns").asi8

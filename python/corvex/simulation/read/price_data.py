@@ -1,64 +1,123 @@
-"""What a run starts from: weights, sessions and market, brought together."""
+"""The prices of any number of runs: read once, on one clock, bound to one market."""
 
 from __future__ import annotations
 
-from dataclasses import dataclass
-from typing import Any, cast
+import copy
+import threading
+from dataclasses import dataclass, field
+from typing import Any, Literal, cast
 
 import pandas as pd
 
 from corvex.market import Market
 from corvex.markets.alignment import align_tables
-from corvex.simulation.read.clock import Clock, Stamps, dated_table
+from corvex.simulation.read.asset_prices import AssetPrices, look_through
+from corvex.simulation.read.clock import Border, Clock, dated_table
 from corvex.simulation.read.market_choice import (
     Benchmark,
     bind_market,
     choose_market,
     with_adjusted_fields,
 )
-from corvex.simulation.read.price_tables import PriceInput, price_table, user_tables
-from corvex.simulation.read.span import cut_clock, cut_weights
-from corvex.simulation.read.weights import WeightTable
+from corvex.simulation.read.price_tables import (
+    PriceInput,
+    TradeAt,
+    price_table,
+    read_matrices,
+    user_tables,
+)
+from corvex.simulation.read.span import cut_clock
 
-__all__ = ["RunInputs", "read_inputs"]
+__all__ = ["PriceData", "read_prices"]
+
+_MOST_KEPT = 4
+_READING = threading.Lock()
 
 
-@dataclass(frozen=True, slots=True)
-class RunInputs:
-    """Checked inputs of one run.
+@dataclass(frozen=True, eq=False)
+class PriceData:
+    """Prices on their sessions.
 
     Attributes
     ----------
-    weights : WeightTable
-        The rows of weights that count.
-    rows : Stamps
-        Their dates on the clock.
     clock : Clock
-        The sessions of the run.
+        The sessions.
     market : Market
-        The report's market: bound to the user's prices where there are some.
+        Bound to the user's prices where there are some.
     close : DataFrame
         Its close table.
+    start, end : Border or None
+        The borders that were asked for.
+    carries : bool
+        The sessions begin later than the prices do, so that what was in force there counts.
+    market_chosen : {"by the labels", "by the user"}
     """
 
-    weights: WeightTable
-    rows: Stamps
     clock: Clock
     market: Market
     close: pd.DataFrame
+    start: Border | None
+    end: Border | None
+    carries: bool
+    market_chosen: Literal["by the labels", "by the user"]
+    _kept: list[tuple[TradeAt, bool, AssetPrices]] = field(default_factory=list, repr=False)
+
+    def of_assets(
+        self, labels: pd.Index, trade_at: TradeAt = "close", *, with_bars: bool = False
+    ) -> AssetPrices:
+        """Return the prices of some assets, matched and checked; those of late are kept.
+
+        Parameters
+        ----------
+        labels : Index
+            The assets.
+        trade_at : str or DataFrame, default "close"
+            Where orders fill.
+        with_bars : bool, default False
+            Open, high and low are needed too.
+        """
+        with _READING:  # runs in other threads wait for the first one to have read
+            for at, bars, prices in self._kept:
+                same = at is trade_at if isinstance(at, pd.DataFrame) else at == trade_at
+                if same is True and bars == with_bars and prices.labels.equals(labels):
+                    return prices
+            matrices = read_matrices(
+                self.market, self.close, self.clock, labels, trade_at, with_bars=with_bars
+            )
+            prices = look_through(matrices, labels, self.close.columns, trade_at)
+            self._kept[: -_MOST_KEPT + 1] = []
+            self._kept.append((trade_at, with_bars, prices))
+            return prices
+
+    def __getstate__(self) -> dict[str, Any]:
+        # A market's own pickle keeps the assets of one report alone; here all are wanted.
+        market = copy.copy(self.market)
+        market.restrict_pickle_to(self.close.columns)
+        return {**self.__dict__, "market": market, "_kept": []}
 
 
-def read_inputs(
-    weights: WeightTable,
+def read_prices(
     prices: PriceInput,
-    market: str | Market | type[Market] | None,
-    benchmark: Benchmark,
-    start: Any,
-    end: Any,
-) -> RunInputs:
-    """Find market and prices of the weights, and cut all to the span of the run."""
-    chosen = choose_market(market, weights.labels)
-    tables = user_tables(prices, weights.labels)
+    labels: pd.Index,
+    *,
+    market: str | Market | type[Market] | None = None,
+    benchmark: Benchmark = None,
+    start: Any = None,
+    end: Any = None,
+) -> PriceData:
+    """Find market and prices, and cut them to the span from `start` to `end`.
+
+    Parameters
+    ----------
+    prices : DataFrame, mapping of str to DataFrame, Series or None
+        As `simulate` takes them.
+    labels : Index
+        Asset labels, which choose the market where none is named.
+    market, benchmark, start, end
+        As `simulate` takes them.
+    """
+    chosen = choose_market(market, labels)
+    tables = user_tables(prices, labels)
     if tables is None:
         close = price_table(chosen, "close")
     else:
@@ -75,7 +134,12 @@ def read_inputs(
             for field, table in tables.items()
         }
     bound = bind_market(chosen, tables, benchmark)
-    # Rows before the run count only where prices there were cut off.
-    carry = first is not None and whole.index[0] < clock.index[0]
-    kept, rows = cut_weights(weights, clock, carry=carry, end=last)
-    return RunInputs(kept, rows, clock, bound, close)
+    return PriceData(
+        clock=clock,
+        market=bound,
+        close=close,
+        start=first,
+        end=last,
+        carries=first is not None and whole.index[0] < clock.index[0],
+        market_chosen="by the labels" if market is None else "by the user",
+    )

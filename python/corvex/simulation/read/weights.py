@@ -28,6 +28,8 @@ class WeightTable:
         Rising dates, as given.
     labels : Index of length assets
         The asset labels, as given.
+    limit, leverage
+        How targets are made of them, see `read_weights`.
     largest_scaled : (float, Timestamp) or None
         The largest absolute sum that was scaled to 1 so far, and its date. Rounding, and rows of
         ones that stand for signals, do not count.
@@ -39,8 +41,8 @@ class WeightTable:
         self.index = cast("pd.DatetimeIndex", table.index)
         self.labels = table.columns
         self._values = values
-        self._limit = limit
-        self._leverage = leverage
+        self.limit = limit
+        self.leverage = leverage
         self.largest_scaled: tuple[float, pd.Timestamp] | None = None
 
     def between(self, start: int, stop: int) -> WeightTable:
@@ -71,11 +73,11 @@ class WeightTable:
         else:
             np.nan_to_num(weights, copy=False, nan=0.0)
             gross = np.abs(weights).sum(axis=1, keepdims=True)
-            if not self._leverage and (gross > 1.0).any():
+            if not self.leverage and (gross > 1.0).any():
                 self._note_scaling(rows, weights, gross[:, 0])
                 weights /= np.maximum(gross, 1.0)
-        if np.isfinite(self._limit):
-            np.clip(weights, -self._limit, self._limit, out=weights)
+        if np.isfinite(self.limit):
+            np.clip(weights, -self.limit, self.limit, out=weights)
         return weights
 
     def _note_scaling(self, rows: np.ndarray, weights: np.ndarray, gross: np.ndarray) -> None:

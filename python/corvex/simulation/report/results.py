@@ -10,7 +10,7 @@ import pandas as pd
 from corvex.markets.bars import period_before
 from corvex.simulation.notices import date_text, warn
 from corvex.simulation.plan.schedule import Schedule
-from corvex.simulation.read.price_data import RunInputs
+from corvex.simulation.read.clock import Clock
 from corvex.simulation.report.next_holdings import State
 
 if TYPE_CHECKING:
@@ -23,7 +23,7 @@ _ROUNDING = 1e-12
 
 
 def curve_and_position(
-    result: SimulationResult, inputs: RunInputs, first: int
+    result: SimulationResult, labels: pd.Index, clock: Clock, first: int
 ) -> tuple[pd.Series, pd.DataFrame]:
     """Return the equity curve and the target weights in force, from just before the first fill on.
 
@@ -36,9 +36,8 @@ def curve_and_position(
     first : int
         The session where the engine's arrays start.
     """
-    labels = inputs.weights.labels
     skipped = _rows_before_first_fill(result["traded"])
-    index = inputs.clock.index[first + skipped :]
+    index = clock.index[first + skipped :]
     equity = result["equity"][skipped:]
     weights = cast("np.ndarray", result["position"])[skipped:]
     known = np.isfinite(equity)
@@ -56,7 +55,7 @@ def curve_and_position(
         equity = np.concatenate(([1.0], equity))
         weights = np.concatenate((np.zeros((1, len(labels))), weights))
     if result["ruin_session"] >= 0:
-        ruin = inputs.clock.index[result["ruin_session"]]
+        ruin = clock.index[result["ruin_session"]]
         warn(
             f"the equity fell to zero on {date_text(ruin)}; everything was closed and it stays at "
             "0 from then on"

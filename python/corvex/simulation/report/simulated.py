@@ -1,0 +1,130 @@
+"""The report of a run."""
+
+from __future__ import annotations
+
+import copy
+import dataclasses
+import math
+from typing import Any, cast
+
+import numpy as np
+import pandas as pd
+
+from corvex.core.report import Report
+from corvex.market import Market
+from corvex.markets.bound import BoundMarket
+from corvex.simulation.read.columns import match_columns
+from corvex.simulation.read.price_data import PriceData
+from corvex.simulation.read.price_tables import TradeAt
+from corvex.simulation.report.assembly import Outcome, build_report
+from corvex.simulation.report.fills_table import fills_table
+from corvex.simulation.report.next_holdings import hand_over
+from corvex.simulation.report.quoted_prices import raw_price_of
+from corvex.simulation.report.results import (
+    cost_totals,
+    curve_and_position,
+    state_after,
+    yearly_turnover,
+)
+from corvex.simulation.report.trades_table import trades_table
+from corvex.simulation.run import Run
+from corvex.trades.reasons import STOPS
+
+__all__ = ["report_of"]
+
+
+def report_of(
+    run: Run,
+    prices: PriceData,
+    *,
+    name: str | None = None,
+    live_performance_start: pd.Timestamp | None = None,
+) -> Report:
+    """Make the report of a run on the prices that it was made with.
+
+    Parameters
+    ----------
+    run : Run
+        A run that recorded everything.
+    prices : PriceData
+        Its prices; the report keeps a market of its own that answers from them.
+    name, live_performance_start
+        As `simulate` takes them, the date on the clock of the prices.
+    """
+    plan, result, clock = run.plan, run.result, prices.clock
+    creturn, position = curve_and_position(result, plan.labels, clock, plan.first_session)
+    matrices = prices.of_assets(
+        plan.labels, run.trade_at, with_bars=run.options.touched_exit
+    ).matrices
+    trades = trades_table(
+        cast("dict[str, np.ndarray]", result["trades"]),
+        plan.labels,
+        clock.index,
+        plan.schedule.dates,
+        raw_price_of(prices.market, clock, plan.labels, matrices, run.trade_at),
+    )
+    state = state_after(result, plan.schedule)
+    return build_report(
+        Outcome(
+            creturn=creturn,
+            position=position,
+            trades=trades,
+            hand_over=hand_over(plan.schedule, state, plan.labels, len(clock) - 1),
+            next_trading_date=clock.future.next_bar,
+            market=_own_market(prices.market),
+            trade_at=_traded_columns(run.trade_at, plan.labels, trades),
+            fee_ratio=run.options.fee_ratio,
+            tax_ratio=run.options.tax_ratio,
+            historical=prices.end is not None,
+            attributes={
+                **{stop: _or_none(getattr(run.options, stop)) for stop in STOPS},
+                "resample": plan.rule,
+                "live_performance_start": live_performance_start,
+                "name": name,
+                "settings": _settings(run, prices),
+                "fills": fills_table(
+                    cast("dict[str, np.ndarray]", result["fills"]), plan.labels, clock.index
+                ),
+                "costs": cost_totals(result),
+                "yearly_turnover": yearly_turnover(
+                    result["traded"], result["equity"], cast("pd.DatetimeIndex", creturn.index)
+                ),
+            },
+        )
+    )
+
+
+def _settings(run: Run, prices: PriceData) -> dict[str, Any]:
+    plan, options = run.plan, dataclasses.asdict(run.options)
+    return {
+        "market": prices.market.get_name(),
+        "market_chosen": prices.market_chosen,
+        **{name: value for name, value in options.items() if name not in STOPS},
+        "trade_at": run.trade_at if isinstance(run.trade_at, str) else "custom",
+        "resample_offset": str(plan.offset) if plan.offset else None,
+        "position_limit": _or_none(plan.limit),
+        "leverage": plan.leverage,
+        "start": None if prices.start is None else prices.clock.index[0],
+        "end": None if prices.end is None else prices.clock.last,
+    }
+
+
+def _or_none(number: float) -> float | None:
+    return number if math.isfinite(number) else None
+
+
+def _own_market(market: Market) -> Market:
+    """Return a market for one report: what that keeps in its file is no business of another's."""
+    if not isinstance(market, BoundMarket):
+        return market
+    market.get_benchmark()  # brought to the prices once for all reports
+    return copy.copy(market)
+
+
+def _traded_columns(trade_at: TradeAt, labels: pd.Index, trades: pd.DataFrame) -> TradeAt:
+    """A user's own price table without the assets that were never traded: reports stay small."""
+    if isinstance(trade_at, str):
+        return trade_at
+    traded = labels[labels.isin(trades["symbol"])]
+    columns = match_columns(traded, trade_at.columns)
+    return trade_at if columns is None else trade_at.iloc[:, columns[columns >= 0]]
