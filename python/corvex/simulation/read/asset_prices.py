@@ -10,9 +10,9 @@ import numpy as np
 import pandas as pd
 
 from corvex import _engine
-from corvex.tables.asset_labels import other_names
 from corvex.simulation.read.columns import match_columns
 from corvex.simulation.read.price_tables import PriceMatrices
+from corvex.tables.asset_labels import other_names
 
 __all__ = ["AssetPrices", "Faults", "look_through"]
 
