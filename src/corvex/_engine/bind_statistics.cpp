@@ -1,6 +1,9 @@
+#include "corvex/engine/series/returns.hpp"
+#include "corvex/engine/statistics/benchmark_fit.hpp"
 #include "corvex/engine/statistics/figure_list.hpp"
 #include "corvex/engine/statistics/record.hpp"
 #include "corvex/engine/statistics/return_table.hpp"
+#include "corvex/engine/statistics/tail_risk.hpp"
 
 #include <nanobind/nanobind.h>
 
@@ -65,6 +68,25 @@ nb::tuple period_figures(const InputArray<double>& returns, double riskfree_rate
     return nb::make_tuple(f.sharpe, f.sortino, f.mean, f.vol, f.skew, f.kurt, f.best, f.worst);
 }
 
+nb::tuple tail_risk(const InputArray<double>& values, double share) {
+    engine::TailRisk found;
+    {
+        const nb::gil_scoped_release released;
+        found = engine::tail_risk(engine::simple_returns(as_span(values)), share);
+    }
+    return nb::make_tuple(found.value_at_risk, found.expected_shortfall, found.tail_ratio);
+}
+
+nb::tuple benchmark_fit(const InputArray<double>& strategy, const InputArray<double>& benchmark,
+                        double periods_per_year) {
+    engine::BenchmarkFit fit;
+    {
+        const nb::gil_scoped_release released;
+        fit = engine::benchmark_fit(as_span(strategy), as_span(benchmark), periods_per_year);
+    }
+    return nb::make_tuple(fit.alpha, fit.beta);
+}
+
 } // namespace
 
 void bind_statistics(nb::module_& module) {
@@ -82,6 +104,10 @@ void bind_statistics(nb::module_& module) {
     module.def("period_figures", &period_figures, "returns"_a, "riskfree_rate"_a,
                "periods_per_year"_a,
                "(sharpe, sortino, mean, vol, skew, kurt, best, worst) of one frequency's returns.");
+    module.def("tail_risk", &tail_risk, "values"_a, "share"_a = 0.05,
+               "Value at risk, expected shortfall and tail ratio of the changes of a curve.");
+    module.def("benchmark_fit", &benchmark_fit, "strategy"_a, "benchmark"_a, "periods_per_year"_a,
+               "Alpha per year and beta of two curves on the same dates.");
 }
 
 } // namespace corvex::bindings

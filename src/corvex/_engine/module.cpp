@@ -14,6 +14,7 @@ void bind_metrics(nb::module_& module);
 void bind_portfolio(nb::module_& module);
 void bind_series(nb::module_& module);
 void bind_statistics(nb::module_& module);
+void bind_trades(nb::module_& module);
 
 } // namespace corvex::bindings
 
@@ -27,4 +28,5 @@ NB_MODULE(_engine, module) {
     corvex::bindings::bind_batch(module);
     corvex::bindings::bind_series(module);
     corvex::bindings::bind_statistics(module);
+    corvex::bindings::bind_trades(module);
 }

@@ -1,6 +1,5 @@
 #include "corvex/engine/metrics/holding_counts.hpp"
 #include "corvex/engine/metrics/table_cells.hpp"
-#include "corvex/engine/metrics/tail_risk.hpp"
 
 #include <gtest/gtest.h>
 
@@ -13,16 +12,6 @@ namespace corvex::engine {
 namespace {
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-
-TEST(TailRisk, OfFewOrNoReturns) {
-    EXPECT_TRUE(std::isnan(tail_risk(std::vector{kNaN}, 0.05).value_at_risk));
-    const TailRisk one = tail_risk(std::vector{-0.02}, 0.05);
-    EXPECT_EQ(one.value_at_risk, -0.02);
-    EXPECT_EQ(one.expected_shortfall, -0.02);
-    EXPECT_EQ(one.tail_ratio, 1.0);
-    EXPECT_TRUE(std::isnan(tail_risk(std::vector{0.0, 0.0}, 0.05).tail_ratio));
-    EXPECT_THROW(tail_risk(std::vector{0.0}, 0.5), std::invalid_argument);
-}
 
 TEST(HoldingCounts, CountBothSidesAndNoHoles) {
     const std::vector by_row{0.5, -0.5, 0.0, kNaN, 1.0, 0.0, 1.0, 0.0, 0.0, 0.1};

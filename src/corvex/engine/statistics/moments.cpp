@@ -1,5 +1,7 @@
 #include "corvex/engine/statistics/moments.hpp"
 
+#include "corvex/engine/core/lanes.hpp"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -14,10 +16,9 @@ namespace {
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 /// Independent partial sums: the additions overlap, and their rounding errors stay small.
-constexpr std::size_t kLanes = 4;
-using Lanes = std::array<double, kLanes>;
+using PartialSums = std::array<double, kLanes>;
 
-double total(const Lanes& lanes) { return std::accumulate(lanes.begin(), lanes.end(), 0.0); }
+double total(const PartialSums& sums) { return std::accumulate(sums.begin(), sums.end(), 0.0); }
 
 /// Calls `add(lane, value)` for each value, the lanes in turn.
 template <typename Add>
@@ -40,9 +41,9 @@ struct FirstPass {
 };
 
 FirstPass sum_and_extremes(std::span<const double> values) {
-    Lanes sum{};
-    Lanes best;
-    Lanes worst;
+    PartialSums sum{};
+    PartialSums best;
+    PartialSums worst;
     best.fill(-std::numeric_limits<double>::infinity());
     worst.fill(std::numeric_limits<double>::infinity());
     const auto add = [&](std::size_t lane, double value) {
@@ -64,10 +65,10 @@ struct SecondPass {
 };
 
 SecondPass sum_powers(std::span<const double> values, double mean, double target) {
-    Lanes squares{};
-    Lanes cubes{};
-    Lanes fourths{};
-    Lanes losses{};
+    PartialSums squares{};
+    PartialSums cubes{};
+    PartialSums fourths{};
+    PartialSums losses{};
     const auto add = [&](std::size_t lane, double value) {
         const double distance = value - mean;
         const double square = distance * distance;

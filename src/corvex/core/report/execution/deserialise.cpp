@@ -1,10 +1,10 @@
 #include "corvex/core/report/execution/deserialise.hpp"
 
-#include "corvex/core/report/execution/actions.hpp"
-#include "corvex/core/report/execution/asset_label.hpp"
-#include "corvex/core/report/execution/resample.hpp"
-#include "corvex/core/report/execution/signal_dates.hpp"
-#include "corvex/core/report/execution/stored_dates.hpp"
+#include "corvex/core/report/common/actions.hpp"
+#include "corvex/core/report/common/asset_label.hpp"
+#include "corvex/core/report/common/resample.hpp"
+#include "corvex/core/report/common/signal_dates.hpp"
+#include "corvex/core/report/common/stored_dates.hpp"
 #include "corvex/core/report/module_globals.hpp"
 
 #include <cmath>

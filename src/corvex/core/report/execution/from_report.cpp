@@ -1,6 +1,6 @@
 #include "corvex/core/report/execution/from_report.hpp"
 
-#include "corvex/core/report/execution/signal_dates.hpp"
+#include "corvex/core/report/common/signal_dates.hpp"
 #include "corvex/core/report/module_globals.hpp"
 
 namespace corvex::report {

@@ -1,8 +1,8 @@
 #include "corvex/core/report/execution/policy.hpp"
 
+#include "corvex/core/report/common/actions.hpp"
+#include "corvex/core/report/common/signal_dates.hpp"
 #include "corvex/core/report/data_context.hpp"
-#include "corvex/core/report/execution/actions.hpp"
-#include "corvex/core/report/execution/signal_dates.hpp"
 #include "corvex/core/report/imports.hpp"
 #include "corvex/core/report/module_globals.hpp"
 

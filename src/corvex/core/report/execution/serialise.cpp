@@ -1,12 +1,12 @@
 #include "corvex/core/report/execution/serialise.hpp"
 
-#include "corvex/core/report/execution/actions.hpp"
-#include "corvex/core/report/execution/asset_label.hpp"
+#include "corvex/core/report/common/actions.hpp"
+#include "corvex/core/report/common/asset_label.hpp"
+#include "corvex/core/report/common/plain_number.hpp"
+#include "corvex/core/report/common/resample.hpp"
+#include "corvex/core/report/common/signal_dates.hpp"
+#include "corvex/core/report/common/type_check.hpp"
 #include "corvex/core/report/execution/asset_positions.hpp"
-#include "corvex/core/report/execution/plain_number.hpp"
-#include "corvex/core/report/execution/resample.hpp"
-#include "corvex/core/report/execution/signal_dates.hpp"
-#include "corvex/core/report/execution/type_check.hpp"
 #include "corvex/core/report/module_globals.hpp"
 
 namespace corvex::report {

@@ -1,6 +1,6 @@
 #include "corvex/core/report/payload/report_dict.hpp"
 
-#include "corvex/core/report/execution/signal_dates.hpp"
+#include "corvex/core/report/common/signal_dates.hpp"
 #include "corvex/core/report/imports.hpp"
 #include "corvex/core/report/module_globals.hpp"
 

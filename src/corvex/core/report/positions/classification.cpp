@@ -1,6 +1,6 @@
 #include "corvex/core/report/positions/classification.hpp"
 
-#include "corvex/core/report/execution/signal_dates.hpp"
+#include "corvex/core/report/common/signal_dates.hpp"
 
 namespace corvex::report {
 

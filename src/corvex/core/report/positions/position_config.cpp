@@ -1,7 +1,7 @@
 #include "corvex/core/report/positions/position_config.hpp"
 
-#include "corvex/core/report/execution/plain_number.hpp"
-#include "corvex/core/report/execution/signal_dates.hpp"
+#include "corvex/core/report/common/plain_number.hpp"
+#include "corvex/core/report/common/signal_dates.hpp"
 #include "corvex/core/report/module_globals.hpp"
 
 namespace corvex::report {

@@ -1,6 +1,6 @@
 #include "corvex/core/report/report/live.hpp"
 
-#include "corvex/core/report/execution/type_check.hpp"
+#include "corvex/core/report/common/type_check.hpp"
 #include "corvex/core/report/module_globals.hpp"
 
 namespace corvex::report {

@@ -1,4 +1,4 @@
-#include "corvex/core/report/execution/actions.hpp"
+#include "corvex/core/report/common/actions.hpp"
 
 #include <algorithm>
 #include <array>

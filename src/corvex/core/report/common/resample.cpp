@@ -1,6 +1,6 @@
-#include "corvex/core/report/execution/resample.hpp"
+#include "corvex/core/report/common/resample.hpp"
 
-#include "corvex/core/report/execution/stored_dates.hpp"
+#include "corvex/core/report/common/stored_dates.hpp"
 #include "corvex/core/report/module_globals.hpp"
 
 namespace corvex::report {

@@ -1,4 +1,4 @@
-#include "corvex/engine/metrics/trade_figures.hpp"
+#include "corvex/engine/trades/trade_figures.hpp"
 
 #include "corvex/engine/core/lanes.hpp"
 

@@ -1,4 +1,4 @@
-#include "corvex/engine/metrics/tail_risk.hpp"
+#include "corvex/engine/statistics/tail_risk.hpp"
 
 #include <algorithm>
 #include <cmath>

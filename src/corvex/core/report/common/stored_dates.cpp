@@ -1,4 +1,4 @@
-#include "corvex/core/report/execution/stored_dates.hpp"
+#include "corvex/core/report/common/stored_dates.hpp"
 
 #include "corvex/core/report/module_globals.hpp"
 

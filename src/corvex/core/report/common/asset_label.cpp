@@ -1,4 +1,4 @@
-#include "corvex/core/report/execution/asset_label.hpp"
+#include "corvex/core/report/common/asset_label.hpp"
 
 namespace corvex::report {
 

@@ -1,4 +1,4 @@
-#include "corvex/core/report/execution/signal_dates.hpp"
+#include "corvex/core/report/common/signal_dates.hpp"
 
 #include "corvex/core/report/module_globals.hpp"
 

@@ -1,4 +1,4 @@
-#include "corvex/core/report/execution/type_check.hpp"
+#include "corvex/core/report/common/type_check.hpp"
 
 #include "corvex/core/report/module_globals.hpp"
 

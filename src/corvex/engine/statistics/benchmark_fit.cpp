@@ -1,4 +1,4 @@
-#include "corvex/engine/metrics/benchmark_fit.hpp"
+#include "corvex/engine/statistics/benchmark_fit.hpp"
 
 #include "corvex/engine/core/lanes.hpp"
 #include "corvex/engine/series/returns.hpp"
