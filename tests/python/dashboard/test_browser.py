@@ -98,7 +98,8 @@ def test_charts_are_drawn_and_hostile_names_are_text(open_page, simulated):
     assert all(name.endswith("AMD") for name in column(page, 1))
     assert page.evaluate("document.querySelectorAll('script').length") == 6
     # The chart library would also offer to send the data to its makers' service.
-    tools = page.locator("#equity .modebar-btn").evaluate_all("all => all.map(b => b.ariaLabel)")
+    buttons = page.locator("#equity .modebar-btn")
+    tools = buttons.evaluate_all("all => all.map(b => b.dataset.title)")
     assert tools[0].startswith("Download")
     assert not re.search("cloud|share|edit", str(tools), re.IGNORECASE)
     # Chart texts know some markup: the benchmark's name must show as it is there too.
