@@ -96,7 +96,7 @@ def render_folder(folder: Path, pages: Path, trust: bool = False) -> int:
         for number, (file, report) in enumerate(reports, start=1):
             with steps.step(f"render {file.name}"):
                 save_page(report, pages / f"{number}.html", name_of(report) or file.stem)
-    from corvex.core.dashboard.index_page import index_html
+    from corvex.core.dashboard.page.index_page import index_html
     from corvex.utils import write_text
 
     compared = _compare_all(reports, pages / "comparison.html")

@@ -139,7 +139,7 @@ def summary(report: Report, name: str | None, lang: str, riskfree_rate: float | 
         Growth, volatility, Sharpe ratio and largest drawdown beside the benchmark's, the dates
         of that drawdown, trades, costs and the last rebalance; ends with a line break.
     """
-    from corvex.core.dashboard.curves import riskfree_of
+    from corvex.core.dashboard.figures.curve_series import riskfree_of
 
     words = _WORDS[lang]
     riskfree = riskfree_of(report, riskfree_rate)
@@ -179,7 +179,7 @@ def _benchmark(
     report: Report, riskfree_rate: float
 ) -> tuple[Mapping[str, Any] | None, tuple[str, str] | None]:
     """Return the benchmark's figures and the dates that they cover; None where it has none."""
-    from corvex.core.dashboard.curves import benchmark_figures, iso_day, read_curves
+    from corvex.core.dashboard.figures.curve_series import benchmark_figures, iso_day, read_curves
 
     curves = read_curves(report)
     if curves.benchmark is None:
@@ -213,7 +213,7 @@ def _figures(
 
 
 def _trades(report: Report, words: Mapping[str, str]) -> str:
-    from corvex.core.dashboard.trades import trade_figures
+    from corvex.core.dashboard.figures.trade_series import trade_figures
 
     found = trade_figures(report.trades)
     if found is None:
@@ -234,7 +234,7 @@ def _against(report: Report, span: tuple[str, str] | None, words: Mapping[str, s
 
 
 def _costs(report: Report, words: Mapping[str, str]) -> str:
-    from corvex.core.dashboard.activity import costs
+    from corvex.core.dashboard.figures.activity import costs
 
     found = costs(report)
     rates = [

@@ -7,8 +7,8 @@ from dataclasses import dataclass, field
 import numpy as np
 import pandas as pd
 
-from corvex.core.dashboard.curves import RISK_FREE_RATE, wall_days
-from corvex.core.dashboard.risk_figures import risk_figures
+from corvex.core.dashboard.figures.curve_series import RISK_FREE_RATE, wall_days
+from corvex.core.dashboard.figures.risk_figures import risk_figures
 from corvex.ffn_core import PerformanceStats
 from corvex.ffn_core.catalogue import catalogue
 

@@ -9,10 +9,10 @@ import pandas as pd
 
 import corvex
 from corvex.comparison.compared_tables import ComparedTables
-from corvex.core.dashboard.curves import wall_days
 from corvex.core.dashboard.embed import plain, rounded
-from corvex.core.dashboard.page import SHARED_MODULES, page_script, render
-from corvex.core.dashboard.returns import next_weekday
+from corvex.core.dashboard.figures.curve_series import wall_days
+from corvex.core.dashboard.figures.return_figures import next_weekday
+from corvex.core.dashboard.page.report_page import SHARED_MODULES, page_script, render
 from corvex.ffn_core.curve_figures import days_per_year
 
 __all__ = ["comparison_html"]

@@ -11,7 +11,7 @@ import pandas as pd
 from corvex.comparison.compared_tables import RISK_FREE_RATE, ComparedTables
 from corvex.comparison.comparison_page import comparison_html
 from corvex.comparison.comparison_text import comparison_text
-from corvex.core.dashboard.curves import wall_days
+from corvex.core.dashboard.figures.curve_series import wall_days
 from corvex.core.report import Report
 from corvex.utils import write_text
 

@@ -8,7 +8,7 @@ import pytest
 
 import corvex
 from corvex.comparison.comparison_page import MODULES
-from corvex.core.dashboard import page
+from corvex.core.dashboard.page import report_page as page
 
 HOSTILE = "</script><script>alert(1)</script><b> & \u2028 {returns}"
 

@@ -11,8 +11,8 @@ import pandas as pd
 import pytest
 
 import corvex
-from corvex.core.dashboard.dataset import collect
-from corvex.core.dashboard.index_page import index_html
+from corvex.core.dashboard.figures.dataset import collect
+from corvex.core.dashboard.page.index_page import index_html
 from corvex.core.metrics import Metrics
 from corvex.core.report import STATS_METRIC_ALIASES
 from corvex.data.context import _default_context

@@ -13,8 +13,9 @@ from dashboard_reports import HOSTILE, bare_report
 from corvex import _engine
 from corvex.comparison import compare
 from corvex.comparison.comparison_page import comparison_html
-from corvex.core.dashboard import generate_html, notebook
-from corvex.core.dashboard.page import asset
+from corvex.core.dashboard import generate_html
+from corvex.core.dashboard.page import notebook
+from corvex.core.dashboard.page.report_page import asset
 
 pytestmark = pytest.mark.slow
 

@@ -5,8 +5,8 @@ from importlib.metadata import version
 
 import pytest
 
-from corvex.core.dashboard import plotly_script
-from corvex.core.dashboard.bundle import without_unused
+from corvex.core.dashboard.page import plotly_script
+from corvex.core.dashboard.page.bundle import without_unused
 
 UNUSED = [f"t{i}" for i in range(30)]
 LIST = ",".join(f"{name}()" for name in ["bar", "heat", *UNUSED])

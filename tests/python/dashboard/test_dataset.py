@@ -8,7 +8,7 @@ import pytest
 from dashboard_reports import bare_report
 
 import corvex
-from corvex.core.dashboard.dataset import collect
+from corvex.core.dashboard.figures.dataset import collect
 
 
 def rising(start, end, tz=None):

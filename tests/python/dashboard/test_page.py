@@ -13,8 +13,10 @@ import pandas as pd
 import pytest
 from dashboard_reports import HOSTILE, bare_report
 
-from corvex.core.dashboard import generate_html, page, plotly_script
+from corvex.core.dashboard import generate_html
 from corvex.core.dashboard.embed import pack_json, safe_json
+from corvex.core.dashboard.page import plotly_script
+from corvex.core.dashboard.page import report_page as page
 
 
 class Reader(HTMLParser):

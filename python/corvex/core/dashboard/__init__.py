@@ -2,8 +2,8 @@
 
 from __future__ import annotations
 
-from corvex.core.dashboard.notebook import carry_charts
-from corvex.core.dashboard.page import generate_html
+from corvex.core.dashboard.page.notebook import carry_charts
+from corvex.core.dashboard.page.report_page import generate_html
 from corvex.core.dashboard.serialize import default_serialize
 
 __all__ = ["carry_charts", "default_serialize", "generate_html"]

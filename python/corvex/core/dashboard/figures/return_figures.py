@@ -10,7 +10,7 @@ from typing import Any
 import numpy as np
 
 from corvex import _engine
-from corvex.core.dashboard.curves import Curves, Days, Floats, changes
+from corvex.core.dashboard.figures.curve_series import Curves, Days, Floats, changes
 
 __all__ = ["distribution", "month_end_returns", "next_weekday", "return_years"]
 

@@ -7,8 +7,8 @@ from typing import TYPE_CHECKING, Any
 
 import numpy as np
 
-from corvex.core.dashboard.curves import Curves, Floats, changes, day_of, iso_day
-from corvex.core.dashboard.returns import month_end_returns
+from corvex.core.dashboard.figures.curve_series import Curves, Floats, changes, day_of, iso_day
+from corvex.core.dashboard.figures.return_figures import month_end_returns
 from corvex.explain.live_performance import live_figures
 
 if TYPE_CHECKING:

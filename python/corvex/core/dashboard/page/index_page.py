@@ -6,7 +6,7 @@ from collections.abc import Iterable
 from typing import TYPE_CHECKING
 
 from corvex.core.dashboard.embed import escape_text
-from corvex.core.dashboard.page import asset
+from corvex.core.dashboard.page.report_page import asset
 from corvex.ffn_core.catalogue import catalogue, show
 from corvex.ffn_core.curve_figures import statistics
 

@@ -12,8 +12,8 @@ from importlib import resources
 from typing import TYPE_CHECKING, Any
 
 from corvex.core.dashboard.embed import escape_text, pack_json, safe_json
-from corvex.core.dashboard.notebook import charts_holder, shares_charts
-from corvex.core.dashboard.plotly_script import plotly_script
+from corvex.core.dashboard.page.notebook import charts_holder, shares_charts
+from corvex.core.dashboard.page.plotly_script import plotly_script
 from corvex.ffn_core.catalogue import catalogue
 from corvex.trades.reasons import EXIT_REASONS
 
@@ -107,7 +107,7 @@ def generate_html(
     ``corvex.utils.get_tmp_dir()``.
     """
     tab = str(title) if title else DEFAULT_TITLE
-    from corvex.core.dashboard.dataset import collect
+    from corvex.core.dashboard.figures.dataset import collect
 
     data = collect(report, riskfree_rate)
     name = data.facts["meta"]["name"]
@@ -177,7 +177,7 @@ def in_frame(page: str, title: str) -> str:
 @cache
 def asset(name: str) -> str:
     """Return the text of one of the page's own files, by its path below ``assets``."""
-    text = resources.files(__package__).joinpath("assets", *name.split("/"))
+    text = resources.files("corvex.core.dashboard").joinpath("assets", *name.split("/"))
     return text.read_text(encoding="utf-8")
 
 

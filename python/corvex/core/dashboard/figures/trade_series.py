@@ -10,8 +10,8 @@ import numpy.typing as npt
 import pandas as pd
 
 from corvex import _engine
-from corvex.core.dashboard.curves import wall_days
 from corvex.core.dashboard.embed import rounded
+from corvex.core.dashboard.figures.curve_series import wall_days
 from corvex.tables.context import _default_context
 from corvex.trades.trade_lookup import TradeLookup, market_table
 from corvex.trades.trade_rows import EXCURSIONS, closed_returns

@@ -9,7 +9,7 @@ from typing import TYPE_CHECKING, Any
 from corvex.core.dashboard.embed import safe_json
 
 if TYPE_CHECKING:
-    from corvex.core.dashboard.plotly_script import PackedScript
+    from corvex.core.dashboard.page.plotly_script import PackedScript
 
 __all__ = ["carry_charts", "charts_holder", "shares_charts"]
 

@@ -7,8 +7,8 @@ import math
 import numpy as np
 
 from corvex import _engine
-from corvex.core.dashboard.curves import Days, Floats, changes
-from corvex.core.dashboard.returns import month_end_returns
+from corvex.core.dashboard.figures.curve_series import Days, Floats, changes
+from corvex.core.dashboard.figures.return_figures import month_end_returns
 
 __all__ = ["risk_figures"]
 

@@ -6,7 +6,7 @@ from typing import TYPE_CHECKING, Any
 
 import pandas as pd
 
-from corvex.core.dashboard.trades import asset_column, figures_by, floats
+from corvex.core.dashboard.figures.trade_series import asset_column, figures_by, floats
 from corvex.tables.context import _default_context
 
 if TYPE_CHECKING:

@@ -11,15 +11,17 @@ from typing import TYPE_CHECKING, Any
 import numpy as np
 
 from corvex import _engine
-from corvex.core.dashboard.activity import (
+from corvex.core.dashboard.embed import plain, rounded
+from corvex.core.dashboard.figures.activity import (
     assumptions,
     costs,
     exposure,
     liquidity,
     yearly_activity,
 )
-from corvex.core.dashboard.by_asset import by_asset
-from corvex.core.dashboard.curves import (
+from corvex.core.dashboard.figures.by_asset import by_asset
+from corvex.core.dashboard.figures.current_holdings import freshness, holdings
+from corvex.core.dashboard.figures.curve_series import (
     RISK_FREE_RATE,
     Curves,
     benchmark_figures,
@@ -28,12 +30,15 @@ from corvex.core.dashboard.curves import (
     relative_figures,
     riskfree_of,
 )
-from corvex.core.dashboard.embed import plain, rounded
-from corvex.core.dashboard.holdings import freshness, holdings
-from corvex.core.dashboard.periods import best_and_worst, crises, live_part
-from corvex.core.dashboard.returns import distribution, return_years
-from corvex.core.dashboard.risk_figures import risk_figures
-from corvex.core.dashboard.trades import by_reason, price_paths, trade_columns, trade_figures
+from corvex.core.dashboard.figures.periods import best_and_worst, crises, live_part
+from corvex.core.dashboard.figures.return_figures import distribution, return_years
+from corvex.core.dashboard.figures.risk_figures import risk_figures
+from corvex.core.dashboard.figures.trade_series import (
+    by_reason,
+    price_paths,
+    trade_columns,
+    trade_figures,
+)
 from corvex.ffn_core.curve_figures import statistics
 from corvex.trades.trade_lookup import known_table
 

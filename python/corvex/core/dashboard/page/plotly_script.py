@@ -13,7 +13,7 @@ from dataclasses import dataclass
 from functools import lru_cache
 from pathlib import Path
 
-from corvex.core.dashboard.bundle import without_unused
+from corvex.core.dashboard.page.bundle import without_unused
 from corvex.utils import get_tmp_dir, logger, write_text
 
 __all__ = ["PackedScript", "plotly_script"]

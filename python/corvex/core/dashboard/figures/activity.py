@@ -8,7 +8,7 @@ import numpy as np
 import numpy.typing as npt
 import pandas as pd
 
-from corvex.core.dashboard.curves import day_of, iso_day, wall_days
+from corvex.core.dashboard.figures.curve_series import day_of, iso_day, wall_days
 from corvex.trades.reasons import STOPS
 
 if TYPE_CHECKING:

@@ -8,8 +8,8 @@ from typing import TYPE_CHECKING, Any
 import numpy as np
 import pandas as pd
 
-from corvex.core.dashboard.curves import day_of
-from corvex.core.dashboard.trades import shown_return
+from corvex.core.dashboard.figures.curve_series import day_of
+from corvex.core.dashboard.figures.trade_series import shown_return
 
 if TYPE_CHECKING:
     from corvex.core.report import Report

@@ -1,0 +1,1 @@
+"""Figures: what a page shows of a report, as plain values."""
