@@ -21,6 +21,7 @@ if TYPE_CHECKING:
     from corvex.explain.attribution import contributions, exposure, turnover
     from corvex.explain.live_performance import live_figures
     from corvex.ordering import orders
+    from corvex.safe_file import load, save
     from corvex.significance import check_lookahead, confidence, trial_statistics
     from corvex.simulation import simulate
     from corvex.simulation.given_curves import from_equity, from_returns
@@ -40,7 +41,9 @@ __all__ = [
     "from_returns",
     "get_token",
     "live_figures",
+    "load",
     "orders",
+    "save",
     "simulate",
     "trial_statistics",
     "turnover",
@@ -57,7 +60,9 @@ _LAZY = {
     "from_equity": "corvex.simulation.given_curves",
     "from_returns": "corvex.simulation.given_curves",
     "live_figures": "corvex.explain.live_performance",
+    "load": "corvex.safe_file",
     "orders": "corvex.ordering",
+    "save": "corvex.safe_file",
     "simulate": "corvex.simulation",
     "trial_statistics": "corvex.significance",
     "turnover": "corvex.explain.attribution",

@@ -17,7 +17,7 @@ def test_example_simulates_prints_and_saves(tmp_path, monkeypatch, capsys):
     exec(compile(example, str(README), "exec"), names)
 
     assert "six-month winners" in capsys.readouterr().out
-    assert (tmp_path / "winners.pkl").stat().st_size > 0
+    assert (tmp_path / "winners.corvex").stat().st_size > 0
     assert len(names["report"].get_trades()) > 100
 
 

@@ -64,7 +64,9 @@ RiskFree = Annotated[
 ]
 Out = Annotated[
     Path | None,
-    typer.Option(help="File, or existing folder, to write the report to (as a pickle)."),
+    typer.Option(
+        help="File, or existing folder, to write the report to: as data (.corvex), else a pickle."
+    ),
 ]
 
 
@@ -112,14 +114,14 @@ def demo(
     """Run a momentum strategy on the built-in prices and show its report.
 
     Each month it holds the five of twenty US stocks with the best 12-1 momentum, with fees and a
-    trailing stop. The report is saved to corvex-demo.pkl in the current folder, or to --out, and
+    trailing stop. The report is saved to corvex-demo.corvex in the current folder, or to --out, and
     its page beside it.
     """
     from corvex.cli.demo import NAME, STEPS, SURVIVORS, publish_demo, run_demo
     from corvex.cli.summary import language
 
     chosen = language(lang)
-    target = target_file(out or Path(), "corvex-demo.pkl")
+    target = target_file(out or Path(), "corvex-demo.corvex")
     page = None if is_special(target) else _beside(target)
     with Steps(STEPS + 3) as steps:
         report = run_demo(steps)
@@ -139,15 +141,15 @@ def demo(
         print(f"Page written to {page}")
 
 
-def _beside(pickle: Path) -> Path:
-    """Return where the page of a report goes that was saved as a pickle."""
-    return pickle.with_suffix(".page.html" if pickle.suffix == ".html" else ".html")
+def _beside(saved: Path) -> Path:
+    """Return where the page of a saved report goes."""
+    return saved.with_suffix(".page.html" if saved.suffix == ".html" else ".html")
 
 
 @app.command()
 @plain_errors
 def show(
-    file: Annotated[Path, typer.Argument(help="A report that was saved as a pickle.")],
+    file: Annotated[Path, typer.Argument(help="A saved report (.corvex or a pickle).")],
     width: Width = None,
     metrics: Annotated[
         bool, typer.Option("--metrics", help="Print all figures instead of the summary.")
@@ -238,7 +240,7 @@ def report(
 
     chosen = language(lang)
     title = name or file.name.partition(".")[0]
-    target = target_file(out, f"{title}.pkl") if out is not None else None
+    target = target_file(out, f"{title}.corvex") if out is not None else None
     page = target_file(html, f"{title}.html") if html is not None else None
     result = report_on_file(
         file, column=column, returns=returns, benchmark=benchmark, market=market, name=title,

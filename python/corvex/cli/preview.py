@@ -12,7 +12,7 @@ from typing import TYPE_CHECKING, Annotated
 import typer
 
 from corvex.cli.console import Steps, note, plain_errors
-from corvex.cli.saved import Html, Trust, load_report, name_of, save_page, target_file
+from corvex.cli.saved import PATTERNS, Html, Trust, load_report, name_of, save_page, target_file
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
@@ -44,7 +44,9 @@ def add_commands(app: typer.Typer) -> None:
     @app.command()
     @plain_errors
     def serve(
-        folder: Annotated[Path, typer.Argument(help="A folder with saved reports (*.pkl).")],
+        folder: Annotated[
+            Path, typer.Argument(help="A folder with saved reports (*.corvex, *.pkl).")
+        ],
         port: Annotated[
             int, typer.Option(min=0, max=65535, help="Port to serve on; a free one by default.")
         ] = 0,
@@ -82,7 +84,7 @@ def render_folder(folder: Path, pages: Path, trust: bool = False) -> int:
     ValueError
         When no file holds a report.
     """
-    files = sorted(folder.glob("*.pkl"))
+    files = sorted(file for pattern in PATTERNS for file in folder.glob(pattern))
     reports: list[tuple[Path, Report]] = []
     with Steps(2 * len(files)) as steps:
         for file in files:
@@ -92,7 +94,7 @@ def render_folder(folder: Path, pages: Path, trust: bool = False) -> int:
                 except (OSError, ValueError) as error:
                     note(f"{file.name} is left out: {error}")
         if not reports:
-            raise ValueError(f"{folder} holds no report (*.pkl)")
+            raise ValueError(f"{folder} holds no report (*.corvex, *.pkl)")
         for number, (file, report) in enumerate(reports, start=1):
             with steps.step(f"render {file.name}"):
                 save_page(report, pages / f"{number}.html", name_of(report) or file.stem)

@@ -64,7 +64,7 @@ def add_commands(app: typer.Typer) -> None:
     @app.command()
     @plain_errors
     def upload(
-        file: Annotated[Path, typer.Argument(help="A report that was saved as a pickle.")],
+        file: Annotated[Path, typer.Argument(help="A saved report (.corvex or a pickle).")],
         name: Annotated[
             str | None, typer.Option(help="The strategy's name; the report's by default.")
         ] = None,

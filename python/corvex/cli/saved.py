@@ -11,6 +11,7 @@ if TYPE_CHECKING:
     from corvex.core.report import Report
 
 __all__ = [
+    "PATTERNS",
     "Html",
     "MaxSize",
     "Trust",
@@ -40,6 +41,9 @@ Trust = Annotated[
     ),
 ]
 
+#: What saved reports are called in a folder.
+PATTERNS = ("*.corvex", "*.pkl")
+
 
 def target_file(out: Path, default_name: str) -> Path:
     """Return the file to write, known to be writable in principle before the work begins."""
@@ -55,8 +59,13 @@ def is_special(target: Path) -> bool:
 
 
 def save_report(report: Report, target: Path) -> None:
-    """Write a report as a pickle."""
-    report.to_pickle(target)
+    """Write a report: as data to a name that ends in .corvex, to any other as a pickle."""
+    if target.suffix.lower() == ".corvex":
+        from corvex.safe_file import save
+
+        save(report, target)
+    else:
+        report.to_pickle(target)
 
 
 def save_page(report: Report, target: Path, name: str | None = None) -> None:
@@ -71,14 +80,14 @@ def name_of(report: Report) -> str | None:
 
 
 def load_report(file: Path, trust: bool = False) -> Report:
-    """Read a report from a pickle.
+    """Read a report that `save_report` or `Report.to_pickle` has written.
 
     Parameters
     ----------
     file : Path
         The file.
     trust : bool, default False
-        Let it name anything, and so run any program.
+        Let a pickle name anything, and so run any program.
 
     Raises
     ------
@@ -87,9 +96,12 @@ def load_report(file: Path, trust: bool = False) -> Report:
     """
     from corvex.core.careful_pickle import UntrustedNameError, read_carefully
     from corvex.core.report import Report
+    from corvex.safe_file import is_safe_file, load
 
     if not file.exists():
         raise FileNotFoundError(f"there is no file {file}")
+    if not is_special(file) and is_safe_file(file):
+        return load(file)
     try:
         loaded = Report.from_pickle(file) if trust else read_carefully(file)
     except OSError:

@@ -21,7 +21,7 @@ if TYPE_CHECKING:
 __all__ = ["export", "inspect", "orders"]
 
 
-Saved = Annotated[Path, typer.Argument(help="A report that was saved as a pickle.")]
+Saved = Annotated[Path, typer.Argument(help="A saved report (.corvex or a pickle).")]
 
 
 def export(

@@ -41,7 +41,7 @@ _NAMES: dict[str, str] = {
     "corvex.core.metrics": "Metrics",
     "corvex.core.report": "Report ReportExecution",
     "corvex.market_info": "TWMarketInfo",
-    "corvex.markets.bound": "_restore",
+    "corvex.markets.bound": "_restore restored",
     "pandas": _PANDAS_TYPES,
     "pandas.arrays": _ARRAYS,
     "pandas._libs.arrays": "__pyx_unpickle_NDArrayBacked",

@@ -21,7 +21,7 @@ from corvex.tables.date_limits import require_in_range
 from corvex.tables.named import get_frame, require
 from corvex.utils import logger
 
-__all__ = ["BoundMarket", "Prices", "bind"]
+__all__ = ["BoundMarket", "Prices", "bind", "restored", "unbound_class"]
 
 type Prices = pd.DataFrame | Mapping[str, pd.DataFrame]
 
@@ -135,11 +135,15 @@ class BoundMarket(MarketTables):
     def __deepcopy__(self, memo: dict[int, Any]) -> Self:
         return self.__copy__()  # the tables are never changed, so they are shared
 
-    def __reduce_ex__(self, protocol: Any) -> tuple[Any, ...]:
+    def saved_state(self) -> dict[str, Any]:
+        """Return what a saved report keeps of this market: settings, and the assets' prices."""
         state = cast("dict[str, Any]", dict(super().__getstate__() or {}))  # type: ignore[call-overload]
         state.update(_tables=self._kept_tables(), _aligned=None)
         state.pop("stamps", None)
-        return _restore, (_unbound_class(type(self)), state)
+        return state
+
+    def __reduce_ex__(self, protocol: Any) -> tuple[Any, ...]:
+        return restored, (unbound_class(type(self)), self.saved_state())
 
     def _kept_tables(self) -> dict[str, pd.DataFrame]:
         """Return the tables with the named assets only, sharing one index where they can."""
@@ -174,7 +178,7 @@ def bind[M: MarketTables](
     elif benchmark is not None:
         check_benchmark(benchmark)
     index = tables["adj_close"].index if "adj_close" in tables else tables["close"].index
-    bound = object.__new__(_bound_class(_unbound_class(type(market))))
+    bound = object.__new__(_bound_class(unbound_class(type(market))))
     bound.__dict__.update(market.__dict__)
     bound.__dict__.pop("stamps", None)
     bound.__dict__.update(
@@ -216,11 +220,13 @@ def _bound_class(market_class: type[MarketTables]) -> type[MarketTables]:
     )
 
 
-def _unbound_class(market_class: type[MarketTables]) -> type[MarketTables]:
+def unbound_class(market_class: type[MarketTables]) -> type[MarketTables]:
+    """Return the class that a market had before it was bound."""
     return market_class.__mro__[2] if issubclass(market_class, BoundMarket) else market_class
 
 
-def _restore(market_class: type[MarketTables], state: dict[str, Any]) -> MarketTables:
+def restored(market_class: type[MarketTables], state: dict[str, Any]) -> MarketTables:
+    """Make a bound market of its class and its `BoundMarket.saved_state`."""
     market = object.__new__(_bound_class(market_class))
     if hasattr(market, "__setstate__"):
         market.__setstate__(state)
@@ -228,3 +234,6 @@ def _restore(market_class: type[MarketTables], state: dict[str, Any]) -> MarketT
         market.__dict__.update(state)
     _default_context.note_market(cast("BoundMarket", market))
     return market
+
+
+_restore = restored  # the name in pickles

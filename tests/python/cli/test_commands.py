@@ -31,14 +31,14 @@ def test_demo_prints_saves_and_show_prints_it_again(run, tmp_path):
     later = ["compute the statistics", "write the report", "write its page"]
     assert steps[2:] == ["simulate", *later, "publish and read back", "all"]
     assert "read back from it:\n  held CVX, LLY, MRK, RRC, XOM\n" in out
-    saved = tmp_path / "corvex-demo.pkl"
+    saved = tmp_path / "corvex-demo.corvex"
     page = tmp_path / "corvex-demo.html"
-    assert sorted(tmp_path.iterdir()) == [page, saved]
+    assert sorted(tmp_path.iterdir()) == [saved, page]
     assert f"Report written to {saved}" in out
     assert out.endswith(f"Page written to {page}\n")
     assert "<title>Momentum 12-1</title>" in page.read_text(encoding="utf-8")
 
-    report = corvex.Report.from_pickle(str(saved))
+    report = corvex.load(saved)
     assert (report.fee_ratio, report.trail_stop) == (0.001, 0.25)
     assert set(report.trades["exit_reason"]) == {"", "rebalance", "trail_stop"}
     held = (report.position > 0).sum(axis=1)
@@ -93,7 +93,7 @@ def test_report_on_equity_prices_and_returns_agree(run, tmp_path):
     assert status == 0
     assert "column 'ret' is read as returns" in err
     assert returns.partition("Report written to")[0].strip() == out.strip()
-    saved = corvex.Report.from_pickle("x.pkl")
+    saved = corvex.load("x.corvex")
     np.testing.assert_allclose(saved.creturn, values / values[0], rtol=1e-12)
 
 

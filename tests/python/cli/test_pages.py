@@ -17,6 +17,7 @@ import pytest
 
 import corvex
 from corvex.cli.page_server import PageServer
+from corvex.cli.saved import save_report
 
 sys.path.insert(0, str(Path(__file__).parents[1]))
 
@@ -28,20 +29,21 @@ HOSTILE = "<script>alert(1)</script> & co"
 def saved(path, name, seed):
     days = pd.bdate_range("2020-01-01", periods=400)
     curve = pd.Series(np.cumprod(1 + np.random.default_rng(seed).normal(0, 0.01, 400)), days)
-    corvex.from_equity(curve, name=name).to_pickle(str(path))
+    save_report(corvex.from_equity(curve, name=name), path)
     return path
 
 
 @pytest.fixture
 def folder(tmp_path):
     saved(tmp_path / "one.pkl", "One", 1)
-    saved(tmp_path / "two.pkl", HOSTILE, 2)
+    saved(tmp_path / "two.corvex", HOSTILE, 2)
     (tmp_path / "broken.pkl").write_bytes(b"no pickle")
+    (tmp_path / "broken.corvex").write_bytes(b"PK\x03\x04")
     return tmp_path
 
 
 def test_show_report_and_compare_write_pages(run, folder):
-    assert run("show", folder / "two.pkl", "--html", folder)[0] == 0
+    assert run("show", folder / "two.corvex", "--html", folder)[0] == 0
     assert "<title>&lt;script&gt;alert(1)" in (folder / "two.html").read_text(encoding="utf-8")
     csv = folder / "mine.csv"
     pd.Series([1.0, 1.1, 1.05], pd.bdate_range("2024-01-01", periods=3), name="nav").to_csv(csv)
@@ -86,6 +88,7 @@ def test_serve_shows_a_folder_until_it_is_interrupted(folder):
         _, err = server.communicate(timeout=30)
     assert server.returncode == 0
     assert "broken.pkl is left out" in err
+    assert "broken.corvex is left out" in err
     assert list(Path(own).rglob("*.html")) == []
 
 
@@ -108,7 +111,7 @@ def test_only_trusted_pickles_run_anything(run, tmp_path):
     marks = tmp_path / "marks"
     hostile = corvex.from_equity(pd.Series([1.0, 1.1], pd.bdate_range("2024-01-01", periods=2)))
     hostile.extra = RunsSomething(str(marks))
-    file, good = tmp_path / "hostile.pkl", saved(tmp_path / "good.pkl", "Good", 1)
+    file, good = tmp_path / "hostile.pkl", saved(tmp_path / "good.corvex", "Good", 1)
     hostile.to_pickle(file)
     for command in (
         ["show", file],
