@@ -45,6 +45,8 @@ def alike(one, other, path=""):
     elif isinstance(one, list | tuple):
         for a, b in zip(one, other, strict=True):
             alike(a, b, path)
+    elif isinstance(one, frozenset | set):
+        assert one == other, path
     elif type(one).__module__.startswith("corvex"):
         states = [{k: v for k, v in vars(x).items() if k not in PASSING} for x in (one, other)]
         alike(*states, path)
