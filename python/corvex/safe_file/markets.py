@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from typing import TYPE_CHECKING, Any
+from typing import TYPE_CHECKING, Any, cast
 
 import numpy as np
 import numpy.typing as npt
@@ -83,4 +83,4 @@ def market_from_record(record: Any, decoder: Decoder) -> Market:
         isinstance(table, pd.DataFrame) for table in tables.values()
     ):
         raise DamagedFileError("its market has no prices")
-    return restored(kind, state)
+    return cast("Market", restored(kind, state))
