@@ -8,11 +8,11 @@ import numpy as np
 import numpy.typing as npt
 import pandas as pd
 
-from corvex.core.trade_lookup import TradeLookup
 from corvex.market import Market
 from corvex.markets import get_market_by_name
 from corvex.markets.bound import BoundMarket, restored, unbound_class
 from corvex.safe_file.arrays import DamagedFileError
+from corvex.trades.trade_lookup import TradeLookup
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
