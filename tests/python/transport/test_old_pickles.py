@@ -18,7 +18,7 @@ from .reports import report
 # What the constructor of today does not set by itself, and what it sets but older ones did not.
 OPTIONAL = (
     "name resample current_trades current_rebalance_date next_rebalance_date "
-    "planned_rebalance_date mae_mfe data_readiness yearly_turnover costs settings "
+    "planned_rebalance_date mae_mfe data_readiness yearly_turnover costs fills settings "
     "weights next_weights actions trail_stop _execution_override live_performance_start metrics "
     "asset_type"
 ).split()  # fmt: skip
