@@ -184,7 +184,7 @@ def show(
         _print_report(loaded, name_of(loaded), width, chosen, riskfree, text=text)
     if not (metrics or trades or live):
         return
-    from corvex.cli import tables
+    from corvex.cli import report_tables as tables
 
     if metrics:
         tables.print_metrics(loaded)

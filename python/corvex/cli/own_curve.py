@@ -8,8 +8,8 @@ from typing import TYPE_CHECKING
 import pandas as pd
 
 from corvex.cli.console import note
-from corvex.cli.curve_file import CurveFile, read_table
-from corvex.cli.files import MAX_MEGABYTES
+from corvex.cli.readers.curve_file import CurveFile, read_table
+from corvex.cli.readers.table_source import MAX_MEGABYTES
 
 if TYPE_CHECKING:
     from corvex.core.report import Report

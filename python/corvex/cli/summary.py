@@ -10,7 +10,7 @@ from typing import TYPE_CHECKING, Any
 
 import numpy as np
 
-from corvex.cli.tables import count, percent
+from corvex.cli.report_tables import count, percent
 from corvex.ffn_core.catalogue import catalogue, show
 from corvex.plaintext import display_width, padded, printable
 

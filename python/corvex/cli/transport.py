@@ -64,8 +64,8 @@ def inspect(
     A report, execution or holdings dictionary alone is read as well. Exit status 1 when something
     is wrong with it.
     """
-    from corvex.cli.files import check_size
     from corvex.cli.inspection import described, name_of_schema
+    from corvex.cli.readers.table_source import check_size
     from corvex.schemas import problems
 
     check_size(file, file.stat().st_size, max_size)
@@ -115,7 +115,7 @@ def orders(
 ) -> None:
     """List the orders that bring an account to a report's target weights."""
     import corvex
-    from corvex.cli.asset_file import read_assets
+    from corvex.cli.readers.asset_file import read_assets
 
     target = target_file(out, "orders.csv") if out is not None else None
     report = load_report(file, trust)

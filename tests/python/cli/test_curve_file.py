@@ -5,7 +5,7 @@ import time
 import pandas as pd
 import pytest
 
-from corvex.cli.curve_file import read_table
+from corvex.cli.readers.curve_file import read_table
 
 JAN = ["2024-01-30", "2024-01-31"]
 

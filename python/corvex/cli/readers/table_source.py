@@ -20,7 +20,13 @@ from typing import IO, Any, Protocol
 
 import pandas as pd
 
-from corvex.cli.layout import HEAD_ROWS, count_footers, find_table, in_words, unique_names
+from corvex.cli.readers.table_layout import (
+    HEAD_ROWS,
+    count_footers,
+    find_table,
+    in_words,
+    unique_names,
+)
 
 __all__ = ["MAX_MEGABYTES", "Source", "check_size", "open_source", "read_file"]
 
@@ -135,7 +141,7 @@ def open_source(file: Path, max_megabytes: int = MAX_MEGABYTES) -> Source:
     if ending in _PARQUET:
         return _Table(_read_parquet(file, max_megabytes))
     if ending in _WORKBOOK:
-        from corvex.cli.workbook import read_workbook
+        from corvex.cli.readers.workbook import read_workbook
 
         check_size(file, file.stat().st_size, max_megabytes)
         return _Table(*read_workbook(file, lambda size: check_size(file, size, max_megabytes)))

@@ -10,7 +10,13 @@ from typing import Any
 
 import pandas as pd
 
-from corvex.cli.layout import HEAD_ROWS, count_footers, find_table, in_words, unique_names
+from corvex.cli.readers.table_layout import (
+    HEAD_ROWS,
+    count_footers,
+    find_table,
+    in_words,
+    unique_names,
+)
 
 __all__ = ["read_workbook"]
 

@@ -1,0 +1,1 @@
+"""Reading a user's own files: tables, curves and numbers, however they are written."""
