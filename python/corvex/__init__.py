@@ -22,7 +22,13 @@ if TYPE_CHECKING:
     from corvex.explain.live_performance import live_figures
     from corvex.ordering import orders
     from corvex.safe_file import load, save
-    from corvex.significance import check_lookahead, confidence, trial_statistics
+    from corvex.significance import (
+        check_lookahead,
+        confidence,
+        random_entries,
+        random_portfolios,
+        trial_statistics,
+    )
     from corvex.simulation import simulate
     from corvex.simulation.given_curves import from_equity, from_returns
 
@@ -43,6 +49,8 @@ __all__ = [
     "live_figures",
     "load",
     "orders",
+    "random_entries",
+    "random_portfolios",
     "save",
     "simulate",
     "trial_statistics",
@@ -62,6 +70,8 @@ _LAZY = {
     "live_figures": "corvex.explain.live_performance",
     "load": "corvex.safe_file",
     "orders": "corvex.ordering",
+    "random_entries": "corvex.significance",
+    "random_portfolios": "corvex.significance",
     "save": "corvex.safe_file",
     "simulate": "corvex.simulation",
     "trial_statistics": "corvex.significance",

@@ -113,6 +113,9 @@ def block_sums(returns: _Floats, blocks: int) -> tuple[_Floats, _Floats, _Ints]:
 def backtest_overfitting(
     sums: _Floats, squares: _Floats, counts: _Ints
 ) -> tuple[float, float, float, _Floats, _Floats, _Floats]: ...
+def random_targets(
+    weights: _Floats, priced: npt.NDArray[np.bool_], first_draw: int, draws: int, seed: int
+) -> _Floats: ...
 def effective_trials(returns: _Floats, threads: int = 0) -> float: ...
 
 # --- calendar -----------------------------------------------------------------------------------

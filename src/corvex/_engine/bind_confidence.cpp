@@ -4,6 +4,7 @@
 #include "corvex/engine/confidence/normal.hpp"
 #include "corvex/engine/confidence/overfitting.hpp"
 #include "corvex/engine/confidence/path_figures.hpp"
+#include "corvex/engine/confidence/random_targets.hpp"
 #include "corvex/engine/confidence/sharpe_tests.hpp"
 #include "corvex/engine/confidence/superiority.hpp"
 
@@ -188,6 +189,23 @@ nb::object bootstrap_deviations(const Table& advantages, double block) {
     return nb::cast(to_numpy(engine::bootstrap_deviations(advantages_of(advantages), block)));
 }
 
+nb::object random_targets(const Table& weights,
+                          const nb::ndarray<const bool, nb::ndim<2>, nb::c_contig, nb::device::cpu>& priced,
+                          std::size_t first_draw, std::size_t draws, std::uint64_t seed) {
+    const std::span<const double> values = all_of(weights);
+    const std::vector<std::uint8_t> known(priced.data(), priced.data() + priced.size());
+    std::vector<double> drawn(draws * values.size());
+    {
+        const nb::gil_scoped_release released;
+        engine::RandomTargets targets({values, known, weights.shape(1)});
+        for (std::size_t draw = 0; draw < draws; ++draw) {
+            engine::RandomStream stream(seed, first_draw + draw);
+            targets.draw(stream, std::span(drawn).subspan(draw * values.size(), values.size()));
+        }
+    }
+    return nb::cast(to_numpy(std::move(drawn), {draws, weights.shape(0), weights.shape(1)}));
+}
+
 void bind_single_series(nb::module_& module) {
     nb::list names;
     for (const std::string_view name : engine::path_figure_names()) {
@@ -252,6 +270,9 @@ void bind_many_trials(nb::module_& module) {
                "(sums, sums of squares, rows) of consecutive blocks of a (rows, trials) array.");
     module.def("backtest_overfitting", &backtest_overfitting, "sums"_a, "squares"_a, "counts"_a,
                "(probability, loss, slope, logits, inside, outside) over all halvings.");
+    module.def("random_targets", &random_targets, "weights"_a, "priced"_a, "first_draw"_a,
+               "draws"_a, "seed"_a,
+               "(draws, rebalances, assets): the weights on assets drawn at random.");
     module.def("effective_trials", &effective_trials, "returns"_a, "threads"_a = 0,
                "Participation ratio of a (rows, trials) array.");
 }

@@ -1,0 +1,283 @@
+"""A strategy among portfolios that were drawn at random."""
+
+from __future__ import annotations
+
+from dataclasses import dataclass
+from typing import TYPE_CHECKING, Any
+
+import numpy as np
+import numpy.typing as npt
+import pandas as pd
+
+from corvex import _engine
+from corvex.asset_labels import match_labels
+from corvex.simulation.batch import batch_dates
+from corvex.simulation.options import Options, checked_limit, read_options
+from corvex.simulation.plan.plan import Plan, make_plan
+from corvex.simulation.plan.schedule import read_offset, read_resample
+from corvex.simulation.read.columns import match_columns
+from corvex.simulation.read.price_data import PriceData, read_prices
+from corvex.simulation.read.weights import read_weights
+
+if TYPE_CHECKING:
+    from corvex.core.report import Report
+    from corvex.simulation.read.price_tables import TradeAt
+
+__all__ = ["RandomDraws", "random_entries", "random_portfolios"]
+
+_Floats = npt.NDArray[np.float64]
+#: Of simulate's arguments, those that tell how a portfolio is traded.
+_OPTIONS = (
+    *_engine.OPTION_NAMES,
+    "resample",
+    "resample_offset",
+    "trade_at",
+    "position_limit",
+    "leverage",
+    "start",
+    "end",
+    "market",
+)
+#: Numbers in the tables of weights that are drawn and run at once: 64 MiB.
+_AT_ONCE = 1 << 23
+
+
+@dataclass(frozen=True, repr=False)
+class RandomDraws:
+    """Where a result stands among random ones.
+
+    Attributes
+    ----------
+    test : str
+        What was drawn: "portfolios" or "entries".
+    figure : str
+        The figure that they are compared by.
+    own : float
+        That of the strategy.
+    draws : DataFrame, draws x figures
+        Those of the random ones.
+    rank : float
+        Share of the random ones that are below the strategy.
+    p_value : float
+        (1 + how many are at least as good) / (1 + draws): how likely chance alone does as well.
+    """
+
+    test: str
+    figure: str
+    own: float
+    draws: pd.DataFrame
+
+    @property
+    def rank(self) -> float:
+        known = self.draws[self.figure].dropna()
+        return float((known < self.own).mean()) if len(known) else float("nan")
+
+    @property
+    def p_value(self) -> float:
+        known = self.draws[self.figure].dropna()
+        if np.isnan(self.own) or not len(known):
+            return float("nan")
+        return float((1 + (known >= self.own).sum()) / (1 + len(known)))
+
+    def __repr__(self) -> str:
+        what = {"portfolios": "random portfolios", "entries": "sets of random entries"}[self.test]
+        return (
+            f"{self.figure} {self.own:.4g}, above {self.rank:.1%} of {len(self.draws)} {what} "
+            f"(p = {self.p_value:.3f})"
+        )
+
+
+def random_portfolios(
+    weights: pd.DataFrame,
+    prices: Any,
+    draws: int = 1000,
+    seed: int = 0,
+    *,
+    figure: str = "daily_sharpe",
+    riskfree_rate: float = 0.02,
+    **options: Any,
+) -> RandomDraws:
+    """Compare a strategy with portfolios of the same dates, numbers and weights in other assets.
+
+    Whenever the strategy begins to hold an asset, a random portfolio draws one that has a price,
+    and keeps it as long. So holding periods, turnover and costs are alike, and only the choice of
+    the assets differs: the test says whether choosing paid.
+
+    Parameters
+    ----------
+    weights, prices
+        As `simulate` takes them. The assets of `prices` are those drawn from.
+    draws : int, default 1000
+        How many portfolios are drawn and simulated, with the same costs and stops.
+    seed : int, default 0
+        The same seed draws the same portfolios.
+    figure : str, default "daily_sharpe"
+        A figure of the statistics record where more is better.
+    riskfree_rate : float, default 0.02
+        Per year, a fraction.
+    **options
+        As `simulate` takes them: `resample`, `trade_at`, costs, stops, `market`, `start`, ...
+
+    Returns
+    -------
+    RandomDraws
+        Its `draws` have all figures of the statistics record.
+
+    Raises
+    ------
+    ValueError
+        For fewer than 1 draw, an unknown figure, or what `simulate` refuses.
+
+    Examples
+    --------
+    >>> import corvex
+    >>> prices = corvex.data.sample("us_stocks").loc["2015":]
+    >>> best = prices.pct_change(252, fill_method=None).rank(axis=1, ascending=False) <= 5
+    >>> drawn = corvex.random_portfolios(best, prices, 200, resample="QE", fee_ratio=0.001)
+    >>> 0 <= drawn.rank <= 1
+    True
+    """
+    if draws < 1:
+        raise ValueError(f"draws must be at least 1, not {draws}")
+    if figure not in _engine.FIGURE_NAMES:
+        raise ValueError(f"figure must be one of the statistics record's, not {figure!r}")
+    data, plan, settings, trade_at = _read(weights, prices, options)
+    universe = pd.Index(data.close.columns)
+    of_all = data.of_assets(universe, trade_at, with_bars=settings.touched_exit)
+    sessions = np.ascontiguousarray(plan.schedule.sessions, dtype=np.int64)
+    targets = _in_universe(plan, universe)
+    known = ~np.isnan(of_all.matrices.close[np.maximum(sessions, 0)])
+    dates = batch_dates(data.clock.index, [plan.first_session])
+
+    def figures(tables: _Floats) -> _Floats:
+        found = _engine.simulate_many(
+            of_all.shared,
+            [(table, sessions, plan.first_session) for table in tables],
+            [settings],
+            np.array([(row, 0) for row in range(len(tables))], dtype=np.int64),
+            times=dates.times,
+            closes=dates.closes,
+            before_first=np.repeat(dates.before_first, len(tables)),
+            riskfree_rate=riskfree_rate,
+        )
+        return found["figures"]
+
+    step = max(1, _AT_ONCE // max(targets.size, 1))
+    drawn = [
+        figures(_engine.random_targets(targets, known, at, min(step, draws - at), seed))
+        for at in range(0, draws, step)
+    ]
+    names = list(_engine.FIGURE_NAMES)
+    own = figures(targets[np.newaxis])[0, names.index(figure)]
+    table = pd.DataFrame(np.concatenate(drawn), columns=names)
+    return RandomDraws("portfolios", figure, float(own), table)
+
+
+def random_entries(report: Report, draws: int = 1000, seed: int = 0) -> RandomDraws:
+    """Compare the trades of a report with the same trades begun on random dates.
+
+    Each closed trade keeps its asset, side, weight and length, and begins anywhere in the prices
+    of its asset: the test says whether its timing paid, whatever the assets did on the whole.
+
+    Parameters
+    ----------
+    report : Report
+        Its trades, and the closes of its market.
+    draws : int, default 1000
+        How often all trades are begun anew.
+    seed : int, default 0
+        The same seed draws the same dates.
+
+    Returns
+    -------
+    RandomDraws
+        By ``mean_return``, the mean return of the trades from close to close, without costs,
+        weighted with the size of their weights; NaN without a closed trade.
+
+    Raises
+    ------
+    ValueError
+        For fewer than 1 draw.
+    """
+    if draws < 1:
+        raise ValueError(f"draws must be at least 1, not {draws}")
+    generator = np.random.Generator(np.random.PCG64(seed))
+    total, sizes = np.zeros(draws), 0.0
+    own = 0.0
+    for trade in _closed_trades(report):
+        starts = trade.starts()
+        if not len(starts):
+            continue
+        begun = starts[generator.integers(0, len(starts), draws)]
+        total += trade.size * trade.returns(begun)
+        own += trade.size * float(trade.returns(np.array([trade.entry]))[0])
+        sizes += trade.size
+    means = total / sizes if sizes else np.full(draws, np.nan)
+    table = pd.DataFrame({"mean_return": means})
+    return RandomDraws("entries", "mean_return", own / sizes if sizes else float("nan"), table)
+
+
+@dataclass(frozen=True)
+class _Trade:
+    prices: _Floats
+    entry: int
+    bars: int
+    side: float
+    size: float
+
+    def returns(self, starts: npt.NDArray[np.int64]) -> _Floats:
+        moved: _Floats = self.prices[starts + self.bars] / self.prices[starts] - 1.0
+        return self.side * moved
+
+    def starts(self) -> npt.NDArray[np.int64]:
+        """Rows at which the trade could begin and end at a price."""
+        last = len(self.prices) - self.bars
+        known = ~np.isnan(self.prices)
+        return np.flatnonzero(known[:last] & known[self.bars :])
+
+
+def _read(
+    weights: pd.DataFrame, prices: Any, options: dict[str, Any]
+) -> tuple[PriceData, Plan, Options, TradeAt]:
+    unknown = sorted(set(options) - set(_OPTIONS))
+    if unknown:
+        raise TypeError(f"unknown argument {unknown[0]!r}; known are {', '.join(_OPTIONS)}")
+    get = options.get
+    limit = checked_limit(get("position_limit"))
+    table = read_weights(weights, limit=limit, leverage=bool(get("leverage")))
+    rule = read_resample(get("resample"))
+    offset = read_offset(rule, get("resample_offset"))
+    data = read_prices(
+        prices, table.labels, market=get("market"), start=get("start"), end=get("end")
+    )
+    settings = read_options(data.market, options)
+    return data, make_plan(table, data, rule, offset), settings, get("trade_at", "close")
+
+
+def _in_universe(plan: Plan, universe: pd.Index) -> _Floats:
+    """Bring the targets to the columns of all assets."""
+    found = match_columns(plan.labels, universe)
+    if found is None:
+        return np.ascontiguousarray(plan.schedule.targets)
+    targets = np.zeros((len(plan.schedule), len(universe)))
+    targets[:, found[found >= 0]] = plan.schedule.targets[:, found >= 0]
+    return targets
+
+
+def _closed_trades(report: Report) -> list[_Trade]:
+    trades = report.trades.dropna(subset=["entry_date", "exit_date", "return"])
+    close = report.market.get_price("close")
+    columns = match_labels(pd.Index(trades["symbol"]), pd.Index(close.columns))
+    rows = [
+        close.index.get_indexer(pd.DatetimeIndex(trades[c])) for c in ("entry_date", "exit_date")
+    ]
+    found = []
+    weights = trades["position"].to_numpy(dtype=np.float64)
+    for column, entry, leave, weight in zip(columns, *rows, weights, strict=True):
+        if column < 0 or entry < 0 or leave <= entry or weight == 0.0:
+            continue
+        prices = close.iloc[:, column].to_numpy(dtype=np.float64)
+        if np.isnan(prices[[entry, leave]]).any():
+            continue
+        found.append(_Trade(prices, int(entry), int(leave - entry), np.sign(weight), abs(weight)))
+    return found
