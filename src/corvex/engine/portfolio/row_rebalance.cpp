@@ -157,15 +157,21 @@ RowRebalance::Pass RowRebalance::trade(const Row& row, double equity) {
         // On another side than before, or on none before or now.
         turned |= (before * after <= 0.0) & ((before != 0.0) | (after != 0.0));
     });
-    turned_.clear();
-    for (std::size_t asset = 0; any(turned) && asset < assets_; ++asset) {
-        const double before = row.shares[asset];
-        const double after = shares_[asset];
-        if (before * after <= 0.0 && (before != 0.0 || after != 0.0)) {
-            turned_.push_back(static_cast<std::uint32_t>(asset));
-        }
-    }
+    list_turned(row.shares, any(turned));
     return {sum(bought), sum(net), sum(invested), sum(constant), sum(slope)};
+}
+
+/// Without branches: which assets turn cannot be foretold.
+void RowRebalance::list_turned(std::span<const double> before, bool any_turned) {
+    turned_.resize(any_turned ? assets_ : 0);
+    std::size_t count = 0;
+    for (std::size_t asset = 0; asset < turned_.size(); ++asset) {
+        const double product = before[asset] * shares_[asset];
+        const bool held = (before[asset] != 0.0) | (shares_[asset] != 0.0);
+        turned_[count] = static_cast<std::uint32_t>(asset);
+        count += static_cast<std::size_t>((product <= 0.0) & held);
+    }
+    turned_.resize(count);
 }
 
 } // namespace corvex::engine::portfolio

@@ -57,6 +57,7 @@ class RowRebalance {
     struct Pass;
     [[nodiscard]] double step(const Row& row, double equity_before, double equity) const;
     Pass trade(const Row& row, double equity);
+    void list_turned(std::span<const double> before, bool any_turned);
 
     double buy_rate_;
     double sell_rate_;
