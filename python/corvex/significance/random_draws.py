@@ -10,7 +10,6 @@ import numpy.typing as npt
 import pandas as pd
 
 from corvex import _engine
-from corvex.asset_labels import match_labels
 from corvex.simulation.batch import batch_dates
 from corvex.simulation.options import Options, checked_limit, read_options
 from corvex.simulation.plan.plan import Plan, make_plan
@@ -18,6 +17,7 @@ from corvex.simulation.plan.schedule import read_offset, read_resample
 from corvex.simulation.read.columns import match_columns
 from corvex.simulation.read.price_data import PriceData, read_prices
 from corvex.simulation.read.weights import read_weights
+from corvex.tables.asset_labels import match_labels
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
