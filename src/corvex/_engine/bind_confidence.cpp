@@ -189,9 +189,10 @@ nb::object bootstrap_deviations(const Table& advantages, double block) {
     return nb::cast(to_numpy(engine::bootstrap_deviations(advantages_of(advantages), block)));
 }
 
-nb::object random_targets(const Table& weights,
-                          const nb::ndarray<const bool, nb::ndim<2>, nb::c_contig, nb::device::cpu>& priced,
-                          std::size_t first_draw, std::size_t draws, std::uint64_t seed) {
+nb::object
+random_targets(const Table& weights,
+               const nb::ndarray<const bool, nb::ndim<2>, nb::c_contig, nb::device::cpu>& priced,
+               std::size_t first_draw, std::size_t draws, std::uint64_t seed) {
     const std::span<const double> values = all_of(weights);
     const std::vector<std::uint8_t> known(priced.data(), priced.data() + priced.size());
     std::vector<double> drawn(draws * values.size());

@@ -11,11 +11,13 @@ namespace corvex::engine {
 
 /// Target weights whose assets are to be exchanged for others at random.
 struct TargetTable {
-    std::span<const double> weights;       ///< rebalances x assets
-    std::span<const std::uint8_t> priced;  ///< the same shape: whether the asset has a price then
+    std::span<const double> weights;      ///< rebalances x assets
+    std::span<const std::uint8_t> priced; ///< the same shape: whether the asset has a price then
     std::size_t assets = 0;
 
-    [[nodiscard]] std::size_t rebalances() const { return assets == 0 ? 0 : weights.size() / assets; }
+    [[nodiscard]] std::size_t rebalances() const {
+        return assets == 0 ? 0 : weights.size() / assets;
+    }
 };
 
 /// Draws portfolios that differ from a strategy's in their assets alone: on each date as many
