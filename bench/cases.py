@@ -142,7 +142,21 @@ def trials(data: Path, _variant: str) -> None:
     )
 
 
+def daily_weights(data: Path, _variant: str) -> None:
+    """Weights of 500 assets for each of 2,520 days, and a single asset's 5,000 prices."""
+    draw = np.random.default_rng(7)
+    steps = draw.normal(0.0003, 0.015, (2520, 500))
+    weights = draw.uniform(0.5, 1.5, (2519, 500))
+    np.savez(
+        data,
+        prices=100.0 * np.exp(np.cumsum(steps, axis=0)),
+        weights=weights / weights.sum(axis=1, keepdims=True),
+        single=100.0 * np.exp(np.cumsum(draw.normal(0.0003, 0.015, (5000, 1)), axis=0)),
+    )
+
+
 CALL = "to_dict()"
+DAILY, ONE_ASSET = "daily, 500 assets", "one asset held"
 ENGINE = "engine"
 KERNEL = "query_data_int64"
 IMPORT = "import corvex.core.report"
@@ -239,9 +253,17 @@ CASES = [
             Goal(SIMULATE, "vectorbt", 20, LARGE),
             Goal(SIMULATE, "vectorbt", 1, SMALL),
             Goal(BARE, "numpy.sum", 1 / 4, LARGE),
-            Goal(FULL, "numpy.sum", 1 / 8, LARGE),
+            Goal(FULL, "numpy.sum", 1 / 10, f"{LARGE} all"),  # where many stops fire
+            Goal(FULL, "numpy.sum", 1 / 6, f"{LARGE} best"),
         ),
         tuple(f"{size} {choice}" for size in (SMALL, MIDDLE, LARGE) for choice in ("all", "best")),
+    ),
+    Case(
+        "daily",
+        "the engine's own pace: daily rebalances of 500 assets, and one asset over 5,000 sessions",
+        ("corvex",),
+        daily_weights,
+        limits={DAILY: 500 * 2520 / 600e6, ONE_ASSET: 5000 * 6e-9},
     ),
     Case(
         "page",

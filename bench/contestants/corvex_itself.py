@@ -219,6 +219,31 @@ def simulate(data: Path) -> list[Entry]:
     ]
 
 
+def daily(data: Path) -> list[Entry]:
+    import numpy as np
+
+    from corvex import _engine
+    from corvex.simulation.options import Options
+
+    arrays = load(data)
+    fee = Options(fee_ratio=0.001)
+    bare = dict.fromkeys(("record_positions", "record_trades", "record_excursions"), False)
+    many = _engine.PriceSet(close=arrays["prices"])
+    one = _engine.PriceSet(close=arrays["single"])
+    every_day = np.arange(len(arrays["weights"]))
+    months = np.arange(0, 4999, 21)
+    in_and_out = (np.arange(len(months)) % 2).astype(float)[:, np.newaxis]
+
+    def run(prices: object, weights: object, signals: object) -> object:
+        return _engine.simulate(prices, weights, signals, options=fee, **bare)
+
+    return [
+        time_call("daily, 500 assets", lambda: run(many, arrays["weights"], every_day)),
+        time_call("one asset held", lambda: run(one, np.ones((1, 1)), months[:1])),
+        time_call("  bought and sold in turns", lambda: run(one, in_and_out, months)),
+    ]
+
+
 def confidence(data: Path) -> list[Entry]:
     """On one thread, as the peers work."""
     from corvex import _engine
@@ -421,5 +446,6 @@ main(
         "interactive": interactive,
         "agree": agree,
         "confidence": confidence,
+        "daily": daily,
     },
 )
