@@ -12,6 +12,8 @@ SHELL := /bin/bash
 VENV := .venv
 VENV22 := .venv-pandas22
 PY := $(VENV)/bin/python
+# Which CPython the environment has, as wheels are named: cp312.
+TAG = $(shell $(PY) -c 'import sys; print("cp%d%d" % sys.version_info[:2])')
 JOBS ?= 2
 # Extra arguments for pytest: make test PYTEST_ARGS="-k drawdown -x"
 PYTEST_ARGS ?=
@@ -66,11 +68,27 @@ $(VENV)/stamp-lint: $(VENV)/stamp-tools
 .PHONY: build
 build: $(VENV)/stamp-build ## make .venv, build the extensions, install corvex there (editable)
 
-.PHONY: wheel
-wheel: $(VENV)/stamp-tools ## build a wheel into dist/
-	@rm -f dist/corvex-*.whl
+.PHONY: raw-wheel
+raw-wheel: $(VENV)/stamp-tools
+	@rm -f dist/corvex-*-$(TAG)-*.whl
 	$(PY) -m pip wheel -q --no-build-isolation --no-deps --wheel-dir dist .
-	ls dist/corvex-*.whl
+
+# auditwheel finds the oldest systems that the wheel runs on, and says so in its name.
+.PHONY: wheel
+wheel: raw-wheel ## build a wheel for other machines into dist/, and check it
+	@$(PY) -m pip install -q --group wheel
+	raw="$$(ls dist/corvex-*-$(TAG)-linux_*.whl)"
+	PATH="$(CURDIR)/$(VENV)/bin:$$PATH" tools/quietly.sh build/logs/auditwheel \
+	    $(PY) -m auditwheel repair -w dist "$$raw"
+	rm "$$raw"
+	$(PY) tools/check_wheel.py dist/corvex-*-$(TAG)-*.whl
+
+.PHONY: sdist
+sdist: $(VENV)/stamp-tools ## build a source distribution into dist/
+	@$(PY) -m pip install -q --group wheel
+	rm -f dist/corvex-*.tar.gz
+	$(PY) -m build -q --sdist --no-isolation --outdir dist .
+	ls dist/corvex-*.tar.gz
 
 # Configures and builds a preset of CMakePresets.json: $(call cmake,preset,options)
 define cmake
@@ -113,21 +131,29 @@ test-fast: $(VENV)/stamp-build ## run the Python tests that answer quickly: the 
 	@HYPOTHESIS_PROFILE=fast $(PY) -m pytest -n $(JOBS) -m 'not slow' $(PYTEST_ARGS)
 
 .PHONY: pandas22
-pandas22: wheel
+pandas22: raw-wheel
 	@if [ ! -e $(VENV22)/stamp ] || [ pyproject.toml -nt $(VENV22)/stamp ]; then
 	    echo "making $(VENV22)"
 	    $(PY) -m venv --clear $(VENV22)
 	    $(VENV22)/bin/python -m pip install -q 'pip>=25.1'
-	    $(VENV22)/bin/python -m pip install -q --group test --group pandas22 dist/corvex-*.whl
+	    $(VENV22)/bin/python -m pip install -q --group test --group pandas22 dist/corvex-*-$(TAG)-*.whl
 	    touch $(VENV22)/stamp
 	fi
-	$(VENV22)/bin/python -m pip install -q --no-deps --force-reinstall dist/corvex-*.whl
+	$(VENV22)/bin/python -m pip install -q --no-deps --force-reinstall dist/corvex-*-$(TAG)-*.whl
 	$(VENV22)/bin/python -c 'import pandas; print("pandas", pandas.__version__)'
 
 # The wheel is tested here, not the source tree: this also shows that it is complete.
 .PHONY: test-pandas22
 test-pandas22: pandas22 ## run the Python tests against the built wheel under pandas 2.2
 	@$(VENV22)/bin/python -m pytest -n $(JOBS) $(PYTEST_ARGS)
+
+# The one that the environment has is tested by the other targets.
+.PHONY: test-pythons
+test-pythons: $(VENV)/stamp-tools ## run the quick tests against a wheel for each other CPython from 3.12 on
+	@for python in $$(tools/find_python.sh --all); do
+	    tag="$$("$$python" -c 'import sys; print("cp%d%d" % sys.version_info[:2])')"
+	    [[ $$tag == $(TAG) ]] || tools/test_python.sh "$$python" "$$tag" -n $(JOBS) $(PYTEST_ARGS)
+	done
 
 .PHONY: test-pickle-across
 test-pickle-across: $(VENV)/stamp-build pandas22 ## read reports saved under pandas 2.2 with pandas 3
@@ -217,5 +243,5 @@ tidy: $(VENV)/stamp-lint ## run clang-tidy on the engine (slow)
 
 .PHONY: clean
 clean: ## remove all that was built, the environments too
-	@rm -rf build dist node_modules $(VENV) $(VENV22) .pytest_cache .mypy_cache .ruff_cache .hypothesis
+	@rm -rf build dist node_modules $(VENV) $(VENV22) .venv-cp3* .pytest_cache .mypy_cache .ruff_cache .hypothesis
 	find python tests -name __pycache__ -type d -prune -exec rm -rf {} +

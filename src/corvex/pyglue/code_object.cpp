@@ -1,11 +1,12 @@
 #include "corvex/pyglue/code_object.hpp"
 
+#include "corvex/pyglue/cpython.hpp"
+
 namespace corvex::pyglue {
 
 nb::object make_code_object(const FunctionSpec& spec, const nb::tuple& names, nb::handle module,
                             nb::handle qualname) {
-    const auto empty = nb::steal<nb::object>(
-        reinterpret_cast<PyObject*>(PyCode_NewEmpty("<compiled>", spec.name, 1)));
+    const auto empty = nb::steal<nb::object>(cpython::empty_code(spec.name));
     if (!empty.is_valid()) {
         throw nb::python_error();
     }

@@ -1,6 +1,7 @@
 // The module's entry: one load per process, and a load that fails leaves no trace.
 #include "corvex/core/report/load_sequence.hpp"
 #include "corvex/core/report/module_globals.hpp"
+#include "corvex/pyglue/cpython.hpp"
 #include "corvex/pyglue/errors.hpp"
 
 namespace corvex::report {
@@ -46,11 +47,7 @@ int execute(PyObject* module) {
     }
 }
 
-PyModuleDef_Slot slots[] = {
-    {Py_mod_exec, reinterpret_cast<void*>(execute)},
-    {Py_mod_multiple_interpreters, Py_MOD_MULTIPLE_INTERPRETERS_NOT_SUPPORTED},
-    {0, nullptr},
-};
+auto slots = pyglue::cpython::module_slots(execute);
 
 PyModuleDef definition = {
     .m_base = PyModuleDef_HEAD_INIT,
@@ -58,7 +55,7 @@ PyModuleDef definition = {
     .m_doc = "Backtest reports: what a simulation gave, to read, show, save and trade on.",
     .m_size = 0,
     .m_methods = nullptr,
-    .m_slots = slots,
+    .m_slots = slots.data(),
     .m_traverse = nullptr,
     .m_clear = nullptr,
     .m_free = nullptr,
@@ -68,6 +65,4 @@ PyModuleDef definition = {
 
 } // namespace corvex::report
 
-extern "C" [[gnu::visibility("default")]] PyObject* PyInit_report() {
-    return PyModuleDef_Init(&corvex::report::definition);
-}
+PyMODINIT_FUNC PyInit_report() { return PyModuleDef_Init(&corvex::report::definition); }
