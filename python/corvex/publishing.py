@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import datetime as dt
 import os
 import re
 import warnings
@@ -103,15 +102,5 @@ def rehearse(report: Report, name: str | None = None) -> tuple[str, dict[str, An
     ValueError
         When the name cannot be used.
     """
-    cleaned = clean_name(resolve_upload_name(name, os.environ))
-    payload = report.to_payload_dict(trades_limit=500)
-    document = {
-        "schema": payload["schema"],
-        "sid": cleaned,
-        "name": cleaned,
-        "report": payload["report"],
-        "execution": payload["execution"],
-        "holdings": payload["holdings"],
-        "updated_at": dt.datetime.now(dt.UTC).isoformat(),
-    }
-    return cleaned, document
+    clean_name(resolve_upload_name(name, os.environ))
+    return report._rehearse_upload(name)

@@ -1,5 +1,6 @@
 #include "corvex/core/report/execution/from_cloud.hpp"
 
+#include "corvex/core/report/document_path.hpp"
 #include "corvex/core/report/module_globals.hpp"
 #include "corvex/core/report/strategy_name.hpp"
 
@@ -25,11 +26,11 @@ nb::object document_reader(nb::handle token_type) {
 }
 
 nb::object read_document(nb::handle reader, const nb::object& name, nb::handle token) {
-    const nb::object uid = global("firestore_rest").attr("extract_uid_from_id_token")(token);
-    if (!pyglue::is_true(uid)) {
+    const nb::object path = document_path(token, name);
+    if (!path) {
         pyglue::raise(PyExc_ValueError, "cannot decode uid from id_token");
     }
-    return reader(concat({text("users/"), pyglue::to_text(uid), text("/reports/"), name}), token);
+    return reader(path, token);
 }
 
 nb::object read_legacy(const nb::object& name, nb::handle token, nb::handle token_type) {

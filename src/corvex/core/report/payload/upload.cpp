@@ -1,5 +1,6 @@
 #include "corvex/core/report/payload/upload.hpp"
 
+#include "corvex/core/report/document_path.hpp"
 #include "corvex/core/report/module_globals.hpp"
 #include "corvex/core/report/payload/legacy_document.hpp"
 #include "corvex/core/report/strategy_name.hpp"
@@ -9,7 +10,6 @@ namespace corvex::report {
 namespace {
 
 using pyglue::Call;
-using pyglue::concat;
 using pyglue::FunctionSpec;
 using pyglue::Parameter;
 using pyglue::text;
@@ -66,18 +66,19 @@ nb::dict cloud_document(nb::handle payload, nb::handle name) {
     return document;
 }
 
+nb::object cloud_payload(nb::handle report) {
+    return report.attr("to_payload_dict")(nb::arg("trades_limit") = pyglue::integer(kTradesLimit));
+}
+
 nb::object upload_document(nb::handle report, const nb::object& name, nb::handle token) {
-    const nb::object payload =
-        report.attr("to_payload_dict")(nb::arg("trades_limit") = pyglue::integer(kTradesLimit));
+    const nb::object payload = cloud_payload(report);
     try {
-        const nb::object service = global("firestore_rest");
-        const nb::object uid = service.attr("extract_uid_from_id_token")(token);
-        if (!pyglue::is_true(uid)) {
+        const nb::object path = document_path(token, name);
+        if (!path) {
             return error_record(text("cannot decode uid from id_token"));
         }
-        const nb::object path =
-            concat({text("users/"), pyglue::to_text(uid), text("/reports/"), name});
-        service.attr("upsert_document")(path, cloud_document(payload, name), token);
+        global("firestore_rest")
+            .attr("upsert_document")(path, cloud_document(payload, name), token);
     } catch (const nb::python_error& error) {
         if (!error.matches(PyExc_Exception)) {
             throw;
@@ -124,11 +125,19 @@ nb::object post_form(const nb::dict& form, nb::handle token) {
     return result.is_none() ? success() : refused(result, token);
 }
 
+nb::object published_name(nb::handle given) {
+    return cleaned_strategy_name(
+        global("resolve_upload_name")(given, global("os").attr("environ")));
+}
+
+nb::object rehearse_upload(const Call& call) {
+    const nb::object name = published_name(call[1]);
+    return nb::make_tuple(name, cloud_document(cloud_payload(call.self()), name));
+}
+
 nb::object upload(const Call& call) {
     const nb::handle self = call.self();
-    const nb::object resolved =
-        global("resolve_upload_name")(call[1], global("os").attr("environ"));
-    const nb::object name = cleaned_strategy_name(resolved);
+    const nb::object name = published_name(call[1]);
     const nb::object login = global("get_token")();
     const nb::object token = login[0];
     const nb::object token_type = login[1];
@@ -149,6 +158,8 @@ const FunctionSpec kMethods[] = {
      "True or dict\n    True on success ({\"status\": \"success\"} where the name is forced by\n"
      "    CORVEX_FORCED_STRATEGY_NAME), else a dictionary with a `message`.\n\nRaises\n------\n"
      "Exception\n    A name that the service does not take."},
+    {"_rehearse_upload", kUpload, rehearse_upload,
+     "The name that `upload` would use, and the document it would write to the document service."},
 };
 
 } // namespace
