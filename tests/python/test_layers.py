@@ -110,6 +110,15 @@ def test_conversion_check_tells_right_from_wrong():
     assert not unchecked_conversions("a", 'nb::dict d = as_dict(x.attr("x")); // nb::dict e = f')
 
 
+def test_sources_include_their_own_header_first():
+    # This shows that the header compiles alone; the build compiles the others so.
+    for path in cpp_files(SRC):
+        own = path.with_suffix(".hpp")
+        if path.suffix == ".cpp" and own.exists():
+            first = INCLUDE.search(path.read_text())[2]
+            assert own in (SRC / first, path.parent / first), f"{path} includes {first} first"
+
+
 def test_source_folder_holds_no_python():
     # With src on Python's path, a package there would shadow the built modules.
     assert not list(SRC.rglob("*.py"))
