@@ -71,6 +71,7 @@ double RebalanceSolver::solve(double equity_before) {
     if (has_stuck_ && cash_falls_short(equity_)) {
         limit_to_cash(equity_before);
     }
+    equity_ = std::max(equity_, 0.0);
     return equity_;
 }
 
