@@ -3,6 +3,7 @@
 import importlib
 import importlib.machinery
 import re
+from collections import Counter
 from pathlib import Path
 
 import pytest
@@ -122,6 +123,14 @@ def test_sources_include_their_own_header_first():
 def test_source_folder_holds_no_python():
     # With src on Python's path, a package there would shadow the built modules.
     assert not list(SRC.rglob("*.py"))
+
+
+def test_no_two_python_files_bear_one_name():
+    faces = {"data/context.py", "data/tables.py"}  # old names of what lies in tables
+    package = ROOT / "python/corvex"
+    names = [p for p in package.rglob("*.py") if p.relative_to(package).as_posix() not in faces]
+    counts = Counter(path.name for path in names if path.name != "__init__.py")
+    assert [name for name, count in counts.items() if count > 1] == []
 
 
 @pytest.mark.parametrize("name", ["corvex._engine", "corvex.core.report"])
