@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <limits>
 
 namespace corvex::engine::portfolio {
@@ -166,7 +167,7 @@ void Book::untrade(std::size_t asset, double shares_before, double price, CostTo
 }
 
 void Book::set_row(std::span<const double> shares, bool same_assets) {
-    std::ranges::copy(shares, shares_.begin());
+    std::memcpy(shares_.data(), shares.data(), shares.size_bytes());
     if (!same_assets || changed_) {
         changed_ = true;
         return;

@@ -9,26 +9,6 @@ namespace corvex::engine::portfolio {
 
 namespace {
 
-/// Every value times zero is zero, unless it is missing or infinite.
-CORVEX_VECTOR_CLONES
-bool all_finite(std::span<const double> values) {
-    Lanes sums[2] = {};
-    std::size_t k = 0;
-    for (; k + 2 * kLanes <= values.size(); k += 2 * kLanes) {
-        Lanes one;
-        Lanes other;
-        load(&values[k], one);
-        load(&values[k + kLanes], other);
-        sums[0] += one * 0.0;
-        sums[1] += other * 0.0;
-    }
-    double total = sum(sums[0] + sums[1]);
-    for (; k < values.size(); ++k) {
-        total += values[k] * 0.0;
-    }
-    return total == 0.0;
-}
-
 void validate_tables(const SimulationInput& input) {
     const PriceSet& prices = input.prices;
     const StopRules& stops = input.options.stops;
@@ -50,7 +30,6 @@ void validate_plan(const Plan& plan, const PriceSet& prices) {
     require(std::ranges::is_sorted(signals), "the signal sessions must be ascending");
     require(signals.empty() || (signals.front() >= -1 && signals.back() < sessions),
             "a signal session lies outside the price table");
-    require(all_finite(plan.target), "the target weights must be finite");
     for (std::size_t row = 0; row < plan.rebalances(); ++row) {
         if (signals[row] + 1 >= static_cast<std::int64_t>(plan.first_session)) {
             break;
@@ -61,6 +40,26 @@ void validate_plan(const Plan& plan, const PriceSet& prices) {
 }
 
 } // namespace
+
+CORVEX_VECTOR_CLONES
+void require_finite(std::span<const double> weights) {
+    // Every value times zero is zero, unless it is missing or infinite.
+    Lanes sums[2] = {};
+    std::size_t k = 0;
+    for (; k + 2 * kLanes <= weights.size(); k += 2 * kLanes) {
+        Lanes one;
+        Lanes other;
+        load(&weights[k], one);
+        load(&weights[k + kLanes], other);
+        sums[0] += one * 0.0;
+        sums[1] += other * 0.0;
+    }
+    double total = sum(sums[0] + sums[1]);
+    for (; k < weights.size(); ++k) {
+        total += weights[k] * 0.0;
+    }
+    require(total == 0.0, "the target weights must be finite");
+}
 
 void validate(const SimulationInput& input) {
     validate_tables(input);

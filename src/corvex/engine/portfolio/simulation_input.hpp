@@ -41,7 +41,12 @@ struct SimulationInput {
 };
 
 /// @throws std::invalid_argument for shapes that do not fit, options out of range, signals out of
-///         order, a missing weight, or a weight that would fill before the first session.
+///         order, or a weight that would fill before the first session.
+///
+/// Weights are looked at when their rebalance comes, while they are read anyway.
 void validate(const SimulationInput& input);
+
+/// @throws std::invalid_argument for a weight that is missing or infinite.
+void require_finite(std::span<const double> weights);
 
 } // namespace corvex::engine::portfolio

@@ -230,6 +230,7 @@ void Simulator::signal_beyond_table() {
     if (next_rebalance_ < in_.plan.rebalances()) {
         const std::size_t row = in_.plan.rebalances() - 1;
         const auto weights = cooldowns_.apply(in_.plan.weights(row));
+        require_finite(weights);
         for (std::size_t asset = 0; asset < assets_; ++asset) {
             signal_order(asset, static_cast<std::int64_t>(row), weights[asset]);
         }

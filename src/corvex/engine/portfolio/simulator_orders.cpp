@@ -2,6 +2,7 @@
 #include "corvex/engine/portfolio/simulator.hpp"
 
 #include <algorithm>
+#include <cstring>
 #include <iterator>
 #include <limits>
 
@@ -43,6 +44,7 @@ void Simulator::rebalance(std::int64_t row, std::size_t session) {
         }
     }
     const auto weights = cooldowns_.apply(in_.plan.weights(static_cast<std::size_t>(row)));
+    require_finite(weights);
     if (can_trade_rows(session) && rebalance_row(row, weights, session)) {
         return;
     }
@@ -95,7 +97,7 @@ bool Simulator::rebalance_row(std::int64_t row, std::span<const double> weights,
         shares_before_.push_back(book_.shares(asset));
     }
     book_.set_row(shares, row_solver_.turned().empty());
-    std::ranges::copy(weights, out_.weights_in_force.begin());
+    std::memcpy(out_.weights_in_force.data(), weights.data(), weights.size_bytes());
     for (std::size_t k = 0; k < shares_before_.size(); ++k) {
         const std::size_t asset = row_solver_.turned()[k];
         position_changed(
