@@ -178,6 +178,16 @@ class Report:
         next_trading_date: Any,
         market: Market,
     ) -> None: ...
+    def _init_without_curves(
+        self,
+        creturn: pd.Series[float],
+        position: pd.DataFrame,
+        fee_ratio: float,
+        tax_ratio: float,
+        trade_at: Any,
+        next_trading_date: Any,
+        market: Market,
+    ) -> None: ...
     def get_trades(self) -> pd.DataFrame: ...
     def get_mae_mfe(self) -> pd.DataFrame: ...
     def add_trade_info(

@@ -32,6 +32,7 @@ class BoundMarket(MarketTables):
     _tables: dict[str, pd.DataFrame]
     _benchmark: pd.Series | str | None
     _aligned: pd.Series | None
+    _own_benchmark: pd.Series | None = None
     _freq: str
     _bound_at: datetime.datetime
     _pickled_assets: frozenset[str]
@@ -75,16 +76,23 @@ class BoundMarket(MarketTables):
                 return self._tables[field]
         raise ValueError(f"the prices hold no {name!r} table; they hold: {', '.join(self._tables)}")
 
+    def read_benchmark(self) -> None:
+        """Read the market's own benchmark now, for when it is asked for."""
+        if self._own_benchmark is None and self._aligned is None:
+            self._own_benchmark = self._market_benchmark()
+
     @override
     def get_benchmark(self) -> pd.Series:
         if self._aligned is None:
             benchmark = self._benchmark
             if benchmark is None:
-                benchmark = self._market_benchmark()
+                own = self._own_benchmark
+                benchmark = self._market_benchmark() if own is None else own
             elif isinstance(benchmark, str):
                 name, benchmark = benchmark, get_frame(benchmark).iloc[:, 0]
                 check_benchmark(benchmark, name)
             self._aligned = align_benchmark(benchmark, self.price_index, self.tz)
+            self._own_benchmark = None
         return self._aligned.copy()  # the caller may give it another index
 
     @override
@@ -140,6 +148,7 @@ class BoundMarket(MarketTables):
         state = cast("dict[str, Any]", dict(super().__getstate__() or {}))  # type: ignore[call-overload]
         state.update(_tables=self._kept_tables(), _aligned=None)
         state.pop("stamps", None)
+        state.pop("_own_benchmark", None)
         return state
 
     def __reduce_ex__(self, protocol: Any) -> tuple[Any, ...]:
@@ -181,6 +190,7 @@ def bind[M: MarketTables](
     bound = object.__new__(_bound_class(unbound_class(type(market))))
     bound.__dict__.update(market.__dict__)
     bound.__dict__.pop("stamps", None)
+    bound.__dict__.pop("_own_benchmark", None)
     bound.__dict__.update(
         _tables=tables,
         _benchmark=benchmark,

@@ -149,10 +149,11 @@ def _report(
         Outcome(
             creturn=creturn.rename("creturn"),
             position=pd.DataFrame({_LABEL: 1.0}, index=index),
-            trades=empty_trades(index),
+            trades=lambda: empty_trades(index),
             hand_over=nothing_held(),
             next_trading_date=clock.future.next_bar,
             market=bound,
+            kept=pd.Index([], dtype="str"),
             attributes={
                 "name": name,
                 "live_performance_start": live_start,

@@ -2,15 +2,19 @@
 
 from __future__ import annotations
 
+from collections.abc import Callable
 from dataclasses import dataclass, field
 from typing import Any
 
 import pandas as pd
 
 from corvex.core.report import Report
+from corvex.data.context import now
 from corvex.data.readiness import readiness_record
 from corvex.market import Market
+from corvex.markets.bound import BoundMarket
 from corvex.simulation.read.benchmark_notices import warn_about_benchmark
+from corvex.simulation.report.deferred import Deferred
 from corvex.simulation.report.next_holdings import HandOver
 from corvex.simulation.report.trades_table import mae_mfe_table
 from corvex.trades.reasons import STOPS
@@ -24,16 +28,22 @@ class Outcome:
 
     Attributes
     ----------
+    trades, fills : callables
+        Make these tables when they are first asked for.
+    kept : Index
+        The assets whose prices a saved report needs: those traded, held or to be held.
     attributes : dict of str to object
         Settings of the run, assigned under their names.
     """
 
     creturn: pd.Series
     position: pd.DataFrame
-    trades: pd.DataFrame
+    trades: Callable[[], pd.DataFrame]
     hand_over: HandOver
     next_trading_date: pd.Timestamp
     market: Market
+    kept: pd.Index
+    fills: Callable[[], pd.DataFrame | None] = lambda: None
     trade_at: Any = "close"
     fee_ratio: float = 0.0
     tax_ratio: float = 0.0
@@ -54,43 +64,87 @@ _DEFAULTS: dict[str, Any] = {
 }
 
 
+_CURVES = ("daily_creturn", "benchmark", "daily_benchmark")
+_HOLDINGS = ("weights", "next_weights", "actions", "trades", "mae_mfe", "current_trades")
+
+
 def build_report(outcome: Outcome) -> Report:
-    """Make the report and assign all that its constructor leaves to the driver."""
+    """Make the report and assign all that its constructor leaves to the driver.
+
+    What takes long is made when first read, as far as it cannot change until then.
+    """
     held = outcome.hand_over
     if outcome.historical:
         outcome.market = outcome.market.for_history()
-    outcome.market.restrict_pickle_to(_kept_assets(outcome))
-    report = Report(
-        outcome.creturn,
-        outcome.position,
+    market = outcome.market
+    market.restrict_pickle_to(outcome.kept)
+    report = Report.__new__(Report)
+    report._init_without_curves(*_arguments(outcome, outcome.creturn, outcome.position))
+    attributes = vars(report)
+    creturn = attributes.pop("creturn")
+    ordered = {
+        "creturn": creturn,
+        **dict.fromkeys(_CURVES),
+        **attributes,
+        **_DEFAULTS,
+        **outcome.attributes,
+        "mae_mfe": None,
+        "current_rebalance_date": held.current_date,
+        "next_rebalance_date": held.next_date,
+        "planned_rebalance_date": held.planned_rebalance_date,
+        "data_readiness": None,
+        "current_trades": None,
+    }
+    deferred = Deferred(ordered)
+    deferred.add(_CURVES, _curves(outcome))
+    deferred.add(_HOLDINGS, lambda: _holdings(outcome.trades(), held))
+    deferred.add(["fills"], lambda: {"fills": outcome.fills()})
+    deferred.add(["data_readiness"], _readiness(market, historical=outcome.historical))
+    attributes.clear()
+    attributes.update(
+        {name: value for name, value in ordered.items() if not deferred.makes(name)},
+        _deferred=deferred,
+    )
+    if not isinstance(market, BoundMarket):  # it answers as of the moment in which it is asked
+        _ = report.benchmark, report.data_readiness
+    elif market.benchmark_source == "default":
+        market.read_benchmark()
+    else:
+        warn_about_benchmark(report)
+    return report
+
+
+def _arguments(outcome: Outcome, creturn: pd.Series, position: pd.DataFrame) -> tuple[Any, ...]:
+    """The arguments of the report's constructor."""
+    return (
+        creturn,
+        position,
         outcome.fee_ratio,
         outcome.tax_ratio,
         outcome.trade_at,
         outcome.next_trading_date,
         outcome.market,
     )
-    assigned = {
-        **_DEFAULTS,
-        **outcome.attributes,
-        "trades": outcome.trades,
-        "mae_mfe": mae_mfe_table(outcome.trades),
-        "weights": held.weights,
-        "next_weights": held.next_weights,
-        "actions": held.actions,
-        "current_rebalance_date": held.weights.name,
-        "next_rebalance_date": held.next_weights.name,
-        "planned_rebalance_date": held.planned_rebalance_date,
-        "data_readiness": readiness_record(outcome.market, historical=outcome.historical),
-    }
-    for name, value in assigned.items():
-        setattr(report, name, value)
-    report.calculate_current_trades()
-    warn_about_benchmark(report)
-    return report
 
 
-def _kept_assets(outcome: Outcome) -> pd.Index:
-    """The assets whose prices a saved report needs: those traded, held or to be held."""
-    traded = pd.Index(outcome.trades["symbol"].unique())
-    held: pd.Index = traded.union(outcome.hand_over.next_weights.index, sort=False)
-    return held
+def _curves(outcome: Outcome) -> Callable[[], dict[str, Any]]:
+    """The curves that the constructor derives, from the equity as it is now."""
+    arguments = _arguments(outcome, outcome.creturn.copy(), outcome.position.iloc[:0])
+
+    def make() -> dict[str, Any]:
+        derived = vars(Report(*arguments))
+        return {name: derived[name] for name in _CURVES}
+
+    return make
+
+
+def _holdings(trades: pd.DataFrame, held: HandOver) -> dict[str, Any]:
+    view = Report.__new__(Report)
+    vars(view).update(held.tables(), trades=trades, mae_mfe=mae_mfe_table(trades))
+    view.calculate_current_trades()
+    return {name: vars(view)[name] for name in _HOLDINGS}
+
+
+def _readiness(market: Market, *, historical: bool) -> Callable[[], dict[str, Any]]:
+    moment = now()
+    return lambda: {"data_readiness": readiness_record(market, historical=historical, now=moment)}

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+from collections.abc import Callable
 from dataclasses import dataclass
 
 import numpy as np
@@ -34,12 +35,29 @@ class State:
 
 @dataclass(frozen=True, slots=True)
 class HandOver:
-    """The part of a report that live trading reads."""
+    """The part of a report that live trading reads.
 
-    weights: pd.Series
-    next_weights: pd.Series
-    actions: pd.Series
+    Attributes
+    ----------
+    current_date, next_date : Timestamp or None
+        Signal dates of what is held and of what comes next.
+    planned_rebalance_date : Timestamp or None
+        The next known date that no session has reached yet.
+    held, coming : int64 arrays
+        Which assets are held now, and which are to be.
+    """
+
+    current_date: pd.Timestamp | None
+    next_date: pd.Timestamp | None
     planned_rebalance_date: pd.Timestamp | None
+    held: np.ndarray
+    coming: np.ndarray
+    _tables: Callable[[], tuple[pd.Series, pd.Series, pd.Series]]
+
+    def tables(self) -> dict[str, pd.Series]:
+        """`weights`, `next_weights` and `actions`, each by asset label."""
+        names = ("weights", "next_weights", "actions")
+        return dict(zip(names, self._tables(), strict=True))
 
 
 def hand_over(schedule: Schedule, state: State, labels: pd.Index, last_session: int) -> HandOver:
@@ -71,19 +89,28 @@ def hand_over(schedule: Schedule, state: State, labels: pd.Index, last_session: 
         targets, next_date = schedule.planned_targets, schedule.planned_date
         planned = schedule.planned_date
     targets = np.where(state.kept_out, 0.0, targets)
-    return HandOver(
-        _series(weights, labels, current_date),
-        _series(targets, labels, next_date),
-        _actions(weights, targets, state, schedule, labels),
-        planned,
-    )
+
+    def tables() -> tuple[pd.Series, pd.Series, pd.Series]:
+        return (
+            _series(weights, labels, current_date),
+            _series(targets, labels, next_date),
+            _actions(weights, targets, state, schedule, labels),
+        )
+
+    held, coming = np.flatnonzero(weights), np.flatnonzero(targets)
+    return HandOver(current_date, next_date, planned, held, coming, tables)
 
 
 def nothing_held() -> HandOver:
     """A hand-over of empty Series."""
-    no_labels = pd.Index([], dtype="str")
-    empty = pd.Series(index=no_labels, dtype="float64")
-    return HandOver(empty, empty.copy(), pd.Series(index=no_labels, dtype="object"), None)
+
+    def tables() -> tuple[pd.Series, pd.Series, pd.Series]:
+        no_labels = pd.Index([], dtype="str")
+        empty = pd.Series(index=no_labels, dtype="float64")
+        return empty, empty.copy(), pd.Series(index=no_labels, dtype="object")
+
+    nobody = np.empty(0, np.int64)
+    return HandOver(None, None, None, nobody, nobody, tables)
 
 
 def _series(values: np.ndarray, labels: pd.Index, name: pd.Timestamp | None) -> pd.Series:

@@ -5,6 +5,7 @@ from __future__ import annotations
 import copy
 import dataclasses
 import math
+from collections.abc import Callable
 from typing import Any, cast
 
 import numpy as np
@@ -53,26 +54,21 @@ def report_of(
     """
     plan, result, clock = run.plan, run.result, prices.clock
     creturn, position = curve_and_position(result, plan.labels, clock, plan.first_session)
-    matrices = prices.of_assets(
-        plan.labels, run.trade_at, with_bars=run.options.touched_exit
-    ).matrices
-    trades = trades_table(
-        cast("dict[str, np.ndarray]", result["trades"]),
-        plan.labels,
-        clock.index,
-        plan.schedule.dates,
-        raw_price_of(prices.market, clock, plan.labels, matrices, run.trade_at),
-    )
     state = state_after(result, plan.schedule)
+    held = hand_over(plan.schedule, state, plan.labels, len(clock) - 1)
+    traded = np.unique(cast("dict[str, np.ndarray]", result["trades"])["asset"])
+    fills = cast("dict[str, np.ndarray]", result["fills"])
     return build_report(
         Outcome(
             creturn=creturn,
             position=position,
-            trades=trades,
-            hand_over=hand_over(plan.schedule, state, plan.labels, len(clock) - 1),
+            trades=_trades(run, prices),
+            fills=lambda: fills_table(fills, plan.labels, clock.index),
+            hand_over=held,
             next_trading_date=clock.future.next_bar,
             market=_own_market(prices.market),
-            trade_at=_traded_columns(run.trade_at, plan.labels, trades),
+            kept=plan.labels.take(np.union1d(traded, held.coming)),
+            trade_at=_traded_columns(run.trade_at, plan.labels.take(traded)),
             fee_ratio=run.options.fee_ratio,
             tax_ratio=run.options.tax_ratio,
             historical=prices.end is not None,
@@ -82,9 +78,6 @@ def report_of(
                 "live_performance_start": live_performance_start,
                 "name": name,
                 "settings": _settings(run, prices),
-                "fills": fills_table(
-                    cast("dict[str, np.ndarray]", result["fills"]), plan.labels, clock.index
-                ),
                 "costs": cost_totals(result),
                 "yearly_turnover": yearly_turnover(
                     result["traded"], result["equity"], cast("pd.DatetimeIndex", creturn.index)
@@ -92,6 +85,24 @@ def report_of(
             },
         )
     )
+
+
+def _trades(run: Run, prices: PriceData) -> Callable[[], pd.DataFrame]:
+    """What makes the table of trades."""
+    plan, index = run.plan, prices.clock.index
+    found = cast("dict[str, np.ndarray]", run.result["trades"])
+    matrices = prices.of_assets(
+        plan.labels, run.trade_at, with_bars=run.options.touched_exit
+    ).matrices
+    quoted = raw_price_of(prices.market, prices.clock, plan.labels, matrices, run.trade_at)
+
+    def make() -> pd.DataFrame:
+        return trades_table(found, plan.labels, index, plan.schedule.dates, quoted)
+
+    if quoted is None:
+        return make
+    table = make()  # from the user's own tables, which may change later
+    return lambda: table
 
 
 def _settings(run: Run, prices: PriceData) -> dict[str, Any]:
@@ -117,14 +128,16 @@ def _own_market(market: Market) -> Market:
     """Return a market for one report: what that keeps in its file is no business of another's."""
     if not isinstance(market, BoundMarket):
         return market
-    market.get_benchmark()  # brought to the prices once for all reports
+    if market.benchmark_source == "default":
+        market.read_benchmark()  # most reports are never asked for it
+    else:
+        market.get_benchmark()  # brought to the prices once for all reports
     return copy.copy(market)
 
 
-def _traded_columns(trade_at: TradeAt, labels: pd.Index, trades: pd.DataFrame) -> TradeAt:
+def _traded_columns(trade_at: TradeAt, traded: pd.Index) -> TradeAt:
     """A user's own price table without the assets that were never traded: reports stay small."""
     if isinstance(trade_at, str):
         return trade_at
-    traded = labels[labels.isin(trades["symbol"])]
     columns = match_columns(traded, trade_at.columns)
     return trade_at if columns is None else trade_at.iloc[:, columns[columns >= 0]]

@@ -74,16 +74,17 @@ nb::object last_trading_date(nb::handle position) {
     return pyglue::length(position) > 0 ? nb::object(position.attr("index")[0]) : local_now();
 }
 
-nb::object init(const Call& call) {
+void set_curves(const Call& call) {
     const nb::handle self = call.self();
-    const nb::handle creturn = call[1];
-    const nb::handle position = call[2];
-    const nb::handle market = call[7];
-    self.attr("creturn") = creturn;
-    self.attr("daily_creturn") = daily_curve(creturn);
-    self.attr("benchmark") = benchmark_of(market, position, creturn);
+    self.attr("daily_creturn") = daily_curve(call[1]);
+    self.attr("benchmark") = benchmark_of(call[7], call[2], call[1]);
     self.attr("daily_benchmark") =
         daily_benchmark(self.attr("benchmark"), self.attr("daily_creturn"));
+}
+
+void set_others(const Call& call) {
+    const nb::handle self = call.self();
+    const nb::handle position = call[2];
     self.attr("position") = position;
     self.attr("fee_ratio") = call[3];
     self.attr("tax_ratio") = call[4];
@@ -92,7 +93,7 @@ nb::object init(const Call& call) {
     self.attr("asset_type") = asset_type(position);
     self.attr("last_trading_date") = last_trading_date(position);
     self.attr("next_trading_date") = call[6];
-    self.attr("market") = market;
+    self.attr("market") = call[7];
     for (const char* name : {"weights", "next_weights", "actions"}) {
         self.attr(name) = nb::none();
     }
@@ -101,6 +102,18 @@ nb::object init(const Call& call) {
                              "_execution_override"}) {
         self.attr(name) = nb::none();
     }
+}
+
+nb::object init(const Call& call) {
+    call.self().attr("creturn") = call[1];
+    set_curves(call);
+    set_others(call);
+    return nb::none();
+}
+
+nb::object init_without_curves(const Call& call) {
+    call.self().attr("creturn") = call[1];
+    set_others(call);
     return nb::none();
 }
 
@@ -116,6 +129,9 @@ const FunctionSpec kMethods[] = {
      "trade_at : str or table\n    The price at which orders fill.\n"
      "next_trading_date : Timestamp\n    The first session after the data.\n"
      "market : Market\n    Where the assets trade; its benchmark is read here."},
+    {"_init_without_curves", kInit, init_without_curves,
+     "As __init__, but without `daily_creturn`, `benchmark` and `daily_benchmark`, which the "
+     "caller adds\nor defers."},
 };
 
 } // namespace

@@ -12,6 +12,7 @@
 #include "corvex/core/report/present/text_report.hpp"
 #include "corvex/core/report/report/construction.hpp"
 #include "corvex/core/report/report/current_trades.hpp"
+#include "corvex/core/report/report/deferred.hpp"
 #include "corvex/core/report/report/live.hpp"
 #include "corvex/core/report/report/trades.hpp"
 #include "corvex/core/report/stats/analyses.hpp"
@@ -24,6 +25,7 @@ namespace corvex::report {
 nb::object make_report_class(const nb::dict& globals) {
     pyglue::ClassBuilder builder("Report", "The results of one backtest.", globals);
     builder.methods(construction_methods());
+    add_deferred_attributes(builder);
     builder.methods(trade_methods());
     builder.methods(current_trade_methods());
     add_live_members(builder);

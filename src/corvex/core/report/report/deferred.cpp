@@ -1,0 +1,76 @@
+#include "corvex/core/report/report/deferred.hpp"
+
+#include "corvex/core/report/module_globals.hpp"
+
+namespace corvex::report {
+
+namespace {
+
+using pyglue::Call;
+using pyglue::FunctionSpec;
+using pyglue::Parameter;
+
+/// The dictionary as it is, with what is deferred still missing.
+nb::object own_attributes(nb::handle report) {
+    auto attributes = nb::steal<nb::object>(PyObject_GenericGetDict(report.ptr(), nullptr));
+    if (!attributes.is_valid()) {
+        throw nb::python_error();
+    }
+    return attributes;
+}
+
+void make_deferred(const nb::object& attributes, nb::handle name) {
+    const nb::object make = attributes.attr("get")(pyglue::text("_deferred"));
+    if (!make.is_none()) {
+        make(attributes, name);
+    }
+}
+
+/// Called for what the usual look-up does not find; that look-up also words the refusal.
+nb::object get_attribute(const Call& call) {
+    make_deferred(own_attributes(call.self()), call[1]);
+    auto found = nb::steal<nb::object>(PyObject_GenericGetAttr(call.self().ptr(), call[1].ptr()));
+    if (!found.is_valid()) {
+        throw nb::python_error();
+    }
+    return found;
+}
+
+nb::object get_dictionary(const Call& call) {
+    nb::object attributes = own_attributes(call.self());
+    make_deferred(attributes, nb::none());
+    return attributes;
+}
+
+nb::object set_dictionary(const Call& call) {
+    if (PyObject_GenericSetDict(call.self().ptr(), call[1].ptr(), nullptr) != 0) {
+        throw nb::python_error();
+    }
+    return nb::none();
+}
+
+nb::object get_state(const Call& call) {
+    make_deferred(own_attributes(call.self()), nb::none());
+    return pyglue::builtin("object").attr("__getstate__")(call.self());
+}
+
+constexpr Parameter kSelf[] = {{"self"}};
+constexpr Parameter kName[] = {{"self"}, {"name"}};
+constexpr Parameter kValue[] = {{"self"}, {"value"}};
+
+const FunctionSpec kGetDictionary{"__dict__", kSelf, get_dictionary, "The report's attributes."};
+const FunctionSpec kSetDictionary{"__dict__", kValue, set_dictionary};
+const FunctionSpec kMethods[] = {
+    {"__getattr__", kName, get_attribute},
+    {"__getstate__", kSelf, get_state},
+};
+
+} // namespace
+
+void add_deferred_attributes(pyglue::ClassBuilder& builder) {
+    builder.methods(kMethods);
+    builder.member("__dict__", pyglue::builtin("property")(builder.function(kGetDictionary),
+                                                           builder.function(kSetDictionary)));
+}
+
+} // namespace corvex::report

@@ -1,0 +1,87 @@
+"""What a report makes when it is first read: the same as if it had been there from the start."""
+
+import copy
+import pickle
+
+import numpy as np
+import pandas as pd
+import pytest
+
+import corvex
+from corvex.data.context import _default_context
+
+DATES = pd.bdate_range("2015-01-01", periods=60)
+PRICES = pd.DataFrame(
+    50 * np.exp(np.cumsum(np.random.default_rng(5).normal(0, 0.02, (60, 4)), axis=0)),
+    DATES,
+    list("ABCD"),
+)
+WEIGHTS = pd.DataFrame(np.eye(4)[np.arange(0, 60, 5) % 4], DATES[::5], PRICES.columns)
+LATER = {
+    *("daily_creturn", "benchmark", "daily_benchmark", "weights", "next_weights", "actions"),
+    *("trades", "mae_mfe", "fills", "data_readiness", "current_trades"),
+}
+
+
+def simulated():
+    moment = pd.Timestamp("2016-01-04 12:00", tz="UTC").to_pydatetime()
+    with _default_context.override(now=moment):
+        return corvex.simulate(WEIGHTS, PRICES, market="us_stock")
+
+
+def same(one, other):
+    assert list(one) == list(other)
+    for name, value in one.items():
+        if isinstance(value, pd.DataFrame | pd.Series):
+            assert value.equals(other[name]), name
+            assert str(value.name) == str(other[name].name) if value.ndim == 1 else True
+        elif name != "market":
+            assert repr(value) == repr(other[name]), name
+
+
+READERS = {
+    "vars": vars,
+    "copy": lambda report: vars(copy.copy(report)),
+    "deepcopy": lambda report: vars(copy.deepcopy(report)),
+    "pickle": lambda report: vars(pickle.loads(pickle.dumps(report))),
+    "one by one": lambda report: [getattr(report, name) for name in sorted(LATER)] and vars(report),
+}
+
+
+@pytest.mark.parametrize("how", READERS)
+def test_every_way_of_reading_shows_all_attributes_in_their_order(how):
+    expected = dict(vars(simulated()))
+    assert set(expected) >= LATER
+    assert "_deferred" not in expected
+    assert list(expected)[:5] == "creturn daily_creturn benchmark daily_benchmark position".split()
+    same(READERS[how](simulated()), expected)
+    assert expected["data_readiness"]["checked_at"].startswith("2016-01-04T12:00")
+
+
+def test_what_happens_after_the_run_does_not_enter_what_is_made_later():
+    expected = dict(vars(simulated()))
+    report = simulated()
+    report.creturn.iloc[-1] = 99.0
+    report.position.iloc[-1] = 0.5
+    report.trades["return"] = 7.0  # and current trades were made with the trades
+    report.weights["A"] = 0.123
+    report.actions = None
+    for name in LATER - {"trades", "weights", "actions"}:
+        same({name: getattr(report, name)}, {name: expected[name]})
+    assert report.actions is None
+    assert vars(report)["actions"] is None
+    del report.mae_mfe
+    with pytest.raises(AttributeError, match="^'Report' object has no attribute 'mae_mfe'$"):
+        _ = report.mae_mfe
+
+
+def test_prices_that_change_after_the_run_do_not_change_quoted_prices_of_its_trades():
+    tables = {"close": PRICES.copy(), "adj_close": PRICES * 0.5}
+    report = corvex.simulate(WEIGHTS, tables, market="us_stock")
+    prices = PRICES.stack()
+    tables["close"].iloc[:] = 1.0
+    tables["adj_close"].iloc[:] = 1.0
+    trades = report.trades.dropna(subset=["exit_date"])
+    for date in ("entry_date", "exit_date"):
+        keys = pd.MultiIndex.from_arrays([trades[date], trades["symbol"]])
+        np.testing.assert_allclose(trades[f"trade_price@{date}"], prices[keys].to_numpy())
