@@ -133,6 +133,19 @@ def test_no_two_python_files_bear_one_name():
     assert [name for name, count in counts.items() if count > 1] == []
 
 
+@pytest.mark.parametrize("map_file", ["ARCHITECTURE.md", "CONTRIBUTING.md"])
+def test_the_files_that_the_map_names_are_there(map_file):
+    kinds = "py|pyi|cpp|hpp|toml|json|md|js|sh"
+    named = re.findall(rf"`([\w./]+\.(?:{kinds}))`", (ROOT / map_file).read_text("utf-8"))
+    folders = ("bench", "docs", "python", "src", "tests", "tools")
+    files = [p for p in ROOT.iterdir() if p.is_file()]
+    files += [path for folder in folders for path in (ROOT / folder).rglob("*.*")]
+    paths = [f"/{path.relative_to(ROOT).as_posix()}" for path in files]
+    missing = [name for name in named if not any(path.endswith(f"/{name}") for path in paths)]
+    assert named
+    assert not missing
+
+
 @pytest.mark.parametrize("name", ["corvex._engine", "corvex.core.report"])
 def test_built_modules_are_extensions(name):
     file = importlib.import_module(name).__file__
