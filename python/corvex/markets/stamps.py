@@ -10,6 +10,7 @@ This is the one place that knows; markets, freshness, rebalances and the simulat
 
 from __future__ import annotations
 
+import weakref
 from collections.abc import Callable
 from functools import cached_property
 from typing import Any
@@ -31,6 +32,45 @@ __all__ = [
 
 type Zone = str | Callable[[], str]
 
+_PER_DAY = {"s": 86_400, "ms": 86_400_000, "us": 86_400_000_000, "ns": 86_400_000_000_000}
+# What is known of an index without zone, for as long as the index itself lives: a user's price
+# table meets many readers, and many runs.
+_KNOWN: dict[int, tuple[weakref.ref[pd.DatetimeIndex], dict[str, Any]]] = {}
+
+
+def _known_of(index: pd.DatetimeIndex) -> dict[str, Any]:
+    """Return where facts that rest on an index alone are kept; indexes never change."""
+    key = id(index)
+    found = _KNOWN.get(key)
+    if found is None or found[0]() is not index:
+        found = weakref.ref(index, lambda _: _KNOWN.pop(key, None)), {}
+        _KNOWN[key] = found
+    return found[1]
+
+
+def _of_index[T](fact: Callable[[TableStamps], T]) -> cached_property[T]:
+    """A property that needs no zone where the index has none: then it is found out once."""
+
+    def value(stamps: TableStamps) -> T:
+        if stamps.index.tz is not None:
+            return fact(stamps)
+        known = _known_of(stamps.index)
+        if fact.__name__ not in known:
+            known[fact.__name__] = fact(stamps)
+        result: T = known[fact.__name__]
+        return result
+
+    value.__doc__ = fact.__doc__
+    return cached_property(value)
+
+
+def _midnights(wall: pd.DatetimeIndex) -> pd.DatetimeIndex:
+    """`wall.normalize()` of naive stamps, without pandas' search for a frequency."""
+    if wall.hasnans:
+        return wall.normalize()
+    day = _PER_DAY[wall.unit]
+    return pd.DatetimeIndex((wall.asi8 // day * day).view(f"M8[{wall.unit}]"), copy=False)
+
 
 def starts_of_days(index: pd.DatetimeIndex) -> npt.NDArray[np.bool_]:
     """Return which stamps are the first moment of a day in their own zone.
@@ -38,8 +78,10 @@ def starts_of_days(index: pd.DatetimeIndex) -> npt.NDArray[np.bool_]:
     That is midnight, or one o'clock where the clocks of a zone go forward at midnight.
     """
     wall = index.tz_localize(None)
-    days = wall.normalize()
-    found = np.asarray(wall == days)
+    days = _midnights(wall)
+    found: npt.NDArray[np.bool_] = wall.asi8 == days.asi8
+    if wall.hasnans:
+        found &= np.asarray(wall.notna())
     if index.tz is not None and not found.all():
         before = (index - pd.Timedelta(1, "s").as_unit(index.unit)).tz_localize(None)
         late = np.asarray(wall - days == pd.Timedelta(hours=1))
@@ -110,7 +152,7 @@ class TableStamps:
         """The market's zone."""
         return _name(self._zone)
 
-    @cached_property
+    @_of_index
     def _starts(self) -> npt.NDArray[np.bool_]:
         return starts_of_days(self.index)
 
@@ -119,19 +161,19 @@ class TableStamps:
         """Whether all stamps are dates; a table of no rows counts as one of dates."""
         return bool(self._starts.all()) and self.daily
 
-    @cached_property
+    @_of_index
     def daily(self) -> bool:
         """Whether no date has several rows: bars of a day or longer."""
         days = self._daily_dates.as_unit("ns").asi8
         return bool((np.diff(days) > 0).all())
 
-    @cached_property
+    @_of_index
     def _daily_dates(self) -> pd.DatetimeIndex:
         """The dates of the stamps, each read by itself."""
-        wall = self.index.tz_localize(None).normalize()
+        wall = _midnights(self.index.tz_localize(None))
         if self.index.tz is None or self._starts.all():
             return wall
-        local = self.index.tz_convert(self.zone).tz_localize(None).normalize()
+        local = _midnights(self.index.tz_convert(self.zone).tz_localize(None))
         return local if not self._starts.any() else wall.where(self._starts, local)
 
     @cached_property
@@ -146,7 +188,7 @@ class TableStamps:
     @cached_property
     def dates(self) -> pd.DatetimeIndex:
         """The date of each row on the market's calendar, as naive midnights."""
-        return self._daily_dates if self.daily else self.local.normalize()
+        return self._daily_dates if self.daily else _midnights(self.local)
 
     @cached_property
     def keys(self) -> npt.NDArray[np.int64]:

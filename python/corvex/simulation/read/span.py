@@ -32,4 +32,4 @@ def cut_clock(clock: Clock, start: Border | None, end: Border | None) -> Clock:
             f"no prices for {borders}; they run from {date_text(clock.index[0])} to "
             f"{date_text(clock.last)}"
         )
-    return clock.between(first, stop)
+    return clock if (first, stop) == (0, len(clock)) else clock.between(first, stop)
