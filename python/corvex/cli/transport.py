@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 import json
-import math
 from pathlib import Path
 from typing import TYPE_CHECKING, Annotated, Any, Literal
 
@@ -152,16 +151,9 @@ def _dictionary(report: Report, form: str, trades_limit: int | None) -> dict[str
 
 
 def _strict_json(value: object) -> str:
-    return json.dumps(_without_gaps(value), ensure_ascii=False, allow_nan=False)
+    from corvex.core.dashboard.serialize import plain_values
 
-
-def _without_gaps(value: object) -> object:
-    """Put null for a number that JSON has no word for."""
-    if isinstance(value, dict):
-        return {key: _without_gaps(member) for key, member in value.items()}
-    if isinstance(value, list):
-        return [_without_gaps(member) for member in value]
-    return None if isinstance(value, float) and not math.isfinite(value) else value
+    return json.dumps(plain_values(value), ensure_ascii=False, allow_nan=False)
 
 
 def _report_table(report: Report, name: str) -> pd.DataFrame:

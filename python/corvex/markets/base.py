@@ -5,12 +5,14 @@ from __future__ import annotations
 import copy
 import math
 from collections.abc import Callable
-from typing import Self
+from typing import TYPE_CHECKING, Self
 
 import pandas as pd
 
-from corvex.markets.bound import Prices, bind
 from corvex.markets.market_tables import MarketTables
+
+if TYPE_CHECKING:
+    from corvex.markets.bound import Prices
 
 __all__ = ["Market"]
 
@@ -167,4 +169,6 @@ class Market(MarketTables):
         ValueError
             When there is no close table, a table is empty or a table's index is not dates.
         """
+        from corvex.markets.bound import bind  # most reports are only read
+
         return bind(self, prices, benchmark=benchmark, freq=freq)

@@ -10,7 +10,7 @@ from typing import Any
 import numpy as np
 import pandas as pd
 
-__all__ = ["default_serialize"]
+__all__ = ["default_serialize", "plain_values"]
 
 
 def default_serialize(obj: Any) -> Any:
@@ -64,7 +64,7 @@ def default_serialize(obj: Any) -> Any:
             return plain
     to_dict = getattr(obj, "to_dict", None)
     if callable(to_dict) and not isinstance(obj, type):
-        return _plain(to_dict())
+        return plain_values(to_dict())
     raise TypeError(f"cannot write {type(obj).__name__} as JSON")
 
 
@@ -103,7 +103,7 @@ def _container(obj: Any) -> Any:
     elif isinstance(obj, pd.Index | pd.api.extensions.ExtensionArray):
         plain = _items(obj)
     elif isinstance(obj, set | frozenset):
-        plain = [_plain(item) for item in _sorted(obj)]
+        plain = [plain_values(item) for item in _sorted(obj)]
     else:
         plain = _UNKNOWN
     return plain
@@ -117,33 +117,36 @@ def _numpy_time(obj: np.datetime64 | np.timedelta64) -> str | None:
     return pd.Timedelta(obj).isoformat()
 
 
-def _plain(value: Any) -> Any:
-    """Convert a value that stands inside a container, where `json` would not ask for a float."""
+def plain_values(value: Any) -> Any:
+    """Return a value, and all that it holds, as plain JSON: None for a number that JSON lacks.
+
+    `json` itself never asks for a float.
+    """
     if value is None or isinstance(value, str | bool | int):
         return value
     if isinstance(value, dict):
-        return dict(zip(_keys(value), map(_plain, value.values()), strict=True))
+        return dict(zip(_keys(value), map(plain_values, value.values()), strict=True))
     if isinstance(value, list | tuple):
-        return [_plain(item) for item in value]
+        return [plain_values(item) for item in value]
     return default_serialize(value)
 
 
 def _items(data: pd.Series | pd.Index | pd.api.extensions.ExtensionArray) -> list[Any]:
-    return [_plain(item) for item in data]
+    return [plain_values(item) for item in data]
 
 
 def _array(array: np.ndarray[Any, Any]) -> Any:
     if array.ndim == 0:
-        return _plain(array[()])
+        return plain_values(array[()])
     if array.dtype.kind in "biu":
         return array.tolist()
     if array.dtype.kind == "f" and np.isfinite(array).all():
         return array.tolist()
-    return [_array(row) if isinstance(row, np.ndarray) else _plain(row) for row in array]
+    return [_array(row) if isinstance(row, np.ndarray) else plain_values(row) for row in array]
 
 
 def _key(label: Hashable) -> str:
-    plain = _plain(list(label)) if isinstance(label, tuple) else _plain(label)
+    plain = plain_values(list(label)) if isinstance(label, tuple) else plain_values(label)
     return plain if isinstance(plain, str) else str(plain)
 
 
