@@ -167,6 +167,9 @@ class Report:
     notes: list[str | dict[str, str]]
     #: What the page counts as earned without risk, per year; 0.02 where it is not set.
     riskfree_rate: float
+    show_confidence: bool
+    trials_statistics: Any
+    random_draws: Any
 
     def __init__(
         self,

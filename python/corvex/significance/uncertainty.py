@@ -11,11 +11,14 @@ import numpy.typing as npt
 import pandas as pd
 
 from corvex import _engine
+from corvex.ffn_core.benchmarks import known_benchmark, moves
 from corvex.significance.sample import Sample, read_sample
 from corvex.significance.trials import Trials, TrialStatistics, read_trials
+from corvex.significance.words import as_html, as_text
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
+    from corvex.significance.random_draws import RandomDraws
 
 __all__ = ["Confidence", "confidence"]
 
@@ -80,6 +83,10 @@ class Confidence:
         of the drawn paths reach.
     trials : TrialStatistics
         What was known of the search.
+    random : tuple of RandomDraws
+        The random portfolios and entries that the report was set among.
+    name : str or None
+        The report's.
     """
 
     figures: pd.Series
@@ -88,48 +95,14 @@ class Confidence:
     fan: pd.DataFrame
     drawdowns: pd.DataFrame
     trials: TrialStatistics
+    random: tuple[RandomDraws, ...] = ()
     name: str | None = None
 
     def __repr__(self) -> str:
-        f = self.figures
-        lines = [f"Confidence in {self.name or 'the result'}"]
-        if math.isnan(f["psr"]):
-            return f"{lines[0]}\n  too few returns that move to say anything"
-        lines += [
-            f"  Sharpe ratio {f['sharpe']:.2f}, between {f['sharpe_low']:.2f} and "
-            f"{f['sharpe_high']:.2f} with 95 %",
-            f"  the true one is above 0 with {_probability(f['psr'])}; " + self._track_record(),
-            f"  yearly return {f['cagr']:.1%}, between {f['cagr_low']:.1%} and "
-            f"{f['cagr_high']:.1%}",
-            f"  largest drawdown {f['max_drawdown']:.1%}; {f['max_drawdown_rank']:.0%} of the "
-            "drawn paths fall as deep",
-        ]
-        if not math.isnan(f["dsr"]):
-            lines.append(
-                f"  after {f['trials']:,.0f} trials it is above what luck finds "
-                f"({f['expected_largest_sharpe']:.2f}) with {_probability(f['dsr'])}"
-            )
-        if not math.isnan(f["pbo"]):
-            lines.append(f"  probability of backtest overfitting {f['pbo']:.0%}")
-        return "\n".join(lines)
-
-    def _track_record(self) -> str:
-        years = self.figures["min_track_record_years"]
-        if math.isinf(years):
-            return "no track record would say so"
-        return f"it takes {years:.1f} years to say so with 95 %"
+        return as_text(self)
 
     def _repr_html_(self) -> str:
-        from html import escape
-
-        rows = "".join(f"<div>{escape(line)}</div>" for line in repr(self).splitlines()[1:])
-        title = escape(repr(self).splitlines()[0])
-        return f"<div><strong>{title}</strong>{rows}</div>"
-
-
-def _probability(share: float) -> str:
-    """No estimate is certain, so none is rounded to 100 %."""
-    return "more than 99.9%" if share > 0.999 else f"{share:.1%}"
+        return as_html(self)
 
 
 def confidence(
@@ -149,7 +122,8 @@ def confidence(
     Parameters
     ----------
     report : Report
-        Its `daily_creturn`, and `daily_benchmark` where that moves, are looked at.
+        Its daily curve, and its benchmark's on the dates that both have; and its attributes
+        `trials_statistics` and `random_draws` where it has them.
     trials : int, iterable of float, DataFrame or TrialStatistics, optional
         What it was chosen from: how many trials there were, the yearly Sharpe ratio of each, or
         their returns per bar as columns. Default: what the report says itself (one out of a sweep
@@ -197,8 +171,9 @@ def confidence(
         trials = getattr(report, "trials_statistics", None)
     known = read_trials(trials, sample.periods_per_year, sample.riskfree)
     name = getattr(report, "name", None)
+    among = _among_random(report)
     if not sample.enough:
-        return _nothing(sample, known, name, draws, seed)
+        return _nothing(sample, known, among, name, draws, seed)
     drawn = _Drawn(sample, draws, seed, method)
     excess, compared = _against_benchmark(report, riskfree_rate, draws, seed, method)
     deepest, ranks = _drawdowns(report, sample, drawn)
@@ -219,6 +194,7 @@ def confidence(
         fan=drawn.fan(),
         drawdowns=deepest,
         trials=known,
+        random=among,
         name=name,
     )
 
@@ -235,12 +211,14 @@ class _Drawn:
         )
         self.method = method
         annual = (float(sample.periods_per_year), sample.riskfree)
-        self.observed = _engine.path_figures(sample.returns, *annual)
-        self.values = _engine.bootstrap_figures(sample.returns, annual[0], annual[1], *self.how)
+        self.observed = sample.in_years(_engine.path_figures(sample.returns, *annual))
+        self.values = sample.in_years(
+            _engine.bootstrap_figures(sample.returns, annual[0], annual[1], *self.how)
+        )
         self.table = pd.DataFrame(self.values, columns=list(_NAMES))
         self.without = np.empty((0, len(_NAMES)))
         if method == "bca":
-            self.without = _engine.figures_without_each(sample.returns, *annual)
+            self.without = sample.in_years(_engine.figures_without_each(sample.returns, *annual))
 
     @property
     def block(self) -> float:
@@ -264,8 +242,14 @@ class _Drawn:
         bars = self.sample.returns.size
         points = np.unique(np.linspace(0, bars, min(_FAN_POINTS, bars + 1)).astype(np.int64))
         wealth = _engine.draw_paths(self.sample.returns, bars, points, *self.how)[0]
-        dates = self.sample.dates[np.maximum(points - 1, 0)]
+        dates = self.sample.dates[points]
         return pd.DataFrame(np.quantile(wealth, FAN, axis=0).T, index=dates, columns=list(FAN))
+
+
+def _among_random(report: Report) -> tuple[RandomDraws, ...]:
+    """The random results that somebody noted on the report: one, or several."""
+    noted = getattr(report, "random_draws", None) or ()
+    return tuple(noted) if isinstance(noted, list | tuple) else (noted,)
 
 
 def _interval(
@@ -319,8 +303,10 @@ def _against_benchmark(
     """Compare on the dates that both have, block by block the same ones."""
     names = [f"{name}_excess{bound}" for name in _COMPARED for bound in ("", "_low", "_high")]
     nothing = dict.fromkeys([*names, "beats_benchmark"], math.nan)
-    pair = pd.DataFrame({"own": report.daily_creturn, "benchmark": report.daily_benchmark})
-    pair = pair.dropna()
+    benchmark = known_benchmark(report)
+    if not moves(benchmark):
+        return pd.DataFrame(), nothing
+    pair = pd.DataFrame({"own": report.daily_creturn, "benchmark": benchmark}).dropna()
     own, other = (read_sample(pair[name], riskfree_rate) for name in ("own", "benchmark"))
     if not (own.enough and other.enough) or own.returns.size != other.returns.size:
         return pd.DataFrame(), nothing
@@ -329,12 +315,15 @@ def _against_benchmark(
     tables, observed, without = [], [], []
     for sample in (own, other):
         annual = (float(sample.periods_per_year), sample.riskfree)
-        tables.append(_engine.bootstrap_figures(sample.returns, *annual, draws, block, seed))
-        observed.append(_engine.path_figures(sample.returns, *annual))
+        drawn = _engine.bootstrap_figures(sample.returns, *annual, draws, block, seed)
+        tables.append(sample.in_years(drawn))
+        observed.append(sample.in_years(_engine.path_figures(sample.returns, *annual)))
         if method == "bca":
-            without.append(_engine.figures_without_each(sample.returns, *annual))
-    excess = tables[0] - tables[1]
-    jackknife = without[0] - without[1] if without else np.empty((0, len(_NAMES)))
+            alone = _engine.figures_without_each(sample.returns, *annual)
+            without.append(sample.in_years(alone))
+    with np.errstate(invalid="ignore"):  # of two curves that never fall the ratios are infinite
+        excess = tables[0] - tables[1]
+        jackknife = without[0] - without[1] if without else np.empty((0, len(_NAMES)))
     found: dict[str, float] = {}
     for name in _COMPARED:
         place = _NAMES.index(name)
@@ -377,7 +366,12 @@ def _drawdowns(
 
 
 def _nothing(
-    sample: Sample, known: TrialStatistics, name: str | None, draws: int, seed: int
+    sample: Sample,
+    known: TrialStatistics,
+    among: tuple[RandomDraws, ...],
+    name: str | None,
+    draws: int,
+    seed: int,
 ) -> Confidence:
     """Without two returns that differ every figure is undefined, and still has its name."""
     bounds = [f"{figure}{bound}" for figure in _NAMES for bound in ("", "_low", "_high")]
@@ -397,5 +391,6 @@ def _nothing(
         fan=pd.DataFrame(columns=list(FAN), dtype=np.float64),
         drawdowns=pd.DataFrame(),
         trials=known,
+        random=among,
         name=name,
     )

@@ -1,5 +1,6 @@
 """What a report's uncertainty says, at the seams where it meets dates, benchmarks and trials."""
 
+import dataclasses
 import math
 
 import numpy as np
@@ -7,6 +8,8 @@ import pandas as pd
 import pytest
 
 import corvex
+from corvex.significance.random_draws import RandomDraws
+from corvex.significance.words import as_html, rows
 
 
 def report(steps: np.ndarray, dates: pd.DatetimeIndex, **options):
@@ -29,8 +32,9 @@ def test_the_ratio_is_the_statistics_own_whatever_the_dates(zone, rule):
     made = report(steps, dates if zone is None else dates.tz_localize(zone), market="us_stock")
     found = corvex.confidence(made, draws=50, riskfree_rate=0.01).figures
     stats = made.get_stats(riskfree_rate=0.01)
-    for name, key in (("sharpe", "daily_sharpe"), ("max_drawdown", "max_drawdown")):
-        assert found[name] == pytest.approx(stats[key], rel=1e-12)
+    for name in ("sharpe", "max_drawdown", "cagr", "calmar"):
+        key = "daily_sharpe" if name == "sharpe" else name
+        assert found[name] == pytest.approx(stats[key], rel=1e-9)
     expected = corvex.confidence(bare, draws=50, riskfree_rate=0.01).figures
     pd.testing.assert_series_equal(found, expected)
     assert found["sharpe_low"] < found["sharpe"] < found["sharpe_high"]
@@ -63,13 +67,13 @@ def test_a_search_lowers_what_its_best_is_worth():
     assert corvex.confidence(made, 1, **rate).figures["dsr"] == alone["psr"]
 
 
+@pytest.mark.filterwarnings("ignore:the benchmark covers")
 @pytest.mark.parametrize("part", [slice(None), slice(300, None), slice(None, 700)])
 def test_a_benchmark_is_compared_on_the_days_of_both(part):
     market = walk(1000, 0.0002, 5)
     prices = pd.Series(np.cumprod(1 + market), DAYS)
     own = market + walk(1000, 0.001, 6) / 5
-    made = report(own, DAYS)
-    made.daily_benchmark = prices.iloc[part].reindex(DAYS)
+    made = report(own, DAYS, benchmark=prices.iloc[part])
     found = corvex.confidence(made, draws=200)
     both = pd.DataFrame({"own": np.cumprod(1 + own), "market": prices}).iloc[part]
     growth = both.iloc[-1] / both.iloc[0]
@@ -96,5 +100,36 @@ def test_what_is_undefined_has_its_name_and_no_number():
     ):
         with pytest.raises(ValueError, match=text):
             corvex.confidence(made, **wrong)
-    named = report(walk(50), DAYS[:50], name="<b>x</b>")
-    assert "<b>" not in corvex.confidence(named, draws=5)._repr_html_()
+
+
+def test_the_words_tell_the_figures_in_both_languages():
+    made = report(
+        walk(600, 0.001), DAYS[:600], benchmark=report(walk(600, 0, 1), DAYS[:600]).creturn
+    )
+    made.name = "<b>x</b>"
+    made.trials_statistics = pd.DataFrame({i: walk(600, 0.0, i) for i in range(9)})
+    made.random_draws = [
+        RandomDraws(test, figure, 0.5, pd.DataFrame({figure: np.linspace(0, 1, 1000)}))
+        for test, figure in (("portfolios", "daily_sharpe"), ("entries", "mean_return"))
+    ]
+    found = corvex.confidence(made, draws=100)
+    f = found.figures
+    for language in ("en", "zh-Hant"):
+        told = dict(rows(found, language))
+        assert list(told) == [
+            "daily_sharpe", "psr", "cagr", "beats_benchmark", "max_drawdown_rank", "drawdown_rank",
+            "dsr", "pbo", "random_portfolios", "random_entries",
+        ]  # fmt: skip
+        assert f"{f['sharpe']:.2f}" in told["daily_sharpe"]
+        assert f"{f['cagr_low']:.2%}" in told["cagr"]
+        assert f"{f['psr']:.1%}" in told["psr"]
+        assert f"{f['min_track_record_years']:.1f}" in told["psr"]
+        assert f"{f['drawdown_rank']:.1%}" in told["drawdown_rank"]
+        assert f"{f['dsr']:.1%}" in told["dsr"]
+        assert all("50.0%" in told[f"random_{name}"] for name in ("portfolios", "entries"))
+        html = as_html(found, language)
+        assert "<b>" not in html
+        assert html.count("<tr>") == html.count("title=") == len(told)
+    assert repr(found).splitlines()[1].endswith(dict(rows(found))["daily_sharpe"])
+    never = dataclasses.replace(found, figures=f.replace(f["min_track_record_years"], math.inf))
+    assert "no number of years" in dict(rows(never))["psr"]
