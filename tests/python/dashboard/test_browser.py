@@ -10,12 +10,14 @@ import pandas as pd
 import pytest
 from dashboard_reports import HOSTILE, bare_report
 
+import corvex
 from corvex import _engine
 from corvex.comparison import compare
 from corvex.comparison.comparison_page import comparison_html
 from corvex.core.dashboard import generate_html
 from corvex.core.dashboard.page import notebook
 from corvex.core.dashboard.page.report_page import asset
+from corvex.significance.words import limits, rows
 
 pytestmark = pytest.mark.slow
 
@@ -84,10 +86,11 @@ def column(page, number):
 def test_charts_are_drawn_and_hostile_names_are_text(open_page, simulated):
     page = open_page(simulated)
     assert sections(page) == (
-        "summary equity returns rolling drawdowns distribution live holdings trades excursions "
-        "costs assumptions periods statistics"
+        "summary equity returns rolling drawdowns distribution confidence live holdings trades "
+        "excursions costs assumptions periods statistics"
     )
-    for name in ("equity", "returns", "rolling", "distribution", "holdings", "excursions"):
+    charts = "equity returns rolling distribution confidence holdings excursions"
+    for name in charts.split():
         assert page.locator(CHART.format(name)).count()
     assert page.locator(".chart:not([data-drawn])").count() == 0
     # The library draws a kind of chart that the page's copy of it lacks as lines.
@@ -194,12 +197,32 @@ def test_definitions_languages_and_keyboard(open_page, simulated):
     assert not re.search(r"\{\w+\}|undefined|NaN", page.locator("main").inner_text())
 
 
+def test_the_confidence_shown_is_the_one_computed(open_page, simulated):
+    found = corvex.confidence(simulated)
+    page = open_page(simulated)
+    part = page.locator("#confidence")
+    shown = part.locator(".sentences td").all_inner_texts()
+    assert shown == [text for _, text in rows(found)]
+    part.locator('[data-key="psr"]').focus()
+    assert "Probabilistic Sharpe ratio" in page.locator("#tip").inner_text()
+    fan = part.locator(".chart").first.evaluate("node => node.data.map(one => one.y.at(-1))")
+    drawn = 100 * found.fan.iloc[-1].to_numpy()[[0, 4, 1, 3, 2]]
+    own = simulated.daily_creturn
+    assert fan == pytest.approx([*drawn, 100 * own.iloc[-1] / own.iloc[0]], rel=1e-4)
+    depths = part.locator(".narrow td").all_inner_texts()[1::4]
+    assert depths == [f"{depth:.2%}" for depth in found.drawdowns["depth_95"]]
+    assert limits() in part.inner_text()
+    page.get_by_role("button", name="繁體中文").click()
+    page.wait_for_selector("body[data-ready]")
+    assert part.locator(".sentences td").all_inner_texts() == [t for _, t in rows(found, "zh-Hant")]
+
+
 def test_a_report_with_nothing_but_a_curve_has_no_holes(open_page):
     days = pd.bdate_range("2024-01-01", periods=30, tz="Asia/Taipei")
     page = open_page(bare_report(pd.Series(range(30, 0, -1), index=days, dtype=float)))
     assert sections(page) == (
-        "summary equity returns drawdowns distribution holdings costs assumptions periods "
-        "statistics"
+        "summary equity returns drawdowns distribution confidence holdings costs assumptions "
+        "periods statistics"
     )
     text = page.locator("main").inner_text()
     assert not re.search(r"\{\w+\}|undefined|NaN|null|Infinity", text)

@@ -1,5 +1,6 @@
 """What the page says must be so: months, open drawdowns, dates in their own zone."""
 
+import json
 import math
 
 import numpy as np
@@ -134,6 +135,23 @@ def test_ruin_late_benchmarks_and_odd_trades_do_no_harm():
     assert crisis["us_downgrade"]["benchmark"] > 0
     assert (facts["stats"]["trades"]["trades"], facts["assets"]) == (1, None)
     report.create_yearly_return_figure(report.get_stats()["return_table"])
+
+
+def test_confidence_is_left_out_where_it_is_unknown_or_unwanted():
+    days = pd.bdate_range("2020-01-01", periods=60)
+    for values in ([1.0, 1.1], [1.0] * 60, [1.0]):
+        curve = pd.Series(values, days[: len(values)])
+        assert collect(bare_report(curve)).facts["confidence"] is None
+    moving = 1 + 0.1 * np.sin(np.arange(60.0))
+    for values in (np.where(days < days[30], moving, 0.0), moving * np.linspace(1, -1, 60)):
+        found = collect(bare_report(pd.Series(values, days))).facts["confidence"]
+        assert found["depths"]["own"] == -1.0
+        assert json.dumps(found, allow_nan=False)
+    report = bare_report(pd.Series(moving, days))
+    assert collect(report, confidence=False).facts["confidence"] is None
+    report.show_confidence = False
+    assert collect(report).facts["confidence"] is None
+    assert collect(report, confidence=True).facts["confidence"]
 
 
 def test_the_month_and_year_of_a_start_alone_are_blank():

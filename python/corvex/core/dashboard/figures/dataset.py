@@ -20,6 +20,10 @@ from corvex.core.dashboard.figures.activity import (
     yearly_activity,
 )
 from corvex.core.dashboard.figures.by_asset import by_asset
+from corvex.core.dashboard.figures.confidence_figures import (
+    confidence_figures,
+    shows_confidence,
+)
 from corvex.core.dashboard.figures.current_holdings import freshness, holdings
 from corvex.core.dashboard.figures.curve_series import (
     RISK_FREE_RATE,
@@ -68,13 +72,17 @@ class Dataset:
     series: dict[str, Any]
 
 
-def collect(report: Report, riskfree_rate: float | None = None) -> Dataset:
+def collect(
+    report: Report, riskfree_rate: float | None = None, confidence: bool | None = None
+) -> Dataset:
     """Gather what a page shows of a report; the report is not changed.
 
     Parameters
     ----------
     riskfree_rate : float, optional
         Per year; by default the report's own ``riskfree_rate``, else 0.02.
+    confidence : bool, optional
+        Work out the uncertainty; by default as the report's own ``show_confidence`` says, else yes.
     """
     rate = riskfree_of(report, riskfree_rate)
     curves = read_curves(report)
@@ -93,6 +101,9 @@ def collect(report: Report, riskfree_rate: float | None = None) -> Dataset:
             curves, stats["return_table"], None if market is None else market["return_table"]
         ),
         "distribution": distribution(curves),
+        "confidence": confidence_figures(report, rate)
+        if shows_confidence(report, confidence)
+        else None,
         "now": _now(curves),
         "drawdowns": _drawdowns(curves, stats["drawdown_details"]),
         "crises": crises(curves, getattr(report, "asset_type", None) == "crypto"),

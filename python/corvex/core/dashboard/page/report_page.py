@@ -42,6 +42,7 @@ SHARED_MODULES = (
 _MODULES = (
     *SHARED_MODULES,
     "risk",
+    "confidence",
     "holdings",
     "trades",
     "activity",
@@ -70,6 +71,7 @@ def generate_html(
     with_iframe: bool = False,
     title: str | None = None,
     riskfree_rate: float | None = None,
+    confidence: bool | None = None,
 ) -> str:
     """Render a report as one self-contained HTML string.
 
@@ -86,6 +88,10 @@ def generate_html(
     riskfree_rate : float, optional
         Per year, a fraction. Default: the report's attribute ``riskfree_rate`` where that is set,
         else 0.02.
+    confidence : bool, optional
+        Have the section that tells how far chance alone could have gone, which takes about 50 ms
+        for ten years. Default: the report's attribute ``show_confidence`` where that is set, else
+        True.
 
     Returns
     -------
@@ -109,7 +115,7 @@ def generate_html(
     tab = str(title) if title else DEFAULT_TITLE
     from corvex.core.dashboard.figures.dataset import collect
 
-    data = collect(report, riskfree_rate)
+    data = collect(report, riskfree_rate, confidence)
     name = data.facts["meta"]["name"]
     heading = tab if name is None else name
     return render(tab, heading, data.facts, data.series, page_script(), with_iframe=with_iframe)
@@ -190,8 +196,12 @@ def _template() -> list[str]:
 @cache
 def _texts() -> str:
     """The texts in all languages and the list of figures, as JSON for a script element."""
+    from corvex.significance.words import section
+
     known = catalogue()
     texts = {language: json.loads(asset(f"texts.{language}.json")) for language in _LANGUAGES}
+    for language in _LANGUAGES:
+        texts[language]["s_confidence"] = section(language)
     for name, reason in EXIT_REASONS.items():
         texts["en"][f"reason_{name}"] = reason.english
         texts["zh-Hant"][f"reason_{name}"] = reason.chinese

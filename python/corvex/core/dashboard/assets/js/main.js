@@ -1,6 +1,7 @@
 // Puts the page together.
 
 import { renderAssumptions, renderCosts, renderLiquidity } from "./activity.js";
+import { renderConfidence } from "./confidence.js";
 import { renderDrawdowns, renderEquity } from "./equity.js";
 import { renderFooter, renderSummary, renderTop } from "./heading.js";
 import { renderHoldings } from "./holdings.js";
@@ -19,6 +20,7 @@ const SECTIONS = [
   ["rolling", renderRolling, true],
   ["drawdowns", renderDrawdowns, false],
   ["distribution", renderDistribution, false],
+  ["confidence", renderConfidence, false],
   ["live", renderLive, false],
   ["holdings", renderHoldings, false],
   ["trades", renderTrades, true],
