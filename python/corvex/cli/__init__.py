@@ -62,6 +62,17 @@ RiskFree = Annotated[
     float | None,
     typer.Option("--riskfree", help="Risk-free rate a year, as a fraction; 0.02 by default."),
 ]
+Confidence = Annotated[
+    bool | None,
+    typer.Option(
+        "--confidence/--no-confidence",
+        help="Say how far chance alone could have gone; or leave that out of the page.",
+    ),
+]
+Trials = Annotated[
+    int | None,
+    typer.Option(min=1, help="How many strategies were tried, this one counted."),
+]
 Out = Annotated[
     Path | None,
     typer.Option(
@@ -132,7 +143,7 @@ def demo(
                 save_page(report, page)
         with steps.step("publish and read back"):
             published = publish_demo(report)
-    _print_report(report, NAME, width, chosen, text=text)
+    _print_report(report, NAME, width, chosen, text=text, confidence=not text)
     print(f"{SURVIVORS[chosen]}\n")
     steps.print_times()
     print(f"\n{published}")
@@ -169,6 +180,8 @@ def show(
     text: Text = False,
     lang: Lang = None,
     riskfree: RiskFree = None,
+    confidence: Confidence = None,
+    trials: Trials = None,
     trust: Trust = False,
 ) -> None:
     """Print a saved report: its summary and charts, or the tables asked for."""
@@ -177,11 +190,15 @@ def show(
     chosen = language(lang)
     page = None if html is None else target_file(html, f"{file.stem}.html")
     loaded = load_report(file, trust)
+    if trials is not None:
+        loaded.trials_statistics = trials
     if page is not None:
-        save_page(loaded, page)
+        save_page(loaded, page, confidence=confidence)
         note(f"page written to {page}")
-    if text or not (metrics or trades or live):
+    if text or not (metrics or trades or live or confidence):
         _print_report(loaded, name_of(loaded), width, chosen, riskfree, text=text)
+    if confidence:
+        _print_confidence(loaded, chosen, riskfree)
     if not (metrics or trades or live):
         return
     from corvex.cli import report_tables as tables
@@ -228,6 +245,8 @@ def report(
     text: Text = False,
     lang: Lang = None,
     riskfree: RiskFree = None,
+    confidence: Confidence = None,
+    trials: Trials = None,
     max_size: MaxSize = 200,
 ) -> None:
     """Report on a curve of your own.
@@ -246,12 +265,14 @@ def report(
         file, column=column, returns=returns, benchmark=benchmark, market=market, name=title,
         max_megabytes=max_size,
     )  # fmt: skip
-    _print_report(result, title, width, chosen, riskfree, text=text)
+    if trials is not None:
+        result.trials_statistics = trials
+    _print_report(result, title, width, chosen, riskfree, text=text, confidence=bool(confidence))
     if target is not None:
         save_report(result, target)
         print(f"Report written to {target}")
     if page is not None:
-        save_page(result, page, title)
+        save_page(result, page, title, confidence)
         print(f"Page written to {page}")
 
 
@@ -263,15 +284,26 @@ def _print_report(
     riskfree: float | None = None,
     *,
     text: bool,
+    confidence: bool = False,
 ) -> None:
     if text:
         print(report.to_text(name=None if name is None else printable(name)))
+        if confidence:
+            _print_confidence(report, lang, riskfree)
         return
     from corvex.cli.summary import summary
 
     print(summary(report, name, lang, riskfree))
     report.to_terminal(width=width or plot_width())
     print()
+    if confidence:
+        _print_confidence(report, lang, riskfree)
+
+
+def _print_confidence(report: Report, lang: str, riskfree: float | None) -> None:
+    from corvex.cli.summary import confidence_summary
+
+    print(confidence_summary(report, lang, riskfree))
 
 
 preview.add_commands(app)

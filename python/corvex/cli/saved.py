@@ -68,8 +68,15 @@ def save_report(report: Report, target: Path) -> None:
         report.to_pickle(target)
 
 
-def save_page(report: Report, target: Path, name: str | None = None) -> None:
-    """Write a report's page, with its name on the browser's tab."""
+def save_page(
+    report: Report, target: Path, name: str | None = None, confidence: bool | None = None
+) -> None:
+    """Write a report's page, with its name on the browser's tab.
+
+    It has the section on confidence as asked for, else as the report itself says.
+    """
+    if confidence is not None:
+        report.show_confidence = confidence
     report.to_html(target, title=name or name_of(report))
 
 

@@ -17,7 +17,7 @@ from corvex.plaintext import display_width, padded, printable
 if TYPE_CHECKING:
     from corvex.core.report import Report
 
-__all__ = ["LANGUAGES", "language", "summary"]
+__all__ = ["LANGUAGES", "confidence_summary", "language", "summary"]
 
 LANGUAGES = ("en", "zh-Hant")
 _WIDTH = 80
@@ -159,6 +159,31 @@ def summary(report: Report, name: str | None, lang: str, riskfree_rate: float | 
     for label, text in rows:
         lines += _wrapped("" if label == shown else label, text, wide)
         shown = label
+    return "\n".join([*lines, ""])
+
+
+def confidence_summary(report: Report, lang: str, riskfree_rate: float | None = None) -> str:
+    """Say in a few lines how far chance alone could have gone; ends with a line break.
+
+    Parameters
+    ----------
+    report : Report
+        Its own attribute `trials_statistics` tells how many trials it was chosen from.
+    lang : {"en", "zh-Hant"}
+    riskfree_rate : float, optional
+        As for `summary`.
+    """
+    from corvex.core.dashboard.figures.curve_series import riskfree_of
+    from corvex.significance.uncertainty import confidence
+    from corvex.significance.words import limits, nothing, rows, section
+
+    found = confidence(report, riskfree_rate=riskfree_of(report, riskfree_rate))
+    told = [(catalogue().figures[key].label(lang), text) for key, text in rows(found, lang)]
+    wide = max((display_width(label) for label, _ in told), default=0) + 2
+    lines = [section(lang), ""]
+    for label, text in told:
+        lines += _wrapped(label, text, wide)
+    lines += ["", *_wrapped("", limits(lang), 0)] if told else [nothing(lang)]
     return "\n".join([*lines, ""])
 
 

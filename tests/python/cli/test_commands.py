@@ -46,7 +46,8 @@ def test_demo_prints_saves_and_show_prints_it_again(run, tmp_path):
     assert held[held > 0].eq(5).mean() > 0.8
     status, again, _ = run("show", saved)
     assert status == 0
-    assert again.strip() == out.partition("The prices are")[0].strip()
+    worth = run("show", saved, "--confidence")[1]
+    assert f"{again.strip()}\n\n{worth.strip()}" == out.partition("The prices are")[0].strip()
     assert run("show", saved, "--width", 30)[1] != again
 
 

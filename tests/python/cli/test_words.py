@@ -10,6 +10,7 @@ import pytest
 
 import corvex
 from corvex.plaintext import PlainStream, printable
+from corvex.significance.words import rows
 
 EVIL = "A\x1b]52;c;ZXZpbA==\x07\x1b[2J\u202e\x9b1\u2028\r\nvalid"
 
@@ -70,6 +71,22 @@ def test_summary_agrees_with_the_statistics_in_both_languages(run, saved, monkey
     assert repr(saved) in repr(saved.metrics)
     assert repr(object.__new__(corvex.Report)).startswith("<corvex.core.report.Report object")
     assert "must be one of en, zh-Hant, got 'fr'" in run("show", "r.pkl", "--lang", "fr")[2]
+
+
+def test_confidence_is_told_in_both_languages_and_left_out_of_the_page(run, saved, tmp_path):
+    for language in ("en", "zh-Hant"):
+        status, out, _ = run("show", "r.pkl", "--confidence", "--trials", 7, "--lang", language)
+        told = rows(corvex.confidence(saved, 7), language)
+        assert (status, len(told) > 4) == (0, True)
+        for _, text in told:
+            assert "".join(text.split()) in "".join(out.split())
+    run("show", "r.pkl", "--html", "with.html")
+    run("show", "r.pkl", "--html", "without.html", "--no-confidence")
+    with_, without = (
+        '"confidence":null' not in (tmp_path / name).read_text(encoding="utf-8")
+        for name in ("with.html", "without.html")
+    )
+    assert (with_, without) == (True, False)
 
 
 def test_names_of_strangers_steer_no_terminal(run, saved):
