@@ -16,7 +16,7 @@ if TYPE_CHECKING:
 
 __all__ = ["PublishWarning", "clean_name", "failure_of", "publish", "rehearse"]
 
-_PACKAGE = str(Path(__file__).resolve().parent)
+_PACKAGE = str(Path(__file__).parent)  # unresolved, as frames name their files
 _FORBIDDEN = str.maketrans(dict.fromkeys("()[]+|!@#$~%^={}&*.", "_"))
 
 

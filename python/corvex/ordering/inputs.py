@@ -18,7 +18,7 @@ if TYPE_CHECKING:
 
 __all__ = ["chosen_weights", "matched", "one_execution", "quantities", "unit_prices"]
 
-_PACKAGE = str(Path(__file__).resolve().parents[1])
+_PACKAGE = str(Path(__file__).parents[1])  # unresolved, as frames name their files
 
 
 def one_execution(execution: Any) -> Any:

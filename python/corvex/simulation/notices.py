@@ -9,7 +9,7 @@ import pandas as pd
 
 __all__ = ["date_text", "warn"]
 
-_PACKAGE = str(Path(__file__).resolve().parents[1])
+_PACKAGE = str(Path(__file__).parents[1])  # unresolved, as frames name their files
 
 
 def warn(message: str) -> None:
