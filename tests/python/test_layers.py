@@ -146,6 +146,12 @@ def test_the_files_that_the_map_names_are_there(map_file):
     assert not missing
 
 
+def test_the_map_names_every_room():
+    text = (ROOT / "ARCHITECTURE.md").read_text("utf-8")
+    rooms = {path.parent.name for path in (ROOT / "python/corvex").glob("*/__init__.py")}
+    assert [room for room in sorted(rooms) if f"`{room}/`" not in text] == []
+
+
 @pytest.mark.parametrize("name", ["corvex._engine", "corvex.core.report"])
 def test_built_modules_are_extensions(name):
     file = importlib.import_module(name).__file__
