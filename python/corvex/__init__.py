@@ -31,10 +31,12 @@ if TYPE_CHECKING:
     )
     from corvex.simulation import simulate
     from corvex.simulation.given_curves import from_equity, from_returns
+    from corvex.sweeping import Sweep, open_sweep, sweep
 
 __all__ = [
     "Report",
     "ReportExecution",
+    "Sweep",
     "__version__",
     "check_lookahead",
     "compare",
@@ -48,11 +50,13 @@ __all__ = [
     "get_token",
     "live_figures",
     "load",
+    "open_sweep",
     "orders",
     "random_entries",
     "random_portfolios",
     "save",
     "simulate",
+    "sweep",
     "trial_statistics",
     "turnover",
 ]
@@ -60,6 +64,7 @@ __all__ = [
 _LAZY = {
     "Report": "corvex.core.report",
     "ReportExecution": "corvex.core.report",
+    "Sweep": "corvex.sweeping",
     "check_lookahead": "corvex.significance",
     "compare": "corvex.comparison",
     "confidence": "corvex.significance",
@@ -69,11 +74,13 @@ _LAZY = {
     "from_returns": "corvex.simulation.given_curves",
     "live_figures": "corvex.explain.live_performance",
     "load": "corvex.safe_file",
+    "open_sweep": "corvex.sweeping",
     "orders": "corvex.ordering",
     "random_entries": "corvex.significance",
     "random_portfolios": "corvex.significance",
     "save": "corvex.safe_file",
     "simulate": "corvex.simulation",
+    "sweep": "corvex.sweeping",
     "trial_statistics": "corvex.significance",
     "turnover": "corvex.explain.attribution",
 }

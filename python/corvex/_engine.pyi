@@ -315,7 +315,7 @@ def simulate_many(
     runs : int64 array of shape (runs, 2)
         The number of the plan and of the options of each run.
     times : int64 array of shape (sessions,)
-        Wall time of each session; for bars of a day or longer the day's midnight.
+        Wall time of each session; the figures read them by day.
     closes : int64 array
         The rows that end a day: those at which the figures read the curve.
     before_first : int64 array of shape (plans,)

@@ -64,7 +64,9 @@ def test_each_run_is_the_one_alone_whatever_runs_beside_it(seed, assets):
         assert np.all(curve[:first] == 1.0)
         start = first + max(int(np.flatnonzero(alone["traded"])[0]) - 1, 0)
         assert abs(curve[start] - 1) < 1e-12
-        record = _engine.performance_record(curve[start:].copy(), times[start:].copy(), 0.02)
+        curve[start] = 1.0
+        daily = _engine.rebase(curve[start:].copy(), 100.0)  # as reports have it
+        record = _engine.performance_record(daily, times[start:].copy(), 0.02)
         np.testing.assert_array_equal(found["figures"][row], record[0])
         assert found["fees"][row] == pytest.approx(alone["fees"].sum(), rel=1e-12)
         closed = alone["trades"]["exit_session"] >= 0

@@ -92,10 +92,11 @@ def state_after(result: SimulationResult, schedule: Schedule) -> State:
 
 def cost_totals(result: SimulationResult) -> dict[str, float]:
     """Return what was paid in all, in units of the first equity."""
+    # In order of time, as the engine sums those of many runs.
     kinds = {
-        "fees": float(result["fees"].sum()),
-        "tax": float(result["taxes"].sum()),
-        "slippage": float(result["slippage"].sum()),
+        "fees": float(np.cumsum(result["fees"])[-1]),
+        "tax": float(np.cumsum(result["taxes"])[-1]),
+        "slippage": float(np.cumsum(result["slippage"])[-1]),
     }
     return {**kinds, "total": sum(kinds.values())}
 

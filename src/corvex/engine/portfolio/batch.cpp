@@ -3,6 +3,7 @@
 #include "corvex/engine/core/parallel.hpp"
 #include "corvex/engine/portfolio/require.hpp"
 #include "corvex/engine/portfolio/simulator.hpp"
+#include "corvex/engine/series/returns.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -15,6 +16,8 @@ namespace {
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kRounding = 1e-12;
+/// Reports bring their daily curve to this, and a quotient is rounded.
+constexpr double kBase = 100.0;
 constexpr double kNanosPerYear = 365.25 * 86'400e9;
 /// Runs that share each block of prices, and the prices of a block.
 constexpr std::size_t kRunsAtOnce = 8;
@@ -34,23 +37,33 @@ std::size_t rows_before_first_fill(std::span<const double> traded) {
     return static_cast<std::size_t>(std::max<std::ptrdiff_t>(row - 1, 0));
 }
 
+/// The curve as a report's statistics read it: the last value of each day, from 100 on.
 Curve daily_curve(const Batch& batch, std::size_t plan, const SimulationResult& result) {
     const std::size_t first = batch.plans[plan].first_session;
     const std::size_t start = first + rows_before_first_fill(result.traded);
     Curve curve;
     curve.values.reserve(batch.calendar.closes.size() + 1);
     curve.times.reserve(batch.calendar.closes.size() + 1);
-    if (std::abs(result.equity[start - first] - 1.0) > kRounding) {
-        curve.values.push_back(1.0);
-        curve.times.push_back(batch.calendar.before_first[plan]);
+    const auto add = [&curve](Nanos time, double value) {
+        const Nanos day = start_of_day(day_number(time));
+        if (!curve.times.empty() && curve.times.back() == day) {
+            curve.values.back() = value;
+            return;
+        }
+        curve.values.push_back(value);
+        curve.times.push_back(day);
+    };
+    const bool led = std::abs(result.equity[start - first] - 1.0) > kRounding;
+    if (led) {
+        add(batch.calendar.before_first[plan], 1.0);
     }
     for (const std::int64_t close : batch.calendar.closes) {
         const auto row = static_cast<std::size_t>(close);
         if (row >= start) {
-            curve.values.push_back(result.equity[row - first]);
-            curve.times.push_back(batch.calendar.times[row]);
+            add(batch.calendar.times[row], row == start && !led ? 1.0 : result.equity[row - first]);
         }
     }
+    rebase(curve.values, kBase, curve.values);
     return curve;
 }
 

@@ -1,0 +1,362 @@
+"""Running parts of a grid: strategies are called, plans made once, and the engine runs batches."""
+
+from __future__ import annotations
+
+import time
+import warnings
+from collections import Counter
+from collections.abc import Iterator, Mapping, Sequence
+from dataclasses import dataclass, field
+from functools import cached_property
+from typing import Any
+
+import numpy as np
+import pandas as pd
+
+from corvex import _engine
+from corvex.markets import infer_market_name
+from corvex.markets.bars import period_before
+from corvex.simulation.doubts import warn_about_guessed_costs, warn_about_run
+from corvex.simulation.held_prices import check_held_prices
+from corvex.simulation.options import Options
+from corvex.simulation.plan.plan import Plan, make_plan
+from corvex.simulation.read.asset_prices import AssetPrices
+from corvex.simulation.read.clock import Clock
+from corvex.simulation.read.price_data import PriceData, read_prices
+from corvex.simulation.read.weights import WeightTable, read_weights
+from corvex.simulation.report.results import curve_and_position
+from corvex.simulation.run import run_plan
+from corvex.sweeping.grid import Combination
+from corvex.sweeping.run_results import BLOCKS, FIGURES, Results, joined
+from corvex.sweeping.settings import Settings
+from corvex.sweeping.strategy import Strategy
+
+__all__ = ["Job", "Runner", "Task"]
+
+# A batch is run when it has so many runs, bytes of targets or seconds of strategies.
+_MOST_RUNS = 4096
+_MOST_BYTES = 1 << 26
+_MOST_SECONDS = 1.0
+_STOPS_ABOVE_ONE = ("stop_loss", "take_profit", "trail_stop")
+
+
+@dataclass(frozen=True, eq=False)
+class Job:
+    """What all runs of a sweep have in common; it can be carried to other processes.
+
+    Attributes
+    ----------
+    strategy : Strategy
+        Makes the weights.
+    prices : object
+        As the user handed them over.
+    fixed : mapping of str to object
+        Arguments of `simulate` that do not vary.
+    options : sequence of dict
+        Combinations of those that do.
+    riskfree_rate : float
+        Per year, a fraction.
+    keep_curves : bool
+        Keep the equity curves.
+    """
+
+    strategy: Strategy
+    prices: Any
+    fixed: Mapping[str, Any]
+    options: Sequence[Combination]
+    riskfree_rate: float
+    keep_curves: bool
+
+
+@dataclass(frozen=True, slots=True)
+class Task:
+    """One call of the strategy, and the runs that its weights serve.
+
+    Attributes
+    ----------
+    signal : dict
+        The strategy's arguments.
+    runs : list of (int, int)
+        The number of each run and that of its options.
+    """
+
+    signal: Combination
+    runs: list[tuple[int, int]]
+
+
+class _Calendar:
+    """How figures read the sessions of a clock."""
+
+    def __init__(self, clock: Clock) -> None:
+        self._clock = clock
+        local = clock.index if clock.index.tz is None else clock.index.tz_localize(None)
+        self.times: np.ndarray = np.ascontiguousarray(local.as_unit("ns").asi8)
+        self.closes = _engine.day_end_rows(self.times)
+        self.key = int(clock.index.as_unit("ns").asi8[0]), len(clock)
+        self.blocks = BLOCKS if len(clock) > 2 * BLOCKS else 0
+
+    @cached_property
+    def before(self) -> int:
+        """One bar before the first session."""
+        stamp = period_before(self._clock.index)
+        return int(pd.Timestamp(stamp.tz_localize(None)).as_unit("ns").value)
+
+    def before_plan(self, plan: Plan) -> int:
+        # The curve of a plan that is signalled within the sessions starts at that signal.
+        signals = plan.schedule.sessions
+        return self.before if len(signals) and signals[0] < 0 else 0
+
+
+@dataclass(eq=False)
+class _Group:
+    """Runs that share prices, and so a call of the engine."""
+
+    data: PriceData
+    prices: AssetPrices
+    calendar: _Calendar
+    plans: list[Plan] = field(default_factory=list)
+    options: list[Options] = field(default_factory=list)
+    pairs: list[tuple[int, int]] = field(default_factory=list)
+    settings: list[Settings] = field(default_factory=list)
+    runs: list[int] = field(default_factory=list)
+    seconds: list[float] = field(default_factory=list)
+    _known: dict[int, int] = field(default_factory=dict)
+    _known_options: dict[Options, int] = field(default_factory=dict)
+
+    def add(self, run: int, plan: Plan, options: Options, settings: Settings, secs: float) -> None:
+        place = self._known.setdefault(id(plan), len(self.plans))
+        if place == len(self.plans):
+            self.plans.append(plan)
+        at = self._known_options.setdefault(options, len(self.options))
+        if at == len(self.options):
+            self.options.append(options)
+        self.pairs.append((place, at))
+        self.settings.append(settings)
+        self.runs.append(run)
+        self.seconds.append(secs)
+
+
+class Runner:
+    """Runs tasks, part by part; prices that were read are kept for the next ones.
+
+    Parameters
+    ----------
+    job : Job
+        What the runs have in common.
+    threads : int
+        Of the engine; 0 is one for each core.
+    raises : bool
+        An error of a run is raised instead of recorded.
+    """
+
+    def __init__(self, job: Job, threads: int = 0, *, raises: bool = False) -> None:
+        self._job = job
+        self._threads = threads
+        self._raises = raises
+        self._data: dict[Any, PriceData] = {}
+        self._settings: dict[int, Settings] = {}
+        self._engine_options: dict[tuple[int, int], Options] = {}
+        self._calendars: dict[int, _Calendar] = {}
+        self._groups: dict[int, _Group] = {}
+        self._failed: list[Results] = []
+        #: Texts of warnings, and in how many plans each was given.
+        self.warned: Counter[str] = Counter()
+
+    def run(self, tasks: Sequence[Task]) -> Iterator[Results]:
+        """Yield the results of tasks, some hundreds or thousands of runs at a time."""
+        runs = weight = 0
+        since = time.perf_counter()
+        for task in tasks:
+            weight += self._prepare(task)
+            runs += len(task.runs)
+            full = runs >= _MOST_RUNS or weight >= _MOST_BYTES
+            if full or time.perf_counter() - since >= _MOST_SECONDS:
+                yield self._flush()
+                runs = weight = 0
+                since = time.perf_counter()
+        if runs:
+            yield self._flush()
+
+    # -- before the engine -------------------------------------------------------------------
+
+    def _prepare(self, task: Task) -> int:
+        """Plan the runs of a task; return the bytes of their targets."""
+        begin = time.perf_counter()
+        try:
+            weights = self._job.strategy.weights(self._job.prices, task.signal)
+        except Exception as error:
+            self._fail([run for run, _ in task.runs], error)
+            return 0
+        each = (time.perf_counter() - begin) / len(task.runs)
+        tables: dict[Any, WeightTable] = {}
+        plans: dict[Any, Plan] = {}
+        with warnings.catch_warnings(record=True) as caught:
+            warnings.simplefilter("always")
+            for run, options in task.runs:
+                try:
+                    self._plan(run, options, weights, tables, plans, each)
+                except Exception as error:
+                    self._fail([run], error)
+        self.warned.update({str(one.message) for one in caught})
+        return sum(plan.schedule.targets.nbytes for plan in plans.values())
+
+    def _plan(
+        self,
+        run: int,
+        at: int,
+        weights: Any,
+        tables: dict[Any, WeightTable],
+        plans: dict[Any, Plan],
+        seconds: float,
+    ) -> None:
+        begin = time.perf_counter()
+        settings = self._settings.get(at)
+        if settings is None:
+            settings = Settings.read(self._job.fixed, self._job.options[at])
+            self._settings[at] = settings
+        how = settings.limit, settings.leverage
+        if how not in tables:
+            tables[how] = read_weights(weights, limit=how[0], leverage=how[1])
+        data = self._data_of(settings, tables[how])
+        options = self._engine_options.get((at, id(data)))
+        if options is None:
+            options = settings.engine_options(data)
+            self._engine_options[at, id(data)] = options
+        key = settings.plan, id(data)
+        new = key not in plans
+        if new:
+            plans[key] = make_plan(tables[how], data, settings.rule, settings.offset)
+        plan = plans[key]
+        prices = data.of_assets(
+            plan.labels, settings.arguments["trade_at"], with_bars=options.touched_exit
+        )
+        if new or id(prices) not in self._groups:
+            check_held_prices(prices, plan, data.clock)
+        if new or any(1.0 < getattr(options, stop) < np.inf for stop in _STOPS_ABOVE_ONE):
+            warn_about_run(plan, options, data.clock)
+        group = self._groups.get(id(prices))
+        if group is None:
+            group = self._groups[id(prices)] = _Group(data, prices, self._calendar(data.clock))
+        group.add(run, plan, options, settings, seconds + time.perf_counter() - begin)
+
+    def _data_of(self, settings: Settings, table: WeightTable) -> PriceData:
+        """The prices of a run; those that were read for another one where it may share them."""
+        given, prices = settings.arguments, self._job.prices
+        key: tuple[Any, ...] = settings.span
+        if given["market"] is None:
+            key += (infer_market_name(table.labels),)
+        if isinstance(prices, pd.Series):
+            key += (tuple(table.labels),)
+        if key not in self._data:
+            span = {name: given[name] for name in ("market", "benchmark", "start", "end")}
+            data = read_prices(prices, table.labels, **span)
+            if given["market"] is None and prices is not None:
+                warn_about_guessed_costs(data.market, given["fee_ratio"], given["tax_ratio"])
+            if given["live_performance_start"] is not None:
+                data.clock.border(given["live_performance_start"], "live_performance_start")
+            self._data[key] = data
+        return self._data[key]
+
+    def _calendar(self, clock: Clock) -> _Calendar:
+        found = self._calendars.get(id(clock))
+        if found is None:
+            found = self._calendars[id(clock)] = _Calendar(clock)
+        return found
+
+    def _fail(self, runs: list[int], error: Exception) -> None:
+        if self._raises:
+            raise error
+        self._failed.append(Results.empty(runs, _told(error)))
+
+    # -- the engine --------------------------------------------------------------------------
+
+    def _flush(self) -> Results:
+        groups, self._groups = self._groups, {}
+        parts = [self._run_group(group) for group in groups.values() if group.runs]
+        parts += self._failed
+        self._failed = []
+        return joined(parts)
+
+    def _run_group(self, group: _Group) -> Results:
+        begin = time.perf_counter()
+        calendar = group.calendar
+        results = Results.empty(group.runs)
+        try:
+            found = self._call_engine(group, calendar)
+        except (ValueError, OverflowError):
+            if len(group.runs) > 1:  # find out whose fault it is
+                return joined(self._run_group(one) for one in _single(group))
+            self._explain(group, results, 0)
+            return results
+        count = len(FIGURES)
+        results.figures[:, :count] = found["figures"]
+        costs = [found["fees"], found["taxes"], found["slippage"]]
+        wins = np.where(np.isnan(found["win_rate"]), 0.0, found["win_rate"])
+        extras = [*costs, costs[0] + costs[1] + costs[2], found["turnover"], wins, found["trades"]]
+        results.figures[:, count:] = np.column_stack(extras)
+        if found["sums"] is not None and found["squares"] is not None:
+            results.sums[:] = found["sums"]
+            results.squares[:] = found["squares"]
+        results.calendar[:] = calendar.key
+        results.calendars[calendar.key] = group.data.clock.index
+        if found["curves"] is not None:
+            for place, curve in enumerate(found["curves"]):
+                results.curves[place] = curve
+        total = results.figures[:, FIGURES.index("total_return")]
+        broken = np.isinf(total) | (np.isnan(results.sums).any(axis=1) & (calendar.blocks > 0))
+        for place in np.flatnonzero(broken | np.isinf(results.sums).any(axis=1)).tolist():
+            self._explain(group, results, place)
+        results.seconds[:] = group.seconds
+        results.seconds += (time.perf_counter() - begin) / len(group.runs)
+        return results
+
+    def _call_engine(self, group: _Group, calendar: _Calendar) -> _engine.BatchResult:
+        return _engine.simulate_many(
+            group.prices.shared,
+            [
+                (
+                    np.ascontiguousarray(plan.schedule.targets),
+                    np.ascontiguousarray(plan.schedule.sessions, dtype=np.int64),
+                    plan.first_session,
+                )
+                for plan in group.plans
+            ],
+            list(group.options),
+            np.array(group.pairs, dtype=np.int64).reshape(-1, 2),
+            times=calendar.times,
+            closes=calendar.closes,
+            before_first=np.array([calendar.before_plan(one) for one in group.plans], np.int64),
+            riskfree_rate=self._job.riskfree_rate,
+            blocks=calendar.blocks,
+            curves=self._job.keep_curves,
+            threads=self._threads,
+        )
+
+    def _explain(self, group: _Group, results: Results, place: int) -> None:
+        """Record what a single run says of a curve that is none."""
+        plan, options = group.plans[group.pairs[place][0]], group.options[group.pairs[place][1]]
+        try:
+            with warnings.catch_warnings():
+                warnings.simplefilter("ignore")
+                trade_at = group.settings[place].arguments["trade_at"]
+                run = run_plan(group.data, plan, options, trade_at)
+                curve_and_position(run.result, plan.labels, group.data.clock, plan.first_session)
+        except Exception as error:
+            if self._raises:
+                raise
+            results.put(Results.empty([place], _told(error)))
+
+
+def _single(group: _Group) -> Iterator[_Group]:
+    for place, (plan, options) in enumerate(group.pairs):
+        one = _Group(group.data, group.prices, group.calendar)
+        one.add(
+            group.runs[place], group.plans[plan], group.options[options],
+            group.settings[place], group.seconds[place],
+        )  # fmt: skip
+        yield one
+
+
+def _told(error: Exception) -> str:
+    text = str(error)
+    return f"{type(error).__name__}: {text}" if text else type(error).__name__

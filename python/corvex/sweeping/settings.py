@@ -1,0 +1,100 @@
+"""The arguments of `simulate` in a sweep: those that vary, and those that do not."""
+
+from __future__ import annotations
+
+import dataclasses
+import inspect
+from collections.abc import Iterable, Mapping
+from dataclasses import dataclass
+from typing import Any
+
+import pandas as pd
+
+from corvex.simulation.driver import simulate
+from corvex.simulation.options import Options, checked_limit, read_options
+from corvex.simulation.plan.schedule import Rule, read_offset, read_resample
+from corvex.simulation.read.price_data import PriceData
+from corvex.sweeping.grid import Combination, near
+from corvex.sweeping.values import unwrap
+
+__all__ = ["ARGUMENTS", "Settings", "check_names"]
+
+#: What a sweep passes on to `simulate`, with the defaults there.
+ARGUMENTS = {
+    name: one.default
+    for name, one in inspect.signature(simulate).parameters.items()
+    if name not in ("weights", "prices", "upload")
+}
+_ENGINE = tuple(one.name for one in dataclasses.fields(Options))
+_SPAN = ("market", "benchmark", "start", "end")
+_PLAN = ("resample", "resample_offset", "position_limit", "leverage")
+
+
+def check_names(given: Iterable[str], *, varies: bool) -> None:
+    """Refuse what is no argument of `simulate`, naming the near ones.
+
+    Raises
+    ------
+    TypeError
+        For an argument of a call.
+    ValueError
+        For a name in `options`.
+    """
+    for name in given:
+        if name == "upload":
+            raise ValueError("a sweep publishes nothing; publish the report of a run")
+        if name not in ARGUMENTS:
+            what = "options name" if varies else "sweep() got"
+            error = ValueError if varies else TypeError
+            raise error(f"{what} an unknown argument {name!r}; {near(name, ARGUMENTS)}")
+
+
+@dataclass(frozen=True)
+class Settings:
+    """One combination of the arguments of `simulate`, read.
+
+    Attributes
+    ----------
+    arguments : mapping of str to object
+        All of them.
+    span : tuple
+        What chooses prices; settings of equal ones share them.
+    plan : tuple
+        What a plan depends on beside weights and prices.
+    """
+
+    arguments: Mapping[str, Any]
+    span: tuple[Any, ...]
+    plan: tuple[Any, ...]
+    rule: Rule
+    offset: pd.Timedelta
+    limit: float
+    leverage: bool
+
+    @classmethod
+    def read(cls, fixed: Mapping[str, Any], options: Combination) -> Settings:
+        """Read the fixed arguments with those of one combination in their place."""
+        given = {**ARGUMENTS, **fixed, **{name: unwrap(one) for name, one in options.items()}}
+        rule = read_resample(given["resample"])
+        return cls(
+            arguments=given,
+            span=tuple(_key(given[name]) for name in _SPAN),
+            plan=tuple(_key(given[name]) for name in _PLAN),
+            rule=rule,
+            offset=read_offset(rule, given["resample_offset"]),
+            limit=checked_limit(given["position_limit"]),
+            leverage=bool(given["leverage"]),
+        )
+
+    def engine_options(self, prices: PriceData) -> Options:
+        """Return what the engine takes; costs that are not given are the market's."""
+        return read_options(prices.market, {name: self.arguments[name] for name in _ENGINE})
+
+
+def _key(value: Any) -> Any:
+    """Something hashable that is the same for the same value."""
+    try:
+        hash(value)
+    except TypeError:
+        return id(value)
+    return type(value), value

@@ -1,0 +1,451 @@
+"""What a sweep found: the figures of its runs, the best of them, and a report of any."""
+
+from __future__ import annotations
+
+import difflib
+import math
+from collections.abc import Mapping, Sequence
+from dataclasses import dataclass
+from functools import cached_property
+from typing import TYPE_CHECKING, Any
+
+import numpy as np
+import pandas as pd
+
+from corvex import _engine
+from corvex.ffn_core.catalogue import show
+from corvex.significance.trials import TrialStatistics
+from corvex.sweeping.grid import Grid, index_of, near
+from corvex.sweeping.run_results import BLOCKS, EXTRAS, FIGURES, Results
+from corvex.sweeping.runner import Job
+from corvex.sweeping.values import unwrap
+
+if TYPE_CHECKING:
+    from plotly.graph_objs import Figure
+
+    from corvex.core.report import Report
+    from corvex.significance import Confidence
+
+__all__ = ["Source", "Sweep"]
+
+#: Figures of which less is better, among those that have a better end.
+_LESS_IS_BETTER = {
+    "fees", "tax", "slippage", "costs", "turnover", "seconds",
+    "daily_vol", "monthly_vol", "yearly_vol", "avg_drawdown_days",
+}  # fmt: skip
+_COUNTS = ("trades",)
+#: Where `corvex.confidence` looks for what a report was chosen from.
+TRIALS = "trials_statistics"
+# Beyond this many curves their correlations take longer than the sweep did.
+_MOST_CORRELATED = 2000
+
+
+@dataclass(frozen=True, eq=False)
+class Source:
+    """Where runs come from, so that any can be made again."""
+
+    job: Job
+    grid: Grid
+
+
+class Sweep:
+    """Many runs of one strategy.
+
+    Parameters
+    ----------
+    labels : mapping of str to sequence
+        The label of each parameter in each run.
+    results : Results
+        The runs, in the order of the grid.
+    title : str or None
+        What the strategy is called.
+    riskfree_rate : float
+        Per year, a fraction: that of the figures.
+    source : Source or None
+        None for a sweep that was read from its folder.
+    """
+
+    def __init__(
+        self,
+        labels: Mapping[str, Sequence[Any]],
+        results: Results,
+        *,
+        title: str | None,
+        riskfree_rate: float,
+        source: Source | None = None,
+    ) -> None:
+        self._labels = {name: list(values) for name, values in labels.items()}
+        self._results = results
+        self.title = title
+        self.riskfree_rate = riskfree_rate
+        self._source = source
+
+    def __len__(self) -> int:
+        return len(self._results)
+
+    def __repr__(self) -> str:
+        failed = len(self.errors)
+        text = f"Sweep of {self.title or 'a strategy'}: {len(self):,} runs"
+        if failed:
+            text += f", {failed:,} without figures"
+        best = self.best(count=1)
+        if len(best):
+            value = show("daily_sharpe", float(best["daily_sharpe"].iloc[0]))
+            text += f"\nlargest daily_sharpe {value}: {self._described(self._place(best.index[0]))}"
+        return text
+
+    def _repr_html_(self) -> str:
+        from html import escape
+
+        shown = self.best(count=10)
+        columns = ["cagr", "daily_sharpe", "max_drawdown", "turnover", "trades"]
+        table: str = shown[columns].to_html(border=0, float_format="{:.4g}".format)
+        return f"<div>{escape(repr(self))}</div>{table}"
+
+    @property
+    def parameters(self) -> list[str]:
+        """The names of what varies."""
+        return list(self._labels)
+
+    @cached_property
+    def figures(self) -> pd.DataFrame:
+        """The figures, a row a run in the order of the grid.
+
+        The index has a level for each parameter. The columns are those of `Report.get_stats`, then
+        ``fees``, ``tax``, ``slippage`` and ``costs`` (in units of the first equity), ``turnover``
+        (per year), ``win_ratio``, ``trades`` (closed ones), ``seconds`` and ``error``.
+        """
+        results = self._results
+        table = pd.DataFrame(
+            results.figures, columns=[*FIGURES, *EXTRAS], index=index_of(self._labels, len(self))
+        )
+        for name in _COUNTS:
+            table[name] = table[name].astype("Int64")
+        table["seconds"] = results.seconds
+        table["error"] = pd.Series(results.errors, index=table.index, dtype=object)
+        return table
+
+    @property
+    def errors(self) -> pd.Series:
+        """What went wrong in the runs that have no figures, by their parameters."""
+        found: pd.Series = self.figures["error"].dropna()
+        return found
+
+    @cached_property
+    def curves(self) -> pd.DataFrame:
+        """The equity of each run, sessions x runs; 1 before a run starts.
+
+        Raises
+        ------
+        ValueError
+            When the sweep kept figures alone.
+        """
+        results = self._results
+        kept = [place for place, curve in enumerate(results.curves) if curve is not None]
+        if not kept and results.errors.tolist().count(None):
+            raise ValueError("this sweep kept no curves; ask for keep='curves'")
+        series = {
+            place: pd.Series(results.curves[place], index=self._sessions(place)) for place in kept
+        }
+        table = pd.DataFrame(series)
+        table.columns = self.figures.index[kept]
+        return table
+
+    def _sessions(self, place: int) -> pd.DatetimeIndex:
+        first, count = self._results.calendar[place].tolist()
+        return self._results.calendars[first, count]
+
+    def best(
+        self, figure: str = "daily_sharpe", count: int = 10, *, ascending: bool | None = None
+    ) -> pd.DataFrame:
+        """Return the runs with the best values of a figure, the best first.
+
+        Parameters
+        ----------
+        figure : str, default "daily_sharpe"
+            A column of `figures`.
+        count : int, default 10
+            How many runs.
+        ascending : bool, optional
+            Whether less is better. Default: for volatility, costs, turnover and time.
+
+        Returns
+        -------
+        DataFrame
+            Rows of `figures`; runs without the figure are left out, ties stand in the grid's order.
+        """
+        values = self._values(figure)
+        less = figure in _LESS_IS_BETTER if ascending is None else ascending
+        order = values.reset_index(drop=True).sort_values(ascending=less, kind="stable").dropna()
+        return self.figures.iloc[order.index[:count]]
+
+    def _values(self, figure: str) -> pd.Series:
+        columns = [name for name in self.figures.columns if name != "error"]
+        if figure not in columns:
+            raise ValueError(f"a sweep has no figure {figure!r}; {near(figure, columns)}")
+        values: pd.Series = self.figures[figure].astype("float64")
+        return values
+
+    def heatmap(self, x: str, y: str, figure: str = "daily_sharpe", **where: Any) -> Figure:
+        """Draw a figure over two parameters.
+
+        Parameters
+        ----------
+        x, y : str
+            The parameters of the axes.
+        figure : str, default "daily_sharpe"
+            A column of `figures`.
+        **where
+            Values of other parameters. Those that are left open get a slider over their
+            combinations.
+
+        Returns
+        -------
+        plotly.graph_objects.Figure
+        """
+        from corvex.sweeping.heatmap import draw_heatmap
+
+        for name in (x, y):
+            self._check_parameter(name)
+        if x == y:
+            raise ValueError(f"the axes must be two parameters, got {x!r} twice")
+        places = self._places(where)
+        if not places:
+            raise self._no_run(where)
+        labels = {
+            name: [values[place] for place in places] for name, values in self._labels.items()
+        }
+        values = self._values(figure).to_numpy()[places]
+        return draw_heatmap(labels, values, x, y, figure, list(where))
+
+    # -- single runs -------------------------------------------------------------------------
+
+    def report(self, run: Any = None, **parameters: Any) -> Report:
+        """Simulate a run again and report on it.
+
+        Parameters
+        ----------
+        run : tuple, optional
+            Its place in the index of `figures`.
+        **parameters
+            Or its parameters; those with one value may be left out.
+
+        Returns
+        -------
+        Report
+            Its figures are those of the sweep, bit for bit; it knows how many runs it was chosen
+            from, so that `corvex.confidence` does.
+
+        Raises
+        ------
+        ValueError
+            When no run, or more than one, has these parameters, or the sweep was read from its
+            folder without a strategy.
+        """
+        from corvex.simulation import simulate
+
+        place = self._place(run) if run is not None else self._only(parameters)
+        if self._source is None:
+            raise ValueError(
+                "a sweep that was read from its folder has no strategy to run again; call "
+                "corvex.sweep with the same arguments and store, which runs what is missing"
+            )
+        job = self._source.job
+        signal, options = self._source.grid.parameters(place)
+        arguments = {**job.fixed, **{name: unwrap(value) for name, value in options.items()}}
+        arguments.setdefault("name", self._name(place))
+        report = simulate(job.strategy.weights(job.prices, signal), job.prices, **arguments)
+        setattr(report, TRIALS, self.trials_statistics)
+        return report
+
+    def _name(self, place: int) -> str:
+        described = self._described(place)
+        return (
+            f"{self.title or 'strategy'} ({described})" if described else self.title or "strategy"
+        )
+
+    def _described(self, place: int) -> str:
+        return ", ".join(f"{name}={values[place]}" for name, values in self._labels.items())
+
+    def _check_parameter(self, name: str) -> None:
+        if name not in self._labels:
+            raise ValueError(f"the sweep has no parameter {name!r}; {near(name, self._labels)}")
+
+    def _places(self, parameters: Mapping[str, Any]) -> list[int]:
+        for name in parameters:
+            self._check_parameter(name)
+        return [
+            place
+            for place in range(len(self))
+            if all(_same(self._labels[name][place], asked) for name, asked in parameters.items())
+        ]
+
+    def _no_run(self, parameters: Mapping[str, Any]) -> ValueError:
+        for name, asked in parameters.items():
+            there = list(dict.fromkeys(map(str, self._labels[name])))
+            if not any(_same(one, asked) for one in self._labels[name]):
+                near_ones = difflib.get_close_matches(str(asked), there, n=3) or there[:20]
+                return ValueError(
+                    f"no run has {name}={asked!r}; there are {', '.join(near_ones)}"
+                    + ("" if len(near_ones) == len(there) else " and others")
+                )
+        told = ", ".join(f"{name}={value!r}" for name, value in parameters.items())
+        return ValueError(f"no run has {told}")
+
+    def _only(self, parameters: Mapping[str, Any]) -> int:
+        places = self._places(parameters)
+        if not places:
+            raise self._no_run(parameters)
+        open_ones = [
+            name
+            for name, values in self._labels.items()
+            if name not in parameters
+            and any(not _same(values[places[0]], values[place]) for place in places)
+        ]
+        if open_ones:
+            raise ValueError(
+                f"{len(places)} runs have these parameters; give {', '.join(open_ones)} too"
+            )
+        return places[0]
+
+    def _place(self, run: Any) -> int:
+        """The place of an entry of the index, in which a missing value stands for None."""
+        asked = run if isinstance(run, tuple) else (run,)
+        if not self._labels and isinstance(run, int | np.integer) and 0 <= run < len(self):
+            return int(run)
+        if len(asked) != len(self._labels):
+            raise ValueError(f"a run has {len(self._labels)} parameters, got {len(asked)}")
+        for place, values in enumerate(zip(*self._labels.values(), strict=True)):
+            if all(_same(own, one) or (own is None and _missing(one))
+                   for own, one in zip(values, asked, strict=True)):  # fmt: skip
+                return place
+        raise self._no_run(dict(zip(self._labels, asked, strict=True)))
+
+    # -- skill or luck -----------------------------------------------------------------------
+
+    @cached_property
+    def trials_statistics(self) -> TrialStatistics:
+        """What the number and the likeness of the runs say about the best of them.
+
+        The probability of overfitting needs runs over the same sessions; the number of
+        independent trials needs curves.
+        """
+        results = self._results
+        run = np.array([error is None for error in results.errors], dtype=bool)
+        distinct = {tuple(map(_hashable, values)) for values in self._rows(np.flatnonzero(run))}
+        count = len(distinct) if self._labels else int(run.any())
+        if count == 0:
+            return TrialStatistics()
+        calendars = {tuple(key) for key in results.calendar[run].tolist()}
+        periods = _engine.infer_convention(_walls(results.calendars[next(iter(calendars))]))[1]
+        daily = results.figures[run, FIGURES.index("daily_sharpe")] / math.sqrt(periods or 252)
+        known = daily[np.isfinite(daily)]
+        found = TrialStatistics(
+            trials=float(count),
+            spread=float(known.std(ddof=1)) if known.size > 1 else math.nan,
+        )
+        if len(calendars) > 1 or count < 2:
+            return found
+        riskfree = (1.0 + self.riskfree_rate) ** (1.0 / (periods or 252)) - 1.0
+        sessions = next(iter(calendars))[1]
+        return TrialStatistics(
+            found.trials,
+            found.spread,
+            self._effective_trials(run),
+            *_overfitting(results.sums[run], results.squares[run], sessions, riskfree),
+        )
+
+    def _rows(self, places: np.ndarray) -> list[tuple[Any, ...]]:
+        return [tuple(values[place] for values in self._labels.values()) for place in places]
+
+    def _effective_trials(self, run: np.ndarray) -> float:
+        curves = self._results.curves[run]
+        if any(curve is None for curve in curves) or len(curves) > _MOST_CORRELATED:
+            return math.nan
+        table = np.column_stack(list(curves))
+        with np.errstate(divide="ignore", invalid="ignore"):
+            returns = np.nan_to_num(table[1:] / table[:-1] - 1.0, nan=0.0)
+        return _engine.effective_trials(np.ascontiguousarray(returns))
+
+    def confidence(
+        self, run: Any = None, draws: int = 1000, seed: int = 0, **parameters: Any
+    ) -> Confidence:
+        """Say what a run is worth, given how many there were; see `corvex.confidence`.
+
+        Parameters
+        ----------
+        run : tuple, optional
+            Its place in the index of `figures`.
+        draws, seed
+            As `corvex.confidence` takes them.
+        **parameters
+            Or its parameters. Without any: the run with the largest ``daily_sharpe``.
+        """
+        from corvex.significance import confidence
+
+        if run is None and not parameters:
+            best = self.best(count=1)
+            if not len(best):
+                raise ValueError("no run of this sweep has a Sharpe ratio")
+            run = best.index[0]
+        report = self.report(run, **parameters)
+        return confidence(report, draws=draws, seed=seed, riskfree_rate=self.riskfree_rate)
+
+    def to_xarray(self) -> Any:
+        """Return the figures as an xarray Dataset with a dimension for each parameter.
+
+        Raises
+        ------
+        ImportError
+            When xarray is not installed.
+        ValueError
+            When a combination occurs twice.
+        """
+        try:
+            import xarray  # type: ignore[import-not-found, unused-ignore]
+        except ImportError as error:
+            raise ImportError("to_xarray needs the package xarray: pip install xarray") from error
+        if not self.figures.index.is_unique:
+            raise ValueError("a combination of parameters occurs twice; xarray needs each once")
+        return xarray.Dataset.from_dataframe(self.figures)
+
+
+def _overfitting(
+    sums: np.ndarray, squares: np.ndarray, sessions: int, riskfree: float
+) -> tuple[Any, ...]:
+    known = np.isfinite(sums).all(axis=1)
+    if known.sum() < 2:
+        return ()
+    counts = np.full(BLOCKS, (sessions - 1) // BLOCKS, dtype=np.int64)
+    counts[: (sessions - 1) % BLOCKS] += 1
+    excess = sums[known] - riskfree * counts
+    spread = squares[known] - 2.0 * riskfree * sums[known] + riskfree**2 * counts
+    return _engine.backtest_overfitting(
+        np.ascontiguousarray(excess.T), np.ascontiguousarray(spread.T), counts
+    )
+
+
+def _walls(dates: pd.DatetimeIndex) -> np.ndarray:
+    local = dates if dates.tz is None else dates.tz_localize(None)
+    return np.ascontiguousarray(local.as_unit("ns").asi8)
+
+
+def _missing(value: Any) -> bool:
+    return value is pd.NaT or value is pd.NA or (isinstance(value, float) and math.isnan(value))
+
+
+def _same(own: Any, asked: Any) -> bool:
+    if own is None or asked is None or _missing(own) or _missing(asked):
+        return own is asked or (_missing(own) and _missing(asked))
+    if isinstance(own, bool) != isinstance(asked, bool | np.bool_):
+        return False
+    try:
+        if isinstance(own, pd.Timestamp) and isinstance(asked, str):
+            return bool(own == pd.Timestamp(asked))
+        return bool(own == asked)
+    except (TypeError, ValueError):
+        return False
+
+
+def _hashable(value: Any) -> Any:
+    return "nan" if _missing(value) else (type(value).__name__, value)

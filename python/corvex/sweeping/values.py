@@ -1,0 +1,117 @@
+"""The values of parameters: which can stand in an index, how they are written, when two are one."""
+
+from __future__ import annotations
+
+import datetime
+import enum
+import json
+import math
+from collections.abc import Callable, Mapping
+from dataclasses import dataclass
+from typing import Any
+
+import numpy as np
+import pandas as pd
+
+from corvex.sweeping.digest import digest
+
+__all__ = ["DEFAULT", "Named", "dumps", "label", "loads", "plain", "unwrap"]
+
+#: The label of a parameter that a run leaves at its default, where others set it.
+DEFAULT = "default"
+
+
+@dataclass(frozen=True, slots=True, eq=False)
+class Named:
+    """A value that no index can hold, under a name that it can."""
+
+    name: str | float | int
+    value: Any
+
+
+def unwrap(value: Any) -> Any:
+    """Return what a function is called with."""
+    return value.value if isinstance(value, Named) else value
+
+
+def label(value: Any) -> Any:
+    """Return what stands for a value in an index."""
+    return value.name if isinstance(value, Named) else value
+
+
+def plain(name: str, value: Any) -> Any:
+    """Return a value as Python's own, so that equal ones are alike.
+
+    Raises
+    ------
+    ValueError
+        When it cannot stand in an index.
+    """
+    if isinstance(value, np.generic) and not isinstance(value, np.datetime64 | np.timedelta64):
+        value = value.item()
+    if isinstance(value, np.datetime64):
+        value = pd.Timestamp(value)
+    if isinstance(value, np.timedelta64):
+        value = pd.Timedelta(value)
+    try:
+        _written(value)
+    except TypeError:
+        raise ValueError(
+            f"parameter {name!r} has a value of type {type(value).__name__}, which cannot stand in "
+            f"an index; give such values names: {{{name!r}: {{'some name': value}}}}"
+        ) from None
+    return value
+
+
+def dumps(values: Mapping[str, Any]) -> str:
+    """Write parameters as one text: equal ones give the same."""
+    return json.dumps(
+        {name: _written(values[name]) for name in sorted(values)}, separators=(",", ":")
+    )
+
+
+def loads(written: Mapping[str, Any]) -> dict[str, Any]:
+    """Read the labels of parameters back from what `dumps` wrote."""
+    return {name: _read(value) for name, value in written.items()}
+
+
+def _written(value: Any) -> Any:
+    if value is None or (isinstance(value, bool | str | int) and not isinstance(value, enum.Enum)):
+        return value
+    if isinstance(value, float) and math.isfinite(value):
+        return value
+    for kinds, name, write in _WRITERS:
+        if isinstance(value, kinds):
+            return {name: write(value)}
+    if isinstance(value, Named):
+        return {"name": _written(value.name), "digest": digest(value.value)}
+    raise TypeError(type(value).__name__)
+
+
+# The first that fits counts: a missing date is a time, a Timestamp a date too.
+_WRITERS: tuple[tuple[tuple[type, ...], str, Callable[[Any], Any]], ...] = (
+    ((enum.Enum,), "enum", str),
+    ((float,), "float", repr),
+    ((type(pd.NaT), datetime.datetime), "time", lambda value: pd.Timestamp(value).isoformat()),
+    ((datetime.date,), "date", lambda value: value.isoformat()),
+    ((datetime.timedelta,), "length", lambda value: pd.Timedelta(value).isoformat()),
+    ((pd.offsets.BaseOffset,), "offset", lambda value: value.freqstr),
+    ((tuple,), "tuple", lambda value: [_written(part) for part in value]),
+)
+_READERS: dict[str, Callable[[Any], Any]] = {
+    "time": pd.Timestamp,
+    "date": datetime.date.fromisoformat,
+    "length": pd.Timedelta,
+    "offset": pd.tseries.frequencies.to_offset,
+    "float": float,
+    "enum": str,
+    "tuple": lambda parts: tuple(_read(part) for part in parts),
+    "name": lambda name: _read(name),  # noqa: PLW0108  (defined below)
+}
+
+
+def _read(written: Any) -> Any:
+    if not isinstance(written, dict):
+        return written
+    kind, text = next(iter(written.items()))
+    return _READERS[kind](text)

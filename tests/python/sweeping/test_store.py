@@ -1,0 +1,124 @@
+"""The folder of a sweep: what is there is not run again, and what does not belong is refused."""
+
+import numpy as np
+import pandas as pd
+import pyarrow.dataset as pads
+import pytest
+
+import corvex
+
+CALLS = []
+
+
+def prices(count=200):
+    draw = np.random.default_rng(3)
+    dates = pd.bdate_range("2021-01-04", periods=count, tz="Asia/Taipei")
+    return pd.DataFrame(100 * np.exp(draw.normal(0, 0.02, (count, 3)).cumsum(axis=0)), dates,
+                        ["1101", "2330", "2317"])  # fmt: skip
+
+
+def strategy(prices, lookback, scale=1.0):
+    CALLS.append(lookback)
+    if lookback == 13:
+        raise RuntimeError("unlucky")
+    return (prices.pct_change(lookback, fill_method=None) > 0) * scale / 3
+
+
+def swept(folder, lookbacks, **more):
+    CALLS.clear()
+    options = {"trail_stop": [None, 0.1], "resample": ["W", "ME"]}
+    arguments = {"market": "tw_stock", "options": options, **more}
+    table = arguments.pop("prices", prices())
+    function = arguments.pop("strategy", strategy)
+    return corvex.sweep(function, table, signal={"lookback": lookbacks}, store=folder, **arguments)
+
+
+def assert_same(one, other):
+    columns = [name for name in one.figures.columns if name != "seconds"]
+    pd.testing.assert_frame_equal(one.figures[columns], other.figures[columns], check_exact=True)
+    pd.testing.assert_frame_equal(one.curves, other.curves, check_exact=True, check_freq=False)
+    assert one.trials_statistics.overfitting == other.trials_statistics.overfitting
+
+
+def test_a_second_call_runs_what_is_missing(tmp_path):
+    folder = tmp_path / "deep" / "runs"
+    whole = swept(None, [3, 5, 8], keep="curves")
+    swept(folder, [5], keep="curves")
+    assert CALLS == [5]
+    found = swept(folder, [3, 5, 8], keep="curves")
+    assert CALLS == [3, 8]
+    assert_same(found, whole)
+    again = swept(folder, [3, 5, 8], keep="curves")
+    assert CALLS == []
+    assert_same(again, whole)
+    opened = corvex.open_sweep(folder)
+    order = np.argsort(opened.figures.reset_index()["lookback"].to_numpy(), kind="stable")
+    assert opened.figures["cagr"].iloc[order].tolist() == whole.figures["cagr"].tolist()
+    assert opened.curves.iloc[:, order].equals(whole.curves)
+    assert opened.trials_statistics.trials == 12
+    with pytest.raises(ValueError, match="has no strategy to run again"):
+        opened.report(lookback=3, trail_stop=None, resample="W")
+    # Any reader of Parquet folders reads them, and parameters of a wider type join the others.
+    with pytest.warns(UserWarning, match="2 of 2 runs failed"):
+        swept(folder, [3, 4.5], keep="curves", options={"trail_stop": ["no"], "resample": ["W"]})
+    table = pads.dataset(folder / "runs").to_table().to_pandas()
+    assert len(table) == 14
+    assert table["cagr"].notna().sum() == 12  # no stop is called "no"
+    assert set(table["trail_stop"].dropna()) == {"0.1", "no"}
+
+
+def test_a_half_written_file_and_a_failed_run_are_run_again(tmp_path):
+    with pytest.warns(UserWarning, match="4 of 8 runs failed"):
+        swept(tmp_path, [3, 13])
+    part = next((tmp_path / "runs").iterdir())
+    (tmp_path / "runs" / "part-later.parquet").write_bytes(part.read_bytes()[:-200])
+    with pytest.warns(UserWarning, match="4 of 8 runs failed"):
+        found = swept(tmp_path, [3, 13])
+    assert CALLS == [13]
+    assert len(found.errors) == 4
+    assert len(corvex.open_sweep(tmp_path)) == 8
+
+
+@pytest.mark.parametrize(
+    ("changed", "text"),
+    [
+        ({"fee_ratio": 0.002}, r"fee_ratio \(0.001 there, 0.002 now\) differs"),
+        ({"prices": prices(150)}, "another sweep: prices differs"),
+        ({"strategy": lambda prices, lookback: prices > lookback}, "strategy differs"),
+        ({"keep": "curves", "riskfree_rate": 0.0}, "keep .*riskfree_rate .* differ;"),
+        ({"leverage": True}, "leverage differs"),
+        ({"options": {"stop_loss": [0.1]}}, "the parameters"),
+    ],
+)
+def test_another_sweep_is_refused(tmp_path, changed, text):
+    given = {"fee_ratio": 0.001}
+    swept(tmp_path, [3], **given)
+    with pytest.raises(ValueError, match=text):
+        swept(tmp_path, [3], **{**given, **changed})
+    assert CALLS == []
+
+
+def test_folders_that_hold_something_else_are_left_alone(tmp_path):
+    (tmp_path / "thesis.txt").write_text("dear")
+    with pytest.raises(ValueError, match="holds no sweep; name another"):
+        swept(tmp_path, [3])
+    with pytest.raises(ValueError, match="holds no sweep"):
+        corvex.open_sweep(tmp_path)
+    (tmp_path / "manifest.json").write_text("{")
+    with pytest.raises(ValueError, match="no manifest of a sweep"):
+        corvex.open_sweep(tmp_path)
+    with pytest.raises(ValueError, match="needs market="):
+        corvex.sweep(strategy, signal={"lookback": [3]}, store=tmp_path / "new")
+
+
+def test_what_a_strategy_holds_is_part_of_it(tmp_path):
+    def made(limit):
+        def inner(prices, lookback):
+            return (prices > limit) * 0.1
+
+        return inner
+
+    swept(tmp_path, [3], strategy=made(5))
+    swept(tmp_path, [3], strategy=made(5))
+    with pytest.raises(ValueError, match="strategy differs"):
+        swept(tmp_path, [3], strategy=made(6))
