@@ -31,7 +31,7 @@ if TYPE_CHECKING:
     )
     from corvex.simulation import simulate
     from corvex.simulation.given_curves import from_equity, from_returns
-    from corvex.sweeping import Sweep, open_sweep, sweep
+    from corvex.sweeping import Sweep, open_sweep, sweep, walk_forward
 
 __all__ = [
     "Report",
@@ -59,6 +59,7 @@ __all__ = [
     "sweep",
     "trial_statistics",
     "turnover",
+    "walk_forward",
 ]
 
 _LAZY = {
@@ -83,6 +84,7 @@ _LAZY = {
     "sweep": "corvex.sweeping",
     "trial_statistics": "corvex.significance",
     "turnover": "corvex.explain.attribution",
+    "walk_forward": "corvex.sweeping",
 }
 _MODULES = ("analysis", "data", "ffn_core", "market", "markets", "rebalance", "schemas", "terminal")
 

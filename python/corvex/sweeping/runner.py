@@ -248,8 +248,7 @@ class Runner:
         if isinstance(prices, pd.Series):
             key += (tuple(table.labels),)
         if key not in self._data:
-            span = {name: given[name] for name in ("market", "benchmark", "start", "end")}
-            data = read_prices(prices, table.labels, **span)
+            data = read_prices(prices, table.labels, **settings.prices)
             if given["market"] is None and prices is not None:
                 warn_about_guessed_costs(data.market, given["fee_ratio"], given["tax_ratio"])
             if given["live_performance_start"] is not None:

@@ -17,7 +17,7 @@ from corvex.simulation.read.price_data import PriceData
 from corvex.sweeping.grid import Combination, near
 from corvex.sweeping.values import unwrap
 
-__all__ = ["ARGUMENTS", "Settings", "check_names"]
+__all__ = ["ARGUMENTS", "BAKED", "STITCHABLE", "Settings", "check_names"]
 
 #: What a sweep passes on to `simulate`, with the defaults there.
 ARGUMENTS = {
@@ -27,7 +27,10 @@ ARGUMENTS = {
 }
 _ENGINE = tuple(one.name for one in dataclasses.fields(Options))
 _SPAN = ("market", "benchmark", "start", "end")
-_PLAN = ("resample", "resample_offset", "position_limit", "leverage")
+#: What a plan has taken in already.
+BAKED = ("resample", "resample_offset", "position_limit", "leverage")
+#: What runs may differ in whose plans are put one after the other.
+STITCHABLE = (*BAKED, "benchmark", "name", "live_performance_start")
 
 
 def check_names(given: Iterable[str], *, varies: bool) -> None:
@@ -79,12 +82,17 @@ class Settings:
         return cls(
             arguments=given,
             span=tuple(_key(given[name]) for name in _SPAN),
-            plan=tuple(_key(given[name]) for name in _PLAN),
+            plan=tuple(_key(given[name]) for name in BAKED),
             rule=rule,
             offset=read_offset(rule, given["resample_offset"]),
             limit=checked_limit(given["position_limit"]),
             leverage=bool(given["leverage"]),
         )
+
+    @property
+    def prices(self) -> dict[str, Any]:
+        """What `read_prices` takes."""
+        return {name: self.arguments[name] for name in _SPAN}
 
     def engine_options(self, prices: PriceData) -> Options:
         """Return what the engine takes; costs that are not given are the market's."""

@@ -26,10 +26,10 @@ if TYPE_CHECKING:
     from corvex.core.report import Report
     from corvex.significance import Confidence
 
-__all__ = ["Source", "Sweep"]
+__all__ = ["LESS_IS_BETTER", "TRIALS", "Source", "Sweep", "same_value"]
 
 #: Figures of which less is better, among those that have a better end.
-_LESS_IS_BETTER = {
+LESS_IS_BETTER = {
     "fees", "tax", "slippage", "costs", "turnover", "seconds",
     "daily_vol", "monthly_vol", "yearly_vol", "avg_drawdown_days",
 }  # fmt: skip
@@ -78,7 +78,7 @@ class Sweep:
         self._results = results
         self.title = title
         self.riskfree_rate = riskfree_rate
-        self._source = source
+        self.source = source
 
     def __len__(self) -> int:
         return len(self._results)
@@ -141,7 +141,7 @@ class Sweep:
             When the sweep kept figures alone.
         """
         results = self._results
-        kept = [place for place, curve in enumerate(results.curves) if curve is not None]
+        kept = self.curve_places
         if not kept and results.errors.tolist().count(None):
             raise ValueError("this sweep kept no curves; ask for keep='curves'")
         series = {
@@ -150,6 +150,11 @@ class Sweep:
         table = pd.DataFrame(series)
         table.columns = self.figures.index[kept]
         return table
+
+    @property
+    def curve_places(self) -> list[int]:
+        """The rows of `figures` that have a column in `curves`."""
+        return [place for place, curve in enumerate(self._results.curves) if curve is not None]
 
     def _sessions(self, place: int) -> pd.DatetimeIndex:
         first, count = self._results.calendar[place].tolist()
@@ -175,7 +180,7 @@ class Sweep:
             Rows of `figures`; runs without the figure are left out, ties stand in the grid's order.
         """
         values = self._values(figure)
-        less = figure in _LESS_IS_BETTER if ascending is None else ascending
+        less = figure in LESS_IS_BETTER if ascending is None else ascending
         order = values.reset_index(drop=True).sort_values(ascending=less, kind="stable").dropna()
         return self.figures.iloc[order.index[:count]]
 
@@ -209,7 +214,7 @@ class Sweep:
             self._check_parameter(name)
         if x == y:
             raise ValueError(f"the axes must be two parameters, got {x!r} twice")
-        places = self._places(where)
+        places = self.places(where)
         if not places:
             raise self._no_run(where)
         labels = {
@@ -245,13 +250,13 @@ class Sweep:
         from corvex.simulation import simulate
 
         place = self._place(run) if run is not None else self._only(parameters)
-        if self._source is None:
+        if self.source is None:
             raise ValueError(
                 "a sweep that was read from its folder has no strategy to run again; call "
                 "corvex.sweep with the same arguments and store, which runs what is missing"
             )
-        job = self._source.job
-        signal, options = self._source.grid.parameters(place)
+        job = self.source.job
+        signal, options = self.source.grid.parameters(place)
         arguments = {**job.fixed, **{name: unwrap(value) for name, value in options.items()}}
         arguments.setdefault("name", self._name(place))
         report = simulate(job.strategy.weights(job.prices, signal), job.prices, **arguments)
@@ -271,19 +276,31 @@ class Sweep:
         if name not in self._labels:
             raise ValueError(f"the sweep has no parameter {name!r}; {near(name, self._labels)}")
 
-    def _places(self, parameters: Mapping[str, Any]) -> list[int]:
+    @property
+    def option_names(self) -> list[str]:
+        """The parameters that are arguments of `corvex.simulate`."""
+        return [] if self.source is None else self.source.grid.option_names
+
+    def labels_of(self, place: int) -> dict[str, Any]:
+        """Return the parameters of the run in a row of `figures`."""
+        return {name: values[place] for name, values in self._labels.items()}
+
+    def places(self, parameters: Mapping[str, Any]) -> list[int]:
+        """Return the rows of `figures` with some parameters."""
         for name in parameters:
             self._check_parameter(name)
         return [
             place
             for place in range(len(self))
-            if all(_same(self._labels[name][place], asked) for name, asked in parameters.items())
+            if all(
+                same_value(self._labels[name][place], asked) for name, asked in parameters.items()
+            )
         ]
 
     def _no_run(self, parameters: Mapping[str, Any]) -> ValueError:
         for name, asked in parameters.items():
             there = list(dict.fromkeys(map(str, self._labels[name])))
-            if not any(_same(one, asked) for one in self._labels[name]):
+            if not any(same_value(one, asked) for one in self._labels[name]):
                 near_ones = difflib.get_close_matches(str(asked), there, n=3) or there[:20]
                 return ValueError(
                     f"no run has {name}={asked!r}; there are {', '.join(near_ones)}"
@@ -293,14 +310,14 @@ class Sweep:
         return ValueError(f"no run has {told}")
 
     def _only(self, parameters: Mapping[str, Any]) -> int:
-        places = self._places(parameters)
+        places = self.places(parameters)
         if not places:
             raise self._no_run(parameters)
         open_ones = [
             name
             for name, values in self._labels.items()
             if name not in parameters
-            and any(not _same(values[places[0]], values[place]) for place in places)
+            and any(not same_value(values[places[0]], values[place]) for place in places)
         ]
         if open_ones:
             raise ValueError(
@@ -316,7 +333,7 @@ class Sweep:
         if len(asked) != len(self._labels):
             raise ValueError(f"a run has {len(self._labels)} parameters, got {len(asked)}")
         for place, values in enumerate(zip(*self._labels.values(), strict=True)):
-            if all(_same(own, one) or (own is None and _missing(one))
+            if all(same_value(own, one) or (own is None and _missing(one))
                    for own, one in zip(values, asked, strict=True)):  # fmt: skip
                 return place
         raise self._no_run(dict(zip(self._labels, asked, strict=True)))
@@ -434,7 +451,8 @@ def _missing(value: Any) -> bool:
     return value is pd.NaT or value is pd.NA or (isinstance(value, float) and math.isnan(value))
 
 
-def _same(own: Any, asked: Any) -> bool:
+def same_value(own: Any, asked: Any) -> bool:
+    """Whether a label is the one that is asked for; missing values are alike, None is no number."""
     if own is None or asked is None or _missing(own) or _missing(asked):
         return own is asked or (_missing(own) and _missing(asked))
     if isinstance(own, bool) != isinstance(asked, bool | np.bool_):

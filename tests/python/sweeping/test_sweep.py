@@ -79,7 +79,7 @@ def test_each_run_is_that_of_simulate(world):
         assert len(found) == 64
         assert found.figures.index.names == ["lookback", "top", *OPTIONS]
         for run in range(0, 64, 5):
-            signal, options = found._source.grid.parameters(run)
+            signal, options = found.source.grid.parameters(run)
             report = corvex.simulate(best_of(prices, **signal), prices, **fixed, **options)
             assert_same(found, run, report)
             again = found.report(**signal, **options)
