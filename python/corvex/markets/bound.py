@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import datetime
 import weakref
-from collections.abc import Iterable, Mapping
+from collections.abc import Collection, Iterable, Mapping
 from functools import cached_property, lru_cache
 from typing import Any, Self, cast, override
 
@@ -35,7 +35,7 @@ class BoundMarket(MarketTables):
     _own_benchmark: pd.Series | None = None
     _freq: str
     _bound_at: datetime.datetime
-    _pickled_assets: frozenset[str]
+    _pickled_assets: Collection[object]
 
     @property
     def price_index(self) -> pd.DatetimeIndex:
@@ -114,8 +114,7 @@ class BoundMarket(MarketTables):
 
     @override
     def restrict_pickle_to(self, assets: Iterable[object]) -> None:
-        names = {str(asset) for asset in assets}
-        self._pickled_assets = frozenset(names | {asset_id(name) for name in names})
+        self._pickled_assets = tuple(assets)  # most markets are never saved
 
     def _market_benchmark(self) -> pd.Series:
         """Return the market's own benchmark, unless it ends before the prices do."""
@@ -157,12 +156,14 @@ class BoundMarket(MarketTables):
     def _kept_tables(self) -> dict[str, pd.DataFrame]:
         """Return the tables with the named assets only, sharing one index where they can."""
         index = self.price_index
+        names = {str(asset) for asset in self._pickled_assets}
+        names |= {asset_id(name) for name in names}
         kept = {}
         for field, table in self._tables.items():
             columns = [
                 at
                 for at, label in enumerate(table.columns)
-                if str(label) in self._pickled_assets or asset_id(label) in self._pickled_assets
+                if str(label) in names or asset_id(label) in names
             ]
             part = table.iloc[:, columns]
             kept[field] = part.set_axis(index, axis=0) if table.index.equals(index) else part
@@ -197,7 +198,7 @@ def bind[M: MarketTables](
         _aligned=None,
         _freq=freq or infer_freq(cast("pd.DatetimeIndex", index)),
         _bound_at=now(),
-        _pickled_assets=frozenset(),
+        _pickled_assets=(),
     )
     _default_context.note_market(cast("BoundMarket", bound))
     return cast("M", bound)

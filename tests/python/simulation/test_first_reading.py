@@ -63,7 +63,8 @@ def test_what_happens_after_the_run_does_not_enter_what_is_made_later():
     report = simulated()
     report.creturn.iloc[-1] = 99.0
     report.position.iloc[-1] = 0.5
-    report.trades["return"] = 7.0  # and current trades were made with the trades
+    report.trades["return"] = 7.0
+    report.trades.loc[:, "mae"] = 7.0
     report.weights["A"] = 0.123
     report.actions = None
     for name in LATER - {"trades", "weights", "actions"}:

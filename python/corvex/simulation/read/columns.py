@@ -20,17 +20,21 @@ def check_labels(columns: pd.Index) -> None:
     """
     if isinstance(columns, pd.MultiIndex):
         raise ValueError("weights must have one level of columns, the asset labels")
-    for label in columns:
+    labels = columns.tolist()
+    for label in labels:
         if not isinstance(label, str):
             raise ValueError(
                 f"asset labels must be text, got {label!r} ({type(label).__name__}); "
                 "weights.columns.astype(str) makes them so"
             )
-        if any("\ud800" <= letter <= "\udfff" for letter in label):
-            raise ValueError(f"asset label {label!r} holds half of a character")
-    repeated = columns[columns.duplicated()]
-    if len(repeated):
-        raise ValueError(f"asset label {repeated[0]!r} occurs twice in weights")
+    if not "".join(labels).isascii():
+        for label in labels:
+            if any("\ud800" <= letter <= "\udfff" for letter in label):
+                raise ValueError(f"asset label {label!r} holds half of a character")
+    if columns.is_unique:
+        return
+    repeated = columns[columns.duplicated()][0]
+    raise ValueError(f"asset label {repeated!r} occurs twice in weights")
 
 
 def match_columns(labels: pd.Index, columns: pd.Index) -> np.ndarray | None:

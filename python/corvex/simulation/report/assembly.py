@@ -29,7 +29,7 @@ class Outcome:
     Attributes
     ----------
     trades, fills : callables
-        Make these tables when they are first asked for.
+        Make these tables when they are first asked for, each time another one.
     kept : Index
         The assets whose prices a saved report needs: those traded, held or to be held.
     attributes : dict of str to object
@@ -65,7 +65,8 @@ _DEFAULTS: dict[str, Any] = {
 
 
 _CURVES = ("daily_creturn", "benchmark", "daily_benchmark")
-_HOLDINGS = ("weights", "next_weights", "actions", "trades", "mae_mfe", "current_trades")
+_HOLDINGS = ("weights", "next_weights", "actions", "current_trades")
+_TRADES = ("trades", "mae_mfe")
 
 
 def build_report(outcome: Outcome) -> Report:
@@ -77,7 +78,7 @@ def build_report(outcome: Outcome) -> Report:
     if outcome.historical:
         outcome.market = outcome.market.for_history()
     market = outcome.market
-    market.restrict_pickle_to(outcome.kept)
+    market.restrict_pickle_to(outcome.kept.tolist())
     report = Report.__new__(Report)
     report._init_without_curves(*_arguments(outcome, outcome.creturn, outcome.position))
     attributes = vars(report)
@@ -97,6 +98,8 @@ def build_report(outcome: Outcome) -> Report:
     }
     deferred = Deferred(ordered)
     deferred.add(_CURVES, _curves(outcome))
+    deferred.add(_TRADES, lambda: _trades(outcome.trades()))
+    # From a table of their own: a user may have changed the report's by then.
     deferred.add(_HOLDINGS, lambda: _holdings(outcome.trades(), held))
     deferred.add(["fills"], lambda: {"fills": outcome.fills()})
     deferred.add(["data_readiness"], _readiness(market, historical=outcome.historical))
@@ -138,9 +141,13 @@ def _curves(outcome: Outcome) -> Callable[[], dict[str, Any]]:
     return make
 
 
+def _trades(trades: pd.DataFrame) -> dict[str, Any]:
+    return {"trades": trades, "mae_mfe": mae_mfe_table(trades)}
+
+
 def _holdings(trades: pd.DataFrame, held: HandOver) -> dict[str, Any]:
     view = Report.__new__(Report)
-    vars(view).update(held.tables(), trades=trades, mae_mfe=mae_mfe_table(trades))
+    vars(view).update(held.tables(), trades=trades)
     view.calculate_current_trades()
     return {name: vars(view)[name] for name in _HOLDINGS}
 

@@ -102,7 +102,7 @@ def _trades(run: Run, prices: PriceData) -> Callable[[], pd.DataFrame]:
     if quoted is None:
         return make
     table = make()  # from the user's own tables, which may change later
-    return lambda: table
+    return table.copy
 
 
 def _settings(run: Run, prices: PriceData) -> dict[str, Any]:

@@ -68,7 +68,7 @@ def trades_table(
             **{name: trades[name] for name in EXCURSIONS},
             "exit_reason": pd.Index(list(EXIT_REASONS)).take(trades["exit_reason"]),
         },
-        copy=False,
+        copy=True,  # the run keeps its arrays
     )
 
 
