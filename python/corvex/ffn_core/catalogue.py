@@ -14,8 +14,8 @@ import pandas as pd
 
 __all__ = ["Catalogue", "Figure", "catalogue", "show"]
 
-#: Digits behind the point, by unit.
-DIGITS = {"fraction": 2, "ratio": 2, "days": 1, "bars": 1, "assets": 1, "count": 0, "money": 0}
+# Digits behind the point, where a figure does not say otherwise.
+_DIGITS = {"fraction": 2, "ratio": 2, "days": 1, "bars": 1, "assets": 1, "count": 0, "money": 0}
 
 _MEASURES = {"flag": "true or false", "money": "the market's currency", "count": "number"}
 _LANGUAGES = {"en": "en", "zh-Hant": "zh"}
@@ -35,6 +35,8 @@ class Figure:
     unit : str
         "fraction" (shown in percent), "ratio", "count", "days", "bars", "assets", "money",
         "date", "text" or "flag".
+    digits : int
+        How many digits behind the point are shown.
     measure : str
         The unit as the guides tell it.
     metric : str or None
@@ -50,17 +52,13 @@ class Figure:
     name: str
     group: str
     unit: str
+    digits: int
     measure: str
     metric: str | None = None
     also: tuple[str, ...] = ()
     formula: str = ""
     missing: str = ""
     texts: Mapping[str, tuple[str, str]]
-
-    @property
-    def digits(self) -> int:
-        """How many digits behind the point are shown."""
-        return DIGITS.get(self.unit, 0)
 
     def label(self, language: str = "en") -> str:
         """Return what readers call it; its name where it has no label."""
@@ -72,7 +70,7 @@ class Figure:
             return _NONE
         if self.unit == "fraction":
             return _unsigned_zero(f"{float(value):.{self.digits}%}")
-        if self.unit in DIGITS:
+        if self.unit in _DIGITS:
             return _unsigned_zero(f"{float(value):,.{self.digits}f}")
         if self.unit == "date":
             return _date_text(value)
@@ -121,7 +119,9 @@ def catalogue() -> Catalogue:
 def show(name: str, value: Any) -> str:
     """Return a figure's value as text; one that is not listed counts as a plain number."""
     figure = catalogue().find(name)
-    return (figure or Figure(name=name, group="", unit="ratio", measure="", texts={})).show(value)
+    if figure is None:
+        figure = _figure(name, {"group": "", "unit": "ratio"})
+    return figure.show(value)
 
 
 @cache
@@ -142,8 +142,9 @@ def _figure(name: str, entry: dict[str, Any]) -> Figure:
     }
     rest = {key: value for key, value in entry.items() if key not in _LANGUAGES.values()}
     rest["also"] = tuple(rest.get("also", ()))
-    measure = rest.pop("measure", _MEASURES.get(entry["unit"], entry["unit"]))
-    return Figure(name=name, measure=measure, texts=texts, **rest)
+    rest.setdefault("measure", _MEASURES.get(entry["unit"], entry["unit"]))
+    rest.setdefault("digits", _DIGITS.get(entry["unit"], 0))
+    return Figure(name=name, texts=texts, **rest)
 
 
 def _date_text(value: Any) -> str:

@@ -93,6 +93,7 @@ def test_charts_are_drawn_and_hostile_names_are_text(open_page, simulated):
     for name in charts.split():
         assert page.locator(CHART.format(name)).count()
     assert page.locator(".chart:not([data-drawn])").count() == 0
+    assert page.locator("thead th:empty").count() == 0
     # The library draws a kind of chart that the page's copy of it lacks as lines.
     kinds = "all => all.map(one => [one.data, one._fullData].map(l => l.map(t => t.type).join()))"
     for asked, drawn in page.locator(".chart").evaluate_all(kinds):

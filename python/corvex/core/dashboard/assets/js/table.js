@@ -12,7 +12,7 @@ export function table(caption, columns, rows, { foot = [], className = "" } = {}
   const head = el(
     "tr",
     {},
-    columns.map((column) => el("th", { scope: "col", class: column.number ? "num" : null }, column.label)),
+    columns.map((column) => el("th", { scope: "col", class: column.number ? "num" : null }, heading(column))),
   );
   const wholeTable = el(
     "table",
@@ -34,6 +34,9 @@ export function table(caption, columns, rows, { foot = [], className = "" } = {}
   );
   return scrolling(caption, wholeTable);
 }
+
+/** A label may be an element, and the same columns may head two tables. */
+const heading = ({ label }) => label.cloneNode?.(true) ?? label;
 
 /** A wide table scrolls inside its own place, also by keyboard. */
 export const scrolling = (label, content) =>
