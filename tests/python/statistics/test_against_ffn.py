@@ -49,7 +49,7 @@ def with_holes(prices: pd.Series, how: str, seed: int) -> pd.Series:
 def assert_agree(prices: pd.Series, rf: float) -> None:
     expected = oracle(prices, rf).stats.to_dict()
     ours = PerformanceStats(prices, rf).stats.to_dict()
-    assert list(ours)[: len(expected)] == list(expected)
+    assert [name for name in ours if name in expected] == list(expected)
     # pandas 2 calls the skewness of a constant 0, pandas 3 and we call it undefined.
     spans = ("daily", "monthly", "yearly")
     undefined = {f"{span}_skew" for span in spans if ours[f"{span}_vol"] == 0}
