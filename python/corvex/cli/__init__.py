@@ -24,6 +24,7 @@ from corvex.cli.help import App
 from corvex.cli.saved import (
     Html,
     MaxSize,
+    RiskFree,
     Trust,
     is_special,
     load_report,
@@ -57,10 +58,6 @@ Text = Annotated[
 Lang = Annotated[
     str | None,
     typer.Option(help="Language of the summary, en or zh-Hant; that of the locale by default."),
-]
-RiskFree = Annotated[
-    float | None,
-    typer.Option("--riskfree", help="Risk-free rate a year, as a fraction; 0.02 by default."),
 ]
 Confidence = Annotated[
     bool | None,
@@ -192,13 +189,15 @@ def show(
     loaded = load_report(file, trust)
     if trials is not None:
         loaded.trials_statistics = trials
+    if riskfree is not None:
+        loaded.riskfree_rate = riskfree
     if page is not None:
         save_page(loaded, page, confidence=confidence)
         note(f"page written to {page}")
     if text or not (metrics or trades or live or confidence):
-        _print_report(loaded, name_of(loaded), width, chosen, riskfree, text=text)
+        _print_report(loaded, name_of(loaded), width, chosen, text=text)
     if confidence:
-        _print_confidence(loaded, chosen, riskfree)
+        _print_confidence(loaded, chosen)
     if not (metrics or trades or live):
         return
     from corvex.cli import report_tables as tables
@@ -267,7 +266,9 @@ def report(
     )  # fmt: skip
     if trials is not None:
         result.trials_statistics = trials
-    _print_report(result, title, width, chosen, riskfree, text=text, confidence=bool(confidence))
+    if riskfree is not None:
+        result.riskfree_rate = riskfree
+    _print_report(result, title, width, chosen, text=text, confidence=bool(confidence))
     if target is not None:
         save_report(result, target)
         print(f"Report written to {target}")
@@ -281,7 +282,6 @@ def _print_report(
     name: str | None,
     width: int | None,
     lang: str,
-    riskfree: float | None = None,
     *,
     text: bool,
     confidence: bool = False,
@@ -289,21 +289,21 @@ def _print_report(
     if text:
         print(report.to_text(name=None if name is None else printable(name)))
         if confidence:
-            _print_confidence(report, lang, riskfree)
+            _print_confidence(report, lang)
         return
     from corvex.cli.summary import summary
 
-    print(summary(report, name, lang, riskfree))
+    print(summary(report, name, lang))
     report.to_terminal(width=width or plot_width())
     print()
     if confidence:
-        _print_confidence(report, lang, riskfree)
+        _print_confidence(report, lang)
 
 
-def _print_confidence(report: Report, lang: str, riskfree: float | None) -> None:
+def _print_confidence(report: Report, lang: str) -> None:
     from corvex.cli.summary import confidence_summary
 
-    print(confidence_summary(report, lang, riskfree))
+    print(confidence_summary(report, lang))
 
 
 preview.add_commands(app)

@@ -12,7 +12,16 @@ from typing import TYPE_CHECKING, Annotated
 import typer
 
 from corvex.cli.console import Steps, note, plain_errors
-from corvex.cli.saved import PATTERNS, Html, Trust, load_report, name_of, save_page, target_file
+from corvex.cli.saved import (
+    PATTERNS,
+    Html,
+    RiskFree,
+    Trust,
+    load_report,
+    name_of,
+    save_page,
+    target_file,
+)
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
@@ -28,14 +37,17 @@ def add_commands(app: typer.Typer) -> None:
     def compare(
         files: Annotated[list[Path], typer.Argument(help="Two or more saved reports.")],
         html: Html = None,
+        riskfree: RiskFree = None,
         trust: Trust = False,
     ) -> None:
         """Set saved reports side by side, over the dates that all of them cover."""
         import corvex
+        from corvex.comparison import RISK_FREE_RATE
 
         target = None if html is None else target_file(html, "comparison.html")
         reports = [load_report(file, trust) for file in files]
-        result = corvex.compare(dict(zip(_labels(files, reports), reports, strict=True)))
+        named = dict(zip(_labels(files, reports), reports, strict=True))
+        result = corvex.compare(named, RISK_FREE_RATE if riskfree is None else riskfree)
         print(result.to_text())
         if target is not None:
             result.to_html(target)

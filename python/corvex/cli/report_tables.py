@@ -24,7 +24,9 @@ _NONE = "-"
 
 def print_metrics(report: Report) -> None:
     """Print every figure of the metrics, a table for each section."""
-    for section, figures in report.get_metrics().items():
+    from corvex.core.dashboard.curves import riskfree_of
+
+    for section, figures in report.get_metrics(riskfree_rate=riskfree_of(report)).items():
         rows = [(name, show(name, value)) for name, value in figures.items()]
         _print_table(section, ["figure", "value"], rows, right=[1])
 
@@ -56,6 +58,8 @@ def print_trades(report: Report) -> None:
 
 def print_live(report: Report) -> None:
     """Print the state of a report for live trading, and how the live part has done."""
+    from corvex.core.dashboard.curves import riskfree_of
+
     execution = report.execution
     parts = execution if isinstance(execution, dict) else {"": execution}
     answers = {
@@ -76,7 +80,7 @@ def print_live(report: Report) -> None:
     if getattr(report, "live_performance_start", None) is not None:
         from corvex.explain.live_performance import live_figures
 
-        figures = live_figures(report)
+        figures = live_figures(report, riskfree_of(report))
         _print_table(
             f"since {_date(report.live_performance_start)}",
             ["figure", *(str(column) for column in figures.columns)],

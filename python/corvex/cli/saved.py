@@ -14,6 +14,7 @@ __all__ = [
     "PATTERNS",
     "Html",
     "MaxSize",
+    "RiskFree",
     "Trust",
     "is_special",
     "load_report",
@@ -31,6 +32,11 @@ Html = Annotated[
 MaxSize = Annotated[
     int,
     typer.Option("--max-size", min=1, help="Most MB that a file may hold, unpacked."),
+]
+
+RiskFree = Annotated[
+    float | None,
+    typer.Option("--riskfree", help="Risk-free rate a year, as a fraction; 0.02 by default."),
 ]
 
 Trust = Annotated[

@@ -3,6 +3,7 @@
 import re
 import subprocess
 import sys
+from pathlib import Path
 
 import numpy as np
 import pandas as pd
@@ -56,7 +57,10 @@ def test_help_and_version_load_no_pandas():
 def test_summary_agrees_with_the_statistics_in_both_languages(run, saved, monkeypatch):
     stats, market = saved.get_stats(riskfree_rate=0.05), saved.get_benchmark_stats(0.05)
     chinese = run("show", "r.pkl", "--lang", "zh_TW", "--riskfree", "0.05")[1]
-    english = run("show", "r.pkl", "--riskfree", "0.05")[1]
+    english = run("show", "r.pkl", "--riskfree", "0.05", "--html", "p.html")[1]
+    assert '"riskfree":0.05,' in Path("p.html").read_text(encoding="utf-8")
+    ratio = saved.get_metrics(riskfree_rate=0.05)["ratio"]["sharpeRatio"]
+    assert f" {ratio:.2f} " in run("show", "r.pkl", "--riskfree", "0.05", "--metrics")[1]
     for text, label in ((chinese, "年複合成長率 (CAGR)"), (english, "CAGR")):
         rows = {line[:20].split("  ")[0]: line.split() for line in text.splitlines() if line}
         assert rows[label][-2:] == [f"{stats['cagr']:.2%}", f"{market['cagr']:.2%}"]

@@ -167,7 +167,7 @@ def _capture(own: Floats, market: Floats, chosen: npt.NDArray[np.bool_]) -> floa
     return float(own[chosen].mean() / market[chosen].mean()) if chosen.any() else math.nan
 
 
-def riskfree_of(report: Report, given: float | None) -> float:
+def riskfree_of(report: Report, given: float | None = None) -> float:
     """Return the risk-free rate a year to count with: the one given, the report's own, or 2 %."""
     rate = getattr(report, "riskfree_rate", None) if given is None else given
     return RISK_FREE_RATE if rate is None else float(rate)
