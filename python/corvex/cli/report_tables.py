@@ -24,7 +24,7 @@ _NONE = "-"
 
 def print_metrics(report: Report) -> None:
     """Print every figure of the metrics, a table for each section."""
-    from corvex.core.dashboard.curves import riskfree_of
+    from corvex.core.dashboard.figures.curve_series import riskfree_of
 
     for section, figures in report.get_metrics(riskfree_rate=riskfree_of(report)).items():
         rows = [(name, show(name, value)) for name, value in figures.items()]
@@ -58,7 +58,7 @@ def print_trades(report: Report) -> None:
 
 def print_live(report: Report) -> None:
     """Print the state of a report for live trading, and how the live part has done."""
-    from corvex.core.dashboard.curves import riskfree_of
+    from corvex.core.dashboard.figures.curve_series import riskfree_of
 
     execution = report.execution
     parts = execution if isinstance(execution, dict) else {"": execution}
