@@ -67,5 +67,5 @@ def test_the_installed_script_is_cut():
     source = plotly_script._source().read_text(encoding="utf-8")
     assert len(without_unused(source, plotly_script._KINDS)) < len(source) / 3, (
         f"plotly {version('plotly')} bundles its script in a new way: it is carried whole, which"
-        " makes a page twice as large and slower to start. core/dashboard/bundle.py is to learn it"
+        " makes a page twice as large and slower to start. The module bundle is to learn it"
     )
