@@ -234,12 +234,14 @@ format: $(VENV)/stamp-lint ## format the Python, C++ and JavaScript code
 docs: $(VENV)/stamp-build ## write the guides' tables of figures from the catalogue
 	@$(PY) tools/figure_tables.py
 
+# The preset is configured for its list of commands alone and never built.
 .PHONY: tidy
-tidy: $(VENV)/stamp-lint ## run clang-tidy on the engine (slow)
+tidy: $(VENV)/stamp-tools $(VENV)/stamp-lint ## run clang-tidy on all C++
 	@tools/system_packages.sh gtest
-	$(call cmake,release)
-	find src/corvex/engine -name '*.cpp' -print0 |
-	    xargs -0 -P $(JOBS) -n 4 $(VENV)/bin/clang-tidy -p build/release --quiet
+	tools/quietly.sh build/logs/tidy-configure $(VENV)/bin/cmake --preset tidy \
+	    -D CMAKE_MAKE_PROGRAM=$(CURDIR)/$(VENV)/bin/ninja -D Python_EXECUTABLE=$(CURDIR)/$(PY)
+	find src tests -name '*.cpp' -print0 | tools/quietly.sh build/logs/tidy \
+	    xargs -0 -P $(JOBS) -n 4 $(VENV)/bin/clang-tidy -p build/tidy --quiet
 
 .PHONY: clean
 clean: ## remove all that was built, the environments too

@@ -32,7 +32,7 @@ using RunTable =
 /// thread can change rows that have been checked.
 class PlanList {
   public:
-    PlanList(nb::list given, std::size_t assets) {
+    PlanList(const nb::list& given, std::size_t assets) {
         const std::size_t count = nb::len(given);
         targets_.reserve(count);
         signals_.reserve(count);
@@ -116,7 +116,7 @@ nb::dict as_dict(const std::vector<RunSummary>& runs, std::size_t blocks, nb::ob
     return out;
 }
 
-nb::dict simulate_many(const SharedPrices& prices, nb::list plans, nb::list options,
+nb::dict simulate_many(const SharedPrices& prices, nb::list plans, const nb::list& options,
                        const RunTable& runs, const Times& times, const Times& closes,
                        const Times& before_first, double riskfree_rate, std::size_t blocks,
                        bool curves, unsigned threads) {

@@ -93,8 +93,8 @@ engine::IntervalMethod method_named(std::string_view name) {
     throw std::invalid_argument("method must be 'percentile', 'basic' or 'bca'");
 }
 
-nb::tuple bootstrap_interval(const Floats& draws, double observed, double level, nb::str method,
-                             const Floats& jackknife) {
+nb::tuple bootstrap_interval(const Floats& draws, double observed, double level,
+                             const nb::str& method, const Floats& jackknife) {
     const engine::Interval found = engine::bootstrap_interval(
         as_span(draws), observed, level, method_named(method.c_str()), as_span(jackknife));
     return nb::make_tuple(found.low, found.high);

@@ -75,7 +75,7 @@ nb::object Signature::bind(PyObject* const* args, Py_ssize_t count, PyObject* ke
 }
 
 nb::object Signature::defaults() const {
-    return defaults_.size() == 0 ? nb::none() : nb::borrow<nb::object>(defaults_);
+    return defaults_.empty() ? nb::none() : nb::borrow<nb::object>(defaults_);
 }
 
 int Signature::traverse(visitproc visit, void* arg) const {

@@ -47,8 +47,6 @@ def test_performance_is_drawn_in_four_panels(module, columns):
 
 def test_performance_shares_its_dates_and_selects_ranges(module):
     layout = layout_of(module.Report.create_performance_figure(CURVES, HELD))
-    heights = np.diff([layout[axis]["domain"] for axis in PANELS]).ravel()
-    np.testing.assert_allclose(heights / heights[1], [2, 1, 1, 1])
     assert [layout[axis].get("tickformat") for axis in PANELS] == [",.0%", ",.0%", ",.0%", None]
     assert [layout[axis]["matches"] for axis in ("xaxis", "xaxis2", "xaxis3")] == ["x4"] * 3
     assert layout["xaxis4"]["rangeslider"] == {"visible": True, "thickness": 0.1}
@@ -57,10 +55,9 @@ def test_performance_shares_its_dates_and_selects_ranges(module):
         *({1, "1m", "month", "backward"}, {6, "6m", "month", "backward"}),
         *({1, "YTD", "year", "todate"}, {1, "1y", "year", "backward"}, {"all"}),
     ]
-    assert (layout["height"], layout["width"]) == (600, 800)
 
 
-def map_of(figure, title, height, **axis):
+def map_of(figure, title, **axis):
     """Compares a map's own settings; gives its trace."""
     (trace,) = figure.data
     layout = layout_of(figure)
@@ -68,7 +65,6 @@ def map_of(figure, title, height, **axis):
     assert [colours["colorscale"][end][1] for end in (0, -1)] == ["rgb(5,48,97)", "rgb(103,0,31)"]
     assert (colours["cmid"], colours["showscale"]) == (0, False)
     assert layout["title"]["text"] == title
-    assert (layout["height"], layout["width"]) == (height, 800)
     assert axis.items() <= layout["yaxis"].items()
     assert trace.texttemplate == "%{z}"
     return trace
@@ -76,17 +72,15 @@ def map_of(figure, title, height, **axis):
 
 def test_years_are_a_strip_of_percents(module):
     figure = module.Report.create_yearly_return_figure(TABLE)
-    trace = map_of(figure, "yearly return", 120, visible=False)
+    trace = map_of(figure, "yearly return", visible=False)
     assert np.asarray(trace.z).tolist() == [[12.4, -20.0]]
     assert list(trace.x) == [2023, 2024]
-    assert trace.hovertemplate == "year: %{x}<br>return: %{z}%"
 
 
 def test_months_are_a_map_without_the_year_to_date(module):
     figure = module.Report.create_monthly_return_figure(TABLE)
-    trace = map_of(figure, "monthly return", 550, side="right")
+    trace = map_of(figure, "monthly return", side="right")
     np.testing.assert_allclose(np.asarray(trace.z), [[10.0, -5.0], [2.0, np.nan]])
     assert [list(trace.x), list(trace.y)] == [["1", "2"], ["2023", "2024"]]
-    assert trace.hovertemplate == "year: %{y}<br>month: %{x}<br>return: %{z}%"
     assert figure.layout.xaxis.title.text == "month"
     assert figure.layout.yaxis.title.text == "year"

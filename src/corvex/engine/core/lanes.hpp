@@ -5,8 +5,10 @@
 #include <cstring>
 
 /// Builds a function for AVX2 as well and lets the loader choose; elsewhere it means nothing. (The
-/// choice is made before a sanitizer is ready, so there are no clones under one.)
-#if defined(__x86_64__) && defined(__gnu_linux__) && !defined(__SANITIZE_ADDRESS__)
+/// choice is made before a sanitizer is ready, so there are no clones under one; and clang wants
+/// the attribute at the first declaration, which is the reader's.)
+#if defined(__x86_64__) && defined(__gnu_linux__) && !defined(__SANITIZE_ADDRESS__) &&             \
+    !defined(__clang__)
 #define CORVEX_VECTOR_CLONES [[gnu::target_clones("avx2", "default")]]
 #else
 #define CORVEX_VECTOR_CLONES

@@ -69,9 +69,10 @@ inline void FillLog::remove_last(std::size_t session, std::size_t asset) {
     const auto same = [](std::int32_t stored, std::size_t wanted) {
         return static_cast<std::size_t>(stored) == wanted;
     };
-    for (std::size_t at = fills_.session.size(); at-- > 0 && same(fills_.session[at], session);) {
-        if (same(fills_.asset[at], asset)) {
-            const auto place = static_cast<std::ptrdiff_t>(at);
+    for (std::size_t end = fills_.session.size(); end > 0 && same(fills_.session[end - 1], session);
+         --end) {
+        if (same(fills_.asset[end - 1], asset)) {
+            const auto place = static_cast<std::ptrdiff_t>(end - 1);
             fills_.session.erase(fills_.session.begin() + place);
             fills_.asset.erase(fills_.asset.begin() + place);
             fills_.shares.erase(fills_.shares.begin() + place);

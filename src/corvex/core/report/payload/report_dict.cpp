@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 namespace corvex::report {
 
@@ -160,7 +161,7 @@ nb::object from_payload_dict(const Call& call) {
     const nb::object get = payload.attr("get");
     nb::object report = get(text("report"));
     if (report.is_none() && is_bare_report(payload)) {
-        report = payload;
+        report = std::move(payload);
     }
     nb::dict envelope;
     envelope["schema"] = get(text("schema"));
