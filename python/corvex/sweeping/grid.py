@@ -128,9 +128,17 @@ class Grid:
 
     @cached_property
     def keys(self) -> list[str]:
-        """One text for each run; the same for the same parameters."""
-        signals = [dumps(row) for row in self.signals]
-        options = [dumps(row) for row in self.options]
+        """One text for each run, the same for the same parameters wherever it is made."""
+        return self._texts(for_good=True)
+
+    @cached_property
+    def passing_keys(self) -> list[str]:
+        """The same, but of this process alone: tables need not be read through."""
+        return self._texts(for_good=False)
+
+    def _texts(self, *, for_good: bool) -> list[str]:
+        signals = [dumps(row, for_good=for_good) for row in self.signals]
+        options = [dumps(row, for_good=for_good) for row in self.options]
         return [f'{{"signal":{one},"options":{other}}}' for one in signals for other in options]
 
     @cached_property

@@ -218,7 +218,8 @@ def _run(
     """Run what is not there yet; a combination that occurs twice runs once."""
     results = Results.empty(np.arange(len(grid)), INTERRUPTED)
     first: dict[str, int] = {}
-    for run, key in enumerate(grid.keys):
+    keys = grid.passing_keys if store is None else grid.keys
+    for run, key in enumerate(keys):
         first.setdefault(key, run)
     done = _read_store(store, first, results)
     tasks = _tasks(grid, set(first.values()) - done)
@@ -239,7 +240,7 @@ def _run(
         if writer is not None:
             writer.close()
     if len(first) < len(grid):
-        source = np.array([first[key] for key in grid.keys], dtype=np.int64)
+        source = np.array([first[key] for key in keys], dtype=np.int64)
         repeated = np.flatnonzero(source != np.arange(len(grid)))
         results.put(results.take(source[repeated]), repeated)
     _tell(results, runner.warned, interrupted)

@@ -79,7 +79,8 @@ class PriceData:
         with _READING:  # runs in other threads wait for the first one to have read
             for at, bars, prices in self._kept:
                 same = at is trade_at if isinstance(at, pd.DataFrame) else at == trade_at
-                if same is True and bars == with_bars and prices.labels.equals(labels):
+                same_labels = prices.labels is labels or prices.labels.equals(labels)
+                if same is True and bars == with_bars and same_labels:
                     return prices
             matrices = read_matrices(
                 self.market, self.close, self.clock, labels, trade_at, with_bars=with_bars
