@@ -42,6 +42,7 @@ _NAMES: dict[str, str] = {
     "corvex.core.report": "Report ReportExecution",
     "corvex.market_info": "TWMarketInfo",
     "corvex.markets.bound": "_restore restored",
+    "corvex.significance.random_draws": "RandomDraws",
     "corvex.significance.trials": "TrialStatistics",
     "pandas": _PANDAS_TYPES,
     "pandas.arrays": _ARRAYS,

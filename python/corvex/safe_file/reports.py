@@ -3,8 +3,10 @@
 from __future__ import annotations
 
 import os
+from dataclasses import fields
 from typing import Any
 
+import numpy as np
 import pandas as pd
 
 import corvex
@@ -15,8 +17,16 @@ from corvex.safe_file.container import FORMAT, VERSION, read_container, write_co
 from corvex.safe_file.decoder import Decoder
 from corvex.safe_file.encoder import TAG, Encoder
 from corvex.safe_file.markets import market_from_record, market_record
+from corvex.significance.random_draws import RandomDraws
+from corvex.significance.trials import TrialStatistics
 
 __all__ = ["load", "save"]
+
+# What is known of how a report was found, by the tags of its records, with the kinds of the fields.
+_FINDINGS: dict[str, tuple[type, dict[str, type | tuple[type, ...]]]] = {
+    "trials": (TrialStatistics, {"float": (float, int), "_Floats": np.ndarray}),
+    "random": (RandomDraws, {"str": str, "float": (float, int), "pd.DataFrame": pd.DataFrame}),
+}
 
 # What every report has, and of which kind it must be to be shown at all.
 _NEEDED: dict[str, type | tuple[type, ...]] = {
@@ -65,6 +75,9 @@ def save(report: Report, path: str | os.PathLike[str]) -> None:
             return {TAG: "execution", "v": encoder.encode(vars(value), at)}
         if isinstance(value, Market):
             return {TAG: "market", **market_record(value, report, encoder, at)}
+        for tag, (kind, _) in _FINDINGS.items():
+            if type(value) is kind:
+                return {TAG: tag, "v": encoder.encode(vars(value), at)}
         return None
 
     encoder = Encoder(arrays, special)
@@ -130,6 +143,8 @@ def _report(record: Any, arrays: ArrayReader) -> Report:
             return market_from_record(node, decoder)
         if tag == "execution":
             return _filled(ReportExecution, decoder.decode(node["v"]))
+        if tag in _FINDINGS:
+            return _finding(tag, decoder.decode(node["v"]))
         raise DamagedFileError(f"there is no kind of value {tag!r}")
 
     decoder = Decoder(arrays, special)
@@ -154,6 +169,15 @@ def _filled[T](kind: type[T], state: Any) -> T:
     made = object.__new__(kind)
     made.__dict__.update(state)
     return made
+
+
+def _finding(tag: str, state: Any) -> Any:
+    kind, kinds = _FINDINGS[tag]
+    if not isinstance(state, dict) or not all(
+        isinstance(state.get(field.name), kinds[str(field.type)]) for field in fields(kind)
+    ):
+        raise DamagedFileError(f"it holds no state of a {kind.__name__}")
+    return kind(**state)
 
 
 def _is_method(kind: type, name: Any) -> bool:

@@ -19,8 +19,10 @@ import pyarrow.parquet as pq
 import pytest
 
 import corvex
+from corvex.core.careful_pickle import read_carefully
 from corvex.market import Market
 from corvex.markets import _registered, register_market
+from corvex.significance.random_draws import RandomDraws
 
 from .reports import KINDS, report
 
@@ -100,6 +102,25 @@ def test_odd_values_come_back(tmp_path):
         assert saved.odd[key].tobytes() == opened[key].tobytes()
         del saved.odd[key], opened[key]
     alike(saved.odd, opened)
+
+
+def test_what_is_known_of_the_search_stays_with_a_report(tmp_path):
+    saved = curve()
+    trials = np.random.default_rng(1).normal(0, 0.01, (200, 5))
+    saved.trials_statistics = corvex.trial_statistics(trials)
+    drawn = pd.DataFrame({"daily_sharpe": [0.1, 0.2, 3.0]})
+    saved.random_draws = [RandomDraws("portfolios", "daily_sharpe", 1, drawn)]
+    saved.to_pickle(tmp_path / "a.pkl")
+    corvex.save(saved, tmp_path / "a.corvex")
+    told = repr(corvex.confidence(saved))
+    assert "Probability of overfitting" in told
+    assert "above 66.7% of 3" in told
+    for opened in (read_carefully(tmp_path / "a.pkl"), corvex.load(tmp_path / "a.corvex")):
+        assert repr(corvex.confidence(opened)) == told
+    saved.random_draws = RandomDraws("portfolios", "daily_sharpe", 1, "no table")
+    corvex.save(saved, tmp_path / "b.corvex")
+    with pytest.raises(ValueError, match="no state of a RandomDraws"):
+        corvex.load(tmp_path / "b.corvex")
 
 
 class OwnMarket(Market):
