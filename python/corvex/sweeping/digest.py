@@ -30,16 +30,16 @@ def digest(value: Any) -> str:
     objects with their class and what they hold.
     """
     state = hashlib.blake2b(digest_size=8)
-    _add(state, value, set())
+    _add(state, value, {})
     return state.hexdigest()
 
 
-def _add(state: Any, value: Any, seen: set[int]) -> None:
+def _add(state: Any, value: Any, seen: dict[int, Any]) -> None:
     state.update(f"<{type(value).__name__}>".encode())
     if isinstance(value, _SIMPLE):
         state.update(repr(value).encode())
     elif id(value) not in seen:
-        seen.add(id(value))
+        seen[id(value)] = value  # kept alive: an id is given anew when its object goes
         for kinds, add in _BY_KIND:
             if isinstance(value, kinds):
                 add(state, value, seen)
@@ -47,7 +47,7 @@ def _add(state: Any, value: Any, seen: set[int]) -> None:
         _add_object(state, value, seen)
 
 
-def _add_array(state: Any, values: np.ndarray, seen: set[int]) -> None:
+def _add_array(state: Any, values: np.ndarray, seen: dict[int, Any]) -> None:
     state.update(f"{values.dtype}{values.shape}".encode())
     if values.dtype == object:
         _add(state, values.tolist(), seen)
@@ -55,7 +55,7 @@ def _add_array(state: Any, values: np.ndarray, seen: set[int]) -> None:
         state.update(np.ascontiguousarray(values).view(np.uint8).data)
 
 
-def _add_items(state: Any, items: Iterable[Any], seen: set[int]) -> None:
+def _add_items(state: Any, items: Iterable[Any], seen: dict[int, Any]) -> None:
     if isinstance(items, Mapping):
         items = [(key, items[key]) for key in sorted(items, key=repr)]
     elif isinstance(items, set | frozenset):
@@ -64,15 +64,15 @@ def _add_items(state: Any, items: Iterable[Any], seen: set[int]) -> None:
         _add(state, item, seen)
 
 
-def _add_partial(state: Any, value: functools.partial[Any], seen: set[int]) -> None:
+def _add_partial(state: Any, value: functools.partial[Any], seen: dict[int, Any]) -> None:
     _add_items(state, (value.func, value.args, value.keywords), seen)
 
 
-def _add_method(state: Any, value: types.MethodType, seen: set[int]) -> None:
+def _add_method(state: Any, value: types.MethodType, seen: dict[int, Any]) -> None:
     _add_items(state, (value.__func__, value.__self__), seen)
 
 
-def _add_table(state: Any, table: Any, seen: set[int]) -> None:
+def _add_table(state: Any, table: Any, seen: dict[int, Any]) -> None:
     if isinstance(table, pd.Index):
         if isinstance(table, pd.DatetimeIndex):
             state.update(str(table.tz).encode())
@@ -94,7 +94,7 @@ def _add_table(state: Any, table: Any, seen: set[int]) -> None:
             _add(state, table.iloc[:, place].to_numpy(), seen)
 
 
-def _add_function(state: Any, function: types.FunctionType, seen: set[int]) -> None:
+def _add_function(state: Any, function: types.FunctionType, seen: dict[int, Any]) -> None:
     _add_source(state, function)
     _add(state, (function.__defaults__, function.__kwdefaults__), seen)
     for cell in function.__closure__ or ():
@@ -127,7 +127,7 @@ def _add_code(state: Any, code: types.CodeType) -> None:
             state.update(repr(constant).encode())
 
 
-def _add_object(state: Any, value: Any, seen: set[int]) -> None:
+def _add_object(state: Any, value: Any, seen: dict[int, Any]) -> None:
     kind = value if isinstance(value, type) else type(value)
     state.update(f"{kind.__module__}.{kind.__qualname__}".encode())
     _add_source(state, kind)
@@ -143,7 +143,7 @@ def _add_object(state: Any, value: Any, seen: set[int]) -> None:
         return
 
 
-_BY_KIND: tuple[tuple[Any, Callable[[Any, Any, set[int]], None]], ...] = (
+_BY_KIND: tuple[tuple[Any, Callable[[Any, Any, dict[int, Any]], None]], ...] = (
     ((pd.DataFrame, pd.Series, pd.Index), _add_table),
     (np.ndarray, _add_array),
     ((Mapping, list, tuple, set, frozenset), _add_items),

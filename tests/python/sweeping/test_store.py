@@ -6,6 +6,7 @@ import pyarrow.dataset as pads
 import pytest
 
 import corvex
+from corvex.sweeping.digest import digest
 
 CALLS = []
 
@@ -122,3 +123,19 @@ def test_what_a_strategy_holds_is_part_of_it(tmp_path):
     swept(tmp_path, [3], strategy=made(5))
     with pytest.raises(ValueError, match="strategy differs"):
         swept(tmp_path, [3], strategy=made(6))
+
+
+def test_fingerprints_of_tables_tell_each_value_label_and_date_every_time():
+    table = prices(30)
+    tables = {"close": table, "high": table.to_numpy() * 1.01, "mixed": table.assign(name="x")}
+    first = digest(tables)
+    others = []
+    for place in range(len(table)):
+        assert digest({name: one.copy() for name, one in tables.items()}) == first
+        changed = table.copy()
+        changed.iloc[place, place % 3] += 1e-9
+        others.append(digest({**tables, "close": changed}))
+    others.append(digest({**tables, "close": table.rename(columns={"2330": "2331"})}))
+    others.append(digest({**tables, "close": table.set_axis(table.index.tz_convert("UTC"))}))
+    others.append(digest({**tables, "mixed": table.assign(name="y")}))
+    assert len({first, *others}) == len(others) + 1
