@@ -167,8 +167,10 @@ FULL = "engine, all on"
 FIGURES = "the figures of both"
 METRICS = "get_metrics(), all 44"
 SIMULATE = "corvex.simulate"
+FIRST_STATS = "first get_stats() of its report"
 TRADE_INFO = "add_trade_info"
 PAYLOAD = "payload, last 500 trades"
+PACKED = "  10,000 trades packed"
 PAGE = "to_html, second call"
 FIRST_CHART, ALL_TABLES = "ten years: first chart", "ten years: all tables"
 SMALL, MIDDLE, LARGE = "50x2520", "500x2520", "2000x5000"
@@ -222,7 +224,7 @@ CASES = [
         ("corvex",),
         nothing,
         (PAYLOAD,),
-        limits={PAYLOAD: 0.150},
+        limits={PAYLOAD: 0.150, PACKED: 0.040},
     ),
     Case(
         "import",
@@ -250,8 +252,10 @@ CASES = [
         (
             Goal(BARE, "vectorbt", 200, LARGE),
             Goal(BARE, "vectorbt", 20, SMALL),
-            Goal(SIMULATE, "vectorbt", 20, LARGE),
-            Goal(SIMULATE, "vectorbt", 1, SMALL),
+            Goal(SIMULATE, "vectorbt", 15, SMALL),
+            Goal(SIMULATE, "vectorbt", 100, MIDDLE),
+            Goal(SIMULATE, "vectorbt", 250, LARGE),
+            Goal(FIRST_STATS, SIMULATE, 10, SMALL),
             Goal(BARE, "numpy.sum", 1 / 4, LARGE),
             Goal(FULL, "numpy.sum", 1 / 10, f"{LARGE} all"),  # where many stops fire
             Goal(FULL, "numpy.sum", 1 / 6, f"{LARGE} best"),

@@ -25,6 +25,7 @@ BUILD = HERE.parent / "build"
 SCRIPTS = {"corvex": "corvex_itself.py"}
 
 Row = dict[str, Any]
+VERDICTS: list[tuple[bool, str]] = []  # reached or not, and what was asked
 
 
 def run_contestant(name: str, case: str, data: Path) -> list[Row] | None:
@@ -95,32 +96,46 @@ def show_times(case: Case, variant: str, rows: list[Row]) -> None:
         print(line + "".join(f"  {row['best'] / heads[c]:>{len(c) + 3},.3g}" for c in columns))
     for label, most in case.limits.items():
         if label in heads:
-            state = "kept" if heads[label] <= most else "MISSED"
-            print(f"  limit: {label} at most {seconds(most)}: {state} ({seconds(heads[label])})")
+            wish = f"{label.strip()} at most {seconds(most)}"
+            judge(case, variant, wish, heads[label] <= most, seconds(heads[label]))
     peaks = {r["label"]: r["peak"] for r in rows if r["contestant"] == "corvex" and "peak" in r}
     for label, most in case.room.items():
-        state = "kept" if peaks[label] <= most else "MISSED"
-        print(f"  limit: {label} at most {most:.0f} MiB: {state} ({peaks[label]:.0f} MiB)")
+        wish, got = f"{label} at most {most:.0f} MiB", f"{peaks[label]:.0f} MiB"
+        judge(case, variant, wish, peaks[label] <= most, got)
     for goal in case.goals:
         if variant.startswith(goal.variant):
-            show_goal(goal, rows)
+            show_goal(case, variant, goal, rows)
 
 
 def _title(row: Row) -> str:
     return f"{row['contestant']} {row['version']}  {row['label']}"
 
 
-def show_goal(goal: Goal, rows: list[Row]) -> None:
+def judge(case: Case, variant: str, wish: str, reached: bool, got: str) -> None:
+    """Print whether a goal was reached, and keep it for the table at the end."""
+    verdict = f"{wish}: {'reached' if reached else 'MISSED'} ({got})"
+    print(f"  goal: {verdict}")
+    VERDICTS.append((reached, f"{case.name}{variant and ' ' + variant}: {verdict}"))
+
+
+def show_verdicts() -> None:
+    """Print all goals of the run once more, those that were missed last."""
+    missed = sum(not reached for reached, _ in VERDICTS)
+    print(f"\ngoals: {len(VERDICTS) - missed} reached, {missed} missed")
+    for _, verdict in sorted(VERDICTS, key=lambda one: not one[0]):
+        print(f"  {verdict}")
+
+
+def show_goal(case: Case, variant: str, goal: Goal, rows: list[Row]) -> None:
     ours = [r["best"] for r in rows if r["contestant"] == "corvex" and r["label"] == goal.ours]
     peer = [r["best"] for r in rows if goal.peer in (r["contestant"], r["label"])]
     if ours and peer:
         ratio = peer[0] / ours[0]
-        state = "reached" if ratio >= goal.factor else "MISSED"
         if goal.factor < 1:
             wish, got = f"at most {1 / goal.factor:g} times {goal.peer}", 1 / ratio
         else:
             wish, got = f"at least {goal.factor:g} times faster than {goal.peer}", ratio
-        print(f"  goal: {goal.ours} {wish}: {state} ({got:.3g})")
+        judge(case, variant, f"{goal.ours} {wish}", ratio >= goal.factor, f"{got:.3g}")
 
 
 def main() -> None:
@@ -140,6 +155,7 @@ def main() -> None:
                 show(case, variant, rows)
             failed |= has_failed
             results.append({"case": case.name, "variant": variant, "rows": rows})
+    show_verdicts()
     target = BUILD / "bench.json"
     partial = target.with_suffix(".part")
     partial.write_text(json.dumps({"machine": about, "results": results}, indent=1))

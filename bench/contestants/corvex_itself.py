@@ -4,7 +4,9 @@ from __future__ import annotations
 
 import sys
 import tempfile
+import time
 from pathlib import Path
+from typing import Any
 
 import browser
 from cases import FIRST, HELP, SECOND, SHOW
@@ -214,7 +216,8 @@ def simulate(data: Path) -> list[Entry]:
     return [
         time_call("engine, bare", lambda: engine(Options(fee_ratio=fee), **bare), memory=True),
         time_call("engine, all on", lambda: engine(stops), memory=True),
-        time_call("corvex.simulate", whole, memory=True, repeats=5),
+        time_call("corvex.simulate", whole, memory=True, repeats=9),
+        summary("first get_stats() of its report", [_first_stats(whole()) for _ in range(9)]),
         time_call("numpy.sum", close.sum),
     ]
 
@@ -242,6 +245,12 @@ def daily(data: Path) -> list[Entry]:
         time_call("one asset held", lambda: run(one, np.ones((1, 1)), months[:1])),
         time_call("  bought and sold in turns", lambda: run(one, in_and_out, months)),
     ]
+
+
+def _first_stats(report: Any) -> float:
+    start = time.perf_counter()
+    report.get_stats()
+    return time.perf_counter() - start
 
 
 def confidence(data: Path) -> list[Entry]:
