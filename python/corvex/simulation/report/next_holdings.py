@@ -90,11 +90,13 @@ def hand_over(schedule: Schedule, state: State, labels: pd.Index, last_session: 
         planned = schedule.planned_date
     targets = np.where(state.kept_out, 0.0, targets)
 
+    sessions = schedule.sessions
+
     def tables() -> tuple[pd.Series, pd.Series, pd.Series]:
         return (
             _series(weights, labels, current_date),
             _series(targets, labels, next_date),
-            _actions(weights, targets, state, schedule, labels),
+            _actions(weights, targets, state, sessions, labels),
         )
 
     held, coming = np.flatnonzero(weights), np.flatnonzero(targets)
@@ -119,7 +121,7 @@ def _series(values: np.ndarray, labels: pd.Index, name: pd.Timestamp | None) -> 
 
 
 def _actions(
-    weights: np.ndarray, targets: np.ndarray, state: State, schedule: Schedule, labels: pd.Index
+    weights: np.ndarray, targets: np.ndarray, state: State, sessions: np.ndarray, labels: pd.Index
 ) -> pd.Series:
     actions = np.full(len(labels), "", dtype=object)
     actions[(weights != 0.0) & (targets == 0.0)] = "exit"
@@ -127,7 +129,7 @@ def _actions(
     # A change of sign closes one round trip and opens another.
     actions[(targets != 0.0) & (np.sign(weights) != np.sign(targets))] = "enter"
     actions[(actions == "") & state.waiting] = "exit"
-    with_rebalance = np.isin(state.pending_session, schedule.sessions)
+    with_rebalance = np.isin(state.pending_session, sessions)
     for code, reason in enumerate(EXIT_REASONS.values()):
         if reason.action:
             fired = state.pending == code

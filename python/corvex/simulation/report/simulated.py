@@ -53,6 +53,7 @@ def report_of(
         As `simulate` takes them, the date on the clock of the prices.
     """
     plan, result, clock = run.plan, run.result, prices.clock
+    labels, index = plan.labels, clock.index
     creturn, position = curve_and_position(result, plan.labels, clock, plan.first_session)
     state = state_after(result, plan.schedule)
     held = hand_over(plan.schedule, state, plan.labels, len(clock) - 1)
@@ -63,7 +64,7 @@ def report_of(
             creturn=creturn,
             position=position,
             trades=_trades(run, prices),
-            fills=lambda: fills_table(fills, plan.labels, clock.index),
+            fills=lambda: fills_table(fills, labels, index),
             hand_over=held,
             next_trading_date=clock.future.next_bar,
             market=_own_market(prices.market),
@@ -88,8 +89,9 @@ def report_of(
 
 
 def _trades(run: Run, prices: PriceData) -> Callable[[], pd.DataFrame]:
-    """What makes the table of trades."""
+    """What makes the table of trades; it keeps no more of the run than that takes."""
     plan, index = run.plan, prices.clock.index
+    labels, signals = plan.labels, plan.schedule.dates
     found = cast("dict[str, np.ndarray]", run.result["trades"])
     matrices = prices.of_assets(
         plan.labels, run.trade_at, with_bars=run.options.touched_exit
@@ -97,7 +99,7 @@ def _trades(run: Run, prices: PriceData) -> Callable[[], pd.DataFrame]:
     quoted = raw_price_of(prices.market, prices.clock, plan.labels, matrices, run.trade_at)
 
     def make() -> pd.DataFrame:
-        return trades_table(found, plan.labels, index, plan.schedule.dates, quoted)
+        return trades_table(found, labels, index, signals, quoted)
 
     if quoted is None:
         return make
