@@ -5,6 +5,7 @@ import pandas as pd
 import pytest
 
 import corvex
+from corvex.cloud import credentials
 from corvex.core import firestore_rest
 from corvex.core import report as report_module
 from corvex.testing.cloud import CloudServer, trial_token
@@ -23,6 +24,8 @@ def nobody(tmp_path, monkeypatch):
     monkeypatch.setenv("HOME", str(tmp_path))
     monkeypatch.setenv("XDG_CONFIG_HOME", str(tmp_path / "config"))
     monkeypatch.setattr(firestore_rest, "FIRST_PAUSE", 0.002)
+    # What these tests call tokens must not be hidden from the texts of later ones.
+    monkeypatch.setattr(credentials, "_seen", set())
     monkeypatch.chdir(tmp_path)
 
 
