@@ -30,7 +30,7 @@ inline PyObject* empty_code(const char* function_name) {
 
 /// The slots of a module that keeps its state in the process: one interpreter loads it, and a
 /// free-threaded one takes the lock of the interpreter back, of which Python warns.
-inline auto module_slots(int (*execute)(PyObject*)) {
+inline auto module_slots(int (*execute)(PyObject*)) noexcept {
     return std::array{
         PyModuleDef_Slot{Py_mod_exec, reinterpret_cast<void*>(execute)},
         PyModuleDef_Slot{Py_mod_multiple_interpreters, Py_MOD_MULTIPLE_INTERPRETERS_NOT_SUPPORTED},
