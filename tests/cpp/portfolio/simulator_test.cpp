@@ -102,7 +102,9 @@ TEST(Netting, PaysForWhatAStopAndAnOrderTrulyTrade) {
 }
 
 TEST(Simulate, RefusesInputsThatDoNotFit) {
-    const auto refuses = [](Market market) { EXPECT_THROW(market.run(), std::invalid_argument); };
+    const auto refuses = [](const Market& market) {
+        EXPECT_THROW(market.run(), std::invalid_argument);
+    };
     refuses({.close = {1, 2}, .target = {1, 1}});
     refuses({.close = {1, 2}, .signals = {2}});
     refuses({.close = {1, 2}, .target = {1, 1}, .signals = {1, 0}});

@@ -64,6 +64,7 @@ TEST(StopMonitor, TellsOfEachPositionAloneAndInOrder) {
         std::vector<FiredStop> stops;
         monitor.check_closes(session, kNever, stops);
         std::vector<std::uint32_t> assets;
+        assets.reserve(stops.size());
         for (const FiredStop& stop : stops) {
             assets.push_back(stop.asset);
         }
