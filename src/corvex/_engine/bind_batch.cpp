@@ -116,11 +116,11 @@ nb::dict as_dict(const std::vector<RunSummary>& runs, std::size_t blocks, nb::ob
     return out;
 }
 
-nb::dict simulate_many(const SharedPrices& prices, nb::list plans, const nb::list& options,
+nb::dict simulate_many(const SharedPrices& prices, const nb::list& plans, const nb::list& options,
                        const RunTable& runs, const Times& times, const Times& closes,
                        const Times& before_first, double riskfree_rate, std::size_t blocks,
                        bool curves, unsigned threads) {
-    const PlanList plan_list(std::move(plans), prices.prices().assets());
+    const PlanList plan_list(plans, prices.prices().assets());
     std::vector<Options> option_list;
     for (const nb::handle given : options) {
         option_list.push_back(read_options(given));
