@@ -10,7 +10,7 @@ import pandas as pd
 
 from corvex.safe_file.arrays import ArrayReader, DamagedFileError, Numbers
 from corvex.safe_file.encoder import DTYPES, TAG
-from corvex.safe_file.moments import READERS, zone_of
+from corvex.safe_file.moments import READERS, pandas_zone
 
 __all__ = ["Decoder"]
 
@@ -121,7 +121,7 @@ class Decoder:
         if kind == "m":
             return pd.array(values)
         index = pd.DatetimeIndex(values)
-        zone = zone_of(record["zone"])
+        zone = pandas_zone(record["zone"])
         return (index if zone is None else index.tz_localize("UTC").tz_convert(zone)).array
 
 

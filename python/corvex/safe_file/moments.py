@@ -10,7 +10,7 @@ from typing import Any
 import numpy as np
 import pandas as pd
 
-__all__ = ["READERS", "moment_record", "zone_name", "zone_of"]
+__all__ = ["READERS", "moment_record", "pandas_zone", "zone_name", "zone_of"]
 
 
 def zone_name(zone: Any, path: str) -> str | None:
@@ -52,6 +52,18 @@ def zone_of(name: str | None) -> dt.tzinfo | None:
     return zoneinfo.ZoneInfo(name)
 
 
+def pandas_zone(name: str | None) -> dt.tzinfo | None:
+    """Return the zone of a name as this pandas makes it: versions differ in the class of zones.
+
+    Raises
+    ------
+    ValueError, zoneinfo.ZoneInfoNotFoundError
+        When there is none.
+    """
+    zone = zone_of(name)
+    return pd.DatetimeTZDtype("ns", name).tz if isinstance(zone, zoneinfo.ZoneInfo) else zone
+
+
 def moment_record(value: Any, path: str) -> dict[str, Any] | None:
     """Return the JSON of a date or a span, with its kind under "~"; None for any other value."""
     for kind, tag, write in _WRITERS:
@@ -89,7 +101,7 @@ _WRITERS: tuple[tuple[type, str, Callable[[Any, str], dict[str, Any] | None]], .
 
 def _read_timestamp(record: Any) -> pd.Timestamp:
     moment = pd.Timestamp(np.datetime64(record["v"], record["unit"]))
-    zone = zone_of(record["zone"])
+    zone = pandas_zone(record["zone"])
     return moment if zone is None else moment.tz_localize("UTC").tz_convert(zone)
 
 
