@@ -296,7 +296,8 @@ class Clock:
             raise ValueError(f"{what} must be a date, got {when!r}") from error
         if pd.isna(given):
             raise ValueError(f"{what} must be a date, got {when!r}")
-        require_in_range(pd.DatetimeIndex([given]), what, traded=True)
+        # Out of an array, which keeps the unit: some versions of pandas make it nanoseconds else.
+        require_in_range(pd.DatetimeIndex(np.array([given.asm8])), what, traded=True)
         dates = pd.DatetimeIndex([given.as_unit("ns")])
         if not self.is_daily and is_date(given):
             day = dates.tz_localize(None)
