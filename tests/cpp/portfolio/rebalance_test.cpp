@@ -174,5 +174,22 @@ TEST(RowRebalance, MissesPricesOfWhatIsHeldOrWantedAlone) {
     }
 }
 
+TEST(RowRebalance, KeepsToSharesThatANumberHolds) {
+    const auto turned = [](double shares, double price, double weight) {
+        const std::vector<double> held{shares};
+        const std::vector<double> prices{price};
+        const std::vector<double> weights{weight};
+        RowRebalance quick{{}, 1};
+        quick.solve({held, prices, weights}, 1.0 + quick.read({held, prices, weights}).value);
+        return quick.turned().size();
+    };
+    constexpr double kSmallest = std::numeric_limits<double>::denorm_min();
+    EXPECT_THROW(turned(0.0, kSmallest, 1.0), std::invalid_argument);
+    EXPECT_THROW(turned(0.1, kSmallest, -1.0), std::invalid_argument);
+    EXPECT_EQ(turned(1e160, 1e-160, 1.0), 0U);  // though the product of the shares is infinite
+    EXPECT_EQ(turned(1e-170, 1.0, 1e-170), 0U); // or zero
+    EXPECT_EQ(turned(1e-170, 1.0, -1e-170), 1U);
+}
+
 } // namespace
 } // namespace corvex::engine::portfolio

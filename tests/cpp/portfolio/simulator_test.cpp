@@ -114,6 +114,8 @@ TEST(Simulate, RefusesInputsThatDoNotFit) {
     refuses({.close = {1, 2}, .stops = {.loss = 0.0}});
     refuses({.close = {1, 2}, .stops = {.cooldown = -1}});
     refuses({.close = {1, 2}, .fill_at = FillAt::kOpen});
+    refuses({.close = {1, 5e-324}});
+    refuses({.close = {1, kGap, 5e-324}}); // waits for its price
     refuses({.close = {1, 2}, .stops = {.loss = 0.1, .touched = true}});
 }
 

@@ -2,6 +2,7 @@
 
 #include "corvex/engine/portfolio/costs.hpp"
 #include "corvex/engine/portfolio/price_table.hpp"
+#include "corvex/engine/portfolio/require.hpp"
 
 #include <cstdint>
 #include <span>
@@ -28,6 +29,7 @@ class Book {
     /// Sets a holding that was traded at a quoted price. Cash and costs are the caller's: a
     /// rebalance knows both exactly.
     void set_shares(std::size_t asset, double shares, double price, std::size_t session) {
+        require_countable(shares);
         shares_[asset] = shares;
         if (is_missing(close_.at(session, asset))) {
             known_[asset] = price;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cmath>
 #include <stdexcept>
 #include <string>
 
@@ -9,6 +10,14 @@ namespace corvex::engine::portfolio {
 inline void require(bool condition, const std::string& message) {
     if (!condition) {
         throw std::invalid_argument(message);
+    }
+}
+
+/// @throws std::invalid_argument for shares that are no finite number: too small a price buys them.
+inline void require_countable(double shares) {
+    if (!std::isfinite(shares)) {
+        throw std::invalid_argument(
+            "an order trades more shares than a number holds: its price is too small");
     }
 }
 

@@ -1,6 +1,7 @@
 #include "corvex/engine/portfolio/row_rebalance.hpp"
 
 #include "corvex/engine/core/lanes.hpp"
+#include "corvex/engine/portfolio/require.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -154,8 +155,10 @@ RowRebalance::Pass RowRebalance::trade(const Row& row, double equity) {
         slope += rate * target;
         const Lanes after = target != 0.0 ? value / price : Lanes{};
         store(after, &shares_[k]);
-        // On another side than before, or on none before or now.
-        turned |= (before * after <= 0.0) & ((before != 0.0) | (after != 0.0));
+        // On another side than before, on none before or now, or beyond what a number holds: the
+        // product of shares that a list of the turned then looks at one by one.
+        const Lanes product = before * after;
+        turned |= (~(product > 0.0) | (product == kInfinity)) & ((before != 0.0) | (after != 0.0));
     });
     list_turned(row.shares, any(turned));
     return {sum(bought), sum(net), sum(invested), sum(constant), sum(slope)};
@@ -165,13 +168,18 @@ RowRebalance::Pass RowRebalance::trade(const Row& row, double equity) {
 void RowRebalance::list_turned(std::span<const double> before, bool any_turned) {
     turned_.resize(any_turned ? assets_ : 0);
     std::size_t count = 0;
+    double excess = 0.0;
     for (std::size_t asset = 0; asset < turned_.size(); ++asset) {
-        const double product = before[asset] * shares_[asset];
-        const bool held = (before[asset] != 0.0) | (shares_[asset] != 0.0);
+        const double after = shares_[asset];
+        const bool kept = ((before[asset] > 0.0) & (after > 0.0)) |
+                          ((before[asset] < 0.0) & (after < 0.0)) |
+                          ((before[asset] == 0.0) & (after == 0.0));
         turned_[count] = static_cast<std::uint32_t>(asset);
-        count += static_cast<std::size_t>((product <= 0.0) & held);
+        count += static_cast<std::size_t>(!kept);
+        excess += after * 0.0; // zero unless missing or infinite
     }
     turned_.resize(count);
+    require_countable(excess);
 }
 
 } // namespace corvex::engine::portfolio
