@@ -18,11 +18,11 @@ namespace corvex::bindings {
 
 namespace {
 
-using engine::portfolio::Batch;
-using engine::portfolio::BatchRun;
-using engine::portfolio::Options;
-using engine::portfolio::Plan;
-using engine::portfolio::RunSummary;
+using engine::Batch;
+using engine::BatchRun;
+using engine::Options;
+using engine::Plan;
+using engine::RunSummary;
 
 using Times = InputArray<std::int64_t>;
 using RunTable =
@@ -146,7 +146,7 @@ nb::dict simulate_many(const SharedPrices& prices, const nb::list& plans, const 
     std::vector<RunSummary> found;
     {
         const nb::gil_scoped_release released;
-        found = engine::portfolio::run_batch(batch);
+        found = engine::run_batch(batch);
     }
     return as_dict(found, blocks, std::move(table));
 }

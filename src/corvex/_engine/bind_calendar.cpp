@@ -17,15 +17,14 @@ OutputArray<std::int64_t> period_last_sessions(const InputArray<std::int64_t>& s
     std::vector<std::int64_t> rows;
     {
         const nb::gil_scoped_release released;
-        rows = engine::calendar::period_last_sessions(as_span(sessions),
-                                                      engine::calendar::parse_period_rule(rule));
+        rows = engine::period_last_sessions(as_span(sessions), engine::parse_period_rule(rule));
     }
     return to_numpy(std::move(rows));
 }
 
 nb::tuple period_bounds(const InputArray<std::int64_t>& sessions, std::string_view rule) {
-    const auto bounds = engine::calendar::last_period_bounds(
-        as_span(sessions), engine::calendar::parse_period_rule(rule));
+    const auto bounds =
+        engine::last_period_bounds(as_span(sessions), engine::parse_period_rule(rule));
     return nb::make_tuple(bounds.start, bounds.end);
 }
 
@@ -34,7 +33,7 @@ OutputArray<std::int64_t> rows_at_or_before(const InputArray<std::int64_t>& sess
     std::vector<std::int64_t> rows;
     {
         const nb::gil_scoped_release released;
-        rows = engine::calendar::rows_at_or_before(as_span(sessions), as_span(dates));
+        rows = engine::rows_at_or_before(as_span(sessions), as_span(dates));
     }
     return to_numpy(std::move(rows));
 }

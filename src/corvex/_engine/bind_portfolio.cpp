@@ -25,18 +25,18 @@ namespace corvex::bindings {
 
 namespace {
 
-using engine::portfolio::Options;
-using engine::portfolio::SimulationInput;
-using engine::portfolio::SimulationResult;
+using engine::Options;
+using engine::SimulationInput;
+using engine::SimulationResult;
 
-OutputArray<std::int64_t> reason_codes(std::span<const engine::trades::ExitReason> reasons) {
+OutputArray<std::int64_t> reason_codes(std::span<const engine::ExitReason> reasons) {
     std::vector<std::int64_t> codes(reasons.size());
     std::ranges::transform(reasons, codes.begin(),
                            [](auto reason) { return static_cast<std::int64_t>(reason); });
     return to_numpy(std::move(codes));
 }
 
-nb::dict fill_columns(engine::portfolio::Fills&& fills) {
+nb::dict fill_columns(engine::Fills&& fills) {
     nb::dict out;
     out["session"] = to_numpy(std::move(fills.session));
     out["asset"] = to_numpy(std::move(fills.asset));
@@ -103,7 +103,7 @@ nb::dict simulate(const SharedPrices& prices, const InputTable& target,
     SimulationResult result;
     {
         const nb::gil_scoped_release released;
-        result = engine::portfolio::simulate(input);
+        result = engine::simulate(input);
     }
     return as_dict(std::move(result), std::move(position), input);
 }
@@ -112,7 +112,7 @@ OutputArray<std::int64_t> last_priced_sessions(const InputTable& prices) {
     std::vector<std::int64_t> rows;
     {
         const nb::gil_scoped_release released;
-        rows = engine::portfolio::last_priced_sessions(as_table(prices));
+        rows = engine::last_priced_sessions(as_table(prices));
     }
     return to_numpy(std::move(rows));
 }
@@ -121,7 +121,7 @@ nb::object first_bad_price(const InputTable& prices) {
     std::optional<std::pair<std::size_t, std::size_t>> found;
     {
         const nb::gil_scoped_release released;
-        found = engine::portfolio::first_bad_price(as_table(prices));
+        found = engine::first_bad_price(as_table(prices));
     }
     return found ? nb::object(nb::make_tuple(found->first, found->second)) : nb::none();
 }
@@ -130,14 +130,13 @@ nb::object first_bad_price(const InputTable& prices) {
 
 void bind_portfolio(nb::module_& module) {
     nb::list reasons;
-    for (const std::string_view name : engine::trades::kExitReasonNames) {
+    for (const std::string_view name : engine::kExitReasonNames) {
         reasons.append(nb::str(name.data(), name.size()));
     }
     module.attr("EXIT_REASONS") = nb::tuple(reasons);
     nb::list options;
     Options defaults;
-    engine::portfolio::for_each_option(
-        defaults, [&](const char* name, const auto&) { options.append(name); });
+    engine::for_each_option(defaults, [&](const char* name, const auto&) { options.append(name); });
     module.attr("OPTION_NAMES") = nb::tuple(options);
     nb::class_<SharedPrices>(module, "PriceSet", "Prices that runs share; never copied.")
         .def(nb::init<InputTable, std::string_view, InputTable, InputTable, InputTable,

@@ -11,9 +11,9 @@ namespace nb = nanobind;
 
 namespace corvex::bindings {
 
-using engine::portfolio::FillAt;
-using engine::portfolio::Options;
-using engine::portfolio::PriceTable;
+using engine::FillAt;
+using engine::Options;
+using engine::PriceTable;
 
 namespace {
 
@@ -50,7 +50,7 @@ SharedPrices::SharedPrices(InputTable close, std::string_view fill_at, InputTabl
 Options read_options(nb::handle given) {
     Options options;
     if (!given.is_none()) {
-        engine::portfolio::for_each_option(options, [&](const char* name, auto& value) {
+        engine::for_each_option(options, [&](const char* name, auto& value) {
             value = nb::cast<std::remove_reference_t<decltype(value)>>(given.attr(name));
         });
     }

@@ -16,7 +16,7 @@ using InputTable = nanobind::ndarray<const double, nanobind::ndim<2>, nanobind::
                                      nanobind::device::cpu, nanobind::numpy>;
 
 /// None comes as a table that is not valid.
-engine::portfolio::PriceTable as_table(const InputTable& table);
+engine::PriceTable as_table(const InputTable& table);
 
 /// A price set and the arrays that it looks at.
 class SharedPrices {
@@ -24,15 +24,15 @@ class SharedPrices {
     SharedPrices(InputTable close, std::string_view fill_at, InputTable fill, InputTable open,
                  InputTable high, InputTable low);
 
-    [[nodiscard]] const engine::portfolio::PriceSet& prices() const { return prices_; }
+    [[nodiscard]] const engine::PriceSet& prices() const { return prices_; }
 
   private:
     std::array<InputTable, 4> arrays_;
     InputTable close_;
-    engine::portfolio::PriceSet prices_;
+    engine::PriceSet prices_;
 };
 
 /// Reads the options by their names from an object that has them as attributes; None = defaults.
-engine::portfolio::Options read_options(nanobind::handle given);
+engine::Options read_options(nanobind::handle given);
 
 } // namespace corvex::bindings

@@ -13,7 +13,7 @@ namespace corvex::bindings {
 
 namespace {
 
-using engine::trades::RoundTrip;
+using engine::RoundTrip;
 
 template <typename T, typename Field>
 OutputArray<T> column(std::span<const RoundTrip> trips, Field field) {

@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <vector>
 
-namespace corvex::engine::calendar {
+namespace corvex::engine {
 namespace {
 
 TEST(Schedule, TakesTheRowAtOrBeforeADate) {
@@ -24,4 +24,4 @@ TEST(Schedule, RefusesWhatItDoesNotKnow) {
 }
 
 } // namespace
-} // namespace corvex::engine::calendar
+} // namespace corvex::engine

@@ -5,7 +5,7 @@
 #include <limits>
 #include <vector>
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine {
 namespace {
 
 constexpr double kGap = std::numeric_limits<double>::quiet_NaN();
@@ -92,4 +92,4 @@ TEST(Book, ForgivesNoDebtButThatOfRounding) {
 }
 
 } // namespace
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine

@@ -9,7 +9,7 @@
 #include <random>
 #include <vector>
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine {
 namespace {
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
@@ -192,4 +192,4 @@ TEST(RowRebalance, KeepsToSharesThatANumberHolds) {
 }
 
 } // namespace
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine

@@ -7,13 +7,12 @@
 #include <stdexcept>
 #include <vector>
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine {
 namespace {
 
 // Whole runs are compared with a simulator of its own in Python; here stands what that one takes
 // for granted: the price of a stop that was touched, and the inputs that are refused.
 constexpr double kGap = std::numeric_limits<double>::quiet_NaN();
-using trades::ExitReason;
 
 /// One asset whose tables are written out by hand, a value for each session.
 struct Market {
@@ -43,7 +42,7 @@ struct Market {
 };
 
 /// One session of a position entered at 100, by its open, high and low; the close is 100.
-trades::RoundTrip touched(double open, double high, double low, double weight = 1.0) {
+RoundTrip touched(double open, double high, double low, double weight = 1.0) {
     const Market market{.close = {100, 100, 100},
                         .open = {100, 100, open},
                         .high = {100, 150, high},
@@ -120,4 +119,4 @@ TEST(Simulate, RefusesInputsThatDoNotFit) {
 }
 
 } // namespace
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine

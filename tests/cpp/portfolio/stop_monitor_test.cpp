@@ -6,12 +6,11 @@
 #include <utility>
 #include <vector>
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine {
 namespace {
 
 constexpr double kGap = std::numeric_limits<double>::quiet_NaN();
 constexpr std::size_t kNever = 99;
-using trades::ExitReason;
 using Fired = std::pair<std::size_t, ExitReason>;
 
 /// When a position of session 0 at 100 is stopped by closes, and why.
@@ -108,4 +107,4 @@ TEST(StopMonitor, FillsTheNearerOfTwoLevelsThatASessionTouches) {
 }
 
 } // namespace
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine

@@ -7,13 +7,13 @@
 #include <limits>
 #include <vector>
 
-namespace corvex::engine::trades {
+namespace corvex::engine {
 namespace {
 
 constexpr double kGap = std::numeric_limits<double>::quiet_NaN();
 
 TEST(TradeLog, WritesRoundTripsWithTheirNetReturns) {
-    const portfolio::Costs costs{.fee = 0.1, .tax = 0.1};
+    const Costs costs{.fee = 0.1, .tax = 0.1};
     TradeLog log{costs, 4, 3, true};
     log.signal_entry(3, 2, 0.5);
     log.open(2, 1, 5, 100.0, 1.0);
@@ -56,7 +56,7 @@ TEST(TradeLog, WritesRoundTripsWithTheirNetReturns) {
 }
 
 TEST(TradeLog, ThatIsOffIgnoresAll) {
-    const portfolio::Costs costs;
+    const Costs costs;
     TradeLog log{costs, 1, 1, false};
     log.open(0, 0, 0, 1.0, 1.0);
     log.mark_open(0, 1.0, {});
@@ -69,7 +69,7 @@ TEST(TradeLog, ThatIsOffIgnoresAll) {
 TEST(Excursion, FollowsClosesAndTheExit) {
     // One asset rises, falls and rises; the next mirrors its moves and is held short.
     const std::vector<double> rows{100, 100, 125, 75, 50, 150, kGap, kGap, 110, 90};
-    const portfolio::PriceTable close{rows, 2};
+    const PriceTable close{rows, 2};
     ExcursionTracker tracker{close, 0, true};
     tracker.observe_before(1);
     tracker.open(0, true, 100);
@@ -85,4 +85,4 @@ TEST(Excursion, FollowsClosesAndTheExit) {
 }
 
 } // namespace
-} // namespace corvex::engine::trades
+} // namespace corvex::engine

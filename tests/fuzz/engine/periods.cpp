@@ -35,11 +35,11 @@ void check_calendar(Bytes& bytes, std::span<const Nanos> times) {
         alias += static_cast<char>(bytes.raw<std::uint8_t>());
     }
     try {
-        const auto rule = calendar::parse_period_rule(alias);
-        const auto bounds = calendar::last_period_bounds(times, rule);
+        const auto rule = parse_period_rule(alias);
+        const auto bounds = last_period_bounds(times, rule);
         const bool ordered = std::ranges::adjacent_find(times, std::greater_equal{}) == times.end();
         require(!ordered || bounds.start <= times.back(), "a period begins after its session");
-        const auto rows = calendar::period_last_sessions(times, rule);
+        const auto rows = period_last_sessions(times, rule);
         require(rows.back() + 1 == static_cast<std::int64_t>(times.size()), "the last period");
         require(std::ranges::is_sorted(rows), "periods out of order");
     } catch (const std::invalid_argument&) {
@@ -60,7 +60,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     require(day_ends(times).empty() == times.empty(), "days of a curve");
     require(usual_gap(times) >= 0, "a negative gap");
     infer_convention(times);
-    const auto rows = calendar::rows_at_or_before(times, times);
+    const auto rows = rows_at_or_before(times, times);
     require(std::ranges::all_of(
                 rows, [&](auto row) { return row < static_cast<std::int64_t>(times.size()); }),
             "a row after the last");

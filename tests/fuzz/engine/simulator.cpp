@@ -7,7 +7,7 @@
 
 namespace {
 
-using namespace corvex::engine::portfolio;
+using namespace corvex::engine;
 using corvex::fuzz::Bytes;
 using corvex::fuzz::require;
 

@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace corvex::engine::calendar {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -154,4 +154,4 @@ Nanos period_start(const PeriodRule& rule, std::int64_t number, Nanos origin) {
     return start_of_day(day_from_civil(known, static_cast<int>(month - year * 12) + 1, 1));
 }
 
-} // namespace corvex::engine::calendar
+} // namespace corvex::engine::inline v1

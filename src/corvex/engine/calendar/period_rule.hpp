@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string_view>
 
-namespace corvex::engine::calendar {
+namespace corvex::engine::inline v1 {
 
 /// A rule that cuts time into periods, as pandas' frequency aliases name them.
 struct PeriodRule {
@@ -36,4 +36,4 @@ std::int64_t period_number(const PeriodRule& rule, Nanos time, Nanos origin);
 /// First nanosecond of period `number`, the inverse of period_number.
 Nanos period_start(const PeriodRule& rule, std::int64_t number, Nanos origin);
 
-} // namespace corvex::engine::calendar
+} // namespace corvex::engine::inline v1

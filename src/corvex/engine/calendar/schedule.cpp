@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace corvex::engine::calendar {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -69,4 +69,4 @@ std::vector<std::int64_t> rows_at_or_before(std::span<const Nanos> sessions,
     return rows;
 }
 
-} // namespace corvex::engine::calendar
+} // namespace corvex::engine::inline v1

@@ -5,7 +5,7 @@
 #include <span>
 #include <vector>
 
-namespace corvex::engine::calendar {
+namespace corvex::engine::inline v1 {
 
 /// A half-open stretch of time.
 struct PeriodBounds {
@@ -31,4 +31,4 @@ PeriodBounds last_period_bounds(std::span<const Nanos> sessions, const PeriodRul
 std::vector<std::int64_t> rows_at_or_before(std::span<const Nanos> sessions,
                                             std::span<const Nanos> dates);
 
-} // namespace corvex::engine::calendar
+} // namespace corvex::engine::inline v1

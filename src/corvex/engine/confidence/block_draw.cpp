@@ -5,7 +5,7 @@
 #include <functional>
 #include <stdexcept>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -73,4 +73,4 @@ std::span<const Block> BlockSampler::draw(RandomStream& stream, std::size_t leng
     return {room.data(), count};
 }
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

@@ -8,7 +8,7 @@
 #include <span>
 #include <vector>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 /// Rows `start`, `start + 1`, ... of a series, `length` of them. It may run over the end of the
 /// series, where it goes on at the beginning; no block is longer than the series.
@@ -53,4 +53,4 @@ class BlockSampler {
     std::array<std::uint32_t, kGuides + 1> guides_{};
 };
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

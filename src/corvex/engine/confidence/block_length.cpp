@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <vector>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -84,4 +84,4 @@ double automatic_block_length(std::span<const double> values) {
     return std::clamp(length, 1.0, longest);
 }
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

@@ -2,7 +2,7 @@
 
 #include <span>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 /// The mean block length for a stationary bootstrap of the mean that a series' autocorrelation
 /// asks for; at least 1, at most min(3 sqrt(n), n / 3) rounded up.
@@ -15,4 +15,4 @@ namespace corvex::engine {
 /// A. Patton, D. N. Politis and H. White, Econometric Reviews 28 (2009).
 double automatic_block_length(std::span<const double> values);
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

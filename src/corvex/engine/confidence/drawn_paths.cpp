@@ -6,7 +6,7 @@
 #include <cmath>
 #include <stdexcept>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -91,4 +91,4 @@ DrawnPaths draw_paths(std::span<const double> returns, std::size_t bars,
     return paths;
 }
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

@@ -6,7 +6,7 @@
 #include <span>
 #include <vector>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 /// What may happen over the next bars if returns come as they came, in blocks.
 struct DrawnPaths {
@@ -22,4 +22,4 @@ struct DrawnPaths {
 DrawnPaths draw_paths(std::span<const double> returns, std::size_t bars,
                       std::span<const std::size_t> points, const Resampling& how);
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <vector>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -112,4 +112,4 @@ double effective_trials(std::span<const double> returns, std::size_t rows, std::
     return count * count / total;
 }
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <vector>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -87,4 +87,4 @@ Interval bootstrap_interval(std::span<const double> draws, double observed, doub
     return found;
 }
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

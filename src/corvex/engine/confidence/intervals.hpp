@@ -2,7 +2,7 @@
 
 #include <span>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 /// Bounds between which a figure lies with some probability.
 struct Interval {
@@ -33,4 +33,4 @@ Interval bootstrap_interval(std::span<const double> draws, double observed, doub
 /// @param sorted  ascending, not empty, none missing
 double sorted_quantile(std::span<const double> sorted, double share);
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

@@ -5,7 +5,7 @@
 #include <limits>
 #include <numbers>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -62,4 +62,4 @@ double normal_quantile(double probability) {
     return rough - step / (1.0 + 0.5 * rough * step);
 }
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

@@ -1,6 +1,6 @@
 #pragma once
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 /// The standard normal distribution function.
 double normal_cdf(double value);
@@ -10,4 +10,4 @@ double normal_cdf(double value);
 /// full double precision.
 double normal_quantile(double probability);
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

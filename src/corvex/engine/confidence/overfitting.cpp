@@ -9,7 +9,7 @@
 #include <limits>
 #include <stdexcept>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -249,4 +249,4 @@ Overfitting backtest_overfitting(const BlockSums& blocks) {
     return found;
 }
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

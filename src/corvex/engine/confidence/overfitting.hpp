@@ -4,7 +4,7 @@
 #include <span>
 #include <vector>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 /// Sums of the returns of several trials over consecutive blocks of the rows: all that a Sharpe
 /// ratio over any set of blocks needs. blocks x trials, one block after the other.
@@ -52,4 +52,4 @@ Overfitting backtest_overfitting(const BlockSums& blocks);
 double effective_trials(std::span<const double> returns, std::size_t rows, std::size_t trials,
                         unsigned threads);
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

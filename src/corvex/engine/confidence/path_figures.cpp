@@ -8,7 +8,7 @@
 #include <limits>
 #include <stdexcept>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -231,4 +231,4 @@ std::vector<double> figures_without_each(std::span<const double> returns, const 
     return table;
 }
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 /// What is asked of each path that a bootstrap draws, in the order of their columns.
 enum class PathFigure { kSharpe, kVolatility, kCagr, kMaxDrawdown, kCalmar, kFinalValue };
@@ -46,4 +46,4 @@ std::vector<double> bootstrap_figures(std::span<const double> returns, const Ann
 std::vector<double> figures_without_each(std::span<const double> returns, const Annual& annual,
                                          unsigned threads);
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

@@ -4,7 +4,7 @@
 #include <bit>
 #include <cstdint>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 /// Random numbers that are the same on every machine: xoshiro256++, started for each draw from
 /// (seed, draw) by splitmix64, so that it does not matter which thread makes which draw. The
@@ -52,4 +52,4 @@ class RandomStream {
     std::array<std::uint64_t, 4> state_{};
 };
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

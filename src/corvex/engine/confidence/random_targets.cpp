@@ -4,7 +4,7 @@
 #include <limits>
 #include <stdexcept>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -78,4 +78,4 @@ std::uint32_t RandomTargets::pick(RandomStream& stream, std::span<const std::uin
     return left[RandomStream::below(bits, static_cast<std::uint32_t>(left.size()))];
 }
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

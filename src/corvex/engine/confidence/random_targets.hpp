@@ -7,7 +7,7 @@
 #include <span>
 #include <vector>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 /// Target weights whose assets are to be exchanged for others at random.
 struct TargetTable {
@@ -40,4 +40,4 @@ class RandomTargets {
     std::vector<std::uint8_t> held_;      ///< by the drawn portfolio
 };
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

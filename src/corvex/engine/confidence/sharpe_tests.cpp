@@ -10,7 +10,7 @@
 #include <stdexcept>
 #include <vector>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -143,4 +143,4 @@ std::size_t usual_lags(std::size_t count) {
     return static_cast<std::size_t>(4.0 * std::pow(static_cast<double>(count) / 100.0, 2.0 / 9.0));
 }
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

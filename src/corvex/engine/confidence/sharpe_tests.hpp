@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <span>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 /// What the tests of a Sharpe ratio need to know of the returns; all per bar.
 struct SharpeSample {
@@ -56,4 +56,4 @@ double mean_t_statistic(std::span<const double> returns, std::size_t lags);
 /// Source: W. K. Newey and K. D. West, Review of Economic Studies 61 (1994).
 std::size_t usual_lags(std::size_t count);
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

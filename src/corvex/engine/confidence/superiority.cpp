@@ -11,7 +11,7 @@
 #include <numeric>
 #include <stdexcept>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -341,4 +341,4 @@ std::vector<std::size_t> superior_models(const Advantages& advantages, double si
     return better;
 }
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

@@ -6,7 +6,7 @@
 #include <span>
 #include <vector>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 /// What each of several models earned above a benchmark: rows x models, one row after the other.
 struct Advantages {
@@ -42,4 +42,4 @@ std::vector<std::size_t> superior_models(const Advantages& advantages, double si
 /// Source: D. N. Politis and J. P. Romano, JASA 89 (1994), lemma 1.
 std::vector<double> bootstrap_deviations(const Advantages& advantages, double mean_block);
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

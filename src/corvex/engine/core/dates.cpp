@@ -2,7 +2,7 @@
 
 #include <chrono>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -51,4 +51,4 @@ int weekday(std::int64_t day) {
     return static_cast<int>(std::chrono::weekday{to_sys_days(day)}.iso_encoding()) - 1;
 }
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

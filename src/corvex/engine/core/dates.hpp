@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 /// Nanoseconds since 1970-01-01, in the local time of the series (no zone is known here).
 using Nanos = std::int64_t;
@@ -46,4 +46,4 @@ std::int64_t day_from_civil(int year, int month, int day);
 /// Day of the week, 0 = Monday to 6 = Sunday.
 int weekday(std::int64_t day);
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

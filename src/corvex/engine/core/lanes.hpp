@@ -14,7 +14,7 @@
 #define CORVEX_VECTOR_CLONES
 #endif
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 /// Four numbers that are worked on at once. Comparisons give a LaneMask, `mask ? a : b` chooses.
 using Lanes = double __attribute__((vector_size(32)));
@@ -43,4 +43,4 @@ inline constexpr std::size_t kLanes = 4;
 /// looks ahead by itself ends at each page.
 [[gnu::always_inline]] inline void prefetch(const double* address) { __builtin_prefetch(address); }
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

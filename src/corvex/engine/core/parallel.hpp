@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 /// Calls `work(begin, end)` on consecutive pieces of [0, count), `step` long, from several threads.
 /// The order of the pieces is open, so each must write to a place of its own. The first exception
@@ -49,4 +49,4 @@ void in_parallel(std::size_t count, std::size_t step, unsigned threads, const Wo
     }
 }
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <span>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 /// What lies side by side in the memory of a table.
 enum class Layout {
@@ -23,4 +23,4 @@ struct TableView {
     }
 };
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

@@ -4,7 +4,7 @@
 #include <limits>
 #include <stdexcept>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 void drawdown_curve(std::span<const double> values, std::span<double> out) {
     if (values.size() != out.size()) {
@@ -19,4 +19,4 @@ void drawdown_curve(std::span<const double> values, std::span<double> out) {
     }
 }
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <limits>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -77,4 +77,4 @@ DrawdownSummary summarise_drawdowns(std::span<const double> values, std::span<co
     return {deepest, count > 0.0 ? depths / count : kNaN, count > 0.0 ? days / count : kNaN};
 }
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

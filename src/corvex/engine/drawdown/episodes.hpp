@@ -6,7 +6,7 @@
 #include <span>
 #include <vector>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 /// One stay of a curve below its highest value so far. All positions are rows of the curve.
 struct Episode {
@@ -37,4 +37,4 @@ std::vector<Episode> largest_episodes(std::span<const double> values, std::size_
 /// @param times  as long as `values`
 DrawdownSummary summarise_drawdowns(std::span<const double> values, std::span<const Nanos> times);
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

@@ -8,7 +8,7 @@
 #include <numeric>
 #include <vector>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -65,4 +65,4 @@ HoldingCounts holding_counts(const TableView& weights) {
             static_cast<std::size_t>(*std::max_element(counts.begin(), counts.end()))};
 }
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

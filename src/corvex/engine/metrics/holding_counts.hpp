@@ -4,7 +4,7 @@
 
 #include <cstddef>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 /// How many assets a table of weights holds at once.
 struct HoldingCounts {
@@ -15,4 +15,4 @@ struct HoldingCounts {
 /// @param weights  dates x assets; NaN and 0 = not held. A table without assets holds nothing.
 HoldingCounts holding_counts(const TableView& weights);
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

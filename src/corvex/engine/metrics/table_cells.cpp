@@ -5,7 +5,7 @@
 #include <limits>
 #include <stdexcept>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -122,4 +122,4 @@ std::vector<double> table_cells(const TableView& table, std::span<const std::int
     return cells;
 }
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

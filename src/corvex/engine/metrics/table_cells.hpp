@@ -6,7 +6,7 @@
 #include <span>
 #include <vector>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 /// The row of each time among the dates of a table, -1 where no date is exactly that time.
 ///
@@ -23,4 +23,4 @@ std::vector<std::int64_t> rows_of_times(std::span<const std::int64_t> dates,
 std::vector<double> table_cells(const TableView& table, std::span<const std::int64_t> rows,
                                 std::span<const std::int64_t> columns);
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

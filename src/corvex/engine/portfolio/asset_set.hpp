@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine::inline v1 {
 
 /// A few of the assets: listed in the order in which they came, and looked up at once.
 class AssetSet {
@@ -40,4 +40,4 @@ class AssetSet {
     std::vector<std::uint8_t> inside_;
 };
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

@@ -10,7 +10,7 @@
 #include <limits>
 #include <memory>
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -91,7 +91,7 @@ double yearly_turnover(const Batch& batch, std::size_t plan, const SimulationRes
 
 void count_trades(const SimulationResult& result, RunSummary& summary) {
     std::int64_t won = 0;
-    for (const trades::RoundTrip& trip : result.round_trips) {
+    for (const RoundTrip& trip : result.round_trips) {
         const bool closed = trip.filled() && trip.exit_session >= 0;
         summary.trades += closed ? 1 : 0;
         won += closed && trip.net_return > 0.0 ? 1 : 0;
@@ -232,4 +232,4 @@ std::vector<RunSummary> run_batch(const Batch& batch) {
     return out;
 }
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

@@ -12,7 +12,7 @@
 #include <span>
 #include <vector>
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine::inline v1 {
 
 /// A plan and the options that it is run with, by their numbers.
 struct BatchRun {
@@ -66,4 +66,4 @@ struct RunSummary {
 ///         plan or options that are not there.
 std::vector<RunSummary> run_batch(const Batch& batch);
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <limits>
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -215,4 +215,4 @@ void Book::drop(std::size_t asset) {
     changed_ = gone_ * 8 > held_.size();
 }
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

@@ -8,7 +8,7 @@
 #include <span>
 #include <vector>
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine::inline v1 {
 
 /// Cash and holdings, and what they are worth when prices are missing.
 class Book {
@@ -77,4 +77,4 @@ class Book {
     bool changed_ = false;            ///< holdings differ from held_ and held_shares_
 };
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

@@ -1,6 +1,6 @@
 #include "corvex/engine/portfolio/cooldowns.hpp"
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine::inline v1 {
 
 std::span<const double> Cooldowns::apply(std::span<const double> weights) {
     if (!active()) {
@@ -16,4 +16,4 @@ std::span<const double> Cooldowns::apply(std::span<const double> weights) {
     return weights_;
 }
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

@@ -5,7 +5,7 @@
 #include <span>
 #include <vector>
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine::inline v1 {
 
 /// Keeps stopped assets out of the rebalances that follow the stop.
 class Cooldowns {
@@ -38,4 +38,4 @@ class Cooldowns {
     std::vector<double> weights_;
 };
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

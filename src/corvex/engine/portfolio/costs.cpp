@@ -1,6 +1,6 @@
 #include "corvex/engine/portfolio/costs.hpp"
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine::inline v1 {
 
 void CostTotals::add(const Costs& costs, double bought, double sold) {
     const double bought_executed = costs.executed(bought, true);
@@ -23,4 +23,4 @@ double open_return(const Costs& costs, bool is_long, double entry_price, double 
     return is_long ? price / entry_value - 1.0 : 1.0 - price / entry_value;
 }
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

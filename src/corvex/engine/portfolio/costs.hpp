@@ -1,6 +1,6 @@
 #pragma once
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine::inline v1 {
 
 /// The ratios that a trade costs; all fractions in [0, 1).
 struct Costs {
@@ -36,4 +36,4 @@ double round_trip_return(const Costs& costs, bool is_long, double entry_price, d
 /// The same of a position that is still open, at its value without exit costs.
 double open_return(const Costs& costs, bool is_long, double entry_price, double price);
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine::inline v1 {
 
 /// Changes of holdings in the order in which they happened, one entry of each column for each.
 struct Fills {
@@ -83,4 +83,4 @@ inline void FillLog::remove_last(std::size_t session, std::size_t asset) {
     }
 }
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

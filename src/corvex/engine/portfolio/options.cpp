@@ -4,7 +4,7 @@
 
 #include <string>
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -32,4 +32,4 @@ void validate(const Options& options) {
             "stop_cooldown must not be negative, got " + std::to_string(stops.cooldown));
 }
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

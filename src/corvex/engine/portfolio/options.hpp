@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <limits>
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine::inline v1 {
 
 /// Fractions of the first fill price of a round trip; infinity = off.
 struct StopRules {
@@ -43,4 +43,4 @@ void for_each_option(Options& options, const Visit& visit) {
 /// @throws std::invalid_argument for a ratio or a stop out of range.
 void validate(const Options& options);
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

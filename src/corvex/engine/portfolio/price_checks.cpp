@@ -3,7 +3,7 @@
 #include <limits>
 #include <numeric>
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine::inline v1 {
 
 std::vector<std::int64_t> last_priced_sessions(const PriceTable& prices) {
     std::vector<std::int64_t> last(prices.assets, -1);
@@ -40,4 +40,4 @@ std::optional<std::pair<std::size_t, std::size_t>> first_bad_price(const PriceTa
     return std::nullopt;
 }
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

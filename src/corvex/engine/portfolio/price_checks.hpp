@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine::inline v1 {
 
 /// For each asset the last session with a price, -1 for an asset without any.
 ///
@@ -18,4 +18,4 @@ std::vector<std::int64_t> last_priced_sessions(const PriceTable& prices);
 /// Session and asset of the first price that is zero, negative or infinite; NaN counts as missing.
 std::optional<std::pair<std::size_t, std::size_t>> first_bad_price(const PriceTable& prices);
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <string>
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -36,4 +36,4 @@ PriceSet::PriceSet(const PriceTables& tables) : tables_{tables} {
     std::ranges::sort(ends_);
 }
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

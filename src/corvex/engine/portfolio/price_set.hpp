@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine::inline v1 {
 
 /// When in a session orders fill: it decides whether the session's own move and its range count.
 enum class FillAt { kClose, kOpen, kOther };
@@ -54,4 +54,4 @@ class PriceSet {
     std::vector<std::pair<std::int64_t, std::uint32_t>> ends_;
 };
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

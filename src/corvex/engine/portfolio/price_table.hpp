@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <span>
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine::inline v1 {
 
 /// A view of prices, one row for each session and one column for each asset, row by row.
 struct PriceTable {
@@ -26,4 +26,4 @@ inline bool is_missing(double price) { return std::isnan(price); }
 /// Whether an order can fill at this price.
 inline bool is_tradable(double price) { return price > 0.0 && std::isfinite(price); }
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

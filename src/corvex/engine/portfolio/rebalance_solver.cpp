@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -143,4 +143,4 @@ void RebalanceSolver::limit_to_cash(double equity_before) {
     }
 }
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

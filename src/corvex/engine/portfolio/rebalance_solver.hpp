@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <vector>
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine::inline v1 {
 
 /// Finds the equity after the costs of a rebalance together with the holdings that follow from it.
 ///
@@ -79,4 +79,4 @@ class RebalanceSolver {
     double equity_ = 0.0;
 };
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine::inline v1 {
 
 /// @throws std::invalid_argument unless the condition holds.
 inline void require(bool condition, const std::string& message) {
@@ -21,4 +21,4 @@ inline void require_countable(double shares) {
     }
 }
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

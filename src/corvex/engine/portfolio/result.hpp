@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <vector>
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine::inline v1 {
 
 /// What a simulation hands over. The series begin at the first session of the input.
 struct SimulationResult {
@@ -16,7 +16,7 @@ struct SimulationResult {
     std::vector<double> taxes;
     std::vector<double> slippage;
     std::vector<double> traded; ///< quoted value of buys and sells
-    std::vector<trades::RoundTrip> round_trips;
+    std::vector<RoundTrip> round_trips;
     Fills fills;
     std::int64_t ruin_session = -1;
     std::int64_t executed_rebalance = -1;
@@ -25,11 +25,11 @@ struct SimulationResult {
     std::vector<double> weights_in_force;
     std::vector<double> shares;
     /// Of an asset closed since the last rebalance, or kept out of that one after a stop.
-    std::vector<trades::ExitReason> out_reason;
-    std::vector<trades::ExitReason> pending_reason; ///< of a stop that waits for its fill
-    std::vector<std::int64_t> pending_session;      ///< on which it fired, -1 = none
-    std::vector<std::int64_t> waiting_rebalance;    ///< whose order waits for a price, -1 = none
+    std::vector<ExitReason> out_reason;
+    std::vector<ExitReason> pending_reason;      ///< of a stop that waits for its fill
+    std::vector<std::int64_t> pending_session;   ///< on which it fired, -1 = none
+    std::vector<std::int64_t> waiting_rebalance; ///< whose order waits for a price, -1 = none
     std::vector<std::int64_t> cooldown; ///< in how many more rebalances a stopped asset stays out
 };
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

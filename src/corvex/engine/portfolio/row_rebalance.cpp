@@ -7,7 +7,7 @@
 #include <cmath>
 #include <limits>
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -182,4 +182,4 @@ void RowRebalance::list_turned(std::span<const double> before, bool any_turned) 
     require_countable(excess);
 }
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

@@ -8,7 +8,7 @@
 #include <span>
 #include <vector>
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine::inline v1 {
 
 /// A rebalance in which every asset that is held or wanted can be traded: the same as
 /// RebalanceSolver's, four assets at a time and without listing them first.
@@ -68,4 +68,4 @@ class RowRebalance {
     double cost_share_ = 0.0; ///< of the equity, in the rebalance before
 };
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

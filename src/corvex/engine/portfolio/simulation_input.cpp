@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -67,4 +67,4 @@ void validate(const SimulationInput& input) {
     validate(input.options);
 }
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

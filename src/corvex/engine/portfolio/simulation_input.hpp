@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <span>
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine::inline v1 {
 
 /// Target weights and when they are signalled.
 struct Plan {
@@ -49,4 +49,4 @@ void validate(const SimulationInput& input);
 /// @throws std::invalid_argument for a weight that is missing or infinite.
 void require_finite(std::span<const double> weights);
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

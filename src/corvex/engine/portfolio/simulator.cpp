@@ -2,9 +2,7 @@
 
 #include <algorithm>
 
-namespace corvex::engine::portfolio {
-
-using trades::ExitReason;
+namespace corvex::engine::inline v1 {
 
 Simulator::Simulator(const SimulationInput& input)
     : in_{input}, assets_{input.prices.assets()}, book_{input.prices.close(), input.options.costs},
@@ -260,4 +258,4 @@ SimulationResult simulate(const SimulationInput& input) {
     return simulator.finish();
 }
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

@@ -19,7 +19,7 @@
 #include <span>
 #include <vector>
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine::inline v1 {
 
 /// One run of a simulation of target weights, starting from an equity of 1.
 ///
@@ -51,8 +51,8 @@ class Simulator {
         std::size_t session;
         double price; ///< quoted
         double weight;
-        double shares_before;    ///< of the round trip that is open, 0 = none
-        trades::ExitCause cause; ///< of the exit, when the fill is one
+        double shares_before; ///< of the round trip that is open, 0 = none
+        ExitCause cause;      ///< of the exit, when the fill is one
         bool touched = false;
     };
 
@@ -77,10 +77,10 @@ class Simulator {
     // Exits of single positions (simulator_exits.cpp).
     void fill_fired_stops(std::size_t session);
     void fill_touched_stops(std::size_t session);
-    void exit_position(std::size_t asset, std::size_t session, double price,
-                       const trades::ExitCause& cause, bool touched = false);
+    void exit_position(std::size_t asset, std::size_t session, double price, const ExitCause& cause,
+                       bool touched = false);
     void leave_to_order(std::size_t asset, std::size_t session, double price,
-                        const trades::ExitCause& cause, bool touched = false);
+                        const ExitCause& cause, bool touched = false);
     void sell_left_over(std::size_t session);
     void undo_order(std::size_t asset, std::size_t session, double price);
 
@@ -119,8 +119,8 @@ class Simulator {
     Cooldowns cooldowns_;
     WaitingOrders waiting_;
     PendingExits pending_;
-    trades::ExcursionTracker excursions_;
-    trades::TradeLog log_;
+    ExcursionTracker excursions_;
+    TradeLog log_;
     FillLog fills_;
     SimulationResult out_;
     CostTotals paid_; ///< in the current session
@@ -147,4 +147,4 @@ class Simulator {
 /// @throws std::invalid_argument as validate() does.
 SimulationResult simulate(const SimulationInput& input);
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

@@ -1,9 +1,7 @@
 // Positions that end alone: stops, and how they are netted with an order of the same session.
 #include "corvex/engine/portfolio/simulator.hpp"
 
-namespace corvex::engine::portfolio {
-
-using trades::ExitCause;
+namespace corvex::engine::inline v1 {
 
 void Simulator::fill_fired_stops(std::size_t session) {
     if (pending_.empty()) {
@@ -86,4 +84,4 @@ void Simulator::undo_order(std::size_t asset, std::size_t session, double price)
     }
 }
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

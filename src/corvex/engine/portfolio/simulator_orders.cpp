@@ -6,10 +6,7 @@
 #include <iterator>
 #include <limits>
 
-namespace corvex::engine::portfolio {
-
-using trades::ExitCause;
-using trades::ExitReason;
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -283,4 +280,4 @@ void Simulator::open_round_trip(const Change& change) {
     }
 }
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

@@ -3,13 +3,12 @@
 #include <algorithm>
 #include <limits>
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr double kMissing = std::numeric_limits<double>::quiet_NaN();
-using trades::ExitReason;
 
 } // namespace
 
@@ -255,4 +254,4 @@ TouchedStop StopMonitor::touch(std::size_t asset, std::size_t session) const {
               ExitReason::kTakeProfit);
 }
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

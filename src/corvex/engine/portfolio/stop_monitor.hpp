@@ -9,19 +9,19 @@
 #include <cstdint>
 #include <vector>
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine::inline v1 {
 
 /// A stop that was touched inside a session.
 struct TouchedStop {
     std::uint32_t asset;
     double price;
-    trades::ExitReason reason;
+    ExitReason reason;
 };
 
 /// A stop that a close has set off.
 struct FiredStop {
     std::uint32_t asset;
-    trades::ExitReason reason;
+    ExitReason reason;
 };
 
 /// The stop levels of all positions.
@@ -99,4 +99,4 @@ class StopMonitor {
     std::vector<std::uint32_t> current_;
 };
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

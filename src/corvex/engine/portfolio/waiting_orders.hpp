@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <vector>
 
-namespace corvex::engine::portfolio {
+namespace corvex::engine::inline v1 {
 
 /// The orders of the last rebalance that met a missing price: each waits for the next one.
 class WaitingOrders {
@@ -46,4 +46,4 @@ class WaitingOrders {
     std::int64_t rebalance_ = -1;
 };
 
-} // namespace corvex::engine::portfolio
+} // namespace corvex::engine::inline v1

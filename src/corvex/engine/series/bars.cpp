@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -163,4 +163,4 @@ std::string_view bar_name(Bar bar) {
     return names[static_cast<std::size_t>(bar)];
 }
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

@@ -5,7 +5,7 @@
 #include <span>
 #include <string_view>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 /// The usual distance between two rows of a curve, shortest first.
 enum class Bar { kUnknown, kIntraday, kDay, kWeek, kTwoWeeks, kMonth, kQuarter, kHalfYear, kYear };
@@ -34,4 +34,4 @@ Nanos usual_gap(std::span<const Nanos> times);
 /// "intraday", "daily", "weekly" and so on; "unknown" for a single row.
 std::string_view bar_name(Bar bar);
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

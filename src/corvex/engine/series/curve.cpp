@@ -4,7 +4,7 @@
 #include <cmath>
 #include <stdexcept>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 PresentCurve::PresentCurve(std::span<const double> values, std::span<const Nanos> times)
     : values_(values), times_(times) {
@@ -36,4 +36,4 @@ std::ptrdiff_t first_unordered(std::span<const Nanos> times) {
     return found == times.end() ? -1 : found - times.begin() + 1;
 }
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

@@ -6,7 +6,7 @@
 #include <span>
 #include <vector>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 /// The present values of a curve with their times and the rows they came from.
 ///
@@ -39,4 +39,4 @@ class PresentCurve {
 /// Row of the first time that is not later than the one before it; -1 when all increase.
 std::ptrdiff_t first_unordered(std::span<const Nanos> times);
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

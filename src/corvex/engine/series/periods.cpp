@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -97,4 +97,4 @@ bool is_last_in_month(Nanos time, bool weekends) {
     return next >= end;
 }
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

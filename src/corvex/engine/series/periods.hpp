@@ -7,7 +7,7 @@
 #include <span>
 #include <vector>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 /// The rows of a curve that fall into one month or one year.
 struct Period {
@@ -37,4 +37,4 @@ Nanos month_end_before(Nanos time, int months);
 /// @param weekends  whether Saturdays and Sundays have bars
 bool is_last_in_month(Nanos time, bool weekends);
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <stdexcept>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 std::vector<double> simple_returns(std::span<const double> values) {
     if (values.size() < 2) {
@@ -49,4 +49,4 @@ void rebase(std::span<const double> values, double base, std::span<double> out) 
     }
 }
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

@@ -5,7 +5,7 @@
 #include <span>
 #include <vector>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 /// values[i + 1] / values[i] - 1; one shorter than `values`.
 std::vector<double> simple_returns(std::span<const double> values);
@@ -23,4 +23,4 @@ double return_within(std::span<const double> values, std::span<const Period> per
 /// `values` scaled so that the first present one becomes `base`, written to `out`; NaN stays.
 void rebase(std::span<const double> values, double base, std::span<double> out);
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

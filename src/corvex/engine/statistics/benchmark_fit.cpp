@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <vector>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -91,4 +91,4 @@ BenchmarkFit benchmark_fit(std::span<const double> strategy, std::span<const dou
     return fit;
 }
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

@@ -4,7 +4,7 @@
 #include <limits>
 #include <span>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 /// A strategy's returns against its benchmark's.
 struct BenchmarkFit {
@@ -31,4 +31,4 @@ struct BenchmarkFit {
 BenchmarkFit benchmark_fit(std::span<const double> strategy, std::span<const double> benchmark,
                            double periods_per_year);
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

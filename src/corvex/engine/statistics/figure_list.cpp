@@ -1,6 +1,6 @@
 #include "corvex/engine/statistics/figure_list.hpp"
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -65,4 +65,4 @@ std::array<double, kFigureCount> figure_values(const PerformanceRecord& record) 
     return values;
 }
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <string_view>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 inline constexpr std::size_t kFigureCount = 43;
 
@@ -15,4 +15,4 @@ const std::array<std::string_view, kFigureCount>& figure_names();
 
 std::array<double, kFigureCount> figure_values(const PerformanceRecord& record);
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

@@ -6,7 +6,7 @@
 #include <cmath>
 #include <limits>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -65,4 +65,4 @@ LookbackReturns lookback_returns(std::span<const double> values, std::span<const
     return found;
 }
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

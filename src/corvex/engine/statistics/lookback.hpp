@@ -7,7 +7,7 @@
 #include <limits>
 #include <span>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 /// Returns up to the last value. NaN where the curve is too short, or its bars longer than the
 /// window.
@@ -36,4 +36,4 @@ LookbackReturns lookback_returns(std::span<const double> values, std::span<const
                                  std::span<const Period> months, std::span<const Period> years,
                                  const Convention& convention);
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

@@ -9,7 +9,7 @@
 #include <numeric>
 #include <vector>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -136,4 +136,4 @@ Moments moments(std::span<const double> returns, double target) {
     return moments_of_present(present, target);
 }
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

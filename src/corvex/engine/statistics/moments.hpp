@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <span>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 /// What a set of returns is like, per period and not annualised. Figures that too few returns leave
 /// undefined are NaN.
@@ -32,4 +32,4 @@ struct Moments {
 /// The Statistician 47 (1998).
 Moments moments(std::span<const double> returns, double target);
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

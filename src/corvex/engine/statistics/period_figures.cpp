@@ -5,7 +5,7 @@
 #include <cmath>
 #include <stdexcept>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 PeriodFigures period_figures(std::span<const double> returns, double riskfree_rate,
                              double periods_per_year) {
@@ -35,4 +35,4 @@ PeriodFigures period_figures(std::span<const double> returns, double riskfree_ra
     return figures;
 }
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

@@ -3,7 +3,7 @@
 #include <limits>
 #include <span>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 /// The figures of the returns of one frequency. Mean, volatility and the two ratios are annualised.
 struct PeriodFigures {
@@ -33,4 +33,4 @@ struct PeriodFigures {
 PeriodFigures period_figures(std::span<const double> returns, double riskfree_rate,
                              double periods_per_year);
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <vector>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -139,4 +139,4 @@ PerformanceRecord performance_record(std::span<const double> values, std::span<c
     return record;
 }
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

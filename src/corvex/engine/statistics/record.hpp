@@ -8,7 +8,7 @@
 #include <limits>
 #include <span>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 /// The performance figures of one curve. Fractions, not percent; NaN where undefined.
 struct PerformanceRecord {
@@ -49,4 +49,4 @@ struct PerformanceRecord {
 PerformanceRecord performance_record(std::span<const double> values, std::span<const Nanos> times,
                                      double riskfree_rate, int periods_per_year = 0);
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

@@ -6,7 +6,7 @@
 
 #include <limits>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 std::vector<YearReturns> return_table(std::span<const double> values,
                                       std::span<const Nanos> times) {
@@ -32,4 +32,4 @@ std::vector<YearReturns> return_table(std::span<const double> values,
     return table;
 }
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

@@ -6,7 +6,7 @@
 #include <span>
 #include <vector>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 /// Returns of one calendar year.
 struct YearReturns {
@@ -27,4 +27,4 @@ struct YearReturns {
 /// @throws std::invalid_argument as PresentCurve
 std::vector<YearReturns> return_table(std::span<const double> values, std::span<const Nanos> times);
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <vector>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -62,4 +62,4 @@ TailRisk tail_risk(std::span<const double> returns, double share) {
     return found;
 }
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

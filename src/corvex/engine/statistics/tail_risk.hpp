@@ -3,7 +3,7 @@
 #include <limits>
 #include <span>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 /// What the tails of a set of returns are like. All NaN without returns.
 struct TailRisk {
@@ -25,4 +25,4 @@ struct TailRisk {
 /// shortfall", Journal of Banking and Finance 26 (2002).
 TailRisk tail_risk(std::span<const double> returns, double share);
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

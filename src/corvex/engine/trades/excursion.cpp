@@ -2,7 +2,7 @@
 
 #include "corvex/engine/core/lanes.hpp"
 
-namespace corvex::engine::trades {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -35,8 +35,7 @@ struct Running {
 
 } // namespace
 
-ExcursionTracker::ExcursionTracker(const portfolio::PriceTable& close, std::size_t first_session,
-                                   bool enabled)
+ExcursionTracker::ExcursionTracker(const PriceTable& close, std::size_t first_session, bool enabled)
     : close_{close}, next_session_{first_session} {
     if (enabled) {
         for (auto* values : {&side_, &shift_, &entry_, &lowest_, &highest_, &highest_at_lowest_,
@@ -153,4 +152,4 @@ ExcursionFigures ExcursionTracker::figures(std::size_t asset, std::size_t end) {
             profit_bars_[asset]};
 }
 
-} // namespace corvex::engine::trades
+} // namespace corvex::engine::inline v1

@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <vector>
 
-namespace corvex::engine::trades {
+namespace corvex::engine::inline v1 {
 
 /// Follows the excursions of all positions.
 ///
@@ -16,7 +16,7 @@ namespace corvex::engine::trades {
 /// missing close is no observation.
 class ExcursionTracker {
   public:
-    ExcursionTracker(const portfolio::PriceTable& close, std::size_t first_session, bool enabled);
+    ExcursionTracker(const PriceTable& close, std::size_t first_session, bool enabled);
 
     [[nodiscard]] bool enabled() const { return !side_.empty(); }
 
@@ -41,7 +41,7 @@ class ExcursionTracker {
     void observe_asset(std::size_t asset, std::size_t end);
     void observe_price(std::size_t asset, double price);
 
-    const portfolio::PriceTable& close_;
+    const PriceTable& close_;
     std::size_t next_session_; ///< closes before it have been observed
     std::vector<double>
         side_; ///< 1 long, -1 short, 0 none: price x side + shift is the mirrored price
@@ -55,4 +55,4 @@ class ExcursionTracker {
     std::vector<double> profit_bars_;
 };
 
-} // namespace corvex::engine::trades
+} // namespace corvex::engine::inline v1

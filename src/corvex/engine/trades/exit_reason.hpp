@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string_view>
 
-namespace corvex::engine::trades {
+namespace corvex::engine::inline v1 {
 
 /// Why a round trip ended, or is about to.
 enum class ExitReason : std::int8_t {
@@ -21,4 +21,4 @@ enum class ExitReason : std::int8_t {
 inline constexpr std::array<std::string_view, 7> kExitReasonNames{
     "", "rebalance", "stop_loss", "take_profit", "trail_stop", "prices_ended", "ruin"};
 
-} // namespace corvex::engine::trades
+} // namespace corvex::engine::inline v1

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-namespace corvex::engine::trades {
+namespace corvex::engine::inline v1 {
 
 /// How far a position moved while it was held, as returns on its entry fill price (slippage in,
 /// fees out), from closes and the exit fill; a move that never happened is 0.
@@ -39,4 +39,4 @@ struct RoundTrip {
     [[nodiscard]] bool filled() const { return entry_session >= 0; }
 };
 
-} // namespace corvex::engine::trades
+} // namespace corvex::engine::inline v1

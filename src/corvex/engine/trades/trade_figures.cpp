@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <stdexcept>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -113,4 +113,4 @@ double mean_present(std::span<const double> values, std::span<const bool> counte
     return count > 0.0 ? sum(mean.total) / count : TradeFigures::kUndefined;
 }
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

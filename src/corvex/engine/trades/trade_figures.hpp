@@ -4,7 +4,7 @@
 #include <limits>
 #include <span>
 
-namespace corvex::engine {
+namespace corvex::engine::inline v1 {
 
 /// How a set of trades ended, each trade alike whatever its size.
 struct TradeFigures {
@@ -24,4 +24,4 @@ TradeFigures trade_figures(std::span<const double> returns, std::span<const bool
 /// The mean of the values that count and are not NaN; NaN without any. Parameters as above.
 double mean_present(std::span<const double> values, std::span<const bool> counted = {});
 
-} // namespace corvex::engine
+} // namespace corvex::engine::inline v1

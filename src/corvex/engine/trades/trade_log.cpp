@@ -5,7 +5,7 @@
 #include <tuple>
 #include <utility>
 
-namespace corvex::engine::trades {
+namespace corvex::engine::inline v1 {
 
 namespace {
 
@@ -44,8 +44,7 @@ void set_exit(RoundTrip& trip, const ExitCause& cause) {
 
 } // namespace
 
-TradeLog::TradeLog(const portfolio::Costs& costs, std::size_t assets, std::size_t rebalances,
-                   bool enabled)
+TradeLog::TradeLog(const Costs& costs, std::size_t assets, std::size_t rebalances, bool enabled)
     : costs_{costs}, open_(enabled ? assets : 0, -1) {
     if (enabled) {
         // Reserved memory that is never written costs nothing, growing would copy and write twice.
@@ -74,8 +73,7 @@ void TradeLog::close(std::size_t asset, std::size_t session, double price, const
     set_exit(trip, cause);
     trip.exit_session = narrow(session);
     trip.exit_price = price;
-    trip.net_return =
-        portfolio::round_trip_return(costs_, trip.weight > 0.0, trip.entry_price, price);
+    trip.net_return = round_trip_return(costs_, trip.weight > 0.0, trip.entry_price, price);
     set_excursion(trip, excursion);
 }
 
@@ -96,7 +94,7 @@ void TradeLog::mark_open(std::size_t asset, double price, const ExcursionFigures
         return;
     }
     RoundTrip& trip = trips_[static_cast<std::size_t>(open_[asset])];
-    trip.net_return = portfolio::open_return(costs_, trip.weight > 0.0, trip.entry_price, price);
+    trip.net_return = open_return(costs_, trip.weight > 0.0, trip.entry_price, price);
     set_excursion(trip, excursion);
 }
 
@@ -111,4 +109,4 @@ std::vector<RoundTrip> TradeLog::take_sorted() {
     return std::exchange(trips_, {});
 }
 
-} // namespace corvex::engine::trades
+} // namespace corvex::engine::inline v1

@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <vector>
 
-namespace corvex::engine::trades {
+namespace corvex::engine::inline v1 {
 
 /// Where an exit comes from.
 struct ExitCause {
@@ -19,8 +19,7 @@ struct ExitCause {
 class TradeLog {
   public:
     /// @param rebalances  with the assets, it bounds the number of round trips.
-    TradeLog(const portfolio::Costs& costs, std::size_t assets, std::size_t rebalances,
-             bool enabled);
+    TradeLog(const Costs& costs, std::size_t assets, std::size_t rebalances, bool enabled);
 
     [[nodiscard]] bool enabled() const { return !open_.empty(); }
 
@@ -39,9 +38,9 @@ class TradeLog {
     std::vector<RoundTrip> take_sorted();
 
   private:
-    const portfolio::Costs& costs_;
+    const Costs& costs_;
     std::vector<RoundTrip> trips_;
     std::vector<std::int64_t> open_; ///< index of the open round trip of each asset, -1 = none
 };
 
-} // namespace corvex::engine::trades
+} // namespace corvex::engine::inline v1
