@@ -125,10 +125,13 @@ def test_missing_values_of_any_type_are_missing_and_no_curve_is_infinite():
     odd.iloc[1, 0] = 1 + 2j
     with pytest.raises(ValueError, match="'A' on 2024-01-02 is .1.2j., not a number"):
         corvex.simulate(weights, odd)
-    prices.iloc[2] = 5e-324
+    prices.iloc[2] = 1e-300
     prices.iloc[3] = 1e300
     steps = pd.DataFrame({"A": [0.5, 0.5, 0.5]}, index=prices.index[:3])
     with pytest.raises(ValueError, match="the equity is no finite number on 2024-01-0"):
+        corvex.simulate(steps, prices, resample="D")
+    prices.iloc[2] = 5e-324
+    with pytest.raises(ValueError, match="more shares than a number holds"):
         corvex.simulate(steps, prices, resample="D")
 
 
