@@ -17,7 +17,8 @@ inline void require(bool condition, const std::string& message) {
 inline void require_countable(double shares) {
     if (!std::isfinite(shares)) {
         throw std::invalid_argument(
-            "an order trades more shares than a number holds: its price is too small");
+            "an order trades more shares than a number holds: its price is too small, or the "
+            "equity too large");
     }
 }
 
