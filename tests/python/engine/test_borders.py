@@ -135,7 +135,7 @@ def test_missing_values_of_any_type_are_missing_and_no_curve_is_infinite():
         corvex.simulate(steps, prices, resample="D")
 
 
-@pytest.mark.parametrize("year", [1, 1500, 2300, 290_000])
+@pytest.mark.parametrize("year", [1, 1500, 2300, 12_000, 290_000])
 def test_dates_that_cannot_be_told_are_named(year):
     index = pd.DatetimeIndex(np.array([f"{year:04d}-01-05", f"{year:04d}-01-06"], dtype="M8[s]"))
     known = pd.DataFrame({"A": [1.0, 2.0]}, index=pd.bdate_range("2024-01-01", periods=2))
@@ -154,3 +154,8 @@ def test_dates_that_cannot_be_told_are_named(year):
         ) as refusal:
             attempt()
         assert told in str(refusal.value)
+    if year == 12_000:
+        zoned = index.tz_localize("UTC").tz_convert("Asia/Taipei")
+        mixed = pd.Index([zoned[0], "2024-01-05"], dtype=object)
+        with pytest.raises(ValueError, match="must hold dates"):
+            corvex.from_equity(pd.Series([1.0, 2.0], index=mixed))

@@ -48,7 +48,7 @@ def as_dates(values: Any, what: str) -> pd.DatetimeIndex:
             return _numbers_as_dates(index, what)
         try:
             index = pd.DatetimeIndex(pd.to_datetime(index))
-        except (TypeError, ValueError) as error:
+        except (TypeError, ValueError, NotImplementedError) as error:  # the last: years past 9999
             raise ValueError(f"{what} must hold dates: {error}") from error
     if index.hasnans:
         raise ValueError(f"{what} holds a missing date at position {int(np.argmax(index.isna()))}")
