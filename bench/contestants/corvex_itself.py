@@ -383,8 +383,8 @@ MILESTONES = {
 
 
 def interactive(data: Path) -> list[Entry]:
+    from corvex.cli.commands.demo import STEPS, run_demo
     from corvex.cli.console import Steps
-    from corvex.cli.demo import STEPS, run_demo
 
     lacking = browser.missing()
     if lacking:
@@ -422,8 +422,8 @@ for _ in range(2):
 
 
 def starts(_data: Path) -> list[Entry]:
+    from corvex.cli.commands.demo import STEPS, run_demo
     from corvex.cli.console import Steps
-    from corvex.cli.demo import STEPS, run_demo
 
     # The first run of all keeps the sessions of the exchange for the later ones.
     entries = time_processes([FIRST, SECOND], TWO_CALLS, runs=6)

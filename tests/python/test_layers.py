@@ -129,7 +129,9 @@ def test_no_two_python_files_bear_one_name():
     faces = {"data/context.py", "data/tables.py"}  # old names of what lies in tables
     package = ROOT / "python/corvex"
     names = [p for p in package.rglob("*.py") if p.relative_to(package).as_posix() not in faces]
-    counts = Counter(path.name for path in names if path.name != "__init__.py")
+    # A command's file bears the command's name, which users chose before the files had theirs.
+    named = [path for path in names if path.parent.name != "commands"]
+    counts = Counter(path.name for path in named if path.name != "__init__.py")
     assert [name for name, count in counts.items() if count > 1] == []
 
 

@@ -9,7 +9,7 @@ from typing import Any
 import typer
 from typer.core import TyperCommand, TyperGroup
 
-__all__ = ["App"]
+__all__ = ["App", "Group"]
 
 # How typer calls the kinds of values -> how a user does.
 _KINDS = {"path": "PATH", "str": "TEXT", "int": "N", "int range": "N", "float": "NUMBER"}
@@ -22,7 +22,6 @@ class App(typer.Typer):
 
     def __init__(self, **options: Any) -> None:
         super().__init__(
-            cls=_Group,
             rich_markup_mode=None,
             add_completion=False,
             pretty_exceptions_enable=False,
@@ -57,7 +56,9 @@ class _Command(TyperCommand):
         return ["[OPTIONS]", *(_placeholder(argument) for argument in arguments)]
 
 
-class _Group(TyperGroup):
+class Group(TyperGroup):
+    """Commands under one name, as the program shows them."""
+
     def get_help(self, ctx: Any) -> str:
         """Return the help, with the hyphens that wrapping has left whole."""
         return super().get_help(ctx).replace(_GLUE, "-")

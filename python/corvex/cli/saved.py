@@ -3,48 +3,20 @@
 from __future__ import annotations
 
 from pathlib import Path
-from typing import TYPE_CHECKING, Annotated
-
-import typer
+from typing import TYPE_CHECKING
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
 
 __all__ = [
     "PATTERNS",
-    "Html",
-    "MaxSize",
-    "RiskFree",
-    "Trust",
     "is_special",
+    "labels_of",
     "load_report",
     "name_of",
     "save_page",
     "save_report",
     "target_file",
-]
-
-Html = Annotated[
-    Path | None,
-    typer.Option("--html", help="File, or existing folder, to write the page to."),
-]
-
-MaxSize = Annotated[
-    int,
-    typer.Option("--max-size", min=1, help="Most MB that a file may hold, unpacked."),
-]
-
-RiskFree = Annotated[
-    float | None,
-    typer.Option("--riskfree", help="Risk-free rate a year, as a fraction; 0.02 by default."),
-]
-
-Trust = Annotated[
-    bool,
-    typer.Option(
-        "--trust",
-        help="Open pickles that name more than a report needs: such a file can run any program.",
-    ),
 ]
 
 #: What saved reports are called in a folder.
@@ -90,6 +62,15 @@ def name_of(report: Report) -> str | None:
     """Return a report's name; None where it has none."""
     name = getattr(report, "name", None)
     return str(name) if name else None
+
+
+def labels_of(files: list[Path], reports: list[Report]) -> list[str]:
+    """Name the reports apart: by their names, else by their files'."""
+    names = [name_of(report) or file.stem for file, report in zip(files, reports, strict=True)]
+    for labels in (names, [file.stem for file in files]):
+        if len(set(labels)) == len(labels):
+            return labels
+    return [f"{file} ({number})" for number, file in enumerate(files, start=1)]
 
 
 def load_report(file: Path, trust: bool = False) -> Report:

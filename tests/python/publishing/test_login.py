@@ -111,12 +111,12 @@ def test_login_and_logout(cloud, file, monkeypatch):
 
 
 def test_login_asks_without_echo(monkeypatch):
-    from corvex.cli import publish
+    from corvex.cli.commands import login
 
     prompt = mock.Mock(return_value=f" {SECRET} ")
     monkeypatch.setattr("typer.prompt", prompt)
-    monkeypatch.setattr(publish.sys, "stdin", mock.Mock(isatty=lambda: True))
-    assert publish._ask_for_token() == SECRET
+    monkeypatch.setattr(login.sys, "stdin", mock.Mock(isatty=lambda: True))
+    assert login._ask_for_token() == SECRET
     assert prompt.call_args.kwargs["hide_input"] is True
 
 

@@ -1,20 +1,88 @@
-"""The report on a user's own file."""
+"""``corvex report``: the report on a curve in a user's own file."""
 
 from __future__ import annotations
 
 from pathlib import Path
-from typing import TYPE_CHECKING
+from typing import TYPE_CHECKING, Annotated
 
-import pandas as pd
+import typer
 
 from corvex.cli.console import note
-from corvex.cli.readers.curve_file import CurveFile, read_table
-from corvex.cli.readers.table_source import MAX_MEGABYTES
+from corvex.cli.parameters import (
+    Confidence,
+    Html,
+    Lang,
+    MarketName,
+    MaxSize,
+    Out,
+    RiskFree,
+    Text,
+    Trials,
+    Width,
+)
 
 if TYPE_CHECKING:
+    import pandas as pd
+
+    from corvex.cli.readers.curve_file import CurveFile
     from corvex.core.report import Report
 
-__all__ = ["report_on_file"]
+__all__ = ["report", "report_on_file"]
+
+
+def report(
+    file: Annotated[
+        Path,
+        typer.Argument(
+            help="CSV, workbook or Parquet: dates, and account values, prices or returns."
+        ),
+    ],
+    column: Annotated[
+        str | None, typer.Option(help="Column of the values; the likeliest one by default.")
+    ] = None,
+    returns: Annotated[
+        bool | None,
+        typer.Option(
+            "--returns/--no-returns",
+            help="The values are returns of each period (0.01 or 1% for one percent), or are not;"
+            " by default the column's name and values decide.",
+        ),
+    ] = None,
+    benchmark: Annotated[
+        str | None,
+        typer.Option(help="Another column of the file, another file, or a built-in sample."),
+    ] = None,
+    market: MarketName = None,
+    name: Annotated[str | None, typer.Option(help="Name; the file's by default.")] = None,
+    out: Out = None,
+    html: Html = None,
+    width: Width = None,
+    text: Text = False,
+    lang: Lang = None,
+    riskfree: RiskFree = None,
+    confidence: Confidence = None,
+    trials: Trials = None,
+    max_size: MaxSize = 200,
+) -> None:
+    """Report on a curve of your own.
+
+    The columns may stand in any order, the dates in any usual form; dates that are out of order
+    are sorted, of a date that occurs twice the last value counts.
+    """
+    from corvex.cli.shown import Delivery
+    from corvex.cli.summary import language
+
+    title = name or file.name.partition(".")[0]
+    delivery = Delivery(
+        title=title, lang=language(lang), width=width, text=text, riskfree=riskfree,
+        confidence=confidence, trials=trials, out=out, html=html,
+    ).check()  # fmt: skip
+    delivery.deliver(
+        report_on_file(
+            file, column=column, returns=returns, benchmark=benchmark, market=market, name=title,
+            max_megabytes=max_size,
+        )
+    )  # fmt: skip
 
 
 def report_on_file(
@@ -25,7 +93,7 @@ def report_on_file(
     benchmark: str | None = None,
     market: str | None = None,
     name: str | None = None,
-    max_megabytes: int = MAX_MEGABYTES,
+    max_megabytes: int = 200,
 ) -> Report:
     """Make a report on a curve in a file.
 
@@ -50,6 +118,7 @@ def report_on_file(
         When a file cannot be read, or does not hold such a curve.
     """
     import corvex
+    from corvex.cli.readers.curve_file import read_table
 
     file = read_table(path, max_megabytes)
     chosen = file.column(column)
@@ -70,6 +139,8 @@ def _benchmark(
     file: CurveFile, name: str, wants_returns: bool, max_megabytes: int
 ) -> pd.Series | str:
     """Return the benchmark in the form of the strategy, or the name of a table."""
+    from corvex.cli.readers.curve_file import read_table
+
     if file.has_column(name):
         source, column = file, file.column(name)
     elif Path(name).exists():

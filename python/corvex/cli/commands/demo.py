@@ -1,16 +1,20 @@
-"""The strategy of ``corvex demo``."""
+"""``corvex demo``: a strategy on the built-in prices."""
 
 from __future__ import annotations
 
+from pathlib import Path
 from typing import TYPE_CHECKING
 
-import pandas as pd
+from corvex.cli.console import Steps
+from corvex.cli.parameters import Lang, Out, Text, Width
+from corvex.cli.saved import is_special, save_page, save_report, target_file
 
 if TYPE_CHECKING:
-    from corvex.cli.console import Steps
+    import pandas as pd
+
     from corvex.core.report import Report
 
-__all__ = ["NAME", "SURVIVORS", "best_by_momentum", "publish_demo", "run_demo"]
+__all__ = ["NAME", "STEPS", "SURVIVORS", "best_by_momentum", "demo", "publish_demo", "run_demo"]
 
 NAME = "Momentum 12-1"
 STEPS = 4
@@ -21,6 +25,47 @@ SURVIVORS = {
     "en": "The prices are those of stocks that survived: for examples, not for investment.",
     "zh-Hant": "價格僅含存續至今的股票：供示範之用，不宜作為投資依據。",
 }
+
+
+def demo(
+    out: Out = None,
+    width: Width = None,
+    text: Text = False,
+    lang: Lang = None,
+) -> None:
+    """Run a momentum strategy on the built-in prices and show its report.
+
+    Each month it holds the five of twenty US stocks with the best 12-1 momentum, with fees and a
+    trailing stop. The report is saved to corvex-demo.corvex in the current folder, or to --out, and
+    its page beside it.
+    """
+    from corvex.cli.shown import print_report
+    from corvex.cli.summary import language
+
+    chosen = language(lang)
+    target = target_file(out or Path(), "corvex-demo.corvex")
+    page = None if is_special(target) else _beside(target)
+    with Steps(STEPS + 3) as steps:
+        report = run_demo(steps)
+        with steps.step("write the report"):
+            save_report(report, target)
+        if page is not None:
+            with steps.step("write its page"):
+                save_page(report, page)
+        with steps.step("publish and read back"):
+            published = publish_demo(report)
+    print_report(report, NAME, width, chosen, text=text, confidence=not text)
+    print(f"{SURVIVORS[chosen]}\n")
+    steps.print_times()
+    print(f"\n{published}")
+    print(f"\nReport written to {target}; corvex show {target.name} prints it again.")
+    if page is not None:
+        print(f"Page written to {page}")
+
+
+def _beside(saved: Path) -> Path:
+    """Return where the page of a saved report goes."""
+    return saved.with_suffix(".page.html" if saved.suffix == ".html" else ".html")
 
 
 def best_by_momentum(prices: pd.DataFrame, count: int = 5) -> pd.DataFrame:
