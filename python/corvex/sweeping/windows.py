@@ -24,6 +24,11 @@ _STARTS = (
     pd.offsets.YearBegin,
     pd.offsets.SemiMonthBegin,
 )
+_MONTHS = (
+    (pd.offsets.MonthEnd | pd.offsets.BusinessMonthEnd, 1),
+    (pd.offsets.QuarterEnd | pd.offsets.BQuarterEnd, 3),
+    (pd.offsets.YearEnd | pd.offsets.BYearEnd, 12),
+)
 
 
 @dataclass(frozen=True, slots=True)
@@ -108,8 +113,22 @@ def _is_length(offset: pd.offsets.BaseOffset) -> bool:
 
 
 def _before(border: pd.Timestamp, offset: pd.offsets.BaseOffset) -> pd.Timestamp:
-    """The border one offset earlier; periods end on the day before a border."""
-    return border - offset if _is_length(offset) else (border - _DAY) - offset + _DAY
+    """The border one offset earlier; periods end on the day before a border.
+
+    Where the border lies inside a period, as those of tests in months do for a training in years,
+    the offset counts as that many months or days: the period's beginning would cut it short.
+    """
+    if _is_length(offset):
+        return border - offset
+    end = border - _DAY
+    if offset.base.is_on_offset(end):
+        return end - offset + _DAY
+    if isinstance(offset, pd.offsets.Week):
+        return border - 7 * offset.n * _DAY
+    for kind, months in _MONTHS:
+        if isinstance(offset, kind):
+            return border - pd.DateOffset(months=months * offset.n)
+    return offset.base.rollback(end) - offset + _DAY
 
 
 def _row(days: pd.DatetimeIndex, border: pd.Timestamp) -> int:

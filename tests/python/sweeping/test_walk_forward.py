@@ -5,6 +5,7 @@ import pandas as pd
 import pytest
 
 import corvex
+from corvex.sweeping.windows import roll
 
 FIXED = {"market": "us_stock", "fee_ratio": 0.002, "tax_ratio": 0.0}
 
@@ -52,6 +53,18 @@ def test_windows_follow_the_calendar(zone, train, test, more, starts, first_trai
     assert np.isclose(walk.efficiency, found["outside"].mean() / found["inside"].mean()) or (
         found["inside"].mean() <= 0
     )
+
+
+@pytest.mark.parametrize(
+    ("train", "test", "days"),
+    [("2YE", "3ME", 731), ("1YE", "30D", 366), ("1QE", "1ME", 92), ("4W", "1ME", 28)],
+)
+def test_trainings_are_whole_where_tests_begin_inside_their_periods(train, test, days):
+    sessions = pd.date_range("2015-01-01", "2020-12-31")
+    lengths = [len(sessions[w.train]) for w in roll(sessions, train, test, None, anchored=False)]
+    assert len(lengths) > 15
+    assert days - 8 <= min(lengths)
+    assert max(lengths) <= days
 
 
 def test_one_combination_alone_is_a_run_of_it():
