@@ -26,7 +26,7 @@ export PIP_DISABLE_PIP_VERSION_CHECK := 1
 # knows them by a list that is made anew when one comes or goes.
 SOURCES := $(shell find src cmake CMakeLists.txt -type f)
 MODULES := $(sort $(shell find python/corvex -name '*.py'))
-CPP_FILES = $(shell find src tests bench -name '*.cpp' -o -name '*.hpp' -o -name '*.h')
+CPP_FILES = $(shell find src tests bench examples -name '*.cpp' -o -name '*.hpp' -o -name '*.h')
 
 .PHONY: help
 help: ## print this list

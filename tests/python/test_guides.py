@@ -57,6 +57,13 @@ def test_tables_of_figures_are_those_of_the_catalogue():
         assert f"`{method.__name__}(" in guide("statistics")
 
 
+def test_cpp_snippets_stand_in_the_programs_that_are_built():
+    programs = [p.read_text(encoding="utf-8") for p in DOCS.parent.glob("examples/cpp/*.cpp")]
+    snippets = re.findall(r"```cpp\n(.*?)```", guide("cpp"), re.S)
+    assert snippets
+    assert all(any(snippet in program for program in programs) for snippet in snippets)
+
+
 def test_columns_are_the_ones_of_the_program():
     rows = [line.strip("| ").split(" | ") for line in guide("transport").splitlines()]
     table = {row[0].strip("`"): row[1:] for row in rows if len(row) in (2, 4)}
