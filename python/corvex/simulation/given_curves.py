@@ -81,7 +81,9 @@ def from_equity(
             f"equity is {values[date]} on {date_text(date)}; it must start above zero and not "
             "become negative (from_returns takes returns)"
         )
-    return _report(values / values.iloc[0], benchmark, market, name, live_performance_start)
+    with np.errstate(over="ignore"):
+        curve = _finite(values / values.iloc[0], "equity")
+    return _report(curve, benchmark, market, name, live_performance_start)
 
 
 def from_returns(
@@ -187,10 +189,21 @@ def _curve(returns: Any, what: str) -> pd.Series:
     if not present[first:].all():
         gap = values.index[first + int(np.argmin(present[first:]))]
         warn(f"missing {what}, the first on {date_text(gap)}, were taken for zero")
-    grown = (1.0 + values.iloc[first:].fillna(0.0)).cumprod()
+    with np.errstate(over="ignore", invalid="ignore"):
+        grown = (1.0 + values.iloc[first:].fillna(0.0)).cumprod()
     index = cast("pd.DatetimeIndex", values.index)
     base = index[first - 1 : first] if first else pd.DatetimeIndex([period_before(index)])
-    curve: pd.Series = pd.concat([pd.Series([1.0], index=base), grown])
+    return _finite(pd.concat([pd.Series([1.0], index=base), grown]), what)
+
+
+def _finite(curve: pd.Series, what: str) -> pd.Series:
+    known = np.isfinite(curve.to_numpy())
+    if not known.all():
+        date = curve.index[int(np.argmin(known))]
+        raise ValueError(
+            f"{what} makes a curve that no number holds from {date_text(date)} on; a return is a "
+            "fraction (0.01 is 1 %)"
+        )
     return curve
 
 

@@ -102,6 +102,8 @@ def test_dirty_dates_are_mended_aloud():
         (corvex.from_returns, EQUITY, "look like prices"),
         (corvex.from_returns, EQUITY * 0 - 1.5, "hold -1.5 on 2024-01-02"),
         (corvex.from_returns, EQUITY * np.nan, "returns are empty"),
+        (corvex.from_returns, (EQUITY * 1e200).where(DAYS[1] != DAYS, -0.5), "that no number"),
+        (corvex.from_equity, (EQUITY * 1e300).where(DAYS[1] < DAYS, 1e-9), "that no number"),
     ],
 )
 def test_values_that_cannot_be(make, values, message):
