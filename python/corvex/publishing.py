@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 import os
-import re
 import warnings
 from pathlib import Path
 from typing import TYPE_CHECKING, Any
@@ -17,7 +16,6 @@ if TYPE_CHECKING:
 __all__ = ["PublishWarning", "clean_name", "failure_of", "publish", "rehearse"]
 
 _PACKAGE = str(Path(__file__).parent)  # unresolved, as frames name their files
-_FORBIDDEN = str.maketrans(dict.fromkeys("()[]+|!@#$~%^={}&*.", "_"))
 
 
 class PublishWarning(UserWarning):
@@ -67,19 +65,32 @@ def failure_of(result: object) -> str | None:
     return str(message or "the service did not say why")
 
 
-def clean_name(name: str) -> str:
+def clean_name(name: str | None) -> str:
     """Return the name under which an upload stands: what the services refuse becomes "_".
+
+    The report module knows the rule; this says in English what is wrong with a name.
+
+    Parameters
+    ----------
+    name : str or None
+        As for `Report.upload`.
 
     Raises
     ------
     ValueError
         When a name holds Chinese but begins with a Latin letter.
     """
-    if re.match("[A-Za-z|]", name) and re.search("[一-龥]", name):
+    from corvex.core.report import Report
+
+    try:
+        return Report._upload_name(name)
+    except TypeError:
+        raise
+    except Exception:
+        wrong = resolve_upload_name(name, os.environ)
         raise ValueError(
-            f"{name!r} cannot name a strategy: a name that holds Chinese begins with it"
-        )
-    return name.translate(_FORBIDDEN)
+            f"{wrong!r} cannot name a strategy: a name that holds Chinese begins with it"
+        ) from None
 
 
 def rehearse(report: Report, name: str | None = None) -> tuple[str, dict[str, Any]]:
@@ -102,5 +113,5 @@ def rehearse(report: Report, name: str | None = None) -> tuple[str, dict[str, An
     ValueError
         When the name cannot be used.
     """
-    clean_name(resolve_upload_name(name, os.environ))
+    clean_name(name)
     return report._rehearse_upload(name)

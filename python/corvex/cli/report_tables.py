@@ -33,6 +33,8 @@ def print_metrics(report: Report) -> None:
 
 def print_trades(report: Report) -> None:
     """Print every round trip, the open ones at the end of their own dates."""
+    from corvex.trades.reasons import reason_text
+
     trades = report.trades
     columns: dict[str, tuple[str, Callable[[Any], str]]] = {
         "symbol": ("asset", str),
@@ -43,7 +45,7 @@ def print_trades(report: Report) -> None:
         "return": ("return", percent),
         "mae": ("MAE", percent),
         "mfe": ("MFE", percent),
-        "exit_reason": ("reason", lambda reason: str(reason) or "open"),
+        "exit_reason": ("reason", lambda reason: reason_text(str(reason)) or "open"),
     }
     known = [name for name in columns if name in trades.columns]
     cells = [[columns[name][1](value) for value in trades[name]] for name in known]
@@ -93,6 +95,8 @@ def print_live(report: Report) -> None:
 
 
 def _print_execution(title: str, execution: ReportExecution) -> None:
+    from corvex.trades.reasons import action_text
+
     now, following, actions = execution.weights, execution.next_weights, execution.actions
     assets = now.index.union(following.index, sort=False).union(actions.index, sort=False)
     rows = [
@@ -100,7 +104,7 @@ def _print_execution(title: str, execution: ReportExecution) -> None:
             str(asset),
             percent(now.get(asset, 0.0)),
             percent(following.get(asset, 0.0)),
-            str(actions.get(asset, _NONE)),
+            action_text(str(actions.get(asset, _NONE))),
         )
         for asset in assets
     ]

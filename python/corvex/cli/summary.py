@@ -84,11 +84,6 @@ _WORDS: dict[str, dict[str, str]] = {
         "more": "等共 {count} 檔",
         "comma": "，",
         "colon": "：",
-        "enter": "買進",
-        "exit": "賣出",
-        "hold": "續抱",
-        "sl": "停損",
-        "tp": "停利",
     },
 }
 
@@ -151,7 +146,7 @@ def summary(report: Report, name: str | None, lang: str, riskfree_rate: float | 
         ("against", _against(report, span, words)),
         ("costs", _costs(report, words)),
         ("rate", words["rate_text"].format(rate=_rate(riskfree))),
-        *(("rebalance", line) for line in _actions(report, words)),
+        *(("rebalance", line) for line in _actions(report, lang)),
     ]
     rows = [(words[key], text) for key, text in rows if text]
     wide = max(display_width(label) for label, _ in rows) + 2
@@ -279,8 +274,11 @@ def _costs(report: Report, words: Mapping[str, str]) -> str:
     return words["comma"].join(parts)
 
 
-def _actions(report: Report, words: Mapping[str, str]) -> Iterator[str]:
+def _actions(report: Report, lang: str) -> Iterator[str]:
     """Yield what the last rebalance does, a line for each kind of action."""
+    from corvex.trades.reasons import action_text
+
+    words = _WORDS[lang]
     actions = getattr(report, "actions", None)
     if actions is None or not len(actions):
         return
@@ -288,10 +286,9 @@ def _actions(report: Report, words: Mapping[str, str]) -> Iterator[str]:
         names = [printable(asset) for asset in actions.index[actions == action]]
         shown = words["comma"].join(names[:_MOST_NAMES])
         if len(names) > _MOST_NAMES:
-            rest = len(names) if words is _WORDS["zh-Hant"] else len(names) - _MOST_NAMES
+            rest = len(names) if lang == "zh-Hant" else len(names) - _MOST_NAMES
             shown += words["comma"] + words["more"].format(count=rest)
-        word = printable(action)
-        yield words.get(word, word) + words["colon"] + shown
+        yield printable(action_text(str(action), lang)) + words["colon"] + shown
 
 
 def _wrapped(label: str, text: str, wide: int) -> list[str]:

@@ -28,7 +28,7 @@ def comparison_text(compared: ComparedTables) -> str:
         figures = text_table(
             ["", *heads],
             [
-                [str(key), *(f"{value:.4f}" for value in row)]
+                [str(key), *(show(str(key), float(value)) for value in row)]
                 for key, row in zip(compared.figures.index, rows, strict=True)
             ],
         )

@@ -1,4 +1,4 @@
-"""Why positions end: the engine's reasons, what each asks for in live trading, and its words."""
+"""Why positions end: the engine's reasons, what each asks for in live trading, and the words."""
 
 from __future__ import annotations
 
@@ -6,7 +6,7 @@ from dataclasses import dataclass
 
 from corvex import _engine
 
-__all__ = ["EXIT_REASONS", "STOPS", "ExitReason"]
+__all__ = ["ACTIONS", "EXIT_REASONS", "STOPS", "ExitReason", "action_text", "reason_text"]
 
 
 @dataclass(frozen=True, slots=True)
@@ -40,3 +40,27 @@ _KNOWN = {
 EXIT_REASONS = {name: _KNOWN[name] for name in _engine.EXIT_REASONS}
 #: The names of the stops, which are those of the options that set them, too.
 STOPS = tuple(name for name, reason in EXIT_REASONS.items() if reason.action)
+#: What a report's actions say of an asset -> how a reader is told, in English and Chinese.
+ACTIONS = {
+    "enter": ("enter", "進場"),
+    "exit": ("exit", "出場"),
+    "hold": ("hold", "續抱"),
+    "sl": ("stop-loss", "停損"),
+    "tp": ("take-profit", "停利"),
+    "sl_": ("stop-loss, with the rebalance", "停損（併入換股）"),
+    "tp_": ("take-profit, with the rebalance", "停利（併入換股）"),
+}
+
+
+def reason_text(reason: str, lang: str = "en") -> str:
+    """Return what a reader calls an exit's reason, in "en" or "zh-Hant"; another one as it is."""
+    known = EXIT_REASONS.get(reason)
+    if known is None:
+        return reason
+    return known.english if lang == "en" else known.chinese
+
+
+def action_text(action: str, lang: str = "en") -> str:
+    """Return what a reader calls an action, in "en" or "zh-Hant"; another one as it is."""
+    known = ACTIONS.get(action, (action, action))
+    return known[lang != "en"]

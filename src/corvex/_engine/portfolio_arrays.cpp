@@ -1,5 +1,6 @@
 #include "portfolio_arrays.hpp"
 
+#include <nanobind/stl/string.h>
 #include <nanobind/stl/string_view.h>
 
 #include <stdexcept>
@@ -31,6 +32,25 @@ FillAt parse_fill_at(std::string_view name) {
                                 std::string{name} + "'");
 }
 
+template <class Value>
+constexpr const char* kAccepted = "a number";
+template <>
+constexpr const char* kAccepted<bool> = "True or False";
+template <>
+constexpr const char* kAccepted<int> = "a whole number";
+
+/// An option as the engine takes it. Raises TypeError, with its name, for one of another type.
+template <class Value>
+Value read_option(const char* name, nb::handle given) {
+    Value value{};
+    if (!nb::try_cast<Value>(given, value)) {
+        throw nb::type_error((std::string{name} + " must be " + kAccepted<Value> + ", got " +
+                              nb::cast<std::string>(nb::repr(given)))
+                                 .c_str());
+    }
+    return value;
+}
+
 } // namespace
 
 PriceTable as_table(const InputTable& table) {
@@ -51,7 +71,7 @@ Options read_options(nb::handle given) {
     Options options;
     if (!given.is_none()) {
         engine::for_each_option(options, [&](const char* name, auto& value) {
-            value = nb::cast<std::remove_reference_t<decltype(value)>>(given.attr(name));
+            value = read_option<std::remove_reference_t<decltype(value)>>(name, given.attr(name));
         });
     }
     return options;

@@ -206,7 +206,7 @@ def test_show_prints_whole_tables_of_figures_trades_and_the_live_state(run, tmp_
             assert any(line[:1] == [name] for line in lines), name
     assert ["endDate", f"{dates[-1]:%Y-%m-%d}"] in lines
     assert ["annualReturn", f"{figures['profitability']['annualReturn']:.2%}"] in lines
-    reasons = {"rebalance", "stop_loss", "open"}
+    reasons = {"rebalance", "stop-loss", "open"}
     assert sum(line[-1:] != [] and line[-1] in reasons for line in lines) == len(report.trades)
     assert "A [x]" in out
     live = corvex.live_figures(report)

@@ -174,6 +174,9 @@ def test_inputs_that_do_not_fit_are_refused():
     touched = Options(stop_loss=0.1, touched_exit=True)
     with pytest.raises(ValueError, match="the high prices are needed"):
         _engine.simulate(prices, np.ones((1, 2)), signal, options=touched)
+    for name, wrong in (("fee_ratio", "x"), ("touched_exit", 1), ("stop_cooldown", 0.5)):
+        with pytest.raises(TypeError, match=rf"{name} must be .*, got {wrong!r}"):
+            _engine.simulate(prices, np.ones((1, 2)), signal, options=Options(**{name: wrong}))
 
 
 def test_the_engine_and_the_options_have_the_same_names():

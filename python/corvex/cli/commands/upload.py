@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import os
 from pathlib import Path
 from typing import TYPE_CHECKING, Annotated
 
@@ -47,10 +46,9 @@ def upload(
 
 def _upload(report: Report, name: str | None) -> str:
     from corvex.cloud.credentials import redact
-    from corvex.core.upload import resolve_upload_name
     from corvex.publishing import clean_name, failure_of
 
-    final = clean_name(resolve_upload_name(name, os.environ))
+    final = clean_name(name)
     try:
         reason = failure_of(report.upload(name))
     except (RuntimeError, OSError) as error:  # no token, or no connection

@@ -10,6 +10,7 @@ import numpy as np
 from corvex.core.dashboard.figures.curve_series import Curves, Floats, changes, day_of, iso_day
 from corvex.core.dashboard.figures.return_figures import month_end_returns
 from corvex.explain.live_performance import live_figures
+from corvex.ffn_core.catalogue import catalogue
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
@@ -124,9 +125,9 @@ def live_part(report: Report, curves: Curves, rate: float) -> dict[str, Any] | N
     -------
     dict
         ``start`` (day since 1970-01-01) and ``parts``: "backtest" and "live" with ``from`` and
-        ``to`` as ISO dates and the figures of `corvex.live_figures`. The live part counts from the
-        last value before its start, so that no day is lost between the two; a part without two
-        values is left out.
+        ``to`` as ISO dates and the figures of `corvex.live_figures`, by their names in the
+        catalogue. The live part counts from the last value before its start, so that no day is lost
+        between the two; a part without two values is left out.
     """
     start = day_of(getattr(report, "live_performance_start", None))
     if start is None or not len(curves.days) or start > curves.days[-1]:
@@ -138,9 +139,15 @@ def live_part(report: Report, curves: Curves, rate: float) -> dict[str, Any] | N
         name: {
             "from": iso_day(curves.days[first]),
             "to": iso_day(curves.days[last - 1]),
-            **figures[name].to_dict(),
+            **{_page_name(str(key)): value for key, value in figures[name].items()},
         }
         for name, (first, last) in spans.items()
         if last - first >= 2
     }
     return {"start": max(start, int(curves.days[0])), "parts": parts}
+
+
+def _page_name(figure: str) -> str:
+    """Return what the page calls a figure, which is how it finds the label."""
+    known = catalogue().find(figure)
+    return figure if known is None else known.name

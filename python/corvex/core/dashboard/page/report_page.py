@@ -15,7 +15,7 @@ from corvex.core.dashboard.embed import escape_text, pack_json, safe_json
 from corvex.core.dashboard.page.notebook import charts_holder, shares_charts
 from corvex.core.dashboard.page.plotly_script import plotly_script
 from corvex.ffn_core.catalogue import catalogue
-from corvex.trades.reasons import EXIT_REASONS
+from corvex.trades.reasons import ACTIONS, EXIT_REASONS
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
@@ -205,6 +205,9 @@ def _texts() -> str:
     for name, reason in EXIT_REASONS.items():
         texts["en"][f"reason_{name}"] = reason.english
         texts["zh-Hant"][f"reason_{name}"] = reason.chinese
+    for name, words in ACTIONS.items():
+        for language, word in zip(_LANGUAGES, words, strict=True):
+            texts[language][f"action_{name}"] = word
     return safe_json(
         {
             "texts": texts,

@@ -130,6 +130,8 @@ nb::object published_name(nb::handle given) {
         global("resolve_upload_name")(given, global("os").attr("environ")));
 }
 
+nb::object upload_name(const Call& call) { return published_name(call[0]); }
+
 nb::object rehearse_upload(const Call& call) {
     const nb::object name = published_name(call[1]);
     return nb::make_tuple(name, cloud_document(cloud_payload(call.self()), name));
@@ -149,6 +151,7 @@ nb::object upload(const Call& call) {
 }
 
 constexpr Parameter kUpload[] = {{"self"}, {"name", nullptr}};
+constexpr Parameter kName[] = {{"name", nullptr}};
 
 const FunctionSpec kMethods[] = {
     {"upload", kUpload, upload,
@@ -158,6 +161,9 @@ const FunctionSpec kMethods[] = {
      "True or dict\n    True on success ({\"status\": \"success\"} where the name is forced by\n"
      "    CORVEX_FORCED_STRATEGY_NAME), else a dictionary with a `message`.\n\nRaises\n------\n"
      "Exception\n    A name that the service does not take."},
+    {"_upload_name", kName, upload_name,
+     "The name under which `upload` would publish. Raises as it does.",
+     pyglue::Binding::kStaticMethod},
     {"_rehearse_upload", kUpload, rehearse_upload,
      "The name that `upload` would use, and the document it would write to the document service."},
 };
