@@ -6,13 +6,12 @@ from pathlib import Path
 
 import pandas as pd
 
+from corvex.tables.date_texts import full_dates
 from corvex.utils import logger
 
 __all__ = ["ENDINGS", "read_table", "table_name"]
 
 ENDINGS = (".parquet", ".csv.gz", ".csv")
-_DATE_TEXT = r"\d{4}[-/]\d{1,2}[-/]\d{1,2}.*|\d{8}"
-_OFFSET_TEXT = r".*(Z|[+-]\d{2}:?\d{2})"
 
 
 def table_name(path: Path) -> str | None:
@@ -54,7 +53,7 @@ def read_table(path: Path) -> pd.DataFrame:
 def _read_csv(path: Path) -> pd.DataFrame:
     # The first column is read as text: asset ids such as 0050 must keep their zeros.
     table = pd.read_csv(path, index_col=0, dtype={0: str}, encoding="utf-8-sig")
-    dates = _as_dates(table.index)
+    dates = full_dates(table.index)
     return table if dates is None else table.set_axis(dates, axis=0)
 
 
@@ -64,19 +63,5 @@ def _read_parquet(path: Path) -> pd.DataFrame:
         table = table.set_index(table.columns[0])
     if isinstance(table.index, pd.DatetimeIndex):
         return table
-    dates = _as_dates(table.index)
+    dates = full_dates(table.index)
     return table if dates is None else table.set_axis(dates, axis=0)
-
-
-def _as_dates(index: pd.Index) -> pd.DatetimeIndex | None:
-    """Read the labels as dates, or None where they are not dates (asset ids, say)."""
-    texts = pd.Series(index).astype("string").str.strip()
-    given = texts.dropna()
-    if len(given) == 0 or not given.str.fullmatch(_DATE_TEXT).all():
-        return None
-    zoned = bool(given.str.contains(":").any() and given.str.fullmatch(_OFFSET_TEXT).any())
-    texts = texts.str.replace("/", "-", regex=False)
-    try:
-        return pd.DatetimeIndex(pd.to_datetime(texts, format="ISO8601", utc=zoned))
-    except ValueError:  # months and days of one digit are not ISO
-        return pd.DatetimeIndex(pd.to_datetime(texts, format="mixed", utc=zoned))

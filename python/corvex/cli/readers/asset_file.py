@@ -6,10 +6,10 @@ from pathlib import Path
 
 import pandas as pd
 
-from corvex.cli.readers.date_texts import read_dates
 from corvex.cli.readers.number_texts import NotANumberError, read_numbers
 from corvex.cli.readers.table_layout import are_dates
 from corvex.cli.readers.table_source import MAX_MEGABYTES, read_file
+from corvex.tables.date_texts import read_dates
 
 __all__ = ["read_assets"]
 

@@ -9,11 +9,11 @@ from pathlib import Path
 import numpy as np
 import pandas as pd
 
-from corvex.cli.readers.date_texts import UnreadableDates, read_dates
 from corvex.cli.readers.number_texts import NotANumberError, read_numbers
 from corvex.cli.readers.table_layout import are_dates, is_date_name, plain_name
 from corvex.cli.readers.table_source import MAX_MEGABYTES, Source, open_source
 from corvex.markets.number_dates import are_serial_days, dates_of_numbers
+from corvex.tables.date_texts import UnreadableDates, read_dates
 
 __all__ = ["CurveFile", "read_table"]
 

@@ -8,8 +8,8 @@ from dataclasses import dataclass
 
 import pandas as pd
 
-from corvex.cli.readers.date_texts import dates_if_all
 from corvex.cli.readers.number_texts import NotANumberError, read_numbers
+from corvex.tables.date_texts import dates_if_all
 
 __all__ = [
     "HEAD_ROWS",

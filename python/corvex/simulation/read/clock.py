@@ -47,6 +47,8 @@ def as_dates(values: Any, what: str) -> pd.DatetimeIndex:
         if pd.api.types.is_numeric_dtype(index.dtype):
             return _numbers_as_dates(index, what)
         try:
+            # What stands in memory has passed through pandas already: its own reading is what the
+            # user expects, not the guesses that a file asks for (`corvex.tables.date_texts`).
             index = pd.DatetimeIndex(pd.to_datetime(index))
         except (TypeError, ValueError, NotImplementedError) as error:  # the last: years past 9999
             raise ValueError(f"{what} must hold dates: {error}") from error

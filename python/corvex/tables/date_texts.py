@@ -1,4 +1,11 @@
-"""Dates written in whatever way a file has them."""
+"""Dates written as text, in whatever way a file has them.
+
+Two readers, since two kinds of files mean different things. A user's file is read in any usual form
+(`read_dates`). A table of the data folder may as well have labels where the dates stand, such as
+asset ids, so only whole dates, year first, count there (`full_dates`), and moments become UTC, as
+what a market keeps. Dates in memory are no texts of a file: `corvex.simulation.read.clock.as_dates`
+leaves them to pandas, which their owner knows.
+"""
 
 from __future__ import annotations
 
@@ -9,7 +16,7 @@ from typing import Literal
 import numpy as np
 import pandas as pd
 
-__all__ = ["UnreadableDates", "dates_if_all", "read_dates"]
+__all__ = ["UnreadableDates", "dates_if_all", "full_dates", "read_dates"]
 
 _DAYS = (
     "%Y/%m/%d",
@@ -36,6 +43,7 @@ _LIKE_A_DATE = r"\d\D+\d|\d{4}"  # spares trying every form on the names of colu
 # Digits of a time stamp -> unit since 1970.
 _EPOCH: dict[int, Literal["s", "ms", "us", "ns"]] = {10: "s", 13: "ms", 16: "us", 19: "ns"}
 _OFFSET = re.compile(r"\s*(Z|UTC|[+-]\d{2}:?\d{2})$")
+_FULL_DATE = r"\d{4}[-/]\d{1,2}[-/]\d{1,2}.*|\d{8}"
 # Years since 1911, as Taiwan writes them: 112/01/31.
 _MINGUO = re.compile(r"(1\d{2})([/.-])(\d{1,2})\2(\d{1,2})")
 
@@ -101,6 +109,37 @@ def dates_if_all(texts: pd.Series) -> tuple[pd.DatetimeIndex, list[str]] | None:
             notes.append(f"day and month cannot be told apart; {form} is assumed")
         return dates, notes
     return readings[0][1], notes
+
+
+def full_dates(texts: pd.Index) -> pd.DatetimeIndex | None:
+    """Read the labels of a table that are dates, or else none at all.
+
+    Parameters
+    ----------
+    texts : Index of shape (rows,)
+        2024-01-31, 2024/1/31 or 20240131, with or without a time and an offset from UTC; some may
+        be missing.
+
+    Returns
+    -------
+    DatetimeIndex or None
+        In UTC when there are offsets. None where some label is no such date.
+
+    Raises
+    ------
+    ValueError
+        When all look like dates, but one is not: 2024-02-30.
+    """
+    stripped = pd.Series(texts).astype("string").str.strip()
+    given = stripped.dropna()
+    if len(given) == 0 or not given.str.fullmatch(_FULL_DATE).all():
+        return None
+    zoned = any(":" in text and _OFFSET.search(text) for text in given)
+    stripped = stripped.str.replace("/", "-", regex=False)
+    try:
+        return pd.DatetimeIndex(pd.to_datetime(stripped, format="ISO8601", utc=zoned))
+    except ValueError:  # months and days of one digit are not ISO
+        return pd.DatetimeIndex(pd.to_datetime(stripped, format="mixed", utc=zoned))
 
 
 def _epoch(texts: pd.Series) -> pd.DatetimeIndex | None:
