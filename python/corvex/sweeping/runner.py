@@ -2,6 +2,9 @@
 
 from __future__ import annotations
 
+import dataclasses
+import multiprocessing
+import threading
 import time
 import warnings
 from collections import Counter
@@ -37,6 +40,8 @@ __all__ = ["Job", "Runner", "Task"]
 _MOST_RUNS = 4096
 _MOST_BYTES = 1 << 26
 _MOST_SECONDS = 1.0
+# Catching warnings changes what all threads of a process do with theirs.
+_CATCHING = threading.Lock()
 _STOPS_ABOVE_ONE = ("stop_loss", "take_profit", "trail_stop")
 
 
@@ -66,6 +71,10 @@ class Job:
     options: Sequence[Combination]
     riskfree_rate: float
     keep_curves: bool
+
+    def without_tables(self) -> Job:
+        """Return the same, for where each task brings the table that it runs."""
+        return dataclasses.replace(self, strategy=self.strategy.without_tables())
 
 
 @dataclass(frozen=True, slots=True)
@@ -144,14 +153,15 @@ class Runner:
     job : Job
         What the runs have in common.
     threads : int
-        Of the engine; 0 is one for each core.
+        Of the engine; 0 is one for each core, and one in a process that others have started: a
+        pool has one for each core already.
     raises : bool
         An error of a run is raised instead of recorded.
     """
 
     def __init__(self, job: Job, threads: int = 0, *, raises: bool = False) -> None:
         self._job = job
-        self._threads = threads
+        self._threads = threads or int(multiprocessing.parent_process() is not None)
         self._raises = raises
         self._data: dict[Any, PriceData] = {}
         self._settings: dict[int, Settings] = {}
@@ -161,6 +171,8 @@ class Runner:
         self._failed: list[Results] = []
         #: Texts of warnings, and in how many plans each was given.
         self.warned: Counter[str] = Counter()
+        #: What the calls of the strategy took.
+        self.call_seconds = 0.0
 
     def run(self, tasks: Sequence[Task]) -> Iterator[Results]:
         """Yield the results of tasks, some hundreds or thousands of runs at a time."""
@@ -187,10 +199,13 @@ class Runner:
         except Exception as error:
             self._fail([run for run, _ in task.runs], error)
             return 0
-        each = (time.perf_counter() - begin) / len(task.runs)
+        finally:
+            took = time.perf_counter() - begin
+            self.call_seconds += took
+        each = took / len(task.runs)
         tables: dict[Any, WeightTable] = {}
         plans: dict[Any, Plan] = {}
-        with warnings.catch_warnings(record=True) as caught:
+        with _CATCHING, warnings.catch_warnings(record=True) as caught:
             warnings.simplefilter("always")
             for run, options in task.runs:
                 try:
@@ -335,7 +350,7 @@ class Runner:
         """Record what a single run says of a curve that is none."""
         plan, options = group.plans[group.pairs[place][0]], group.options[group.pairs[place][1]]
         try:
-            with warnings.catch_warnings():
+            with _CATCHING, warnings.catch_warnings():
                 warnings.simplefilter("ignore")
                 trade_at = group.settings[place].arguments["trade_at"]
                 run = run_plan(group.data, plan, options, trade_at)

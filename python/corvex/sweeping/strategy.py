@@ -50,6 +50,17 @@ class Strategy:
                 f"to tables, got {type(given).__name__}"
             )
 
+    @property
+    def given(self) -> Any:
+        """What was given: the function, the table or the tables."""
+        if self._function is not None:
+            return self._function
+        return self._table if self.tables is None else self.tables
+
+    def without_tables(self) -> Strategy:
+        """Return the same without the tables by name, which combinations hold too."""
+        return self if self.tables is None else Strategy({})
+
     def combinations(self, signals: Sequence[Combination], given: bool) -> list[Combination]:
         """Return the arguments of the calls, checked against what the strategy takes.
 

@@ -24,9 +24,15 @@ from corvex.sweeping.store import Fingerprint, Store
 from corvex.sweeping.strategy import Strategy, StrategyInput
 from corvex.sweeping.swept import Source, Sweep
 from corvex.sweeping.values import loads
+from corvex.sweeping.workers.crew import Crew
+from corvex.sweeping.workers.pools import check_executor
 from corvex.sweeping.writing import Writer
 
 if TYPE_CHECKING:
+    from concurrent.futures import Executor
+
+    from distributed import Client
+
     from corvex.simulation.read.price_tables import PriceInput
 
 __all__ = ["open_sweep", "sweep"]
@@ -42,6 +48,7 @@ def sweep(
     options: Space = None,
     keep: Literal["figures", "curves"] = "figures",
     store: str | os.PathLike[str] | None = None,
+    executor: Executor | Client | None = None,
     progress: ProgressInput = None,
     on_error: Literal["record", "raise"] = "record",
     riskfree_rate: float = 0.02,
@@ -72,6 +79,9 @@ def sweep(
         "curves" keeps the equity of each run too.
     store : str or path, optional
         A folder that keeps the runs as Parquet files. A second call runs what is missing.
+    executor : concurrent.futures.Executor or dask.distributed.Client, optional
+        Where the runs are made: a pool of processes, a cluster. Default: on the engine's own
+        threads in this process.
     progress : bool or callable, optional
         Whether to tell on standard error how far it is; None: on a terminal. A callable receives
         the numbers of runs done and of all.
@@ -80,7 +90,8 @@ def sweep(
     riskfree_rate : float, default 0.02
         Per year, a fraction, as in `Report.get_stats`.
     threads : int, default 0
-        Of the engine; 0 is one for each core.
+        Of the engine; 0 is one for each core, and one with an `executor` or in a process that
+        another one has started, where the cores are busy already.
     **fixed
         Arguments of `corvex.simulate` that do not vary.
 
@@ -121,6 +132,8 @@ def sweep(
     if not (np.isfinite(riskfree_rate) and riskfree_rate > -1):
         raise ValueError(f"riskfree_rate must be a finite fraction above -1, got {riskfree_rate}")
     check_names(fixed, varies=False)
+    if executor is not None:
+        check_executor(executor)
     source = Strategy(strategy)
     grid = Grid(
         source.combinations(read_space(signal, "signal"), signal is not None),
@@ -133,7 +146,13 @@ def sweep(
     if folder is not None:
         shown = {"strategy": str(title or ""), "riskfree_rate": repr(float(riskfree_rate))}
         folder.open(_fingerprint(job), grid.columns, shown)
-    results = _run(job, grid, folder, progress, threads, raises=on_error == "raise")
+    raises = on_error == "raise"
+    runner = (
+        Runner(job, threads, raises=raises)
+        if executor is None
+        else Crew(job, executor, threads, raises=raises)
+    )
+    results = _run(runner, grid, folder, progress)
     return Sweep(
         grid.columns,
         results,
@@ -207,13 +226,7 @@ def _shown(value: Any) -> str:
 
 
 def _run(
-    job: Job,
-    grid: Grid,
-    store: Store | None,
-    progress: ProgressInput,
-    threads: int,
-    *,
-    raises: bool,
+    runner: Runner | Crew, grid: Grid, store: Store | None, progress: ProgressInput
 ) -> Results:
     """Run what is not there yet; a combination that occurs twice runs once."""
     results = Results.empty(np.arange(len(grid)), INTERRUPTED)
@@ -225,7 +238,6 @@ def _run(
     tasks = _tasks(grid, set(first.values()) - done)
     told = Progress(progress, len(first), len(done))
     writer = None if store is None else Writer(store, grid)
-    runner = Runner(job, threads, raises=raises)
     interrupted = False
     try:
         for part in runner.run(tasks):
