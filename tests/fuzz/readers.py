@@ -8,11 +8,14 @@ before the call in the file that FUZZ_TRACE names, should the process end in the
 
 import base64
 import gzip
+import io
 import json
 import os
 import sys
+import tempfile
 import time
 import warnings
+import zipfile
 from collections import Counter
 from collections.abc import Callable
 from pathlib import Path
@@ -36,13 +39,19 @@ ATTRIBUTES = (
 ).split()
 
 
-def real_records() -> dict[str, list[Any]]:
-    """Dictionaries as reports write them, small ones so that changes hit what matters."""
+def real_report() -> corvex.Report:
+    """A small one, so that changes hit what matters."""
     days = pd.bdate_range("2024-01-02", periods=60)
     walk = np.random.default_rng(1).normal(0, 0.02, (60, 3)).cumsum(axis=0)
     prices = pd.DataFrame(np.exp(walk), days, ["2330 Chips", "AAPL", "C"])
     weights = pd.DataFrame({"2330 Chips": 0.5, "AAPL": [0.5, 0.0, 0.5] * 4}, days[::5])
-    report = corvex.simulate(weights, prices, market="us_stock", resample="W", stop_loss=0.05)
+    return corvex.simulate(weights, prices, market="us_stock", resample="W", stop_loss=0.05)
+
+
+def real_records() -> dict[str, list[Any]]:
+    """Dictionaries as reports write them."""
+    report = real_report()
+    days = report.position.index
     execution = report.execution
     dated = execution._replace(resample=list(days[:3]), take_profit=0.2)
     payload = report.to_payload_dict(trades_limit=5)
@@ -74,7 +83,14 @@ class Fuzzer:
             ("collection", ReportExecution.from_dict_collection, lambda: self._drawn("collection")),
             ("payload", Report.from_payload_dict, lambda: self._drawn("payload")),
             ("decode_trades", decode_trades, self._trades_text),
+            ("load", self._loaded, self._saved_file),
         ]
+        self.folder = tempfile.TemporaryDirectory()
+        self.file = Path(self.folder.name) / "fuzzed.corvex"
+        corvex.save(real_report(), self.file)
+        self.saved = self.file.read_bytes()
+        with zipfile.ZipFile(self.file) as parts:
+            self.parts = {name: parts.read(name) for name in parts.namelist()}
 
     def _drawn(self, kind: str) -> Any:
         if self.mutator.random.random() < 0.15:
@@ -95,6 +111,27 @@ class Fuzzer:
         if layer < 0.95:
             return base64.b64encode(self.mutator.flipped(stream)).decode()
         return self.mutator.flipped(base64.b64encode(stream)).decode("latin-1")
+
+    def _saved_file(self) -> bytes:
+        layer = self.mutator.random.random()
+        if layer < 0.3:
+            return self.mutator.flipped(self.saved)
+        parts = dict(self.parts)
+        name = self.mutator.random.choice(list(parts) if layer < 0.6 else ["report.json"])
+        if layer < 0.6:
+            parts[name] = self.mutator.flipped(parts[name])
+        else:
+            text = json.dumps(self.mutator.mutated(json.loads(parts[name])))
+            parts[name] = text.encode("utf-8", "replace")
+        content = io.BytesIO()
+        with zipfile.ZipFile(content, "w", zipfile.ZIP_DEFLATED) as file:
+            for part, value in parts.items():
+                file.writestr(part, value)
+        return content.getvalue()
+
+    def _loaded(self, content: bytes) -> corvex.Report:
+        self.file.write_bytes(content)
+        return corvex.load(self.file)
 
     def run(self, runs: int) -> None:
         for number in range(runs):
@@ -121,6 +158,8 @@ class Fuzzer:
                 return "refused"
             if name == "payload":
                 assert list(result) == ["schema", "report", "execution", "holdings"]
+            elif name == "load":
+                assert len(result.creturn.index) == len(result.creturn)
             elif name == "decode_trades":
                 assert isinstance(result, pd.DataFrame)
             else:

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import errno
 import io
 import json
 import os
@@ -86,6 +87,10 @@ def read_container(path: str | os.PathLike[str], budget: int) -> tuple[Any, Any,
         except (zipfile.BadZipFile, EOFError, NotImplementedError, RuntimeError, struct.error,
                 UnicodeDecodeError, zlib.error) as error:  # fmt: skip
             raise DamagedFileError(f"it is damaged: {error}") from None
+        except OSError as error:
+            if error.errno != errno.EINVAL:
+                raise
+            raise DamagedFileError("it is damaged: a part begins outside the file") from None
     for name in (MANIFEST, RECORD):
         if name not in parts:
             raise DamagedFileError(f"it is no saved report: {name} is missing")

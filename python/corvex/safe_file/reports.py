@@ -37,6 +37,14 @@ _NEEDED: dict[str, type | tuple[type, ...]] = {
     "benchmark": pd.Series,
     "daily_creturn": pd.Series,
     "daily_benchmark": pd.Series,
+    "weights": pd.Series,
+    "next_weights": pd.Series,
+    "actions": pd.Series,
+    "current_trades": pd.DataFrame,
+    "_execution_override": (ReportExecution, dict, type(None)),
+    # These may be whatever their user has set, but are read everywhere.
+    "trade_at": object,
+    "next_trading_date": object,
 }
 
 
@@ -150,7 +158,7 @@ def _report(record: Any, arrays: ArrayReader) -> Report:
     decoder = Decoder(arrays, special)
     report = _filled(Report, {name: decoder.decode(node) for name, node in record.items()})
     for name, kind in _NEEDED.items():
-        if not isinstance(getattr(report, name, None), kind):
+        if name not in record or not isinstance(getattr(report, name), kind):
             raise DamagedFileError(f"its {name} is missing, or no {kind}")
     for curve in (report.creturn, report.position):
         if not isinstance(curve.index, pd.DatetimeIndex):
