@@ -52,6 +52,7 @@ _FREQUENCIES = {
     "half-yearly": "2QE",
     "yearly": "YE",
 }
+_LONG = frozenset(_FREQUENCIES.values())
 
 
 def infer_freq(index: pd.DatetimeIndex) -> str:
@@ -95,6 +96,8 @@ def period_before(index: pd.DatetimeIndex) -> pd.Timestamp:
 
 def is_intraday(freq: str) -> bool:
     """Whether a pandas frequency is shorter than a day."""
+    if freq in _LONG:
+        return False
     offset = pd.tseries.frequencies.to_offset(freq)
     return isinstance(offset, pd.tseries.offsets.Tick) and pd.Timedelta(offset) < _DAY
 
@@ -172,7 +175,8 @@ def usual_gap(index: pd.DatetimeIndex) -> pd.Timedelta:
 
 
 def _wall_nanos(index: pd.DatetimeIndex) -> np.ndarray:
-    return index.tz_localize(None).as_unit("ns").asi8
+    local = index if index.tz is None else index.tz_localize(None)
+    return (local if local.unit == "ns" else local.as_unit("ns")).asi8
 
 
 def _usual_times(local: pd.DatetimeIndex) -> tuple[pd.Timedelta, pd.Timedelta | None]:

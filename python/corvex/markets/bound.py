@@ -15,7 +15,7 @@ from corvex.markets.bars import infer_freq, next_bar
 from corvex.markets.benchmark_check import check_benchmark
 from corvex.markets.market_tables import MarketTables
 from corvex.markets.stamps import TableStamps
-from corvex.tables.asset_labels import asset_id
+from corvex.tables.asset_labels import ChosenLabels, asset_id
 from corvex.tables.context import _default_context, now
 from corvex.tables.date_limits import require_in_range
 from corvex.tables.named import get_frame, require
@@ -114,7 +114,8 @@ class BoundMarket(MarketTables):
 
     @override
     def restrict_pickle_to(self, assets: Iterable[object]) -> None:
-        self._pickled_assets = tuple(assets)  # most markets are never saved
+        # Most markets are never saved: labels that can be made later are not made now.
+        self._pickled_assets = assets if isinstance(assets, ChosenLabels) else tuple(assets)
 
     def _market_benchmark(self) -> pd.Series:
         """Return the market's own benchmark, unless it ends before the prices do."""
@@ -122,12 +123,13 @@ class BoundMarket(MarketTables):
         read: set[str] = set()
         with context.override(_loaded_datasets=read):  # what is not used is no data of the run
             own = super().get_benchmark()
-        last = self.price_index[-1]
-        dates = TableStamps(pd.DatetimeIndex(own.index), lambda: self.tz).dates
-        if len(own) and dates[-1] < self.stamps.dates[-1]:
+        index = own.index
+        if not isinstance(index, pd.DatetimeIndex):
+            index = pd.DatetimeIndex(index)
+        if len(own) and (TableStamps(index, lambda: self.tz).last_date < self.stamps.last_date):
             logger.info(
                 "the benchmark of %s ends on %s, before the prices (%s); none is used",
-                self.get_name(), own.index[-1], last,
+                self.get_name(), own.index[-1], self.price_index[-1],
             )  # fmt: skip
             return own.iloc[:0]
         context._loaded_datasets.update(read)
@@ -145,7 +147,8 @@ class BoundMarket(MarketTables):
     def saved_state(self) -> dict[str, Any]:
         """Return what a saved report keeps of this market: settings, and the assets' prices."""
         state = cast("dict[str, Any]", dict(super().__getstate__() or {}))  # type: ignore[call-overload]
-        state.update(_tables=self._kept_tables(), _aligned=None)
+        assets = tuple(self._pickled_assets)
+        state.update(_tables=self._kept_tables(), _aligned=None, _pickled_assets=assets)
         state.pop("stamps", None)
         state.pop("_own_benchmark", None)
         return state

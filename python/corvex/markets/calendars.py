@@ -14,6 +14,7 @@ import numpy as np
 import pandas as pd
 
 __all__ = [
+    "LONGEST_CLOSURE",
     "AlwaysOpenCalendar",
     "CalendarRangeError",
     "DateLike",
@@ -26,7 +27,7 @@ type DateLike = str | datetime.date | datetime.datetime | np.datetime64 | pd.Tim
 
 _DAY = pd.Timedelta(days=1)
 # The longest closure to look across: Taiwan's new-year break takes up to twelve days.
-_LONGEST_CLOSURE = pd.Timedelta(days=31)
+LONGEST_CLOSURE = pd.Timedelta(days=31)
 
 
 class CalendarRangeError(ValueError):
@@ -77,12 +78,12 @@ class TradingCalendar(abc.ABC):
     def last_session(self, date: DateLike) -> pd.Timestamp:
         """Return the session on `date`, or the last one before it."""
         day = day_of(date)
-        return self._edge(self.sessions(day - _LONGEST_CLOSURE, day), -1, "before", day)
+        return self._edge(self.sessions(day - LONGEST_CLOSURE, day), -1, "before", day)
 
     def next_session(self, date: DateLike) -> pd.Timestamp:
         """Return the first session after `date`."""
         day = day_of(date)
-        return self._edge(self.sessions(day + _DAY, day + _LONGEST_CLOSURE), 0, "after", day)
+        return self._edge(self.sessions(day + _DAY, day + LONGEST_CLOSURE), 0, "after", day)
 
     def previous_session(self, date: DateLike) -> pd.Timestamp:
         """Return the last session before `date`."""

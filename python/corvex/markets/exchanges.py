@@ -10,10 +10,18 @@ from typing import Any, override
 import pandas as pd
 
 from corvex.markets import session_store
-from corvex.markets.calendars import CalendarRangeError, DateLike, TradingCalendar, day_of
+from corvex.markets.calendars import (
+    LONGEST_CLOSURE,
+    CalendarRangeError,
+    DateLike,
+    TradingCalendar,
+    day_of,
+)
 from corvex.markets.session_store import StoredSessions
 
 __all__ = ["ExchangeCalendar", "as_calendar"]
+
+_DAY = pd.Timedelta(days=1)
 
 
 # Shared by all markets of the process, so that a calendar is opened once and never pickled.
@@ -58,6 +66,15 @@ class ExchangeCalendar(TradingCalendar):
             return pd.DatetimeIndex([])
         known = self._cover(first, last).sessions
         return known[known.searchsorted(first) : known.searchsorted(last, side="right")]
+
+    @override
+    def next_session(self, date: DateLike) -> pd.Timestamp:
+        day = day_of(date)
+        known = self._cover(day + _DAY, day + LONGEST_CLOSURE).sessions
+        at = int(known.searchsorted(day, side="right"))
+        if at < len(known) and (found := known[at]) <= day + LONGEST_CLOSURE:
+            return found
+        return super().next_session(date)  # says what is missing
 
     @override
     def session_open(self, date: DateLike) -> pd.Timestamp:

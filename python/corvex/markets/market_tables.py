@@ -11,7 +11,7 @@ import pandas as pd
 from corvex.markets.bars import is_intraday
 from corvex.markets.price_means import empty_table, mean_of_ohlc
 from corvex.markets.sessions import MarketSessions
-from corvex.tables.named import exists, get_frame
+from corvex.tables.named import exists, get_column, get_frame
 
 __all__ = ["MarketTables"]
 
@@ -98,10 +98,11 @@ class MarketTables(MarketSessions, abc.ABC):
 
     def get_benchmark(self) -> pd.Series:
         """Return the benchmark's prices by date; an empty Series where there is none."""
-        table = self._named_table("benchmark")
-        if table is None or table.shape[1] == 0:
+        name = f"{self.get_name()}_benchmark"
+        column = get_column(name) if exists(name) else None
+        if column is None:
             return pd.Series(dtype="float64", index=pd.DatetimeIndex([]))
-        return table.iloc[:, 0]
+        return column
 
     def get_market_value(self) -> pd.DataFrame:
         """Return market values, dates x asset ids, in the market's currency; maybe empty."""

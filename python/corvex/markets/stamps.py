@@ -190,6 +190,14 @@ class TableStamps:
         """The date of each row on the market's calendar, as naive midnights."""
         return self._daily_dates if self.daily else _midnights(self.local)
 
+    @property
+    def last_date(self) -> pd.Timestamp:
+        """The last one of `dates`."""
+        last = self.index[-1]
+        if self.index.tz is not None or pd.isna(last):
+            return self.dates[-1]
+        return last.normalize()
+
     @cached_property
     def keys(self) -> npt.NDArray[np.int64]:
         """Nanoseconds that compare with those of tables in the same form.

@@ -2,12 +2,12 @@
 
 from __future__ import annotations
 
-from typing import override
+from typing import cast, override
 
 import pandas as pd
 
 from corvex.markets.base import Market
-from corvex.tables.named import exists, get_frame
+from corvex.tables.named import exists, get_column, get_frame
 
 __all__ = ["USMarket"]
 
@@ -37,8 +37,10 @@ class USMarket(Market):
 
     @override
     def get_benchmark(self) -> pd.Series:
-        benchmark = super().get_benchmark()
-        own_prices = exists("us_stock_close") or exists("us_stock_adj_close")
-        if len(benchmark) or own_prices:  # newer prices must not be set against an old index
-            return benchmark
-        return get_frame(_SAMPLE_INDEX).iloc[:, 0]
+        own = [exists(f"us_stock_{field}") for field in ("benchmark", "close", "adj_close")]
+        if any(own):
+            benchmark = super().get_benchmark()
+            # Newer prices must not be set against an old index.
+            if len(benchmark) or any(own[1:]):
+                return benchmark
+        return cast("pd.Series", get_column(_SAMPLE_INDEX))

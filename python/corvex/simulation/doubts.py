@@ -58,6 +58,8 @@ def warn_about_run(plan: Plan, options: Options, clock: Clock) -> None:
 
 
 def _warn_about_stops(options: Options, schedule: Schedule) -> None:
+    if not any(1.0 < getattr(options, name) < np.inf for name in STOPS):
+        return
     longs, shorts = bool((schedule.targets > 0.0).any()), bool((schedule.targets < 0.0).any())
     cures = "stops are fractions (0.05 is 5 %), None is no stop"
     for name in STOPS:

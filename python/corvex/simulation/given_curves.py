@@ -155,7 +155,7 @@ def _report(
             hand_over=nothing_held(),
             next_trading_date=clock.future.next_bar,
             market=bound,
-            kept=pd.Index([], dtype="str"),
+            kept=(),
             attributes={
                 "name": name,
                 "live_performance_start": live_start,

@@ -8,12 +8,48 @@ its id, and only where a single asset there has this id, which nobody asks for b
 
 from __future__ import annotations
 
-from collections.abc import Iterable
+from collections.abc import Collection, Iterable, Iterator
+from typing import TYPE_CHECKING
 
 import numpy as np
 import numpy.typing as npt
 
-__all__ = ["asset_id", "asset_name", "label_candidates", "match_labels", "other_names"]
+if TYPE_CHECKING:
+    import pandas as pd
+
+__all__ = [
+    "ChosenLabels",
+    "asset_id",
+    "asset_name",
+    "label_candidates",
+    "match_labels",
+    "other_names",
+]
+
+
+class ChosenLabels(Collection[object]):
+    """Some labels of an index, made when they are read.
+
+    Parameters
+    ----------
+    labels : Index
+        The labels.
+    chosen : bool array of shape (labels,)
+        Which of them.
+    """
+
+    def __init__(self, labels: pd.Index, chosen: npt.NDArray[np.bool_]) -> None:
+        self._labels = labels
+        self._chosen = chosen
+
+    def __len__(self) -> int:
+        return int(self._chosen.sum())
+
+    def __iter__(self) -> Iterator[object]:
+        return iter(self._labels[self._chosen].tolist())
+
+    def __contains__(self, label: object) -> bool:
+        return label in list(self)
 
 
 def asset_id(label: object) -> str:

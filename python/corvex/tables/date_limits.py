@@ -41,9 +41,10 @@ def require_in_range(index: pd.DatetimeIndex, what: str, *, traded: bool = False
     scale = _PER_UNIT[index.unit]
     values = index.asi8
     lowest, highest = (int(day.astype(int)) * _NANOS_PER_DAY for day in (first, last))
-    outside = (values < lowest // scale) | (
-        values > min(highest + _NANOS_PER_DAY, _LATEST) // scale
-    )
+    lowest, highest = lowest // scale, min(highest + _NANOS_PER_DAY, _LATEST) // scale
+    if index.is_monotonic_increasing and lowest <= values[0] and values[-1] <= highest:
+        return
+    outside = (values < lowest) | (values > highest)
     outside &= ~np.asarray(index.isna())
     if outside.any():
         date = np.datetime_as_string(values[outside][0].view(f"M8[{index.unit}]"), unit="D")

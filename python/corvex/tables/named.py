@@ -5,6 +5,7 @@ from __future__ import annotations
 import datetime
 import difflib
 from dataclasses import dataclass
+from functools import cached_property
 from pathlib import Path
 
 import pandas as pd
@@ -21,6 +22,7 @@ __all__ = [
     "exists",
     "facts",
     "get",
+    "get_column",
     "get_frame",
     "require",
     "sample",
@@ -59,6 +61,14 @@ class LoadedTable:
         """The dates (or labels) of the table, or of the first one of several."""
         first = next(iter(self.value.values())) if isinstance(self.value, dict) else self.value
         return first.index
+
+    @cached_property
+    def first_column(self) -> pd.Series | None:
+        """The first column (of several tables: of the closes); None where there is none."""
+        table = self.value["close"] if isinstance(self.value, dict) else self.value
+        if isinstance(table, pd.Series):
+            return table
+        return table.iloc[:, 0] if table.shape[1] else None
 
     @property
     def labels(self) -> list[object]:
@@ -101,6 +111,12 @@ def get_frame(name: str) -> pd.DataFrame:
     if isinstance(table, dict):
         return table["close"]
     return table.to_frame() if isinstance(table, pd.Series) else table
+
+
+def get_column(name: str) -> pd.Series | None:
+    """Return the first column of `get_frame`; None where the table has none."""
+    column = _load(name).first_column
+    return None if column is None else column.copy(deep=_DEEP)
 
 
 def sample(name: str, adj: bool = True) -> Table:

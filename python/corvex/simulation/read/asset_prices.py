@@ -17,6 +17,7 @@ from corvex.tables.asset_labels import other_names
 __all__ = ["AssetPrices", "Faults", "look_through"]
 
 _FIELDS = ("close", "fill", "open", "high", "low")
+_NO_LABELS: pd.Index = pd.Index([], dtype=object)
 
 
 @dataclass(frozen=True, slots=True)
@@ -112,7 +113,7 @@ def look_through(
         Where orders fill.
     """
     found = match_columns(labels, columns)
-    unknown, renamed = labels[:0], ""
+    unknown, renamed = _NO_LABELS, ""
     if found is not None:
         unknown = labels[found < 0]
         pairs = zip(labels, found.tolist(), strict=True)
@@ -148,8 +149,7 @@ def _cleaned(matrices: PriceMatrices) -> tuple[PriceMatrices, tuple[Faults, ...]
 
 def _impossible(values: np.ndarray) -> np.ndarray | None:
     """Return where prices are not above zero and finite; None where all are, or are missing."""
-    lowest, highest = np.fmin.reduce(values, axis=None), np.fmax.reduce(values, axis=None)
-    if not (lowest <= 0.0 or np.isinf(highest)):
+    if _engine.first_bad_price(values) is None:
         return None
     bad: np.ndarray = (values <= 0.0) | np.isinf(values)
     return bad

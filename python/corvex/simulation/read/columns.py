@@ -1,13 +1,22 @@
-"""Asset labels: their form, and the price columns that they stand for."""
+"""Columns of tables: asset labels, the price columns that they stand for, and their type."""
 
 from __future__ import annotations
+
+from typing import Any
 
 import numpy as np
 import pandas as pd
 
 from corvex.tables.asset_labels import label_candidates
 
-__all__ = ["check_labels", "match_columns"]
+__all__ = ["check_labels", "match_columns", "only_type"]
+
+
+def only_type(table: pd.DataFrame) -> Any:
+    """Return the type of a table's columns; None where they have several."""
+    types = table.dtypes.to_numpy()
+    first = types[0]
+    return first if all(kind is first or kind == first for kind in types) else None
 
 
 def check_labels(columns: pd.Index) -> None:

@@ -12,7 +12,7 @@ import pandas as pd
 from corvex.market import Market
 from corvex.simulation.notices import date_text, warn
 from corvex.simulation.read.clock import Clock, dated_table
-from corvex.simulation.read.columns import match_columns
+from corvex.simulation.read.columns import match_columns, only_type
 
 __all__ = ["PriceInput", "PriceMatrices", "TradeAt", "read_matrices", "user_tables"]
 
@@ -186,6 +186,8 @@ def _at_rows(values: np.ndarray, rows: slice | np.ndarray) -> np.ndarray:
 
 def _rows(index: pd.DatetimeIndex, field: str, clock: Clock) -> slice | np.ndarray:
     """Where the sessions stand in a table's dates."""
+    if index is clock.index:
+        return slice(0, len(index))
     start = index.get_indexer(clock.index[:1])[0] if len(index) else -1
     if start >= 0 and index[start : start + len(clock)].equals(clock.index):
         return slice(start, start + len(clock))
@@ -202,7 +204,7 @@ def _rows(index: pd.DatetimeIndex, field: str, clock: Clock) -> slice | np.ndarr
 
 
 def _is_float64(table: pd.DataFrame) -> bool:
-    return all(kind == np.float64 for kind in set(table.dtypes))
+    return table.shape[1] == 0 or only_type(table) == np.float64
 
 
 def _floats(table: pd.DataFrame) -> np.ndarray:

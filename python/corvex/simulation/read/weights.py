@@ -10,7 +10,7 @@ import pandas as pd
 
 from corvex.simulation.notices import date_text
 from corvex.simulation.read.clock import dated_table
-from corvex.simulation.read.columns import check_labels
+from corvex.simulation.read.columns import check_labels, only_type
 
 __all__ = ["WeightTable", "read_weights"]
 
@@ -47,6 +47,8 @@ class WeightTable:
 
     def between(self, start: int, stop: int) -> WeightTable:
         """The same weights with some of the rows, which are not copied."""
+        if (start, stop) == (0, len(self.index)):
+            return copy.copy(self)
         part = copy.copy(self)
         part.index, part._values = self.index[start:stop], self._values[start:stop]
         return part
@@ -71,8 +73,10 @@ class WeightTable:
         if self._values.dtype == np.bool_:
             weights /= np.maximum(weights.sum(axis=1, keepdims=True), 1.0)
         else:
-            np.nan_to_num(weights, copy=False, nan=0.0)
             gross = np.abs(weights).sum(axis=1, keepdims=True)
+            if np.isnan(gross).any():
+                weights[np.isnan(weights)] = 0.0
+                gross = np.abs(weights).sum(axis=1, keepdims=True)
             if not self.leverage and (gross > 1.0).any():
                 self._note_scaling(rows, weights, gross[:, 0])
                 weights /= np.maximum(gross, 1.0)
@@ -112,6 +116,8 @@ class WeightTable:
             before = chunk[-1:].copy()
         if not kept:
             return np.empty(0, np.int64), np.empty((0, len(self.labels)))
+        if len(kept) == 1:
+            return kept[0], targets[0]
         return np.concatenate(kept), np.concatenate(targets)
 
 
@@ -143,7 +149,8 @@ def read_weights(weights: pd.DataFrame, *, limit: float, leverage: bool) -> Weig
     check_labels(weights.columns)
     table = dated_table(weights, "weights")
     values = _values(table)
-    if values.dtype != np.bool_:
+    # One number tells that all are numbers; only where it is none they are looked through.
+    if values.dtype != np.bool_ and not np.isfinite(values.sum()):
         _refuse_infinite(table, values)
         if np.isnan(np.fmax.reduce(values, axis=None)):
             raise ValueError("weights are empty: every value is missing")
@@ -152,8 +159,7 @@ def read_weights(weights: pd.DataFrame, *, limit: float, leverage: bool) -> Weig
 
 def _values(table: pd.DataFrame) -> np.ndarray:
     """The values as bool or float64, without a copy where they are that."""
-    dtypes = table.dtypes
-    if len(set(dtypes)) == 1 and dtypes.iloc[0] in (np.float64, np.bool_):
+    if only_type(table) in (np.float64, np.bool_):
         return table.to_numpy()
     kinds = {str(label): _kind(table[label]) for label in table.columns}
     signals = [label for label, kind in kinds.items() if kind == "signal"]

@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from collections.abc import Callable
+from collections.abc import Callable, Collection
 from dataclasses import dataclass, field
 from typing import Any
 
@@ -30,7 +30,7 @@ class Outcome:
     ----------
     trades, fills : callables
         Make these tables when they are first asked for, each time another one.
-    kept : Index
+    kept : collection of labels
         The assets whose prices a saved report needs: those traded, held or to be held.
     attributes : dict of str to object
         Settings of the run, assigned under their names.
@@ -42,7 +42,7 @@ class Outcome:
     hand_over: HandOver
     next_trading_date: pd.Timestamp
     market: Market
-    kept: pd.Index
+    kept: Collection[object]
     fills: Callable[[], pd.DataFrame | None] = lambda: None
     trade_at: Any = "close"
     fee_ratio: float = 0.0
@@ -78,7 +78,7 @@ def build_report(outcome: Outcome) -> Report:
     if outcome.historical:
         outcome.market = outcome.market.for_history()
     market = outcome.market
-    market.restrict_pickle_to(outcome.kept.tolist())
+    market.restrict_pickle_to(outcome.kept)
     report = Report.__new__(Report)
     report._init_without_curves(*_arguments(outcome, outcome.creturn, outcome.position))
     attributes = vars(report)

@@ -43,14 +43,13 @@ class HandOver:
         Signal dates of what is held and of what comes next.
     planned_rebalance_date : Timestamp or None
         The next known date that no session has reached yet.
-    held, coming : int64 arrays
-        Which assets are held now, and which are to be.
+    coming : bool array of shape (assets,)
+        Which assets are to be held.
     """
 
     current_date: pd.Timestamp | None
     next_date: pd.Timestamp | None
     planned_rebalance_date: pd.Timestamp | None
-    held: np.ndarray
     coming: np.ndarray
     _tables: Callable[[], tuple[pd.Series, pd.Series, pd.Series]]
 
@@ -99,8 +98,7 @@ def hand_over(schedule: Schedule, state: State, labels: pd.Index, last_session: 
             _actions(weights, targets, state, sessions, labels),
         )
 
-    held, coming = np.flatnonzero(weights), np.flatnonzero(targets)
-    return HandOver(current_date, next_date, planned, held, coming, tables)
+    return HandOver(current_date, next_date, planned, targets != 0.0, tables)
 
 
 def nothing_held() -> HandOver:
@@ -111,8 +109,7 @@ def nothing_held() -> HandOver:
         empty = pd.Series(index=no_labels, dtype="float64")
         return empty, empty.copy(), pd.Series(index=no_labels, dtype="object")
 
-    nobody = np.empty(0, np.int64)
-    return HandOver(None, None, None, nobody, nobody, tables)
+    return HandOver(None, None, None, np.zeros(0, dtype=bool), tables)
 
 
 def _series(values: np.ndarray, labels: pd.Index, name: pd.Timestamp | None) -> pd.Series:

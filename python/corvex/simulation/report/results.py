@@ -18,7 +18,10 @@ if TYPE_CHECKING:
 
 __all__ = ["cost_totals", "curve_and_position", "state_after", "yearly_turnover"]
 
-_YEAR = pd.Timedelta(days=365.25)
+_PER_YEAR = {
+    unit: 365.25 * 86_400 * ticks
+    for unit, ticks in {"s": 1, "ms": 1_000, "us": 1_000_000, "ns": 1_000_000_000}.items()
+}
 _ROUNDING = 1e-12
 
 
@@ -66,8 +69,8 @@ def curve_and_position(
 
 def _rows_before_first_fill(traded: np.ndarray) -> int:
     """How many rows lie before the one ahead of the first fill; 0 where nothing is filled."""
-    filled = np.flatnonzero(traded)
-    return max(int(filled[0]) - 1, 0) if filled.size else 0
+    first = int((traded != 0.0).argmax())  # 0 too where there is none
+    return max(first - 1, 0)
 
 
 def state_after(result: SimulationResult, schedule: Schedule) -> State:
@@ -116,8 +119,10 @@ def yearly_turnover(traded: np.ndarray, equity: np.ndarray, index: pd.DatetimeIn
     float
         1.0 means that the whole portfolio was replaced once a year; NaN for a single session.
     """
-    years = (index[-1] - index[0]) / _YEAR
+    years = int(index.asi8[-1] - index.asi8[0]) / _PER_YEAR[index.unit]
     if years <= 0:
         return float("nan")
-    alive = equity > 0.0
-    return float((traded[alive] / equity[alive]).sum() / 2.0 / years)
+    if equity.min() <= 0.0:
+        alive = equity > 0.0
+        traded, equity = traded[alive], equity[alive]
+    return float((traded / equity).sum() / 2.0 / years)

@@ -29,6 +29,7 @@ from corvex.simulation.report.results import (
 )
 from corvex.simulation.report.trades_table import trades_table
 from corvex.simulation.run import Run
+from corvex.tables.asset_labels import ChosenLabels
 from corvex.trades.reasons import STOPS
 
 __all__ = ["report_of"]
@@ -57,7 +58,9 @@ def report_of(
     creturn, position = curve_and_position(result, plan.labels, clock, plan.first_session)
     state = state_after(result, plan.schedule)
     held = hand_over(plan.schedule, state, plan.labels, len(clock) - 1)
-    traded = np.unique(cast("dict[str, np.ndarray]", result["trades"])["asset"])
+    traded = np.zeros(len(labels), dtype=bool)
+    traded[cast("dict[str, np.ndarray]", result["trades"])["asset"]] = True
+    kept = traded | held.coming
     fills = cast("dict[str, np.ndarray]", result["fills"])
     return build_report(
         Outcome(
@@ -68,8 +71,8 @@ def report_of(
             hand_over=held,
             next_trading_date=clock.future.next_bar,
             market=_own_market(prices.market),
-            kept=plan.labels.take(np.union1d(traded, held.coming)),
-            trade_at=_traded_columns(run.trade_at, plan.labels.take(traded)),
+            kept=ChosenLabels(labels, kept),
+            trade_at=_traded_columns(run.trade_at, labels, traded),
             fee_ratio=run.options.fee_ratio,
             tax_ratio=run.options.tax_ratio,
             historical=prices.end is not None,
@@ -137,9 +140,9 @@ def _own_market(market: Market) -> Market:
     return copy.copy(market)
 
 
-def _traded_columns(trade_at: TradeAt, traded: pd.Index) -> TradeAt:
+def _traded_columns(trade_at: TradeAt, labels: pd.Index, traded: np.ndarray) -> TradeAt:
     """A user's own price table without the assets that were never traded: reports stay small."""
     if isinstance(trade_at, str):
         return trade_at
-    columns = match_columns(traded, trade_at.columns)
+    columns = match_columns(labels[traded], trade_at.columns)
     return trade_at if columns is None else trade_at.iloc[:, columns[columns >= 0]]

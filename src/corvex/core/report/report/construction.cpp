@@ -3,6 +3,8 @@
 #include "corvex/core/report/module_globals.hpp"
 #include "corvex/core/report/report/last_change.hpp"
 
+#include <optional>
+
 namespace corvex::report {
 
 namespace {
@@ -55,13 +57,34 @@ nb::object update_date(nb::handle position) {
     return pyglue::length(position) > 0 ? nb::object(position.attr("index")[-1]) : local_now();
 }
 
+/// Whether one of the labels holds some letters; nothing where a label is no text.
+std::optional<bool> any_text_holds(nb::handle labels, nb::handle letters) {
+    if (!pyglue::is_instance(labels, global("pd").attr("Index"))) {
+        return std::nullopt;
+    }
+    const nb::object texts = labels.attr("tolist")();
+    bool found = false;
+    for (const nb::handle label : texts) {
+        if (!PyUnicode_CheckExact(label.ptr())) {
+            return std::nullopt;
+        }
+        found = found || PyUnicode_Contains(label.ptr(), letters.ptr()) == 1;
+    }
+    return found;
+}
+
 nb::object asset_type(nb::handle position) {
     const nb::object labels = position.attr("columns");
     // A table without labels has no texts to search, and pandas would refuse to.
     if (pyglue::length(labels) == 0) {
         return pyglue::text("tw_stock");
     }
-    const nb::object found = labels.attr("str").attr("find")(pyglue::text("USDT"));
+    const nb::object coin = pyglue::text("USDT");
+    const std::optional<bool> quoted_in_usdt = any_text_holds(labels, coin);
+    if (quoted_in_usdt) {
+        return pyglue::text(*quoted_in_usdt ? "crypto" : "tw_stock");
+    }
+    const nb::object found = labels.attr("str").attr("find")(coin);
     const nb::object absent = pyglue::compare(found, Py_EQ, pyglue::integer(-1));
     return pyglue::text(pyglue::is_true(absent.attr("all")()) ? "tw_stock" : "crypto");
 }
@@ -94,12 +117,9 @@ void set_others(const Call& call) {
     self.attr("last_trading_date") = last_trading_date(position);
     self.attr("next_trading_date") = call[6];
     self.attr("market") = call[7];
-    for (const char* name : {"weights", "next_weights", "actions"}) {
-        self.attr(name) = nb::none();
-    }
-    self.attr("trades") = global("pd").attr("DataFrame")();
-    for (const char* name : {"live_performance_start", "stop_loss", "take_profit", "trail_stop",
-                             "_execution_override"}) {
+    for (const char* name :
+         {"weights", "next_weights", "actions", "trades", "live_performance_start", "stop_loss",
+          "take_profit", "trail_stop", "_execution_override"}) {
         self.attr(name) = nb::none();
     }
 }
@@ -108,6 +128,7 @@ nb::object init(const Call& call) {
     call.self().attr("creturn") = call[1];
     set_curves(call);
     set_others(call);
+    call.self().attr("trades") = global("pd").attr("DataFrame")();
     return nb::none();
 }
 
@@ -130,8 +151,8 @@ const FunctionSpec kMethods[] = {
      "next_trading_date : Timestamp\n    The first session after the data.\n"
      "market : Market\n    Where the assets trade; its benchmark is read here."},
     {"_init_without_curves", kInit, init_without_curves,
-     "As __init__, but without `daily_creturn`, `benchmark` and `daily_benchmark`, which the "
-     "caller adds\nor defers."},
+     "As __init__, but without `daily_creturn`, `benchmark` and `daily_benchmark`, and with None "
+     "for `trades`:\nthe caller adds or defers them."},
 };
 
 } // namespace

@@ -10,9 +10,14 @@ namespace corvex::report {
 namespace {
 
 bool is_all_float64(nb::handle position) {
-    const nb::object same =
-        pyglue::compare(position.attr("dtypes"), Py_EQ, global("np").attr("float64"));
-    return pyglue::is_true(same.attr("all")());
+    const nb::object types = position.attr("dtypes").attr("to_numpy")();
+    for (const nb::handle type : types) {
+        if (!PyArray_DescrCheck(type.ptr()) ||
+            reinterpret_cast<PyArray_Descr*>(type.ptr())->type_num != NPY_FLOAT64) {
+            return false;
+        }
+    }
+    return true;
 }
 
 bool rows_differ(PyArrayObject* weights, npy_intp row) {
