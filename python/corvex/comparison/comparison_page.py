@@ -18,7 +18,7 @@ from corvex.ffn_core.curve_figures import days_per_year
 __all__ = ["comparison_html"]
 
 _MOST_IN_TITLE = 6
-MODULES = (*SHARED_MODULES, "statistics", "sections", "compare")
+MODULES = (*SHARED_MODULES, "statistics", "sections", "curves", "compare")
 
 
 def comparison_html(

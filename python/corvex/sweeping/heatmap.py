@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import contextlib
 from collections.abc import Mapping, Sequence
 from html import escape
 from typing import TYPE_CHECKING, Any
@@ -10,6 +9,7 @@ from typing import TYPE_CHECKING, Any
 import numpy as np
 
 from corvex.ffn_core.catalogue import catalogue, show
+from corvex.sweeping.axes import Axis, axis_of
 
 if TYPE_CHECKING:
     from plotly.graph_objs import Figure
@@ -50,13 +50,14 @@ def draw_heatmap(
     """
     import plotly.graph_objects as go
 
-    across, columns = _ticks(labels[x])
-    down, rows = _ticks(labels[y])
+    axes = {name: axis_of(values) for name, values in labels.items()}
+    across, columns = list(map(_plain, axes[x].texts)), axes[x].places
+    down, rows = list(map(_plain, axes[y].texts)), axes[y].places
     others = [name for name in labels if name not in (x, y, *fixed)]
     slides: dict[str, np.ndarray] = {}
     for run, value in enumerate(values.tolist()):
         slide = slides.setdefault(
-            _told(labels, others, run), np.full((len(down), len(across)), np.nan)
+            _told(axes, others, run), np.full((len(down), len(across)), np.nan)
         )
         cell = rows[run], columns[run]
         if np.isnan(slide[cell]):
@@ -88,7 +89,7 @@ def draw_heatmap(
         for place, cells in enumerate(slides.values())
     ]
     chart = go.Figure(traces)
-    told = _told(labels, fixed, 0) if fixed else ""
+    told = _told(axes, fixed, 0) if fixed else ""
     chart.update_layout(
         title={"text": _plain(title) + (f"<br><sub>{told}</sub>" if told else "")},
         xaxis={"title": {"text": _plain(x)}, "type": "category"},
@@ -100,22 +101,9 @@ def draw_heatmap(
     return chart
 
 
-def _ticks(labels: Sequence[Any]) -> tuple[list[str], list[int]]:
-    """The texts of the labels in rising order where they have one, and the place of each run's."""
-    distinct = list({(type(one).__name__, str(one)): one for one in labels}.values())
-    with contextlib.suppress(TypeError):  # None, or values of several kinds: as the grid has them
-        distinct.sort()
-    places = {(type(one).__name__, str(one)): place for place, one in enumerate(distinct)}
-    texts = [_plain(_short(one)) for one in distinct]
-    return texts, [places[type(one).__name__, str(one)] for one in labels]
-
-
-def _short(value: Any) -> str:
-    return f"{value:g}" if isinstance(value, float) else str(value)
-
-
-def _told(labels: Mapping[str, Sequence[Any]], names: Sequence[str], run: int) -> str:
-    return ", ".join(f"{_plain(name)} = {_plain(_short(labels[name][run]))}" for name in names)
+def _told(axes: Mapping[str, Axis], names: Sequence[str], run: int) -> str:
+    shown = {name: axes[name].texts[axes[name].places[run]] for name in names}
+    return ", ".join(f"{_plain(name)} = {_plain(text)}" for name, text in shown.items())
 
 
 def _plain(text: str) -> str:

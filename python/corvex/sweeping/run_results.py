@@ -10,12 +10,26 @@ import pandas as pd
 
 from corvex import _engine
 
-__all__ = ["BLOCKS", "EXTRAS", "FIGURES", "INTERRUPTED", "Calendars", "Results", "joined"]
+__all__ = [
+    "BLOCKS",
+    "EXTRAS",
+    "FIGURES",
+    "INTERRUPTED",
+    "LESS_IS_BETTER",
+    "Calendars",
+    "Results",
+    "joined",
+]
 
 #: Columns of the statistics record.
 FIGURES: tuple[str, ...] = _engine.FIGURE_NAMES
 #: Columns behind them.
 EXTRAS = ("fees", "tax", "slippage", "costs", "turnover", "win_ratio", "trades")
+#: Figures of which less is better, among those that have a better end.
+LESS_IS_BETTER = {
+    "fees", "tax", "slippage", "costs", "turnover", "seconds",
+    "daily_vol", "monthly_vol", "yearly_vol", "avg_drawdown_days",
+}  # fmt: skip
 #: Parts of the sessions over which returns are summed for the probability of overfitting.
 BLOCKS = 16
 INTERRUPTED = "interrupted before it was run"

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import ast
 import json
 import os
 from collections import Counter
@@ -38,6 +39,8 @@ if TYPE_CHECKING:
 __all__ = ["open_sweep", "sweep"]
 
 _MOST_WARNINGS = 5
+# What a fingerprint holds beside the arguments of `simulate`.
+_OWN_FINGERPRINT = ("version", "prices", "strategy", "keep", "riskfree_rate")
 
 
 def sweep(
@@ -190,7 +193,10 @@ def open_sweep(folder: str | os.PathLike[str]) -> Sweep:
     rows = [{**loads(one["signal"]), **loads(one["options"])} for one in read]
     labels = {name: [row.get(name, "default") for row in rows] for name in manifest["parameters"]}
     rate = float(manifest["riskfree_rate"])
-    return Sweep(labels, results, title=manifest["strategy"] or None, riskfree_rate=rate)
+    kept = manifest["fingerprint"].items()
+    fixed = {name: _read_shown(text) for name, text in kept if name not in _OWN_FINGERPRINT}
+    title = manifest["strategy"] or None
+    return Sweep(labels, results, title=title, riskfree_rate=rate, fixed=fixed)
 
 
 def _check_grid(grid: Grid, fixed: dict[str, Any]) -> None:
@@ -218,6 +224,14 @@ def _fingerprint(job: Job) -> Fingerprint:
         "riskfree_rate": repr(float(job.riskfree_rate)),
         **{name: _shown(job.fixed[name]) for name in sorted(job.fixed) if name != "name"},
     }
+
+
+def _read_shown(text: str) -> Any:
+    """Read back what `_shown` wrote; of tables and functions only that there was something."""
+    try:
+        return ast.literal_eval(text)
+    except (ValueError, SyntaxError):
+        return "…"
 
 
 def _shown(value: Any) -> str:

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import difflib
 import math
+import os
 from collections.abc import Mapping, Sequence
 from dataclasses import dataclass
 from functools import cached_property
@@ -14,9 +15,10 @@ import pandas as pd
 
 from corvex import _engine
 from corvex.ffn_core.catalogue import show
+from corvex.files import write_text
 from corvex.significance.trials import TrialStatistics
 from corvex.sweeping.grid import Grid, index_of, near
-from corvex.sweeping.run_results import BLOCKS, EXTRAS, FIGURES, Results
+from corvex.sweeping.run_results import BLOCKS, EXTRAS, FIGURES, LESS_IS_BETTER, Results
 from corvex.sweeping.runner import Job
 from corvex.sweeping.values import unwrap
 
@@ -26,13 +28,8 @@ if TYPE_CHECKING:
     from corvex.core.report import Report
     from corvex.significance import Confidence
 
-__all__ = ["LESS_IS_BETTER", "TRIALS", "Source", "Sweep", "same_value"]
+__all__ = ["TRIALS", "Source", "Sweep", "same_value"]
 
-#: Figures of which less is better, among those that have a better end.
-LESS_IS_BETTER = {
-    "fees", "tax", "slippage", "costs", "turnover", "seconds",
-    "daily_vol", "monthly_vol", "yearly_vol", "avg_drawdown_days",
-}  # fmt: skip
 _COUNTS = ("trades",)
 #: Where `corvex.confidence` looks for what a report was chosen from.
 TRIALS = "trials_statistics"
@@ -63,6 +60,8 @@ class Sweep:
         Per year, a fraction: that of the figures.
     source : Source or None
         None for a sweep that was read from its folder.
+    fixed : mapping of str to object, optional
+        The arguments that did not vary; by default those of the source.
     """
 
     def __init__(
@@ -73,12 +72,16 @@ class Sweep:
         title: str | None,
         riskfree_rate: float,
         source: Source | None = None,
+        fixed: Mapping[str, Any] | None = None,
     ) -> None:
         self._labels = {name: list(values) for name, values in labels.items()}
         self._results = results
         self.title = title
         self.riskfree_rate = riskfree_rate
         self.source = source
+        if fixed is None:
+            fixed = {} if source is None else source.job.fixed
+        self.fixed: Mapping[str, Any] = fixed
 
     def __len__(self) -> int:
         return len(self._results)
@@ -106,6 +109,16 @@ class Sweep:
     def parameters(self) -> list[str]:
         """The names of what varies."""
         return list(self._labels)
+
+    @property
+    def labels(self) -> Mapping[str, Sequence[Any]]:
+        """The label of each parameter in each run."""
+        return self._labels
+
+    @property
+    def can_report(self) -> bool:
+        """Whether runs can be simulated again: not those of a sweep read from its folder."""
+        return self.source is not None
 
     @cached_property
     def figures(self) -> pd.DataFrame:
@@ -156,6 +169,11 @@ class Sweep:
         """The rows of `figures` that have a column in `curves`."""
         return [place for place, curve in enumerate(self._results.curves) if curve is not None]
 
+    def curve_of(self, place: int) -> pd.Series | None:
+        """Return the equity of the run in a row of `figures`; None where it was not kept."""
+        kept = self._results.curves[place]
+        return None if kept is None else pd.Series(kept, index=self._sessions(place))
+
     def _sessions(self, place: int) -> pd.DatetimeIndex:
         first, count = self._results.calendar[place].tolist()
         return self._results.calendars[first, count]
@@ -179,10 +197,16 @@ class Sweep:
         DataFrame
             Rows of `figures`; runs without the figure are left out, ties stand in the grid's order.
         """
+        return self.figures.iloc[self.best_places(figure, count, ascending=ascending)]
+
+    def best_places(
+        self, figure: str, count: int | None = 10, *, ascending: bool | None = None
+    ) -> list[int]:
+        """Return the rows of `figures` that `best` gives; all that have the figure for None."""
         values = self._values(figure)
         less = figure in LESS_IS_BETTER if ascending is None else ascending
         order = values.reset_index(drop=True).sort_values(ascending=less, kind="stable").dropna()
-        return self.figures.iloc[order.index[:count]]
+        return order.index[:count].tolist()
 
     def _values(self, figure: str) -> pd.Series:
         columns = [name for name in self.figures.columns if name != "error"]
@@ -223,6 +247,40 @@ class Sweep:
         values = self._values(figure).to_numpy()[places]
         return draw_heatmap(labels, values, x, y, figure, list(where))
 
+    def to_html(
+        self,
+        path: str | os.PathLike[str],
+        title: str | None = None,
+        *,
+        figure: str = "daily_sharpe",
+        simulate: bool = True,
+    ) -> None:
+        """Write the page: one file that opens from a disk and loads nothing.
+
+        Parameters
+        ----------
+        path : path
+            The file; it is written whole or not at all.
+        title : str, optional
+            Title of the browser tab and of the page; the strategy's name by default.
+        figure : str, default "daily_sharpe"
+            The column of `figures` that ranks the runs at first. A reader may choose others.
+        simulate : bool, default True
+            Simulate the ten best runs again where their curves were not kept, for their curves and
+            for what `confidence` says. It calls the strategy up to eleven times.
+
+        Raises
+        ------
+        ValueError
+            For a figure that tells nothing of a run.
+        """
+        from corvex.sweeping.sweep_page import sweep_html
+
+        known = (*FIGURES, *EXTRAS)
+        if figure not in known:
+            raise ValueError(f"no figure {figure!r} ranks runs; {near(figure, known)}")
+        write_text(path, sweep_html(self, figure, simulate=simulate, title=title))
+
     # -- single runs -------------------------------------------------------------------------
 
     def report(self, run: Any = None, **parameters: Any) -> Report:
@@ -247,9 +305,12 @@ class Sweep:
             When no run, or more than one, has these parameters, or the sweep was read from its
             folder without a strategy.
         """
+        return self.report_of(self._place(run) if run is not None else self._only(parameters))
+
+    def report_of(self, place: int) -> Report:
+        """Simulate the run in a row of `figures` again; see `report`."""
         from corvex.simulation import simulate
 
-        place = self._place(run) if run is not None else self._only(parameters)
         if self.source is None:
             raise ValueError(
                 "a sweep that was read from its folder has no strategy to run again; call "

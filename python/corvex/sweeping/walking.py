@@ -17,9 +17,9 @@ from corvex.simulation.plan.plan import Plan, make_plan
 from corvex.simulation.read.price_data import read_prices
 from corvex.simulation.read.weights import read_weights
 from corvex.sweeping.grid import near
-from corvex.sweeping.run_results import FIGURES
+from corvex.sweeping.run_results import FIGURES, LESS_IS_BETTER
 from corvex.sweeping.settings import BAKED, STITCHABLE, Settings
-from corvex.sweeping.swept import LESS_IS_BETTER, TRIALS, Source, Sweep, same_value
+from corvex.sweeping.swept import TRIALS, Source, Sweep, same_value
 from corvex.sweeping.values import unwrap
 from corvex.sweeping.windows import Window, roll
 

@@ -1,9 +1,7 @@
 """The page in a real Chromium: from a file, with the network off."""
 
 import base64
-import os
 import re
-import shutil
 
 import numpy as np
 import pandas as pd
@@ -21,58 +19,7 @@ from corvex.significance.words import limits, rows
 
 pytestmark = pytest.mark.slow
 
-ARGUMENTS = [
-    "--no-sandbox",
-    "--disable-gpu",
-    "--no-first-run",
-    "--disable-background-networking",
-    "--disable-component-update",
-    "--disable-sync",
-]
 CHART = "#{} .chart[data-drawn] svg.main-svg"
-
-
-@pytest.fixture(scope="module")
-def chromium():
-    names = (os.environ.get("CORVEX_CHROMIUM", "chromium"), "chromium-browser", "google-chrome")
-    program = next(filter(None, map(shutil.which, names)), None)
-    if program is None:
-        pytest.skip("no Chromium is installed, so the page was not opened in a browser")
-    sync_api = pytest.importorskip("playwright.sync_api", reason="playwright is not installed")
-    with sync_api.sync_playwright() as playwright:
-        browser = playwright.chromium.launch(executable_path=program, args=ARGUMENTS)
-        yield browser
-        browser.close()
-
-
-@pytest.fixture
-def open_page(chromium, tmp_path):
-    """Open a report's page; at the end nothing may have been logged, asked for or run."""
-    contexts, complaints = [], []
-
-    def open_(report, ready="body[data-ready]", before="", fragment="", **settings):
-        path = tmp_path / f"{len(contexts)}.html"
-        text = report if isinstance(report, str) else generate_html(report)
-        path.write_text(text, encoding="utf-8")
-        settings = {"viewport": {"width": 1200, "height": 900}, "locale": "en-US", **settings}
-        context = chromium.new_context(offline=True, reduced_motion="reduce", **settings)
-        contexts.append(context)
-        page = context.new_page()
-        page.add_init_script(before)
-        page.set_default_timeout(60_000)
-        page.on("console", lambda message: complaints.append(message.text))
-        page.on("pageerror", lambda error: complaints.append(str(error)))
-        page.on("dialog", lambda dialog: (complaints.append(dialog.message), dialog.dismiss()))
-        page.on("request", lambda request: complaints.append(request.url))
-        page.goto(path.as_uri() + fragment)
-        page.wait_for_selector(ready)
-        complaints[:] = [text for text in complaints if text.split("#")[0] != path.as_uri()]
-        return page
-
-    yield open_
-    for context in contexts:
-        context.close()
-    assert [text for text in complaints if not text.startswith(("blob:", "data:"))] == []
 
 
 def sections(page):

@@ -44,6 +44,7 @@ _MODULES = (
     "risk",
     "confidence",
     "holdings",
+    "browse",
     "trades",
     "activity",
     "periods",

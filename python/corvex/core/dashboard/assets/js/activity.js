@@ -106,7 +106,7 @@ function activityTable() {
   return [besideItself(t("turnover_by_year"), columns, rows), el("p", { class: "note" }, t("yearly_turnover_note"))];
 }
 
-function settingText({ value, fraction }) {
+export function settingText({ value, fraction }) {
   if (typeof value === "boolean") return t(value ? "yes" : "no");
   if (fraction) return share(value);
   if (has(`value_${value}`)) return t(`value_${value}`);

@@ -1,11 +1,9 @@
 // The page that sets several reports side by side.
 
-import { chart, colours, line, redraw } from "./charts.js";
-import { byId, choices, el, replaceContent, select } from "./dom.js";
-import { rangeOptions, rangeRows, rowsOfEvent, valueAxis } from "./equity.js";
-import { figure, isoDay, number, percent, signedPercent, whole } from "./format.js";
+import { rankedCurves } from "./curves.js";
+import { byId, el, replaceContent, select } from "./dom.js";
+import { figure, number, percent, whole } from "./format.js";
 import { renderFooter, renderTools } from "./heading.js";
-import { drawdowns, gain, rebased } from "./maths.js";
 import { yearLabel } from "./returns.js";
 import { renderSections, renderWhole, startPage } from "./sections.js";
 import { facts } from "./store.js";
@@ -19,8 +17,6 @@ const COMPARED = [
   ["correlation", renderCorrelation, false],
   ["runs", renderRuns, false],
 ];
-const COLOURS = ["own", "loss", "live", "market", "text"];
-const DASHES = ["solid", "dash", "dot", "dashdot"];
 
 /** One column for each report, after a first one that heads the rows. */
 function perReport(first, text) {
@@ -112,114 +108,14 @@ function renderRuns() {
 }
 
 function renderCurves(series) {
-  const last = series.days.length - 1;
-  const view = { first: 0, last, scale: "log" };
-  const dates = series.days.map(isoDay);
-  const falls = series.curves.map(drawdowns);
-  let chosen = ranked().slice(0, MOST);
-  const told = el("p", { class: "view", "aria-live": "polite" });
-  const node = chart(
-    t("compare_alt", facts.meta),
-    560,
-    () => curvesFigure(chosen, series.curves, dates, falls, view),
-    listen,
-  );
-  const ranges = choices(t("range"), rangeOptions(series), "all", (value) => {
-    [view.first, view.last] = rangeRows(series, value);
-    show();
+  const shown = rankedCurves(series, {
+    alt: t("compare_alt", facts.meta),
+    names: facts.names.map((name, i) => (areMany() ? `${facts.order.indexOf(i) + 1} · ${name}` : name)),
+    told: facts.names,
+    chosen: ranked().slice(0, MOST),
   });
-  const scale = choices(
-    t("scale"),
-    [
-      ["log", t("log")],
-      ["linear", t("linear")],
-    ],
-    view.scale,
-    (value) => {
-      view.scale = value;
-      show();
-    },
-  );
-  function show() {
-    tell();
-    redraw(node);
-  }
-  function tell() {
-    const returns = chosen.map(
-      (i) => `${facts.names[i]} ${signedPercent(gain(series.curves[i], view.first, view.last))}`,
-    );
-    replaceContent(
-      told,
-      t("compare_view", { start: dates[view.first], end: dates[view.last], returns: returns.join(" · ") }),
-    );
-  }
-  function listen(plot) {
-    plot.on("plotly_relayout", (event) => {
-      const rows = rowsOfEvent(event, series, view);
-      if (!rows) return;
-      [view.first, view.last] = rows;
-      ranges.press(rows[0] === 0 && rows[1] === last ? "all" : "");
-      show();
-    });
-  }
-  tell();
-  const ranks = rankChoice((places) => {
-    chosen = places;
-    show();
-  });
-  return [
-    el("div", { class: "controls" }, ranges.group, scale.group, ranks),
-    told,
-    node,
-    el("p", { class: "note" }, t("compare_zoom")),
-  ];
-}
-
-/** What the legend calls a report: with its rank where there are many, and not longer than a line. */
-function legendName(place) {
-  const name = facts.names[place];
-  const short = [...name].length > 44 ? `${[...name].slice(0, 43).join("")}…` : name;
-  return areMany() ? `${facts.order.indexOf(place) + 1} · ${short}` : short;
-}
-
-function curvesFigure(chosen, curves, dates, falls, { first, last, scale }) {
-  const palette = colours();
-  const values = chosen.map((i) => rebased(curves[i], first));
-  const below = chosen.map((i) => falls[i]);
-  const style = (i, width) => ({
-    width,
-    color: palette[COLOURS[i % COLOURS.length]],
-    dash: DASHES[Math.floor(i / COLOURS.length) % DASHES.length],
-  });
-  const data = chosen.map(legendName).flatMap((name, i) => [
-    line(name, dates, values[i], "", { line: style(i, 1.6), legendgroup: String(i), hovertemplate: "%{y:,.1f}" }),
-    line(`${name} · ${t("drawdown")}`, dates, below[i], "", {
-      line: style(i, 1),
-      legendgroup: String(i),
-      yaxis: "y2",
-      showlegend: false,
-      hovertemplate: "%{y:.2%}",
-    }),
-  ]);
-  const seen = (lists) => lists.flatMap((list) => list.slice(first, last + 1)).filter((y) => y !== null);
-  const shown = seen(values).filter((y) => scale === "linear" || y > 0);
-  const least = (numbers) => numbers.reduce((a, b) => Math.min(a, b), Infinity);
-  const most = (numbers) => numbers.reduce((a, b) => Math.max(a, b), -Infinity);
-  return {
-    data,
-    layout: {
-      xaxis: { type: "date", range: [dates[first], dates[last]], anchor: "y2", hoverformat: "%Y-%m-%d" },
-      yaxis: valueAxis(least(shown), most(shown), scale),
-      yaxis2: {
-        domain: [0, 0.28],
-        title: { text: t("drawdown") },
-        tickformat: ".0%",
-        anchor: "x",
-        range: [Math.min(least(seen(below)) * 1.08, -0.001), 0],
-        fixedrange: true,
-      },
-    },
-  };
+  shown.controls.append(rankChoice(shown.choose) ?? "");
+  return shown.content;
 }
 
 function renderCompared(series) {

@@ -25,7 +25,7 @@ export function renderConfidence() {
   ];
 }
 
-const titled = (title, content) => el("figure", {}, el("figcaption", {}, title), content);
+export const titled = (title, content) => el("figure", {}, el("figcaption", {}, title), content);
 
 function fan(found, how) {
   const alt = t("fan_alt", { ...how, low: growth(found.paths[0]), high: growth(found.paths.at(-1)) });

@@ -1,5 +1,6 @@
 // The trades: searched, sorted and paged, the way that one went, and all excursions.
 
+import { downloadRows, orderedRows, pager, printedRows, sortHeader } from "./browse.js";
 import { chart, chartText, colours, drawLater, line } from "./charts.js";
 import { el, replaceContent, select } from "./dom.js";
 import { figure, isoDay, isoMinute, orMissing, percent, price, signedPercent, whole } from "./format.js";
@@ -54,7 +55,13 @@ function tradeColumns(book) {
     valued("trade_price@exit_date", t("exit_price"), price),
     valued("mae", t("mae"), percent),
     valued("mfe", t("mfe"), percent),
-    { key: "reason", label: t("reason"), text: (i) => reasonText(book.reason(i)), value: (i) => book.reason(i) },
+    {
+      key: "reason",
+      label: t("reason"),
+      text: (i) => reasonText(book.reason(i)),
+      value: (i) => book.reason(i),
+      written: (i) => book.reason(i),
+    },
   ];
   return all.filter(({ key }) => key === "asset" || book.has(key));
 }
@@ -76,7 +83,7 @@ export function renderTrades(series) {
   const status = el("p", { class: "found", role: "status" });
   const show = () => {
     state.chosen = null;
-    const order = sorted(columns, matching(book, texts, state), state);
+    const order = orderedRows(columns, matching(book, texts, state), state);
     const pages = Math.max(1, Math.ceil(order.length / state.rows));
     state.page = Math.min(Math.max(state.page, 0), pages - 1);
     replaceContent(status, t("found", { count: whole(order.length), all: whole(book.count) }));
@@ -85,7 +92,7 @@ export function renderTrades(series) {
     replaceContent(
       place,
       tradeTable(columns, order.slice(from, to), state, show, choose),
-      pager(pages, state, show),
+      pager(t("s_trades"), pages, state, show),
       to - from < order.length ? printedRows(from + 1, to, order.length) : null,
     );
   };
@@ -133,18 +140,6 @@ function matching(book, texts, { search, status }) {
   return result;
 }
 
-/** Missing values stay at the end whichever way the rest is sorted. */
-function sorted(columns, rows, { key, down }) {
-  const { value } = columns.find((column) => column.key === key) ?? columns[0];
-  const keys = new Map(rows.map((i) => [i, value(i)]));
-  const sign = down ? -1 : 1;
-  return rows.sort((i, j) => {
-    const [a, b] = [keys.get(i), keys.get(j)];
-    if (a === null || b === null) return (a === null) - (b === null) || i - j;
-    return a < b ? -sign : a > b ? sign : i - j;
-  });
-}
-
 function controls(book, columns, state, texts, show) {
   const again = (change) => {
     Object.assign(state, change, { page: 0 });
@@ -166,7 +161,10 @@ function controls(book, columns, state, texts, show) {
     select(t("per_page"), sizes, String(state.rows), (value) => again({ rows: Number(value) })),
     el(
       "button",
-      { type: "button", onclick: () => download(book, columns, sorted(columns, matching(book, texts, state), state)) },
+      {
+        type: "button",
+        onclick: () => downloadRows("trades.csv", columns, orderedRows(columns, matching(book, texts, state), state)),
+      },
       t("download"),
     ),
   );
@@ -176,7 +174,7 @@ function tradeTable(columns, rows, state, show, choose) {
   const head = el(
     "tr",
     {},
-    columns.map((column) => sortHeader(column, state, show)),
+    columns.map((column) => sortHeader("trade-table", column, state, show)),
   );
   const body = rows.map((i) =>
     el(
@@ -191,7 +189,13 @@ function tradeTable(columns, rows, state, show, choose) {
   );
   return scrolling(
     t("s_trades"),
-    el("table", { id: "trade-table" }, el("caption", {}, t("s_trades")), el("thead", {}, head), el("tbody", {}, body)),
+    el(
+      "table",
+      { id: "trade-table", class: "browsed" },
+      el("caption", {}, t("s_trades")),
+      el("thead", {}, head),
+      el("tbody", {}, body),
+    ),
   );
 }
 
@@ -211,64 +215,6 @@ function tradeButton(columns, i, choose) {
     },
     columns[0].text(i),
   );
-}
-
-function sortHeader(column, state, show) {
-  const isKey = state.key === column.key;
-  const sort = isKey ? (state.down ? "descending" : "ascending") : "none";
-  const onclick = () => {
-    Object.assign(state, { down: isKey ? !state.down : Boolean(column.number), key: column.key, page: 0 });
-    show();
-    document.querySelector(`#trade-table [data-key="${column.key}"]`)?.focus();
-  };
-  return el(
-    "th",
-    { scope: "col", class: column.number ? "num" : null, "aria-sort": sort },
-    el("button", { type: "button", class: "sort", "data-key": column.key, onclick }, column.label),
-  );
-}
-
-function pager(pages, state, show) {
-  const go = (step, text, off) =>
-    el(
-      "button",
-      {
-        type: "button",
-        disabled: off,
-        "data-step": step,
-        onclick: () => {
-          state.page += step;
-          show();
-          document.querySelector(`.pager [data-step="${step}"]:not(:disabled)`)?.focus();
-        },
-      },
-      text,
-    );
-  const told = t("page", { page: whole(state.page + 1), pages: whole(pages) });
-  return el(
-    "nav",
-    { class: "pager", "aria-label": t("s_trades") },
-    go(-1, t("previous"), state.page === 0),
-    el("span", {}, told),
-    go(1, t("next"), state.page >= pages - 1),
-  );
-}
-
-const printedRows = (from, to, count) =>
-  el("p", { class: "note printed" }, t("found_printed", { from: whole(from), to: whole(to), count: whole(count) }));
-
-function download(book, columns, rows) {
-  // A spreadsheet would take a text that starts like this for a formula.
-  const quoted = (text) => `"${(/^[=+\-@\t\r]/.test(text) ? "'" : "") + text.replaceAll('"', '""')}"`;
-  const cells = rows.map((i) =>
-    columns.map(({ key, number: isNumber, text }) =>
-      isNumber ? (book.value(key, i) ?? "") : quoted(key === "reason" ? book.reason(i) : text(i)),
-    ),
-  );
-  const csv = [columns.map(({ key }) => quoted(key)), ...cells].map((row) => row.join(",")).join("\r\n");
-  const url = URL.createObjectURL(new Blob(["\ufeff", csv], { type: "text/csv" }));
-  el("a", { href: url, download: "trades.csv" }).click();
-  setTimeout(() => URL.revokeObjectURL(url), 10000);
 }
 
 /** Below the row of its trade; it stays in sight when the table is scrolled sideways. */

@@ -1,0 +1,89 @@
+"""The page of a sweep in a real Chromium."""
+
+import numpy as np
+import pytest
+from dashboard_reports import HOSTILE
+
+import corvex
+from corvex.sweeping.sweep_page import sweep_html
+
+pytestmark = [
+    pytest.mark.slow,
+    pytest.mark.filterwarnings("ignore:.*runs failed", "ignore:no rebalance has a weight"),
+]
+
+
+def ranked(prices, lookback, top, kind="rank"):
+    if kind == "raises":
+        raise ValueError(HOSTILE)
+    held = prices.pct_change(lookback, fill_method=None).rank(axis=1, ascending=False) <= top
+    return held * (kind != "nothing")
+
+
+def swept(prices, **signal):
+    return corvex.sweep(
+        ranked, prices, signal=signal, options={"trail_stop": [None, 0.1]}, resample="ME",
+        market="us_stock", name=HOSTILE,
+    )  # fmt: skip
+
+
+@pytest.fixture(scope="module")
+def prices():
+    return corvex.data.sample("us_stocks").loc["2019":]
+
+
+def test_runs_are_searched_mapped_and_set_beside_their_neighbours(open_page, prices):
+    found = swept(prices, lookback=[5, 21, 63], top=[2, 3, 5, 30])
+    figures = found.figures
+    page = open_page(sweep_html(found, "daily_sharpe", simulate=True, title=None))
+    names = page.locator("main > section").evaluate_all("all => all.map(one => one.id)")
+    assert names == (
+        "tried ranking heatmap plateau parallel spread best_curves confidence fixed".split()
+    )
+    assert page.locator(".chart:not([data-drawn])").count() == 0
+    assert page.locator("h1").inner_text().startswith("</script><script>alert(1)")
+    assert page.evaluate("document.documentElement.scrollWidth") == 1200
+
+    def rows():
+        return page.locator("#run-table tbody tr").count()
+
+    page.get_by_role("searchbox").fill("top=3 lookback=5")
+    assert rows() == 2  # not those of top 30
+    page.get_by_role("searchbox").fill("")
+    page.locator("#run-table [data-key=max_drawdown]").click()
+    shown = page.locator("#run-table tbody tr > :nth-child(6)").all_inner_texts()
+    assert shown == [f"{one:.2%}" for one in sorted(figures["max_drawdown"], reverse=True)]
+
+    def traces(section):
+        return page.locator(f"#{section} .chart").first.evaluate("node => node.data")
+
+    section = page.locator("#heatmap")
+    section.get_by_role("combobox", name="Across").select_option(label="top")
+    section.get_by_role("combobox", name="Figure").select_option(label="CAGR")
+    mean = figures["cagr"].groupby(level=["lookback", "top"]).mean().unstack("top")
+    assert np.array(traces("heatmap")[0]["z"], float) == pytest.approx(mean.to_numpy(), rel=1e-4)
+    section.get_by_role("combobox", name="trail_stop").select_option(label="0.1")
+    one = figures["cagr"].xs(0.1, level="trail_stop").unstack("top")
+    assert np.array(traces("heatmap")[0]["z"], float) == pytest.approx(one.to_numpy(), rel=1e-4)
+
+    # 21 and 3, without a stop: those beside it by brute force.
+    near = [(5, 3), (63, 3), (21, 2), (21, 5)]
+    sharpe = figures["daily_sharpe"].xs(np.nan, level="trail_stop", drop_level=True)
+    points = [xy for one in traces("plateau")[1:] for xy in zip(one["x"], one["y"], strict=True)]
+    own, beside = sharpe.loc[21, 3], np.mean([sharpe.loc[one] for one in near])
+    assert any(xy == pytest.approx((beside, own), rel=1e-3) for xy in points)
+    page.get_by_role("button", name="繁體中文").click()
+    page.wait_for_selector("body[data-ready]")
+    assert "24 個組合" in page.locator("#subtitle").inner_text()
+
+
+@pytest.mark.parametrize("kinds", [["raises"], ["nothing"], ["rank"], ["rank", "raises", HOSTILE]])
+def test_few_runs_failed_ones_and_hostile_values_show(open_page, prices, kinds):
+    found = swept(prices.iloc[:, :3], lookback=[21], top=[1], kind=kinds)
+    page = open_page(sweep_html(found, "daily_sharpe", simulate=True, title=None))
+    assert page.locator("p.state.bad", has_text="could not be shown").count() == 0
+    assert page.locator("#run-table tbody tr").count() == len(found)
+    failed = page.locator("#errors tbody tr")
+    assert failed.count() == ("raises" in kinds)
+    assert page.locator(".chart:not([data-drawn])").count() == 0
+    assert page.evaluate("document.querySelectorAll('script').length") == 6
