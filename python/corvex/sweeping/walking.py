@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import math
+import os
 from collections.abc import Callable, Mapping
 from dataclasses import dataclass
 from typing import TYPE_CHECKING, Any
@@ -11,11 +12,13 @@ import numpy as np
 import pandas as pd
 
 from corvex import _engine
+from corvex.core.dashboard.figures.walk_figures import WALK
 from corvex.simulation import simulate
 from corvex.simulation.notices import date_text
 from corvex.simulation.plan.plan import Plan, make_plan
 from corvex.simulation.read.price_data import read_prices
 from corvex.simulation.read.weights import read_weights
+from corvex.sweeping.axes import axis_of
 from corvex.sweeping.grid import near
 from corvex.sweeping.run_results import FIGURES, LESS_IS_BETTER
 from corvex.sweeping.settings import BAKED, STITCHABLE, Settings
@@ -69,6 +72,40 @@ class WalkForward:
             )
         ]  # fmt: skip
         return sum(same) / len(same)
+
+    def noted(self, choose: str | None) -> dict[str, Any]:
+        """Return the windows as plain values, which go with the report to its page and its file."""
+        parameters = self.choices.iloc[:, 4:-2]
+        axes = [axis_of(parameters.iloc[:, at].tolist()) for at in range(parameters.shape[1])]
+        spans = self.choices.iloc[:, :4]
+        windows = [
+            {
+                **{name: date_text(spans[name].iloc[row]) for name in spans},
+                "chosen": [axis.texts[axis.places[row]] for axis in axes],
+                "inside": float(self.choices["inside"].iloc[row]),
+                "outside": float(self.choices["outside"].iloc[row]),
+            }
+            for row in range(len(self.choices))
+        ]
+        return {
+            "choose": choose,
+            "efficiency": self.efficiency,
+            "stability": self.stability,
+            "parameters": [str(name) for name in parameters.columns],
+            "windows": windows,
+        }
+
+    def to_html(self, path: str | os.PathLike[str], title: str | None = None) -> None:
+        """Write the report's page, which marks the windows and tells what each of them chose.
+
+        Parameters
+        ----------
+        path : path
+            The file; it is written whole or not at all.
+        title : str, optional
+            Title of the browser tab; the report's name by default.
+        """
+        self.report.to_html(path, title or getattr(self.report, "name", None))
 
     def __repr__(self) -> str:
         first, last = self.choices["test_start"].iloc[0], self.choices["test_end"].iloc[-1]
@@ -167,7 +204,9 @@ def walk_forward(
         )
     report = _simulate(sweep, source, chosen, windows)
     setattr(report, TRIALS, sweep.trials_statistics)
-    return WalkForward(pd.DataFrame(rows), report)
+    walk = WalkForward(pd.DataFrame(rows), report)
+    setattr(report, WALK, walk.noted(choose if isinstance(choose, str) else None))
+    return walk
 
 
 def _curves(sweep: Sweep, places: np.ndarray) -> tuple[np.ndarray, pd.DatetimeIndex, np.ndarray]:

@@ -87,3 +87,17 @@ def test_few_runs_failed_ones_and_hostile_values_show(open_page, prices, kinds):
     assert failed.count() == ("raises" in kinds)
     assert page.locator(".chart:not([data-drawn])").count() == 0
     assert page.evaluate("document.querySelectorAll('script').length") == 6
+
+
+def test_windows_of_a_walk_are_marked_and_listed(open_page, prices):
+    found = corvex.sweep(
+        ranked, prices, signal={"lookback": [5, 21], "top": [2]}, resample="ME",
+        market="us_stock", keep="curves",
+    )  # fmt: skip
+    walk = corvex.walk_forward(found, "1YE", "1YE")
+    page = open_page(walk.report)
+    shapes = page.locator("#equity .chart").evaluate("node => node.layout.shapes")
+    dotted = [shape["x0"] for shape in shapes if shape["line"].get("dash") == "dot"]
+    assert dotted == [f"{day:%Y-%m-%d}" for day in walk.choices["test_start"]]
+    assert page.locator("#walk tbody tr").count() == len(walk.choices)
+    assert page.locator("#walk .chart[data-drawn]").count() == 1

@@ -1,5 +1,8 @@
 """Walk-forward: windows follow the calendar, choices know no future, and changes are paid for."""
 
+import json
+import re
+
 import numpy as np
 import pandas as pd
 import pytest
@@ -176,3 +179,26 @@ def test_sweeps_that_cannot_be_walked_are_told(tmp_path):
     swept(table, [5], store=tmp_path / "runs")
     with pytest.raises(ValueError, match="no strategy"):
         corvex.walk_forward(corvex.open_sweep(tmp_path / "runs"), "2YE", "1YE")
+
+
+def test_page_marks_the_windows_and_tells_what_they_chose(tmp_path):
+    hostile = "</script><script>alert(1)</script>"
+    found = swept(prices(), options={"resample": {hostile: "ME"}})
+    walk = corvex.walk_forward(found, "2YE", "1YE", choose=lambda table: table["cagr"])
+    walk.to_html(tmp_path / "walk.html", "walked")
+    text = (tmp_path / "walk.html").read_text(encoding="utf-8")
+    assert "<title>walked</title>" in text
+    assert "<script>alert" not in text
+    facts = json.loads(
+        re.search(r'<script type="application/json" id="facts">(.*?)</script>', text, re.S)[1]
+    )
+    told = facts["walk"]
+    assert (told["choose"], told["parameters"]) == (None, ["lookback", "resample"])
+    assert (told["efficiency"], told["stability"]) == (walk.efficiency, walk.stability)
+    rows = [(row["test_start"], row["chosen"], row["outside"]) for row in told["windows"]]
+    assert rows == [
+        (f"{row.test_start:%Y-%m-%d}", [str(row.lookback), hostile], row.outside)
+        for row in walk.choices.itertuples()
+    ]
+    corvex.save(walk.report, tmp_path / "walk.corvex")
+    assert corvex.load(tmp_path / "walk.corvex").walk_windows == walk.report.walk_windows

@@ -43,6 +43,7 @@ from corvex.core.dashboard.figures.trade_series import (
     trade_columns,
     trade_figures,
 )
+from corvex.core.dashboard.figures.walk_figures import walk_figures
 from corvex.ffn_core.curve_figures import statistics
 from corvex.trades.trade_lookup import known_table
 
@@ -109,6 +110,7 @@ def collect(
         "crises": crises(curves, getattr(report, "asset_type", None) == "crypto"),
         "extremes": best_and_worst(curves),
         "live": live_part(report, curves, rate),
+        "walk": walk_figures(report),
         "holdings": holdings(report),
         "freshness": freshness(report),
         "exposure": _exposure_figures(held),

@@ -49,6 +49,7 @@ _MODULES = (
     "activity",
     "periods",
     "statistics",
+    "walk",
     "sections",
     "main",
 )

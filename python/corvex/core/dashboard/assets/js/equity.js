@@ -234,18 +234,10 @@ function marks(view, dates) {
       annotations.push(mark(fall.valley, 0.3, `${i + 1}`, c.text));
     });
   }
+  for (const { test_start: start } of facts.walk?.windows ?? []) shapes.push(upright(start, c.live, 1, "dot"));
   if (facts.live) {
     const start = isoDay(facts.live.start);
-    shapes.push({
-      type: "line",
-      xref: "x",
-      yref: "paper",
-      x0: start,
-      x1: start,
-      y0: 0,
-      y1: 1,
-      line: { color: c.live, width: 2, dash: "dash" },
-    });
+    shapes.push(upright(start, c.live, 2, "dash"));
     const isLate =
       facts.live.start - dayOf(dates[view.first]) > (dayOf(dates[view.last]) - dayOf(dates[view.first])) / 2;
     annotations.push({
@@ -255,6 +247,17 @@ function marks(view, dates) {
   }
   return { shapes, annotations };
 }
+
+const upright = (x, color, width, dash) => ({
+  type: "line",
+  xref: "x",
+  yref: "paper",
+  x0: x,
+  x1: x,
+  y0: 0,
+  y1: 1,
+  line: { color, width, dash },
+});
 
 /** A shade over most of the chart tells nothing: a long drawdown is shaded while it deepens, or not. */
 function shadedUntil(fall, dates) {

@@ -11,11 +11,13 @@ import { renderDistribution, renderRolling } from "./risk.js";
 import { renderSections, renderWhole, startPage } from "./sections.js";
 import { renderStatistics } from "./statistics.js";
 import { renderExcursions, renderTrades } from "./trades.js";
+import { renderWalk } from "./walk.js";
 
 // In the order in which a reader asks. The second part tells whether the curves are needed.
 const SECTIONS = [
   ["summary", renderSummary, false],
   ["equity", renderEquity, true],
+  ["walk", renderWalk, false],
   ["returns", renderReturns, false],
   ["rolling", renderRolling, true],
   ["drawdowns", renderDrawdowns, false],
