@@ -11,6 +11,7 @@ from corvex.core.dashboard.figures.curve_series import RISK_FREE_RATE, wall_days
 from corvex.core.dashboard.figures.risk_figures import risk_figures
 from corvex.ffn_core import PerformanceStats
 from corvex.ffn_core.catalogue import catalogue
+from corvex.tables.frames import arrow_stream
 
 __all__ = ["RISK_FREE_RATE", "ComparedTables"]
 
@@ -52,6 +53,10 @@ class ComparedTables:
         object.__setattr__(self, "yearly_returns", _yearly_returns(self.curves))
         returns = self.curves.pct_change(fill_method=None).iloc[1:]
         object.__setattr__(self, "correlation", returns.corr())
+
+    def __arrow_c_stream__(self, requested_schema: object | None = None) -> object:
+        """Hand the figures to other libraries, a row for each report and a column a figure."""
+        return arrow_stream(self.figures.T.rename_axis("report"), requested_schema)
 
     @property
     def ranking(self) -> list[str]:

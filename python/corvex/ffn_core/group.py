@@ -12,6 +12,7 @@ from corvex.ffn_core import text
 from corvex.ffn_core._columns import columns_of
 from corvex.ffn_core.performance import PerformanceStats
 from corvex.files import write_csv
+from corvex.tables.frames import ArrowTable, as_table
 
 
 class GroupStats(dict[Hashable, PerformanceStats]):
@@ -108,16 +109,19 @@ def calc_stats(
 ) -> PerformanceStats: ...
 @overload
 def calc_stats(
-    prices: pd.DataFrame, rf: float = 0.0, *, periods_per_year: int | None = None
+    prices: pd.DataFrame | ArrowTable, rf: float = 0.0, *, periods_per_year: int | None = None
 ) -> GroupStats: ...
 def calc_stats(
-    prices: pd.Series | pd.DataFrame, rf: float = 0.0, *, periods_per_year: int | None = None
+    prices: pd.Series | pd.DataFrame | ArrowTable,
+    rf: float = 0.0,
+    *,
+    periods_per_year: int | None = None,
 ) -> PerformanceStats | GroupStats:
     """Return the performance figures of a curve, or of each column of a table.
 
     Parameters
     ----------
-    prices : Series or DataFrame
+    prices : Series or table
         Prices or cumulative wealth, of shape (rows,) or (rows, columns), with increasing dates.
         Missing values are dropped, column by column.
     rf : float, default 0.0
@@ -137,6 +141,7 @@ def calc_stats(
         If a value is no finite number, a date is missing, repeated or out of order, a setting is
         out of range, or two columns have the same label.
     """
-    if isinstance(prices, pd.DataFrame):
-        return GroupStats(prices, rf, periods_per_year=periods_per_year)
-    return PerformanceStats(prices, rf, periods_per_year=periods_per_year)
+    table = as_table(prices, "prices")
+    if isinstance(table, pd.DataFrame):
+        return GroupStats(table, rf, periods_per_year=periods_per_year)
+    return PerformanceStats(table, rf, periods_per_year=periods_per_year)

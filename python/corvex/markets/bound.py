@@ -18,12 +18,13 @@ from corvex.markets.stamps import TableStamps
 from corvex.tables.asset_labels import ChosenLabels, asset_id
 from corvex.tables.context import _default_context, now
 from corvex.tables.date_limits import require_in_range
+from corvex.tables.frames import TableInput, as_prices
 from corvex.tables.named import get_frame, require
 from corvex.utils import logger
 
 __all__ = ["BoundMarket", "Prices", "bind", "restored", "unbound_class"]
 
-type Prices = pd.DataFrame | Mapping[str, pd.DataFrame]
+type Prices = TableInput | Mapping[str, TableInput]
 
 
 class BoundMarket(MarketTables):
@@ -208,7 +209,8 @@ def bind[M: MarketTables](
 
 
 def _checked_tables(prices: Prices) -> dict[str, pd.DataFrame]:
-    given = {"close": prices} if isinstance(prices, pd.DataFrame) else dict(prices)
+    tables = as_prices(prices, "prices")
+    given = {"close": tables} if isinstance(tables, pd.DataFrame) else dict(tables)
     if "close" not in given and "adj_close" not in given:
         raise ValueError(
             f"prices need a 'close' table; got: {', '.join(map(str, given)) or 'none'}"

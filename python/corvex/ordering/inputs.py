@@ -12,6 +12,7 @@ from typing import TYPE_CHECKING, Any
 import pandas as pd
 
 from corvex.tables.asset_labels import label_candidates, other_names
+from corvex.tables.frames import as_table
 
 if TYPE_CHECKING:
     from corvex.market import Market
@@ -52,6 +53,7 @@ def unit_prices(prices: Any, market: Market) -> dict[str, float]:
     """Return the usable prices by the labels that they were given under."""
     if prices is None:
         prices = market.get_price("close", adj=False)
+    prices = as_table(prices, "prices")
     if isinstance(prices, pd.DataFrame):
         if len(prices) == 0:
             raise ValueError("the table of prices is empty")

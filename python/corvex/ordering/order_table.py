@@ -17,6 +17,7 @@ from corvex.tables.asset_labels import asset_id, asset_name
 if TYPE_CHECKING:
     from corvex.core.report import Report, ReportExecution
     from corvex.market import Market
+    from corvex.tables.frames import TableInput
 
 __all__ = ["ORDER_COLUMNS", "orders"]
 
@@ -48,7 +49,7 @@ _LIMITS = ["lowest_price", "highest_price"]
 def orders(
     execution: ReportExecution | Report,
     capital: float,
-    prices: pd.DataFrame | pd.Series | Mapping[Any, float] | None,
+    prices: TableInput | pd.Series | Mapping[Any, float] | None,
     held: pd.Series | Mapping[Any, float] | None = None,
     *,
     now: datetime | None = None,
@@ -67,7 +68,7 @@ def orders(
     capital : float
         What the account is worth before the orders: its cash, plus what is held at `prices`
         (shorts counted negative). In the market's currency.
-    prices : Series, mapping, DataFrame or None
+    prices : Series, mapping, table or None
         The last close of each asset, as quoted (not adjusted), by label or id; of a table dates x
         assets the last row. None: the market's own closes. They must be there for every asset
         with a weight or a holding.

@@ -10,6 +10,8 @@ import numpy as np
 import numpy.typing as npt
 import pandas as pd
 
+from corvex.tables.frames import as_table
+
 __all__ = ["LookaheadCheck", "check_lookahead"]
 
 _Floats = npt.NDArray[np.float64]
@@ -203,6 +205,7 @@ def _cuts(index: pd.DatetimeIndex, dates: Iterable[Any] | None) -> list[pd.Times
 
 
 def _as_weights(table: Any) -> pd.DataFrame:
+    table = as_table(table, "weights")
     if isinstance(table, pd.Series):
         table = table.to_frame()
     if not isinstance(table, pd.DataFrame):

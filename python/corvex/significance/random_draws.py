@@ -18,6 +18,7 @@ from corvex.simulation.read.columns import match_columns
 from corvex.simulation.read.price_data import PriceData, read_prices
 from corvex.simulation.read.weights import read_weights
 from corvex.tables.asset_labels import match_labels
+from corvex.tables.frames import TableInput, arrow_stream, as_table, require_arrays
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
@@ -37,6 +38,8 @@ _OPTIONS = (
     "start",
     "end",
     "market",
+    "dates",
+    "assets",
 )
 #: Numbers in the tables of weights that are drawn and run at once: 64 MiB.
 _AT_ONCE = 1 << 23
@@ -67,6 +70,10 @@ class RandomDraws:
     own: float
     draws: pd.DataFrame
 
+    def __arrow_c_stream__(self, requested_schema: object | None = None) -> object:
+        """Hand `draws` to other libraries."""
+        return arrow_stream(self.draws, requested_schema)
+
     @property
     def rank(self) -> float:
         known = self.draws[self.figure].dropna()
@@ -88,7 +95,7 @@ class RandomDraws:
 
 
 def random_portfolios(
-    weights: pd.DataFrame,
+    weights: TableInput,
     prices: Any,
     draws: int = 1000,
     seed: int = 0,
@@ -237,21 +244,24 @@ class _Trade:
 
 
 def _read(
-    weights: pd.DataFrame, prices: Any, options: dict[str, Any]
+    weights: TableInput, prices: Any, options: dict[str, Any]
 ) -> tuple[PriceData, Plan, Options, TradeAt]:
     unknown = sorted(set(options) - set(_OPTIONS))
     if unknown:
         raise TypeError(f"unknown argument {unknown[0]!r}; known are {', '.join(_OPTIONS)}")
     get = options.get
     limit = checked_limit(get("position_limit"))
-    table = read_weights(weights, limit=limit, leverage=bool(get("leverage")))
+    axes = {"dates": get("dates"), "assets": get("assets")}
+    require_arrays(*axes.values(), weights, prices, get("trade_at"))
+    table = read_weights(weights, limit=limit, leverage=bool(get("leverage")), **axes)
     rule = read_resample(get("resample"))
     offset = read_offset(rule, get("resample_offset"))
     data = read_prices(
-        prices, table.labels, market=get("market"), start=get("start"), end=get("end")
+        prices, table.labels, market=get("market"), start=get("start"), end=get("end"), **axes
     )
     settings = read_options(data.market, options)
-    return data, make_plan(table, data, rule, offset), settings, get("trade_at", "close")
+    trade_at = as_table(get("trade_at", "close"), "trade_at", **axes)
+    return data, make_plan(table, data, rule, offset), settings, trade_at
 
 
 def _in_universe(plan: Plan, universe: pd.Index) -> _Floats:

@@ -20,23 +20,27 @@ from corvex.simulation.read.price_data import read_prices
 from corvex.simulation.read.weights import read_weights
 from corvex.simulation.report.simulated import report_of
 from corvex.simulation.run import run_plan
+from corvex.tables.frames import as_table, require_arrays
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
     from corvex.simulation.plan.schedule import Resample
     from corvex.simulation.read.market_choice import Benchmark
-    from corvex.simulation.read.price_tables import PriceInput, TradeAt
+    from corvex.simulation.read.price_tables import PriceInput
+    from corvex.tables.frames import TableInput
 
 __all__ = ["simulate"]
 
 
 def simulate(
-    weights: pd.DataFrame,
+    weights: TableInput,
     prices: PriceInput = None,
     *,
+    dates: Any = None,
+    assets: Any = None,
     resample: Resample = None,
     resample_offset: str | pd.Timedelta | None = None,
-    trade_at: TradeAt = "close",
+    trade_at: str | TableInput = "close",
     fee_ratio: float | None = None,
     tax_ratio: float | None = None,
     slippage_ratio: float = 0.0,
@@ -63,15 +67,17 @@ def simulate(
 
     Parameters
     ----------
-    weights : DataFrame, dates x asset labels
+    weights : table or array, dates x asset labels
         Target weights as fractions of the equity; negative = short, missing = 0. True and False
         share a row equally among the true. A row holds until the next; beside intraday prices a
         table of dates alone means whole days, known when they are over. A row whose absolute sum
         is above 1 is scaled to 1. A label such as "2330 some name" finds the prices of "2330".
-    prices : DataFrame, mapping of str to DataFrame, or None
+    prices : table or array, mapping of str to these, or None
         Closes, dates x assets, or tables of "close" and any of "open", "high", "low", "volume"
         ("adj_close" beside "close" where quoted and adjusted prices differ). None: the market's
         own tables.
+    dates, assets : sequences, optional
+        Those of the rows and columns of arrays.
     resample : None, str, offset or dates, default None
         When to rebalance. None: whenever the targets change. A pandas frequency, old or new
         ("D", "W-FRI", "M" or "ME", "Q", "YE", "2W") or an offset object: after the last session of
@@ -79,8 +85,8 @@ def simulate(
         the last row at or before it. Between rebalances weights drift with the prices.
     resample_offset : str or Timedelta, optional
         Moves the ends of the periods, or the dates: "2D" is two calendar days later.
-    trade_at : {"close", "open", "high", "low", "ohlc"} or DataFrame, default "close"
-        Where orders fill; "ohlc" is the mean of the four, a DataFrame a price table of your own.
+    trade_at : {"close", "open", "high", "low", "ohlc"} or table, default "close"
+        Where orders fill; "ohlc" is the mean of the four, a table holds prices of your own.
     fee_ratio : float, optional
         Fee on each side, as a fraction of the traded value. Default: the market's.
     tax_ratio : float, optional
@@ -109,7 +115,7 @@ def simulate(
     market : str, Market or None
         A market or its name. Default: "crypto" when any label holds USDT, "tw_stock" when every id
         is four to six digits, perhaps with a letter behind, else "us_stock".
-    benchmark : Series, str or None
+    benchmark : Series, table of one column, str or None
         Prices by date, or the name of a sample or table. Default: the market's.
     live_performance_start : date, optional
         From when on the strategy has been traded live.
@@ -132,6 +138,11 @@ def simulate(
     ValueError
         When an argument, a weight or a price cannot be used; the message names asset and date.
 
+    Notes
+    -----
+    A table is a pandas DataFrame, or anything that hands over an Arrow stream: polars, pyarrow,
+    DuckDB. Its dates stand in the index or in a column. ``docs/frames.md`` has the rules.
+
     Examples
     --------
     >>> import corvex
@@ -141,12 +152,23 @@ def simulate(
     >>> bool(report.creturn.iloc[0] == 1.0)
     True
     """
-    table = read_weights(weights, limit=checked_limit(position_limit), leverage=leverage)
+    require_arrays(dates, assets, weights, prices, trade_at, benchmark)
+    table = read_weights(
+        weights, limit=checked_limit(position_limit), leverage=leverage, dates=dates, assets=assets
+    )
     rule = read_resample(resample)
     offset = read_offset(rule, resample_offset)
     data = read_prices(
-        prices, table.labels, market=market, benchmark=benchmark, start=start, end=end
+        prices,
+        table.labels,
+        market=market,
+        benchmark=benchmark,
+        start=start,
+        end=end,
+        dates=dates,
+        assets=assets,
     )
+    fill_at = as_table(trade_at, "trade_at", dates=dates, assets=assets)
     options = read_options(
         data.market,
         {
@@ -165,7 +187,7 @@ def simulate(
     live_start = None
     if live_performance_start is not None:
         live_start = data.clock.border(live_performance_start, "live_performance_start").date
-    run = run_plan(data, make_plan(table, data, rule, offset), options, trade_at)
+    run = run_plan(data, make_plan(table, data, rule, offset), options, fill_at)
     report = report_of(run, data, name=name, live_performance_start=live_start)
     if upload:
         from corvex.publishing import publish

@@ -17,6 +17,7 @@ from corvex.simulation.read.market_choice import bind_market, choose_market
 from corvex.simulation.report.assembly import Outcome, build_report
 from corvex.simulation.report.next_holdings import nothing_held
 from corvex.simulation.report.trades_table import empty_trades
+from corvex.tables.frames import ArrowTable, as_table, require_arrays
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
@@ -24,14 +25,17 @@ if TYPE_CHECKING:
 
 __all__ = ["from_equity", "from_returns"]
 
+type CurveInput = pd.Series | pd.DataFrame | ArrowTable | np.ndarray | Mapping[Any, float]
+
 # The one asset of such a report.
 _LABEL = "portfolio"
 
 
 def from_equity(
-    equity: pd.Series | pd.DataFrame | Mapping[Any, float],
+    equity: CurveInput,
     benchmark: Benchmark = None,
     *,
+    dates: Any = None,
     market: str | Market | type[Market] | None = None,
     name: str | None = None,
     live_performance_start: Any = None,
@@ -40,10 +44,12 @@ def from_equity(
 
     Parameters
     ----------
-    equity : Series, DataFrame of one column, or mapping of date to value
+    equity : Series, table of one column, array, or mapping of date to value
         Account values or a price by date, in any unit; above zero, or zero once all is lost.
-    benchmark : Series, str or None
+    benchmark : Series, table of one column, array, str or None
         Prices by date, or the name of a sample or table. None: the market's, where it has one.
+    dates : sequence, optional
+        Those of arrays.
     market : str, Market or None
         Default: "crypto" when the curve has as many values at weekends as in the week, else
         "us_stock".
@@ -69,7 +75,8 @@ def from_equity(
     >>> round(float(report.creturn.iloc[-1]), 2)
     10.52
     """
-    values = _clean(equity, "equity")
+    require_arrays(dates, None, equity, benchmark)
+    values = _clean(equity, "equity", dates)
     if values.isna().any():
         warn(f"{int(values.isna().sum())} missing values of equity were left out")
         values = values.dropna()
@@ -81,15 +88,17 @@ def from_equity(
             f"equity is {values[date]} on {date_text(date)}; it must start above zero and not "
             "become negative (from_returns takes returns)"
         )
+    benchmark = as_table(benchmark, "benchmark", dates=dates)
     with np.errstate(over="ignore"):
         curve = _finite(values / values.iloc[0], "equity")
     return _report(curve, benchmark, market, name, live_performance_start)
 
 
 def from_returns(
-    returns: pd.Series | pd.DataFrame | Mapping[Any, float],
+    returns: CurveInput,
     benchmark: Benchmark = None,
     *,
+    dates: Any = None,
     market: str | Market | type[Market] | None = None,
     name: str | None = None,
     live_performance_start: Any = None,
@@ -98,13 +107,13 @@ def from_returns(
 
     Parameters
     ----------
-    returns : Series, DataFrame of one column, or mapping of date to value
+    returns : Series, table of one column, array, or mapping of date to value
         Simple returns per period as fractions (0.01 is 1 %), each on the date on which it was
         made. The first one counts: the curve starts one period before it, or on the date of a
         missing first return, as `Series.pct_change` leaves it.
     benchmark : Series, str or None
         Returns likewise, or the name of a sample or table of prices.
-    market, name, live_performance_start
+    dates, market, name, live_performance_start
         As for `from_equity`.
 
     Returns
@@ -124,9 +133,10 @@ def from_returns(
     >>> round(float(corvex.from_returns(returns).creturn.iloc[-1]), 2)
     10.52
     """
+    require_arrays(dates, None, returns, benchmark)
     if benchmark is not None and not isinstance(benchmark, str):
-        benchmark = _curve(benchmark, "benchmark")
-    curve = _curve(returns, "returns")
+        benchmark = _curve(benchmark, "benchmark", dates)
+    curve = _curve(returns, "returns", dates)
     return _report(curve, benchmark, market, name, live_performance_start)
 
 
@@ -169,9 +179,9 @@ def _report(
     )
 
 
-def _curve(returns: Any, what: str) -> pd.Series:
+def _curve(returns: Any, what: str, dates: Any) -> pd.Series:
     """Compound returns to a curve that starts at 1, one period before the first of them."""
-    values = _clean(returns, what)
+    values = _clean(returns, what, dates)
     present = values.notna().to_numpy()
     if not present.any():
         raise ValueError(f"{what} are empty")
@@ -207,8 +217,9 @@ def _finite(curve: pd.Series, what: str) -> pd.Series:
     return curve
 
 
-def _clean(values: Any, what: str) -> pd.Series:
+def _clean(values: Any, what: str, dates: Any) -> pd.Series:
     """Return float values on rising, unique dates; what had to be done is said in a warning."""
+    values = as_table(values, what, dates=dates)
     if isinstance(values, pd.DataFrame):
         if values.shape[1] != 1:
             raise ValueError(f"{what} must be one series, got {values.shape[1]} columns")

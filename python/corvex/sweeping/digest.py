@@ -128,6 +128,14 @@ def _add_code(state: Any, code: types.CodeType) -> None:
 
 
 def _add_object(state: Any, value: Any, seen: dict[int, Any]) -> None:
+    if hasattr(value, "__arrow_c_stream__"):
+        import pyarrow as pa
+
+        try:
+            _add_table(state, pa.table(value).to_pandas(), seen)
+        except ValueError:  # one column
+            _add_table(state, pa.chunked_array(value).to_pandas(), seen)
+        return
     kind = value if isinstance(value, type) else type(value)
     state.update(f"{kind.__module__}.{kind.__qualname__}".encode())
     _add_source(state, kind)

@@ -231,7 +231,7 @@ class Runner:
             self._settings[at] = settings
         how = settings.limit, settings.leverage
         if how not in tables:
-            tables[how] = read_weights(weights, limit=how[0], leverage=how[1])
+            tables[how] = read_weights(weights, limit=how[0], leverage=how[1], **settings.axes)
         data = self._data_of(settings, tables[how])
         options = self._engine_options.get((at, id(data)))
         if options is None:
@@ -260,7 +260,7 @@ class Runner:
         key: tuple[Any, ...] = settings.span
         if given["market"] is None:
             key += (infer_market_name(table.labels),)
-        if isinstance(prices, pd.Series):
+        if getattr(prices, "ndim", 2) == 1:  # a price without a label is that of the weights
             key += (tuple(table.labels),)
         if key not in self._data:
             data = read_prices(prices, table.labels, **settings.prices)

@@ -16,6 +16,7 @@ from corvex.simulation.plan.schedule import Rule, read_offset, read_resample
 from corvex.simulation.read.price_data import PriceData
 from corvex.sweeping.grid import Combination, near
 from corvex.sweeping.values import unwrap
+from corvex.tables.frames import as_table
 
 __all__ = ["ARGUMENTS", "BAKED", "STITCHABLE", "Settings", "check_names"]
 
@@ -26,7 +27,7 @@ ARGUMENTS = {
     if name not in ("weights", "prices", "upload")
 }
 _ENGINE = tuple(one.name for one in dataclasses.fields(Options))
-_SPAN = ("market", "benchmark", "start", "end")
+_SPAN = ("market", "benchmark", "start", "end", "dates", "assets")
 #: What a plan has taken in already.
 BAKED = ("resample", "resample_offset", "position_limit", "leverage")
 #: What runs may differ in whose plans are put one after the other.
@@ -78,6 +79,8 @@ class Settings:
     def read(cls, fixed: Mapping[str, Any], options: Combination) -> Settings:
         """Read the fixed arguments with those of one combination in their place."""
         given = {**ARGUMENTS, **fixed, **{name: unwrap(one) for name, one in options.items()}}
+        axes = {name: given[name] for name in ("dates", "assets")}
+        given["trade_at"] = as_table(given["trade_at"], "trade_at", **axes)
         rule = read_resample(given["resample"])
         return cls(
             arguments=given,
@@ -88,6 +91,11 @@ class Settings:
             limit=checked_limit(given["position_limit"]),
             leverage=bool(given["leverage"]),
         )
+
+    @property
+    def axes(self) -> dict[str, Any]:
+        """The dates and assets of arrays."""
+        return {name: self.arguments[name] for name in ("dates", "assets")}
 
     @property
     def prices(self) -> dict[str, Any]:

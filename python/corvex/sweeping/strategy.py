@@ -11,11 +11,12 @@ import pandas as pd
 from corvex.sweeping.digest import digest
 from corvex.sweeping.grid import Combination, near
 from corvex.sweeping.values import Named, unwrap
+from corvex.tables.frames import TableInput, is_table, reread
 
 __all__ = ["Strategy", "StrategyInput"]
 
 #: A function of prices and its own arguments, or tables of weights by name, or one of them.
-type StrategyInput = Callable[..., pd.DataFrame] | Mapping[Any, pd.DataFrame] | pd.DataFrame
+type StrategyInput = Callable[..., TableInput] | Mapping[Any, TableInput] | TableInput
 
 TABLES = "weights"
 
@@ -25,7 +26,7 @@ class Strategy:
 
     Parameters
     ----------
-    given : callable, mapping of str to DataFrame, or DataFrame
+    given : callable, mapping of str to table, or table
         As `sweep` takes it.
 
     Raises
@@ -36,12 +37,12 @@ class Strategy:
 
     def __init__(self, given: StrategyInput) -> None:
         self._function: Callable[..., Any] | None = None
-        self._table: pd.DataFrame | None = None
-        self.tables: dict[Any, pd.DataFrame] | None = None
-        if isinstance(given, pd.DataFrame | pd.Series):
-            self._table = given
+        self._table: TableInput | pd.Series | None = None
+        self.tables: dict[Any, TableInput] | None = None
+        if is_table(given):
+            self._table = reread(given)
         elif isinstance(given, Mapping):
-            self.tables = dict(given)
+            self.tables = {name: reread(table) for name, table in given.items()}
         elif callable(given):
             self._function = given
         else:

@@ -28,6 +28,7 @@ from corvex.sweeping.values import loads
 from corvex.sweeping.workers.crew import Crew
 from corvex.sweeping.workers.pools import check_executor
 from corvex.sweeping.writing import Writer
+from corvex.tables.frames import reread
 
 if TYPE_CHECKING:
     from concurrent.futures import Executor
@@ -66,10 +67,10 @@ def sweep(
 
     Parameters
     ----------
-    strategy : callable, mapping of str to DataFrame, or DataFrame
+    strategy : callable, mapping of str to table, or table
         A function of the prices and its own arguments that returns weights as `corvex.simulate`
         takes them; or weights that are there already, by name.
-    prices : DataFrame, mapping of str to DataFrame, or None
+    prices : table or array, mapping of str to these, or None
         As `corvex.simulate` takes them; the strategy receives them as they are.
     signal : mapping, list of dict or DataFrame, optional
         The strategy's arguments. A mapping of names to values gives all combinations, the last
@@ -137,7 +138,7 @@ def sweep(
     check_names(fixed, varies=False)
     if executor is not None:
         check_executor(executor)
-    source = Strategy(strategy)
+    source, prices = Strategy(strategy), reread(prices)
     grid = Grid(
         source.combinations(read_space(signal, "signal"), signal is not None),
         read_space(options, "options"),

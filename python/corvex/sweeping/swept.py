@@ -21,6 +21,7 @@ from corvex.sweeping.grid import Grid, index_of, near
 from corvex.sweeping.run_results import BLOCKS, EXTRAS, FIGURES, LESS_IS_BETTER, Results
 from corvex.sweeping.runner import Job
 from corvex.sweeping.values import unwrap
+from corvex.tables.frames import arrow_stream
 
 if TYPE_CHECKING:
     from plotly.graph_objs import Figure
@@ -104,6 +105,10 @@ class Sweep:
         columns = ["cagr", "daily_sharpe", "max_drawdown", "turnover", "trades"]
         table: str = shown[columns].to_html(border=0, float_format="{:.4g}".format)
         return f"<div>{escape(repr(self))}</div>{table}"
+
+    def __arrow_c_stream__(self, requested_schema: object | None = None) -> object:
+        """Hand `figures` to other libraries: ``polars.DataFrame(sweep)``."""
+        return arrow_stream(self.figures, requested_schema)
 
     @property
     def parameters(self) -> list[str]:

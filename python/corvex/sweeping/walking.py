@@ -25,6 +25,7 @@ from corvex.sweeping.settings import BAKED, STITCHABLE, Settings
 from corvex.sweeping.swept import TRIALS, Source, Sweep, same_value
 from corvex.sweeping.values import unwrap
 from corvex.sweeping.windows import Window, roll
+from corvex.tables.frames import arrow_stream, is_array
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
@@ -51,6 +52,10 @@ class WalkForward:
 
     choices: pd.DataFrame
     report: Report
+
+    def __arrow_c_stream__(self, requested_schema: object | None = None) -> object:
+        """Hand `choices` to other libraries."""
+        return arrow_stream(self.choices, requested_schema)
 
     @property
     def efficiency(self) -> float:
@@ -278,13 +283,15 @@ def _simulate(sweep: Sweep, source: Source, chosen: list[int], windows: list[Win
             job.strategy.weights(job.prices, signal),
             limit=settings.limit,
             leverage=settings.leverage,
+            **settings.axes,
         )
         data = read_prices(job.prices, weights.labels, **settings.prices)
         plans[run] = make_plan(weights, data, settings.rule, settings.offset)
         sessions = data.clock.index
     _, options = grid.parameters(chosen[0])
     arguments = {**job.fixed, **{name: unwrap(options[name]) for name in options}}
-    arguments = {name: value for name, value in arguments.items() if name not in BAKED}
+    dropped = BAKED if is_array(job.prices) else (*BAKED, "dates", "assets")
+    arguments = {name: value for name, value in arguments.items() if name not in dropped}
     arguments.setdefault("name", f"{sweep.title or 'strategy'}, walked forward")
     table = _stitched(plans, chosen, windows, sessions)
     # Limits are in the weights already.

@@ -19,7 +19,7 @@ def with_cell(table: pd.DataFrame, row: int, label: str, value: object) -> pd.Da
 @pytest.mark.parametrize(
     ("change", "message"),
     [
-        (lambda w: w.to_numpy(), "weights must be a DataFrame"),
+        (lambda w: w.to_dict(), "weights must be a table of dates x asset labels"),
         (lambda w: w.iloc[:0], "weights are empty: 0 dates, 2 assets"),
         (lambda w: w * np.nan, "every value is missing"),
         (lambda w: w.set_axis(["AAA", "AAA"], axis=1), "'AAA' occurs twice"),

@@ -9,6 +9,7 @@ from dataclasses import dataclass
 import pandas as pd
 
 from corvex.cli.readers.number_texts import NotANumberError, read_numbers
+from corvex.tables.column_names import DATE_NAMES
 from corvex.tables.date_texts import dates_if_all
 
 __all__ = [
@@ -29,8 +30,6 @@ _FOOTER = re.compile(
     r"|合計|總計|小計|平均|資料來源|備?註|說明",
     re.IGNORECASE,
 )
-
-_DATE_NAMES = ("date", "datetime", "time", "timestamp", "day", "日期", "時間", "交易日期", "年月日")
 
 type Rows = list[list[str]]
 
@@ -154,7 +153,7 @@ def are_dates(texts: pd.Series) -> bool:
 
 def is_date_name(name: str) -> bool:
     """Tell whether a column of this name holds dates."""
-    return plain_name(name) in _DATE_NAMES
+    return plain_name(name) in DATE_NAMES
 
 
 def plain_name(name: object) -> str:

@@ -3,16 +3,20 @@
 from __future__ import annotations
 
 import copy
+from typing import Any
 
+import numpy as np
 import pandas as pd
 
 from corvex.market import Market
 from corvex.markets import get_market_by_name, infer_market_name
 from corvex.markets.bound import BoundMarket
+from corvex.simulation.read.clock import as_dates
+from corvex.tables.frames import ArrowTable, as_table
 
 __all__ = ["Benchmark", "bind_market", "choose_market", "with_adjusted_fields"]
 
-type Benchmark = pd.Series | pd.DataFrame | str | None
+type Benchmark = pd.Series | pd.DataFrame | ArrowTable | np.ndarray | str | None
 
 _FIELDS = ("open", "high", "low", "close", "volume")
 
@@ -33,19 +37,33 @@ def choose_market(market: str | Market | type[Market] | None, labels: pd.Index) 
 
 
 def bind_market(
-    market: Market, tables: dict[str, pd.DataFrame] | None, benchmark: Benchmark
+    market: Market,
+    tables: dict[str, pd.DataFrame] | None,
+    benchmark: Benchmark,
+    *,
+    dates: Any = None,
 ) -> Market:
-    """Return the market bound to tables, or itself when nothing of the user's is to be bound."""
+    """Return the market bound to tables, or itself when nothing of the user's is to be bound.
+
+    The dates are those of a benchmark that is an array.
+    """
+    chosen = _one_series(as_table(benchmark, "benchmark", dates=dates))
+    if tables is None and chosen is None:
+        # A copy: what a report keeps in its file is no business of the user's bound market.
+        return copy.copy(market) if isinstance(market, BoundMarket) else market
+    return market.bound_to(_own_tables(market) if tables is None else tables, benchmark=chosen)
+
+
+def _one_series(benchmark: Any) -> Any:
     if isinstance(benchmark, pd.DataFrame):
         if benchmark.shape[1] != 1:
             raise ValueError(
                 f"benchmark must be one series of prices, got {benchmark.shape[1]} columns"
             )
         benchmark = benchmark.iloc[:, 0]
-    if tables is None and benchmark is None:
-        # A copy: what a report keeps in its file is no business of the user's bound market.
-        return copy.copy(market) if isinstance(market, BoundMarket) else market
-    return market.bound_to(_own_tables(market) if tables is None else tables, benchmark=benchmark)
+    if isinstance(benchmark, pd.Series) and not isinstance(benchmark.index, pd.DatetimeIndex):
+        benchmark = benchmark.set_axis(as_dates(benchmark.index, "the index of benchmark"))
+    return benchmark
 
 
 def with_adjusted_fields(tables: dict[str, pd.DataFrame]) -> dict[str, pd.DataFrame]:

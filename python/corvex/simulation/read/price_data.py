@@ -105,20 +105,22 @@ def read_prices(
     benchmark: Benchmark = None,
     start: Any = None,
     end: Any = None,
+    dates: Any = None,
+    assets: Any = None,
 ) -> PriceData:
     """Find market and prices, and cut them to the span from `start` to `end`.
 
     Parameters
     ----------
-    prices : DataFrame, mapping of str to DataFrame, Series or None
+    prices : table, mapping of str to table, Series or None
         As `simulate` takes them.
     labels : Index
         Asset labels, which choose the market where none is named.
-    market, benchmark, start, end
+    market, benchmark, start, end, dates, assets
         As `simulate` takes them.
     """
     chosen = choose_market(market, labels)
-    tables = user_tables(prices, labels)
+    tables = user_tables(prices, labels, dates=dates, assets=assets)
     if tables is None:
         close = price_table(chosen, "close")
     else:
@@ -134,7 +136,7 @@ def read_prices(
             field: table.iloc[: whole.rows_until(cast("pd.DatetimeIndex", table.index), last)]
             for field, table in tables.items()
         }
-    bound = bind_market(chosen, tables, benchmark)
+    bound = bind_market(chosen, tables, benchmark, dates=dates)
     return PriceData(
         clock=clock,
         market=bound,

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 from collections.abc import Mapping
 from dataclasses import dataclass
-from typing import cast
+from typing import Any, cast
 
 import numpy as np
 import pandas as pd
@@ -13,10 +13,11 @@ from corvex.market import Market
 from corvex.simulation.notices import date_text, warn
 from corvex.simulation.read.clock import Clock, dated_table
 from corvex.simulation.read.columns import match_columns, only_type
+from corvex.tables.frames import TableInput, as_prices
 
 __all__ = ["PriceInput", "PriceMatrices", "TradeAt", "read_matrices", "user_tables"]
 
-type PriceInput = pd.DataFrame | pd.Series | Mapping[str, pd.DataFrame] | None
+type PriceInput = TableInput | pd.Series | Mapping[str, TableInput] | None
 type TradeAt = str | pd.DataFrame
 
 _FIELDS = ("open", "close", "high", "low", "ohlc")
@@ -37,8 +38,10 @@ class PriceMatrices:
     low: np.ndarray | None
 
 
-def user_tables(prices: PriceInput, labels: pd.Index) -> dict[str, pd.DataFrame] | None:
-    """Read the prices that a user handed over; None when there are none.
+def user_tables(
+    prices: PriceInput, labels: pd.Index, *, dates: Any = None, assets: Any = None
+) -> dict[str, pd.DataFrame] | None:
+    """Read the prices that a user handed over, arrays with dates and assets; None without any.
 
     Returns
     -------
@@ -52,6 +55,7 @@ def user_tables(prices: PriceInput, labels: pd.Index) -> dict[str, pd.DataFrame]
     """
     if prices is None:
         return None
+    prices = as_prices(prices, "prices", dates=dates, assets=assets)
     if isinstance(prices, pd.Series):
         if len(labels) != 1:
             raise ValueError("prices must be a table, one column for each asset of weights")

@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import copy
-from typing import cast
+from typing import Any, cast
 
 import numpy as np
 import pandas as pd
@@ -11,6 +11,7 @@ import pandas as pd
 from corvex.simulation.notices import date_text
 from corvex.simulation.read.clock import dated_table
 from corvex.simulation.read.columns import check_labels, only_type
+from corvex.tables.frames import TableInput, as_table
 
 __all__ = ["WeightTable", "read_weights"]
 
@@ -121,28 +122,34 @@ class WeightTable:
         return np.concatenate(kept), np.concatenate(targets)
 
 
-def read_weights(weights: pd.DataFrame, *, limit: float, leverage: bool) -> WeightTable:
+def read_weights(
+    weights: TableInput, *, limit: float, leverage: bool, dates: Any = None, assets: Any = None
+) -> WeightTable:
     """Check the user's weights.
 
     Parameters
     ----------
-    weights : DataFrame
+    weights : DataFrame, Arrow table or array
         Dates x asset labels: numbers, or True and False.
     limit : float
         The largest absolute weight of one asset.
     leverage : bool
         Leave rows alone whose absolute sum is above 1.
+    dates, assets : sequences, optional
+        Those of an array.
 
     Raises
     ------
     ValueError
         Naming the asset and date of what cannot be a weight.
     """
+    weights = as_table(weights, "weights", dates=dates, assets=assets)
     if isinstance(weights, pd.Series) and isinstance(weights.name, str):
         weights = weights.to_frame()
     if not isinstance(weights, pd.DataFrame):
         raise ValueError(
-            f"weights must be a DataFrame of dates x asset labels, got {type(weights).__name__}"
+            "weights must be a table of dates x asset labels, or an array with dates= and "
+            f"assets=, got {type(weights).__name__}"
         )
     if weights.size == 0:
         raise ValueError(f"weights are empty: {len(weights)} dates, {weights.shape[1]} assets")
