@@ -234,6 +234,10 @@ format: $(VENV)/stamp-lint ## format the Python, C++ and JavaScript code
 docs: $(VENV)/stamp-build ## write the guides' tables of figures from the catalogue
 	@$(PY) tools/figure_tables.py
 
+.PHONY: pictures
+pictures: $(VENV)/stamp-build ## draw the README's pictures in a Chromium
+	@$(PY) tools/readme_pictures.py
+
 # The preset is configured for its list of commands alone and never built.
 .PHONY: tidy
 tidy: $(VENV)/stamp-tools $(VENV)/stamp-lint ## run clang-tidy on all C++

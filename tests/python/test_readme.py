@@ -10,15 +10,17 @@ from corvex.cli import app
 README = Path(__file__).parents[2] / "README.md"
 
 
-def test_example_simulates_prints_and_saves(tmp_path, monkeypatch, capsys):
-    (example,) = re.findall(r"```python\n(.*?)```", README.read_text(encoding="utf-8"), re.S)
+def test_examples_simulate_sweep_and_write(tmp_path, monkeypatch, capsys):
+    examples = re.findall(r"```python\n(.*?)```", README.read_text(encoding="utf-8"), re.S)
     monkeypatch.chdir(tmp_path)
     names: dict[str, object] = {}
-    exec(compile(example, str(README), "exec"), names)
+    exec(compile("".join(examples), str(README), "exec"), names)
 
     assert "six-month winners" in capsys.readouterr().out
     assert (tmp_path / "winners.corvex").stat().st_size > 0
     assert len(names["report"].get_trades()) > 100
+    assert len(names["found"]) == 120
+    assert (tmp_path / "sweep.html").stat().st_size > 500_000
 
 
 def test_links_lead_somewhere():

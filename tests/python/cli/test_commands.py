@@ -28,7 +28,7 @@ def test_demo_prints_saves_and_show_prints_it_again(run, tmp_path):
     rows = [line for line in out.splitlines() if re.match(r" *[-\d.]+% ┤", line)]
     assert {len(row) for row in rows} == {100}
     steps = re.findall(r"^  (\w[^\n]*?) +[\d.]+ s$", out, re.M)
-    later = ["compute the statistics", "write the report", "write its page"]
+    later = ["compute the statistics", "sweep 200 variants", "write the report", "write its page"]
     assert steps[2:] == ["simulate", *later, "publish and read back", "all"]
     assert "read back from it:\n  held CVX, LLY, MRK, RRC, XOM\n" in out
     saved = tmp_path / "corvex-demo.corvex"

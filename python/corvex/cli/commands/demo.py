@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 from pathlib import Path
-from typing import TYPE_CHECKING
+from typing import TYPE_CHECKING, Any
 
 from corvex.cli.console import Steps
 from corvex.cli.parameters import Lang, Out, Text, Width
@@ -17,8 +17,12 @@ if TYPE_CHECKING:
 __all__ = ["NAME", "STEPS", "SURVIVORS", "best_by_momentum", "demo", "publish_demo", "run_demo"]
 
 NAME = "Momentum 12-1"
-STEPS = 4
-_YEAR, _MONTH = 252, 21  # sessions
+STEPS = 5
+_MONTH = 21  # sessions
+
+#: What the sweep varies: 200 combinations.
+SIGNALS = {"count": [3, 4, 5, 6, 8], "months": [6, 9, 12, 15]}
+OPTIONS = {"trail_stop": [None, 0.15, 0.2, 0.25, 0.3], "resample": ["ME", "QE"]}
 
 #: What a reader of the result is to know, by language.
 SURVIVORS = {
@@ -68,8 +72,8 @@ def _beside(saved: Path) -> Path:
     return saved.with_suffix(".page.html" if saved.suffix == ".html" else ".html")
 
 
-def best_by_momentum(prices: pd.DataFrame, count: int = 5) -> pd.DataFrame:
-    """Mark the assets with the best 12-1 momentum.
+def best_by_momentum(prices: pd.DataFrame, count: int = 5, months: int = 12) -> pd.DataFrame:
+    """Mark the assets with the best momentum, 12-1 by default.
 
     Parameters
     ----------
@@ -77,15 +81,18 @@ def best_by_momentum(prices: pd.DataFrame, count: int = 5) -> pd.DataFrame:
         Adjusted daily closes, dates x assets.
     count : int, default 5
         How many to hold.
+    months : int, default 12
+        How far back it looks.
 
     Returns
     -------
     DataFrame
         True for the `count` assets of each date whose price a month ago stood highest above that
-        of a year ago. The last month is left out since it tends to revert (Jegadeesh, 1990;
-        Jegadeesh and Titman, 1993). No asset is marked before a year of prices.
+        of `months` ago. The last month is left out since it tends to revert (Jegadeesh, 1990;
+        Jegadeesh and Titman, 1993). No asset is marked before that many months of
+        prices.
     """
-    momentum = prices.shift(_MONTH) / prices.shift(_YEAR) - 1
+    momentum = prices.shift(_MONTH) / prices.shift(months * _MONTH) - 1
     rank = momentum.rank(axis=1, ascending=False, method="first")
     return rank <= count
 
@@ -94,28 +101,24 @@ def run_demo(steps: Steps) -> Report:
     """Simulate the strategy on the built-in prices, step by step.
 
     Monthly, equal weights, 0.1 % fee on each side. A stock that falls a quarter from its best
-    close since entry is sold, and stays out until the next month.
+    close since entry is sold, and stays out until the next month. Its variants are swept too.
     """
     import corvex
 
+    fixed: dict[str, Any] = {"fee_ratio": 0.001, "benchmark": "sp500", "market": "us_stock"}
     with steps.step("read the built-in prices"):
         prices = corvex.data.get_frame("us_stocks")
     with steps.step("rank by momentum"):
         best = best_by_momentum(prices)
     with steps.step("simulate"):
-        report = corvex.simulate(
-            best,
-            prices,
-            resample="ME",
-            fee_ratio=0.001,
-            trail_stop=0.25,
-            benchmark="sp500",
-            market="us_stock",
-            name=NAME,
-        )
+        report = corvex.simulate(best, prices, resample="ME", trail_stop=0.25, name=NAME, **fixed)
     report.notes = [SURVIVORS]
     with steps.step("compute the statistics"):
         report.get_stats()
+    with steps.step("sweep 200 variants"):
+        corvex.sweep(
+            best_by_momentum, prices, signal=SIGNALS, options=OPTIONS, progress=False, **fixed
+        )
     return report
 
 
