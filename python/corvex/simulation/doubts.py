@@ -37,7 +37,7 @@ def warn_about_guessed_costs(
 
 def warn_about_run(plan: Plan, options: Options, clock: Clock) -> None:
     """Warn of weights that are none, were scaled or come too late, and of stops hardly meant."""
-    if plan.begins.normalize() > clock.last.normalize():
+    if plan.begins > clock.last and plan.begins.normalize() > clock.last.normalize():
         warn(
             f"the weights begin on {date_text(plan.begins)}, after the last price "
             f"({date_text(clock.last)}): nothing is traded yet; hand over newer prices, or weights "

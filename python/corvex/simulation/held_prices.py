@@ -24,6 +24,8 @@ def check_held_prices(prices: AssetPrices, plan: Plan, clock: Clock) -> None:
     ValueError
         Naming the asset and date.
     """
+    if prices.is_sound:
+        return
     held = plan.held
     for asset in np.flatnonzero(prices.unpriced & held).tolist():
         date = plan.first_weight(asset)

@@ -22,7 +22,7 @@ from corvex.markets.bars import period_before
 from corvex.simulation.doubts import warn_about_guessed_costs, warn_about_run
 from corvex.simulation.held_prices import check_held_prices
 from corvex.simulation.options import Options
-from corvex.simulation.plan.plan import Plan, make_plan
+from corvex.simulation.plan.plan import Plan, Timeline, make_timeline, plan_of
 from corvex.simulation.read.asset_prices import AssetPrices
 from corvex.simulation.read.clock import Clock
 from corvex.simulation.read.price_data import PriceData, read_prices
@@ -40,6 +40,7 @@ __all__ = ["Job", "Runner", "Task"]
 _MOST_RUNS = 4096
 _MOST_BYTES = 1 << 26
 _MOST_SECONDS = 1.0
+_MOST_TIMELINES = 64
 # Catching warnings changes what all threads of a process do with theirs.
 _CATCHING = threading.Lock()
 _STOPS_ABOVE_ONE = ("stop_loss", "take_profit", "trail_stop")
@@ -167,6 +168,8 @@ class Runner:
         self._settings: dict[int, Settings] = {}
         self._engine_options: dict[tuple[int, int], Options] = {}
         self._calendars: dict[int, _Calendar] = {}
+        self._like: WeightTable | None = None
+        self._timelines: dict[Any, tuple[pd.Index, Timeline]] = {}
         self._groups: dict[int, _Group] = {}
         self._failed: list[Results] = []
         #: Texts of warnings, and in how many plans each was given.
@@ -231,7 +234,10 @@ class Runner:
             self._settings[at] = settings
         how = settings.limit, settings.leverage
         if how not in tables:
-            tables[how] = read_weights(weights, limit=how[0], leverage=how[1], **settings.axes)
+            self._like = read_weights(
+                weights, limit=how[0], leverage=how[1], like=self._like, **settings.axes
+            )
+            tables[how] = self._like
         data = self._data_of(settings, tables[how])
         options = self._engine_options.get((at, id(data)))
         if options is None:
@@ -240,7 +246,7 @@ class Runner:
         key = settings.plan, id(data)
         new = key not in plans
         if new:
-            plans[key] = make_plan(tables[how], data, settings.rule, settings.offset)
+            plans[key] = plan_of(tables[how], self._timeline(tables[how].index, settings, data))
         plan = plans[key]
         prices = data.of_assets(
             plan.labels, settings.arguments["trade_at"], with_bars=options.touched_exit
@@ -253,6 +259,22 @@ class Runner:
         if group is None:
             group = self._groups[id(prices)] = _Group(data, prices, self._calendar(data.clock))
         group.add(run, plan, options, settings, seconds + time.perf_counter() - begin)
+
+    def _timeline(self, dates: pd.DatetimeIndex, settings: Settings, data: PriceData) -> Timeline:
+        """When plans are rebalanced whose weights have these dates; most tables share them."""
+        key = id(dates), settings.plan, id(data)
+        if key in self._timelines:
+            return self._timelines[key][1]
+        with warnings.catch_warnings(record=True) as caught:
+            warnings.simplefilter("always")
+            found = make_timeline(dates, data, settings.rule, settings.offset)
+        for one in caught:  # each table is to say so
+            warnings.warn_explicit(one.message, one.category, one.filename, one.lineno)
+        if not caught:
+            if len(self._timelines) >= _MOST_TIMELINES:
+                self._timelines.clear()
+            self._timelines[key] = dates, found
+        return found
 
     def _data_of(self, settings: Settings, table: WeightTable) -> PriceData:
         """The prices of a run; those that were read for another one where it may share them."""

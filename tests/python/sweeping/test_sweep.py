@@ -2,6 +2,7 @@
 
 import datetime
 import functools
+import itertools
 import math
 import warnings
 
@@ -216,6 +217,36 @@ def test_warnings_of_single_runs_are_told_once():
     with pytest.warns(UserWarning, match="were scaled to 1.*and so in 3 parts") as told:
         corvex.sweep(weights, daily(), options={"fee_ratio": [0.0, 0.1]}, market="us_stock")
     assert len(told) == 1
+
+
+def test_tables_that_share_dates_and_labels_or_nearly_do_are_each_read_as_they_are():
+    prices, draw = daily("Asia/Taipei"), np.random.default_rng(1)
+    dates = prices.index[::20]
+    plain = pd.DataFrame(draw.uniform(0, 0.4, (len(dates), 4)), dates, prices.columns)
+    tables = {
+        "plain": plain,
+        "equal dates": plain.set_axis(dates.copy()) * 0.5,
+        "shifted": plain.set_axis(dates + pd.Timedelta(days=1)),
+        "another zone": plain.set_axis(dates.tz_convert("UTC")),
+        "by day": plain.set_axis(dates.tz_localize(None)),
+        "other labels": plain.set_axis(["A", "B", "D", "C"], axis=1),
+        "signals": plain > 0.2,
+        "whole": (plain > 0.2).astype(int),
+        "holes": plain.where(plain > 0.1),
+        "few rows": plain.iloc[:3],
+        "after the end": plain.set_axis(dates + pd.Timedelta(days=4000)),
+        "infinite": plain * np.inf,
+        "plain again": plain * 1.0,
+    }
+    with warnings.catch_warnings():
+        warnings.simplefilter("ignore")
+        found = corvex.sweep(tables, prices, options={"resample": [None, "ME"]}, **FIXED)
+        for run, (name, rule) in enumerate(itertools.product(tables, [None, "ME"])):
+            if name == "infinite":
+                assert "is inf" in found.figures["error"].iloc[run]
+                continue
+            report = corvex.simulate(tables[name], prices, resample=rule, **FIXED)
+            assert_same(found, run, report)
 
 
 def test_empty_grids_and_single_runs():

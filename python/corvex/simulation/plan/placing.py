@@ -8,26 +8,25 @@ import pandas as pd
 from corvex.simulation.notices import date_text, warn
 from corvex.simulation.read.clock import Clock, Stamps
 from corvex.simulation.read.price_data import PriceData
-from corvex.simulation.read.weights import WeightTable
 
 __all__ = ["place_weights"]
 
 
-def place_weights(weights: WeightTable, prices: PriceData) -> tuple[WeightTable, Stamps]:
-    """Return the rows of weights that count, and their dates on the clock of the prices.
+def place_weights(dates: pd.DatetimeIndex, prices: PriceData) -> tuple[slice, Stamps]:
+    """Return which rows of weights count, and their dates on the clock of the prices.
 
     Rows after the end of the span are not known yet. Where the run begins later than the prices
     do, the row in force there counts as the signal of its first session.
     """
     clock, end, carry = prices.clock, prices.end, prices.carries
-    rows = clock.place(weights.index)
+    rows = clock.place(dates)
     if rows.whole_days and clock.has_midnights:
         warn(
             "weights are dated by day, prices within the day: each row counts from the end of its "
             "day and trades in the first bar after it. If 00:00 is meant as a moment, give the "
             "weights a row for each bar"
         )
-    elif not rows.whole_days and clock.reads_foreign_times(weights.index):
+    elif not rows.whole_days and clock.reads_foreign_times(dates):
         warn(
             f"weights have times without a zone, prices have those of {clock.index.tz}: the times "
             "are read on the clock of the prices; give the weights a zone if they are not"
@@ -40,8 +39,10 @@ def place_weights(weights: WeightTable, prices: PriceData) -> tuple[WeightTable,
                 f"the weights begin on {date_text(rows.dates[0])}, after end={date_text(end.date)}"
             )
     first = max(int(np.searchsorted(rows.sessions, 0)) - 1, 0) if carry else 0
-    weights, rows = weights.between(first, stop), rows.between(first, stop)
-    return weights, _carried(rows, clock) if carry and rows.sessions[0] < 0 else rows
+    part = rows.between(first, stop)
+    if carry and part.sessions[0] < 0:
+        part = _carried(part, clock)
+    return slice(first, stop), part
 
 
 def _carried(rows: Stamps, clock: Clock) -> Stamps:

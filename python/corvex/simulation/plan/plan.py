@@ -8,11 +8,17 @@ import numpy as np
 import pandas as pd
 
 from corvex.simulation.plan.placing import place_weights
-from corvex.simulation.plan.schedule import Rule, Schedule, build_schedule
+from corvex.simulation.plan.schedule import (
+    Rule,
+    Schedule,
+    Timetable,
+    build_schedule,
+    make_timetable,
+)
 from corvex.simulation.read.price_data import PriceData
 from corvex.simulation.read.weights import WeightTable
 
-__all__ = ["Plan", "make_plan"]
+__all__ = ["Plan", "Timeline", "make_plan", "make_timeline", "plan_of"]
 
 _NO_OFFSET = pd.Timedelta(0)
 
@@ -75,30 +81,77 @@ class Plan:
         return self.schedule.dates[rows[0]] if len(rows) else self.schedule.planned_date
 
 
-def make_plan(
-    weights: WeightTable, prices: PriceData, rule: Rule = None, offset: pd.Timedelta = _NO_OFFSET
-) -> Plan:
-    """Bring weights to the sessions of prices, and find the rebalances.
+@dataclass(frozen=True, slots=True)
+class Timeline:
+    """What plans have in common whose weights have the same dates.
+
+    Attributes
+    ----------
+    part : slice
+        The rows of weights that count.
+    timetable : Timetable
+        When there may be rebalances.
+    rule, offset
+        How these were found.
+    begins, idle_session
+        As in `Plan`.
+    """
+
+    part: slice
+    timetable: Timetable
+    rule: Rule
+    offset: pd.Timedelta
+    begins: pd.Timestamp
+    idle_session: int
+
+
+def make_timeline(
+    dates: pd.DatetimeIndex,
+    prices: PriceData,
+    rule: Rule = None,
+    offset: pd.Timedelta = _NO_OFFSET,
+) -> Timeline:
+    """Bring the dates of weights to the sessions of prices.
 
     Parameters
     ----------
-    weights : WeightTable
-        The weights; it is not changed, and other plans may take it too.
+    dates : DatetimeIndex
+        Those of the rows of weights.
     prices : PriceData
-        The prices that the plan is for.
+        The prices that plans are for.
     rule, offset
         When to rebalance, as `read_resample` and `read_offset` give them.
     """
-    part, rows = place_weights(weights, prices)
-    schedule = build_schedule(part, rows, prices.clock, rule, offset)
-    return Plan(
-        labels=part.labels,
-        schedule=schedule,
+    part, rows = place_weights(dates, prices)
+    return Timeline(
+        part=part,
+        timetable=make_timetable(rows, prices.clock, rule, offset),
         rule=rule,
         offset=offset,
         begins=rows.dates[0],
         idle_session=int(np.clip(rows.sessions[0], 0, len(prices.clock) - 1)),
+    )
+
+
+def plan_of(weights: WeightTable, timeline: Timeline) -> Plan:
+    """Find the rebalances of weights; they are not changed, and other plans may take them too."""
+    part = weights.between(timeline.part.start, timeline.part.stop)
+    schedule = build_schedule(part, timeline.timetable)
+    return Plan(
+        labels=part.labels,
+        schedule=schedule,
+        rule=timeline.rule,
+        offset=timeline.offset,
+        begins=timeline.begins,
+        idle_session=timeline.idle_session,
         limit=part.limit,
         leverage=bool(part.leverage),
         scaled=part.largest_scaled,
     )
+
+
+def make_plan(
+    weights: WeightTable, prices: PriceData, rule: Rule = None, offset: pd.Timedelta = _NO_OFFSET
+) -> Plan:
+    """Bring weights to the sessions of prices, and find the rebalances; see `make_timeline`."""
+    return plan_of(weights, make_timeline(weights.index, prices, rule, offset))

@@ -5,7 +5,7 @@ from __future__ import annotations
 import dataclasses
 import datetime
 import warnings
-from collections.abc import Iterable
+from collections.abc import Callable, Iterable
 from dataclasses import dataclass
 
 import numpy as np
@@ -16,7 +16,10 @@ from corvex.simulation.read.clock import Clock, Stamps, as_dates
 from corvex.simulation.read.weights import WeightTable
 from corvex.tables.date_limits import require_in_range
 
-__all__ = ["Resample", "Rule", "Schedule", "build_schedule", "read_offset", "read_resample"]
+__all__ = [
+    "Resample", "Rule", "Schedule", "Timetable", "build_schedule", "make_timetable", "read_offset",
+    "read_resample",
+]  # fmt: skip
 
 type Resample = str | pd.offsets.BaseOffset | datetime.timedelta | Iterable[object] | None
 type Rule = str | pd.DatetimeIndex | None
@@ -110,21 +113,39 @@ def read_offset(resample: Rule, offset: object) -> pd.Timedelta:
     return length
 
 
-def build_schedule(
-    weights: WeightTable,
-    rows: Stamps,
-    clock: Clock,
-    resample: Rule,
-    offset: pd.Timedelta,
-) -> Schedule:
-    """Find the rebalances.
+@dataclass(frozen=True, slots=True)
+class Timetable:
+    """When a portfolio may be rebalanced, whatever its weights are.
+
+    Attributes
+    ----------
+    dates : DatetimeIndex of length n
+        The signal dates, in the zone of the prices.
+    sessions, rows : int64 arrays of shape (n,)
+        Row of the session of each signal, and of the weights that count there.
+    only_changes : bool
+        Nothing is traded where the targets are those of the row before.
+    planned : callable
+        The next known date that no session has reached yet, or None.
+    planned_row : int
+        Row of the weights on which that rebalance would act; -1 without one.
+    """
+
+    dates: pd.DatetimeIndex
+    sessions: np.ndarray
+    rows: np.ndarray
+    only_changes: bool
+    planned: Callable[[], pd.Timestamp | None]
+    planned_row: int
+
+
+def make_timetable(rows: Stamps, clock: Clock, resample: Rule, offset: pd.Timedelta) -> Timetable:
+    """Find the dates of the rebalances.
 
     Parameters
     ----------
-    weights : WeightTable
-        The weights.
     rows : Stamps
-        The dates of its rows on the clock.
+        The dates of the rows of weights on the clock.
     clock : Clock
         The sessions; it knows whether the period in which they end is over.
     resample : None, str or DatetimeIndex
@@ -134,47 +155,73 @@ def build_schedule(
         Moves the ends of the periods, or the dates.
     """
     if resample is None:
-        return _whenever_changed(weights, rows, clock)
+        return _by_row(rows, clock)
     if not isinstance(resample, str):
-        return _on_dates(weights, rows, clock, _listed(resample, offset, clock))
+        return _on_dates(rows, clock, _listed(resample, offset, clock))
     shift = offset.as_unit("ns").value
     try:
         bounds = _engine.period_bounds(clock.wall_nanos - shift, resample)
     except ValueError as error:
         dates = _other_dates(resample, clock, error)
-        return _on_dates(weights, rows, clock, _listed(dates, offset, clock))
-    return _by_period(weights, rows, clock, resample, shift, (bounds[0] + shift, bounds[1] + shift))
+        return _on_dates(rows, clock, _listed(dates, offset, clock))
+    return _by_period(rows, clock, resample, shift, (bounds[0] + shift, bounds[1] + shift))
 
 
-def _whenever_changed(weights: WeightTable, rows: Stamps, clock: Clock) -> Schedule:
+def build_schedule(weights: WeightTable, timetable: Timetable) -> Schedule:
+    """Return the rebalances of some weights, the first one with a weight in it first."""
+    at = timetable
+    first: np.ndarray | slice
+    if at.only_changes:
+        first, targets = weights.changes(at.rows)
+    else:
+        targets = weights.targets(at.rows)
+        held = (targets != 0.0).any(axis=1)
+        first = slice(int(np.argmax(held)) if held.any() else len(held), None)
+        targets = targets[first]
+    whole = len(targets) == len(at.rows)
+    schedule = Schedule(
+        at.dates if whole else at.dates[first],
+        at.sessions if whole else at.sessions[first],
+        targets,
+    )
+    if at.planned_row < 0:
+        return schedule if at.only_changes else _with_plan(schedule, at.planned(), None)
+    coming = weights.targets(np.array([at.planned_row]))[0]
+    if at.only_changes:
+        before = targets[-1] if len(targets) else np.zeros_like(coming)
+        if (coming == before).all():
+            return schedule
+    return _with_plan(schedule, at.planned(), coming)
+
+
+def _with_plan(
+    schedule: Schedule, date: pd.Timestamp | None, targets: np.ndarray | None
+) -> Schedule:
+    if date is None and targets is None:
+        return schedule
+    return dataclasses.replace(schedule, planned_date=date, planned_targets=targets)
+
+
+def _by_row(rows: Stamps, clock: Clock) -> Timetable:
     known = len(rows)
     if rows.whole_days:  # a day that is not over yet gives no signal yet
         known = int(np.searchsorted(rows.keys, clock.known, side="right"))
     # Of several rows with one and the same fill only the last ever holds.
     sessions = rows.sessions[:known]
-    effective = np.flatnonzero(np.diff(sessions, append=len(clock)) > 0)
-    kept, targets = weights.changes(effective)
-    at = effective[kept]
-    schedule = Schedule(rows.dates[at], rows.sessions[at], targets)
-    if known == len(rows):
-        return schedule
-    coming = weights.targets(np.array([known]))[0]
-    held = targets[-1] if len(targets) else np.zeros_like(coming)
-    if (coming == held).all():
-        return schedule
-    return dataclasses.replace(
-        schedule, planned_date=clock.planned(rows, known), planned_targets=coming
+    at = np.flatnonzero(np.diff(sessions, append=len(clock)) > 0)
+    return Timetable(
+        dates=rows.dates[at],
+        sessions=sessions[at],
+        rows=at,
+        only_changes=True,
+        planned=lambda: clock.planned(rows, known),
+        planned_row=known if known < len(rows) else -1,
     )
 
 
 def _by_period(
-    weights: WeightTable,
-    rows: Stamps,
-    clock: Clock,
-    rule: str,
-    shift: int,
-    bounds: tuple[int, int],
-) -> Schedule:
+    rows: Stamps, clock: Clock, rule: str, shift: int, bounds: tuple[int, int]
+) -> Timetable:
     """Rebalance at the end of each period; the table ends in that of `bounds`."""
     sessions, row_times = clock.wall_nanos, clock.walls(rows)
     planned = clock.future.last_before(*bounds)
@@ -193,10 +240,10 @@ def _by_period(
     latest = -1
     if planned is not None:
         latest = int(np.searchsorted(row_times, bounds[1])) - 1
-    return _trimmed(weights, Schedule(dates, at, weights.targets(row), planned), latest)
+    return Timetable(dates, at, row, False, lambda: planned, latest)
 
 
-def _on_dates(weights: WeightTable, rows: Stamps, clock: Clock, listed: Stamps) -> Schedule:
+def _on_dates(rows: Stamps, clock: Clock, listed: Stamps) -> Timetable:
     past = int(np.searchsorted(listed.keys, clock.known, side="right"))
     row = np.searchsorted(rows.keys, listed.keys, side="right") - 1
     sessions = listed.sessions[:past]
@@ -205,21 +252,7 @@ def _on_dates(weights: WeightTable, rows: Stamps, clock: Clock, listed: Stamps) 
     planned, latest = None, -1
     if past < len(listed) and row[past] >= 0:
         planned, latest = clock.planned(listed, past), int(row[past])
-    schedule = Schedule(listed.dates[at], sessions[at], weights.targets(row[at]), planned)
-    return _trimmed(weights, schedule, latest)
-
-
-def _trimmed(weights: WeightTable, schedule: Schedule, latest: int) -> Schedule:
-    """The schedule without leading rebalances that hold nothing, with the targets of a row."""
-    held = (schedule.targets != 0.0).any(axis=1)
-    first = int(np.argmax(held)) if held.any() else len(held)
-    return Schedule(
-        schedule.dates[first:],
-        schedule.sessions[first:],
-        schedule.targets[first:],
-        schedule.planned_date,
-        None if latest < 0 else weights.targets(np.array([latest]))[0],
-    )
+    return Timetable(listed.dates[at], sessions[at], row[at], False, lambda: planned, latest)
 
 
 def _listed(dates: pd.DatetimeIndex, offset: pd.Timedelta, clock: Clock) -> Stamps:

@@ -69,6 +69,8 @@ class AssetPrices:
         Found in the tables as they were given.
     shared : PriceSet
         The prices as the engine takes them, without a copy.
+    is_sound : bool
+        There is nothing to be told of them, whatever is held.
     """
 
     labels: pd.Index
@@ -80,6 +82,7 @@ class AssetPrices:
     faults: tuple[Faults, ...]
 
     shared: _engine.PriceSet = field(init=False, repr=False)
+    is_sound: bool = field(init=False, repr=False)
 
     def __post_init__(self) -> None:
         prices = self.matrices
@@ -92,6 +95,8 @@ class AssetPrices:
             low=prices.low,
         )
         object.__setattr__(self, "shared", shared)
+        doubts = (len(self.unknown), self.renamed, self.faults, self.unpriced.any())
+        object.__setattr__(self, "is_sound", not any(doubts))
 
     def __reduce__(self) -> tuple[Any, ...]:
         given = (getattr(self, part.name) for part in dataclasses.fields(self) if part.init)

@@ -10,7 +10,7 @@ import pandas as pd
 
 from corvex.simulation.notices import date_text
 from corvex.simulation.read.clock import dated_table
-from corvex.simulation.read.columns import check_labels, only_type
+from corvex.simulation.read.columns import check_labels
 from corvex.tables.frames import TableInput, as_table
 
 __all__ = ["WeightTable", "read_weights"]
@@ -37,10 +37,16 @@ class WeightTable:
     """
 
     def __init__(
-        self, table: pd.DataFrame, values: np.ndarray, *, limit: float, leverage: bool
+        self,
+        index: pd.DatetimeIndex,
+        labels: pd.Index,
+        values: np.ndarray,
+        *,
+        limit: float,
+        leverage: bool,
     ) -> None:
-        self.index = cast("pd.DatetimeIndex", table.index)
-        self.labels = table.columns
+        self.index = index
+        self.labels = labels
         self._values = values
         self.limit = limit
         self.leverage = leverage
@@ -70,7 +76,7 @@ class WeightTable:
         -------
         float64 array of shape (n, assets)
         """
-        weights: np.ndarray = self._values[rows].astype(np.float64)
+        weights: np.ndarray = self._values[rows].astype(np.float64, copy=False)
         if self._values.dtype == np.bool_:
             weights /= np.maximum(weights.sum(axis=1, keepdims=True), 1.0)
         else:
@@ -88,6 +94,8 @@ class WeightTable:
     def _note_scaling(self, rows: np.ndarray, weights: np.ndarray, gross: np.ndarray) -> None:
         least = 1.0 + _ROUNDING if self.largest_scaled is None else self.largest_scaled[0]
         doubtful = np.flatnonzero(gross > least)
+        if not len(doubtful):
+            return
         signals = ((weights[doubtful] == 0.0) | (weights[doubtful] == 1.0)).all(axis=1)
         doubtful = doubtful[~signals]
         if len(doubtful):
@@ -113,7 +121,7 @@ class WeightTable:
             changed[0] = (chunk[0] != before[0]).any()
             np.any(chunk[1:] != chunk[:-1], axis=1, out=changed[1:])
             kept.append(np.flatnonzero(changed) + start)
-            targets.append(chunk[changed])
+            targets.append(chunk if changed.all() else chunk[changed])
             before = chunk[-1:].copy()
         if not kept:
             return np.empty(0, np.int64), np.empty((0, len(self.labels)))
@@ -123,7 +131,13 @@ class WeightTable:
 
 
 def read_weights(
-    weights: TableInput, *, limit: float, leverage: bool, dates: Any = None, assets: Any = None
+    weights: TableInput,
+    *,
+    limit: float,
+    leverage: bool,
+    dates: Any = None,
+    assets: Any = None,
+    like: WeightTable | None = None,
 ) -> WeightTable:
     """Check the user's weights.
 
@@ -137,6 +151,9 @@ def read_weights(
         Leave rows alone whose absolute sum is above 1.
     dates, assets : sequences, optional
         Those of an array.
+    like : WeightTable, optional
+        Weights that were read before. Where they have the same dates and labels, these are not
+        looked through again, and both share them.
 
     Raises
     ------
@@ -153,21 +170,33 @@ def read_weights(
         )
     if weights.size == 0:
         raise ValueError(f"weights are empty: {len(weights)} dates, {weights.shape[1]} assets")
-    check_labels(weights.columns)
-    table = dated_table(weights, "weights")
+    if like is not None and _are_alike(weights, like):
+        table, index, labels = weights, like.index, like.labels
+    else:
+        check_labels(weights.columns)
+        table = dated_table(weights, "weights")
+        index, labels = cast("pd.DatetimeIndex", table.index), table.columns
     values = _values(table)
     # One number tells that all are numbers; only where it is none they are looked through.
     if values.dtype != np.bool_ and not np.isfinite(values.sum()):
         _refuse_infinite(table, values)
         if np.isnan(np.fmax.reduce(values, axis=None)):
             raise ValueError("weights are empty: every value is missing")
-    return WeightTable(table, values, limit=limit, leverage=leverage)
+    return WeightTable(index, labels, values, limit=limit, leverage=leverage)
+
+
+def _are_alike(weights: pd.DataFrame, like: WeightTable) -> bool:
+    pairs = (weights.index, like.index), (weights.columns, like.labels)
+    return all(
+        one is other or (one.dtype == other.dtype and one.equals(other)) for one, other in pairs
+    )
 
 
 def _values(table: pd.DataFrame) -> np.ndarray:
     """The values as bool or float64, without a copy where they are that."""
-    if only_type(table) in (np.float64, np.bool_):
-        return table.to_numpy()
+    plain = table.to_numpy()
+    if plain.dtype in (np.float64, np.bool_):
+        return plain
     kinds = {str(label): _kind(table[label]) for label in table.columns}
     signals = [label for label, kind in kinds.items() if kind == "signal"]
     numbers = [label for label, kind in kinds.items() if kind == "number"]

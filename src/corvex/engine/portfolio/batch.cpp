@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <memory>
 
@@ -37,31 +38,42 @@ std::size_t rows_before_first_fill(std::span<const double> traded) {
     return static_cast<std::size_t>(std::max<std::ptrdiff_t>(row - 1, 0));
 }
 
+/// The days of the sessions that end one, which all runs have in common.
+std::vector<Nanos> days_of(const Calendar& calendar) {
+    std::vector<Nanos> days(calendar.closes.size());
+    std::ranges::transform(calendar.closes, days.begin(), [&calendar](std::int64_t close) {
+        return start_of_day(day_number(calendar.times[static_cast<std::size_t>(close)]));
+    });
+    return days;
+}
+
 /// The curve as a report's statistics read it: the last value of each day, from 100 on.
-Curve daily_curve(const Batch& batch, std::size_t plan, const SimulationResult& result) {
+Curve daily_curve(const Batch& batch, std::span<const Nanos> days, std::size_t plan,
+                  const SimulationResult& result) {
     const std::size_t first = batch.plans[plan].first_session;
     const std::size_t start = first + rows_before_first_fill(result.traded);
+    const auto closes = std::ranges::subrange(
+        std::ranges::lower_bound(batch.calendar.closes, static_cast<std::int64_t>(start)),
+        batch.calendar.closes.end());
+    const auto own = days.last(closes.size());
     Curve curve;
-    curve.values.reserve(batch.calendar.closes.size() + 1);
-    curve.times.reserve(batch.calendar.closes.size() + 1);
-    const auto add = [&curve](Nanos time, double value) {
-        const Nanos day = start_of_day(day_number(time));
-        if (!curve.times.empty() && curve.times.back() == day) {
-            curve.values.back() = value;
-            return;
-        }
-        curve.values.push_back(value);
-        curve.times.push_back(day);
-    };
+    curve.values.reserve(own.size() + 1);
+    curve.times.reserve(own.size() + 1);
     const bool led = std::abs(result.equity[start - first] - 1.0) > kRounding;
     if (led) {
-        add(batch.calendar.before_first[plan], 1.0);
-    }
-    for (const std::int64_t close : batch.calendar.closes) {
-        const auto row = static_cast<std::size_t>(close);
-        if (row >= start) {
-            add(batch.calendar.times[row], row == start && !led ? 1.0 : result.equity[row - first]);
+        const Nanos day = start_of_day(day_number(batch.calendar.before_first[plan]));
+        if (own.empty() || own.front() != day) {
+            curve.times.push_back(day);
+            curve.values.push_back(1.0);
         }
+    }
+    curve.times.insert(curve.times.end(), own.begin(), own.end());
+    const std::size_t lead = curve.values.size();
+    for (const std::int64_t close : closes) {
+        curve.values.push_back(result.equity[static_cast<std::size_t>(close) - first]);
+    }
+    if (!led && !own.empty() && static_cast<std::size_t>(closes.front()) == start) {
+        curve.values[lead] = 1.0;
     }
     rebase(curve.values, kBase, curve.values);
     return curve;
@@ -122,7 +134,8 @@ void sum_blocks(const Batch& batch, std::size_t first, std::span<const double> e
     }
 }
 
-RunSummary summarise(const Batch& batch, std::size_t run, const SimulationResult& result) {
+RunSummary summarise(const Batch& batch, std::span<const Nanos> days, std::size_t run,
+                     const SimulationResult& result) {
     const std::size_t plan = batch.runs[run].plan;
     const std::size_t first = batch.plans[plan].first_session;
     RunSummary summary{{},
@@ -137,7 +150,7 @@ RunSummary summarise(const Batch& batch, std::size_t run, const SimulationResult
                        {}};
     summary.figures.fill(kNaN);
     if (!result.equity.empty()) {
-        const Curve curve = daily_curve(batch, plan, result);
+        const Curve curve = daily_curve(batch, days, plan, result);
         summary.figures =
             figure_values(performance_record(curve.values, curve.times, batch.riskfree_rate));
         summary.turnover = yearly_turnover(batch, plan, result);
@@ -165,6 +178,9 @@ void validate(const Batch& batch) {
                                     return row >= 0 && static_cast<std::size_t>(row) < sessions;
                                 }),
             "a row that ends a day lies outside the price table");
+    require(std::ranges::adjacent_find(batch.calendar.closes, std::ranges::greater_equal{}) ==
+                batch.calendar.closes.end(),
+            "the rows that end a day must rise");
     require(batch.curves.empty() || batch.curves.size() == batch.runs.size() * sessions,
             "the curves do not fit the runs and the price table");
     require(batch.blocks == 0 || batch.blocks < sessions,
@@ -185,8 +201,8 @@ SimulationInput input_of(const Batch& batch, const BatchRun& run) {
 }
 
 /// Runs [begin, end), which take turns block by block.
-void run_together(const Batch& batch, std::size_t begin, std::size_t end,
-                  std::span<RunSummary> out) {
+void run_together(const Batch& batch, std::span<const Nanos> days, std::size_t begin,
+                  std::size_t end, std::span<RunSummary> out) {
     std::vector<SimulationInput> inputs;
     std::vector<std::unique_ptr<Simulator>> simulators;
     inputs.reserve(end - begin);
@@ -205,7 +221,7 @@ void run_together(const Batch& batch, std::size_t begin, std::size_t end,
         }
     }
     for (std::size_t run = begin; run < end; ++run) {
-        out[run] = summarise(batch, run, simulators[run - begin]->finish());
+        out[run] = summarise(batch, days, run, simulators[run - begin]->finish());
         simulators[run - begin].reset();
     }
 }
@@ -224,11 +240,13 @@ std::vector<RunSummary> run_batch(const Batch& batch) {
     for (std::size_t options = 0; options < batch.options.size(); ++options) {
         validate(input_of(batch, {batch.runs.front().plan, options}));
     }
+    const std::vector<Nanos> days = days_of(batch.calendar);
     std::vector<RunSummary> out(batch.runs.size());
     // Prices that stay in the cache anyway need no turns.
     const bool small = batch.prices.sessions() * batch.prices.assets() <= 4 * kPricesAtOnce;
-    in_parallel(batch.runs.size(), small ? 1 : kRunsAtOnce, batch.threads,
-                [&](std::size_t begin, std::size_t end) { run_together(batch, begin, end, out); });
+    in_parallel(
+        batch.runs.size(), small ? 1 : kRunsAtOnce, batch.threads,
+        [&](std::size_t begin, std::size_t end) { run_together(batch, days, begin, end, out); });
     return out;
 }
 
