@@ -79,7 +79,8 @@ def _write_parameters(command: Any, ctx: Any, formatter: Any) -> None:
         record = param.get_help_record(ctx)
         if record is None:
             continue
-        text = _glued(re.sub(r"(\d+)<=x<=(\d+)", r"\1 to \2", record[1]))
+        text = re.sub(r"(\d+)<=x<=(\d+)", r"\1 to \2", record[1])
+        text = _glued(re.sub(r"x>=(\d+)", r"at least \1", text))
         if param.param_type_name == "argument":
             sections["Arguments"].append((_placeholder(param), text))
         else:

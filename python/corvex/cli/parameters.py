@@ -14,6 +14,7 @@ __all__ = [
     "MarketName",
     "MaxSize",
     "Out",
+    "Prices",
     "RiskFree",
     "Saved",
     "Text",
@@ -57,11 +58,21 @@ Html = Annotated[
 ]
 MarketName = Annotated[
     str | None,
-    typer.Option("--market", help="us_stock, tw_stock or crypto; by the dates by default."),
+    typer.Option(
+        "--market", help="us_stock, tw_stock or crypto; by the dates or assets by default."
+    ),
 ]
 MaxSize = Annotated[
     int,
     typer.Option("--max-size", min=1, help="Most MB that a file may hold, unpacked."),
+]
+Prices = Annotated[
+    list[str],
+    typer.Option(
+        metavar="FILE",
+        help="File of the closes, dates x assets, or a built-in sample; of other prices too, once"
+        " for each: close=FILE, open=FILE, high=FILE, low=FILE.",
+    ),
 ]
 RiskFree = Annotated[
     float | None,

@@ -16,7 +16,7 @@ from corvex.plaintext import printable
 if TYPE_CHECKING:
     from corvex.core.report import Report, ReportExecution
 
-__all__ = ["count", "percent", "print_live", "print_metrics", "print_trades"]
+__all__ = ["count", "percent", "print_live", "print_metrics", "print_table", "print_trades"]
 
 _LEAST_WIDTH = 100  # for what goes into a file or a pipe
 _NONE = "-"
@@ -28,7 +28,7 @@ def print_metrics(report: Report) -> None:
 
     for section, figures in report.get_metrics(riskfree_rate=riskfree_of(report)).items():
         rows = [(name, show(name, value)) for name, value in figures.items()]
-        _print_table(section, ["figure", "value"], rows, right=[1])
+        print_table(section, ["figure", "value"], rows, right=[1])
 
 
 def print_trades(report: Report) -> None:
@@ -50,7 +50,7 @@ def print_trades(report: Report) -> None:
     known = [name for name in columns if name in trades.columns]
     cells = [[columns[name][1](value) for value in trades[name]] for name in known]
     right = [i for i, name in enumerate(known) if columns[name][1] in (percent, count)]
-    _print_table(
+    print_table(
         f"trades ({len(trades)})",
         [columns[name][0] for name in known],
         zip(*cells, strict=True),
@@ -75,7 +75,7 @@ def print_live(report: Report) -> None:
         (name.replace("_", " "), _date(getattr(report, name, None)))
         for name in ("current_rebalance_date", "next_rebalance_date", "next_trading_date")
     ]
-    _print_table("live", ["question", "answer"], rows)
+    print_table("live", ["question", "answer"], rows)
     for name, part in parts.items():
         _print_execution(f"execution {name}".strip(), part)
     _print_current_trades(report)
@@ -83,7 +83,7 @@ def print_live(report: Report) -> None:
         from corvex.explain.live_performance import live_figures
 
         figures = live_figures(report, riskfree_of(report))
-        _print_table(
+        print_table(
             f"since {_date(report.live_performance_start)}",
             ["figure", *(str(column) for column in figures.columns)],
             [
@@ -108,7 +108,7 @@ def _print_execution(title: str, execution: ReportExecution) -> None:
         )
         for asset in assets
     ]
-    _print_table(title, ["asset", "weight", "next weight", "action"], rows, right=[1, 2])
+    print_table(title, ["asset", "weight", "next weight", "action"], rows, right=[1, 2])
 
 
 def _print_current_trades(report: Report) -> None:
@@ -122,7 +122,7 @@ def _print_current_trades(report: Report) -> None:
         (str(asset), *(shown.get(name, percent)(trades[name].iloc[at]) for name in known))
         for at, asset in enumerate(trades.index)
     ]
-    _print_table(
+    print_table(
         "current trades",
         ["asset", *(name.replace("_", " ") for name in known)],
         rows,
@@ -152,9 +152,10 @@ def _date(value: Any) -> str:
     return str(stamp.strftime("%Y-%m-%d" if bare else "%Y-%m-%d %H:%M"))
 
 
-def _print_table(
+def print_table(
     title: str, header: list[str], rows: Iterable[Iterable[str]], right: Iterable[int] = ()
 ) -> None:
+    """Print a table as wide as the terminal; columns `right` stand at the right."""
     from rich import box
     from rich.console import Console
     from rich.markup import escape

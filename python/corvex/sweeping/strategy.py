@@ -79,6 +79,11 @@ class Strategy:
         _check_arguments(self._function, signals)
         return list(signals)
 
+    @property
+    def is_function(self) -> bool:
+        """Whether weights are made of prices, not there already."""
+        return self._function is not None
+
     def weights(self, prices: Any, signal: Combination) -> Any:
         """Return the weights of one combination."""
         if self._function is None:

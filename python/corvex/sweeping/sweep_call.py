@@ -16,6 +16,7 @@ from corvex.simulation.notices import warn
 from corvex.simulation.read.market_choice import choose_market
 from corvex.simulation.read.price_tables import price_table
 from corvex.sweeping.digest import digest
+from corvex.sweeping.future_check import check_signals
 from corvex.sweeping.grid import Grid, Space, read_space
 from corvex.sweeping.progress import Progress, ProgressInput
 from corvex.sweeping.run_results import INTERRUPTED, Results
@@ -57,6 +58,7 @@ def sweep(
     on_error: Literal["record", "raise"] = "record",
     riskfree_rate: float = 0.02,
     threads: int = 0,
+    check_lookahead: bool = False,
     **fixed: Any,
 ) -> Sweep:
     """Simulate a strategy with many combinations of parameters.
@@ -96,6 +98,10 @@ def sweep(
     threads : int, default 0
         Of the engine; 0 is one for each core, and one with an `executor` or in a process that
         another one has started, where the cores are busy already.
+    check_lookahead : bool, default False
+        First see, by `corvex.check_lookahead`, whether weights know later prices: for up to five
+        combinations of the strategy's own arguments, from the first to the last. A finding is a
+        warning; `lookahead` of the sweep has them all.
     **fixed
         Arguments of `corvex.simulate` that do not vary.
 
@@ -150,6 +156,7 @@ def sweep(
     if folder is not None:
         shown = {"strategy": str(title or ""), "riskfree_rate": repr(float(riskfree_rate))}
         folder.open(_fingerprint(job), grid.columns, shown)
+    checks = check_signals(source, prices, grid.signals) if check_lookahead else []
     raises = on_error == "raise"
     runner = (
         Runner(job, threads, raises=raises)
@@ -157,13 +164,15 @@ def sweep(
         else Crew(job, executor, threads, raises=raises)
     )
     results = _run(runner, grid, folder, progress)
-    return Sweep(
+    found = Sweep(
         grid.columns,
         results,
         title=title,
         riskfree_rate=riskfree_rate,
         source=Source(job, grid),
     )
+    found.lookahead = checks
+    return found
 
 
 def open_sweep(folder: str | os.PathLike[str]) -> Sweep:

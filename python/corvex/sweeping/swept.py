@@ -28,6 +28,7 @@ if TYPE_CHECKING:
 
     from corvex.core.report import Report
     from corvex.significance import Confidence
+    from corvex.significance.lookahead import LookaheadCheck
 
 __all__ = ["TRIALS", "Source", "Sweep", "same_value"]
 
@@ -83,6 +84,8 @@ class Sweep:
         if fixed is None:
             fixed = {} if source is None else source.job.fixed
         self.fixed: Mapping[str, Any] = fixed
+        #: The strategy's arguments that were checked for look-ahead, and what came out.
+        self.lookahead: list[tuple[dict[str, Any], LookaheadCheck]] = []
 
     def __len__(self) -> int:
         return len(self._results)
@@ -477,6 +480,9 @@ class Sweep:
     def to_xarray(self) -> Any:
         """Return the figures as an xarray Dataset with a dimension for each parameter.
 
+        Values stand in the order of the grid, None among numbers as NaN; combinations that did not
+        run are missing.
+
         Raises
         ------
         ImportError
@@ -487,10 +493,29 @@ class Sweep:
         try:
             import xarray  # type: ignore[import-not-found, unused-ignore]
         except ImportError as error:
-            raise ImportError("to_xarray needs the package xarray: pip install xarray") from error
-        if not self.figures.index.is_unique:
+            raise ImportError(
+                "to_xarray needs the package xarray: pip install 'corvex[xarray]'"
+            ) from error
+        table = self.figures
+        if not table.index.is_unique:
             raise ValueError("a combination of parameters occurs twice; xarray needs each once")
-        return xarray.Dataset.from_dataframe(self.figures)
+        # Not Dataset.from_dataframe, which leaves out the runs whose parameter is missing.
+        levels = [table.index.get_level_values(level) for level in range(table.index.nlevels)]
+        found = [pd.factorize(level, use_na_sentinel=False) for level in levels]
+        places = tuple(codes for codes, _ in found)
+        shape = [len(values) for _, values in found]
+        names = [str(name) for name in table.index.names]
+        variables = {}
+        for name in table.columns:
+            if name == "error":
+                cells = np.full(shape, None, dtype=object)
+                cells[places] = table[name].to_numpy(object)
+            else:
+                cells = np.full(shape, np.nan)
+                cells[places] = table[name].to_numpy(np.float64, na_value=np.nan)
+            variables[name] = (names, cells)
+        values = [np.asarray(values) for _, values in found]
+        return xarray.Dataset(variables, coords=dict(zip(names, values, strict=True)))
 
 
 def _overfitting(

@@ -29,6 +29,7 @@ from corvex.tables.frames import arrow_stream, is_array
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
+    from corvex.significance import Confidence
 
 __all__ = ["WalkForward", "walk_forward"]
 
@@ -48,10 +49,13 @@ class WalkForward:
         ``outside`` values, in the training and in the test, of what they were chosen by.
     report : Report
         The winners' weights, one after the other, simulated once.
+    riskfree_rate : float
+        Per year, a fraction: that of the sweep.
     """
 
     choices: pd.DataFrame
     report: Report
+    riskfree_rate: float = 0.02
 
     def __arrow_c_stream__(self, requested_schema: object | None = None) -> object:
         """Hand `choices` to other libraries."""
@@ -111,6 +115,22 @@ class WalkForward:
             Title of the browser tab; the report's name by default.
         """
         self.report.to_html(path, title or getattr(self.report, "name", None))
+
+    def confidence(self, draws: int = 1000, seed: int = 0) -> Confidence:
+        """Say how far the report's figures could have come about by chance.
+
+        It knows how many runs the choices were made among; see `corvex.confidence`.
+
+        Parameters
+        ----------
+        draws : int, default 1000
+            How many paths are drawn.
+        seed : int, default 0
+            The same seed draws the same paths.
+        """
+        from corvex.significance import confidence
+
+        return confidence(self.report, draws=draws, seed=seed, riskfree_rate=self.riskfree_rate)
 
     def __repr__(self) -> str:
         first, last = self.choices["test_start"].iloc[0], self.choices["test_end"].iloc[-1]
@@ -209,7 +229,7 @@ def walk_forward(
         )
     report = _simulate(sweep, source, chosen, windows)
     setattr(report, TRIALS, sweep.trials_statistics)
-    walk = WalkForward(pd.DataFrame(rows), report)
+    walk = WalkForward(pd.DataFrame(rows), report, sweep.riskfree_rate)
     setattr(report, WALK, walk.noted(choose if isinstance(choose, str) else None))
     return walk
 

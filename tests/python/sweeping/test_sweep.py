@@ -326,3 +326,36 @@ def test_heat_maps_show_each_run_in_its_cell():
         found.heatmap("lookbak", "top")
     with pytest.raises(ValueError, match="no figure 'sharpe'; did you mean"):
         found.heatmap("lookback", "top", "sharpe")
+
+
+def test_every_run_has_its_cell_in_xarray():
+    found = corvex.sweep(
+        best_of, daily(), signal={"lookback": [3, 1], "top": [1, 2]},
+        options={"trail_stop": [None, 0.05]}, **FIXED,
+    )  # fmt: skip
+    cells = found.to_xarray()
+    assert dict(cells.sizes) == {"lookback": 2, "top": 2, "trail_stop": 2}
+    for place, (_, row) in enumerate(found.figures.iterrows()):
+        own = cells.isel(lookback=place // 4, top=place // 2 % 2, trail_stop=place % 2)
+        assert own["cagr"].item() == row["cagr"]
+        assert own["trades"].item() == row["trades"]
+    assert cells["cagr"].sel(lookback=1, top=2, trail_stop=0.05) == found.figures["cagr"].iloc[7]
+    rows = corvex.sweep(
+        best_of, daily(), signal=[{"lookback": 1, "top": 1}, {"lookback": 3, "top": 2}]
+    )
+    assert rows.to_xarray()["error"].shape == (2, 2)
+    assert int(rows.to_xarray()["cagr"].isnull().sum()) == 2
+
+
+def test_look_ahead_is_found_in_some_combination():
+    def late(prices, shift):
+        return prices.shift(shift) > prices.shift(shift + 1)
+
+    with pytest.warns(UserWarning, match=r"shift=-1: look-ahead: .* \(1 of 3 checked"):
+        found = corvex.sweep(
+            late, daily(), signal={"shift": [-1, 0, 1]}, check_lookahead=True, **FIXED
+        )
+    kinds = {labels["shift"]: check.kind for labels, check in found.lookahead}
+    assert kinds == {-1: "look-ahead", 0: "clean", 1: "clean"}
+    with pytest.raises(ValueError, match="a strategy that is a function"):
+        corvex.sweep(daily() > 100, daily(), check_lookahead=True, **FIXED)

@@ -83,6 +83,9 @@ def test_one_combination_alone_is_a_run_of_it():
     assert walk.report.planned_rebalance_date == single.planned_rebalance_date
     assert walk.stability == 1
     assert walk.report.trials_statistics.trials == 1
+    worth = walk.confidence(draws=50).figures
+    assert worth.equals(corvex.confidence(walk.report, draws=50).figures)
+    assert worth["trials"] == 1
 
 
 def test_winners_are_stitched_and_the_change_is_paid_for():

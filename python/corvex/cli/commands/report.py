@@ -8,6 +8,7 @@ from typing import TYPE_CHECKING, Annotated
 import typer
 
 from corvex.cli.console import note
+from corvex.cli.given_inputs import benchmark_of
 from corvex.cli.parameters import (
     Confidence,
     Html,
@@ -22,9 +23,6 @@ from corvex.cli.parameters import (
 )
 
 if TYPE_CHECKING:
-    import pandas as pd
-
-    from corvex.cli.readers.curve_file import CurveFile
     from corvex.core.report import Report
 
 __all__ = ["report", "report_on_file"]
@@ -128,43 +126,8 @@ def report_on_file(
         file.notes.append(f"column {chosen!r} is read as returns (--no-returns: as a curve)")
     other = None
     if benchmark is not None:
-        other = _benchmark(file, benchmark, are_returns, max_megabytes)
+        other = benchmark_of(benchmark, max_megabytes, beside=file, wants_returns=are_returns)
     for message in file.notes:
         note(message)
     make = corvex.from_returns if are_returns else corvex.from_equity
     return make(values, benchmark=other, market=market, name=name)
-
-
-def _benchmark(
-    file: CurveFile, name: str, wants_returns: bool, max_megabytes: int
-) -> pd.Series | str:
-    """Return the benchmark in the form of the strategy, or the name of a table."""
-    from corvex.cli.readers.curve_file import read_table
-
-    if file.has_column(name):
-        source, column = file, file.column(name)
-    elif Path(name).exists():
-        source = read_table(Path(name), max_megabytes)
-        column = source.column(None)
-    else:
-        return _known_table(file, name)
-    values = source.values(column)
-    if source is not file:
-        for message in source.notes:
-            note(message)
-    values = values[~values.index.duplicated(keep="last")].sort_index().dropna()
-    are_returns = source.looks_like_returns(column, values)
-    if are_returns == wants_returns:
-        return values
-    return values.pct_change() if wants_returns else (1 + values).cumprod()
-
-
-def _known_table(file: CurveFile, name: str) -> str:
-    from corvex import data
-
-    if not data.exists(name):
-        raise ValueError(
-            f"the benchmark {name!r} is no column of {file.path.name}, no file and no known "
-            "table; known are " + ", ".join(data.available())
-        )
-    return name

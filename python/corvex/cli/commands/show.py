@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+from pathlib import Path
 from typing import Annotated
 
 import typer
@@ -12,7 +13,6 @@ from corvex.cli.parameters import (
     Html,
     Lang,
     RiskFree,
-    Saved,
     Text,
     Trials,
     Trust,
@@ -24,7 +24,12 @@ __all__ = ["show"]
 
 
 def show(
-    file: Saved,
+    file: Annotated[
+        Path,
+        typer.Argument(
+            help="A saved report (.corvex or a pickle), or the folder of a sweep (--store)."
+        ),
+    ],
     width: Width = None,
     metrics: Annotated[
         bool, typer.Option("--metrics", help="Print all figures instead of the summary.")
@@ -47,8 +52,17 @@ def show(
     confidence: Confidence = None,
     trials: Trials = None,
     trust: Trust = False,
+    figure: Annotated[
+        str, typer.Option(help="Of a sweep: by which figure its runs are ranked.")
+    ] = "daily_sharpe",
+    best: Annotated[int, typer.Option(min=1, help="Of a sweep: how many runs to print.")] = 10,
 ) -> None:
-    """Print a saved report: its summary and charts, or the tables asked for."""
+    """Print a saved report or sweep: its summary and charts, or the tables asked for."""
+    if file.is_dir():
+        if metrics or trades or live or text or confidence or trials or riskfree is not None:
+            raise ValueError(f"{file} is a folder; of a sweep, show takes --figure, --best, --html")
+        _show_sweep(file, figure, best, html)
+        return
     from corvex.cli.shown import print_confidence, print_report
     from corvex.cli.summary import language
 
@@ -76,3 +90,15 @@ def show(
         tables.print_trades(loaded)
     if live:
         tables.print_live(loaded)
+
+
+def _show_sweep(folder: Path, figure: str, best: int, html: Path | None) -> None:
+    page = None if html is None else target_file(html, f"{folder.absolute().name}.html")
+    import corvex
+    from corvex.cli.sweep_tables import print_sweep
+
+    found = corvex.open_sweep(folder)
+    print_sweep(found, figure, best)
+    if page is not None:
+        found.to_html(page, figure=figure)
+        note(f"page written to {page}")

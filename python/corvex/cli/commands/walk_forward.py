@@ -1,0 +1,82 @@
+"""``corvex walk-forward``: parameters of a sweep chosen in one window and used in the next."""
+
+from __future__ import annotations
+
+from pathlib import Path
+from typing import Annotated
+
+import typer
+
+from corvex.cli.console import note
+from corvex.cli.parameters import Confidence, Html, Lang, Out, Text, Width
+
+__all__ = ["walk_forward"]
+
+
+def walk_forward(
+    folder: Annotated[Path, typer.Argument(help="What corvex sweep was given as --store.")],
+    train: Annotated[
+        str, typer.Option(help="How long to choose in: 5YE, 6ME, or 500D from the first session.")
+    ] = "5YE",
+    test: Annotated[str, typer.Option(help="How long to use what was chosen.")] = "1YE",
+    choose: Annotated[str, typer.Option(help="The figure to choose by.")] = "daily_sharpe",
+    embargo: Annotated[
+        str | None, typer.Option(help="How long before each test the training ends, such as 5D.")
+    ] = None,
+    anchored: Annotated[
+        bool, typer.Option("--anchored", help="Every training begins with the first session.")
+    ] = False,
+    where: Annotated[
+        list[str] | None,
+        typer.Option(metavar="NAME=VALUE", help="Choose among the runs with this value alone."),
+    ] = None,
+    out: Out = None,
+    html: Html = None,
+    width: Width = None,
+    text: Text = False,
+    lang: Lang = None,
+    confidence: Confidence = None,
+    trust: Annotated[
+        bool, typer.Option("--trust", help="Run a strategy that lies inside the folder itself.")
+    ] = False,
+) -> None:
+    """Choose parameters of a sweep in one window, use them in the next, and go on.
+
+    Nothing runs again for choosing. The winners' weights are made anew, by the strategy's file that
+    the folder names: it runs, so use folders of your own sweeps.
+    """
+    from corvex.cli.parameter_texts import read_signals
+    from corvex.cli.shown import Delivery
+    from corvex.cli.summary import language
+    from corvex.cli.sweep_command import SweepCommand
+    from corvex.cli.sweep_tables import print_walk
+
+    command = SweepCommand.read(folder)
+    file = Path(command.strategy.rpartition(":")[0])
+    if not trust and file.resolve().is_relative_to(folder.resolve()):
+        raise ValueError(
+            f"{folder} brings its strategy along, which could be any program; if you know who made "
+            "it, --trust runs it all the same"
+        )
+    if not command.curves:
+        raise ValueError(f"{folder} keeps no curves to choose by; sweep into another with --curves")
+    title = f"{command.strategy.rpartition(':')[2]} walked forward"
+    delivery = Delivery(
+        title=title, lang=language(lang), width=width, text=text, riskfree=command.riskfree,
+        confidence=confidence, out=out, html=html,
+    ).check()  # fmt: skip
+    picked = {name: _single(name, values) for name, values in read_signals(where or []).items()}
+    note(f"{command.strategy} runs")
+    import corvex
+
+    found = corvex.walk_forward(
+        command.run(folder), train, test, choose, embargo=embargo, anchored=anchored, where=picked
+    )
+    print_walk(found, choose)
+    delivery.deliver(found.report)
+
+
+def _single(name: str, values: list[object]) -> object:
+    if len(values) != 1:
+        raise ValueError(f"--where takes one value of {name!r}, got {len(values)}")
+    return values[0]

@@ -1,0 +1,128 @@
+"""What a command is given to simulate on: prices and benchmarks, by file or by name."""
+
+from __future__ import annotations
+
+from pathlib import Path
+from typing import TYPE_CHECKING
+
+from corvex.cli.console import note
+
+if TYPE_CHECKING:
+    import pandas as pd
+
+    from corvex.cli.readers.curve_file import CurveFile
+
+__all__ = ["benchmark_of", "prices_of", "weights_of"]
+
+#: What the tables of prices are called that `corvex.simulate` takes.
+_FIELDS = ("open", "high", "low", "close", "volume")
+_NAMES = (*_FIELDS, *(f"adj_{name}" for name in _FIELDS))
+
+
+def weights_of(file: Path, max_megabytes: int) -> pd.DataFrame:
+    """Read a table of weights or signals, and tell what was decided on the way."""
+    from corvex.cli.readers.wide_file import read_wide
+
+    table, notes = read_wide(file, max_megabytes)
+    for message in notes:
+        note(message)
+    return table
+
+
+def prices_of(given: list[str], max_megabytes: int) -> pd.DataFrame | dict[str, pd.DataFrame]:
+    """Read prices: one table of closes, or several by name.
+
+    Parameters
+    ----------
+    given : list of str
+        One file, or a name that `corvex.data` knows; or several of ``close=FILE``, ``open=FILE``.
+    max_megabytes : int
+        Most content of a file that is unpacked.
+
+    Raises
+    ------
+    OSError, ValueError
+        When one cannot be read, or a table is there twice.
+    """
+    tables: dict[str, pd.DataFrame] = {}
+    for one in given:
+        name, place = _split(one)
+        if name in tables:
+            raise ValueError(f"there are two tables of {name!r} prices; give each once")
+        tables[name] = _prices(place, max_megabytes)
+    return tables["close"] if list(tables) == ["close"] else tables
+
+
+def _split(given: str) -> tuple[str, str]:
+    name, mark, place = given.partition("=")
+    return (name, place) if mark and name in _NAMES else ("close", given)
+
+
+def _prices(place: str, max_megabytes: int) -> pd.DataFrame:
+    if Path(place).exists():
+        return weights_of(Path(place), max_megabytes)
+    from corvex import data
+
+    if not data.exists(place):
+        raise ValueError(
+            f"the prices {place!r} are no file and no known table; known are "
+            + ", ".join(data.available())
+        )
+    return data.get_frame(place)
+
+
+def benchmark_of(
+    name: str,
+    max_megabytes: int,
+    *,
+    beside: CurveFile | None = None,
+    wants_returns: bool = False,
+) -> pd.Series | str:
+    """Return a benchmark, or the name of a table that `corvex.data` knows.
+
+    Parameters
+    ----------
+    name : str
+        Another column of `beside`, another file, or a table.
+    max_megabytes : int
+        Most content of a file that is unpacked.
+    beside : CurveFile, optional
+        The file of the curve that it is set beside.
+    wants_returns : bool, default False
+        In the form of returns, not of prices.
+
+    Raises
+    ------
+    OSError, ValueError
+        When there is none of that name, or it cannot be read.
+    """
+    from corvex.cli.readers.curve_file import read_table
+
+    if beside is not None and beside.has_column(name):
+        source, column = beside, beside.column(name)
+    elif Path(name).exists():
+        source = read_table(Path(name), max_megabytes)
+        column = source.column(None)
+    else:
+        return _known_table(beside, name)
+    values = source.values(column)
+    if source is not beside:
+        for message in source.notes:
+            note(message)
+    values = values[~values.index.duplicated(keep="last")].sort_index().dropna()
+    are_returns = source.looks_like_returns(column, values)
+    if are_returns == wants_returns:
+        return values
+    return values.pct_change() if wants_returns else (1 + values).cumprod()
+
+
+def _known_table(beside: CurveFile | None, name: str) -> str:
+    from corvex import data
+
+    if not data.exists(name):
+        column = "" if beside is None else f"no column of {beside.path.name}, "
+        raise ValueError(
+            f"the benchmark {name!r} is {column}no file and no known table; known are "
+            + ", ".join(data.available())
+        )
+    return name

@@ -1,0 +1,147 @@
+"""A sweep as the command line asks for it, written beside its runs so that it can go on."""
+
+from __future__ import annotations
+
+import contextlib
+import dataclasses
+import json
+from collections.abc import Iterator
+from pathlib import Path
+from typing import TYPE_CHECKING, Any
+
+from corvex.cli.given_inputs import benchmark_of, prices_of
+from corvex.cli.parameter_texts import read_options, read_signals
+from corvex.cli.strategy_file import load_function
+
+if TYPE_CHECKING:
+    from corvex.sweeping import Sweep
+
+__all__ = ["SweepCommand", "workers_of"]
+
+_FILE = "command.json"
+
+
+@dataclasses.dataclass(frozen=True, slots=True, kw_only=True)
+class SweepCommand:
+    """What a sweep is made of, as texts.
+
+    Attributes
+    ----------
+    strategy : str
+        ``FILE.py:function``.
+    prices : list of str
+        As `corvex.cli.given_inputs.prices_of` takes them.
+    signal, option : list of str
+        As `corvex.cli.parameter_texts` reads them.
+    curves : bool
+        Keep the curve of each run.
+    riskfree : float
+        A year.
+    max_size : int
+        Most MB that a file may hold.
+    """
+
+    strategy: str
+    prices: list[str]
+    signal: list[str]
+    option: list[str]
+    curves: bool
+    riskfree: float
+    max_size: int
+
+    def run(
+        self, store: Path | None, executor: Any = None, *, check_lookahead: bool = False
+    ) -> Sweep:
+        """Run what is missing in the store, or everything without one.
+
+        Raises
+        ------
+        OSError, ValueError, TypeError
+            As `corvex.sweep`, and when a text or a file cannot be read.
+        """
+        import corvex
+
+        signal = read_signals(self.signal)
+        varying, fixed = read_options(self.option)
+        if fixed.get("benchmark") is not None:
+            fixed["benchmark"] = benchmark_of(fixed["benchmark"], self.max_size)
+        prices = prices_of(self.prices, self.max_size)
+        strategy = load_function(self.strategy)
+        found = corvex.sweep(
+            strategy, prices, signal=signal or None, options=varying or None,
+            keep="curves" if self.curves else "figures", store=store,
+            riskfree_rate=self.riskfree, executor=executor, check_lookahead=check_lookahead,
+            **fixed,
+        )  # fmt: skip
+        if store is not None:
+            self.write(store)
+        return found
+
+    def write(self, folder: Path) -> None:
+        """Write it into the folder of its runs, files by their whole paths."""
+        from corvex.files import write_text
+
+        path, _, name = self.strategy.rpartition(":")
+        content = dataclasses.asdict(self) | {
+            "strategy": f"{Path(path).absolute()}:{name}",
+            "prices": [_whole(place) for place in self.prices],
+            "option": [_whole(text) for text in self.option],
+        }
+        write_text(folder / _FILE, json.dumps(content, indent=2, ensure_ascii=False) + "\n")
+
+    @classmethod
+    def read(cls, folder: Path) -> SweepCommand:
+        """Read what `write` has written.
+
+        Raises
+        ------
+        ValueError
+            When the folder was not made by the command line, or the file is not whole.
+        """
+        path = folder / _FILE
+        if not path.exists():
+            raise ValueError(
+                f"{folder} does not say how its runs were made, since corvex sweep did not make "
+                "it; corvex.walk_forward takes what corvex.sweep returns"
+            )
+        try:
+            return cls(**json.loads(path.read_text(encoding="utf-8")))
+        except (ValueError, TypeError) as error:
+            raise ValueError(f"{path} cannot be read: {error}") from None
+
+
+def _whole(text: str) -> str:
+    """Return ``name=file`` or a file with the file's whole path; another text as it is."""
+    name, mark, place = text.rpartition("=")
+    return f"{name}{mark}{Path(place).absolute()}" if Path(place).is_file() else text
+
+
+@contextlib.contextmanager
+def workers_of(workers: int | None, dask: str | None) -> Iterator[Any]:
+    """Give the executor that a command asks for, None for this process, and end what it began.
+
+    Raises
+    ------
+    ValueError
+        When both are asked for, or Dask is not installed.
+    """
+    if workers is not None and dask is not None:
+        raise ValueError(
+            "--workers and --dask exclude each other: a cluster has workers of its own"
+        )
+    if workers is not None:
+        import multiprocessing
+        from concurrent.futures import ProcessPoolExecutor
+
+        # The engine's threads may run already: a fork would take their locks along.
+        with ProcessPoolExecutor(workers, multiprocessing.get_context("spawn")) as pool:
+            yield pool
+    elif dask is not None:
+        try:
+            from distributed import Client
+        except ImportError:
+            raise ValueError("--dask needs Dask: pip install 'corvex[dask]'") from None
+        with Client(dask) as client:  # type: ignore[no-untyped-call, unused-ignore]
+            yield client
+    else:
+        yield None

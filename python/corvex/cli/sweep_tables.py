@@ -1,0 +1,110 @@
+"""What the commands print of a sweep and of a walk forward."""
+
+from __future__ import annotations
+
+import math
+from typing import TYPE_CHECKING, Any
+
+from corvex.cli.report_tables import print_table
+from corvex.ffn_core.catalogue import catalogue, show
+from corvex.plaintext import printable
+
+if TYPE_CHECKING:
+    from corvex.sweeping import Sweep
+    from corvex.sweeping.walking import WalkForward
+
+__all__ = ["print_sweep", "print_walk"]
+
+_SHOWN = ("cagr", "daily_sharpe", "max_drawdown", "turnover", "trades")
+_MOST_ERRORS = 5
+
+
+def print_sweep(sweep: Sweep, figure: str, count: int) -> None:
+    """Print the best runs of a sweep, how far they can be trusted, and what went wrong."""
+    best = sweep.best(figure, count)
+    columns = list(dict.fromkeys([figure, *_SHOWN]))
+    names = sweep.parameters
+    rows = [
+        [*_labels(names, index), *(_value(name, row[name]) for name in columns)]
+        for index, row in best.iterrows()
+    ]
+    title = printable(sweep.title or "a strategy")
+    print_table(
+        f"{title}: the best {len(best)} of {len(sweep):,} runs by {figure}",
+        [*names, *(_heading(name) for name in columns)],
+        rows,
+        right=range(len(names), len(names) + len(columns)),
+    )
+    if len(best):
+        print(_caution(sweep))
+    errors = sweep.errors
+    for place, error in list(errors.items())[:_MOST_ERRORS]:
+        told = ", ".join(f"{n}={v}" for n, v in zip(names, _labels(names, place), strict=True))
+        print(f"failed: {printable(told)}: {printable(error)}")
+    if len(errors) > _MOST_ERRORS:
+        print(f"and {len(errors) - _MOST_ERRORS:,} more runs without figures")
+
+
+def print_walk(walk: WalkForward, choose: str) -> None:
+    """Print what a walk forward chose in each window, and how the choices held."""
+    choices = walk.choices
+    names = list(choices.columns[4:-2])
+    rows = [
+        [
+            f"{row['train_start']:%Y-%m-%d}/{row['train_end']:%Y-%m-%d}",
+            f"{row['test_start']:%Y-%m-%d}/{row['test_end']:%Y-%m-%d}",
+            *(_label(row[name]) for name in names),
+            *(show(choose, float(row[name])) for name in ("inside", "outside")),
+        ]
+        for _, row in choices.iterrows()
+    ]
+    width = 2 + len(names)
+    print_table(
+        f"chosen by {choose}",
+        ["chosen in", "used in", *names, "inside", "outside"],
+        rows,
+        right=range(width, width + 2),
+    )
+    print(
+        f"Outside over inside {_ratio(walk.efficiency)}; the share of windows that choose as the "
+        f"one before {_ratio(walk.stability)}\n"
+    )
+
+
+def _labels(names: list[str], index: Any) -> list[str]:
+    if not names:
+        return []
+    return [_label(one) for one in (index if isinstance(index, tuple) else (index,))]
+
+
+def _label(value: Any) -> str:
+    missing = value is None or (isinstance(value, float) and math.isnan(value))
+    return "none" if missing else f"{value:g}" if isinstance(value, float) else str(value)
+
+
+def _heading(name: str) -> str:
+    known = catalogue().find(name)
+    return name if known is None else known.label("en")
+
+
+def _value(name: str, value: Any) -> str:
+    return show(name, None if value is None or _is_missing(value) else float(value))
+
+
+def _is_missing(value: Any) -> bool:
+    import pandas as pd
+
+    return bool(pd.isna(value))
+
+
+def _caution(sweep: Sweep) -> str:
+    """Say what the number of runs takes from the best of them."""
+    known = sweep.trials_statistics
+    text = f"The best of {known.trials:,.0f} is partly the luckiest"
+    if math.isfinite(known.overfitting):
+        text += f": probability of overfitting {known.overfitting:.1%}"
+    return f"{text}."
+
+
+def _ratio(value: float) -> str:
+    return "-" if math.isnan(value) else f"{value:.2f}"

@@ -1,0 +1,177 @@
+"""Weights and prices from files, simulated; sweeps of a user's own strategy file."""
+
+import json
+import re
+import shlex
+from pathlib import Path
+
+import numpy as np
+import pandas as pd
+import pytest
+
+import corvex
+from corvex.cli.parameter_texts import read_options, read_values
+
+GUIDE = Path(__file__).parents[3] / "docs" / "command-line.md"
+STRATEGY = """
+def momentum(prices, lookback, top=2):
+    change = prices.pct_change(lookback, fill_method=None)
+    return change.rank(axis=1, ascending=False) <= top
+"""
+
+
+@pytest.fixture
+def prices(run):
+    draw = np.random.default_rng(4)
+    days = pd.bdate_range("2015-01-01", "2019-12-31", name="date")
+    steps = draw.normal(0.0005, 0.015, (len(days), 4)).cumsum(axis=0)
+    table = pd.DataFrame(100 * np.exp(steps), days, ["A", "B", "0050", "D"])
+    table.to_csv("prices.csv")
+    with open("momentum.py", "w", encoding="utf-8") as file:
+        file.write(STRATEGY)
+    return table
+
+
+def test_weights_and_signals_from_files_are_those_of_simulate(run, prices):
+    marks = prices.pct_change(63).rank(axis=1) > 2
+    weights = (marks / 2.0).iloc[::21]
+    marks.to_csv("marks.csv")
+    weights.to_csv("weights.csv", sep=";", decimal=",")
+    (prices * 1.01).to_parquet("high.parquet")
+    (prices * 0.98).to_csv("low.csv")
+    prices["A"].to_csv("index.csv")
+    options = {"market": "us_stock", "fee_ratio": 0.001, "tax_ratio": 0.0}
+    shared = ["--market", "us_stock", "--fee", "0.001", "--tax", "0", "--out", "."]
+    tables = {"close": prices, "high": prices * 1.01, "low": prices * 0.98}
+    touched = ["--prices", "close=prices.csv", "--prices", "high=high.parquet"]
+    for name, arguments, table, given, more in (
+        ("marks.csv", ["--prices", "prices.csv", "--resample", "ME"], marks, prices,
+         {"resample": "ME"}),
+        ("weights.csv",
+         [*touched, "--prices", "low=low.csv", "--trail-stop", "0.1", "--touched-exit",
+          "--benchmark", "index.csv", "--start", "2016-02-01"], weights, tables,
+         {"trail_stop": 0.1, "touched_exit": True, "benchmark": prices["A"],
+          "start": "2016-02-01"}),
+    ):  # fmt: skip
+        status, out, err = run("simulate", name, *arguments, *shared)
+        assert status == 0, err
+        expected = corvex.simulate(table, given, **options, **more)
+        saved = corvex.load(f"{name.partition('.')[0]}.corvex")
+        np.testing.assert_allclose(saved.creturn, expected.creturn, rtol=1e-12)
+        np.testing.assert_allclose(saved.benchmark, expected.benchmark, rtol=1e-12)
+        assert f"{expected.get_stats()['cagr']:.2%}" in out
+
+
+@pytest.mark.parametrize(
+    ("arguments", "message"),
+    [
+        (["absent.csv", "--prices", "prices.csv"], "there is no file absent.csv"),
+        (["prices.csv", "--prices", "absent"], "no file and no known table; known are us_stocks"),
+        (["prices.csv", "--prices", "prices.csv", "--prices", "close=prices.csv"], "two tables"),
+        (
+            ["words.csv", "--prices", "prices.csv"],
+            "column 'B' of words.csv holds 'x' on 2020-01-03",
+        ),
+        (["prices.csv", "--prices", "prices.csv", "--stop-loss", "-1"], "stop_loss must be"),
+    ],
+)
+def test_simulate_says_what_is_wrong_with_its_files(run, prices, tmp_path, arguments, message):
+    (tmp_path / "words.csv").write_text("date,A,B\n2020-01-02,1,0\n2020-01-03,1,x\n")
+    status, _, err = run("simulate", *arguments)
+    assert (status, message in err) == (1, True), err
+
+
+def test_values_of_parameters_are_read_as_they_are_written():
+    assert read_values("63,126", "x") == [63, 126]
+    assert read_values("3:7,10:2:-4", "x") == [3, 4, 5, 6, 10, 6]
+    assert read_values("none, True,0.1,-1e3,fast", "x") == [None, True, 0.1, -1000.0, "fast"]
+    assert read_values('["a,b", 2]', "x") == ["a,b", 2]
+    varying, fixed = read_options(["trail_stop=none,0.1", "start=20200101", "resample=ME"])
+    assert (varying, fixed) == (
+        {"trail_stop": [None, 0.1]},
+        {"start": "20200101", "resample": "ME"},
+    )
+    for wrong in ("", "1,,2", "1:3:0", "3:1", "[1"):
+        with pytest.raises(ValueError):
+            read_values(wrong, "x")
+
+
+SWEEP = (
+    *("sweep", "momentum.py:momentum", "--prices", "prices.csv"),
+    *("--signal", "lookback=21,63", "--signal", "top=1:3", "--option", "resample=ME"),
+    *("--option", "market=us_stock", "--option", "trail_stop=none,0.2"),
+)
+
+
+def test_a_sweep_is_kept_shown_and_walked_forward(run, prices, tmp_path):
+    status, out, err = run(*SWEEP, "--store", "runs", "--html", ".", "--check-lookahead")
+    assert (status, "look-ahead" in err) == (0, False), err
+    names: dict = {}
+    exec(STRATEGY, names)
+    found = corvex.sweep(
+        names["momentum"], prices, signal={"lookback": [21, 63], "top": [1, 2]},
+        options={"trail_stop": [None, 0.2]}, resample="ME", market="us_stock", keep="curves",
+    )  # fmt: skip
+    assert "the best 8 of 8 runs by daily_sharpe" in out
+    shown = [line.split() for line in out.splitlines() if re.match(r"  (21|63) ", line)]
+    expected = found.best(count=8)
+    assert [row[3:5] for row in shown] == [
+        [f"{row['daily_sharpe']:.2f}", f"{row['cagr']:.2%}"] for _, row in expected.iterrows()
+    ]
+    assert "none" in {row[2] for row in shown}
+    assert (tmp_path / "momentum.html").stat().st_size > 100_000
+    again = run("show", "runs")[1]
+    assert again.partition("Runs kept")[0] == out.partition("Runs kept")[0]
+
+    arguments = ("--train", "2YE", "--where", "trail_stop=none", "--out", "walk.corvex")
+    status, out, err = run("walk-forward", "runs", *arguments)
+    assert status == 0, err
+    assert f"{tmp_path / 'momentum.py'}:momentum runs" in err
+    walk = corvex.walk_forward(found, "2YE", "1YE", where={"trail_stop": None})
+    np.testing.assert_allclose(corvex.load("walk.corvex").creturn, walk.report.creturn, rtol=1e-12)
+    assert out.count("2015-01-01/2016-12-30") == 1
+    assert f"{walk.efficiency:.2f}" in out
+
+    command = json.loads((tmp_path / "runs/command.json").read_text())
+    for changed, message in (
+        ({"strategy": f"{tmp_path}/runs/momentum.py:momentum"}, "brings its strategy along"),
+        ({"curves": False}, "keeps no curves"),
+        ({"strange": 1}, "cannot be read"),
+    ):
+        (tmp_path / "runs/command.json").write_text(json.dumps(command | changed))
+        assert message in run("walk-forward", "runs")[2]
+
+
+@pytest.mark.slow
+def test_the_guides_commands_run(run, prices, tmp_path):
+    text = GUIDE.read_text(encoding="utf-8")
+    (weights,) = re.findall(r"```csv\n(.*?)```", text, re.S)
+    (tmp_path / "weights.csv").write_text(weights)
+    corvex.data.sample("us_stocks").loc["2020":"2021"].to_csv("prices.csv")
+    blocks = re.findall(r"```\n(corvex (?:simulate|sweep) .*?)```", text, re.S)
+    assert len(blocks) == 2
+    for block in blocks:
+        status, out, err = run(*shlex.split(block.replace("\\\n", " "))[1:])
+        assert (status, "Page written to" in out) == (0, True), err
+    assert run("show", "runs/momentum", "--best", "1")[0] == 0
+
+
+def test_sweep_says_what_cannot_be_swept(run, prices):
+    for changed, message in (
+        ({1: "momentum.py"}, "is named FILE.py:function"),
+        ({1: "absent.py:f"}, "there is no file absent.py"),
+        ({1: "momentum.py:momentun"}, "it has momentum"),
+        ({5: "lokback=3"}, "did you mean 'lookback'?"),
+        ({13: "trailstop=1,2"}, "did you mean 'trail_stop'?"),
+        ({5: "lookback"}, "name=value,value"),
+        ({5: "top=1,2"}, "'top' is given twice"),
+        ({5: "lookback=x"}, "no run came to an end"),
+    ):
+        status, _, err = run(*(changed.get(at, word) for at, word in enumerate(SWEEP)))
+        assert (status, message in err) == (1, True), err
+    assert "exclude each other" in run(*SWEEP, "--workers", "2", "--dask", "tcp://x")[2]
+
+
+@pytest.mark.slow
+def test_a_sweep_in_other_processes_is_the_same(run, prices):
+    assert run(*SWEEP, "--workers", "2")[1] == run(*SWEEP)[1]
