@@ -20,6 +20,7 @@ if TYPE_CHECKING:
     from corvex.core.report import Report, ReportExecution
     from corvex.explain.attribution import contributions, exposure, turnover
     from corvex.explain.live_performance import live_figures
+    from corvex.exporting import save_figure, save_workbook
     from corvex.ordering import orders
     from corvex.safe_file import load, save
     from corvex.significance import (
@@ -55,6 +56,8 @@ __all__ = [
     "random_entries",
     "random_portfolios",
     "save",
+    "save_figure",
+    "save_workbook",
     "simulate",
     "sweep",
     "trial_statistics",
@@ -80,6 +83,8 @@ _LAZY = {
     "random_entries": "corvex.significance",
     "random_portfolios": "corvex.significance",
     "save": "corvex.safe_file",
+    "save_figure": "corvex.exporting",
+    "save_workbook": "corvex.exporting",
     "simulate": "corvex.simulation",
     "sweep": "corvex.sweeping",
     "trial_statistics": "corvex.significance",

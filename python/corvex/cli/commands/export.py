@@ -22,8 +22,8 @@ def export(
     file: Saved,
     out: Annotated[Path, typer.Option(help="File, or existing folder, to write to.")],
     format: Annotated[
-        Literal["payload", "holdings", "execution", "csv", "parquet"],
-        typer.Option(help="What to write: a dictionary as JSON, or a table."),
+        Literal["payload", "holdings", "execution", "csv", "parquet", "xlsx"],
+        typer.Option(help="What to write: a dictionary as JSON, a table, or a workbook."),
     ] = "payload",
     table: Annotated[
         Literal["trades", "equity", "positions"],
@@ -32,19 +32,35 @@ def export(
     all_trades: Annotated[
         bool, typer.Option("--all-trades", help="Put every trade into the payload, not 500.")
     ] = False,
+    xlsx: Annotated[
+        bool,
+        typer.Option(
+            "--xlsx",
+            help="Write a workbook (as --format xlsx): figures, monthly returns, holdings, trades "
+            "and daily equity.",
+        ),
+    ] = False,
     trust: Trust = False,
 ) -> None:
     """Write a saved report in a form that other programs read.
 
-    The dictionaries are written as strict JSON: a figure that does not exist is null.
+    The dictionaries are written as strict JSON: a figure that does not exist is null. A workbook
+    needs openpyxl: pip install 'corvex[excel]'.
     """
     from corvex.cli.written import strict_json, write_table
     from corvex.files import write_text
 
-    suffix = format if format in ("csv", "parquet") else f"{format}.json"
+    if xlsx and format not in ("payload", "xlsx"):
+        raise ValueError(f"--xlsx writes a workbook, --format {format} something else; give one")
+    format = "xlsx" if xlsx else format
+    suffix = format if format in ("csv", "parquet", "xlsx") else f"{format}.json"
     target = target_file(out, f"{file.stem}.{suffix}")
     report = load_report(file, trust)
-    if format in ("csv", "parquet"):
+    if format == "xlsx":
+        from corvex.exporting import save_workbook
+
+        save_workbook(report, target)
+    elif format in ("csv", "parquet"):
         write_table(_report_table(report, table), target, format)
     else:
         text = strict_json(_dictionary(report, format, None if all_trades else 500))
