@@ -72,7 +72,9 @@ def figures(hostile: Hostile) -> None:
     report = corvex.from_equity(pd.Series(np.linspace(1, 2, 20), dates))
     trades = hostile.frame(labels=["return", "position", "mae", "mfe", "trade_price@entry_date"])
     trades = trades.reset_index(names="entry_date") if trades.index.nlevels == 1 else trades
-    trades["exit_date"] = hostile.dates(len(trades))
+    exits = hostile.dates(len(trades))
+    with contextlib.suppress(NotImplementedError):  # pandas cannot store zoned years past 9999
+        trades["exit_date"] = exits
     trades["symbol"] = pd.Series(
         [hostile.random.choice("ABC") for _ in range(len(trades))], dtype=object
     )
