@@ -3,3 +3,7 @@
 from corvex.markets.base import Market
 
 __all__ = ["Market"]
+
+
+def __dir__() -> list[str]:
+    return __all__

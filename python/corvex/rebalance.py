@@ -18,6 +18,10 @@ from corvex.tables.context import in_utc
 __all__ = ["execution_timing"]
 
 
+def __dir__() -> list[str]:
+    return sorted(__all__)
+
+
 class _Execution(Protocol):
     """What `execution_timing` reads of an execution state."""
 

@@ -18,6 +18,10 @@ from corvex.analysis._base import Analysis, TradeInfo
 __all__ = ["Analysis", "TradeInfo", "add_folder"]
 
 
+def __dir__() -> list[str]:
+    return sorted(__all__)
+
+
 def add_folder(folder: str | os.PathLike[str]) -> None:
     """Add a folder in which analyses are looked for; one that is there already stays.
 

@@ -40,3 +40,7 @@ __all__ = [
     "sample",
     "suggested_tradable_time",
 ]
+
+
+def __dir__() -> list[str]:
+    return sorted(__all__)

@@ -92,6 +92,11 @@ __all__ = [
     "to_returns",
 ]
 
+
+def __dir__() -> list[str]:
+    return sorted(__all__)
+
+
 for _method in PANDAS_METHODS:
     for _pandas_type in (pd.Series, pd.DataFrame):
         setattr(_pandas_type, _method.__name__, _method)

@@ -15,22 +15,46 @@ _FIGURES = {name: position for position, name in enumerate(_engine.FIGURE_NAMES)
 
 
 def calc_total_return(prices: pd.Series | pd.DataFrame) -> float | pd.Series:
-    """Return last value / first value - 1 (NaN for fewer than two values)."""
+    """Return last value / first value - 1 (NaN for fewer than two values).
+
+    Parameters
+    ----------
+    prices : Series or DataFrame
+        Prices or cumulative wealth, with increasing dates; of a table each column by itself.
+    """
     return _figure(prices, "total_return")
 
 
 def calc_cagr(prices: pd.Series | pd.DataFrame) -> float | pd.Series:
-    """Return the compound annual growth rate, with years of 365.25 days."""
+    """Return the compound annual growth rate, with years of 365.25 days.
+
+    Parameters
+    ----------
+    prices : Series or DataFrame
+        Prices or cumulative wealth, with increasing dates; of a table each column by itself.
+    """
     return _figure(prices, "cagr")
 
 
 def calc_max_drawdown(prices: pd.Series | pd.DataFrame) -> float | pd.Series:
-    """Return the deepest value / highest value before it - 1, a negative fraction or 0."""
+    """Return the deepest value / highest value before it - 1, a negative fraction or 0.
+
+    Parameters
+    ----------
+    prices : Series or DataFrame
+        Prices or cumulative wealth, with increasing dates; of a table each column by itself.
+    """
     return _figure(prices, "max_drawdown")
 
 
 def calc_calmar_ratio(prices: pd.Series | pd.DataFrame) -> float | pd.Series:
-    """Return growth per year / size of the largest drawdown (infinite when nothing was lost)."""
+    """Return growth per year / size of the largest drawdown (infinite when nothing was lost).
+
+    Parameters
+    ----------
+    prices : Series or DataFrame
+        Prices or cumulative wealth, with increasing dates; of a table each column by itself.
+    """
     return _figure(prices, "calmar")
 
 
@@ -73,7 +97,12 @@ def calc_sortino_ratio(
     nperiods: float | None = None,
     annualize: bool = True,
 ) -> float | pd.Series:
-    """Return the Sortino ratio of simple returns; parameters and errors as `calc_sharpe`.
+    """Return the Sortino ratio of simple returns.
+
+    Parameters
+    ----------
+    returns, rf, nperiods, annualize
+        As for `calc_sharpe`, and so are the errors.
 
     Returns
     -------

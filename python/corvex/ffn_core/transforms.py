@@ -25,7 +25,7 @@ def rebase[T: (pd.Series, pd.DataFrame)](prices: T, value: float = 100) -> T:
 
 
 def to_returns[T: (pd.Series, pd.DataFrame)](prices: T) -> T:
-    """Return the simple returns ``p[i] / p[i - 1] - 1``; the first is missing.
+    """Return the simple returns of `prices`, ``p[i] / p[i - 1] - 1``; the first is missing.
 
     Nothing is filled: next to a missing price the return is missing.
     """
@@ -33,7 +33,7 @@ def to_returns[T: (pd.Series, pd.DataFrame)](prices: T) -> T:
 
 
 def to_log_returns[T: (pd.Series, pd.DataFrame)](prices: T) -> T:
-    """Return the logarithmic returns ``ln(p[i] / p[i - 1])``; the first is missing."""
+    """Return the logarithmic returns of `prices`, ``ln(p[i] / p[i - 1])``; the first is missing."""
     ratios: T = prices / prices.shift(1)
     logarithms: T = np.log(ratios)  # type: ignore[assignment]  # numpy keeps the pandas type
     return logarithms
@@ -75,10 +75,10 @@ def to_excess_returns[T: (pd.Series, pd.DataFrame)](
 
 
 def to_monthly[T: (pd.Series, pd.DataFrame)](prices: T) -> T:
-    """Return the last row of each month, under its own date. Months without a row are left out.
+    """Return the last row of each month of `prices`, under its own date.
 
-    In a series missing values are dropped first; in a table a row counts when any column has a
-    value, and each column carries its last value of that month.
+    Months without a row are left out. In a series missing values are dropped first; in a table a
+    row counts when any column has a value, and each column carries its last value of that month.
     """
     if isinstance(prices, pd.DataFrame):
         if prices.empty:

@@ -26,6 +26,11 @@ __all__ = [
     "register_market",
 ]
 
+
+def __dir__() -> list[str]:
+    return sorted(__all__)
+
+
 # Loaded on first use: the classes import files of this package.
 _LAZY = {
     "CryptoMarket": "corvex.markets.crypto",

@@ -15,6 +15,11 @@ from typing import Any
 
 __all__ = ["load", "names", "problems"]
 
+
+def __dir__() -> list[str]:
+    return sorted(__all__)
+
+
 _NAMES = ("report.v1", "report.payload.v1", "report.execution.v1", "report.holdings.v1")
 _REFERENCE = re.compile(r'"\$ref": "urn:corvex:([a-z0-9.]+)')
 

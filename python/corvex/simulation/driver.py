@@ -65,6 +65,15 @@ def simulate(
     its own day's prices. A session is a row of the price table: a day, or a bar when it is
     intraday. ``docs/simulate.md`` shows every rule on a small example.
 
+    ============  ================================================================================
+    holdings      weights, position_limit, leverage
+    prices        prices, trade_at, market; of arrays: dates, assets
+    time          resample, resample_offset, start, end
+    costs         fee_ratio, tax_ratio, slippage_ratio
+    stops         stop_loss, take_profit, trail_stop, touched_exit, stop_cooldown
+    the report    benchmark, live_performance_start, name, upload
+    ============  ================================================================================
+
     Parameters
     ----------
     weights : table or array, dates x asset labels
