@@ -182,7 +182,8 @@ def _filled[T](kind: type[T], state: Any) -> T:
 def _finding(tag: str, state: Any) -> Any:
     kind, kinds = _FINDINGS[tag]
     if not isinstance(state, dict) or not all(
-        isinstance(state.get(field.name), kinds[str(field.type)]) for field in fields(kind)
+        isinstance(state.get(field.name, field.default), kinds[str(field.type)])
+        for field in fields(kind)
     ):
         raise DamagedFileError(f"it holds no state of a {kind.__name__}")
     return kind(**state)

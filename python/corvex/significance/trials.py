@@ -13,7 +13,7 @@ import pandas as pd
 
 from corvex import _engine
 
-__all__ = ["TrialStatistics", "Trials", "read_trials", "trial_statistics"]
+__all__ = ["TrialStatistics", "Trials", "read_trials", "superiority", "trial_statistics"]
 
 _Floats = npt.NDArray[np.float64]
 #: How many trials there were; the yearly Sharpe ratio of each; or the returns of each.
@@ -21,6 +21,7 @@ Trials: TypeAlias = "int | Iterable[float] | pd.DataFrame | TrialStatistics | No
 
 #: Blocks of the cross-validation: 12,870 halvings.
 BLOCKS = 16
+_DRAWS = 1000
 
 
 @dataclass(frozen=True)
@@ -45,6 +46,9 @@ class TrialStatistics:
     logits, inside, outside : arrays of shape (halvings,)
         For each way to take half of the blocks: the logit of the chosen trial's rank outside, its
         Sharpe ratio per bar inside and outside.
+    superiority : float
+        p-value of Hansen's test of superior predictive ability: how likely the best trial is no
+        better than the riskless return. NaN without their returns.
     """
 
     trials: float = math.nan
@@ -56,6 +60,7 @@ class TrialStatistics:
     logits: _Floats = field(default_factory=lambda: np.empty(0))
     inside: _Floats = field(default_factory=lambda: np.empty(0))
     outside: _Floats = field(default_factory=lambda: np.empty(0))
+    superiority: float = math.nan
 
     def threshold(self, trials: float, sampling_error: float) -> float:
         """Largest Sharpe ratio per bar to expect of that many trials without skill.
@@ -121,11 +126,38 @@ def trial_statistics(
         trials=float(count),
         spread=_spread(ratios),
         effective_trials=_engine.effective_trials(table),
+        superiority=superiority(table),
     )
     if count < 2 or bars < 2 * blocks:
         return found
     judged = _engine.backtest_overfitting(*_engine.block_sums(table, blocks))
-    return TrialStatistics(found.trials, found.spread, found.effective_trials, *judged)
+    return TrialStatistics(
+        found.trials, found.spread, found.effective_trials, *judged, superiority=found.superiority
+    )
+
+
+def superiority(excess: _Floats) -> float:
+    """Test whether the best of some trials is better than the riskless return.
+
+    Parameters
+    ----------
+    excess : array of shape (bars, trials)
+        Returns per bar less the riskless one.
+
+    Returns
+    -------
+    float
+        p-value of Hansen's test with his consistent recentring, from 1,000 draws with seed 0; NaN
+        for fewer than two bars, or where no trial has dispersion.
+
+    Notes
+    -----
+    P. R. Hansen, "A test for superior predictive ability", JBES 23 (2005).
+    """
+    if len(excess) < 2 or excess.shape[1] == 0:
+        return math.nan
+    block = _engine.automatic_block_length(np.ascontiguousarray(excess.mean(axis=1)))
+    return _engine.superiority_test(np.ascontiguousarray(excess), _DRAWS, block, 0)[2]
 
 
 def read_trials(trials: Trials, periods_per_year: int, riskfree: float) -> TrialStatistics:

@@ -42,6 +42,7 @@ _RATIO = (
     "trials",
     "effective_trials",
     "pbo",
+    "spa_p",
     "sharpe_autocorrelated",
     "t_statistic",
     "skewness",
@@ -65,7 +66,8 @@ class Confidence:
         ``trials`` (``dsr_effective``: of ``effective_trials``); ``expected_largest_sharpe``: the
         best Sharpe ratio that luck alone finds in so many. ``sharpe_autocorrelated``: annualised
         with regard to autocorrelation; ``t_statistic``: of the mean excess return. ``pbo``:
-        probability of backtest overfitting. ``max_drawdown_rank``: share of the drawn paths
+        probability of backtest overfitting; ``spa_p``: how likely the best trial is no better than
+        the riskless return. ``max_drawdown_rank``: share of the drawn paths
         whose largest drawdown is at least as deep; ``drawdown`` and ``drawdown_rank``: the
         present one, and the share of drawn years that hold one at least as deep. With a
         benchmark ``cagr_excess``, ``sharpe_excess``, ... with bounds, and ``beats_benchmark``,
@@ -290,6 +292,7 @@ def _of_the_ratio(sample: Sample, known: TrialStatistics) -> dict[str, float]:
         "trials": known.trials,
         "effective_trials": known.effective_trials,
         "pbo": known.overfitting,
+        "spa_p": known.superiority,
         "sharpe_autocorrelated": moments[0] * scale,
         "t_statistic": _engine.mean_t_statistic(sample.returns - sample.riskfree, lags),
         "skewness": moments[1],

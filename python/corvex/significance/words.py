@@ -17,6 +17,7 @@ if TYPE_CHECKING:
 
 __all__ = ["as_html", "as_text", "limits", "nothing", "rows", "section"]
 
+_SMALLEST = 0.001  # of what 1,000 draws can tell
 _WORDS: dict[str, dict[str, str]] = {
     "en": {
         "section": "Confidence: skill or luck",
@@ -36,6 +37,8 @@ _WORDS: dict[str, dict[str, str]] = {
         "dsr": "after {trials} trials, of which luck alone finds {best}: above that with {share}",
         "effective": "; they amount to {count} independent ones, with which it is {share}",
         "pbo": "{share}",
+        "spa_p": "p {p}: so likely is a best one as good as this if none of the trials earned more"
+        " than cash",
         "random": "{figure} {own}, above {share} of {draws}; p = {p}",
         "limits": "All of it is drawn from the returns of this result and knows no more than they"
         " do: not whether the times to come are like these, whether the assets were chosen because"
@@ -58,6 +61,7 @@ _WORDS: dict[str, dict[str, str]] = {
         "dsr": "經 {trials} 次嘗試，僅憑運氣的最佳值為 {best}：真實值高於此的機率為 {share}",
         "effective": "；相當於 {count} 次獨立嘗試，以此計為 {share}",
         "pbo": "{share}",
+        "spa_p": "p {p}：若所有嘗試的獲利都不高於無風險利率，仍出現如此最佳者的機率",
         "random": "{figure} {own}，高於 {draws} 組中的 {share}；p = {p}",
         "limits": "以上皆由此結果的報酬重新抽樣而得，所知不多於這些報酬："
         "無法得知未來的市況是否與過去相似、標的是否因存活至今才被選入，"
@@ -178,6 +182,9 @@ def _search(found: Found, words: dict[str, str]) -> Iterator[tuple[str, str]]:
         yield "dsr", text
     if not math.isnan(f["pbo"]):
         yield "pbo", words["pbo"].format(share=_probability(f["pbo"], words))
+    if not math.isnan(f["spa_p"]):
+        p = f"= {f['spa_p']:.3f}" if f["spa_p"] >= _SMALLEST else f"< {_SMALLEST}"
+        yield "spa_p", words["spa_p"].format(p=p)
 
 
 def _bounds(found: Found, name: str, shown_as: str) -> dict[str, str]:

@@ -6,7 +6,7 @@ import difflib
 import math
 import os
 from collections.abc import Mapping, Sequence
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 from functools import cached_property
 from typing import TYPE_CHECKING, Any
 
@@ -16,7 +16,7 @@ import pandas as pd
 from corvex import _engine
 from corvex.ffn_core.catalogue import show
 from corvex.files import write_text
-from corvex.significance.trials import TrialStatistics
+from corvex.significance.trials import TrialStatistics, superiority
 from corvex.sweeping.grid import Grid, index_of, near
 from corvex.sweeping.run_results import BLOCKS, EXTRAS, FIGURES, LESS_IS_BETTER, Results
 from corvex.sweeping.runner import Job
@@ -414,7 +414,7 @@ class Sweep:
         """What the number and the likeness of the runs say about the best of them.
 
         The probability of overfitting needs runs over the same sessions; the number of
-        independent trials needs curves.
+        independent trials, and the test whether the best is better than cash, need curves.
         """
         results = self._results
         run = np.array([error is None for error in results.errors], dtype=bool)
@@ -434,24 +434,26 @@ class Sweep:
             return found
         riskfree = (1.0 + self.riskfree_rate) ** (1.0 / (periods or 252)) - 1.0
         sessions = next(iter(calendars))[1]
-        return TrialStatistics(
-            found.trials,
-            found.spread,
-            self._effective_trials(run),
-            *_overfitting(results.sums[run], results.squares[run], sessions, riskfree),
+        returns = self._returns(run)
+        return replace(
+            found,
+            **_overfitting(results.sums[run], results.squares[run], sessions, riskfree),
+            effective_trials=math.nan if returns is None else _engine.effective_trials(returns),
+            superiority=math.nan if returns is None else superiority(returns - riskfree),
         )
 
     def _rows(self, places: np.ndarray) -> list[tuple[Any, ...]]:
         return [tuple(values[place] for values in self._labels.values()) for place in places]
 
-    def _effective_trials(self, run: np.ndarray) -> float:
+    def _returns(self, run: np.ndarray) -> np.ndarray | None:
+        """The returns from session to session, sessions x runs; None where curves were not kept."""
         curves = self._results.curves[run]
         if any(curve is None for curve in curves) or len(curves) > _MOST_CORRELATED:
-            return math.nan
+            return None
         table = np.column_stack(list(curves))
         with np.errstate(divide="ignore", invalid="ignore"):
             returns = np.nan_to_num(table[1:] / table[:-1] - 1.0, nan=0.0)
-        return _engine.effective_trials(np.ascontiguousarray(returns))
+        return np.ascontiguousarray(returns)
 
     def confidence(
         self, run: Any = None, draws: int = 1000, seed: int = 0, **parameters: Any
@@ -520,17 +522,19 @@ class Sweep:
 
 def _overfitting(
     sums: np.ndarray, squares: np.ndarray, sessions: int, riskfree: float
-) -> tuple[Any, ...]:
+) -> dict[str, Any]:
     known = np.isfinite(sums).all(axis=1)
     if known.sum() < 2:
-        return ()
+        return {}
     counts = np.full(BLOCKS, (sessions - 1) // BLOCKS, dtype=np.int64)
     counts[: (sessions - 1) % BLOCKS] += 1
     excess = sums[known] - riskfree * counts
     spread = squares[known] - 2.0 * riskfree * sums[known] + riskfree**2 * counts
-    return _engine.backtest_overfitting(
+    judged = _engine.backtest_overfitting(
         np.ascontiguousarray(excess.T), np.ascontiguousarray(spread.T), counts
     )
+    names = ("overfitting", "loss", "slope", "logits", "inside", "outside")
+    return dict(zip(names, judged, strict=True))
 
 
 def _walls(dates: pd.DatetimeIndex) -> np.ndarray:

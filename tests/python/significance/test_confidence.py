@@ -64,6 +64,8 @@ def test_a_search_lowers_what_its_best_is_worth():
         assert found["expected_largest_sharpe"] == pytest.approx(ratios.max(), abs=0.4)
     assert 0.2 < found["pbo"] < 0.8
     assert 30 < found["effective_trials"] <= 40
+    assert found["spa_p"] > 0.05
+    assert corvex.trial_statistics(searched.assign(skill=walk(1000, 0.002, 41))).superiority < 0.01
     assert corvex.confidence(made, 1, **rate).figures["dsr"] == alone["psr"]
 
 
@@ -118,7 +120,7 @@ def test_the_words_tell_the_figures_in_both_languages():
         told = dict(rows(found, language))
         assert list(told) == [
             "daily_sharpe", "psr", "cagr", "beats_benchmark", "max_drawdown_rank", "drawdown_rank",
-            "dsr", "pbo", "random_portfolios", "random_entries",
+            "dsr", "pbo", "spa_p", "random_portfolios", "random_entries",
         ]  # fmt: skip
         assert f"{f['sharpe']:.2f}" in told["daily_sharpe"]
         assert f"{f['cagr_low']:.2%}" in told["cagr"]

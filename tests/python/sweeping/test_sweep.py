@@ -301,6 +301,7 @@ def test_the_best_of_a_sweep_knows_its_trials():
     assert known.spread == pytest.approx(told.spread, rel=0.05)
     figures = found.confidence(draws=50).figures
     assert (figures["trials"], figures["pbo"]) == (12, pytest.approx(told.overfitting))
+    assert figures["spa_p"] == pytest.approx(told.superiority, abs=0.01)
     last = found.report(weights=3)
     assert found.curves.iloc[-1, 3] == last.creturn.iloc[-1]
 

@@ -117,6 +117,9 @@ def test_what_is_known_of_the_search_stays_with_a_report(tmp_path):
     assert "above 66.7% of 3" in told
     for opened in (read_carefully(tmp_path / "a.pkl"), corvex.load(tmp_path / "a.corvex")):
         assert repr(corvex.confidence(opened)) == told
+    vars(saved.trials_statistics).pop("superiority")  # as a file of an older version has them
+    corvex.save(saved, tmp_path / "b.corvex")
+    assert np.isnan(corvex.confidence(corvex.load(tmp_path / "b.corvex")).figures["spa_p"])
     saved.random_draws = RandomDraws("portfolios", "daily_sharpe", 1, "no table")
     corvex.save(saved, tmp_path / "b.corvex")
     with pytest.raises(ValueError, match="no state of a RandomDraws"):
