@@ -4,17 +4,18 @@ from __future__ import annotations
 
 import difflib
 import itertools
-from collections.abc import Iterable, Mapping, Sequence
+import math
+from collections.abc import Iterable, Iterator, Mapping, Sequence
 from dataclasses import dataclass
 from functools import cached_property
-from typing import Any
+from typing import Any, overload
 
 import numpy as np
 import pandas as pd
 
-from corvex.sweeping.values import DEFAULT, Named, dumps, label, plain
+from corvex.sweeping.values import DEFAULT, Named, label, plain, texts
 
-__all__ = ["Combination", "Grid", "Space", "near", "read_space"]
+__all__ = ["Combination", "Grid", "Product", "Space", "near", "read_space"]
 
 #: Values of a parameter, or parameters run by run.
 type Space = Mapping[str, Any] | Iterable[Mapping[str, Any]] | pd.DataFrame | None
@@ -23,7 +24,56 @@ type Combination = dict[str, Any]
 _ONE_VALUE = (str, bytes, tuple)
 
 
-def read_space(space: Space, what: str) -> list[Combination]:
+class Product(Sequence[Combination]):
+    """All combinations of the values of some parameters, made when they are asked for.
+
+    Parameters
+    ----------
+    values : mapping of str to sequence
+        The last name changes fastest.
+    """
+
+    def __init__(self, values: Mapping[str, Sequence[Any]]) -> None:
+        self._values = {name: list(given) for name, given in values.items()}
+        self._count = math.prod(map(len, self._values.values()))
+
+    @property
+    def names(self) -> list[str]:
+        """The parameters."""
+        return list(self._values)
+
+    def __len__(self) -> int:
+        return self._count
+
+    def __iter__(self) -> Iterator[Combination]:
+        for row in itertools.product(*self._values.values()):
+            yield dict(zip(self._values, row, strict=True))
+
+    @overload
+    def __getitem__(self, place: int) -> Combination: ...
+    @overload
+    def __getitem__(self, place: slice) -> list[Combination]: ...
+    def __getitem__(self, place: int | slice) -> Combination | list[Combination]:
+        if isinstance(place, slice):
+            return [self[at] for at in range(*place.indices(self._count))]
+        left = range(self._count)[place]
+        row = {}
+        for name, values in reversed(self._values.items()):
+            left, at = divmod(left, len(values))
+            row[name] = values[at]
+        return {name: row[name] for name in self._values}
+
+    def column(self, name: str) -> Iterator[Any]:
+        """Yield the value of a parameter in each combination."""
+        lengths = {other: len(values) for other, values in self._values.items()}
+        faster = math.prod(list(lengths.values())[list(lengths).index(name) + 1 :])
+        each = self._values[name]
+        for _ in range(self._count // max(1, faster * len(each))):
+            for value in each:
+                yield from itertools.repeat(value, faster)
+
+
+def read_space(space: Space, what: str) -> Sequence[Combination]:
     """Read the combinations of parameters that a user asks for.
 
     Parameters
@@ -49,7 +99,7 @@ def read_space(space: Space, what: str) -> list[Combination]:
         )
     elif isinstance(space, Mapping):
         values = {str(name): _values(str(name), given) for name, given in space.items()}
-        return [dict(zip(values, row, strict=True)) for row in itertools.product(*values.values())]
+        return Product(values)
     elif isinstance(space, Iterable) and not isinstance(space, str):
         rows = space
     else:
@@ -115,11 +165,11 @@ class Grid:
 
     @cached_property
     def signal_names(self) -> list[str]:
-        return list(dict.fromkeys(name for row in self.signals for name in row))
+        return _names(self.signals)
 
     @cached_property
     def option_names(self) -> list[str]:
-        return list(dict.fromkeys(name for row in self.options for name in row))
+        return _names(self.options)
 
     @property
     def names(self) -> list[str]:
@@ -127,19 +177,39 @@ class Grid:
         return self.signal_names + self.option_names
 
     @cached_property
-    def keys(self) -> list[str]:
-        """One text for each run, the same for the same parameters wherever it is made."""
-        return self._texts(for_good=True)
+    def _parts(self) -> tuple[list[str], list[str]]:
+        return texts(self.signals), texts(self.options)
 
-    @cached_property
-    def passing_keys(self) -> list[str]:
-        """The same, but of this process alone: tables need not be read through."""
-        return self._texts(for_good=False)
+    def key(self, run: int) -> str:
+        """One text for a run, the same for the same parameters wherever it is made."""
+        signal, options = divmod(run, len(self.options))
+        return _key(self._parts[0][signal], self._parts[1][options])
 
-    def _texts(self, *, for_good: bool) -> list[str]:
-        signals = [dumps(row, for_good=for_good) for row in self.signals]
-        options = [dumps(row, for_good=for_good) for row in self.options]
-        return [f'{{"signal":{one},"options":{other}}}' for one in signals for other in options]
+    def keys(self) -> Iterator[str]:
+        """Yield that of each run."""
+        signals, options = self._parts
+        return (_key(one, other) for one in signals for other in options)
+
+    def first_alike(self, *, for_good: bool) -> np.ndarray:
+        """Return the number of the first run with the parameters of each.
+
+        Parameters
+        ----------
+        for_good : bool
+            As for `texts`.
+
+        Returns
+        -------
+        int64 array of shape (runs,)
+        """
+        parts = (
+            self._parts
+            if for_good
+            else (texts(self.signals, for_good=False), texts(self.options, for_good=False))
+        )
+        signals, options = map(_first, parts)
+        first: np.ndarray = np.add.outer(signals * len(self.options), options).ravel()
+        return first
 
     @cached_property
     def columns(self) -> dict[str, list[Any]]:
@@ -147,10 +217,9 @@ class Grid:
         repeat, tile = len(self.options), len(self.signals)
         found: dict[str, list[Any]] = {}
         for name in self.signal_names:
-            values = [label(row.get(name, DEFAULT)) for row in self.signals]
-            found[name] = [value for value in values for _ in range(repeat)]
+            found[name] = [one for one in _labels(self.signals, name) for _ in range(repeat)]
         for name in self.option_names:
-            found[name] = [label(row.get(name, DEFAULT)) for row in self.options] * tile
+            found[name] = _labels(self.options, name) * tile
         return found
 
     def index(self) -> pd.Index:
@@ -161,6 +230,27 @@ class Grid:
         """Return the strategy's arguments and the options of a run."""
         signal, options = divmod(run, len(self.options))
         return self.signals[signal], self.options[options]
+
+
+def _key(signal: str, options: str) -> str:
+    return f'{{"signal":{signal},"options":{options}}}'
+
+
+def _first(texts: Sequence[str]) -> np.ndarray:
+    known: dict[str, int] = {}
+    return np.array([known.setdefault(text, at) for at, text in enumerate(texts)], dtype=np.int64)
+
+
+def _names(rows: Sequence[Combination]) -> list[str]:
+    if isinstance(rows, Product):
+        return rows.names if len(rows) else []
+    return list(dict.fromkeys(name for row in rows for name in row))
+
+
+def _labels(rows: Sequence[Combination], name: str) -> list[Any]:
+    if isinstance(rows, Product):
+        return [label(value) for value in rows.column(name)]
+    return [label(row.get(name, DEFAULT)) for row in rows]
 
 
 def index_of(columns: Mapping[str, list[Any]], count: int) -> pd.Index:

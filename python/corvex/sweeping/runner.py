@@ -41,6 +41,8 @@ _MOST_RUNS = 4096
 _MOST_BYTES = 1 << 26
 _MOST_SECONDS = 1.0
 _MOST_TIMELINES = 64
+_MOST_OPTIONS = 2 * _MOST_RUNS
+_COSTS = ("fee_ratio", "tax_ratio")
 # Catching warnings changes what all threads of a process do with theirs.
 _CATCHING = threading.Lock()
 _STOPS_ABOVE_ONE = ("stop_loss", "take_profit", "trail_stop")
@@ -78,7 +80,7 @@ class Job:
         return dataclasses.replace(self, strategy=self.strategy.without_tables())
 
 
-@dataclass(frozen=True, slots=True)
+@dataclass(frozen=True, slots=True, eq=False)
 class Task:
     """One call of the strategy, and the runs that its weights serve.
 
@@ -86,12 +88,12 @@ class Task:
     ----------
     signal : dict
         The strategy's arguments.
-    runs : list of (int, int)
+    runs : int64 array of shape (n, 2)
         The number of each run and that of its options.
     """
 
     signal: Combination
-    runs: list[tuple[int, int]]
+    runs: np.ndarray
 
 
 class _Calendar:
@@ -165,7 +167,7 @@ class Runner:
         self._threads = threads or int(multiprocessing.parent_process() is not None)
         self._raises = raises
         self._data: dict[Any, PriceData] = {}
-        self._settings: dict[int, Settings] = {}
+        self._settings: dict[Any, Settings] = {}
         self._engine_options: dict[tuple[int, int], Options] = {}
         self._calendars: dict[int, _Calendar] = {}
         self._like: WeightTable | None = None
@@ -182,41 +184,49 @@ class Runner:
         runs = weight = 0
         since = time.perf_counter()
         for task in tasks:
-            weight += self._prepare(task)
-            runs += len(task.runs)
-            full = runs >= _MOST_RUNS or weight >= _MOST_BYTES
-            if full or time.perf_counter() - since >= _MOST_SECONDS:
-                yield self._flush()
-                runs = weight = 0
-                since = time.perf_counter()
+            for count, size in self._prepare(task):
+                runs += count
+                weight += size
+                full = runs >= _MOST_RUNS or weight >= _MOST_BYTES
+                if full or time.perf_counter() - since >= _MOST_SECONDS:
+                    yield self._flush()
+                    runs = weight = 0
+                    since = time.perf_counter()
         if runs:
             yield self._flush()
 
     # -- before the engine -------------------------------------------------------------------
 
-    def _prepare(self, task: Task) -> int:
-        """Plan the runs of a task; return the bytes of their targets."""
+    def _prepare(self, task: Task) -> Iterator[tuple[int, int]]:
+        """Plan the runs of a task; yield the number of some, and the bytes of their targets."""
         begin = time.perf_counter()
         try:
             weights = self._job.strategy.weights(self._job.prices, task.signal)
         except Exception as error:
-            self._fail([run for run, _ in task.runs], error)
-            return 0
+            self._fail(task.runs[:, 0], error)
+            yield len(task.runs), 0
+            return
         finally:
             took = time.perf_counter() - begin
             self.call_seconds += took
         each = took / len(task.runs)
         tables: dict[Any, WeightTable] = {}
         plans: dict[Any, Plan] = {}
-        with _CATCHING, warnings.catch_warnings(record=True) as caught:
-            warnings.simplefilter("always")
-            for run, options in task.runs:
-                try:
-                    self._plan(run, options, weights, tables, plans, each)
-                except Exception as error:
-                    self._fail([run], error)
-        self.warned.update({str(one.message) for one in caught})
-        return sum(plan.schedule.targets.nbytes for plan in plans.values())
+        told: set[str] = set()
+        for first in range(0, len(task.runs), _MOST_RUNS):
+            known = len(plans)
+            part = task.runs[first : first + _MOST_RUNS].tolist()
+            with _CATCHING, warnings.catch_warnings(record=True) as caught:
+                warnings.simplefilter("always")
+                for run, options in part:
+                    try:
+                        self._plan(run, options, weights, tables, plans, each)
+                    except Exception as error:
+                        self._fail([run], error)
+            told.update(str(one.message) for one in caught)
+            new = list(plans.values())[known:]
+            yield len(part), sum(plan.schedule.targets.nbytes for plan in new)
+        self.warned.update(told)
 
     def _plan(
         self,
@@ -228,20 +238,23 @@ class Runner:
         seconds: float,
     ) -> None:
         begin = time.perf_counter()
-        settings = self._settings.get(at)
+        given = self._job.options[at]
+        shared = Settings.key(given)
+        settings = self._settings.get(shared)
         if settings is None:
-            settings = Settings.read(self._job.fixed, self._job.options[at])
-            self._settings[at] = settings
+            settings = self._settings[shared] = Settings.read(self._job.fixed, given)
         how = settings.limit, settings.leverage
         if how not in tables:
             self._like = read_weights(
                 weights, limit=how[0], leverage=how[1], like=self._like, **settings.axes
             )
             tables[how] = self._like
-        data = self._data_of(settings, tables[how])
+        data = self._data_of(settings, given, tables[how])
         options = self._engine_options.get((at, id(data)))
         if options is None:
-            options = settings.engine_options(data)
+            if len(self._engine_options) >= _MOST_OPTIONS:
+                self._engine_options.clear()
+            options = settings.engine_options(data, given)
             self._engine_options[at, id(data)] = options
         key = settings.plan, id(data)
         new = key not in plans
@@ -276,7 +289,7 @@ class Runner:
             self._timelines[key] = dates, found
         return found
 
-    def _data_of(self, settings: Settings, table: WeightTable) -> PriceData:
+    def _data_of(self, settings: Settings, options: Combination, table: WeightTable) -> PriceData:
         """The prices of a run; those that were read for another one where it may share them."""
         given, prices = settings.arguments, self._job.prices
         key: tuple[Any, ...] = settings.span
@@ -287,7 +300,8 @@ class Runner:
         if key not in self._data:
             data = read_prices(prices, table.labels, **settings.prices)
             if given["market"] is None and prices is not None:
-                warn_about_guessed_costs(data.market, given["fee_ratio"], given["tax_ratio"])
+                costs = (settings.engine_argument(one, options) for one in _COSTS)
+                warn_about_guessed_costs(data.market, *costs)
             if given["live_performance_start"] is not None:
                 data.clock.border(given["live_performance_start"], "live_performance_start")
             self._data[key] = data
@@ -299,7 +313,7 @@ class Runner:
             found = self._calendars[id(clock)] = _Calendar(clock)
         return found
 
-    def _fail(self, runs: list[int], error: Exception) -> None:
+    def _fail(self, runs: list[int] | np.ndarray, error: Exception) -> None:
         if self._raises:
             raise error
         self._failed.append(Results.empty(runs, _told(error)))

@@ -18,7 +18,7 @@ from corvex.sweeping.grid import Combination, near
 from corvex.sweeping.values import unwrap
 from corvex.tables.frames import as_table
 
-__all__ = ["ARGUMENTS", "BAKED", "STITCHABLE", "Settings", "check_names"]
+__all__ = ["ARGUMENTS", "BAKED", "ENGINE", "STITCHABLE", "Settings", "check_names"]
 
 #: What a sweep passes on to `simulate`, with the defaults there.
 ARGUMENTS = {
@@ -26,7 +26,8 @@ ARGUMENTS = {
     for name, one in inspect.signature(simulate).parameters.items()
     if name not in ("weights", "prices", "upload")
 }
-_ENGINE = tuple(one.name for one in dataclasses.fields(Options))
+#: What the engine takes as it is: runs that differ in nothing else share their settings.
+ENGINE = tuple(one.name for one in dataclasses.fields(Options))
 _SPAN = ("market", "benchmark", "start", "end", "dates", "assets")
 #: What a plan has taken in already.
 BAKED = ("resample", "resample_offset", "position_limit", "leverage")
@@ -102,9 +103,22 @@ class Settings:
         """What `read_prices` takes."""
         return {name: self.arguments[name] for name in _SPAN}
 
-    def engine_options(self, prices: PriceData) -> Options:
+    @classmethod
+    def key(cls, options: Combination) -> tuple[Any, ...]:
+        """Return what is the same for combinations that share their settings."""
+        return tuple(
+            (name, _key(unwrap(value))) for name, value in options.items() if name not in ENGINE
+        )
+
+    def engine_options(self, prices: PriceData, options: Combination) -> Options:
         """Return what the engine takes; costs that are not given are the market's."""
-        return read_options(prices.market, {name: self.arguments[name] for name in _ENGINE})
+        return read_options(
+            prices.market, {name: self.engine_argument(name, options) for name in ENGINE}
+        )
+
+    def engine_argument(self, name: str, options: Combination) -> Any:
+        """Return an argument that may vary within the settings."""
+        return unwrap(options[name]) if name in options else self.arguments[name]
 
 
 def _key(value: Any) -> Any:

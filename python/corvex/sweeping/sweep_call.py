@@ -253,14 +253,14 @@ def _run(
     runner: Runner | Crew, grid: Grid, store: Store | None, progress: ProgressInput
 ) -> Results:
     """Run what is not there yet; a combination that occurs twice runs once."""
+    first = grid.first_alike(for_good=store is not None)
     results = Results.empty(np.arange(len(grid)), INTERRUPTED)
-    first: dict[str, int] = {}
-    keys = grid.passing_keys if store is None else grid.keys
-    for run, key in enumerate(keys):
-        first.setdefault(key, run)
-    done = _read_store(store, first, results)
-    tasks = _tasks(grid, set(first.values()) - done)
-    told = Progress(progress, len(first), len(done))
+    missing = first == np.arange(len(grid))
+    count = int(missing.sum())
+    if store is not None:
+        _read_store(store, grid, missing, results)
+    tasks = _tasks(grid, missing)
+    told = Progress(progress, count, count - int(missing.sum()))
     writer = None if store is None else Writer(store, grid)
     interrupted = False
     try:
@@ -275,36 +275,33 @@ def _run(
         told.close()
         if writer is not None:
             writer.close()
-    if len(first) < len(grid):
-        source = np.array([first[key] for key in keys], dtype=np.int64)
-        repeated = np.flatnonzero(source != np.arange(len(grid)))
-        results.put(results.take(source[repeated]), repeated)
+    repeated = np.flatnonzero(first != np.arange(len(grid)))
+    if len(repeated):
+        results.put(results.take(first[repeated]), repeated)
     _tell(results, runner.warned, interrupted)
     return results
 
 
-def _read_store(store: Store | None, first: dict[str, int], results: Results) -> set[int]:
-    if store is None:
-        return set()
+def _read_store(store: Store, grid: Grid, missing: np.ndarray, results: Results) -> None:
+    """Take the runs that are there for those that miss, which they no longer do then."""
     found, keys = store.read(curves=True)
+    if not keys:
+        return
+    runs = {key: run for run, key in enumerate(grid.keys()) if missing[run]}
     failed = found.errors.astype(bool)  # may go well now
-    places = [at for at, key in enumerate(keys) if key in first and not failed[at]]
-    runs = np.array([first[keys[at]] for at in places], dtype=np.int64)
-    results.put(found.take(np.array(places, dtype=np.int64)), runs)
-    return set(runs.tolist())
+    places = [at for at, key in enumerate(keys) if key in runs and not failed[at]]
+    at = np.array([runs[keys[place]] for place in places], dtype=np.int64)
+    results.put(found.take(np.array(places, dtype=np.int64)), at)
+    missing[at] = False
 
 
-def _tasks(grid: Grid, missing: set[int]) -> list[Task]:
-    tasks = []
+def _tasks(grid: Grid, missing: np.ndarray) -> list[Task]:
     width = len(grid.options)
+    tasks = []
     for at, signal in enumerate(grid.signals):
-        runs = [
-            (at * width + option, option)
-            for option in range(width)
-            if at * width + option in missing
-        ]
-        if runs:
-            tasks.append(Task(signal, runs))
+        options = np.flatnonzero(missing[at * width : (at + 1) * width])
+        if len(options):
+            tasks.append(Task(signal, np.column_stack([options + at * width, options])))
     return tasks
 
 

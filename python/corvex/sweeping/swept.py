@@ -138,8 +138,9 @@ class Sweep:
         """
         results = self._results
         table = pd.DataFrame(
-            results.figures, columns=[*FIGURES, *EXTRAS], index=index_of(self._labels, len(self))
-        )
+            results.figures, columns=[*FIGURES, *EXTRAS], index=index_of(self._labels, len(self)),
+            copy=False,  # of a hundred thousand runs one is enough
+        )  # fmt: skip
         for name in _COUNTS:
             table[name] = table[name].astype("Int64")
         table["seconds"] = results.seconds

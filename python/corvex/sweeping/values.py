@@ -6,7 +6,7 @@ import datetime
 import enum
 import json
 import math
-from collections.abc import Callable, Mapping
+from collections.abc import Callable, Iterable, Mapping
 from dataclasses import dataclass
 from typing import Any
 
@@ -15,10 +15,11 @@ import pandas as pd
 
 from corvex.sweeping.digest import digest
 
-__all__ = ["DEFAULT", "Named", "dumps", "label", "loads", "plain", "unwrap"]
+__all__ = ["DEFAULT", "Named", "label", "loads", "plain", "texts", "unwrap"]
 
 #: The label of a parameter that a run leaves at its default, where others set it.
 DEFAULT = "default"
+_TIGHT = (",", ":")
 
 
 @dataclass(frozen=True, slots=True, eq=False)
@@ -29,7 +30,7 @@ class Named:
     value: Any
 
     def written(self) -> dict[str, Any]:
-        """Return it as `dumps` writes it, with what tells it from another of the same name."""
+        """Return it as `texts` writes it, with what tells it from another of the same name."""
         return {"name": _written(self.name), "digest": digest(self.value)}
 
 
@@ -67,26 +68,35 @@ def plain(name: str, value: Any) -> Any:
     return value
 
 
-def dumps(values: Mapping[str, Any], *, for_good: bool = True) -> str:
-    """Write parameters as one text: equal ones give the same.
+def texts(rows: Iterable[Mapping[str, Any]], *, for_good: bool = True) -> list[str]:
+    """Write each combination of parameters as a text: equal ones give the same.
 
     Parameters
     ----------
-    values : mapping of str to object
+    rows : iterable of mappings
         The parameters.
     for_good : bool, default True
         Named values count by what they hold; else by identity, which costs nothing but is true of
         this process alone.
     """
-    written = {
-        name: id(value.value) if isinstance(value, Named) and not for_good else _written(value)
-        for name, value in sorted(values.items())
-    }
-    return json.dumps(written, separators=(",", ":"))
+    # Most values occur in many rows; the rows may go, so what is known by its id is kept.
+    known: dict[tuple[str, int], tuple[str, Any]] = {}
+
+    def written(name: str, value: Any) -> str:
+        place = name, id(value)
+        if place not in known:
+            named = isinstance(value, Named) and not for_good
+            form = json.dumps(id(value.value) if named else _written(value), separators=_TIGHT)
+            known[place] = f"{json.dumps(name)}:{form}", value
+        return known[place][0]
+
+    return [
+        "{" + ",".join([written(name, row[name]) for name in sorted(row)]) + "}" for row in rows
+    ]
 
 
 def loads(written: Mapping[str, Any]) -> dict[str, Any]:
-    """Read the labels of parameters back from what `dumps` wrote."""
+    """Read the labels of parameters back from what `texts` wrote."""
     return {name: _read(value) for name, value in written.items()}
 
 

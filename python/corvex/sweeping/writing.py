@@ -35,7 +35,7 @@ class Writer:
         if self._count:
             results = joined(self._waiting)
             runs = results.runs.tolist()
-            keys = [self._grid.keys[run] for run in runs]
+            keys = [self._grid.key(run) for run in runs]
             columns = {
                 name: [values[run] for run in runs] for name, values in self._grid.columns.items()
             }

@@ -212,7 +212,8 @@ def test_what_no_worker_can_run_is_told():
 
 @pytest.mark.parametrize(("call", "run"), [(0.03, 0.0001), (0.0, 0.0002), (1.0, 0.01), (0.0, 2.0)])
 def test_chunks_hold_each_run_once_and_are_worth_a_journey(call, run):
-    tasks = [Task({"at": at}, [(at * 500 + one, one) for one in range(500)]) for at in range(40)]
+    options = np.arange(500)
+    tasks = [Task({"at": at}, np.column_stack([at * 500 + options, options])) for at in range(40)]
     cut, seen, seconds = Chunks(tasks), [], []
     while (chunk := cut.take(2, idle=True)) is not None:
         seen += chunk.runs

@@ -160,7 +160,21 @@ def read_weights(
     ValueError
         Naming the asset and date of what cannot be a weight.
     """
-    weights = as_table(weights, "weights", dates=dates, assets=assets)
+    if like is not None and isinstance(weights, pd.DataFrame) and _are_alike(weights, like):
+        table, index, labels = weights, like.index, like.labels
+    else:
+        table = _dated(as_table(weights, "weights", dates=dates, assets=assets))
+        index, labels = cast("pd.DatetimeIndex", table.index), table.columns
+    values = _values(table)
+    # One number tells that all are numbers; only where it is none they are looked through.
+    if values.dtype != np.bool_ and not np.isfinite(values.sum()):
+        _refuse_infinite(table, values)
+        if np.isnan(np.fmax.reduce(values, axis=None)):
+            raise ValueError("weights are empty: every value is missing")
+    return WeightTable(index, labels, values, limit=limit, leverage=leverage)
+
+
+def _dated(weights: Any) -> pd.DataFrame:
     if isinstance(weights, pd.Series) and isinstance(weights.name, str):
         weights = weights.to_frame()
     if not isinstance(weights, pd.DataFrame):
@@ -170,19 +184,8 @@ def read_weights(
         )
     if weights.size == 0:
         raise ValueError(f"weights are empty: {len(weights)} dates, {weights.shape[1]} assets")
-    if like is not None and _are_alike(weights, like):
-        table, index, labels = weights, like.index, like.labels
-    else:
-        check_labels(weights.columns)
-        table = dated_table(weights, "weights")
-        index, labels = cast("pd.DatetimeIndex", table.index), table.columns
-    values = _values(table)
-    # One number tells that all are numbers; only where it is none they are looked through.
-    if values.dtype != np.bool_ and not np.isfinite(values.sum()):
-        _refuse_infinite(table, values)
-        if np.isnan(np.fmax.reduce(values, axis=None)):
-            raise ValueError("weights are empty: every value is missing")
-    return WeightTable(index, labels, values, limit=limit, leverage=leverage)
+    check_labels(weights.columns)
+    return dated_table(weights, "weights")
 
 
 def _are_alike(weights: pd.DataFrame, like: WeightTable) -> bool:

@@ -59,7 +59,7 @@ class Chunk:
     @property
     def runs(self) -> list[int]:
         """The numbers of its runs."""
-        return [run for task in self.tasks for run, _ in task.runs]
+        return [run for task in self.tasks for run in task.runs[:, 0].tolist()]
 
 
 class Chunks:
