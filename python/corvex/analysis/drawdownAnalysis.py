@@ -5,11 +5,12 @@ from __future__ import annotations
 from collections.abc import Mapping
 from typing import TYPE_CHECKING, Any
 
+import numpy as np
 import pandas as pd
 
 from corvex.analysis import Analysis
-from corvex.ffn_core import largest_drawdowns
 from corvex.ffn_core.benchmarks import carried, known_benchmark
+from corvex.ffn_core.drawdowns import find_largest
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
@@ -44,13 +45,16 @@ class DrawdownAnalysis(Analysis):
             a curve that never falls.
         """
         benchmark = carried(known_benchmark(report))  # and not beyond its end
-        curves = {"strategy": report.daily_creturn, "benchmark": benchmark}
         result = {
-            name: {"largest_drawdown": _rows(largest_drawdowns(curve, self.n))}
-            for name, curve in curves.items()
+            "strategy": {"largest_drawdown": self.of_strategy(report)},
+            "benchmark": {"largest_drawdown": _rows(benchmark, self.n)},
         }
         self.result = result
         return result
+
+    def of_strategy(self, report: Report) -> list[dict[str, Any]]:
+        """Return the strategy's rows alone, for who has no use for the benchmark's."""
+        return _rows(report.daily_creturn, self.n)
 
     def tables(self) -> Mapping[str, pd.DataFrame]:
         """Return the two lists, depths in percent."""
@@ -60,22 +64,23 @@ class DrawdownAnalysis(Analysis):
         }
 
 
-def _rows(found: pd.DataFrame) -> list[dict[str, Any]]:
-    columns = (found[name] for name in ("start", "end", "valley", "length", "depth"))
+def _rows(curve: pd.Series, n: int) -> list[dict[str, Any]]:
+    found = find_largest(curve, n)
+    start, end, valley = (
+        np.datetime_as_string(found.curve.times[rows].view("M8[ns]"), unit="D").tolist()
+        for rows in (found.start, found.last, found.valley)
+    )
+    facts = zip(start, end, found.is_open, valley, found.length, found.depth, strict=True)
     return [
         {
-            "start": _iso_date(start),
-            "end": _iso_date(end),
-            "valley": _iso_date(valley),
+            "start": start,
+            "end": None if is_open else end,
+            "valley": valley,
             "length": int(length),
             "depth": float(depth),
         }
-        for start, end, valley, length, depth in zip(*columns, strict=True)
+        for start, end, is_open, valley, length, depth in facts
     ]
-
-
-def _iso_date(value: Any) -> str | None:
-    return None if pd.isna(value) else str(value.strftime("%Y-%m-%d"))
 
 
 def _in_percent(table: pd.DataFrame) -> pd.DataFrame:

@@ -2,12 +2,15 @@
 
 from __future__ import annotations
 
+from typing import NamedTuple
+
 import numpy as np
+import numpy.typing as npt
 import pandas as pd
 
 from corvex import _engine
 from corvex.ffn_core._columns import transform_columns
-from corvex.ffn_core._curve import Curve, IntArray, read_curve
+from corvex.ffn_core._curve import Curve, FloatArray, IntArray, read_curve
 
 
 def to_drawdown_series[T: (pd.Series, pd.DataFrame)](prices: T) -> T:
@@ -84,26 +87,50 @@ def largest_drawdowns(prices: pd.Series, n: int = 10) -> pd.DataFrame:
     ValueError
         If `n` is negative, or the curve is not one (see `calc_stats`).
     """
+    found = find_largest(prices, n)
+    dates = found.curve.dates
+    return pd.DataFrame(
+        {
+            "start": dates[found.start],
+            "valley": dates[found.valley],
+            "end": pd.Series(dates[found.last]).mask(found.is_open),
+            "length": found.length,
+            "depth": found.depth,
+        }
+    )
+
+
+class LargestDrawdowns(NamedTuple):
+    """The deepest drawdowns of a curve without missing values: rows of the curve, and figures.
+
+    `last` is the row that reaches the high again, or the last one of the curve where none does.
+    """
+
+    curve: Curve
+    start: IntArray
+    valley: IntArray
+    last: IntArray
+    is_open: npt.NDArray[np.bool_]
+    length: IntArray
+    depth: FloatArray
+
+
+def find_largest(prices: pd.Series, n: int) -> LargestDrawdowns:
+    """Find what `largest_drawdowns` lists."""
     if n < 0:
         raise ValueError(f"the number of drawdowns must not be negative, but it is {n}")
     curve = read_curve(prices).present()
     rows, depths = _engine.largest_drawdowns(curve.values, n)
-    is_open = rows[:, 3] < 0
-    ends = np.where(is_open, len(curve.values) - 1, rows[:, 3])
-    end = pd.Series(curve.dates[ends])
-    return pd.DataFrame(
-        {
-            "start": curve.dates[rows[:, 0]],
-            "valley": curve.dates[rows[:, 2]],
-            "end": end.mask(is_open),
-            "length": _whole_days(curve, rows[:, 0], ends),
-            "depth": depths,
-        }
+    start, valley, end = rows[:, 0], rows[:, 2], rows[:, 3]
+    is_open = end < 0
+    last = np.where(is_open, len(curve.values) - 1, end)
+    return LargestDrawdowns(
+        curve, start, valley, last, is_open, _whole_days(curve, start, last), depths
     )
 
 
 def _whole_days(curve: Curve, first: IntArray, last: IntArray) -> IntArray:
     """Days between two rows of the calendar that the curve's dates show."""
     nanos_per_day = 86_400_000_000_000
-    days: IntArray = curve.times // nanos_per_day
-    return days[last] - days[first]
+    days: IntArray = curve.times[last] // nanos_per_day - curve.times[first] // nanos_per_day
+    return days

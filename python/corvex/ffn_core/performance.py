@@ -30,6 +30,7 @@ LOOKBACKS = (
 TABLE_COLUMNS = (*range(1, 13), "YTD")
 
 _INDEX = pd.Index(FIGURES, dtype=object)
+_MONTHS = pd.Index(TABLE_COLUMNS, dtype=object)
 
 
 class PerformanceStats:
@@ -76,6 +77,9 @@ class PerformanceStats:
         chosen = self._given if start is None and end is None else self._given.loc[start:end]
         self._prices = chosen
         self._curve = read_curve(chosen)
+        self._calculate_figures()
+
+    def _calculate_figures(self) -> None:
         self._stats: pd.Series | None = None
         self._record = _engine.performance_record(
             self._curve.values, self._curve.times, self._rf, self._periods
@@ -152,7 +156,7 @@ class PerformanceStats:
         Months without a value are missing. Curves with bars longer than a month have years only.
         """
         years, cells = _engine.return_table(self._curve.values, self._curve.times)
-        return pd.DataFrame(cells, index=years, columns=pd.Index(TABLE_COLUMNS, dtype=object))
+        return pd.DataFrame(cells, index=years, columns=_MONTHS)
 
     @property
     def drawdown_details(self) -> pd.DataFrame:
@@ -209,7 +213,7 @@ class PerformanceStats:
     def set_riskfree_rate(self, rf: float) -> None:
         """Set the risk-free rate per year (a fraction) and work the figures out again."""
         self._rf = _checked_rate(rf)
-        self._calculate()
+        self._calculate_figures()
 
     def set_date_range(self, start: Any = None, end: Any = None) -> None:
         """Look at the curve from `start` to `end` only, both included; None for no limit."""

@@ -8,6 +8,7 @@ import pandas as pd
 import pytest
 
 import corvex
+from corvex.core.report import Report
 from corvex.data.context import _default_context
 
 DATES = pd.bdate_range("2015-01-01", periods=60)
@@ -86,3 +87,59 @@ def test_prices_that_change_after_the_run_do_not_change_quoted_prices_of_its_tra
     for date in ("entry_date", "exit_date"):
         keys = pd.MultiIndex.from_arrays([trades[date], trades["symbol"]])
         np.testing.assert_allclose(trades[f"trade_price@{date}"], prices[keys].to_numpy())
+
+
+def test_statistics_need_no_tables_and_are_those_of_the_tables():
+    def strategy(report):
+        # Another rate in between: the record of the last call is kept.
+        report.get_stats(riskfree_rate=0.5)
+        return report.get_stats()
+
+    report = simulated()
+    early = strategy(report)
+    assert set(vars(report)) >= LATER
+    assert repr(strategy(report)) == repr(early)
+    assert 0.0 < early["win_ratio"] < 1.0
+    assert report.trades.isna().any(axis=None)
+    table = pd.DataFrame(early["return_table"]).T
+    assert table.equals(report.daily_creturn.calc_stats().return_table.astype(float))
+    both = report.run_analysis("Drawdown", display=False)
+    assert early["drawdown_details"] == both["strategy"]["largest_drawdown"]
+
+    report = simulated()
+    report.trades = pd.DataFrame({"return": [0.1, -0.1, np.nan]})
+    assert strategy(report)["win_ratio"] == 0.5
+    report.run_analysis = lambda *_, **__: {"strategy": {"largest_drawdown": "own"}}
+    assert strategy(report)["drawdown_details"] == "own"
+
+
+DAYS = pd.bdate_range("2020-01-01", periods=30)
+FORMS = {
+    "days": pd.DatetimeIndex(DAYS.asi8),
+    "seconds": pd.DatetimeIndex(DAYS.asi8).as_unit("s"),
+    "named": pd.DatetimeIndex(DAYS.asi8, name="day"),
+    "frequency": DAYS,
+    "every day": pd.DatetimeIndex(pd.date_range("2020-01-01", periods=30).asi8),
+    "closes": DAYS + pd.Timedelta("13:30:00"),
+    "bars": pd.DatetimeIndex(np.sort(np.concatenate([DAYS + pd.Timedelta("9h"), DAYS]))),
+    "zone": DAYS.tz_localize("Asia/Taipei"),
+    "one": DAYS[:1],
+}
+
+
+class NoBenchmark:
+    def get_benchmark(self):
+        return pd.Series(dtype=float)
+
+
+@pytest.mark.parametrize("form", FORMS)
+@pytest.mark.parametrize("missing", [False, True])
+def test_daily_curve_is_the_last_value_of_each_day(form, missing):
+    index = FORMS[form]
+    curve = pd.Series(1.0 + 0.01 * np.arange(len(index)), index, name="own")
+    if missing and len(index) > 1:
+        curve.iloc[3] = np.nan
+    held = pd.DataFrame(1.0, index, ["A"])
+    report = Report(curve, held, 0, 0, "close", index[-1], NoBenchmark())
+    expected = curve.resample("1D").last().dropna().ffill().rebase()
+    pd.testing.assert_series_equal(report.daily_creturn, expected)

@@ -6,6 +6,7 @@ from collections.abc import Callable, Collection
 from dataclasses import dataclass, field
 from typing import Any
 
+import numpy as np
 import pandas as pd
 
 from corvex.core.report import Report
@@ -30,6 +31,8 @@ class Outcome:
     ----------
     trades, fills : callables
         Make these tables when they are first asked for, each time another one.
+    closed_returns : callable, optional
+        Tells the returns of the trades without a missing value, before there is a table of them.
     kept : collection of labels
         The assets whose prices a saved report needs: those traded, held or to be held.
     attributes : dict of str to object
@@ -44,6 +47,7 @@ class Outcome:
     market: Market
     kept: Collection[object]
     fills: Callable[[], pd.DataFrame | None] = lambda: None
+    closed_returns: Callable[[], np.ndarray] | None = None
     trade_at: Any = "close"
     fee_ratio: float = 0.0
     tax_ratio: float = 0.0
@@ -64,7 +68,7 @@ _DEFAULTS: dict[str, Any] = {
 }
 
 
-_CURVES = ("daily_creturn", "benchmark", "daily_benchmark")
+_BENCHMARKS = ("benchmark", "daily_benchmark")
 _HOLDINGS = ("weights", "next_weights", "actions", "current_trades")
 _TRADES = ("trades", "mae_mfe")
 
@@ -80,12 +84,21 @@ def build_report(outcome: Outcome) -> Report:
     market = outcome.market
     market.restrict_pickle_to(outcome.kept)
     report = Report.__new__(Report)
-    report._init_without_curves(*_arguments(outcome, outcome.creturn, outcome.position))
+    report._init_without_curves(
+        outcome.creturn,
+        outcome.position,
+        outcome.fee_ratio,
+        outcome.tax_ratio,
+        outcome.trade_at,
+        outcome.next_trading_date,
+        market,
+    )
     attributes = vars(report)
     creturn = attributes.pop("creturn")
     ordered = {
         "creturn": creturn,
-        **dict.fromkeys(_CURVES),
+        "daily_creturn": None,
+        **dict.fromkeys(_BENCHMARKS),
         **attributes,
         **_DEFAULTS,
         **outcome.attributes,
@@ -97,8 +110,12 @@ def build_report(outcome: Outcome) -> Report:
         "current_trades": None,
     }
     deferred = Deferred(ordered)
-    deferred.add(_CURVES, _curves(outcome))
+    curve, dates = _curve(outcome), outcome.position.index
+    deferred.add(["daily_creturn"], lambda: _daily(curve))
+    deferred.add(_BENCHMARKS, lambda: _benchmarks(curve, dates, market))
     deferred.add(_TRADES, lambda: _trades(outcome.trades()))
+    if outcome.closed_returns is not None:
+        deferred.add_fact("closed_returns", "trades", outcome.closed_returns)
     # From a table of their own: a user may have changed the report's by then.
     deferred.add(_HOLDINGS, lambda: _holdings(outcome.trades(), held))
     deferred.add(["fills"], lambda: {"fills": outcome.fills()})
@@ -117,28 +134,27 @@ def build_report(outcome: Outcome) -> Report:
     return report
 
 
-def _arguments(outcome: Outcome, creturn: pd.Series, position: pd.DataFrame) -> tuple[Any, ...]:
-    """The arguments of the report's constructor."""
-    return (
-        creturn,
-        position,
-        outcome.fee_ratio,
-        outcome.tax_ratio,
-        outcome.trade_at,
-        outcome.next_trading_date,
-        outcome.market,
-    )
+def _curve(outcome: Outcome) -> Callable[[], Report]:
+    """What makes a view with the strategy's curves, from the equity as it is now."""
+    creturn = outcome.creturn
+    values, index, name = creturn.array.copy(), creturn.index.view(), creturn.name
 
-
-def _curves(outcome: Outcome) -> Callable[[], dict[str, Any]]:
-    """The curves that the constructor derives, from the equity as it is now."""
-    arguments = _arguments(outcome, outcome.creturn.copy(), outcome.position.iloc[:0])
-
-    def make() -> dict[str, Any]:
-        derived = vars(Report(*arguments))
-        return {name: derived[name] for name in _CURVES}
+    def make() -> Report:
+        view = Report.__new__(Report)
+        view._init_strategy_curves(pd.Series(values, index, name=name, copy=True))
+        return view
 
     return make
+
+
+def _daily(curve: Callable[[], Report]) -> dict[str, Any]:
+    return {"daily_creturn": vars(curve())["daily_creturn"]}
+
+
+def _benchmarks(curve: Callable[[], Report], dates: pd.Index, market: Market) -> dict[str, Any]:
+    view = curve()
+    view._init_benchmarks(pd.DataFrame(index=dates), market)
+    return {name: vars(view)[name] for name in _BENCHMARKS}
 
 
 def _trades(trades: pd.DataFrame) -> dict[str, Any]:

@@ -26,10 +26,22 @@ class Deferred:
     def __init__(self, order: Iterable[str]) -> None:
         self._order = tuple(order)
         self._makers: dict[str, Callable[[], Mapping[str, Any]]] = {}
+        self._facts: dict[str, tuple[str, Callable[[], Any]]] = {}
 
     def add(self, names: Iterable[str], make: Callable[[], Mapping[str, Any]]) -> None:
         """Defer some attributes; `make` gives all of them by name."""
         self._makers.update(dict.fromkeys(names, make))
+
+    def add_fact(self, name: str, attribute: str, tell: Callable[[], Any]) -> None:
+        """Tell something about a deferred attribute without making it."""
+        self._facts[name] = attribute, tell
+
+    def fact(self, attributes: dict[str, Any], name: str) -> Any:
+        """Return a fact; None where its attribute is there already, as made or as assigned."""
+        attribute, tell = self._facts.get(name, ("", None))
+        if tell is None or attribute in attributes or attribute not in self._makers:
+            return None
+        return tell()
 
     def makes(self, name: str) -> bool:
         """Whether an attribute is still to be made."""

@@ -27,7 +27,7 @@ from corvex.simulation.report.results import (
     state_after,
     yearly_turnover,
 )
-from corvex.simulation.report.trades_table import trades_table
+from corvex.simulation.report.trades_table import closed_returns, trades_table
 from corvex.simulation.run import Run
 from corvex.tables.asset_labels import ChosenLabels
 from corvex.trades.reasons import STOPS
@@ -62,11 +62,13 @@ def report_of(
     traded[cast("dict[str, np.ndarray]", result["trades"])["asset"]] = True
     kept = traded | held.coming
     fills = cast("dict[str, np.ndarray]", result["fills"])
+    trades, closed = _trades(run, prices)
     return build_report(
         Outcome(
             creturn=creturn,
             position=position,
-            trades=_trades(run, prices),
+            trades=trades,
+            closed_returns=closed,
             fills=lambda: fills_table(fills, labels, index),
             hand_over=held,
             next_trading_date=clock.future.next_bar,
@@ -91,8 +93,13 @@ def report_of(
     )
 
 
-def _trades(run: Run, prices: PriceData) -> Callable[[], pd.DataFrame]:
-    """What makes the table of trades; it keeps no more of the run than that takes."""
+def _trades(
+    run: Run, prices: PriceData
+) -> tuple[Callable[[], pd.DataFrame], Callable[[], np.ndarray] | None]:
+    """What makes the table of trades, and what tells the returns of those closed without it.
+
+    They keep no more of the run than that takes.
+    """
     plan, index = run.plan, prices.clock.index
     labels, signals = plan.labels, plan.schedule.dates
     found = cast("dict[str, np.ndarray]", run.result["trades"])
@@ -105,9 +112,9 @@ def _trades(run: Run, prices: PriceData) -> Callable[[], pd.DataFrame]:
         return trades_table(found, labels, index, signals, quoted)
 
     if quoted is None:
-        return make
+        return make, lambda: closed_returns(found)
     table = make()  # from the user's own tables, which may change later
-    return table.copy
+    return table.copy, None
 
 
 def _settings(run: Run, prices: PriceData) -> dict[str, Any]:

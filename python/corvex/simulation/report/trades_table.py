@@ -9,7 +9,7 @@ import pandas as pd
 
 from corvex.trades.reasons import EXIT_REASONS
 
-__all__ = ["EXCURSIONS", "empty_trades", "mae_mfe_table", "trades_table"]
+__all__ = ["EXCURSIONS", "closed_returns", "empty_trades", "mae_mfe_table", "trades_table"]
 
 EXCURSIONS = ("mae", "mfe", "mfe_before_mae", "max_drawdown", "days_in_profit")
 _NOTHING = np.iinfo(np.int64).min
@@ -70,6 +70,16 @@ def trades_table(
         },
         copy=True,  # the run keeps its arrays
     )
+
+
+def closed_returns(trades: dict[str, np.ndarray]) -> np.ndarray:
+    """The returns of the closed round trips: of those rows of the table that miss no value."""
+    closed = (trades["exit_rebalance"] >= 0) | (trades["exit_signal_session"] >= 0)
+    for rows in ("entry_session", "exit_session", "entry_rebalance"):
+        closed &= trades[rows] >= 0
+    for numbers in ("weight", "period", "return", "entry_price", "exit_price", *EXCURSIONS):
+        closed &= ~np.isnan(trades[numbers])
+    return trades["return"][closed]
 
 
 def mae_mfe_table(trades: pd.DataFrame) -> pd.DataFrame:

@@ -1,6 +1,7 @@
 #include "corvex/core/report/report/construction.hpp"
 
 #include "corvex/core/report/module_globals.hpp"
+#include "corvex/core/report/report/daily_curve.hpp"
 #include "corvex/core/report/report/last_change.hpp"
 
 #include <optional>
@@ -12,11 +13,6 @@ namespace {
 using pyglue::Call;
 using pyglue::FunctionSpec;
 using pyglue::Parameter;
-
-nb::object daily_curve(nb::handle creturn) {
-    const nb::object last_of_day = creturn.attr("resample")(pyglue::text("1D")).attr("last")();
-    return last_of_day.attr("dropna")().attr("ffill")().attr("rebase")();
-}
 
 nb::object time_zone(nb::handle index) { return pyglue::attribute_or(index, "tz", nb::none()); }
 
@@ -97,10 +93,13 @@ nb::object last_trading_date(nb::handle position) {
     return pyglue::length(position) > 0 ? nb::object(position.attr("index")[0]) : local_now();
 }
 
-void set_curves(const Call& call) {
-    const nb::handle self = call.self();
-    self.attr("daily_creturn") = daily_curve(call[1]);
-    self.attr("benchmark") = benchmark_of(call[7], call[2], call[1]);
+void set_strategy_curves(nb::handle self, nb::handle creturn) {
+    self.attr("creturn") = creturn;
+    self.attr("daily_creturn") = daily_curve(creturn);
+}
+
+void set_benchmarks(nb::handle self, nb::handle position, nb::handle market) {
+    self.attr("benchmark") = benchmark_of(market, position, self.attr("creturn"));
     self.attr("daily_benchmark") =
         daily_benchmark(self.attr("benchmark"), self.attr("daily_creturn"));
 }
@@ -125,10 +124,20 @@ void set_others(const Call& call) {
 }
 
 nb::object init(const Call& call) {
-    call.self().attr("creturn") = call[1];
-    set_curves(call);
+    set_strategy_curves(call.self(), call[1]);
+    set_benchmarks(call.self(), call[2], call[7]);
     set_others(call);
     call.self().attr("trades") = global("pd").attr("DataFrame")();
+    return nb::none();
+}
+
+nb::object init_strategy_curves(const Call& call) {
+    set_strategy_curves(call.self(), call[1]);
+    return nb::none();
+}
+
+nb::object init_benchmarks(const Call& call) {
+    set_benchmarks(call.self(), call[1], call[2]);
     return nb::none();
 }
 
@@ -140,6 +149,9 @@ nb::object init_without_curves(const Call& call) {
 
 constexpr Parameter kInit[] = {{"self"},      {"creturn"},  {"position"},          {"fee_ratio"},
                                {"tax_ratio"}, {"trade_at"}, {"next_trading_date"}, {"market"}};
+
+constexpr Parameter kCurve[] = {{"self"}, {"creturn"}};
+constexpr Parameter kMarket[] = {{"self"}, {"position"}, {"market"}};
 
 const FunctionSpec kMethods[] = {
     {"__init__", kInit, init,
@@ -153,6 +165,11 @@ const FunctionSpec kMethods[] = {
     {"_init_without_curves", kInit, init_without_curves,
      "As __init__, but without `daily_creturn`, `benchmark` and `daily_benchmark`, and with None "
      "for `trades`:\nthe caller adds or defers them."},
+    {"_init_strategy_curves", kCurve, init_strategy_curves,
+     "The part of __init__ that sets `creturn` and `daily_creturn`."},
+    {"_init_benchmarks", kMarket, init_benchmarks,
+     "The part of __init__ that sets `benchmark` and `daily_benchmark`, after the strategy's "
+     "curves."},
 };
 
 } // namespace

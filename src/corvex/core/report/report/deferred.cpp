@@ -67,6 +67,13 @@ const FunctionSpec kMethods[] = {
 
 } // namespace
 
+nb::object deferred_fact(nb::handle report, const char* name) {
+    const nb::object attributes = own_attributes(report);
+    const nb::object make = attributes.attr("get")(pyglue::text("_deferred"));
+    const nb::object fact = pyglue::attribute_or(make, "fact", nb::none());
+    return fact.is_none() ? nb::none() : fact(attributes, pyglue::text(name));
+}
+
 void add_deferred_attributes(pyglue::ClassBuilder& builder) {
     builder.methods(kMethods);
     builder.member("__dict__", pyglue::builtin("property")(builder.function(kGetDictionary),

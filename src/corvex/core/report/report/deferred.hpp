@@ -11,6 +11,12 @@ namespace corvex::report {
 /// into the dictionary, or leaves it missing. Before the dictionary itself is seen (by `vars`, a
 /// copy or a pickle) `_deferred(attributes, None)` puts in all of them, in their order, and takes
 /// itself out: to a reader the report is one that always had them.
+///
+/// What only counts something of such an attribute may ask for that first, as a fact.
 void add_deferred_attributes(pyglue::ClassBuilder& builder);
+
+/// A fact about an attribute of a report that is not made yet, by its name; None where there is no
+/// such fact, or a reader may have seen and changed the attribute: then it has to be looked at.
+nanobind::object deferred_fact(nanobind::handle report, const char* name);
 
 } // namespace corvex::report

@@ -1,6 +1,7 @@
 #include "corvex/core/report/stats/analyses.hpp"
 
 #include "corvex/core/report/module_globals.hpp"
+#include "corvex/pyglue/function.hpp"
 
 namespace corvex::report {
 
@@ -12,6 +13,7 @@ using pyglue::FunctionSpec;
 using pyglue::Parameter;
 using pyglue::text;
 
+constexpr const char* kRunAnalysis = "run_analysis";
 constexpr const char* kPackage = "corvex.analysis";
 constexpr const char* kSuffix = "Analysis";
 constexpr Py_ssize_t kSuffixLength = 8;
@@ -99,7 +101,7 @@ constexpr Parameter kSelf[] = {{"self"}};
 constexpr Parameter kRun[] = {{"self"}, {"analysis"}, {"display", true}};
 
 const FunctionSpec kMethods[] = {
-    {"run_analysis", kRun, run_analysis,
+    {kRunAnalysis, kRun, run_analysis,
      "Run an analysis of `corvex.analysis` by its name and return its "
      "result.\n\nParameters\n----------\n"
      "analysis : str\n    The name, with or without the ending \"Analysis\": \"Drawdown\", "
@@ -114,7 +116,26 @@ const FunctionSpec kMethods[] = {
      pyglue::Binding::kFunction, "kwargs"},
 };
 
+bool has_own_run_analysis(nb::handle report) {
+    const nb::object method = report.attr(kRunAnalysis);
+    return pyglue::is_function(pyglue::attribute_or(method, "__func__", nb::none()), kMethods[0]);
+}
+
 } // namespace
+
+nb::object strategy_drawdowns(nb::handle report) {
+    if (has_own_run_analysis(report)) {
+        const nb::object module =
+            global("importlib").attr("import_module")(text("corvex.analysis.drawdownAnalysis"));
+        const nb::object analysis = module.attr("DrawdownAnalysis")();
+        const nb::object alone = pyglue::attribute_or(analysis, "of_strategy", nb::none());
+        if (!alone.is_none()) {
+            return alone(report);
+        }
+    }
+    const nb::object both = report.attr(kRunAnalysis)(text("Drawdown"), nb::arg("display") = false);
+    return both["strategy"]["largest_drawdown"];
+}
 
 std::span<const FunctionSpec> analysis_methods() { return kMethods; }
 

@@ -1,6 +1,9 @@
 #include "corvex/core/report/stats/statistics.hpp"
 
 #include "corvex/core/report/module_globals.hpp"
+#include "corvex/core/report/numpy_api.hpp"
+#include "corvex/core/report/report/deferred.hpp"
+#include "corvex/core/report/stats/analyses.hpp"
 
 namespace corvex::report {
 
@@ -17,6 +20,28 @@ constexpr const char* kResampleWarning = "report.get_stats(resample=...) has no 
                                          "removed; stats are always computed on daily "
                                          "returns (see the daily_*, monthly_* and yearly_* keys).";
 
+/// `table.transpose().to_dict()`: a dictionary for each row of a table.
+nb::object by_rows(nb::handle table) {
+    const nb::object values = table.attr("to_numpy")();
+    auto* const cells = reinterpret_cast<PyArrayObject*>(values.ptr());
+    const bool plain = table.type().is(global("pd").attr("DataFrame")) &&
+                       PyArray_Check(values.ptr()) && PyArray_TYPE(cells) == NPY_FLOAT64 &&
+                       pyglue::is_true(table.attr("index").attr("is_unique")) &&
+                       pyglue::is_true(table.attr("columns").attr("is_unique"));
+    if (!plain) {
+        return table.attr("transpose")().attr("to_dict")();
+    }
+    const nb::object columns = table.attr("columns").attr("tolist")();
+    nb::object result = nb::dict();
+    const auto zip = pyglue::builtin("zip");
+    pyglue::for_each(zip(table.attr("index").attr("tolist")(), values.attr("tolist")()),
+                     [&](const nb::object& row) {
+                         result[nb::object(row[0])] = pyglue::builtin("dict")(zip(columns, row[1]));
+                         return true;
+                     });
+    return result;
+}
+
 nb::object ffn_stats_dict(const Call& call) {
     const nb::object stats = call[1].attr("calc_stats")();
     stats.attr("set_riskfree_rate")(call[2]);
@@ -24,7 +49,7 @@ nb::object ffn_stats_dict(const Call& call) {
     for (const char* key : {"start", "end"}) {
         record[key] = record[key].attr("strftime")(text("%Y-%m-%d"));
     }
-    record["return_table"] = stats.attr("return_table").attr("transpose")().attr("to_dict")();
+    record["return_table"] = by_rows(stats.attr("return_table"));
     pyglue::for_each(global("STATS_METRIC_ALIASES").attr("items")(), [&](const nb::object& alias) {
         const nb::object statistic = alias[0];
         if (pyglue::contains(record, statistic)) {
@@ -45,6 +70,15 @@ nb::object get_stats(const Call& call) {
     return call.self().attr("_get_stats")(call[2]);
 }
 
+nb::object share_above_zero(nb::handle returns) {
+    const Py_ssize_t count = pyglue::length(returns);
+    if (count == 0) {
+        return pyglue::integer(0);
+    }
+    const nb::object wins = pyglue::compare(returns, Py_GT, pyglue::integer(0));
+    return global("sum")(wins.attr("tolist")()) / pyglue::integer(count);
+}
+
 /// Closed trades are those without a missing value. The market values that the metrics record
 /// attaches do not count: to ask for it must not change this figure.
 nb::object win_ratio(nb::handle trades) {
@@ -53,22 +87,19 @@ nb::object win_ratio(nb::handle trades) {
     const nb::object own =
         trades.attr("drop")(nb::arg("columns") = attached, nb::arg("errors") = text("ignore"));
     const nb::object closed = own.attr("dropna")();
-    const Py_ssize_t count = pyglue::length(closed);
-    if (count == 0) {
-        return pyglue::integer(0);
-    }
-    const nb::object wins = pyglue::compare(closed[text("return")], Py_GT, pyglue::integer(0));
-    return global("sum")(wins) / pyglue::integer(count);
+    // Without any trade there need not be a column of returns.
+    return pyglue::length(closed) == 0 ? pyglue::integer(0)
+                                       : share_above_zero(closed[text("return")]);
 }
 
 nb::object get_stats_uncached(const Call& call) {
     const nb::handle self = call.self();
     const nb::object record = self.attr("_ffn_stats_dict")(self.attr("daily_creturn"), call[1]);
     record["version"] = global("corvex").attr("__version__");
-    record["win_ratio"] = win_ratio(self.attr("trades"));
-    const nb::object drawdown =
-        self.attr("run_analysis")(text("Drawdown"), nb::arg("display") = false);
-    record["drawdown_details"] = drawdown["strategy"]["largest_drawdown"];
+    const nb::object returns = deferred_fact(self, "closed_returns");
+    record["win_ratio"] =
+        returns.is_none() ? win_ratio(self.attr("trades")) : share_above_zero(returns);
+    record["drawdown_details"] = strategy_drawdowns(self);
     return record;
 }
 
