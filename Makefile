@@ -147,6 +147,11 @@ pandas22: raw-wheel
 test-pandas22: pandas22 ## run the Python tests against the built wheel under pandas 2.2
 	@$(VENV22)/bin/python -m pytest -n $(JOBS) $(PYTEST_ARGS)
 
+# Their environments are those of the benchmarks, made here on first use.
+.PHONY: test-peers
+test-peers: $(VENV)/stamp-build ## run the other packages' side of the guides for those who come from them
+	@CORVEX_MAKE_PEERS=1 $(PY) -m pytest tests/python/test_peers.py $(PYTEST_ARGS)
+
 # The one that the environment has is tested by the other targets.
 .PHONY: test-pythons
 test-pythons: $(VENV)/stamp-tools ## run the quick tests against a wheel for each other CPython from 3.12 on
@@ -230,13 +235,25 @@ format: $(VENV)/stamp-lint ## format the Python, C++ and JavaScript code
 	$(VENV)/bin/clang-format -i $(CPP_FILES)
 	tools/javascript.sh format
 
-.PHONY: docs
-docs: $(VENV)/stamp-build ## write the guides' tables of figures from the catalogue
+.PHONY: docs-tables
+docs-tables: $(VENV)/stamp-build ## write the guides' tables of figures from the catalogue
 	@$(PY) tools/figure_tables.py
 
 .PHONY: pictures
 pictures: $(VENV)/stamp-build ## draw the README's pictures in a Chromium
 	@$(PY) tools/readme_pictures.py
+
+$(VENV)/stamp-docs: $(VENV)/stamp-tools
+	@echo "installing what builds the documentation"
+	$(PY) -m pip install -q --group docs
+	touch $@
+
+# From nothing each time: the tutorials show what the package does now.
+.PHONY: docs
+docs: docs-tables $(VENV)/stamp-docs ## build the documentation site into build/docs, its tutorials executed
+	@rm -rf build/docs build/doctrees
+	tools/quietly.sh build/logs/docs $(PY) -m sphinx -W --keep-going -q -b html -d build/doctrees docs build/docs
+	echo "open build/docs/index.html"
 
 # The preset is configured for its list of commands alone and never built.
 .PHONY: tidy

@@ -18,6 +18,8 @@ REQUIREMENTS = {
     "empyrical": ["empyrical-reloaded==0.7.1", "requests"],
     "bt": ["bt==1.4.1"],
     "vectorbt": ["vectorbt==1.2.0"],
+    # Only in the guides, for those who come from it.
+    "pyfolio": ["pyfolio-reloaded==0.10.1"],
 }
 
 

@@ -1,6 +1,7 @@
 """Writes the guides' tables of figures from the catalogue, with examples worked out anew.
 
-Run by `make docs`. The first block of each guide makes the curve and the report of the examples.
+Run by `make docs-tables`. The first block of each guide makes the curve and the report of its
+examples.
 """
 
 from __future__ import annotations

@@ -50,11 +50,24 @@ def test_tables_of_figures_are_those_of_the_catalogue():
     spec.loader.exec_module(tool)
     tables = tool.tables()
     for path, text in tables.items():
-        assert path.read_text(encoding="utf-8") == text, "make docs writes it"
+        assert path.read_text(encoding="utf-8") == text, "make docs-tables writes it"
     listed = set(re.findall(r"^\| `\w+` \| `(\w+)` \|", "".join(tables.values()), re.M))
     assert listed == {name for name in vars(Metrics) if name[0] != "_"}
     for method in ffn_core.PANDAS_METHODS:
         assert f"`{method.__name__}(" in guide("statistics")
+
+
+def test_reference_has_every_public_name():
+    pages = {p.stem: p.read_text(encoding="utf-8") for p in DOCS.glob("reference/*.md")}
+    listed = set(re.findall(r"^   (\w+)$", pages["corvex"], re.M))
+    modules = {"data", "ffn_core", "__version__"}
+    assert listed | modules | {"Report", "ReportExecution"} == set(corvex.__all__), (
+        "docs/reference/corvex.md lists what corvex gives"
+    )
+    for page, kind in (("report", corvex.Report), ("execution", corvex.ReportExecution)):
+        shown = re.findall(rf"^\.\. auto\w+:: {kind.__name__}\.(\w+)$", pages[page], re.M)
+        public = {name for name in dir(kind) if name[0] != "_" and name != "SCHEMA_VERSION"}
+        assert sorted(shown) == sorted(public)
 
 
 def test_cpp_snippets_stand_in_the_programs_that_are_built():
