@@ -95,8 +95,8 @@ def bootstrap_interval(
 ) -> tuple[float, float]: ...
 def draw_paths(
     returns: _Floats,
-    bars: int,
     points: _Ints,
+    horizons: _Ints,
     draws: int,
     block: float,
     seed: int,

@@ -13,7 +13,7 @@ from corvex.plaintext import printable
 if TYPE_CHECKING:
     from corvex.core.report import Report
 
-__all__ = ["Delivery", "print_confidence", "print_report"]
+__all__ = ["Delivery", "keep_rank", "print_confidence", "print_report"]
 
 
 @dataclasses.dataclass(frozen=True, slots=True, kw_only=True)
@@ -70,6 +70,8 @@ class Delivery:
             report.trials_statistics = self.trials
         if self.riskfree is not None:
             report.riskfree_rate = self.riskfree
+        if self.confidence or (self.confidence is None and (self.out or self.html)):
+            keep_rank(report)
         print_report(
             report, self.title, self.width, self.lang, text=self.text,
             confidence=bool(self.confidence),
@@ -80,6 +82,17 @@ class Delivery:
         if self.html is not None:
             save_page(report, self.html, self.title, self.confidence)
             print(f"Page written to {self.html}")
+
+
+def keep_rank(report: Report) -> None:
+    """Note on a report where it stands among random portfolios, which its file cannot tell."""
+    from corvex.core.dashboard.figures.curve_series import riskfree_of
+    from corvex.significance.random_draws import report_among_random
+
+    if getattr(report, "random_draws", None) is None:
+        found = report_among_random(report, riskfree_rate=riskfree_of(report))
+        if found is not None:
+            report.random_draws = found
 
 
 def print_report(

@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 from typing import TYPE_CHECKING, Any
 
 import numpy as np
@@ -17,6 +17,7 @@ from corvex.simulation.plan.schedule import read_offset, read_resample
 from corvex.simulation.read.columns import match_columns
 from corvex.simulation.read.price_data import PriceData, read_prices
 from corvex.simulation.read.weights import read_weights
+from corvex.simulation.report.origins import origin_of
 from corvex.tables.asset_labels import match_labels
 from corvex.tables.frames import TableInput, arrow_stream, as_table, require_arrays
 
@@ -24,7 +25,7 @@ if TYPE_CHECKING:
     from corvex.core.report import Report
     from corvex.simulation.read.price_tables import TradeAt
 
-__all__ = ["RandomDraws", "random_entries", "random_portfolios"]
+__all__ = ["RandomDraws", "random_entries", "random_portfolios", "report_among_random"]
 
 _Floats = npt.NDArray[np.float64]
 #: Of simulate's arguments, those that tell how a portfolio is traded.
@@ -43,6 +44,9 @@ _OPTIONS = (
 )
 #: Numbers in the tables of weights that are drawn and run at once: 64 MiB.
 _AT_ONCE = 1 << 23
+#: Draws where nobody says how many, how few say nothing, and the work that they may be: sessions x
+#: held assets and rebalances x assets, some 10 ns each.
+_USUAL_DRAWS, _FEWEST_DRAWS, _WORK = 200, 50, 30_000_000
 
 
 @dataclass(frozen=True, repr=False)
@@ -148,7 +152,67 @@ def random_portfolios(
         raise ValueError(f"draws must be at least 1, not {draws}")
     if figure not in _engine.FIGURE_NAMES:
         raise ValueError(f"figure must be one of the statistics record's, not {figure!r}")
-    data, plan, settings, trade_at = _read(weights, prices, options)
+    return _drawn(*_read(weights, prices, options), draws, seed, figure, riskfree_rate)
+
+
+def report_among_random(
+    report: Report, draws: int | None = None, seed: int = 0, riskfree_rate: float = 0.02
+) -> RandomDraws | None:
+    """Set a report among random portfolios, by its ``daily_sharpe``.
+
+    Parameters
+    ----------
+    report : Report
+        One that `corvex.simulate` made in this process, whose plan and prices are still known.
+    draws : int, optional
+        How many portfolios. Default: 200; of a run that takes long fewer, as many as take some
+        tenths of a second, and none where these were too few to rank among.
+    seed : int, default 0
+        The same seed draws the same portfolios.
+    riskfree_rate : float, default 0.02
+        Per year, a fraction.
+
+    Returns
+    -------
+    RandomDraws or None
+        None where nothing is known of the run, or every draw is the strategy itself: it holds all
+        assets that there are.
+    """
+    origin = origin_of(report)
+    data = None if origin is None or origin.plan.is_idle else origin.prices(report)
+    if origin is None or data is None:
+        return None
+    if draws is None:
+        draws = _affordable(origin.plan, len(data.clock), len(data.close.columns))
+    if draws < 1:
+        return None
+    found = _drawn(
+        data, origin.plan, origin.options, origin.trade_at, draws, seed, "daily_sharpe",
+        riskfree_rate,
+    )  # fmt: skip
+    alone = found.draws[[found.figure]]  # a saved report may keep them
+    known = alone[found.figure].dropna()
+    return replace(found, draws=alone) if len(known) and np.ptp(known) > 0 else None
+
+
+def _affordable(plan: Plan, sessions: int, assets: int) -> int:
+    """How many portfolios can be drawn and simulated beside what a page does anyway."""
+    held = int((plan.schedule.targets != 0.0).sum(axis=1).max(initial=1))
+    each = sessions * held + len(plan.schedule) * assets
+    draws = min(_USUAL_DRAWS, _WORK // max(each, 1))
+    return draws if draws >= _FEWEST_DRAWS else 0
+
+
+def _drawn(
+    data: PriceData,
+    plan: Plan,
+    settings: Options,
+    trade_at: TradeAt,
+    draws: int,
+    seed: int,
+    figure: str,
+    riskfree_rate: float,
+) -> RandomDraws:
     universe = pd.Index(data.close.columns)
     of_all = data.of_assets(universe, trade_at, with_bars=settings.touched_exit)
     sessions = np.ascontiguousarray(plan.schedule.sessions, dtype=np.int64)

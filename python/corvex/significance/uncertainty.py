@@ -3,7 +3,9 @@
 from __future__ import annotations
 
 import math
+from collections.abc import Iterator
 from dataclasses import dataclass
+from functools import cached_property
 from typing import TYPE_CHECKING
 
 import numpy as np
@@ -115,6 +117,7 @@ def confidence(
     *,
     riskfree_rate: float = 0.02,
     method: str = "percentile",
+    random_portfolios: int | None = None,
 ) -> Confidence:
     """Say how far a report's figures could have come about by chance.
 
@@ -138,6 +141,10 @@ def confidence(
         Per year, a fraction, as in `Report.get_stats`.
     method : {"percentile", "basic", "bca"}, default "percentile"
         How the intervals are taken from the draws.
+    random_portfolios : int, optional
+        Among how many random portfolios a report is set that `simulate` made in this process, with
+        the assets of its prices; 0 for none. Default: 200, fewer or none where these take long;
+        and none where the report has `random_draws` of its own.
 
     Returns
     -------
@@ -146,7 +153,8 @@ def confidence(
     Raises
     ------
     ValueError
-        For fewer than 2 draws, an unknown method, or trials that are no trials.
+        For fewer than 2 draws, an unknown method, trials that are no trials, or fewer than 0
+        portfolios.
 
     Notes
     -----
@@ -168,12 +176,14 @@ def confidence(
         raise ValueError(f"draws must be at least 2, not {draws}")
     if method not in ("percentile", "basic", "bca"):
         raise ValueError(f"method must be 'percentile', 'basic' or 'bca', not {method!r}")
+    if random_portfolios is not None and random_portfolios < 0:
+        raise ValueError(f"random_portfolios must be at least 0, not {random_portfolios}")
     sample = read_sample(report.daily_creturn, riskfree_rate)
     if trials is None:
         trials = getattr(report, "trials_statistics", None)
     known = read_trials(trials, sample.periods_per_year, sample.riskfree)
     name = getattr(report, "name", None)
-    among = _among_random(report)
+    among = _among_random(report, random_portfolios, seed, riskfree_rate)
     if not sample.enough:
         return _nothing(sample, known, among, name, draws, seed)
     drawn = _Drawn(sample, draws, seed, method)
@@ -240,18 +250,42 @@ class _Drawn:
         place = _NAMES.index(name)
         return float(np.mean(self.values[:, place] <= self.observed[place]))
 
-    def fan(self) -> pd.DataFrame:
+    @cached_property
+    def _points(self) -> npt.NDArray[np.int64]:
+        """Bars of the curve at which the fan is shown."""
         bars = self.sample.returns.size
-        points = np.unique(np.linspace(0, bars, min(_FAN_POINTS, bars + 1)).astype(np.int64))
-        wealth = _engine.draw_paths(self.sample.returns, bars, points, *self.how)[0]
-        dates = self.sample.dates[points]
-        return pd.DataFrame(np.quantile(wealth, FAN, axis=0).T, index=dates, columns=list(FAN))
+        return np.unique(np.linspace(0, bars, min(_FAN_POINTS, bars + 1)).astype(np.int64))
+
+    @cached_property
+    def _paths(self) -> tuple[_Floats, _Floats, _Floats]:
+        """Wealth at the points, deepest falls and longest stays below a high at the horizons."""
+        ends = np.array(HORIZONS, dtype=np.int64) * self.sample.periods_per_year
+        return _engine.draw_paths(self.sample.returns, self._points, ends, *self.how)
+
+    def fan(self) -> pd.DataFrame:
+        shares = np.quantile(self._paths[0], FAN, axis=0).T
+        return pd.DataFrame(shares, index=self.sample.dates[self._points], columns=list(FAN))
+
+    def falls(self) -> Iterator[tuple[int, _Floats, _Floats]]:
+        """Yield for each horizon its years, and the depths and the bars of the falls."""
+        for place, years in enumerate(HORIZONS):
+            yield years, self._paths[1][:, place], self._paths[2][:, place]
 
 
-def _among_random(report: Report) -> tuple[RandomDraws, ...]:
-    """The random results that somebody noted on the report: one, or several."""
+def _among_random(
+    report: Report, portfolios: int | None, seed: int, riskfree_rate: float
+) -> tuple[RandomDraws, ...]:
+    """The random results that somebody noted on the report, one or several, or those drawn here."""
+    from corvex.significance.random_draws import report_among_random
+
     noted = getattr(report, "random_draws", None) or ()
-    return tuple(noted) if isinstance(noted, list | tuple) else (noted,)
+    given = tuple(noted) if isinstance(noted, list | tuple) else (noted,)
+    if portfolios == 0 or (portfolios is None and given):
+        return given
+    found = report_among_random(report, portfolios, seed, riskfree_rate)
+    if found is None:
+        return given
+    return (*(one for one in given if one.test != found.test), found)
 
 
 def _interval(
@@ -346,10 +380,7 @@ def _drawdowns(
     days = 365.25 / sample.periods_per_year
     rows: dict[int, dict[str, float]] = {}
     first: _Floats = np.empty(0)
-    none = np.empty(0, dtype=np.int64)
-    for years in HORIZONS:
-        bars = years * sample.periods_per_year
-        _, deepest, longest = _engine.draw_paths(sample.returns, bars, none, *drawn.how)
+    for years, deepest, longest in drawn.falls():
         first = deepest if years == 1 else first
         rows[years] = {
             "depth_50": float(np.quantile(deepest, 0.5)),

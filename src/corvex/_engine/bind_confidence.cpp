@@ -100,24 +100,31 @@ nb::tuple bootstrap_interval(const Floats& draws, double observed, double level,
     return nb::make_tuple(found.low, found.high);
 }
 
-nb::tuple draw_paths(const Floats& returns, std::size_t bars,
-                     const InputArray<std::int64_t>& points, std::size_t draws, double block,
-                     std::uint64_t seed, unsigned threads) {
-    std::vector<std::size_t> bars_noted;
-    for (const std::int64_t point : as_span(points)) {
-        if (point < 0) {
-            throw std::invalid_argument("the points must ascend and lie within the path");
+std::vector<std::size_t> bars_of(const InputArray<std::int64_t>& given) {
+    std::vector<std::size_t> bars;
+    for (const std::int64_t bar : as_span(given)) {
+        if (bar < 0) {
+            throw std::invalid_argument("the points and the horizons must not be below 0");
         }
-        bars_noted.push_back(static_cast<std::size_t>(point));
+        bars.push_back(static_cast<std::size_t>(bar));
     }
+    return bars;
+}
+
+nb::tuple draw_paths(const Floats& returns, const InputArray<std::int64_t>& points,
+                     const InputArray<std::int64_t>& horizons, std::size_t draws, double block,
+                     std::uint64_t seed, unsigned threads) {
+    const std::vector<std::size_t> noted = bars_of(points);
+    const std::vector<std::size_t> ends = bars_of(horizons);
     engine::DrawnPaths paths;
     {
         const nb::gil_scoped_release released;
-        paths = engine::draw_paths(as_span(returns), bars, bars_noted,
+        paths = engine::draw_paths(as_span(returns), noted, ends,
                                    resampling(draws, block, seed, threads));
     }
-    return nb::make_tuple(to_numpy(std::move(paths.wealth), {draws, bars_noted.size()}),
-                          to_numpy(std::move(paths.deepest)), to_numpy(std::move(paths.longest)));
+    return nb::make_tuple(to_numpy(std::move(paths.wealth), {draws, noted.size()}),
+                          to_numpy(std::move(paths.deepest), {draws, ends.size()}),
+                          to_numpy(std::move(paths.longest), {draws, ends.size()}));
 }
 
 nb::tuple superiority_test(const Table& advantages, std::size_t draws, double block,
@@ -254,9 +261,10 @@ void bind_resampling(nb::module_& module) {
                "riskfree"_a, "threads"_a = 0, "(returns, figures), one return left out each.");
     module.def("bootstrap_interval", &bootstrap_interval, "draws"_a, "observed"_a, "level"_a,
                "method"_a, "jackknife"_a, "(low, high).");
-    module.def("draw_paths", &draw_paths, "returns"_a, "bars"_a, "points"_a, "draws"_a, "block"_a,
-               "seed"_a, "threads"_a = 0,
-               "(wealth of shape (draws, points), deepest drawdowns, longest stays below).");
+    module.def("draw_paths", &draw_paths, "returns"_a, "points"_a, "horizons"_a, "draws"_a,
+               "block"_a, "seed"_a, "threads"_a = 0,
+               "(wealth of shape (draws, points), deepest drawdowns and longest stays below a high "
+               "of shape (draws, horizons)).");
 }
 
 void bind_many_trials(nb::module_& module) {

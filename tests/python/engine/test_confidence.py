@@ -11,6 +11,9 @@ from corvex import _engine
 SEEDS = range(6)
 
 
+NONE = np.empty(0, dtype=np.int64)
+
+
 def noise(rows: int, columns: int = 1, seed: int = 0, sd: float = 0.01) -> np.ndarray:
     values = np.random.default_rng(seed).normal(0.0, sd, (rows, columns))
     return values[:, 0] if columns == 1 else values
@@ -139,7 +142,7 @@ def test_draws_depend_on_the_seed_alone():
         one, _engine.bootstrap_figures(returns, 252.0, 0.0, 50, 9.0, 8, threads=1)
     )
     # The numbers themselves: every machine draws these.
-    known = _engine.draw_paths(np.arange(300) / 300.0, 3, np.array([1, 2, 3]), 2, 9.0, 7)[0]
+    known = _engine.draw_paths(np.arange(300) / 300.0, np.array([1, 2, 3]), NONE, 2, 9.0, 7)[0]
     assert (300 * known[:, 0] - 300).round().tolist() == [292.0, 7.0]
     # Paired: a second series sees the blocks of the first.
     both = _engine.bootstrap_figures(2 * returns, 252.0, 0.0, 50, 9.0, 7)
@@ -217,9 +220,14 @@ def test_autocorrelation_in_the_ratio_and_in_the_mean():
 
 def test_drawn_paths_hold_what_they_say():
     wealth, deepest, longest = _engine.draw_paths(
-        np.array([0.1, -0.5, 0.0]), 6, np.array([0, 3, 6]), 200, 3.0, 1
+        np.array([0.1, -0.5, 0.0]), np.array([0, 3, 6]), np.array([2, 6]), 200, 3.0, 1
     )
     assert wealth.shape == (200, 3)
+    first = _engine.draw_paths(np.array([0.1, -0.5, 0.0]), NONE, np.array([2]), 200, 3.0, 1)
+    assert np.array_equal(first[1][:, 0], deepest[:, 0])  # a path begins as a longer one does
+    assert np.array_equal(first[2][:, 0], longest[:, 0])
+    assert np.all(deepest[:, 1] <= deepest[:, 0])
+    deepest, longest = deepest[:, 1], longest[:, 1]
     assert np.all(wealth[:, 0] == 1.0)
     assert set(np.round(deepest, 12)) <= {0.0, *np.round([0.5**k - 1 for k in range(1, 7)], 12)} | {
         round(1.1**j * 0.5**k - 1, 12) for j in range(6) for k in range(1, 7)
@@ -238,7 +246,7 @@ def test_drawn_paths_hold_what_they_say():
         (lambda: _engine.backtest_overfitting(*_engine.block_sums(noise(9, 2), 3)), "even"),
         (lambda: _engine.backtest_overfitting(*_engine.block_sums(noise(90, 2), 22)), "2 to 20"),
         (lambda: _engine.block_sums(noise(5, 2), 6), "one row for each block"),
-        (lambda: _engine.draw_paths(noise(5), 3, np.array([4]), 1, 1.0, 0), "within the path"),
+        (lambda: _engine.draw_paths(noise(5), np.array([4, 3]), NONE, 1, 1.0, 0), "must ascend"),
     ],
 )
 def test_what_cannot_be_is_said(call, text):

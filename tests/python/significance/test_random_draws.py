@@ -79,3 +79,62 @@ def test_the_timing_of_trades_is_judged():
     assert 0.01 < corvex.random_entries(corvex.simulate(random, PRICES, **RULES), 300).rank < 0.99
     held = corvex.from_equity(PRICES.iloc[:, 0])
     assert np.isnan(corvex.random_entries(held, 10).own)
+
+
+def intraday(prices):
+    days = pd.bdate_range("2015-01-01", periods=100, tz="America/New_York")
+    bars = [day + pd.Timedelta(hours=10 + hour) for day in days for hour in range(6)]
+    return prices.set_axis(pd.DatetimeIndex(bars))
+
+
+WORLDS = {
+    "daily": (PRICES, {}),
+    "a zone and a span": (
+        PRICES.tz_localize("Asia/Taipei"), {"start": "2015-06-01", "end": "2017-01-31"},
+    ),
+    "intraday": (intraday(PRICES), {"resample": "W", "trail_stop": 0.05}),
+    "weekly": (PRICES[::5], {"resample": None, "position_limit": 0.2, "slippage_ratio": 0.001}),
+    "at the open, touched": (
+        {"close": PRICES, "open": PRICES * 0.999, "high": PRICES * 1.01, "low": PRICES * 0.99},
+        {"trade_at": "open", "stop_loss": 0.05, "touched_exit": True, "stop_cooldown": 1},
+    ),
+    "a table of fills": (PRICES, {"trade_at": PRICES * 1.001, "resample": ["2016-01-04"]}),
+}  # fmt: skip
+
+
+@pytest.mark.parametrize("world", WORLDS)
+def test_a_report_is_set_among_random_portfolios_of_its_own_run(world):
+    prices, more = WORLDS[world]
+    close = prices["close"] if isinstance(prices, dict) else prices
+    rules = {**RULES, **more}
+    weights = best_of(close.pct_change(20)).iloc[20:].astype(float) / 4
+    weights.columns = [label.split()[0] for label in weights.columns]
+    expected = corvex.random_portfolios(weights, prices, 60, seed=4, **rules)
+    report = corvex.simulate(weights, prices, **rules)
+    (own,) = corvex.confidence(report, draws=10, seed=4, random_portfolios=60).random
+    np.testing.assert_array_equal(own.draws["daily_sharpe"], expected.draws["daily_sharpe"])
+    assert own.own == expected.own == report.get_stats()["daily_sharpe"]
+
+
+def test_a_rank_is_told_where_there_is_one(tmp_path, monkeypatch):
+    report = corvex.simulate(best_of(PRICES.pct_change(20)), PRICES, **RULES)
+    (own,) = corvex.confidence(report, draws=10).random
+    assert len(own.draws) == 200
+    assert corvex.confidence(report, draws=10, random_portfolios=0).random == ()
+    corvex.save(report, tmp_path / "r.corvex")
+    assert corvex.confidence(corvex.load(tmp_path / "r.corvex"), draws=10).random == ()
+    everything = corvex.simulate(PRICES.notna(), PRICES, **RULES)
+    assert corvex.confidence(everything, draws=10).random == ()
+    curve = corvex.from_equity(report.creturn)
+    assert corvex.confidence(curve, draws=10).random == ()
+    report.random_draws = noted = corvex.random_entries(report, 20)
+    assert corvex.confidence(report, draws=10).random == (noted,)
+    both = corvex.confidence(report, draws=10, random_portfolios=20).random
+    assert [one.test for one in both] == ["entries", "portfolios"]
+    with pytest.raises(ValueError, match="at least 0"):
+        corvex.confidence(report, random_portfolios=-1)
+    report.random_draws = None
+    for work, counts in ((10**7, {200}), (150_000, range(50, 200)), (10**4, {0})):
+        monkeypatch.setattr("corvex.significance.random_draws._WORK", work)
+        among = corvex.confidence(report, draws=10).random
+        assert sum(len(one.draws) for one in among) in counts

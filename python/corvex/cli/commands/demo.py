@@ -104,6 +104,7 @@ def run_demo(steps: Steps) -> Report:
     close since entry is sold, and stays out until the next month. Its variants are swept too.
     """
     import corvex
+    from corvex.cli.shown import keep_rank
 
     fixed: dict[str, Any] = {"fee_ratio": 0.001, "benchmark": "sp500", "market": "us_stock"}
     with steps.step("read the built-in prices"):
@@ -115,6 +116,7 @@ def run_demo(steps: Steps) -> Report:
     report.notes = [SURVIVORS]
     with steps.step("compute the statistics"):
         report.get_stats()
+        keep_rank(report)
     with steps.step("sweep 200 variants"):
         corvex.sweep(
             best_by_momentum, prices, signal=SIGNALS, options=OPTIONS, progress=False, **fixed

@@ -20,6 +20,7 @@ from corvex.simulation.read.price_tables import TradeAt
 from corvex.simulation.report.assembly import Outcome, build_report
 from corvex.simulation.report.fills_table import fills_table
 from corvex.simulation.report.next_holdings import hand_over
+from corvex.simulation.report.origins import Origin, note_origin
 from corvex.simulation.report.quoted_prices import raw_price_of
 from corvex.simulation.report.results import (
     cost_totals,
@@ -63,7 +64,7 @@ def report_of(
     kept = traded | held.coming
     fills = cast("dict[str, np.ndarray]", result["fills"])
     trades, closed = _trades(run, prices)
-    return build_report(
+    report = build_report(
         Outcome(
             creturn=creturn,
             position=position,
@@ -91,6 +92,8 @@ def report_of(
             },
         )
     )
+    note_origin(report, Origin(plan, run.options, run.trade_at, index, prices.end is not None))
+    return report
 
 
 def _trades(
