@@ -288,6 +288,47 @@ class BatchResult(TypedDict):
     squares: _Floats | None
     curves: _Floats | None  # (runs, sessions): equity, 1 before the run starts
 
+def read_targets(
+    weights: npt.NDArray[np.float64 | np.bool_],
+    rows: _Ints,
+    *,
+    limit: float,
+    leverage: bool,
+    only_changes: bool,
+) -> tuple[_Ints, _Floats, _Floats]:
+    """Turn rows of weights into target weights.
+
+    Missing weights are 0, a row whose absolute sum is above 1 is scaled to 1, at last each weight
+    is cut to the limit.
+
+    Parameters
+    ----------
+    weights : float64 or bool array of shape (n, assets)
+        In any order in memory; no infinite ones. True is 1.
+    rows : int64 array of shape (m,)
+        Which of its rows.
+    limit : float
+        The largest absolute weight; infinity for none.
+    leverage : bool
+        Rows whose absolute sum is above 1 are left alone.
+    only_changes : bool
+        Rows with the targets of the row before are left out, and so are zeros at the beginning.
+
+    Returns
+    -------
+    kept : int64 array of shape (k,)
+        Positions in `rows`.
+    targets : float64 array of shape (k, assets)
+        The targets there.
+    gross : float64 array of shape (m,)
+        The absolute sum of each row.
+
+    Raises
+    ------
+    ValueError
+        For a row outside the table.
+    """
+
 def simulate_many(
     prices: PriceSet,
     plans: list[tuple[_Floats, _Ints, int]],

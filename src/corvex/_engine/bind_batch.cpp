@@ -1,4 +1,5 @@
 #include "corvex/engine/portfolio/batch.hpp"
+#include "corvex/engine/portfolio/target_rows.hpp"
 
 #include <nanobind/nanobind.h>
 
@@ -151,6 +152,30 @@ nb::dict simulate_many(const SharedPrices& prices, const nb::list& plans, const 
     return as_dict(found, blocks, std::move(table));
 }
 
+/// Two-dimensional, in any order in memory.
+template <typename Value>
+using AnyTable = nb::ndarray<const Value, nb::ndim<2>, nb::device::cpu, nb::numpy>;
+
+template <typename Value>
+nb::tuple read_targets(const AnyTable<Value>& weights, const Times& rows, double limit,
+                       bool leverage, bool only_changes) {
+    const engine::WeightView<Value> view{weights.data(), weights.stride(0), weights.stride(1),
+                                         weights.shape(0), weights.shape(1)};
+    engine::TargetRows found = engine::read_targets(
+        view, as_span(rows), {.limit = limit, .leverage = leverage, .only_changes = only_changes});
+    const std::size_t kept = found.kept.size();
+    return nb::make_tuple(to_numpy(std::move(found.kept)),
+                          to_numpy(std::move(found.targets), {kept, view.assets}),
+                          to_numpy(std::move(found.gross)));
+}
+
+template <typename Value>
+void bind_read_targets(nb::module_& module) {
+    module.def("read_targets", &read_targets<Value>, "weights"_a.noconvert(), "rows"_a,
+               nb::kw_only(), "limit"_a, "leverage"_a, "only_changes"_a,
+               "Turn weights into target weights; the stub file describes it.");
+}
+
 } // namespace
 
 void bind_batch(nb::module_& module) {
@@ -158,6 +183,8 @@ void bind_batch(nb::module_& module) {
                "runs"_a.noconvert(), nb::kw_only(), "times"_a, "closes"_a, "before_first"_a,
                "riskfree_rate"_a = 0.02, "blocks"_a = 0, "curves"_a = false, "threads"_a = 0,
                "Simulate many runs over shared prices; the stub file describes it.");
+    bind_read_targets<double>(module);
+    bind_read_targets<bool>(module);
 }
 
 } // namespace corvex::bindings

@@ -8,6 +8,7 @@ from typing import Any, cast
 import numpy as np
 import pandas as pd
 
+from corvex import _engine
 from corvex.simulation.notices import date_text
 from corvex.simulation.read.clock import dated_table
 from corvex.simulation.read.columns import check_labels
@@ -15,7 +16,6 @@ from corvex.tables.frames import TableInput, as_table
 
 __all__ = ["WeightTable", "read_weights"]
 
-_CHUNK = 256
 # Weights rounded to a few digits sum to a little above 1.
 _ROUNDING = 0.01
 
@@ -76,27 +76,30 @@ class WeightTable:
         -------
         float64 array of shape (n, assets)
         """
-        weights: np.ndarray = self._values[rows].astype(np.float64, copy=False)
-        if self._values.dtype == np.bool_:
-            weights /= np.maximum(weights.sum(axis=1, keepdims=True), 1.0)
-        else:
-            gross = np.abs(weights).sum(axis=1, keepdims=True)
-            if np.isnan(gross).any():
-                weights[np.isnan(weights)] = 0.0
-                gross = np.abs(weights).sum(axis=1, keepdims=True)
-            if not self.leverage and (gross > 1.0).any():
-                self._note_scaling(rows, weights, gross[:, 0])
-                weights /= np.maximum(gross, 1.0)
-        if np.isfinite(self.limit):
-            np.clip(weights, -self.limit, self.limit, out=weights)
-        return weights
+        return self._read(rows, only_changes=False)[1]
 
-    def _note_scaling(self, rows: np.ndarray, weights: np.ndarray, gross: np.ndarray) -> None:
+    def _read(self, rows: np.ndarray, *, only_changes: bool) -> tuple[np.ndarray, np.ndarray]:
+        """The rows whose targets count, as positions in `rows`, and the targets there."""
+        signals = self._values.dtype == np.bool_
+        kept, targets, gross = _engine.read_targets(
+            self._values,
+            rows,
+            limit=self.limit,
+            # Signals always share what there is.
+            leverage=self.leverage and not signals,
+            only_changes=only_changes,
+        )
+        if not (self.leverage or signals) and len(gross) and gross.max() > 1.0:
+            self._note_scaling(rows, gross)
+        return kept, targets
+
+    def _note_scaling(self, rows: np.ndarray, gross: np.ndarray) -> None:
         least = 1.0 + _ROUNDING if self.largest_scaled is None else self.largest_scaled[0]
         doubtful = np.flatnonzero(gross > least)
         if not len(doubtful):
             return
-        signals = ((weights[doubtful] == 0.0) | (weights[doubtful] == 1.0)).all(axis=1)
+        weights = np.nan_to_num(self._values[rows[doubtful]], nan=0.0)
+        signals = ((weights == 0.0) | (weights == 1.0)).all(axis=1)
         doubtful = doubtful[~signals]
         if len(doubtful):
             at = doubtful[np.argmax(gross[doubtful])]
@@ -112,22 +115,7 @@ class WeightTable:
         int64 array of shape (kept,) and float64 array of shape (kept, assets)
             Positions in `rows`, and the targets there.
         """
-        kept: list[np.ndarray] = []
-        targets: list[np.ndarray] = []
-        before = np.zeros((1, len(self.labels)))
-        for start in range(0, len(rows), _CHUNK):
-            chunk = self.targets(rows[start : start + _CHUNK])
-            changed = np.empty(len(chunk), dtype=bool)
-            changed[0] = (chunk[0] != before[0]).any()
-            np.any(chunk[1:] != chunk[:-1], axis=1, out=changed[1:])
-            kept.append(np.flatnonzero(changed) + start)
-            targets.append(chunk if changed.all() else chunk[changed])
-            before = chunk[-1:].copy()
-        if not kept:
-            return np.empty(0, np.int64), np.empty((0, len(self.labels)))
-        if len(kept) == 1:
-            return kept[0], targets[0]
-        return np.concatenate(kept), np.concatenate(targets)
+        return self._read(rows, only_changes=True)
 
 
 def read_weights(
