@@ -242,7 +242,8 @@ def _labelled(given: Any, what: str, dates: Any, assets: Any) -> pd.DataFrame | 
     values = np.ma.filled(given, np.nan) if isinstance(given, np.ma.MaskedArray) else given
     values = np.asarray(values)
     if dates is None:
-        raise ValueError(f"{what} is an array, which has no dates; give dates= and assets=")
+        wanted = "dates=" if values.ndim == 1 else "dates= and assets="
+        raise ValueError(f"{what} is an array, which has no dates; give {wanted}")
     index = _index_of(dates)
     labels = None if assets is None else _index_of(assets)
     if values.ndim == 1 and len(values) == len(index) and (labels is None or len(labels) == 1):

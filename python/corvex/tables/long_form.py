@@ -166,8 +166,12 @@ def _date_column(
             "keep one of them"
         )
     if not found and required:
+        among = f" among {_named(table, range(len(kinds)))}" if kinds else ""
+        raise ValueError(f"{what} has no column of dates{among}; {_ACCEPTED}")
+    missing = table.iloc[:, found[0]].isna().to_numpy() if found else np.zeros(0, dtype=bool)
+    if missing.any():
         raise ValueError(
-            f"{what} has no column of dates among {_named(table, range(len(kinds)))}; {_ACCEPTED}"
+            f"{what} has no date in {table.columns[found[0]]!r} at row {int(np.argmax(missing))}"
         )
     return found[0] if found else None
 
@@ -262,12 +266,11 @@ class _Pivot:
         self._table = table
         rows, dates = pd.factorize(table.iloc[:, layout.date], sort=True)
         columns, assets = _factorised(table.iloc[:, layout.asset])
-        for codes, part in ((rows, layout.date), (columns, layout.asset)):
-            if (codes < 0).any():
-                raise ValueError(
-                    f"{what} has no value in {table.columns[part]!r} at row "
-                    f"{int(np.argmax(codes < 0))}"
-                )
+        if (columns < 0).any():
+            raise ValueError(
+                f"{what} has no asset in {table.columns[layout.asset]!r} at row "
+                f"{int(np.argmax(columns < 0))}"
+            )
         self._dates = usual_unit(pd.Index(dates))
         self._assets = assets
         self._places = rows.astype(np.int64) * len(assets) + columns

@@ -170,7 +170,11 @@ AMBIGUOUS = {
     ),
     "no names": ({"date": DAYS[:1] * 2, "v": [1.0, 2.0], "w": [1.0, 2.0]}, "names the assets"),
     "notes": ({"date": DAYS, "A": [1.0, 1.0], "note": ["x", "y"]}, "drop the column"),
-    "no asset": ({"date": DAYS, "symbol": ["A", None], "v": [1.0, 1]}, "'symbol' at row 1"),
+    "no asset": (
+        {"date": DAYS, "symbol": ["A", None], "v": [1.0, 1]},
+        "no asset in 'symbol' at row 1",
+    ),
+    "no date": ({"date": [DAYS[0], None], "A": [1.0, 1.0]}, "no date in 'date' at row 1"),
     "lists": ({"date": DAYS, "A": [[1.0], [1.0]]}, "'A' of type list"),
 }
 
