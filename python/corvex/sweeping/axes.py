@@ -57,6 +57,8 @@ def axis_of(labels: Sequence[Any]) -> Axis:
     texts = [_text(one, exact=False) for one in values]
     if len(set(texts)) < len(texts):
         texts = [_text(one, exact=True) for one in values]
+    if len(set(texts)) < len(texts):  # such as 1 and "1", or long ones that begin alike
+        texts = [f"{text} ({at + 1})" for at, text in enumerate(texts)]
     return Axis(
         values=values,
         texts=texts,

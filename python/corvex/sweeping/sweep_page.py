@@ -142,7 +142,6 @@ class _Page:
                 {"name": name, "texts": axis.texts, "ranks": axis.ranks}
                 for name, axis in self.axes.items()
             ],
-            "best": self._carried(self.best[0]) if self.best else None,
             "luck": self._luck(),
             "overfitting": self._overfitting(),
             "confidence": self._confidence(),

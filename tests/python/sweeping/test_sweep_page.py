@@ -65,7 +65,7 @@ def test_page_tells_figures_errors_and_luck_and_escapes_every_text(prices, tmp_p
     found = sweep.confidence()
     assert [tuple(row) for row in facts["confidence"]["rows"]["en"]] == rows(found)
     assert facts["luck"]["expected"] == pytest.approx(found.figures["expected_largest_sharpe"])
-    assert facts["best"] == sweep.best_places("daily_sharpe", 1)[0]
+    assert facts["luck"]["effective"] == found.figures["effective_trials"]
     assert facts["curves"][-1] == {"benchmark": "SP500"}
     assert len(facts["curves"]) == 4  # a flat curve has no rank
     assert dict(facts["fixed"]) == {"market": "us_stock", "benchmark": "sp500"}
@@ -83,7 +83,6 @@ def test_page_of_one_run_without_or_with_figures(prices, tmp_path, kinds):
     _, facts = written(sweep, tmp_path, simulate=False)
     assert facts["luck"] is facts["overfitting"] is facts["confidence"] is None
     assert facts["curves"] == []
-    assert (facts["best"] is None) == (kinds != ["rank"])
     with pytest.raises(ValueError, match="no figure 'daily_sharp' ranks runs; did you mean"):
         sweep.to_html(tmp_path / "none.html", figure="daily_sharp")
 
@@ -104,7 +103,6 @@ def test_page_of_very_many_runs_stays_small(tmp_path):
     assert len(text) - len(plotly_script().text) < 2_000_000
     assert facts["meta"]["carried"] == 50_000
     assert len(facts["figures"]) == 8
-    assert facts["best"] is not None
 
 
 def test_values_stand_in_their_order_and_none_behind():
@@ -113,7 +111,7 @@ def test_values_stand_in_their_order_and_none_behind():
         (None, 0.2, 0.1): (["0.1", "0.2", "None"], [0, 1, None]),
         ("b", "a"): (["a", "b"], [None, None]),
         (True, False): (["False", "True"], [None, None]),
-        (1, "x"): (["1", "x"], [0, None]),
+        (1, "1", "x"): (["1 (1)", "1 (2)", "x (3)"], [0, None, None]),
         (0.1234567, 0.1234568): (["0.1234567", "0.1234568"], [0, 1]),
         tuple(dates): (["2020-01-01", "2021-01-01"], [0, 1]),
         (pd.offsets.MonthEnd(), float("nan")): (["ME", "nan"], [None, None]),

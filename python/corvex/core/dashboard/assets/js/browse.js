@@ -4,8 +4,8 @@ import { el } from "./dom.js";
 import { whole } from "./format.js";
 import { t } from "./text.js";
 
-// Each column is { key, label, number, text(row), value(row) }: what is shown and what sorts. A file
-// gets `written(row)` where there is one.
+// Each column is { key, label, title, number, text(row), value(row) }: what is shown and what sorts. A
+// file gets `written(row)` where there is one.
 
 /** Missing values stay at the end whichever way the rest is sorted. */
 export function orderedRows(columns, rows, { key, down }) {
@@ -31,7 +31,7 @@ export function sortHeader(id, column, state, show) {
   return el(
     "th",
     { scope: "col", class: column.number ? "num" : null, "aria-sort": sort },
-    el("button", { type: "button", class: "sort", "data-key": column.key, onclick }, column.label),
+    el("button", { type: "button", class: "sort", "data-key": column.key, title: column.title, onclick }, column.label),
   );
 }
 

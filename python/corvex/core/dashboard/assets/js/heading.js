@@ -36,15 +36,18 @@ export function renderSummary() {
   return [el("dl", { class: "cards" }, cards), drawdownNow(), notes()];
 }
 
-function card(key, own, market) {
-  return el(
+const card = (key, own, market) =>
+  headline(defined(key), figure(key, own), market === undefined ? null : `${benchmarkLabel()} ${figure(key, market)}`);
+
+/** A large value under its label, and what stands beside it. */
+export const headline = (label, value, beside = null) =>
+  el(
     "div",
     {},
-    el("dt", {}, defined(key)),
-    el("dd", { class: "big" }, figure(key, own)),
-    market === undefined ? null : el("dd", { class: "beside" }, `${benchmarkLabel()} ${figure(key, market)}`),
+    el("dt", {}, label),
+    el("dd", { class: "big" }, value),
+    beside ? el("dd", { class: "beside" }, beside) : null,
   );
-}
 
 function drawdownNow() {
   const { drawdown, peak } = facts.now;

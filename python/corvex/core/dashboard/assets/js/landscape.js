@@ -242,7 +242,10 @@ function plateauFigure(book, rows, key) {
 function plateauTable(book, rows, key) {
   const sign = isLessBetter(key) ? 1 : -1;
   const height = ({ own, mean, count }) => (own + mean * count) / (count + 1);
-  const best = [...rows].sort((a, b) => sign * (height(a) - height(b)) || a.i - b.i).slice(0, BEST);
+  // One good neighbour is no plateau: those at the edge of what is known do not compete.
+  const most = rows.reduce((largest, { count }) => Math.max(largest, count), 0);
+  const wide = rows.filter(({ count }) => 2 * count >= most);
+  const best = wide.sort((a, b) => sign * (height(a) - height(b)) || a.i - b.i).slice(0, BEST);
   const part = (label, text) => ({ label, number: true, text });
   const columns = [
     { label: t("sweep_run"), text: ({ i }) => book.describe(i) },

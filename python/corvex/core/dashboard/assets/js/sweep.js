@@ -7,7 +7,7 @@ import { renderConfidence, titled } from "./confidence.js";
 import { rankedCurves } from "./curves.js";
 import { byId, el, replaceContent, select } from "./dom.js";
 import { figure, number, percent, share, whole } from "./format.js";
-import { renderFooter, renderTools } from "./heading.js";
+import { headline, renderFooter, renderTools } from "./heading.js";
 import { renderHeatmap, renderParallel, renderPlateau } from "./landscape.js";
 import {
   besideRun,
@@ -45,24 +45,26 @@ function renderTried(series) {
   const book = runBook(series);
   const known = rankedRuns(book, facts.figure);
   const { runs, failed, riskfree, periods } = facts.meta;
-  const cards = [searchCard(t("sweep_tried"), whole(runs), failed ? t("sweep_without", { count: whole(failed) }) : "")];
+  const { luck, overfitting } = facts;
+  const beside = [
+    failed ? t("sweep_without", { count: whole(failed) }) : null,
+    luck?.effective ? t("sweep_independent", { count: number(luck.effective, 1) }) : null,
+  ];
+  const cards = [headline(t("sweep_tried"), whole(runs), beside.filter(Boolean).join("; "))];
   if (known.length) {
     const values = known.map((i) => book.value(facts.figure, i));
     const label = figureText(facts.figure)[0];
     const middle = figure(facts.figure, middleOf(values));
-    cards.push(
-      searchCard(t("sweep_best", { figure: label }), figure(facts.figure, values[0]), book.describe(known[0])),
-    );
-    cards.push(searchCard(t("sweep_median", { figure: label }), middle, ""));
+    cards.push(headline(t("sweep_best", { figure: label }), figure(facts.figure, values[0]), book.describe(known[0])));
+    cards.push(headline(t("sweep_median", { figure: label }), middle));
   }
-  const { luck, overfitting } = facts;
   if (luck) {
     cards.push(
-      searchCard(t("sweep_expected"), number(luck.expected), t("sweep_expected_of", { count: whole(luck.trials) })),
+      headline(t("sweep_expected"), number(luck.expected), t("sweep_expected_of", { count: whole(luck.trials) })),
     );
-    cards.push(searchCard(t("sweep_positive"), percent(luck.positive, 0), ""));
+    cards.push(headline(t("sweep_positive"), percent(luck.positive, 0)));
   }
-  if (overfitting) cards.push(searchCard(defined("pbo"), percent(overfitting.pbo, 1), ""));
+  if (overfitting) cards.push(headline(defined("pbo"), percent(overfitting.pbo, 1)));
   const convention = periods === null ? "" : t("sweep_convention", { periods, riskfree: percent(riskfree, 1) });
   return [
     el("dl", { class: "cards" }, cards),
@@ -70,15 +72,6 @@ function renderTried(series) {
     convention ? note(convention) : null,
   ];
 }
-
-const searchCard = (label, value, beside) =>
-  el(
-    "div",
-    {},
-    el("dt", {}, label),
-    el("dd", { class: "big" }, value),
-    beside ? el("dd", { class: "beside" }, beside) : null,
-  );
 
 /** What a reader is to know before trusting the best run. */
 function warnings(series, book, known) {
@@ -138,6 +131,7 @@ function runColumns(book, key) {
     ...figures.map((name) => ({
       key: name,
       label: figureText(name)[0],
+      title: figureText(name)[1] || null,
       number: true,
       text: (i) => figure(name, book.value(name, i)),
       value: (i) => book.value(name, i),

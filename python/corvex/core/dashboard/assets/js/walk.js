@@ -3,6 +3,7 @@
 import { chart, colours } from "./charts.js";
 import { el } from "./dom.js";
 import { figure, number, percent, whole } from "./format.js";
+import { headline } from "./heading.js";
 import { facts } from "./store.js";
 import { table } from "./table.js";
 import { figureText, t, unitOf } from "./text.js";
@@ -27,15 +28,7 @@ export function renderWalk() {
     el(
       "dl",
       { class: "cards" },
-      cards.map(([label, value, beside]) =>
-        el(
-          "div",
-          {},
-          el("dt", {}, label),
-          el("dd", { class: "big" }, value),
-          beside && el("dd", { class: "beside" }, beside),
-        ),
-      ),
+      cards.map((parts) => headline(...parts)),
     ),
     chart(t("walk_alt"), 280, () => walkFigure(windows)),
     choiceTable(windows),
