@@ -26,6 +26,8 @@ def weights_of(file: Path, max_megabytes: int) -> pd.DataFrame:
     table, notes = read_wide(file, max_megabytes)
     for message in notes:
         note(message)
+    if isinstance(table, dict):
+        raise ValueError(f"{file.name} holds several tables; weights are one")
     return table
 
 
@@ -49,7 +51,12 @@ def prices_of(given: list[str], max_megabytes: int) -> pd.DataFrame | dict[str, 
         name, place = _split(one)
         if name in tables:
             raise ValueError(f"there are two tables of {name!r} prices; give each once")
-        tables[name] = _prices(place, max_megabytes)
+        found = _prices(place, max_megabytes)
+        if isinstance(found, dict):
+            if len(given) > 1:
+                raise ValueError(f"{place} holds {', '.join(found)} prices already; give it alone")
+            return found
+        tables[name] = found
     return tables["close"] if list(tables) == ["close"] else tables
 
 
@@ -58,9 +65,14 @@ def _split(given: str) -> tuple[str, str]:
     return (name, place) if mark and name in _NAMES else ("close", given)
 
 
-def _prices(place: str, max_megabytes: int) -> pd.DataFrame:
+def _prices(place: str, max_megabytes: int) -> pd.DataFrame | dict[str, pd.DataFrame]:
     if Path(place).exists():
-        return weights_of(Path(place), max_megabytes)
+        from corvex.cli.readers.wide_file import read_wide
+
+        table, notes = read_wide(Path(place), max_megabytes, prices=True)
+        for message in notes:
+            note(message)
+        return table
     from corvex import data
 
     if not data.exists(place):

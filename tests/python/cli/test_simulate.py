@@ -62,6 +62,27 @@ def test_weights_and_signals_from_files_are_those_of_simulate(run, prices):
         assert f"{expected.get_stats()['cagr']:.2%}" in out
 
 
+def test_long_form_is_read_like_wide(run, prices):
+    marks = prices.pct_change(63).rank(axis=1) > 2
+    long = prices.rename_axis(columns="stock_id").stack().to_frame("Close")
+    bars = long.assign(High=long["Close"] * 1.01, Low=long["Close"] * 0.98).reset_index()
+    bars.to_csv("bars.csv", index=False)
+    signals = marks.rename_axis(columns="stock_id").stack().to_frame("signal").reset_index()
+    signals.to_csv("signals.csv", index=False)
+    more = ["--resample", "ME", "--market", "us_stock", "--trail-stop", "0.1", "--touched-exit"]
+    status, _, err = run("simulate", "signals.csv", "--prices", "bars.csv", *more, "--out", ".")
+    assert status == 0, err
+    tables = {"close": prices, "high": prices * 1.01, "low": prices * 0.98}
+    expected = corvex.simulate(
+        marks, tables, resample="ME", market="us_stock", trail_stop=0.1, touched_exit=True
+    )
+    saved = corvex.load("signals.corvex")
+    np.testing.assert_allclose(saved.creturn, expected.creturn, rtol=1e-12)
+    assert set(saved.trades["symbol"]) == {"A", "B", "0050", "D"}  # ids keep their zeros
+    twice = ("--prices", "bars.csv", "--prices", "open=prices.csv")
+    assert "give it alone" in run("simulate", "signals.csv", *twice)[2]
+
+
 @pytest.mark.parametrize(
     ("arguments", "message"),
     [
