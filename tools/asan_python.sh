@@ -12,7 +12,7 @@ shift 3
 rm -rf "$site/corvex"
 mkdir -p "$site"
 site=$(cd "$site" && pwd)
-"$(dirname "$python")/cmake" --install "$build" --prefix "$site" >/dev/null
+"$(dirname "$python")/cmake" --install "$build" --component python --prefix "$site" >/dev/null
 cp -R python/corvex/. "$site/corvex/"
 
 env_dir=$site/env
