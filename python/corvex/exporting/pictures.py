@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import os
+import warnings
 from pathlib import PurePath
 from typing import TYPE_CHECKING
 
@@ -79,7 +80,10 @@ def save_figure(
 
 
 def _rendered(figure: Figure, opts: dict[str, object]) -> bytes:
-    kaleido = needed("kaleido", "a picture", "images")
+    with warnings.catch_warnings():
+        # Of a plotly that cannot call it; it is called directly here.
+        warnings.filterwarnings("ignore", message=r"\s*Warning: You have Plotly version")
+        kaleido = needed("kaleido", "a picture", "images")
     if not hasattr(kaleido, "calc_fig_sync"):
         raise ImportError("a picture needs kaleido from 1.0 on; pip install -U 'corvex[images]'")
     try:

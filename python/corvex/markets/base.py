@@ -147,7 +147,7 @@ class Market(MarketTables):
 
         Parameters
         ----------
-        prices : DataFrame, or mapping of name to DataFrame
+        prices : table, or mapping of name to table
             The closes, or tables of "close" and any of "open", "high", "low", "volume",
             "market_value", each dates x assets. A key "adj_close" (and so on) holds adjusted
             prices beside quoted ones. Tables are kept as they are, not copied.
