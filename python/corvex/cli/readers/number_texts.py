@@ -7,7 +7,10 @@ import re
 import numpy as np
 import pandas as pd
 
-__all__ = ["NotANumberError", "read_numbers"]
+__all__ = ["FALSE_TEXTS", "TRUE_TEXTS", "NotANumberError", "read_numbers"]
+
+#: How files write signals, in small letters.
+TRUE_TEXTS, FALSE_TEXTS = ("true", "yes"), ("false", "no")
 
 _MISSING = frozenset({"", "-", "--", "na", "n/a", "nan", "null", "none", "#n/a"})
 _CURRENCY = re.compile(r"^(?:NT\$|US\$|USD|TWD|EUR|\$|€|£|¥)\s*|\s*(?:USD|TWD|EUR|€|元)$")
@@ -49,9 +52,12 @@ def read_numbers(column: pd.Series, *, in_percent: bool = False) -> pd.Series:
     unit = 100 if in_percent else 1
     if pd.api.types.is_numeric_dtype(column.dtype):
         return column.astype(float) / unit
+    # Most files hold plain numbers, and those need no closer look.
+    plain = pd.to_numeric(column, errors="coerce")
+    if plain.isna().equals(column.isna()):
+        return plain.astype(float) / unit
     raw = column.astype("str").str.strip()
     known = column.notna() & ~raw.str.lower().isin(_MISSING)
-    # Most files hold plain numbers, and those need no closer look.
     plain = pd.to_numeric(raw.where(known), errors="coerce")
     unread = known & plain.isna()
     if not unread.any():

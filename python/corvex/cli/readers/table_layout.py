@@ -8,7 +8,7 @@ from dataclasses import dataclass
 
 import pandas as pd
 
-from corvex.cli.readers.number_texts import NotANumberError, read_numbers
+from corvex.cli.readers.number_texts import FALSE_TEXTS, TRUE_TEXTS, NotANumberError, read_numbers
 from corvex.tables.column_names import DATE_NAMES
 from corvex.tables.date_texts import dates_if_all
 
@@ -91,9 +91,11 @@ def _header(rows: Rows, first: int, column: int) -> int | None:
 def _date_beside_number(row: list[str]) -> int | None:
     filled = [i for i, cell in enumerate(row) if cell.strip()][:HEAD_ROWS]
     for i in filled:
-        if not are_dates(pd.Series([row[i]])):
+        if not any(map(str.isdigit, row[i])) or not are_dates(pd.Series([row[i]])):
             continue
         others = [row[j] for j in filled if j != i]
+        if any(other.strip().lower() in (*TRUE_TEXTS, *FALSE_TEXTS) for other in others):
+            return i
         for other in others:
             try:
                 if read_numbers(pd.Series([other], dtype=object)).notna().any():

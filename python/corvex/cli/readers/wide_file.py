@@ -8,15 +8,13 @@ import numpy as np
 import pandas as pd
 
 from corvex.cli.readers.curve_file import CurveFile, read_table
-from corvex.cli.readers.number_texts import NotANumberError, read_numbers
+from corvex.cli.readers.number_texts import FALSE_TEXTS, TRUE_TEXTS, NotANumberError, read_numbers
 from corvex.cli.readers.table_layout import plain_name
 from corvex.cli.readers.table_source import MAX_MEGABYTES
 from corvex.tables.column_names import ASSET_NAMES
 from corvex.tables.long_form import arranged, arranged_prices, is_long
 
 __all__ = ["read_wide"]
-
-_TRUE, _FALSE = ("true", "yes"), ("false", "no")
 
 
 def read_wide(
@@ -80,9 +78,12 @@ def _marks(cells: pd.DataFrame) -> pd.DataFrame | None:
         return cells.astype(bool)
     if any(pd.api.types.is_numeric_dtype(kind) for kind in cells.dtypes):
         return None
+    first = cells.iloc[:1].stack().astype(str).str.strip().str.lower()  # spares most the rest
+    if not first.isin((*TRUE_TEXTS, *FALSE_TEXTS)).all():
+        return None
     texts = np.char.lower(np.char.strip(cells.fillna("false").to_numpy(dtype=str)))
-    chosen = np.isin(texts, _TRUE)
-    if not (chosen | np.isin(texts, _FALSE)).all():
+    chosen = np.isin(texts, TRUE_TEXTS)
+    if not (chosen | np.isin(texts, FALSE_TEXTS)).all():
         return None
     return pd.DataFrame(chosen, index=cells.index, columns=cells.columns)
 
