@@ -30,6 +30,9 @@ VERDICTS: list[tuple[bool, str]] = []  # reached or not, and what was asked
 
 def run_contestant(name: str, case: str, data: Path) -> list[Row] | None:
     """Return a row for each entry, none where something it needs is not there; None on failure."""
+    # As an installation has it, with byte code: start and import are timed in new processes.
+    environment = {**os.environ, "PYTHONPATH": str(HERE)}
+    environment.pop("PYTHONDONTWRITEBYTECODE", None)
     script = HERE / "contestants" / SCRIPTS.get(name, f"peer_{name}.py")
     command = [environments.interpreter(name), "-W", "ignore", script, case, data]
     done = subprocess.run(
@@ -37,7 +40,7 @@ def run_contestant(name: str, case: str, data: Path) -> list[Row] | None:
         check=False,
         stdout=subprocess.PIPE,
         text=True,
-        env={**os.environ, "PYTHONPATH": str(HERE)},
+        env=environment,
     )
     if done.returncode:
         print(f"{name} failed on {case}", file=sys.stderr)

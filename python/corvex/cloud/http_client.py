@@ -18,7 +18,6 @@ from __future__ import annotations
 
 import functools
 import ipaddress
-import json
 import math
 import os
 import sys
@@ -32,7 +31,7 @@ import requests
 from requests import exceptions
 from urllib3.util import parse_url
 
-from corvex.cloud.credentials import redact
+from corvex.cloud.traceless import without_traces
 
 __all__ = [
     "Session",
@@ -76,38 +75,6 @@ def time_limit() -> float:
     if not 0 < seconds < math.inf:
         raise ValueError(f"CORVEX_HTTP_TIMEOUT must be a number of seconds above 0, got {text!r}")
     return seconds
-
-
-def without_traces[**P, R](function: Callable[P, R]) -> Callable[P, R]:
-    """Let errors leave a function without what it was called with.
-
-    The frames, causes and attributes of an error hold tokens, and whoever logs errors may log
-    those. So only the error itself is passed on, with its message redacted.
-    """
-
-    @functools.wraps(function)
-    def run(*args: P.args, **kwargs: P.kwargs) -> R:
-        try:
-            return function(*args, **kwargs)
-        except Exception as error:
-            cleaned = _cleaned(error)
-        del args, kwargs
-        raise cleaned
-
-    return run
-
-
-def _cleaned(error: Exception) -> Exception:
-    message = redact(str(error))
-    if isinstance(error, UnicodeError | json.JSONDecodeError):
-        return ValueError(message)  # these hold the text that they failed on
-    if isinstance(error, exceptions.RequestException):
-        error.args = (message,)
-        error.request = error.response = None
-    else:
-        error.args = tuple(redact(a) if isinstance(a, str) else a for a in error.args)
-    error.__cause__ = error.__context__ = None
-    return error.with_traceback(None)
 
 
 class Session(requests.Session):

@@ -14,7 +14,8 @@ from urllib.parse import quote, urlsplit
 
 from corvex.cloud.credentials import redact
 from corvex.cloud.document_values import Wire, decode_fields, encode_fields, size_of_value
-from corvex.cloud.http_client import Session, exceptions, time_limit, without_traces
+from corvex.cloud.traceless import without_traces
+from corvex.utils import requests as http
 
 __all__ = [
     "DocumentNotFoundError",
@@ -238,16 +239,16 @@ def _service(address: str) -> str:
 
 def _exchange(method: str, address: str, token: str, body: bytes | None) -> dict[str, Any]:
     """Send a request until it is answered; return the answer's JSON object."""
-    end = time.monotonic() + time_limit()
+    end = time.monotonic() + http.time_limit()
     pause = FIRST_PAUSE
     for attempt in range(1, ATTEMPTS + 1):
         asked_for = 0.0
         left = max(end - time.monotonic(), 0.001)
         try:
             response = _send(method, address, token, body, min(left, _ATTEMPT_LIMIT))
-        except (exceptions.InvalidSchema, exceptions.InvalidURL) as error:
+        except (http.exceptions.InvalidSchema, http.exceptions.InvalidURL) as error:
             raise DocumentStoreError(redact(str(error), token)) from None
-        except exceptions.RequestException as error:
+        except http.exceptions.RequestException as error:
             problem = DocumentStoreError(
                 f"{_service(address)} cannot be reached: {redact(_reason(error), token)}"
             )
@@ -267,7 +268,7 @@ def _exchange(method: str, address: str, token: str, body: bytes | None) -> dict
 
 
 def _send(method: str, address: str, token: str, body: bytes | None, limit: float) -> Any:
-    with Session(limit) as session:
+    with http.Session(limit) as session:
         return session.request(
             method,
             address,
@@ -292,12 +293,12 @@ def _bearer(token: str) -> Callable[[Any], Any]:
 
 def _reason(error: Exception) -> str:
     for kind, words in (
-        (exceptions.ConnectTimeout, "no connection in time"),
-        (exceptions.Timeout, "no answer in time"),
-        (exceptions.SSLError, "no trusted connection (TLS)"),
-        (exceptions.ProxyError, "the proxy does not answer"),
-        (exceptions.ConnectionError, "connection refused or dropped"),
-        (exceptions.ChunkedEncodingError, "the answer broke off"),
+        (http.exceptions.ConnectTimeout, "no connection in time"),
+        (http.exceptions.Timeout, "no answer in time"),
+        (http.exceptions.SSLError, "no trusted connection (TLS)"),
+        (http.exceptions.ProxyError, "the proxy does not answer"),
+        (http.exceptions.ConnectionError, "connection refused or dropped"),
+        (http.exceptions.ChunkedEncodingError, "the answer broke off"),
     ):
         if isinstance(error, kind):
             return words

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 from collections.abc import Hashable
 from pathlib import Path
-from typing import Any, overload
+from typing import TYPE_CHECKING, Any, cast, overload
 
 import pandas as pd
 
@@ -12,7 +12,9 @@ from corvex.ffn_core import text
 from corvex.ffn_core._columns import columns_of
 from corvex.ffn_core.performance import PerformanceStats
 from corvex.files import write_csv
-from corvex.tables.frames import ArrowTable, as_table
+
+if TYPE_CHECKING:
+    from corvex.tables.frames import ArrowTable
 
 
 class GroupStats(dict[Hashable, PerformanceStats]):
@@ -141,7 +143,11 @@ def calc_stats(
         If a value is no finite number, a date is missing, repeated or out of order, a setting is
         out of range, or two columns have the same label.
     """
-    table = as_table(prices, "prices")
+    table: object = prices
+    if not (isinstance(prices, pd.Series) and isinstance(prices.index, pd.DatetimeIndex)):
+        from corvex.tables.frames import as_table
+
+        table = as_table(prices, "prices")
     if isinstance(table, pd.DataFrame):
         return GroupStats(table, rf, periods_per_year=periods_per_year)
-    return PerformanceStats(table, rf, periods_per_year=periods_per_year)
+    return PerformanceStats(cast("pd.Series", table), rf, periods_per_year=periods_per_year)

@@ -8,8 +8,6 @@ from typing import Any, Protocol
 
 import pandas as pd
 
-from corvex.ffn_core.catalogue import show
-
 _GAP = "  "
 # Short titles, for columns beside each other.
 _SUMMARY_TITLES = {
@@ -174,3 +172,10 @@ def _aligned(rows: Sequence[Sequence[str]]) -> list[str]:
         cells += [cell.rjust(width) for cell, width in zip(row[1:], widths[1:], strict=True)]
         lines.append(_GAP.join(cells).rstrip())
     return lines
+
+
+def show(name: str, value: Any) -> str:
+    """Return a figure's value as text; the list of figures is read with the first one."""
+    from corvex.ffn_core import catalogue
+
+    return catalogue.show(name, value)

@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import difflib
 import importlib
 import re
 from collections.abc import Callable, Iterable
@@ -66,6 +65,8 @@ def get_market_by_name(name: str) -> Market:
     if isinstance(name, str) and name in _BUILT_IN:
         market: Market = __getattr__(_BUILT_IN[name])()
         return market
+    import difflib
+
     near = difflib.get_close_matches(str(name), market_names(), n=1)
     hint = f" (did you mean {near[0]!r}?)" if near else ""
     accepted = ", ".join(map(repr, market_names()))

@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 import datetime
-import difflib
 from dataclasses import dataclass
 from functools import cached_property
 from pathlib import Path
@@ -233,6 +232,8 @@ def _copy(table: Table) -> Table:
 
 
 def _unknown(name: object, known: list[str], kind: str) -> str:
+    import difflib
+
     near = difflib.get_close_matches(str(name), {*known, *samples.short_names()}, n=3, cutoff=0.5)
     hint = f"; near: {', '.join(near)}" if near else ""
     folder = "" if _default_context.data_dir else " (CORVEX_DATA_DIR is not set)"
