@@ -26,6 +26,8 @@ extensions = [
     "cpp_headers",
     "site_files",
 ]
+# A language that the highlighter lacks is shown plain.
+suppress_warnings = ["misc.highlighting_failure"]
 exclude_patterns = ["_*", "images"]
 
 myst_enable_extensions = ["colon_fence", "deflist"]
@@ -52,7 +54,8 @@ html_css_files = ["site.css"]
 html_theme = "pydata_sphinx_theme"
 html_title = f"corvex {version}"
 html_show_sourcelink = False
-html_sidebars = {"index": [], "start/**": []}
+html_sidebars = {"index": [], "start/**": [], "coming-from/[!i]*": [], "help/conventions": []}
+html_context = {"default_mode": "auto"}
 html_theme_options = {
     "logo": {"text": "corvex"},
     "navbar_align": "left",

@@ -123,7 +123,8 @@ def page(folder: str, title: str) -> str:
             continue
         entries = declarations(header.read_text(encoding="utf-8"))
         if entries:
-            parts.append(f"## `corvex/engine/{folder}/{header.name}`\n")
+            parts.append(f"## {header.name}\n")
+            parts.append(f'`#include "corvex/engine/{folder}/{header.name}"`\n')
         for entry in entries:
             code = "\n".join(entry.code)
             parts.append(f"### `{entry.name}`\n\n{prose(entry.comment)}\n")

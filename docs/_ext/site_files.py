@@ -13,8 +13,11 @@ ROOT = Path(__file__).parents[2]
 OUTSIDE = re.compile(r"\[([^\[\]]+)\]\(((?:\.\./)+[^)#]+)\)")
 
 
-def link_outside(app: Sphinx, docname: str, source: list[str]) -> None:
-    """A guide links to the repository's files for those who read it there; here they are copied."""
+def for_the_site(app: Sphinx, docname: str, source: list[str]) -> None:
+    """Change what is written for those who read a guide in the repository.
+
+    It links to files beside it: these are copied.
+    """
     folder = Path(app.srcdir, docname).parent
 
     def target(found: re.Match[str]) -> str:
@@ -27,7 +30,8 @@ def link_outside(app: Sphinx, docname: str, source: list[str]) -> None:
         up = "../" * docname.count("/")
         return f'<a href="{up}files/{file.relative_to(ROOT)}">{found[1]}</a>'
 
-    source[0] = OUTSIDE.sub(target, source[0])
+    # Doctest wants a blank line after the last result, where it is no result itself.
+    source[0] = OUTSIDE.sub(target, source[0]).replace("\n\n```\n", "\n```\n")
 
 
 def write_plotly(app: Sphinx) -> None:
@@ -44,7 +48,7 @@ def load_plotly(app: Sphinx, _page: str, _template: str, context: Any, _tree: ob
 
 
 def setup(app: Sphinx) -> dict[str, bool]:
-    app.connect("source-read", link_outside)
+    app.connect("source-read", for_the_site)
     app.connect("builder-inited", write_plotly)
     app.connect("html-page-context", load_plotly)
     return {"parallel_read_safe": True, "parallel_write_safe": True}

@@ -57,6 +57,13 @@ def test_tables_of_figures_are_those_of_the_catalogue():
         assert f"`{method.__name__}(" in guide("statistics")
 
 
+def test_links_of_the_guides_lead_somewhere():
+    for page in DOCS.rglob("*.md"):
+        targets = re.findall(r"\]\((?!http|#)([^)#\s]+)", page.read_text(encoding="utf-8"))
+        missing = [target for target in targets if not (page.parent / target).exists()]
+        assert not missing, page
+
+
 def test_reference_has_every_public_name():
     pages = {p.stem: p.read_text(encoding="utf-8") for p in DOCS.glob("reference/*.md")}
     listed = set(re.findall(r"^   (\w+)$", pages["corvex"], re.M))
