@@ -20,8 +20,8 @@ MARGIN = 8  # below
 MONTHS = [2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 14, 16, 18]
 
 
-def pages(folder: Path) -> dict[str, str | None]:
-    """Write the pages, and name the section of each that is shown; None is the top."""
+def pages(folder: Path) -> dict[str, tuple[str, str | None]]:
+    """Write the pages; name for each picture its page and the section shown, None is the top."""
     with Steps(0) as steps:
         run_demo(steps).to_html(folder / "dashboard.html")
     found = corvex.sweep(
@@ -30,10 +30,14 @@ def pages(folder: Path) -> dict[str, str | None]:
         fee_ratio=0.001, benchmark="sp500", market="us_stock",
     )  # fmt: skip
     found.to_html(folder / "sweep.html")
-    return {"dashboard": None, "sweep": "#heatmap"}
+    return {
+        "dashboard": ("dashboard", None),
+        "sweep": ("sweep", "#heatmap"),
+        "confidence": ("dashboard", "#confidence"),
+    }
 
 
-def draw(folder: Path, shown: dict[str, str | None]) -> None:
+def draw(folder: Path, shown: dict[str, tuple[str, str | None]]) -> None:
     """Photograph the pages."""
     names = (os.environ.get("CORVEX_CHROMIUM", "chromium"), "chromium-browser", "google-chrome")
     program = next(filter(None, map(shutil.which, names)), None)
@@ -42,8 +46,8 @@ def draw(folder: Path, shown: dict[str, str | None]) -> None:
     with playwright.sync_api.sync_playwright() as play:
         browser = play.chromium.launch(executable_path=program, args=["--no-sandbox"])
         page = browser.new_page(viewport={"width": WIDTH, "height": HEIGHT}, locale="en-US")
-        for name, section in shown.items():
-            page.goto((folder / f"{name}.html").as_uri())
+        for name, (file, section) in shown.items():
+            page.goto((folder / f"{file}.html").as_uri())
             page.wait_for_selector("body[data-ready]")
             target = IMAGES / f"{name}.png"
             page.add_style_tag(content="section { border-color: transparent !important }")

@@ -13,6 +13,7 @@ from corvex import ffn_core
 from corvex.core import trade_columns
 from corvex.core.metrics import Metrics
 from corvex.ordering import ORDER_COLUMNS
+from corvex.testing.trial import trial_cloud
 
 DOCS = Path(__file__).parents[2] / "docs"
 PACKAGE = Path(corvex.__file__).parent
@@ -34,6 +35,28 @@ def test_examples_of_the_guides_run(path):
         str(DOCS / path), module_relative=False, optionflags=doctest.ELLIPSIS
     )
     assert (failed, tried > 0) == (0, True)
+
+
+def plain_blocks(path):
+    blocks = re.findall(r"^```python\n(.*?)^```", path.read_text(encoding="utf-8"), re.M | re.S)
+    return [block for block in blocks if ">>> " not in block]
+
+
+# Those of sweep.md start clusters.
+@pytest.mark.parametrize(
+    "path",
+    [p for p in sorted(DOCS.glob("*.md")) if plain_blocks(p) and p.stem != "sweep"],
+    ids=lambda path: path.stem,
+)
+def test_programs_of_the_guides_run(path, tmp_path, monkeypatch):
+    monkeypatch.chdir(tmp_path)
+    prices = corvex.data.sample("us_stocks").loc["2020":]
+    weights = prices.notna()
+    names = {"corvex": corvex, "prices": prices, "weights": weights, "curve": prices["AAPL"]}
+    names["report"] = corvex.simulate(weights, prices, resample="ME")
+    with trial_cloud():
+        for block in plain_blocks(path):
+            exec(compile(block, str(path), "exec"), names)
 
 
 @files_with_examples(PACKAGE, "*.py")
