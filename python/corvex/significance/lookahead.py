@@ -10,12 +10,12 @@ import numpy as np
 import numpy.typing as npt
 import pandas as pd
 
-from corvex.tables.frames import as_table
+from corvex.tables.frames import ArrowTable, as_given, as_table
 
 __all__ = ["LookaheadCheck", "check_lookahead"]
 
 _Floats = npt.NDArray[np.float64]
-Tables: TypeAlias = "pd.DataFrame | pd.Series | Mapping[str, pd.DataFrame]"
+Tables: TypeAlias = "pd.DataFrame | pd.Series | ArrowTable | Mapping[str, pd.DataFrame]"
 Strategy: TypeAlias = Callable[..., pd.DataFrame]
 
 #: Cuts where nobody says which.
@@ -102,8 +102,9 @@ def check_lookahead(
     ----------
     strategy : callable
         ``strategy(prices, **arguments)`` returns weights or signals, dates x assets.
-    prices : DataFrame, Series or mapping of name to DataFrame
-        As the strategy takes them; it is given copies.
+    prices : table, Series or mapping of name to DataFrame
+        As the strategy takes them; it is given copies, of polars and pyarrow as such tables with
+        a column for each asset.
     dates : iterable of dates, optional
         Where to cut. Default: eight dates, the first after a quarter of the rows.
     seed : int, default 0
@@ -168,8 +169,10 @@ def _as_mapping(prices: Tables) -> dict[str, pd.DataFrame]:
         return {"": prices}
     if isinstance(prices, Mapping) and prices:
         return dict(prices)
+    if isinstance(prices, ArrowTable):
+        return {"": as_table(prices, "prices")}
     raise TypeError(
-        "prices must be a DataFrame, a Series or a mapping of name to DataFrame, not "
+        "prices must be a table, a Series or a mapping of name to DataFrame, not "
         f"{type(prices).__name__}"
     )
 
@@ -178,7 +181,9 @@ def _like(prices: Tables, tables: dict[str, pd.DataFrame]) -> Any:
     """Hand the tables over in the form in which they came."""
     if isinstance(prices, pd.Series):
         return tables[""].iloc[:, 0]
-    return tables[""] if isinstance(prices, pd.DataFrame) else tables
+    if isinstance(prices, pd.DataFrame | Mapping):
+        return tables[""] if isinstance(prices, pd.DataFrame) else tables
+    return as_given(tables[""], prices, "prices")
 
 
 def _dates_of(tables: Mapping[str, pd.DataFrame]) -> pd.DatetimeIndex:

@@ -20,6 +20,7 @@ __all__ = [
     "ArrowTable",
     "TableInput",
     "arrow_stream",
+    "as_given",
     "as_prices",
     "as_table",
     "is_array",
@@ -119,6 +120,43 @@ def reread(given: Any) -> Any:
 
         return pyarrow.table(given)
     return given
+
+
+def as_given(table: pd.DataFrame, given: Any, what: str) -> Any:
+    """Return other values of a table of another library, in the form that it was given in.
+
+    Parameters
+    ----------
+    table : DataFrame
+        What `as_table` made of `given`, or some of its rows, maybe with other values.
+    given : ArrowTable
+        Dates in a column, and a column for each asset.
+    what : str
+        What messages call it.
+
+    Raises
+    ------
+    ValueError
+        When it is of long form, or nothing of its kind can be made.
+    """
+    import pyarrow as pa
+
+    kinds = pa.table(given).schema
+    dates = [name for name in kinds.names if name not in table.columns]
+    if len(dates) != 1:
+        raise ValueError(f"{what} is of long form; give a table with a column for each asset")
+    made = pa.Table.from_pandas(table.rename_axis(dates[0]).reset_index(), preserve_index=False)
+    made = made.set_column(0, dates[0], made.column(0).cast(kinds.field(dates[0]).type))
+    made = made.select(kinds.names)
+    if isinstance(given, pa.Table):
+        return made
+    try:
+        return type(given)(made)
+    except Exception as error:  # of a class that nobody here knows
+        raise ValueError(
+            f"{what}: no {type(given).__name__} can be made anew ({error}); give a table of "
+            "pandas, polars or pyarrow"
+        ) from None
 
 
 def arrow_stream(table: pd.DataFrame, requested_schema: object | None = None) -> object:

@@ -223,6 +223,27 @@ def test_other_doors(prices, weights):
     assert corvex.orders(report, 1e6, table).equals(corvex.orders(report, 1e6, prices))
 
 
+@pytest.mark.parametrize(
+    "make", [pa.Table.from_pandas, columns, polars], ids=lambda one: one.__name__
+)
+def test_lookahead_of_other_tables(make, prices):
+    given = make(prices) if make is not columns else pa.Table.from_pandas(columns(prices))
+
+    def strategy(table, ahead):
+        assert type(table) is type(given)
+        frame = as_table(table, "prices")
+        assert pa.table(table).schema.types == pa.table(given).schema.types
+        return frame.shift(-1) > frame if ahead else frame > frame.rolling(5).mean()
+
+    assert corvex.check_lookahead(strategy, given, ahead=False)
+    assert corvex.check_lookahead(strategy, given, ahead=True).kind == "look-ahead"
+    with (
+        pytest.raises(ValueError, match="give a table with a column for each asset"),
+        pytest.warns(UserWarning, match="long form"),
+    ):
+        corvex.check_lookahead(strategy, pa.Table.from_pandas(rows(prices)), ahead=False)
+
+
 def test_sweeps_of_other_tables(prices, weights, tmp_path):
     def strategy(given, share):  # an array of pyarrow's
         close = np.column_stack([given[name] for name in ("AAA", "BBB", "CCC")])
