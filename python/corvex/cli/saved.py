@@ -88,14 +88,15 @@ def load_report(file: Path, trust: bool = False) -> Report:
     OSError, ValueError
         When the file cannot be read, holds no report, or names what a report does not need.
     """
-    from corvex.core.careful_pickle import UntrustedNameError, read_carefully
-    from corvex.core.report import Report
     from corvex.safe_file import is_safe_file, load
 
     if not file.exists():
         raise FileNotFoundError(f"there is no file {file}")
     if not is_special(file) and is_safe_file(file):
         return load(file)
+    from corvex.core.careful_pickle import UntrustedNameError, read_carefully
+    from corvex.core.report import Report
+
     try:
         loaded = Report.from_pickle(file) if trust else read_carefully(file)
     except OSError:

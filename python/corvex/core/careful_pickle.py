@@ -42,7 +42,8 @@ _NAMES: dict[str, str] = {
     "corvex.core.report": "Report ReportExecution",
     "corvex.market_info": "TWMarketInfo",
     "corvex.markets.bound": "_restore restored",
-    "corvex.significance.random_draws": "RandomDraws",
+    "corvex.significance.random_draws": "RandomDraws",  # where it was
+    "corvex.significance.random_result": "RandomDraws",
     "corvex.significance.trials": "TrialStatistics",
     "pandas": _PANDAS_TYPES,
     "pandas.arrays": _ARRAYS,

@@ -17,7 +17,7 @@ from corvex.safe_file.container import FORMAT, VERSION, read_container, write_co
 from corvex.safe_file.decoder import Decoder
 from corvex.safe_file.encoder import TAG, Encoder
 from corvex.safe_file.markets import market_from_record, market_record
-from corvex.significance.random_draws import RandomDraws
+from corvex.significance.random_result import RandomDraws
 from corvex.significance.trials import TrialStatistics
 
 __all__ = ["load", "save"]

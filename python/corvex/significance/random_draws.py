@@ -10,6 +10,7 @@ import numpy.typing as npt
 import pandas as pd
 
 from corvex import _engine
+from corvex.significance.random_result import RandomDraws
 from corvex.simulation.batch import batch_dates
 from corvex.simulation.options import Options, checked_limit, read_options
 from corvex.simulation.plan.plan import Plan, make_plan
@@ -19,7 +20,7 @@ from corvex.simulation.read.price_data import PriceData, read_prices
 from corvex.simulation.read.weights import read_weights
 from corvex.simulation.report.origins import origin_of
 from corvex.tables.asset_labels import match_labels
-from corvex.tables.frames import TableInput, arrow_stream, as_table, require_arrays
+from corvex.tables.frames import TableInput, as_table, require_arrays
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
@@ -47,55 +48,6 @@ _AT_ONCE = 1 << 23
 #: Draws where nobody says how many, how few say nothing, and the work that they may be: sessions x
 #: held assets and rebalances x assets, some 10 ns each.
 _USUAL_DRAWS, _FEWEST_DRAWS, _WORK = 200, 50, 30_000_000
-
-
-@dataclass(frozen=True, repr=False)
-class RandomDraws:
-    """Where a result stands among random ones.
-
-    Attributes
-    ----------
-    test : str
-        What was drawn: "portfolios" or "entries".
-    figure : str
-        The figure that they are compared by.
-    own : float
-        That of the strategy.
-    draws : DataFrame, draws x figures
-        Those of the random ones.
-    rank : float
-        Share of the random ones that are below the strategy.
-    p_value : float
-        (1 + how many are at least as good) / (1 + draws): how likely chance alone does as well.
-    """
-
-    test: str
-    figure: str
-    own: float
-    draws: pd.DataFrame
-
-    def __arrow_c_stream__(self, requested_schema: object | None = None) -> object:
-        """Hand `draws` to other libraries."""
-        return arrow_stream(self.draws, requested_schema)
-
-    @property
-    def rank(self) -> float:
-        known = self.draws[self.figure].dropna()
-        return float((known < self.own).mean()) if len(known) else float("nan")
-
-    @property
-    def p_value(self) -> float:
-        known = self.draws[self.figure].dropna()
-        if np.isnan(self.own) or not len(known):
-            return float("nan")
-        return float((1 + (known >= self.own).sum()) / (1 + len(known)))
-
-    def __repr__(self) -> str:
-        what = {"portfolios": "random portfolios", "entries": "sets of random entries"}[self.test]
-        return (
-            f"{self.figure} {self.own:.4g}, above {self.rank:.1%} of {len(self.draws)} {what} "
-            f"(p = {self.p_value:.3f})"
-        )
 
 
 def random_portfolios(

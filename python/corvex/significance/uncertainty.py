@@ -20,7 +20,7 @@ from corvex.significance.words import as_html, as_text
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
-    from corvex.significance.random_draws import RandomDraws
+    from corvex.significance.random_result import RandomDraws
 
 __all__ = ["Confidence", "confidence"]
 

@@ -13,7 +13,7 @@ from corvex.plaintext import display_width, padded, printable
 if TYPE_CHECKING:
     import pandas as pd
 
-    from corvex.significance.random_draws import RandomDraws
+    from corvex.significance.random_result import RandomDraws
 
 __all__ = ["as_html", "as_text", "limits", "nothing", "rows", "section"]
 
