@@ -10,7 +10,7 @@ import pandas as pd
 
 from corvex import _engine
 from corvex.markets.calendars import DateLike, TradingCalendar, to_timestamp
-from corvex.markets.stamps import in_zone, is_date, local_time
+from corvex.markets.stamps import in_zone, is_date, known_of, local_time
 
 __all__ = [
     "bar_end",
@@ -65,10 +65,14 @@ def infer_freq(index: pd.DatetimeIndex) -> str:
         rows), "W", "2W", "ME", "QE", "2QE" or "YE" for longer ones, else the usual gap of intraday
         rows, such as "h" or "5min". The statistics of a curve name the same bars.
     """
-    bar = _engine.infer_convention(_wall_nanos(index))[0]
-    if bar == "intraday":
-        return str(pd.tseries.frequencies.to_offset(usual_gap(index)).freqstr)
-    return _FREQUENCIES[bar]
+    known = known_of(index)
+    if "freq" not in known:
+        bar = _engine.infer_convention(_wall_nanos(index))[0]
+        if bar == "intraday":
+            known["freq"] = str(pd.tseries.frequencies.to_offset(usual_gap(index)).freqstr)
+        else:
+            known["freq"] = _FREQUENCIES[bar]
+    return str(known["freq"])
 
 
 def has_weekends(index: pd.DatetimeIndex) -> bool:

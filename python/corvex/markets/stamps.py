@@ -25,6 +25,7 @@ __all__ = [
     "has_dates_only",
     "in_zone",
     "is_date",
+    "known_of",
     "local_date",
     "local_time",
     "starts_of_days",
@@ -33,12 +34,12 @@ __all__ = [
 type Zone = str | Callable[[], str]
 
 _PER_DAY = {"s": 86_400, "ms": 86_400_000, "us": 86_400_000_000, "ns": 86_400_000_000_000}
-# What is known of an index without zone, for as long as the index itself lives: a user's price
+# What is known of an index by itself, for as long as it lives: a user's price
 # table meets many readers, and many runs.
 _KNOWN: dict[int, tuple[weakref.ref[pd.DatetimeIndex], dict[str, Any]]] = {}
 
 
-def _known_of(index: pd.DatetimeIndex) -> dict[str, Any]:
+def known_of(index: pd.DatetimeIndex) -> dict[str, Any]:
     """Return where facts that rest on an index alone are kept; indexes never change."""
     key = id(index)
     found = _KNOWN.get(key)
@@ -54,7 +55,7 @@ def _of_index[T](fact: Callable[[TableStamps], T]) -> cached_property[T]:
     def value(stamps: TableStamps) -> T:
         if stamps.index.tz is not None:
             return fact(stamps)
-        known = _known_of(stamps.index)
+        known = known_of(stamps.index)
         if fact.__name__ not in known:
             known[fact.__name__] = fact(stamps)
         result: T = known[fact.__name__]
