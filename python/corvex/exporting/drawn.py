@@ -80,10 +80,9 @@ def _equity(report: Report, curves: Curves) -> Figure:
     market = curves.benchmark
     if market is not None and np.isfinite(market).any():
         first = int(np.argmax(np.isfinite(market)))
-        name = getattr(report.benchmark, "name", None)
         figure.add_scatter(
             x=_dates(curves), y=market / market[first] * own[first],
-            name=html.escape(str(name)) if name else "benchmark",
+            name=_market_name(report),
             line={"color": _MARKET, "width": 1.5},
         )  # fmt: skip
     grown = np.nanmax(own) > _LOG_FROM * max(np.nanmin(own), 1e-9) and np.nanmin(own) > 0
@@ -98,7 +97,6 @@ def _equity(report: Report, curves: Curves) -> Figure:
 def _drawdown(report: Report, curves: Curves) -> Figure:
     from plotly.graph_objs import Figure
 
-    del report
     figure = Figure()
     figure.add_scatter(
         x=_dates(curves), y=_engine.drawdown_curve(curves.strategy), name="strategy",
@@ -106,7 +104,7 @@ def _drawdown(report: Report, curves: Curves) -> Figure:
     )  # fmt: skip
     if curves.benchmark is not None:
         figure.add_scatter(
-            x=_dates(curves), y=_engine.drawdown_curve(curves.benchmark), name="benchmark",
+            x=_dates(curves), y=_engine.drawdown_curve(curves.benchmark), name=_market_name(report),
             line={"color": _MARKET, "width": 1},
         )  # fmt: skip
     figure.update_yaxes(title="drawdown", tickformat=".0%", gridcolor=_GRID)
@@ -145,7 +143,7 @@ def _yearly(report: Report, curves: Curves) -> Figure:
     )
     if any(row["benchmark"] is not None for row in rows):
         totals = [None if row["benchmark"] is None else row["benchmark"]["total"] for row in rows]
-        figure.add_bar(x=years, y=totals, name="benchmark", marker={"color": _MARKET})
+        figure.add_bar(x=years, y=totals, name=_market_name(report), marker={"color": _MARKET})
     figure.update_yaxes(title="return of the year", tickformat=".0%", gridcolor=_GRID)
     figure.update_xaxes(type="category", showgrid=False)
     return figure
@@ -157,6 +155,11 @@ def _years(report: Report, curves: Curves) -> list[dict[str, Any]]:
     found = return_years(curves, table, None if market is None else market["return_table"])
     rows: list[dict[str, Any]] = found["years"]
     return rows
+
+
+def _market_name(report: Report) -> str:
+    name = getattr(report.benchmark, "name", None)
+    return html.escape(str(name)) if name else "benchmark"
 
 
 def _dates(curves: Curves) -> np.ndarray:

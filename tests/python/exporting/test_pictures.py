@@ -36,7 +36,8 @@ def test_pictures_show_the_curves(report):
     months = draw(report, "monthly_returns", "").data[0]
     assert months.y == ("2022", "2023")
     assert months.z[1][0] == pytest.approx(report.get_stats()["return_table"][2023][1])
-    years = draw(report, "yearly_returns", None).data[0]
+    years, beside = draw(report, "yearly_returns", None).data
+    assert beside.name == market.name
     assert years.y[1] == pytest.approx(months.z[1][12])
 
 
