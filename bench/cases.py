@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from collections.abc import Callable, Mapping
+from collections.abc import Callable, Iterator, Mapping
 from dataclasses import dataclass, field
 from pathlib import Path
 
@@ -36,7 +36,10 @@ class Case:
     goals: tuple[Goal, ...] = ()
     variants: tuple[str, ...] = ("",)
     limits: Mapping[str, float] = field(default_factory=dict)  # seconds by label
+    # The same for one variant.
+    limits_of: Mapping[str, Mapping[str, float]] = field(default_factory=dict)
     room: Mapping[str, float] = field(default_factory=dict)  # mebibytes by label
+    lean: tuple[Goal, ...] = ()  # in peak memory rather than time
 
 
 def business_days(count: int) -> np.ndarray:
@@ -130,6 +133,32 @@ def portfolio(data: Path, variant: str) -> None:
     np.savez(data, dates=dates, prices=prices, signals=signals, weights=weights, fee=0.001)
 
 
+VARIANTS = 1000  # of a sweep
+
+
+def sweeps(data: Path, variant: str) -> None:
+    """Prices of the variant's size, if it has one; see `swept_weights`."""
+    if "x" not in variant:
+        np.savez(data, variant=variant)
+        return
+    assets, days = (int(part) for part in variant.split("x"))
+    steps = np.random.default_rng(7).normal(0.0003, 0.015, (days, assets))
+    prices = 100.0 * np.exp(np.cumsum(steps, axis=0))
+    dates = business_days(days)
+    months = dates.view("M8[ns]").astype("M8[M]")
+    signals = np.flatnonzero(months[1:] != months[:-1])
+    signals = signals[signals < days - 1]
+    np.savez(data, variant=variant, dates=dates, prices=prices, signals=signals, fee=0.001)
+
+
+def swept_weights(arrays: Mapping[str, np.ndarray], count: int) -> Iterator[np.ndarray]:
+    """The weights of the first variants, months x assets, the same wherever they are made."""
+    shape = len(arrays["signals"]), arrays["prices"].shape[1]
+    for seed in range(count):
+        weights = np.random.default_rng(seed).uniform(0.5, 1.5, shape)
+        yield weights / weights.sum(axis=1, keepdims=True)
+
+
 def trials(data: Path, _variant: str) -> None:
     """Ten years of a strategy and of 1,000 models, and 1,000 trials of 2,000 days."""
     draw = np.random.default_rng(7)
@@ -173,6 +202,12 @@ PAYLOAD = "payload, last 500 trades"
 PACKED = "  10,000 trades packed"
 PAGE = "to_html, second call"
 FIRST_CHART, ALL_TABLES = "ten years: first chart", "ten years: all tables"
+SWEEP, BATCH = "corvex.sweep, 1,000 tables, one thread", "1,000 runs in the engine, one thread"
+ONE_THREAD, TWO_THREADS = "  the same, by the clock", "  on two threads, by the clock"
+ONE_PROCESS, TWO_PROCESSES = "  one process, by the clock", "  two processes, by the clock"
+MOMENTUM, SIGNALS = "432 momentum variants", "their signals alone, in pandas"
+CROSSINGS = "500 crossings of averages, one asset"
+MANY, RESUMED = "100,000 runs", "  resumed, all done"
 SMALL, MIDDLE, LARGE = "50x2520", "500x2520", "2000x5000"
 
 CASES = [
@@ -261,6 +296,25 @@ CASES = [
             Goal(FULL, "numpy.sum", 1 / 6, f"{LARGE} best"),
         ),
         tuple(f"{size} {choice}" for size in (SMALL, MIDDLE, LARGE) for choice in ("all", "best")),
+    ),
+    Case(
+        "sweep",
+        "many runs: figures of 1,000 monthly portfolios, and what sweeps cost beside them",
+        ("corvex", "vectorbt"),
+        sweeps,
+        (SWEEP, CROSSINGS),
+        (
+            Goal(SWEEP, "vectorbt", 200),
+            Goal(TWO_THREADS, ONE_THREAD, 1.8),
+            Goal(TWO_PROCESSES, ONE_PROCESS, 1.7),
+            Goal(MOMENTUM, SIGNALS, 1 / 1.3),
+            Goal(CROSSINGS, "vectorbt", 20, "crossings"),
+        ),
+        (SMALL, MIDDLE, "momentum", "crossings", "many"),
+        limits={RESUMED: 2.0},
+        limits_of={SMALL: {SWEEP: 1000 / 6000, BATCH: 1000 / 20_000}},
+        room={MANY: 1e5 * 1000 / 2**20},
+        lean=(Goal(SWEEP, "vectorbt", 10),),
     ),
     Case(
         "daily",

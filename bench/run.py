@@ -97,17 +97,21 @@ def show_times(case: Case, variant: str, rows: list[Row]) -> None:
         if memory:
             line += f"  {row['peak']:>5.0f} MiB" if "peak" in row else " " * 11
         print(line + "".join(f"  {row['best'] / heads[c]:>{len(c) + 3},.3g}" for c in columns))
-    for label, most in case.limits.items():
+    for label, most in {**case.limits, **case.limits_of.get(variant, {})}.items():
         if label in heads:
             wish = f"{label.strip()} at most {seconds(most)}"
             judge(case, variant, wish, heads[label] <= most, seconds(heads[label]))
     peaks = {r["label"]: r["peak"] for r in rows if r["contestant"] == "corvex" and "peak" in r}
     for label, most in case.room.items():
+        if label not in peaks:
+            continue
         wish, got = f"{label} at most {most:.0f} MiB", f"{peaks[label]:.0f} MiB"
         judge(case, variant, wish, peaks[label] <= most, got)
     for goal in case.goals:
         if variant.startswith(goal.variant):
             show_goal(case, variant, goal, rows)
+    for goal in case.lean:
+        show_lean(case, variant, goal, rows)
 
 
 def _title(row: Row) -> str:
@@ -135,10 +139,20 @@ def show_goal(case: Case, variant: str, goal: Goal, rows: list[Row]) -> None:
     if ours and peer:
         ratio = peer[0] / ours[0]
         if goal.factor < 1:
-            wish, got = f"at most {1 / goal.factor:g} times {goal.peer}", 1 / ratio
+            wish, got = f"at most {1 / goal.factor:g} times {goal.peer.strip()}", 1 / ratio
         else:
-            wish, got = f"at least {goal.factor:g} times faster than {goal.peer}", ratio
-        judge(case, variant, f"{goal.ours} {wish}", ratio >= goal.factor, f"{got:.3g}")
+            wish, got = f"at least {goal.factor:g} times faster than {goal.peer.strip()}", ratio
+        judge(case, variant, f"{goal.ours.strip()} {wish}", ratio >= goal.factor, f"{got:.3g}")
+
+
+def show_lean(case: Case, variant: str, goal: Goal, rows: list[Row]) -> None:
+    """Judge how far one call's peak of memory is below another's."""
+    ours = [r["peak"] for r in rows if "peak" in r and r["label"] == goal.ours]
+    peer = [r["peak"] for r in rows if "peak" in r and r["contestant"] == goal.peer]
+    if ours and peer:
+        ratio = peer[0] / max(ours[0], 1e-9)
+        wish = f"{goal.ours} in a peak at least {goal.factor:g} times below that of {goal.peer}"
+        judge(case, variant, wish, ratio >= goal.factor, f"{ratio:.3g}")
 
 
 def main() -> None:

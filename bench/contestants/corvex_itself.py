@@ -25,6 +25,12 @@ from common import (
 )
 
 
+def sweep(data: Path) -> list[Entry]:
+    from corvex_sweeps import sweeps
+
+    return sweeps(data)
+
+
 def statistics(data: Path) -> list[Entry]:
     import corvex.ffn_core  # noqa: F401 - adds its methods to pandas
     from corvex import _engine
@@ -456,5 +462,6 @@ main(
         "agree": agree,
         "confidence": confidence,
         "daily": daily,
+        "sweep": sweep,
     },
 )

@@ -52,4 +52,68 @@ def agree(data: Path) -> list[Entry]:
     return [{"label": "equity without costs", "equity": equity.tolist()}]
 
 
-main("vectorbt", {"simulate": simulate, "agree": agree})
+def sweep(data: Path) -> list[Entry]:
+    arrays = load(data)
+    variant = str(arrays["variant"])
+    if "x" in variant:
+        return _portfolios(arrays)
+    return _crossings() if variant == "crossings" else []
+
+
+def _portfolios(arrays: dict[str, Any]) -> list[Entry]:
+    """The variants as columns, a part of them at a time as memory would not hold all."""
+    import numpy as np
+    import pandas as pd
+    import vectorbt as vbt
+
+    from cases import VARIANTS, swept_weights
+
+    prices = price_table(arrays)
+    days, assets = prices.shape
+    part = 2000 // assets
+    targets = np.full((days, part * assets), np.nan)
+    weights = np.concatenate(list(swept_weights(arrays, part)), axis=1)
+    targets[arrays["signals"] + 1] = weights
+    close = pd.DataFrame(np.tile(prices.to_numpy(), part), prices.index)
+
+    def figures(count: int = part) -> object:
+        width = count * assets
+        portfolio = vbt.Portfolio.from_orders(
+            close.iloc[:, :width],
+            targets[:, :width],
+            size_type="targetpercent",
+            group_by=np.repeat(np.arange(count), assets),
+            cash_sharing=True,
+            call_seq="auto",
+            fees=float(arrays["fee"]),
+            freq="1D",
+        )
+        return portfolio.total_return(), portfolio.sharpe_ratio(), portfolio.max_drawdown()
+
+    figures(1)
+    label = f"{VARIANTS:,} variants, {part} at a time, three figures"
+    entry = time_call(label, figures, warm=False, memory=True, repeats=1, cpu=True)
+    parts = VARIANTS / part
+    return [{**entry, "best": entry["best"] * parts, "median": entry["median"] * parts}]
+
+
+def _crossings() -> list[Entry]:
+    import vectorbt as vbt
+    from corvex_sweeps import one_asset
+
+    prices, pairs = one_asset()
+    fast, slow = ([pair[at] for pair in pairs] for at in (0, 1))
+
+    def figures() -> object:
+        short = vbt.MA.run(prices["A"], fast, short_name="fast")
+        long = vbt.MA.run(prices["A"], slow, short_name="slow")
+        portfolio = vbt.Portfolio.from_signals(
+            prices["A"], short.ma_crossed_above(long), short.ma_crossed_below(long),
+            fees=0.001, freq="1D",
+        )  # fmt: skip
+        return portfolio.total_return(), portfolio.sharpe_ratio(), portfolio.max_drawdown()
+
+    return [time_call("500 crossings, three figures", figures, repeats=5, cpu=True)]
+
+
+main("vectorbt", {"simulate": simulate, "sweep": sweep, "agree": agree})
