@@ -136,7 +136,8 @@ def write_pages(app: Sphinx) -> None:
     """Write those that changed, so that Sphinx reads only these again."""
     target = Path(app.srcdir, "reference", "engine")
     target.mkdir(exist_ok=True)
-    for folder, title in FOLDERS.items():
+    for folder in sorted(place.name for place in ENGINE.iterdir() if place.is_dir()):
+        title = FOLDERS.get(folder, folder.capitalize())
         place, text = target / f"{folder}.md", page(folder, title)
         if not place.exists() or place.read_text(encoding="utf-8") != text:
             place.write_text(text, encoding="utf-8")
