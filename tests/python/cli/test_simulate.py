@@ -79,11 +79,11 @@ def test_wide_files_of_signals_are_looked_at_little(run, tmp_path, monkeypatch):
 
 def test_long_form_is_read_like_wide(run, prices):
     marks = prices.pct_change(63).rank(axis=1) > 2
-    long = prices.rename_axis(columns="stock_id").stack().to_frame("Close")
-    bars = long.assign(High=long["Close"] * 1.01, Low=long["Close"] * 0.98).reset_index()
+    form = {"id_vars": "date", "var_name": "stock_id"}
+    bars = prices.reset_index().melt(**form, value_name="Close")
+    bars = bars.assign(High=bars["Close"] * 1.01, Low=bars["Close"] * 0.98)
     bars.to_csv("bars.csv", index=False)
-    signals = marks.rename_axis(columns="stock_id").stack().to_frame("signal").reset_index()
-    signals.to_csv("signals.csv", index=False)
+    marks.reset_index().melt(**form, value_name="signal").to_csv("signals.csv", index=False)
     more = ["--resample", "ME", "--market", "us_stock", "--trail-stop", "0.1", "--touched-exit"]
     status, _, err = run("simulate", "signals.csv", "--prices", "bars.csv", *more, "--out", ".")
     assert status == 0, err

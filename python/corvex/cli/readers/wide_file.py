@@ -78,7 +78,7 @@ def _marks(cells: pd.DataFrame) -> pd.DataFrame | None:
         return cells.astype(bool)
     if any(pd.api.types.is_numeric_dtype(kind) for kind in cells.dtypes):
         return None
-    first = cells.iloc[:1].stack().astype(str).str.strip().str.lower()  # spares most the rest
+    first = cells.iloc[0].dropna().astype(str).str.strip().str.lower()  # spares most the rest
     if not first.isin((*TRUE_TEXTS, *FALSE_TEXTS)).all():
         return None
     texts = np.char.lower(np.char.strip(cells.fillna("false").to_numpy(dtype=str)))
