@@ -16,6 +16,7 @@ from corvex.tables import pandas_methods as _pandas_methods
 
 if TYPE_CHECKING:
     from corvex import data, ffn_core
+    from corvex.accounts import Account
     from corvex.comparison import compare
     from corvex.core.report import Report, ReportExecution
     from corvex.explain.attribution import contributions, exposure, turnover
@@ -35,6 +36,7 @@ if TYPE_CHECKING:
     from corvex.sweeping import Sweep, open_sweep, sweep, walk_forward
 
 __all__ = [
+    "Account",
     "Report",
     "ReportExecution",
     "Sweep",
@@ -66,6 +68,7 @@ __all__ = [
 ]
 
 _LAZY = {
+    "Account": "corvex.accounts",
     "Report": "corvex.core.report",
     "ReportExecution": "corvex.core.report",
     "Sweep": "corvex.sweeping",

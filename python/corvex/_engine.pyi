@@ -4,7 +4,7 @@ Times are int64 nanoseconds of the local wall clock, values float64 with NaN for
 Every function releases the GIL while it computes.
 """
 
-from typing import Literal, Protocol, TypedDict
+from typing import Any, Literal, NotRequired, Protocol, TypedDict
 
 import numpy as np
 import numpy.typing as npt
@@ -189,6 +189,17 @@ class Fills(TypedDict):
     price: _Floats  # quoted, before slippage
     cost: _Floats  # fees, taxes and slippage
 
+class AccountResult(TypedDict):
+    """What a run that keeps an account adds; money, by session from the first one on."""
+
+    sessions: dict[str, _Floats]  # by column
+    bookings: dict[str, npt.NDArray[Any]]  # of one asset each
+    trips: dict[str, npt.NDArray[Any]]  # shares, money and cut (bits) of each round trip
+    cuts: list[tuple[int, int, int]]  # for each bit: how often, and the first session and asset
+    unknown_volume: tuple[int, int, int]  # the same of orders that met no volume
+    overdrawn_session: int  # whose withdrawal left nothing, -1 = none
+    length: int  # sessions; the columns end with a ruin
+
 class SimulationResult(TypedDict):
     """Everything that `simulate` hands over; `n` = sessions - first_session."""
 
@@ -212,9 +223,14 @@ class SimulationResult(TypedDict):
     pending_session: _Ints  # session on which it fired, -1: none
     waiting_rebalance: _Ints  # row of `target` of an order that waits for a price, -1: none
     cooldown: _Ints  # in how many more rebalances a stopped asset stays out
+    account: NotRequired[AccountResult]  # of a run that keeps one
 
 #: The names of the codes in `exit_reason`, "" for a trade that is open.
 EXIT_REASONS: tuple[str, ...]
+
+def order_fee(fees: object, value: float, shares: float, ratio: float) -> float:
+    """The commission of an order that executes at `value`."""
+
 #: What `simulate` reads from its options.
 OPTION_NAMES: tuple[str, ...]
 
@@ -387,6 +403,7 @@ def simulate(
     record_trades: bool = True,
     record_excursions: bool = True,
     record_fills: bool = False,
+    account: object = None,
 ) -> SimulationResult:
     """Simulate a portfolio of target weights.
 
@@ -406,6 +423,8 @@ def simulate(
         Costs and stops. Default: none of them.
     record_positions, record_trades, record_excursions, record_fills : bool
         What to record; excursions need trades.
+    account : object, optional
+        The terms of an account (`corvex.simulation.account.account_terms.AccountTerms`).
 
     Raises
     ------

@@ -12,16 +12,23 @@ from corvex.explain.ledger import Ledger, ledger_of
 if TYPE_CHECKING:
     from corvex.core.report import Report
 
-__all__ = ["COSTS", "OTHER", "contributions", "exposure", "turnover"]
+__all__ = ["COSTS", "INTEREST", "OTHER", "contributions", "exposure", "turnover"]
 
 #: The entries of `contributions` that belong to no asset.
 COSTS = "(costs)"
+INTEREST = "(interest)"
 OTHER = "(other)"
 
 _ROUNDING = 1e-9
 
 
-def contributions(report: Report, freq: str | None = None) -> pd.Series | pd.DataFrame:
+#: The columns of `contributions` by kind; they add up to the last one.
+KINDS = ("price", "dividends", "borrow", "costs", "total")
+
+
+def contributions(
+    report: Report, freq: str | None = None, *, by_kind: bool = False
+) -> pd.Series | pd.DataFrame:
     """Return what each asset added to the report's return.
 
     Parameters
@@ -31,6 +38,9 @@ def contributions(report: Report, freq: str | None = None) -> pd.Series | pd.Dat
     freq : str, optional
         A pandas frequency such as "YE" or "ME": contributions of each period. Default: of the
         whole time.
+    by_kind : bool, default False
+        A table of the whole time instead, asset by asset: what ``price``, ``dividends``,
+        ``borrow`` and ``costs`` brought, and their ``total``.
 
     Returns
     -------
@@ -39,8 +49,10 @@ def contributions(report: Report, freq: str | None = None) -> pd.Series | pd.Dat
         entry, "(costs)", are fees, taxes and slippage. An entry "(other)" before it is there only
         where something else moved the equity: debt that a ruin wrote off, or prices that were
         revised since the simulation. The sum is the return of the curve (of the period), to
-        rounding. ``attrs["estimated"]`` is True where the report keeps no fills (one of an older
-        version) and they were guessed from its target weights.
+        rounding. Of a run that kept an account an entry "(interest)" tells what cash earned, less
+        what loans cost, and an asset's part holds its dividends and what borrowing it cost.
+        ``attrs["estimated"]`` is True where the report keeps no fills (one of an older version) and
+        they were guessed from its target weights.
 
     Raises
     ------
@@ -67,10 +79,13 @@ def contributions(report: Report, freq: str | None = None) -> pd.Series | pd.Dat
     """
     ledger = _priced(report)
     gained = ledger.gained
-    rest = gained - ledger.profit.sum(axis=1)
-    extra = {COSTS: rest}
+    interest = {} if ledger.interest is None else {INTEREST: ledger.interest}
+    rest = gained - ledger.profit.sum(axis=1) - interest.get(INTEREST, 0.0)
+    if by_kind:
+        return _by_kind(ledger, freq)
+    extra = {**interest, COSTS: rest}
     if np.abs(rest + ledger.cost).max() > _ROUNDING:
-        extra = {OTHER: rest + ledger.cost, COSTS: -ledger.cost}
+        extra = {**interest, OTHER: rest + ledger.cost, COSTS: -ledger.cost}
     profit = pd.DataFrame(
         np.column_stack([ledger.profit, *extra.values()]),
         ledger.index,
@@ -85,6 +100,23 @@ def contributions(report: Report, freq: str | None = None) -> pd.Series | pd.Dat
     base = ends.shift(1, fill_value=ledger.equity[0] - gained[0])
     sums = profit[order].resample(freq).sum()
     return _marked(sums.div(base.where(base > 0.0), axis=0), ledger)
+
+
+def _by_kind(ledger: Ledger, freq: str | None) -> pd.DataFrame:
+    """Return what each asset's prices, dividends, borrowing and costs added; interest has none."""
+    if freq is not None:
+        raise ValueError("by_kind goes over the whole time; leave freq out")
+    nothing = np.zeros_like(ledger.profit)
+    dividends = nothing if ledger.dividends is None else ledger.dividends
+    borrow = nothing if ledger.borrow is None else ledger.borrow
+    parts = ledger.profit - dividends - borrow, dividends, borrow, -ledger.cost_of
+    table = pd.DataFrame(
+        np.column_stack([part.sum(axis=0) for part in parts]), ledger.assets, list(KINDS[:-1])
+    )
+    if ledger.interest is not None:
+        table.loc[INTEREST] = [ledger.interest.sum(), 0.0, 0.0, 0.0]
+    table["total"] = table.sum(axis=1)
+    return _marked(table, ledger)
 
 
 def exposure(report: Report) -> pd.DataFrame:

@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-from dataclasses import dataclass
 from typing import TYPE_CHECKING, Any, cast
 
 import numpy as np
@@ -10,6 +9,8 @@ import numpy.typing as npt
 import pandas as pd
 
 from corvex import _engine
+from corvex.explain.account_ledger import ledger_of_account
+from corvex.explain.ledger_record import Ledger, bought_shares, known_marks
 from corvex.simulation.options import Options
 from corvex.simulation.read.clock import Clock
 from corvex.simulation.read.columns import match_columns
@@ -22,50 +23,6 @@ if TYPE_CHECKING:
 __all__ = ["Ledger", "ledger_from_fills", "ledger_of"]
 
 _Floats = npt.NDArray[np.float64]
-
-
-@dataclass(frozen=True, slots=True)
-class Ledger:
-    """Holdings, profits and orders, all in units of the first equity.
-
-    Attributes
-    ----------
-    index : DatetimeIndex of length sessions
-        The dates of the curve.
-    assets : Index of length assets
-        Labels of the assets that were ever held.
-    equity : float64 array of shape (sessions,)
-        The curve.
-    shares, value : float64 arrays of shape (sessions, assets)
-        Each holding at the close; negative when short. Without prices of the assets `value` is
-        the target weights' and `shares` is 0.
-    profit : float64 array of shape (sessions, assets)
-        What each asset gained in the session, before costs; 0 without prices.
-    bought, sold, cost : float64 arrays of shape (sessions,)
-        Traded value, and what trading cost.
-    priced : bool
-        False when the report's market has no prices of the assets.
-    estimated : bool
-        The report keeps no fills; they were guessed from its target weights.
-    """
-
-    index: pd.DatetimeIndex
-    assets: pd.Index
-    equity: _Floats
-    shares: _Floats
-    value: _Floats
-    profit: _Floats
-    bought: _Floats
-    sold: _Floats
-    cost: _Floats
-    priced: bool
-    estimated: bool
-
-    @property
-    def gained(self) -> _Floats:
-        """What the equity gained in each session."""
-        # Fills in the first session have moved its equity already.
-        return np.diff(self.equity, prepend=self.equity[:1] if self.estimated else 1.0)
 
 
 def ledger_of(report: Report) -> Ledger:
@@ -84,6 +41,10 @@ def ledger_of(report: Report) -> Ledger:
         return _by_weights(index, assets, equity, held[:, used], estimated=estimated)
     if fills is None:
         fills = _guessed_fills(report, index, assets, held[:, used], close)
+    account: pd.DataFrame | None = getattr(report, "account", None)
+    if account is not None and fills is not None:
+        bookings = cast("pd.DataFrame", report.bookings)
+        return ledger_of_account(index, fills, bookings, account, equity, assets, close)
     return ledger_from_fills(index, fills, equity, assets, close, estimated=estimated)
 
 
@@ -103,13 +64,13 @@ def ledger_from_fills(
     known = (rows >= 0) & (columns >= 0)
     rows, columns = rows[known], columns[known]
     after, price, cost = (fills[name].to_numpy()[known] for name in ("shares", "price", "cost"))
-    change = _changes(columns, after) * price
+    change = bought_shares(columns, after) * price
 
     cells = rows * len(assets) + columns
     shares = np.full(close.shape, np.nan)
     shares.flat[cells] = after  # of several fills in one session the last one counts
     shares = np.nan_to_num(pd.DataFrame(shares, copy=False).ffill().to_numpy())
-    value = shares * _marks(close, cells, price)
+    value = shares * known_marks(close, cells, price)
     spent = np.bincount(cells, change, close.size).reshape(close.shape)
     profit = np.diff(value, axis=0, prepend=0.0) - spent
     if estimated:  # what such a report holds from its first date on was not bought on that day
@@ -128,28 +89,8 @@ def ledger_from_fills(
         np.bincount(rows, cost, sessions),
         priced=True,
         estimated=estimated,
+        cost_of=np.bincount(cells, cost, close.size).reshape(close.shape),
     )
-
-
-def _changes(columns: npt.NDArray[np.int64], after: _Floats) -> _Floats:
-    """Return the shares that each fill bought: those held after it less those before."""
-    order = np.argsort(columns, kind="stable")
-    sorted_columns, sorted_after = columns[order], after[order]
-    bought = np.diff(sorted_after, prepend=0.0)
-    first = np.diff(sorted_columns, prepend=-1) != 0
-    bought[first] = sorted_after[first]
-    change = np.empty_like(after)
-    change[order] = bought
-    return change
-
-
-def _marks(close: _Floats, cells: npt.NDArray[np.int64], price: _Floats) -> _Floats:
-    """Return the price that each holding is valued at: without a close, the last known one."""
-    marks = close.copy()
-    gaps = np.isnan(marks.flat[cells])
-    marks.flat[cells[gaps]] = price[gaps]
-    filled: _Floats = np.nan_to_num(pd.DataFrame(marks, copy=False).ffill().to_numpy())
-    return filled
 
 
 def _by_weights(
@@ -175,6 +116,7 @@ def _by_weights(
         np.zeros(len(index)),
         priced=False,
         estimated=estimated,
+        cost_of=nothing,
     )
 
 

@@ -11,9 +11,10 @@ from typing import TYPE_CHECKING, Any
 
 import pandas as pd
 
+from corvex.accounts import Account
 from corvex.market import Market
 from corvex.simulation.doubts import warn_about_guessed_costs
-from corvex.simulation.options import checked_limit, read_options
+from corvex.simulation.options import checked_limit, read_options, refuse_twice
 from corvex.simulation.plan.plan import make_plan
 from corvex.simulation.plan.schedule import read_offset, read_resample
 from corvex.simulation.read.price_data import read_prices
@@ -58,6 +59,7 @@ def simulate(
     live_performance_start: Any = None,
     name: str | None = None,
     upload: bool = False,
+    account: Account | None = None,
 ) -> Report:
     """Simulate a portfolio and report on it.
 
@@ -133,6 +135,9 @@ def simulate(
     upload : bool, default False
         Publish the report under its name when it is done; see ``docs/publishing.md``. A failure
         is a warning, and the report comes back all the same.
+    account : Account, optional
+        Money as a broker keeps it: interest, borrowing, dividends, whole lots, fees with a minimum
+        and more; see ``docs/account.md``. The report then has `account`, money by session.
 
     Returns
     -------
@@ -191,12 +196,14 @@ def simulate(
             "stop_cooldown": stop_cooldown,
         },
     )
+    refuse_twice(account, fee_ratio, tax_ratio, slippage_ratio)
     if market is None and prices is not None:
         warn_about_guessed_costs(data.market, fee_ratio, tax_ratio)
     live_start = None
     if live_performance_start is not None:
         live_start = data.clock.border(live_performance_start, "live_performance_start").date
-    run = run_plan(data, make_plan(table, data, rule, offset), options, fill_at)
+    plan = make_plan(table, data, rule, offset)
+    run = run_plan(data, plan, options, fill_at, account=account)
     report = report_of(run, data, name=name, live_performance_start=live_start)
     if upload:
         from corvex.publishing import publish

@@ -8,10 +8,11 @@ from collections.abc import Mapping
 from dataclasses import dataclass
 from typing import Any
 
+from corvex.accounts import Account
 from corvex.market import Market
 from corvex.trades.reasons import STOPS
 
-__all__ = ["Options", "checked_limit", "read_options"]
+__all__ = ["Options", "checked_limit", "read_options", "refuse_twice"]
 
 
 @dataclass(frozen=True, slots=True)
@@ -63,6 +64,27 @@ def read_options(market: Market, given: Mapping[str, Any]) -> Options:
         touched_exit=bool(given.get("touched_exit", False)),
         stop_cooldown=_cooldown(given.get("stop_cooldown", 0)),
     )
+
+
+def refuse_twice(
+    account: Account | None,
+    fee_ratio: float | None,
+    tax_ratio: float | None,
+    slippage_ratio: float,
+) -> None:
+    """Refuse an account that is none, or cost ratios that the run and its account both have."""
+    if account is None:
+        return
+    if not isinstance(account, Account):
+        raise ValueError(f"account must be a corvex.Account, got {type(account).__name__}")
+    given = {
+        "fee_ratio": fee_ratio,
+        "tax_ratio": tax_ratio,
+        "slippage_ratio": slippage_ratio or None,
+    }
+    for name, value in given.items():
+        if value is not None and getattr(account, name) is not None:
+            raise ValueError(f"{name} is given twice, to simulate and to its account")
 
 
 def _cost_ratio(name: str, value: float | None, default: float = 0.0) -> float:

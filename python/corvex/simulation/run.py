@@ -8,6 +8,9 @@ from typing import TYPE_CHECKING
 import numpy as np
 
 from corvex import _engine
+from corvex.accounts import Account
+from corvex.simulation.account.account_notices import tell_of_account
+from corvex.simulation.account.account_terms import read_account
 from corvex.simulation.doubts import warn_about_run
 from corvex.simulation.held_prices import check_held_prices
 from corvex.simulation.options import Options
@@ -31,12 +34,15 @@ class Run:
         What was simulated.
     result : dict
         The engine's arrays.
+    account : Account or None
+        What the run kept an account by.
     """
 
     plan: Plan
     options: Options
     trade_at: TradeAt
     result: SimulationResult
+    account: Account | None = None
 
 
 def run_plan(
@@ -45,6 +51,7 @@ def run_plan(
     options: Options,
     trade_at: TradeAt = "close",
     *,
+    account: Account | None = None,
     curves_only: bool = False,
 ) -> Run:
     """Simulate a plan.
@@ -60,6 +67,8 @@ def run_plan(
         Costs and stops.
     trade_at : str or DataFrame, default "close"
         Where orders fill.
+    account : Account, optional
+        The terms of an account that the run is to keep.
     curves_only : bool, default False
         Record no positions, trades and fills; no report can be made of such a run.
 
@@ -71,6 +80,7 @@ def run_plan(
     of_assets = prices.of_assets(plan.labels, trade_at, with_bars=options.touched_exit)
     check_held_prices(of_assets, plan, prices.clock)
     warn_about_run(plan, options, prices.clock)
+    terms = None if account is None else read_account(account, prices, plan)
     result = _engine.simulate(
         of_assets.shared,
         np.ascontiguousarray(plan.schedule.targets),
@@ -81,5 +91,8 @@ def run_plan(
         record_trades=not curves_only,
         record_excursions=not curves_only,
         record_fills=not curves_only,
+        account=terms,
     )
-    return Run(plan, options, trade_at, result)
+    if account is not None:
+        tell_of_account(result, plan.labels, prices.clock)
+    return Run(plan, options, trade_at, result, account)

@@ -34,6 +34,7 @@ _KNOWN = {
     "trail_stop": ExitReason("trailing stop", "移動停損", "sl"),
     "prices_ended": ExitReason("prices ended", "價格終止"),
     "ruin": ExitReason("equity at zero", "淨值歸零"),
+    "margin": ExitReason("margin call", "追繳保證金"),
 }
 
 #: By name, in the order of the engine's codes.

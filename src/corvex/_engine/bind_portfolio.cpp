@@ -1,3 +1,4 @@
+#include "corvex/engine/account/fee_schedule.hpp"
 #include "corvex/engine/portfolio/price_checks.hpp"
 #include "corvex/engine/portfolio/price_set.hpp"
 #include "corvex/engine/portfolio/simulator.hpp"
@@ -14,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "account_arrays.hpp"
 #include "arrays.hpp"
 #include "portfolio_arrays.hpp"
 #include "trade_arrays.hpp"
@@ -70,6 +72,11 @@ nb::dict as_dict(SimulationResult&& result, nb::object position, const Simulatio
     out["pending_session"] = to_numpy(std::move(result.pending_session));
     out["waiting_rebalance"] = to_numpy(std::move(result.waiting_rebalance));
     out["cooldown"] = to_numpy(std::move(result.cooldown));
+    if (result.account) {
+        nb::dict account = account_columns(std::move(*result.account));
+        account["length"] = input.prices.sessions() - input.plan.first_session;
+        out["account"] = account;
+    }
     return out;
 }
 
@@ -88,7 +95,7 @@ nb::object new_position(SimulationInput& input) {
 nb::dict simulate(const SharedPrices& prices, const InputTable& target,
                   const InputArray<std::int64_t>& signal_session, std::size_t first_session,
                   nb::handle options, bool record_positions, bool record_trades,
-                  bool record_excursions, bool record_fills) {
+                  bool record_excursions, bool record_fills, nb::handle account) {
     if (target.shape(1) != prices.prices().assets()) {
         throw std::invalid_argument("target and close must have one column for each asset");
     }
@@ -99,6 +106,10 @@ nb::dict simulate(const SharedPrices& prices, const InputTable& target,
                           .plan = {as_table(target).values, signals, first_session},
                           .options = read_options(options),
                           .record = {record_trades, record_excursions, record_fills}};
+    std::optional<AccountArrays> kept;
+    if (!account.is_none()) {
+        input.account = &kept.emplace(account).terms();
+    }
     nb::object position = record_positions ? new_position(input) : nb::none();
     SimulationResult result;
     {
@@ -106,6 +117,10 @@ nb::dict simulate(const SharedPrices& prices, const InputTable& target,
         result = engine::simulate(input);
     }
     return as_dict(std::move(result), std::move(position), input);
+}
+
+double order_fee(nb::handle fees, double value, double shares, double ratio) {
+    return engine::commission(read_fees(fees), value, shares, ratio);
 }
 
 OutputArray<std::int64_t> last_priced_sessions(const InputTable& prices) {
@@ -149,8 +164,10 @@ void bind_portfolio(nb::module_& module) {
     module.def("simulate", &simulate, "prices"_a, "target"_a.noconvert(), "signal_session"_a,
                nb::kw_only(), "first_session"_a = 0, "options"_a = nb::none(),
                "record_positions"_a = true, "record_trades"_a = true, "record_excursions"_a = true,
-               "record_fills"_a = false,
+               "record_fills"_a = false, "account"_a = nb::none(),
                "Simulate a portfolio of target weights; the stub file describes it.");
+    module.def("order_fee", &order_fee, "fees"_a, "value"_a, "shares"_a, "ratio"_a,
+               "The commission of an order that executes at some value.");
     module.def("last_priced_sessions", &last_priced_sessions, "prices"_a.noconvert(),
                "For each asset the last row with a price, -1 for an asset without any.");
     module.def("first_bad_price", &first_bad_price, "prices"_a.noconvert(),

@@ -15,7 +15,14 @@ from corvex.simulation.read.clock import Clock, dated_table
 from corvex.simulation.read.columns import match_columns, only_type
 from corvex.tables.frames import TableInput, as_prices
 
-__all__ = ["PriceInput", "PriceMatrices", "TradeAt", "read_matrices", "user_tables"]
+__all__ = [
+    "PriceInput",
+    "PriceMatrices",
+    "TradeAt",
+    "market_matrix",
+    "read_matrices",
+    "user_tables",
+]
 
 type PriceInput = TableInput | pd.Series | Mapping[str, TableInput] | None
 type TradeAt = str | pd.DataFrame
@@ -144,6 +151,14 @@ def read_matrices(
         high=matrices.get("high"),
         low=matrices.get("low"),
     )
+
+
+def market_matrix(
+    market: Market, field: str, clock: Clock, labels: pd.Index, *, required: bool = True
+) -> np.ndarray | None:
+    """Return one of a market's tables at the sessions and assets; None where it has none."""
+    table = price_table(market, field, required=required)
+    return None if table is None else _matrix(table, field, clock, labels)
 
 
 def price_table(market: Market, field: str, *, required: bool = True) -> pd.DataFrame | None:

@@ -8,6 +8,7 @@ import numpy as np
 import pandas as pd
 
 from corvex.markets.bars import period_before
+from corvex.simulation.account.account_tables import account_costs
 from corvex.simulation.notices import date_text, warn
 from corvex.simulation.plan.schedule import Schedule
 from corvex.simulation.read.clock import Clock
@@ -16,7 +17,13 @@ from corvex.simulation.report.next_holdings import State
 if TYPE_CHECKING:
     from corvex._engine import SimulationResult
 
-__all__ = ["cost_totals", "curve_and_position", "state_after", "yearly_turnover"]
+__all__ = [
+    "cost_totals",
+    "curve_and_position",
+    "rows_before_start",
+    "state_after",
+    "yearly_turnover",
+]
 
 _PER_YEAR = {
     unit: 365.25 * 86_400 * ticks
@@ -39,7 +46,7 @@ def curve_and_position(
     first : int
         The session where the engine's arrays start.
     """
-    skipped = _rows_before_first_fill(result["traded"])
+    skipped = rows_before_start(result)
     index = clock.index[first + skipped :]
     equity = result["equity"][skipped:]
     weights = cast("np.ndarray", result["position"])[skipped:]
@@ -67,10 +74,15 @@ def curve_and_position(
     return pd.Series(equity, index=index, name="creturn", copy=False), position
 
 
-def _rows_before_first_fill(traded: np.ndarray) -> int:
-    """How many rows lie before the one ahead of the first fill; 0 where nothing is filled."""
-    first = int((traded != 0.0).argmax())  # 0 too where there is none
-    return max(first - 1, 0)
+def rows_before_start(result: SimulationResult) -> int:
+    """How many rows lie before the curve's first: the one ahead of the first fill.
+
+    0 where nothing is filled. Cash that has earned something by then is part of the curve.
+    """
+    first = int((result["traded"] != 0.0).argmax())  # 0 too where there is none
+    before = max(first - 1, 0)
+    moved = np.flatnonzero(np.abs(result["equity"][: before + 1] - 1.0) > _ROUNDING)
+    return max(int(moved[0]) - 1, 0) if moved.size else before
 
 
 def state_after(result: SimulationResult, schedule: Schedule) -> State:
@@ -95,6 +107,8 @@ def state_after(result: SimulationResult, schedule: Schedule) -> State:
 
 def cost_totals(result: SimulationResult) -> dict[str, float]:
     """Return what was paid in all, in units of the first equity."""
+    if "account" in result:
+        return account_costs(result["account"])
     # In order of time, as the engine sums those of many runs.
     kinds = {
         "fees": float(np.cumsum(result["fees"])[-1]),

@@ -14,6 +14,11 @@ import pandas as pd
 from corvex.core.report import Report
 from corvex.market import Market
 from corvex.markets.bound import BoundMarket
+from corvex.simulation.account.account_tables import (
+    account_table,
+    bookings_table,
+    trip_columns,
+)
 from corvex.simulation.read.columns import match_columns
 from corvex.simulation.read.price_data import PriceData
 from corvex.simulation.read.price_tables import TradeAt
@@ -25,6 +30,7 @@ from corvex.simulation.report.quoted_prices import raw_price_of
 from corvex.simulation.report.results import (
     cost_totals,
     curve_and_position,
+    rows_before_start,
     state_after,
     yearly_turnover,
 )
@@ -89,11 +95,24 @@ def report_of(
                 "yearly_turnover": yearly_turnover(
                     result["traded"], result["equity"], cast("pd.DatetimeIndex", creturn.index)
                 ),
+                **_account(run, prices),
             },
         )
     )
     note_origin(report, Origin(plan, run.options, run.trade_at, index, prices.end is not None))
     return report
+
+
+def _account(run: Run, prices: PriceData) -> dict[str, Any]:
+    """What only the report of a run that kept an account has."""
+    found, index = run.result.get("account"), prices.clock.index
+    if found is None:
+        return {}
+    begin = run.plan.first_session + rows_before_start(run.result)
+    return {
+        "account": account_table(found, index[begin:]),
+        "bookings": bookings_table(found, run.plan.labels, index),
+    }
 
 
 def _trades(
@@ -111,8 +130,12 @@ def _trades(
     ).matrices
     quoted = raw_price_of(prices.market, prices.clock, plan.labels, matrices, run.trade_at)
 
+    money = None
+    if "account" in run.result:
+        money = trip_columns(run.result["account"], found["entry_session"] >= 0)
+
     def make() -> pd.DataFrame:
-        return trades_table(found, labels, index, signals, quoted)
+        return trades_table(found, labels, index, signals, quoted, money)
 
     if quoted is None:
         return make, lambda: closed_returns(found)

@@ -2,7 +2,8 @@
 
 from __future__ import annotations
 
-from collections.abc import Callable
+from collections.abc import Callable, Mapping
+from typing import Any
 
 import numpy as np
 import pandas as pd
@@ -23,6 +24,7 @@ def trades_table(
     sessions: pd.DatetimeIndex,
     signals: pd.DatetimeIndex,
     raw_price: RawPrice | None = None,
+    extra: Mapping[str, Any] | None = None,
 ) -> pd.DataFrame:
     """Turn the engine's round trips into a table.
 
@@ -36,6 +38,8 @@ def trades_table(
         Dates of the sessions and of the rebalances' signals, in one zone.
     raw_price : callable, optional
         Turns fill prices into unadjusted ones, from (sessions, assets, prices).
+    extra : mapping of str to array, optional
+        More columns.
 
     Returns
     -------
@@ -67,6 +71,7 @@ def trades_table(
             "trade_price@exit_date": exit_price,
             **{name: trades[name] for name in EXCURSIONS},
             "exit_reason": pd.Index(list(EXIT_REASONS)).take(trades["exit_reason"]),
+            **(extra or {}),
         },
         copy=True,  # the run keeps its arrays
     )

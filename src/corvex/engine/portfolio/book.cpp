@@ -53,8 +53,8 @@ double sum_gathered(const double* shares, const std::uint32_t* columns, const do
 
 } // namespace
 
-Book::Book(const PriceTable& close, const Costs& costs)
-    : close_{close}, costs_{costs}, shares_(close.assets, 0.0),
+Book::Book(const PriceTable& close, const Costs& costs, double cash)
+    : close_{close}, costs_{costs}, cash_{cash}, shares_(close.assets, 0.0),
       known_(close.assets, std::numeric_limits<double>::quiet_NaN()),
       known_session_(close.assets, -1) {
     held_.reserve(close.assets);
@@ -175,6 +175,15 @@ void Book::set_row(std::span<const double> shares, bool same_assets) {
     for (std::size_t k = 0; held_.size() < close_.assets && k < held_.size(); ++k) {
         held_shares_[k] = shares_[held_[k]];
     }
+}
+
+void Book::split(std::size_t asset, std::size_t session, double ratio) {
+    // What is known of the price stands in until the session's own.
+    known_[asset] = price_before(asset, session) / ratio;
+    known_session_[asset] = static_cast<std::int64_t>(session);
+    require_countable(shares_[asset] * ratio);
+    shares_[asset] *= ratio;
+    changed_ = true;
 }
 
 void Book::forgive_rounding(double equity) {

@@ -13,7 +13,7 @@ namespace corvex::engine::inline v1 {
 /// Cash and holdings, and what they are worth when prices are missing.
 class Book {
   public:
-    Book(const PriceTable& close, const Costs& costs);
+    Book(const PriceTable& close, const Costs& costs, double cash = 1.0);
 
     /// Value of all holdings at a session's close; a missing price counts at the last known value.
     double mark(std::size_t session);
@@ -47,6 +47,8 @@ class Book {
     /// Takes a trade of this session back: shares, cash and costs are as before it.
     void untrade(std::size_t asset, double shares_before, double price, CostTotals& totals);
     void set_cash(double cash) { cash_ = cash; }
+    /// Each share becomes `ratio` shares when a session begins.
+    void split(std::size_t asset, std::size_t session, double ratio);
     /// Sets a debt that is a mere rounding error of the equity to zero.
     void forgive_rounding(double equity);
     [[nodiscard]] double cash() const { return cash_; }
@@ -63,7 +65,7 @@ class Book {
 
     const PriceTable& close_;
     const Costs& costs_;
-    double cash_ = 1.0;
+    double cash_;
     std::vector<double> shares_;
     /// The value that counts while prices are missing, and the session that it was noted in. A
     /// close is only noted when the next one is missing, so the usual session writes nothing.

@@ -40,15 +40,21 @@ class FillLog {
     [[nodiscard]] bool enabled() const { return enabled_; }
 
     void add(std::size_t session, std::size_t asset, double before, double after, double price) {
+        const double bought = (after - before) * price;
+        add(session, asset, before, after, price,
+            bought > 0.0 ? bought * buy_rate_ : -bought * sell_rate_);
+    }
+    /// The same with a cost that the ratios do not tell.
+    void add(std::size_t session, std::size_t asset, double before, double after, double price,
+             double cost) {
         if (!enabled_ || before == after) {
             return;
         }
-        const double bought = (after - before) * price;
         fills_.session.push_back(static_cast<std::int32_t>(session));
         fills_.asset.push_back(static_cast<std::int32_t>(asset));
         fills_.shares.push_back(after);
         fills_.price.push_back(price);
-        fills_.cost.push_back(bought > 0.0 ? bought * buy_rate_ : -bought * sell_rate_);
+        fills_.cost.push_back(cost);
     }
 
     /// Forgets an asset's last fill, when it was in this session.

@@ -1,9 +1,11 @@
 #pragma once
 
+#include "corvex/engine/account/account_log.hpp"
 #include "corvex/engine/portfolio/fill_log.hpp"
 #include "corvex/engine/trades/round_trip.hpp"
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace corvex::engine::inline v1 {
@@ -30,6 +32,8 @@ struct SimulationResult {
     std::vector<std::int64_t> pending_session;   ///< on which it fired, -1 = none
     std::vector<std::int64_t> waiting_rebalance; ///< whose order waits for a price, -1 = none
     std::vector<std::int64_t> cooldown; ///< in how many more rebalances a stopped asset stays out
+
+    std::optional<AccountResult> account; ///< of a run that keeps one
 };
 
 } // namespace corvex::engine::inline v1

@@ -65,6 +65,9 @@ void validate(const SimulationInput& input) {
     validate_tables(input);
     validate_plan(input.plan, input.prices);
     validate(input.options);
+    if (input.account != nullptr) {
+        validate(*input.account, input.prices.sessions(), input.prices.assets());
+    }
 }
 
 } // namespace corvex::engine::inline v1

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "corvex/engine/account/terms.hpp"
 #include "corvex/engine/portfolio/options.hpp"
 #include "corvex/engine/portfolio/price_set.hpp"
 
@@ -38,6 +39,7 @@ struct SimulationInput {
     Plan plan{};
     Options options{};
     Recording record{};
+    const AccountTerms* account = nullptr; ///< outlives the run; nullptr = none is kept
 };
 
 /// @throws std::invalid_argument for shapes that do not fit, options out of range, signals out of

@@ -5,11 +5,17 @@
 namespace corvex::engine::inline v1 {
 
 Simulator::Simulator(const SimulationInput& input)
-    : in_{input}, assets_{input.prices.assets()}, book_{input.prices.close(), input.options.costs},
+    : in_{input}, assets_{input.prices.assets()},
+      account_{input.account == nullptr
+                   ? nullptr
+                   : std::make_unique<Account>(*input.account, input.prices, input.options.costs,
+                                               input.plan.first_session)},
+      book_{input.prices.close(), input.options.costs,
+            input.account == nullptr ? 1.0 : input.account->capital},
       solver_{input.options.costs, assets_}, row_solver_{input.options.costs, assets_},
-      stops_{input.prices, input.options.stops}, cooldowns_{assets_, input.options.stops.cooldown},
+      stops_{watched(), input.options.stops}, cooldowns_{assets_, input.options.stops.cooldown},
       waiting_{assets_}, pending_{assets_},
-      excursions_{input.prices.close(), input.plan.first_session,
+      excursions_{watched().close(), input.plan.first_session,
                   input.record.trades && input.record.excursions},
       log_{input.options.costs, assets_, input.plan.rebalances(), input.record.trades},
       fills_{input.options.costs, assets_ * input.plan.rebalances(), input.record.fills},
@@ -17,6 +23,9 @@ Simulator::Simulator(const SimulationInput& input)
     for (auto* series :
          {&out_.equity, &out_.cash, &out_.fees, &out_.taxes, &out_.slippage, &out_.traded}) {
         series->resize(in_.prices.sessions() - in_.plan.first_session, 0.0);
+    }
+    if (account_ != nullptr) {
+        rest_side_.resize(assets_, 0);
     }
     out_.weights_in_force.resize(assets_, 0.0);
     out_.out_reason.resize(assets_, ExitReason::kOpen);
@@ -38,7 +47,7 @@ void Simulator::advance(std::size_t end) {
 /// The first session from this one to `end` in which more happens than that holdings change their
 /// value.
 std::size_t Simulator::quiet_until(std::size_t session, std::size_t end) const {
-    if (out_.ruin_session >= 0 || !waiting_.empty() || !pending_.empty()) {
+    if (account_ != nullptr || out_.ruin_session >= 0 || !waiting_.empty() || !pending_.empty()) {
         return session;
     }
     const auto fill_after = [](std::int64_t signal) {
@@ -84,6 +93,9 @@ std::size_t Simulator::hold(std::size_t session, std::size_t end) {
 void Simulator::run_session(std::size_t session) {
     if (out_.ruin_session >= 0) {
         return;
+    }
+    if (account_ != nullptr) {
+        account_->begin(book_, session);
     }
     close_ended(session);
     fired_.clear();
@@ -133,6 +145,9 @@ void Simulator::close_ended(std::size_t session) {
 
 void Simulator::fill_orders(std::size_t session) {
     fill_fired_stops(session);
+    if (account_ != nullptr && account_->margin_called() && !rebalance_is_due(session)) {
+        cut_for_margin(session);
+    }
     std::int64_t due = -1;
     while (rebalance_is_due(session)) {
         due = static_cast<std::int64_t>(next_rebalance_++);
@@ -166,18 +181,23 @@ void Simulator::fire_stops(std::size_t session) {
 void Simulator::write_down(std::size_t session) {
     const std::size_t at = offset(session);
     if (out_.ruin_session < 0) {
-        const double equity = book_.cash() + book_.mark(session);
+        double equity = book_.cash() + book_.mark(session);
         excursions_.observe_block(session + 1);
         if (equity <= 0.0 || out_of_equity_) {
             ruin(session);
-        } else {
-            out_.equity[at] = equity;
-            out_.cash[at] = book_.cash();
+            equity = 0.0;
         }
-        out_.fees[at] = paid_.fees;
-        out_.taxes[at] = paid_.taxes;
-        out_.slippage[at] = paid_.slippage;
-        out_.traded[at] = paid_.traded;
+        // An account counts in money, the curve in what a unit of it has become.
+        const double units = account_ == nullptr ? 1.0 : account_->units();
+        out_.equity[at] = equity / units;
+        out_.cash[at] = book_.cash() / units;
+        out_.fees[at] = paid_.fees / units;
+        out_.taxes[at] = paid_.taxes / units;
+        out_.slippage[at] = paid_.slippage / units;
+        out_.traded[at] = paid_.traded / units;
+        if (account_ != nullptr) {
+            account_->end(book_, session, equity, paid_);
+        }
         paid_ = {};
     }
     write_position(session);
@@ -207,8 +227,11 @@ SimulationResult Simulator::finish() {
     if (out_.ruin_session < 0 && in_.prices.sessions() > in_.plan.first_session) {
         const std::size_t last = in_.prices.sessions() - 1;
         for (const std::uint32_t asset : book_.held()) {
-            log_.mark_open(asset, book_.price_after(asset, last),
-                           excursions_.figures(asset, last + 1));
+            const double price = book_.price_after(asset, last);
+            RoundTrip* trip = log_.mark_open(asset, price, excursions_.figures(asset, last + 1));
+            if (account_ != nullptr) {
+                account_->mark_open(asset, last, book_.shares(asset), price, trip);
+            }
         }
         signal_beyond_table();
     }
@@ -218,6 +241,9 @@ SimulationResult Simulator::finish() {
     out_.waiting_rebalance = waiting_.rebalances();
     out_.round_trips = log_.take_sorted();
     out_.fills = fills_.take();
+    if (account_ != nullptr) {
+        out_.account = account_->finish(out_.round_trips);
+    }
     return std::move(out_);
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "corvex/engine/account/account.hpp"
 #include "corvex/engine/portfolio/asset_set.hpp"
 #include "corvex/engine/portfolio/book.hpp"
 #include "corvex/engine/portfolio/cooldowns.hpp"
@@ -16,6 +17,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <vector>
 
@@ -24,6 +26,7 @@ namespace corvex::engine::inline v1 {
 /// One run of a simulation of target weights, starting from an equity of 1.
 ///
 /// A session goes through these steps:
+///  0. An account, where one is kept, accrues, splits and pays dividends.
 ///  1. Assets whose prices ended in the session before are closed at that last price.
 ///  2. Touched stops fill, unless orders fill at the open.
 ///  3. Orders fill: exits of stops that fired on the last close, then the rebalance whose signal
@@ -98,6 +101,34 @@ class Simulator {
     void keep_shares_before_orders(std::size_t session);
     double round_trip_shares(std::size_t asset);
 
+    // Runs that keep an account (simulator_account.cpp).
+    void rebalance_account(std::int64_t row, std::span<const double> weights, std::size_t session);
+    double collect_wanted(std::span<const double> weights, std::size_t session);
+    void want_within_bands(double equity, std::size_t session);
+    void fill_waiting_account(std::vector<std::uint32_t> ready, std::size_t session);
+    void trade_waiting_account(std::size_t asset, std::size_t session, double equity);
+    void place(std::int64_t row, std::size_t session, double equity);
+    void cut_to_cash(std::size_t session, double equity);
+    void round_down_to_cash(std::size_t session, double floor);
+    [[nodiscard]] double cash_after(std::size_t session, double share) const;
+    void trade_wanted(const Account::Wanted& wanted, std::int64_t row, std::size_t session);
+    void settle(std::size_t asset, double after, double price, std::size_t session);
+    void exit_account(std::size_t asset, std::size_t session, double price, const ExitCause& cause,
+                      bool touched);
+    void cut_for_margin(std::size_t session);
+    void undo_settled(std::size_t asset, std::size_t session);
+    /// Whether a stop and an order of one session are netted: not where orders may not fill.
+    [[nodiscard]] bool nets_orders() const {
+        return account_ == nullptr || !account_->limits_orders();
+    }
+    [[nodiscard]] double split_factor(std::size_t asset, std::size_t session) const {
+        return account_ == nullptr ? 1.0 : account_->watched().factor(asset, session);
+    }
+    /// The prices that stops and excursions look at.
+    [[nodiscard]] const PriceSet& watched() const {
+        return account_ == nullptr ? in_.prices : account_->watched().prices();
+    }
+
     // Round trips (simulator_orders.cpp).
     void position_changed(const Change& change);
     void close_round_trip(const Change& change);
@@ -112,6 +143,7 @@ class Simulator {
 
     const SimulationInput& in_;
     std::size_t assets_;
+    std::unique_ptr<Account> account_; ///< nullptr = none is kept
     Book book_;
     RebalanceSolver solver_;
     RowRebalance row_solver_;
@@ -132,6 +164,8 @@ class Simulator {
     std::vector<std::uint32_t> tradable_; ///< assets in the order in which the solver has them
     std::vector<double> shares_before_;   ///< of the assets whose holding a row turns
     double total_weight_ = 0.0;           ///< of the last rebalance
+    std::vector<Account::Wanted> wanted_; ///< of the orders that an account is to place
+    std::vector<std::int8_t> rest_side_;  ///< of what is left of an order: 1 buys, -1 sells, 0 both
     /// Assets whose round trip has ended, and whose shares an order of this session takes over.
     AssetSet leaving_;
     /// What was held before the orders of a session that fill at the open.

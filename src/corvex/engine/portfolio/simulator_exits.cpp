@@ -15,7 +15,7 @@ void Simulator::fill_fired_stops(std::size_t session) {
             continue;
         }
         const ExitCause cause{pending_.reason(asset), pending_.session(asset), -1};
-        if (due || waiting_.has(asset)) {
+        if ((due || waiting_.has(asset)) && nets_orders()) {
             leave_to_order(asset, session, price, cause);
         } else {
             exit_position(asset, session, price, cause);
@@ -31,20 +31,27 @@ void Simulator::fill_touched_stops(std::size_t session) {
         const ExitCause cause{stop.reason, static_cast<std::int64_t>(session), -1};
         waiting_.cancel(asset);
         cooldowns_.start(asset);
-        const bool at_order_price = stop.price == fill_price(asset, session);
-        if (at_order_price && stops_before_fills() && rebalance_is_due(session)) {
-            leave_to_order(asset, session, stop.price, cause, true);
+        const double factor = split_factor(asset, session);
+        const double order_price = fill_price(asset, session);
+        const bool at_order_price = stop.price == order_price * factor;
+        const double price = at_order_price ? order_price : stop.price / factor;
+        if (at_order_price && stops_before_fills() && rebalance_is_due(session) && nets_orders()) {
+            leave_to_order(asset, session, price, cause, true);
             continue;
         }
         if (at_order_price && orders_session_ == static_cast<std::int64_t>(session)) {
-            undo_order(asset, session, stop.price);
+            undo_order(asset, session, price);
         }
-        exit_position(asset, session, stop.price, cause, true);
+        exit_position(asset, session, price, cause, true);
     }
 }
 
 void Simulator::exit_position(std::size_t asset, std::size_t session, double price,
                               const ExitCause& cause, bool touched) {
+    if (account_ != nullptr) {
+        exit_account(asset, session, price, cause, touched);
+        return;
+    }
     const double before = book_.shares(asset);
     book_.trade(asset, 0.0, price, session, paid_);
     fills_.add(session, asset, before, 0.0, price);
@@ -56,6 +63,9 @@ void Simulator::exit_position(std::size_t asset, std::size_t session, double pri
 void Simulator::leave_to_order(std::size_t asset, std::size_t session, double price,
                                const ExitCause& cause, bool touched) {
     out_.out_reason[asset] = cause.reason;
+    if (account_ != nullptr) {
+        account_->hand_over(asset, book_.shares(asset), price);
+    }
     close_round_trip({asset, session, price, 0.0, book_.shares(asset), cause, touched});
     leaving_.add(asset);
 }
@@ -68,8 +78,12 @@ void Simulator::sell_left_over(std::size_t session) {
     for (const std::uint32_t asset : leaving_.list()) {
         const double before = book_.shares(asset);
         const double price = fill_price(asset, session);
-        book_.trade(asset, 0.0, price, session, paid_);
-        fills_.add(session, asset, before, 0.0, price);
+        if (account_ != nullptr) {
+            settle(asset, 0.0, price, session);
+        } else {
+            book_.trade(asset, 0.0, price, session, paid_);
+            fills_.add(session, asset, before, 0.0, price);
+        }
         out_.weights_in_force[asset] = 0.0;
     }
     leaving_.clear();
@@ -77,6 +91,10 @@ void Simulator::sell_left_over(std::size_t session) {
 
 /// Takes back what an order has traded in an asset, before a stop sells it at the same price.
 void Simulator::undo_order(std::size_t asset, std::size_t session, double price) {
+    if (account_ != nullptr) {
+        undo_settled(asset, session);
+        return;
+    }
     const double before = shares_before_orders_[asset];
     if (before != book_.shares(asset)) {
         book_.untrade(asset, before, price, paid_);

@@ -42,6 +42,10 @@ void Simulator::rebalance(std::int64_t row, std::size_t session) {
     }
     const auto weights = cooldowns_.apply(in_.plan.weights(static_cast<std::size_t>(row)));
     require_finite(weights);
+    if (account_ != nullptr) {
+        rebalance_account(row, weights, session);
+        return;
+    }
     if (can_trade_rows(session) && rebalance_row(row, weights, session)) {
         return;
     }
@@ -156,13 +160,17 @@ void Simulator::apply_rebalance(std::int64_t row, std::size_t session) {
 void Simulator::fill_waiting(std::size_t session) {
     std::vector<std::uint32_t> ready;
     std::ranges::copy_if(waiting_.assets(), std::back_inserter(ready), [&](std::uint32_t asset) {
-        return !is_missing(fill_price(asset, session));
+        return !is_missing(fill_price(asset, session)) && !pending_.has(asset);
     });
     if (ready.empty()) {
         return;
     }
     keep_shares_before_orders(session);
     excursions_.observe_before(fills_at(FillAt::kClose) ? session + 1 : session);
+    if (account_ != nullptr) {
+        fill_waiting_account(std::move(ready), session);
+        return;
+    }
     // Sells first, so that their proceeds serve the buys.
     double equity = equity_at_fill(session);
     std::ranges::stable_partition(ready, [&](std::uint32_t asset) {
@@ -256,9 +264,13 @@ void Simulator::close_round_trip(const Change& change) {
     const bool at_close = fills_at(FillAt::kClose);
     const bool saw_close = reason == ExitReason::kRuin ||
                            (at_close && !change.touched && reason != ExitReason::kPricesEnded);
-    const auto figures = excursions_.close(change.asset, change.session + (saw_close ? 1 : 0),
-                                           change.price, at_close && change.touched);
-    log_.close(change.asset, change.session, change.price, change.cause, figures);
+    const auto figures = excursions_.close(
+        change.asset, change.session + (saw_close ? 1 : 0),
+        change.price * split_factor(change.asset, change.session), at_close && change.touched);
+    RoundTrip* trip = log_.close(change.asset, change.session, change.price, change.cause, figures);
+    if (account_ != nullptr) {
+        account_->close_trip(change.asset, change.session, change.price, trip);
+    }
     if (stops_.active()) {
         stops_.leave(change.asset);
     }
@@ -268,10 +280,17 @@ void Simulator::close_round_trip(const Change& change) {
 void Simulator::open_round_trip(const Change& change) {
     out_.out_reason[change.asset] = ExitReason::kOpen;
     const bool is_long = book_.shares(change.asset) > 0.0;
-    const double executed = in_.options.costs.executed(change.price, is_long);
+    double executed = in_.options.costs.executed(change.price, is_long);
+    if (account_ != nullptr) {
+        executed = account_->executed_price(change.asset, change.session, change.price, is_long) *
+                   split_factor(change.asset, change.session);
+    }
     excursions_.open(change.asset, is_long, executed);
     const std::int64_t row = change.cause.rebalance;
     log_.open(change.asset, row, change.session, change.price, change.weight);
+    if (account_ != nullptr) {
+        account_->open_trip(change.asset, row, change.session, book_.shares(change.asset));
+    }
     if (stops_.active()) {
         stops_.enter(change.asset, is_long, executed,
                      change.session + (stops_before_fills() ? 1 : 0));

@@ -14,11 +14,12 @@ enum class ExitReason : std::int8_t {
     kTakeProfit,
     kTrailStop,
     kPricesEnded,
-    kRuin
+    kRuin,
+    kMargin
 };
 
 /// The names of the reasons, in the order of the enumeration; that of an open trip is empty.
-inline constexpr std::array<std::string_view, 7> kExitReasonNames{
-    "", "rebalance", "stop_loss", "take_profit", "trail_stop", "prices_ended", "ruin"};
+inline constexpr std::array<std::string_view, 8> kExitReasonNames{
+    "", "rebalance", "stop_loss", "take_profit", "trail_stop", "prices_ended", "ruin", "margin"};
 
 } // namespace corvex::engine::inline v1

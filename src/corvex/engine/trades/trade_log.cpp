@@ -64,10 +64,10 @@ void TradeLog::open(std::size_t asset, std::int64_t rebalance, std::size_t sessi
     trips_.push_back(trip);
 }
 
-void TradeLog::close(std::size_t asset, std::size_t session, double price, const ExitCause& cause,
-                     const ExcursionFigures& excursion) {
+RoundTrip* TradeLog::close(std::size_t asset, std::size_t session, double price,
+                           const ExitCause& cause, const ExcursionFigures& excursion) {
     if (!enabled()) {
-        return;
+        return nullptr;
     }
     RoundTrip& trip = trips_[static_cast<std::size_t>(std::exchange(open_[asset], -1))];
     set_exit(trip, cause);
@@ -75,6 +75,7 @@ void TradeLog::close(std::size_t asset, std::size_t session, double price, const
     trip.exit_price = price;
     trip.net_return = round_trip_return(costs_, trip.weight > 0.0, trip.entry_price, price);
     set_excursion(trip, excursion);
+    return &trip;
 }
 
 void TradeLog::signal_exit(std::size_t asset, const ExitCause& cause) {
@@ -89,13 +90,14 @@ void TradeLog::signal_entry(std::size_t asset, std::int64_t rebalance, double we
     }
 }
 
-void TradeLog::mark_open(std::size_t asset, double price, const ExcursionFigures& excursion) {
+RoundTrip* TradeLog::mark_open(std::size_t asset, double price, const ExcursionFigures& excursion) {
     if (!enabled()) {
-        return;
+        return nullptr;
     }
     RoundTrip& trip = trips_[static_cast<std::size_t>(open_[asset])];
     trip.net_return = open_return(costs_, trip.weight > 0.0, trip.entry_price, price);
     set_excursion(trip, excursion);
+    return &trip;
 }
 
 std::vector<RoundTrip> TradeLog::take_sorted() {

@@ -25,14 +25,16 @@ class TradeLog {
 
     void open(std::size_t asset, std::int64_t rebalance, std::size_t session, double price,
               double weight);
-    void close(std::size_t asset, std::size_t session, double price, const ExitCause& cause,
-               const ExcursionFigures& excursion);
+    /// Returns the record, nullptr from a log that is off.
+    RoundTrip* close(std::size_t asset, std::size_t session, double price, const ExitCause& cause,
+                     const ExcursionFigures& excursion);
     /// The exit of an open round trip is signalled, its fill lies beyond the table.
     void signal_exit(std::size_t asset, const ExitCause& cause);
     /// An entry is signalled, its fill lies beyond the table.
     void signal_entry(std::size_t asset, std::int64_t rebalance, double weight);
-    /// Marks an open round trip at the last price.
-    void mark_open(std::size_t asset, double price, const ExcursionFigures& excursion);
+    /// Marks an open round trip at the last price; returns the record, nullptr from a log that is
+    /// off.
+    RoundTrip* mark_open(std::size_t asset, double price, const ExcursionFigures& excursion);
 
     /// The round trips by entry signal, then asset. The log is empty afterwards.
     std::vector<RoundTrip> take_sorted();

@@ -28,13 +28,15 @@ def by_asset(report: Report, count: int = 10) -> dict[str, Any] | None:
     dict or None
         ``rows`` of ``asset``, ``trades`` and ``win_rate``, ``mean`` return (None of an asset
         without a trade that has one) and ``sum``, the part of the return in units of the first
-        equity; ``others`` (their ``count`` and ``sum``), ``costs``, what else moved the equity
+        equity; ``others`` (their ``count`` and ``sum``), ``costs``, ``interest`` of a run that kept
+        an account, what else moved the equity
         (``rest``, None where nothing did) and ``total``; ``estimated`` where the report keeps no
         fills. Without prices in the market ``total`` is None, there are no sums, and the assets
         with most trades are shown. None without trades.
     """
     from corvex.explain.attribution import (  # it needs the simulation, which needs the report
         COSTS,
+        INTEREST,
         OTHER,
     )
 
@@ -45,7 +47,7 @@ def by_asset(report: Report, count: int = 10) -> dict[str, Any] | None:
     if parts is None:
         rows = [_row(label, trades, None) for label in list(trades)[: 2 * count]]
         return {"rows": rows, "total": None}
-    extra = [label for label in parts.index[-2:] if label in (COSTS, OTHER)]
+    extra = [label for label in parts.index[-3:] if label in (INTEREST, OTHER, COSTS)]
     assets = parts.iloc[: len(parts) - len(extra)]
     labels = list(assets.index)  # largest first
     few = len(labels) <= 2 * count
@@ -54,6 +56,7 @@ def by_asset(report: Report, count: int = 10) -> dict[str, Any] | None:
         "rows": [_row(label, trades, float(assets[label])) for label in shown],
         "others": {"count": len(rest), "sum": float(assets[rest].sum())} if rest else None,
         "costs": float(parts[COSTS]),
+        "interest": float(parts[INTEREST]) if INTEREST in extra else None,
         "rest": float(parts[OTHER]) if OTHER in extra else None,
         "total": float(parts.sum()),
         "estimated": bool(parts.attrs.get("estimated")),

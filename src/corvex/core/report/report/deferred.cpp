@@ -2,6 +2,10 @@
 
 #include "corvex/core/report/module_globals.hpp"
 
+#include <nanobind/stl/string_view.h>
+
+#include <string_view>
+
 namespace corvex::report {
 
 namespace {
@@ -26,12 +30,22 @@ void make_deferred(const nb::object& attributes, nb::handle name) {
     }
 }
 
+/// Whether a report has an attribute only where its run kept an account.
+bool is_of_an_account(nb::handle name) {
+    const std::string_view text = nb::cast<std::string_view>(name);
+    return text == "account" || text == "bookings";
+}
+
 /// Called for what the usual look-up does not find; that look-up also words the refusal.
 nb::object get_attribute(const Call& call) {
     make_deferred(own_attributes(call.self()), call[1]);
     auto found = nb::steal<nb::object>(PyObject_GenericGetAttr(call.self().ptr(), call[1].ptr()));
     if (!found.is_valid()) {
-        throw nb::python_error();
+        nb::python_error error; // clears it
+        if (error.matches(PyExc_AttributeError) && is_of_an_account(call[1])) {
+            return nb::none();
+        }
+        throw error;
     }
     return found;
 }

@@ -309,7 +309,7 @@ function summaries() {
 }
 
 function assetTable() {
-  const { rows, others, costs, rest, total, estimated } = facts.assets;
+  const { rows, others, costs, interest, rest, total, estimated } = facts.assets;
   const columns = [
     { label: t("asset"), text: (row) => row.asset },
     { label: t("trades_count"), number: true, text: (row) => ("trades" in row ? whole(row.trades) : "") },
@@ -320,6 +320,7 @@ function assetTable() {
   columns.push({ label: t("contribution"), number: true, text: (row) => signedPercent(row.sum) });
   const foot = [
     others && { asset: t("other_assets", { count: whole(others.count) }), sum: others.sum },
+    interest === null ? null : { asset: t("interest"), sum: interest },
     rest === null ? null : { asset: t("other_moves"), sum: rest },
     { asset: t("cost_total_row"), sum: costs },
     { asset: t("total"), sum: total },

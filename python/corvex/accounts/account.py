@@ -1,0 +1,213 @@
+"""The terms on which a broker keeps the account of a run."""
+
+from __future__ import annotations
+
+import math
+import numbers
+from collections.abc import Mapping
+from dataclasses import dataclass
+from typing import Any, Literal
+
+import pandas as pd
+
+from corvex.accounts.fees import Fees
+
+__all__ = ["DAY_COUNTS", "Account", "Values"]
+
+type Values = float | pd.Series | pd.DataFrame
+
+#: How many days a year has when interest is counted.
+DAY_COUNTS = {"act/365": 365.0, "act/360": 360.0, "act/365.25": 365.25}
+
+
+@dataclass(frozen=True, slots=True, kw_only=True, eq=False)
+class Account:
+    """The account of a run as a broker keeps it; ``docs/account.md`` shows every rule.
+
+    All money is in the currency of the prices, all rates are fractions per year (0.05 is 5 %).
+    *Values* are a number, a Series by date or by asset label, or a DataFrame of both; a value
+    holds from its date until the next one.
+
+    Parameters
+    ----------
+    capital : float, default 1.0
+        Money at the start.
+    cash_rate : number or Series by date, default 0.0
+        Interest on free cash: the cash without the value of the shorts.
+    cash_spread : float, default 0.0
+        What the broker keeps of `cash_rate`, at most all of it.
+    short_rebate : number or Series by date, default 0.0
+        Interest on the value of the shorts, whose proceeds the broker holds.
+    financing_rate : number or Series by date, default 0.0
+        What free cash below zero (a loan) costs.
+    borrow_rate : values, default 0.0
+        What a short costs. Missing: it cannot be borrowed, and the order to sell it short is cut.
+    day_count : {"act/365", "act/360", "act/365.25"}
+        Calendar days over the days of a year.
+    dividends : DataFrame, dates x labels, optional
+        Money for each share on the ex-date: paid to longs, owed by shorts. With quoted prices.
+    splits : DataFrame, dates x labels, optional
+        New shares for each old one (2.0 is two for one); missing and 1 are none.
+    withholding_tax : float, default 0.0
+        The part of dividends that is kept back from longs.
+    lot_size : number or Series by label, optional
+        Holdings are whole lots (1: whole shares). None: any fraction of a share.
+    rounding : {"down", "nearest"}
+        Towards zero, or to the nearest lot as far as the cash goes.
+    fee_ratio, tax_ratio, slippage_ratio : number or Series by label, optional
+        By asset, in place of those of the run.
+    min_fee : float, default 0.0
+        The least commission of an order.
+    fee_per_share : float, default 0.0
+        Commission for each share, beside the ratio.
+    max_fee_ratio : float, optional
+        The largest commission, as a part of the order's value; it goes before `min_fee`.
+    fee_table : mapping of float to float, optional
+        Ratio by the part of an order's value from which on it holds, in place of `fee_ratio`:
+        ``{0: 0.001, 100_000: 0.0005}``.
+    band : values, optional
+        No trade while a weight is this near to its target.
+    band_kind : {"absolute", "relative"}
+        Whether the band is in weight, or a fraction of the target weight.
+    band_to : {"target", "edge"}
+        Where trades from outside the band go.
+    volume_share : float, optional
+        At most this part of a session's volume is traded of an asset.
+    unfilled : {"wait", "lapse"}
+        Whether what does not fill waits for the next sessions, until another rebalance.
+    impact : float, default 0.0
+        Prices move by this x daily volatility x sqrt(shares / daily volume).
+    impact_window : int, default 20
+        Sessions before the fill from which volatility and volume are taken.
+    price_limit : number or Series by label, optional
+        Nothing is bought that opens this far above the close before, nor sold as far below.
+    maintenance_margin : float, optional
+        Where the equity over the gross value closes below it, positions are cut to it.
+    flows : Series by date, optional
+        Deposits, and withdrawals below zero, at the beginning of their sessions.
+
+    Raises
+    ------
+    ValueError
+        When a value cannot be used; the message says what is accepted.
+
+    Examples
+    --------
+    >>> import corvex
+    >>> prices = corvex.data.sample("us_stocks")[["AAPL", "MSFT"]]
+    >>> account = corvex.Account(capital=100_000, cash_rate=0.04, lot_size=1, min_fee=1)
+    >>> report = corvex.simulate(prices > 0, prices, resample="YE", account=account)
+    >>> bool((report.account["cash"] >= 0).all())
+    True
+    """
+
+    capital: float = 1.0
+    cash_rate: float | pd.Series = 0.0
+    cash_spread: float = 0.0
+    short_rebate: float | pd.Series = 0.0
+    financing_rate: float | pd.Series = 0.0
+    borrow_rate: Values = 0.0
+    day_count: Literal["act/365", "act/360", "act/365.25"] = "act/365"
+    dividends: pd.DataFrame | None = None
+    splits: pd.DataFrame | None = None
+    withholding_tax: float = 0.0
+    lot_size: float | pd.Series | None = None
+    rounding: Literal["down", "nearest"] = "down"
+    fee_ratio: float | pd.Series | None = None
+    tax_ratio: float | pd.Series | None = None
+    slippage_ratio: float | pd.Series | None = None
+    min_fee: float = 0.0
+    fee_per_share: float = 0.0
+    max_fee_ratio: float | None = None
+    fee_table: Mapping[float, float] | None = None
+    band: Values | None = None
+    band_kind: Literal["absolute", "relative"] = "absolute"
+    band_to: Literal["target", "edge"] = "target"
+    volume_share: float | None = None
+    unfilled: Literal["wait", "lapse"] = "wait"
+    impact: float = 0.0
+    impact_window: int = 20
+    price_limit: float | pd.Series | None = None
+    maintenance_margin: float | None = None
+    flows: pd.Series | None = None
+
+    def __post_init__(self) -> None:
+        _number("capital", self.capital, above=0.0)
+        for name in ("cash_spread", "min_fee", "fee_per_share", "impact"):
+            _number(name, getattr(self, name), least=0.0)
+        _number("withholding_tax", self.withholding_tax, least=0.0, most=1.0)
+        for name in ("max_fee_ratio", "volume_share"):
+            if getattr(self, name) is not None:
+                _number(name, getattr(self, name), above=0.0, most=1.0)
+        if self.maintenance_margin is not None:
+            _number("maintenance_margin", self.maintenance_margin, above=0.0)
+        _choice("day_count", self.day_count, tuple(DAY_COUNTS))
+        _choice("rounding", self.rounding, ("down", "nearest"))
+        _choice("band_kind", self.band_kind, ("absolute", "relative"))
+        _choice("band_to", self.band_to, ("target", "edge"))
+        _choice("unfilled", self.unfilled, ("wait", "lapse"))
+        window = self.impact_window
+        if isinstance(window, bool) or not isinstance(window, numbers.Integral) or window < 2:
+            raise ValueError(f"impact_window must be a whole number from 2 on, got {window!r}")
+        for name in ("dividends", "splits"):
+            if not isinstance(getattr(self, name), pd.DataFrame | None):
+                raise ValueError(
+                    f"{name} must be a table, dates x labels, got {_type(getattr(self, name))}"
+                )
+        if not isinstance(self.flows, pd.Series | None):
+            raise ValueError(f"flows must be a Series by date, got {_type(self.flows)}")
+        _ = self.fees
+
+    @property
+    def fees(self) -> Fees:
+        """The commission of an order beside the ratio of its value."""
+        return Fees(
+            float(self.min_fee),
+            float(self.fee_per_share),
+            math.inf if self.max_fee_ratio is None else float(self.max_fee_ratio),
+            _steps(self.fee_table),
+        )
+
+
+def _steps(table: Mapping[float, float] | None) -> tuple[tuple[float, float], ...]:
+    if table is None:
+        return ()
+    if not isinstance(table, Mapping) or not table:
+        raise ValueError(
+            "fee_table must map parts of an order's value to ratios, such as "
+            f"{{0: 0.001, 100_000: 0.0005}}, got {table!r}"
+        )
+    for start, ratio in table.items():
+        _number("fee_table's values", start, least=0.0)
+        _number("fee_table's ratios", ratio, least=0.0, most=1.0)
+    steps = sorted((float(start), float(ratio)) for start, ratio in table.items())
+    if steps[0][0] != 0.0:
+        raise ValueError(f"fee_table must begin at 0, it begins at {steps[0][0]:g}")
+    return tuple(steps)
+
+
+def _number(
+    name: str,
+    value: Any,
+    *,
+    above: float | None = None,
+    least: float | None = None,
+    most: float | None = None,
+) -> None:
+    good = isinstance(value, numbers.Real) and not isinstance(value, bool)
+    if good and math.isfinite(value):
+        high = most is None or value <= most
+        if high and (above is None or value > above) and (least is None or value >= least):
+            return
+    low = f"above {above:g}" if above is not None else f"from {least:g} on"
+    upper = "" if most is None else f" and at most {most:g}"
+    raise ValueError(f"{name} must be a number {low}{upper}, got {value!r}")
+
+
+def _choice(name: str, value: Any, known: tuple[str, ...]) -> None:
+    if value not in known:
+        raise ValueError(f"{name} must be one of {', '.join(map(repr, known))}, got {value!r}")
+
+
+def _type(value: Any) -> str:
+    return type(value).__name__

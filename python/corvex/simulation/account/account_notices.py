@@ -1,0 +1,49 @@
+"""What is to be said of a run that kept an account: orders that were cut, money that ran out."""
+
+from __future__ import annotations
+
+from typing import TYPE_CHECKING
+
+import pandas as pd
+
+from corvex.simulation.notices import date_text, warn
+from corvex.simulation.read.clock import Clock
+
+if TYPE_CHECKING:
+    from corvex._engine import SimulationResult
+
+__all__ = ["CUTS", "tell_of_account"]
+
+#: Why orders were cut, in the order of the engine's bits.
+CUTS = ("borrow", "price_limit", "volume", "cash", "margin")
+_TOLD = {
+    "borrow": "short sales were cut, as the asset cannot be borrowed (borrow_rate is missing)",
+    "margin": "positions were cut by the maintenance margin",
+}
+
+
+def tell_of_account(result: SimulationResult, labels: pd.Index, clock: Clock) -> None:
+    """Warn of what was not done as the weights wanted it.
+
+    Raises
+    ------
+    ValueError
+        When a withdrawal leaves nothing.
+    """
+    found = result["account"]
+    if found["overdrawn_session"] >= 0:
+        date = date_text(clock.index[found["overdrawn_session"]])
+        raise ValueError(f"the withdrawal of {date} is no less than the equity of that time")
+
+    def first(counts: tuple[int, int, int]) -> str:
+        return f"the first that of {labels[counts[2]]!r} on {date_text(clock.index[counts[1]])}"
+
+    for name, counts in zip(CUTS, found["cuts"], strict=True):
+        if counts[0] and name in _TOLD:
+            warn(f"{counts[0]} {_TOLD[name]}; {first(counts)}")
+    counts = found["unknown_volume"]
+    if counts[0]:
+        warn(
+            f"{counts[0]} orders met a session whose volume is missing, so nothing of them filled "
+            f"there; {first(counts)}"
+        )

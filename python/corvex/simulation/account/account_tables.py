@@ -1,0 +1,144 @@
+"""The money of a run that kept an account: by session, by asset, and in its round trips."""
+
+from __future__ import annotations
+
+from typing import TYPE_CHECKING, Any, cast
+
+import numpy as np
+import numpy.typing as npt
+import pandas as pd
+
+from corvex.simulation.account.account_notices import CUTS
+
+if TYPE_CHECKING:
+    from corvex._engine import AccountResult
+
+__all__ = ["ACCOUNT_COLUMNS", "account_costs", "account_table", "bookings_table", "trip_columns"]
+
+_Floats = npt.NDArray[np.float64]
+
+#: The columns of `report.account`, all in money.
+ACCOUNT_COLUMNS = (
+    *("cash", "long", "short", "gross", "equity", "interest", "financing", "borrow"),
+    *("dividends", "fees", "tax", "slippage", "impact", "flows"),
+)
+_KINDS = pd.Index(["borrow", "dividend", "split"])
+_DAYS = 365.25
+
+
+def account_table(found: AccountResult, sessions: pd.DatetimeIndex) -> pd.DataFrame:
+    """Return the money of each session; ``attrs`` hold the yearly money-weighted return.
+
+    Parameters
+    ----------
+    found : dict
+        As the engine gives it.
+    sessions : DatetimeIndex
+        The dates of the curve's sessions: the last ones of the run.
+    """
+    columns = {name: _padded(found, name, len(sessions)) for name in found["sessions"]}
+    columns["gross"] = columns["long"] - columns["short"]
+    table = pd.DataFrame({name: columns[name] for name in ACCOUNT_COLUMNS}, index=sessions)
+    start = _start(columns)
+    table.attrs = {
+        "capital": start,
+        "money_weighted_return": _money_weighted(start, table["flows"], columns["equity"][-1]),
+    }
+    return table
+
+
+def account_costs(found: AccountResult) -> dict[str, float]:
+    """Return what was paid and received in all, in units of the first equity, as the curve is."""
+    columns = found["sessions"]
+    units = columns["units"]
+    before = np.concatenate([units[:1], units[:-1]])  # a flow comes after what was accrued
+
+    def total(name: str) -> float:
+        accrued = name in ("financing", "borrow", "interest")
+        return float(np.cumsum(columns[name] / (before if accrued else units))[-1])
+
+    paid = ("fees", "tax", "slippage", "impact", "financing", "borrow")
+    sums = {name: total(name) for name in paid}
+    received = {name: total(name) for name in ("interest", "dividends")}
+    return {**sums, "total": sum(sums.values()), **received}
+
+
+def bookings_table(
+    found: AccountResult, labels: pd.Index, sessions: pd.DatetimeIndex
+) -> pd.DataFrame:
+    """Return what single assets paid or cost beside trades.
+
+    Returns
+    -------
+    DataFrame
+        ``date``, ``symbol`` (categories), ``kind`` ("dividend", "borrow" or "split"), ``money``
+        (paid is negative, dividends without the tax withheld) and ``shares`` held by then.
+    """
+    rows = found["bookings"]
+    return pd.DataFrame(
+        {
+            "date": sessions.take(rows["session"]),
+            "symbol": pd.Categorical.from_codes(rows["asset"], categories=labels),
+            "kind": pd.Categorical.from_codes(rows["kind"], categories=_KINDS),
+            "money": rows["money"],
+            "shares": rows["shares"],
+        },
+        copy=False,
+    )
+
+
+def trip_columns(found: AccountResult, filled: npt.NDArray[np.bool_]) -> dict[str, Any]:
+    """Return what the table of trades has beside its usual columns.
+
+    ``shares`` of the first fill, ``money`` gained with all that was paid and received, and
+    ``cut``: why orders traded less than was wanted, "" where they did not.
+    """
+    trips = found["trips"]
+    texts = [
+        ", ".join(name for bit, name in enumerate(CUTS) if code >> bit & 1)
+        for code in range(1 << len(CUTS))
+    ]
+    return {
+        "shares": np.where(filled, trips["shares"], np.nan),
+        "money": np.where(filled, trips["money"], np.nan),
+        "cut": pd.Index(texts).take(trips["cut"]),
+    }
+
+
+def _padded(found: AccountResult, name: str, length: int) -> _Floats:
+    """Return the last entries of a column; after a ruin nothing is written down any more."""
+    values = found["sessions"][name]
+    missing = found["length"] - len(values)
+    whole = np.concatenate([values, np.zeros(missing)]) if missing else values
+    return cast("_Floats", whole[len(whole) - length :])
+
+
+def _start(columns: dict[str, _Floats]) -> float:
+    """The money before the first session, from its identity."""
+    return float(columns["units"][0] - columns["flows"][0])
+
+
+def _money_weighted(start: float, flows: pd.Series, end: float) -> float:
+    """Return the yearly rate at which the start and the flows have grown to the end.
+
+    A flow counts from the close before its session. NaN where no rate above -100 % does that.
+    """
+    index = cast("pd.DatetimeIndex", flows.index)
+    days = (index - index[0]) / pd.Timedelta(days=1)
+    years = np.asarray(days, dtype=np.float64) / _DAYS
+    if years[-1] <= 0.0:
+        return float("nan")
+    since = np.concatenate([years[:1], years[:-1]])
+    amounts = flows.to_numpy() + np.where(np.arange(len(flows)) == 0, start, 0.0)
+    paid = np.flatnonzero(amounts)
+
+    def gap(log_rate: float) -> float:
+        return float((amounts[paid] * np.exp(log_rate * (years[-1] - since[paid]))).sum()) - end
+
+    low, high = -50.0, 50.0
+    if not gap(low) < 0.0 < gap(high):
+        return float("nan")
+    for _ in range(200):
+        middle = (low + high) / 2.0
+        low, high = (middle, high) if gap(middle) < 0.0 else (low, middle)
+    return float(np.expm1((low + high) / 2.0))

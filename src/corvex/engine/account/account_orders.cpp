@@ -1,0 +1,130 @@
+// What an account's orders may trade, and what they cost.
+#include "corvex/engine/account/account.hpp"
+#include "corvex/engine/account/lots.hpp"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <limits>
+
+namespace corvex::engine::inline v1 {
+
+namespace {
+
+/// An opening price this near to its limit is at it.
+constexpr double kLimitRounding = 1e-9;
+
+void count(CutCount& counts, std::size_t asset, std::size_t session) {
+    if (counts.count++ == 0) {
+        counts.session = static_cast<std::int64_t>(session);
+        counts.asset = static_cast<std::int64_t>(asset);
+    }
+}
+
+} // namespace
+
+void Account::allow(Wanted& wanted, double held, std::size_t session) {
+    const std::size_t asset = wanted.asset;
+    const double step = lot(asset);
+    wanted.after =
+        terms_.round_to_nearest ? nearest_lots(wanted.exact, step) : whole_lots(wanted.exact, step);
+    const double borrowed = std::min(held, 0.0);
+    if (wanted.after < borrowed && !can_borrow(asset, session)) {
+        wanted.after = borrowed;
+        wanted.cut |= Cut::kBorrow;
+    }
+    const double change = wanted.after - held;
+    if (change == 0.0) {
+        return;
+    }
+    if (at_limit(asset, session, change > 0.0, wanted.price)) {
+        wanted.after = held;
+        wanted.cut |= Cut::kPriceLimit;
+        return;
+    }
+    const double room = volume_.room(asset, session);
+    if (std::isnan(room)) {
+        count(result_.unknown_volume, asset, session);
+    }
+    if (!(std::abs(change) <= room)) {
+        const double most = std::isnan(room) ? 0.0 : whole_lots(room, step);
+        wanted.after = held + std::copysign(most, change);
+        wanted.cut |= Cut::kVolume;
+    }
+}
+
+double Account::banded_weight(std::size_t asset, std::size_t session, double weight,
+                              double held_weight) const {
+    const BandTerms& band = terms_.band;
+    // What is to be sold, turned or opened is always traded.
+    if (band.width.empty() || weight * held_weight <= 0.0) {
+        return weight;
+    }
+    const double width = band.width.at(session, asset) * (band.relative ? std::abs(weight) : 1.0);
+    if (std::abs(held_weight - weight) <= width) {
+        return std::numeric_limits<double>::quiet_NaN();
+    }
+    return band.to_edge ? weight + std::copysign(width, held_weight - weight) : weight;
+}
+
+bool Account::can_borrow(std::size_t asset, std::size_t session) const {
+    return terms_.borrow_rate.empty() || !std::isnan(terms_.borrow_rate.at(session, asset));
+}
+
+double Account::dividend_today(std::size_t asset, std::size_t session) const {
+    const auto now = static_cast<std::int64_t>(session);
+    const auto today = std::ranges::equal_range(terms_.dividends, now, {}, &AssetEvent::session);
+    double amount = 0.0;
+    for (const AssetEvent& event : today) {
+        amount += event.asset == asset ? event.amount : 0.0;
+    }
+    return amount;
+}
+
+/// Whether the session opens at the limit on which nobody takes the other side.
+bool Account::at_limit(std::size_t asset, std::size_t session, bool buy, double price) const {
+    if (terms_.price_limit.empty() || session == 0) {
+        return false;
+    }
+    const double limit = terms_.price_limit.at(session, asset);
+    const double split = splits_.factor(asset, session) / splits_.factor(asset, session - 1);
+    const double reference =
+        prices_.close().at(session - 1, asset) / split - dividend_today(asset, session);
+    const double opened = terms_.opens.empty() ? price : terms_.opens.at(session, asset);
+    const double opens = std::isnan(opened) ? price : opened;
+    return buy ? opens >= reference * (1.0 + limit) * (1.0 - kLimitRounding)
+               : opens <= reference * (1.0 - limit) * (1.0 + kLimitRounding);
+}
+
+OrderCost Account::order(std::size_t asset, std::size_t session, double before, double after,
+                         double price) {
+    const OrderCost paid = cost(asset, session, after - before, price);
+    orders_[asset] = {static_cast<std::int64_t>(session), before, after, price, paid};
+    log_.add(AccountColumn::kImpact, paid.impact);
+    volume_.take(asset, session, std::abs(after - before));
+    trips_.traded(asset, before, after, price, paid.total());
+    return paid;
+}
+
+const Account::LastOrder* Account::take_back(std::size_t asset, std::size_t session) {
+    LastOrder& order = orders_[asset];
+    if (order.session != static_cast<std::int64_t>(session)) {
+        return nullptr;
+    }
+    order.session = -1;
+    log_.add(AccountColumn::kImpact, -order.cost.impact);
+    volume_.give_back(asset, std::abs(order.after - order.before));
+    trips_.take_back(asset, order.before, order.after, order.price, order.cost.total());
+    return &order;
+}
+
+void Account::note_cut(std::size_t asset, std::size_t session, Cut cut) {
+    for (std::size_t bit = 0; bit < result_.cuts.size(); ++bit) {
+        if (has(cut, static_cast<Cut>(1U << bit))) {
+            count(result_.cuts[bit], asset, session);
+        }
+    }
+    trips_.cut(asset, cut);
+}
+
+} // namespace corvex::engine::inline v1

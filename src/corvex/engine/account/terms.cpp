@@ -1,0 +1,52 @@
+#include "corvex/engine/account/terms.hpp"
+
+#include "corvex/engine/portfolio/require.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+namespace corvex::engine::inline v1 {
+
+namespace {
+
+void validate_events(const AccountTerms& terms, std::size_t sessions, std::size_t assets) {
+    const auto inside = [&](std::int64_t session) {
+        return session >= 0 && session < static_cast<std::int64_t>(sessions);
+    };
+    for (const auto* events : {&terms.dividends, &terms.splits}) {
+        require(std::ranges::is_sorted(*events, {}, &AssetEvent::session),
+                "the events of an account must be ascending");
+        require(std::ranges::all_of(
+                    *events, [&](const auto& e) { return inside(e.session) && e.asset < assets; }),
+                "an event of the account lies outside the price table");
+    }
+    require(
+        std::ranges::all_of(
+            terms.splits, [](const auto& e) { return e.amount > 0.0 && std::isfinite(e.amount); }),
+        "a split must be a number above zero");
+    require(std::ranges::is_sorted(terms.flows, {}, &CashEvent::session) &&
+                std::ranges::all_of(terms.flows, [&](const auto& e) { return inside(e.session); }),
+            "the flows of an account must be ascending and inside the price table");
+}
+
+} // namespace
+
+void validate(const AccountTerms& terms, std::size_t sessions, std::size_t assets) {
+    require(terms.capital > 0.0 && std::isfinite(terms.capital), "the capital must be above zero");
+    require(terms.years.size() == sessions, "years must have one entry for each session");
+    for (const Grid* by_session : {&terms.cash_rate, &terms.financing_rate, &terms.short_rebate}) {
+        require(by_session->fits(sessions, 1), "a rate of the account does not fit the sessions");
+    }
+    for (const Grid* grid : {&terms.borrow_rate, &terms.fee_ratio, &terms.tax_ratio,
+                             &terms.slippage_ratio, &terms.lot_size, &terms.band.width,
+                             &terms.volume.volume, &terms.price_limit, &terms.opens}) {
+        require(grid->fits(sessions, assets), "a table of the account does not fit the prices");
+    }
+    require(terms.impact.window >= 2, "the window of the impact must be two sessions or more");
+    require((terms.volume.share == 0.0 && terms.impact.coefficient == 0.0) ||
+                (terms.volume.volume.rows == sessions && terms.volume.volume.columns == assets),
+            "the volumes are needed");
+    validate_events(terms, sessions, assets);
+}
+
+} // namespace corvex::engine::inline v1

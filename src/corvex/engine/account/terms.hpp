@@ -1,0 +1,87 @@
+#pragma once
+
+#include "corvex/engine/account/grid.hpp"
+
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <span>
+#include <vector>
+
+namespace corvex::engine::inline v1 {
+
+/// What happens at the beginning of a session, ascending by session.
+struct AssetEvent {
+    std::int64_t session;
+    std::uint32_t asset;
+    double amount;
+};
+struct CashEvent {
+    std::int64_t session;
+    double amount;
+};
+
+/// A ratio that holds for the part of an order's value from `from` on.
+struct FeeStep {
+    double from;
+    double ratio;
+};
+
+/// What an order pays beside the ratios.
+struct FeeTerms {
+    double minimum = 0.0;                                       ///< of each order, in money
+    double per_share = 0.0;                                     ///< in money
+    double max_ratio = std::numeric_limits<double>::infinity(); ///< of the value, above the minimum
+    std::vector<FeeStep> table; ///< in place of the ratio; empty = none
+};
+
+/// No trade while a weight is near its target.
+struct BandTerms {
+    Grid width; ///< empty = off
+    bool relative = false;
+    bool to_edge = false; ///< trades go to the band's edge instead of the target
+};
+
+/// How much of a session's volume an order may take.
+struct VolumeTerms {
+    Grid volume;        ///< shares, missing = unknown; of every session and asset
+    double share = 0.0; ///< 0 = no limit
+    bool lapse = false; ///< what does not fill is forgotten
+};
+
+/// Square-root impact.
+struct ImpactTerms {
+    double coefficient = 0.0; ///< 0 = off
+    std::size_t window = 20;  ///< sessions before the fill
+};
+
+/// The account as a broker keeps it, in money. Rates are per year.
+struct AccountTerms {
+    double capital = 1.0;
+    std::span<const double> years; ///< from the close before to each session's
+    Grid cash_rate{};              ///< by session: on free cash, the spread taken off
+    Grid financing_rate{};         ///< by session: on free cash below zero
+    Grid short_rebate{};           ///< by session: on the value of the shorts
+    Grid borrow_rate{};            ///< on the value of a short; missing = cannot be borrowed
+    Grid fee_ratio{};              ///< these three by asset; empty = those of the options
+    Grid tax_ratio{};
+    Grid slippage_ratio{};
+    FeeTerms fees{};
+    Grid lot_size{}; ///< by asset; 0 = any quantity
+    bool round_to_nearest = false;
+    std::vector<AssetEvent> dividends{}; ///< money for each share, once the split has been done
+    std::vector<AssetEvent> splits{};    ///< new shares for each old one
+    double withholding_tax = 0.0;
+    BandTerms band{};
+    VolumeTerms volume{};
+    ImpactTerms impact{};
+    Grid price_limit{};              ///< by asset, a fraction of the close before; empty = none
+    Grid opens{};                    ///< what the limits look at; empty = the fill prices
+    double maintenance_margin = 0.0; ///< equity over gross value, 0 = none
+    std::vector<CashEvent> flows{};
+};
+
+/// @throws std::invalid_argument for shapes that do not fit, or values that can mean nothing.
+void validate(const AccountTerms& terms, std::size_t sessions, std::size_t assets);
+
+} // namespace corvex::engine::inline v1
