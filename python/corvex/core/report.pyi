@@ -162,6 +162,8 @@ class Report:
     data_readiness: _Record | None
     yearly_turnover: float
     costs: dict[str, float]
+    account: pd.DataFrame | None
+    bookings: pd.DataFrame | None
     settings: _Record
     #: What a reader is to know: texts, or a text for each language ("en", "zh-Hant").
     notes: list[str | dict[str, str]]
