@@ -99,7 +99,8 @@ def report_of(
             },
         )
     )
-    note_origin(report, Origin(plan, run.options, run.trade_at, index, prices.end is not None))
+    if run.account is None:  # draws without an account are no measure of a run with one
+        note_origin(report, Origin(plan, run.options, run.trade_at, index, prices.end is not None))
     return report
 
 
