@@ -135,7 +135,8 @@ def _money_weighted(start: float, flows: pd.Series, end: float) -> float:
     def gap(log_rate: float) -> float:
         return float((amounts[paid] * np.exp(log_rate * (years[-1] - since[paid]))).sum()) - end
 
-    low, high = -50.0, 50.0
+    high = min(50.0, 600.0 / years[-1])  # what a float can still raise to its power
+    low = -high
     if not gap(low) < 0.0 < gap(high):
         return float("nan")
     for _ in range(200):
