@@ -5,6 +5,8 @@ from __future__ import annotations
 import math
 from dataclasses import dataclass
 
+from corvex.accounts.fees import Fees
+
 __all__ = ["Asset", "Costs", "cash_after", "size"]
 
 _ROUNDS = 60
@@ -32,8 +34,8 @@ class Costs:
     min_fee: float
 
     def fee(self, value: float) -> float:
-        """Return the commission of an order of this value."""
-        return max(value * self.fee_ratio, self.min_fee) if value else 0.0
+        """Return the commission of an order of this value, as a simulation charges it."""
+        return Fees(min_fee=self.min_fee).commission(value, 0.0, self.fee_ratio)
 
     def tax(self, value: float, *, sale: bool) -> float:
         """Return the tax of an order of this value."""

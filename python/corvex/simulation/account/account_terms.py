@@ -202,7 +202,8 @@ class _Reader:
             at = int(np.argmin(np.isfinite(amounts)))
             raise ValueError(f"flows on {date_text(dates[at])} is {amounts[at]}, not an amount")
         rows, moved = rows_from(self._clock, dates)
-        early, late = rows < self._first, rows >= len(self._clock)
+        early = (rows < self._first) | (moved & (rows == 0))
+        late = rows >= len(self._clock)
         if (early | late).any():
             date = date_text(dates[int(np.argmax(early | late))])
             warn(

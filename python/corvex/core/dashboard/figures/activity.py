@@ -18,6 +18,9 @@ __all__ = ["assumptions", "costs", "exposure", "liquidity", "yearly_activity"]
 
 Floats = npt.NDArray[np.float64]
 
+#: What only a run that kept an account may have paid beside its trades' fees.
+_OF_ACCOUNTS = ("impact", "financing", "borrow")
+
 
 def exposure(report: Report) -> dict[str, Any] | None:
     """Return gross and net exposure and the number of holdings wherever a weight changes.
@@ -93,6 +96,7 @@ def costs(report: Report) -> dict[str, Any]:
         "slippage_ratio": _number(settings.get("slippage_ratio")),
         "turnover": _number(getattr(report, "yearly_turnover", None)),
         **{name: _number(totals.get(name)) for name in ("fees", "tax", "slippage", "total")},
+        **{name: _number(totals[name]) for name in _OF_ACCOUNTS if name in totals},
     }
 
 

@@ -66,7 +66,8 @@ function costTable() {
     ["fees", fee, paid.fees],
     ["tax", tax, paid.tax],
     ["slippage", slippage, paid.slippage],
-  ].filter(([, rate, sum]) => rate !== null || sum !== null);
+    ...["impact", "financing", "borrow"].map((kind) => [kind, undefined, paid[kind] || null]),
+  ].filter(([, rate, sum]) => (rate ?? null) !== null || sum !== null);
   const known = paid.total !== null;
   const columns = [
     { label: t("cost_kind"), text: ([kind]) => t(kind) },
