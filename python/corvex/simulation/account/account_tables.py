@@ -139,7 +139,7 @@ def _money_weighted(start: float, flows: pd.Series, end: float) -> float:
     low = -high
     if not gap(low) < 0.0 < gap(high):
         return float("nan")
-    for _ in range(200):
+    for _ in range(60):
         middle = (low + high) / 2.0
         low, high = (middle, high) if gap(middle) < 0.0 else (low, middle)
     return float(np.expm1((low + high) / 2.0))

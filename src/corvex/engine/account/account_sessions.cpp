@@ -126,8 +126,12 @@ void Account::end(Book& book, std::size_t session, double equity, const CostTota
     double longs = 0.0;
     double shorts = 0.0;
     borrowed_.clear();
-    for (const std::uint32_t asset : book.held()) {
-        const double value = book.shares(asset) * book.price_after(asset, session);
+    for (const std::uint32_t asset : book.marked()) {
+        const double shares = book.shares(asset);
+        if (shares == 0.0) {
+            continue;
+        }
+        const double value = shares * book.price_after(asset, session);
         (value > 0.0 ? longs : shorts) += value;
         if (value < 0.0 && !terms_.borrow_rate.empty()) {
             borrowed_.push_back({asset, -value * borrow_rate(asset, session)});

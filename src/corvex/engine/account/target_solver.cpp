@@ -73,11 +73,7 @@ double TargetSolver::settle(double equity_before) const {
         last_gap = gap;
         equity = slope > 0.1 ? equity - gap / slope : equity_before - costs;
     }
-    // The last digits without the cancellation of a secant.
-    for (int step = 0; step < 3; ++step) {
-        equity = equity_before - costs_at(equity);
-    }
-    return equity;
+    return equity_before - costs; // the last digits, without the cancellation of a secant
 }
 
 double TargetSolver::solve(double equity_before) {

@@ -56,6 +56,13 @@ class Book {
     [[nodiscard]] const std::vector<double>& shares() const { return shares_; }
     /// The held assets, ascending.
     const std::vector<std::uint32_t>& held();
+    /// The same without a look at each asset where nothing changed; some may have been sold.
+    const std::vector<std::uint32_t>& marked() {
+        if (changed_) {
+            refresh_held();
+        }
+        return held_;
+    }
 
   private:
     [[nodiscard]] double dot(const double* row) const;
