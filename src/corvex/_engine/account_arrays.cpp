@@ -19,7 +19,6 @@ namespace nb = nanobind;
 
 namespace corvex::bindings {
 
-using engine::AccountTerms;
 using engine::AssetEvent;
 using engine::Booking;
 using engine::CutCount;
