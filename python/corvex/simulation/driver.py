@@ -71,7 +71,7 @@ def simulate(
     holdings      weights, position_limit, leverage
     prices        prices, trade_at, market; of arrays: dates, assets
     time          resample, resample_offset, start, end
-    costs         fee_ratio, tax_ratio, slippage_ratio
+    costs         fee_ratio, tax_ratio, slippage_ratio, account
     stops         stop_loss, take_profit, trail_stop, touched_exit, stop_cooldown
     the report    benchmark, live_performance_start, name, upload
     ============  ================================================================================
