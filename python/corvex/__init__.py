@@ -29,6 +29,7 @@ if TYPE_CHECKING:
         confidence,
         random_entries,
         random_portfolios,
+        superior_strategies,
         trial_statistics,
     )
     from corvex.simulation import simulate
@@ -61,6 +62,7 @@ __all__ = [
     "save_figure",
     "save_workbook",
     "simulate",
+    "superior_strategies",
     "sweep",
     "trial_statistics",
     "turnover",
@@ -90,6 +92,7 @@ _LAZY = {
     "save_workbook": "corvex.exporting",
     "simulate": "corvex.simulation",
     "sweep": "corvex.sweeping",
+    "superior_strategies": "corvex.significance",
     "trial_statistics": "corvex.significance",
     "turnover": "corvex.explain.attribution",
     "walk_forward": "corvex.sweeping",

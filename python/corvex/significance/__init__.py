@@ -12,6 +12,7 @@ if TYPE_CHECKING:
     from corvex.significance.lookahead import LookaheadCheck, check_lookahead
     from corvex.significance.random_draws import random_entries, random_portfolios
     from corvex.significance.random_result import RandomDraws
+    from corvex.significance.superior import Superiority, superior_strategies
     from corvex.significance.trials import TrialStatistics, trial_statistics
     from corvex.significance.uncertainty import Confidence, confidence
 
@@ -19,11 +20,13 @@ __all__ = [
     "Confidence",
     "LookaheadCheck",
     "RandomDraws",
+    "Superiority",
     "TrialStatistics",
     "check_lookahead",
     "confidence",
     "random_entries",
     "random_portfolios",
+    "superior_strategies",
     "trial_statistics",
 ]
 
@@ -31,11 +34,13 @@ _HOMES = {
     "Confidence": "uncertainty",
     "LookaheadCheck": "lookahead",
     "RandomDraws": "random_result",
+    "Superiority": "superior",
     "TrialStatistics": "trials",
     "check_lookahead": "lookahead",
     "confidence": "uncertainty",
     "random_entries": "random_draws",
     "random_portfolios": "random_draws",
+    "superior_strategies": "superior",
     "trial_statistics": "trials",
 }
 

@@ -135,3 +135,27 @@ def test_the_words_tell_the_figures_in_both_languages():
     assert repr(found).splitlines()[1].endswith(dict(rows(found))["daily_sharpe"])
     never = dataclasses.replace(found, figures=f.replace(f["min_track_record_years"], math.inf))
     assert "no number of years" in dict(rows(never))["psr"]
+
+
+@pytest.mark.parametrize("zone", [None, "UTC", "Asia/Taipei"])
+def test_a_search_is_tested_against_a_benchmark_that_does_not_cover_it(zone):
+    draw = np.random.default_rng(1)
+    days = pd.bdate_range("2015-01-01", periods=1500, tz=zone)
+    market = pd.Series(draw.normal(0.0008, 0.01, 1500), days)
+    table = pd.DataFrame(draw.normal(0, 0.003, (1500, 12)), days, list("ABCDEFGHIJKL"))
+    table = table.add(market, axis=0)
+    table["G"] += 0.0006
+    table.iloc[3, 2] = np.nan
+    late = market.iloc[200:1400].where(np.arange(1200) % 50 != 7)
+    against = corvex.superior_strategies(table, late)
+    assert (against.best, against.superior) == ("G", ["G"])
+    assert against.lower <= against.consistent <= against.upper < 0.05
+    assert against.bars == late.notna().sum()
+    assert corvex.superior_strategies(table).consistent < 0.05  # they rose with the market
+    without = corvex.superior_strategies(table.drop(columns="G"), market)
+    assert without.superior == []
+    assert without.reality_check > 0.05
+    with pytest.raises(ValueError, match="shares 0 dates"):
+        corvex.superior_strategies(table, late.set_axis(late.index + pd.Timedelta("1h")))
+    with pytest.raises(ValueError, match="no strategy has"):
+        corvex.superior_strategies(table[["A"]] * 0)
