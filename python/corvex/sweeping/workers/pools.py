@@ -7,6 +7,7 @@ import importlib
 import os
 import tempfile
 import time
+from abc import ABC, abstractmethod
 from collections.abc import Callable
 from concurrent.futures import (
     BrokenExecutor,
@@ -64,7 +65,7 @@ def _is_dask_client(value: Any) -> bool:
     )
 
 
-class Pool:
+class Pool(ABC):
     """Workers that run chunks of one job.
 
     Attributes
@@ -104,9 +105,9 @@ class Pool:
         """How many chunks can run at a time."""
         return int(getattr(self._executor, "_max_workers", None) or os.cpu_count() or 1)
 
+    @abstractmethod
     def submit(self, chunk: Chunk) -> Future[Answer]:
         """Hand a chunk over."""
-        raise NotImplementedError
 
     def submit_whole(self, chunk: Chunk) -> Future[Answer]:
         """Hand a chunk over together with the job, which its worker did not have."""
