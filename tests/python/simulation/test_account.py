@@ -133,3 +133,67 @@ def test_money_weighted_return_is_the_curves_own_without_flows():
     years = (curve.index[-1] - curve.index[0]).days / 365.25
     grown = curve.iloc[-1] ** (1 / years) - 1
     assert report.account.attrs["money_weighted_return"] == pytest.approx(grown)
+
+
+def quoted_prices(kind):
+    """Prices without splits and dividends inside, both events, and the prices adjusted for them."""
+    whole = corvex.data.sample("us_stocks").loc["2019":"2021", ["AAPL", "MSFT", "JNJ"]]
+    rng = np.random.default_rng(7)
+    pays = np.zeros(whole.shape)
+    ratio = np.ones(whole.shape)
+    if kind == "quarterly":  # half a percent in turns, and Apple's split of August 2020
+        for asset in range(3):
+            pays[30 + 10 * asset :: 63, asset] = 0.005
+        ratio[whole.index.get_loc("2020-08-31"), 0] = 4.0
+    else:  # often on neighbouring dates, now and then large, with splits on the same date
+        pays[1:] = rng.uniform(0, 0.2, pays[1:].shape) * (rng.random(pays[1:].shape) < 0.05)
+        ratio[rng.random(whole.shape) < 0.01] = 1.5
+        ratio[rng.random(whole.shape) < 0.01] = 0.25
+        ratio[0] = 1.0
+    shares = ratio.cumprod(axis=0)  # that one share of the beginning has become
+    quoted = whole / shares
+    dividends = quoted * pays
+    adjusted = whole * (1 + pays).cumprod(axis=0)  # all before an ex-date times p / (p + d)
+    return quoted, dividends, quoted * 0 + ratio, shares, adjusted
+
+
+@pytest.mark.parametrize("kind", ["quarterly", "random"])
+def test_quoted_prices_differ_from_adjusted_ones_by_the_reinvestment_alone(kind):
+    """A share bought at P has since paid D1, D2, ... (P and D by the share of the beginning).
+
+    The account holds P(t) + D1 + D2 + ...; prices adjusted by p / (p + d) put each dividend back
+    at the ex-date's close, where it buys D/P shares: P(t) (1 + D1/P1) (1 + D2/P2) ... A rebalance
+    puts the account's cash back too, so one on each session leaves no difference. (Prices
+    adjusted by 1 - d / close before buy at another price, and never agree to the last digit.)
+    """
+    quoted, dividends, splits, shares, adjusted = quoted_prices(kind)
+    rng = np.random.default_rng(11)
+    targets = rng.uniform(-0.3, 0.4, (12, 3))
+    rows = np.sort(rng.choice(np.arange(len(quoted) - 2), 12, replace=False))
+    weights = pd.DataFrame(targets, quoted.index[rows], quoted.columns)
+    free = {"fee_ratio": 0, "tax_ratio": 0, "leverage": True, "market": "us_stock"}
+    account = corvex.Account(capital=1e6, dividends=dividends, splits=splits)
+    paid = corvex.simulate(weights, quoted, account=account, **free).creturn
+    back = corvex.simulate(weights, adjusted, **free).creturn
+
+    price, money = quoted * shares, (dividends * shares).cumsum()
+    bought = (1 + dividends / quoted).cumprod()
+    largest = 0.0
+    fills = quoted.index[rows + 1]
+    for fill, end, weight in zip(fills, [*fills[1:], quoted.index[-1]], targets, strict=True):
+        held = slice(fill, end)
+        reinvested = price[held] * (bought[held] / bought.loc[fill] - 1)
+        apart = ((reinvested - (money[held] - money.loc[fill])) / price.loc[fill]) @ weight
+        grown = back[held] / back[fill] - paid[held] / paid[fill]
+        np.testing.assert_allclose(grown, apart, atol=1e-12)
+        largest = max(largest, apart.abs().max())
+    assert largest > 1e-4  # or nothing was shown
+
+    daily = weights.reindex(quoted.index, method="ffill").loc[weights.index[0] :]
+    paid = corvex.simulate(daily, quoted, account=account, resample="D", **free).creturn
+    back = corvex.simulate(daily, adjusted, resample="D", **free).creturn
+    np.testing.assert_allclose(paid, back, rtol=1e-12)
+    # Splits alone differ by nothing, whatever is rebalanced when.
+    account = corvex.Account(capital=1e6, splits=splits)
+    split = corvex.simulate(weights, quoted, account=account, **free).creturn
+    np.testing.assert_allclose(split, corvex.simulate(weights, price, **free).creturn, rtol=1e-13)
