@@ -20,26 +20,36 @@ _SIMPLE = (
     type(None), bool, int, float, complex, str, bytes, datetime.date, datetime.time,
     datetime.timedelta, np.generic, pd.offsets.BaseOffset,
 )  # fmt: skip
+_TABLES = (pd.DataFrame, pd.Series, pd.Index)
+
+#: What has been counted already, by its id: its number, and itself.
+type _Seen = dict[int, tuple[int, Any]]
 
 
 def digest(value: Any) -> str:
     """Return a short text that differs where two values differ.
 
     Tables count with their values, labels and dates; functions with their source, their defaults,
-    the values that they close over and the functions of their own module that they name; other
-    objects with their class and what they hold.
+    the values that they close over, and the functions, classes, numbers and texts of their own
+    module that they name; other objects with their class and what they hold.
     """
     state = hashlib.blake2b(digest_size=8)
     _add(state, value, {})
     return state.hexdigest()
 
 
-def _add(state: Any, value: Any, seen: dict[int, Any]) -> None:
+def _add(state: Any, value: Any, seen: _Seen) -> None:
     state.update(f"<{type(value).__name__}>".encode())
     if isinstance(value, _SIMPLE):
         state.update(repr(value).encode())
-    elif id(value) not in seen:
-        seen[id(value)] = value  # kept alive: an id is given anew when its object goes
+    elif isinstance(value, _TABLES):  # equal ones are alike, whether or not they are one object
+        _add_table(state, value, seen)
+    elif isinstance(value, np.ndarray):
+        _add_array(state, value, seen)
+    elif id(value) in seen:
+        state.update(f"{seen[id(value)][0]}".encode())
+    else:
+        seen[id(value)] = len(seen), value  # kept alive: an id is given anew when its object goes
         for kinds, add in _BY_KIND:
             if isinstance(value, kinds):
                 add(state, value, seen)
@@ -47,7 +57,7 @@ def _add(state: Any, value: Any, seen: dict[int, Any]) -> None:
         _add_object(state, value, seen)
 
 
-def _add_array(state: Any, values: np.ndarray, seen: dict[int, Any]) -> None:
+def _add_array(state: Any, values: np.ndarray, seen: _Seen) -> None:
     state.update(f"{values.dtype}{values.shape}".encode())
     if values.dtype == object:
         _add(state, values.tolist(), seen)
@@ -55,24 +65,26 @@ def _add_array(state: Any, values: np.ndarray, seen: dict[int, Any]) -> None:
         state.update(np.ascontiguousarray(values).view(np.uint8).data)
 
 
-def _add_items(state: Any, items: Iterable[Any], seen: dict[int, Any]) -> None:
+def _add_items(state: Any, items: Iterable[Any], seen: _Seen) -> None:
     if isinstance(items, Mapping):
         items = [(key, items[key]) for key in sorted(items, key=repr)]
     elif isinstance(items, set | frozenset):
         items = sorted(items, key=repr)
+    items = list(items)
+    state.update(f"{len(items)}:".encode())
     for item in items:
         _add(state, item, seen)
 
 
-def _add_partial(state: Any, value: functools.partial[Any], seen: dict[int, Any]) -> None:
+def _add_partial(state: Any, value: functools.partial[Any], seen: _Seen) -> None:
     _add_items(state, (value.func, value.args, value.keywords), seen)
 
 
-def _add_method(state: Any, value: types.MethodType, seen: dict[int, Any]) -> None:
+def _add_method(state: Any, value: types.MethodType, seen: _Seen) -> None:
     _add_items(state, (value.__func__, value.__self__), seen)
 
 
-def _add_table(state: Any, table: Any, seen: dict[int, Any]) -> None:
+def _add_table(state: Any, table: Any, seen: _Seen) -> None:
     if isinstance(table, pd.Index):
         if isinstance(table, pd.DatetimeIndex):
             state.update(str(table.tz).encode())
@@ -94,7 +106,7 @@ def _add_table(state: Any, table: Any, seen: dict[int, Any]) -> None:
             _add(state, table.iloc[:, place].to_numpy(), seen)
 
 
-def _add_function(state: Any, function: types.FunctionType, seen: dict[int, Any]) -> None:
+def _add_function(state: Any, function: types.FunctionType, seen: _Seen) -> None:
     _add_source(state, function)
     _add(state, (function.__defaults__, function.__kwdefaults__), seen)
     for cell in function.__closure__ or ():
@@ -102,10 +114,18 @@ def _add_function(state: Any, function: types.FunctionType, seen: dict[int, Any]
             _add(state, cell.cell_contents, seen)
         except ValueError:  # not filled yet
             continue
-    for name in function.__code__.co_names:
+    for name in _names(function.__code__):
         other = function.__globals__.get(name)
-        if isinstance(other, types.FunctionType) and other.__module__ == function.__module__:
+        if isinstance(other, _SIMPLE) or (
+            isinstance(other, types.FunctionType | type) and other.__module__ == function.__module__
+        ):
             _add(state, other, seen)
+
+
+def _names(code: types.CodeType) -> list[str]:
+    """What a function and the functions in it take from their module, or might."""
+    inner = (one for one in code.co_consts if isinstance(one, types.CodeType))
+    return [*code.co_names, *(name for one in inner for name in _names(one))]
 
 
 def _add_source(state: Any, value: Any) -> None:
@@ -127,7 +147,7 @@ def _add_code(state: Any, code: types.CodeType) -> None:
             state.update(repr(constant).encode())
 
 
-def _add_object(state: Any, value: Any, seen: dict[int, Any]) -> None:
+def _add_object(state: Any, value: Any, seen: _Seen) -> None:
     if hasattr(value, "__arrow_c_stream__"):
         import pyarrow as pa
 
@@ -151,9 +171,7 @@ def _add_object(state: Any, value: Any, seen: dict[int, Any]) -> None:
         return
 
 
-_BY_KIND: tuple[tuple[Any, Callable[[Any, Any, dict[int, Any]], None]], ...] = (
-    ((pd.DataFrame, pd.Series, pd.Index), _add_table),
-    (np.ndarray, _add_array),
+_BY_KIND: tuple[tuple[Any, Callable[[Any, Any, _Seen], None]], ...] = (
     ((Mapping, list, tuple, set, frozenset), _add_items),
     (range, lambda state, value, _: state.update(repr(value).encode())),
     (functools.partial, _add_partial),

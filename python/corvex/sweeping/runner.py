@@ -243,10 +243,14 @@ class Runner:
         settings = self._settings.get(shared)
         if settings is None:
             settings = self._settings[shared] = Settings.read(self._job.fixed, given)
-        how = settings.limit, settings.leverage
+        how = settings.weights
         if how not in tables:
             self._like = read_weights(
-                weights, limit=how[0], leverage=how[1], like=self._like, **settings.axes
+                weights,
+                limit=settings.limit,
+                leverage=settings.leverage,
+                like=self._like,
+                **settings.axes,
             )
             tables[how] = self._like
         data = self._data_of(settings, given, tables[how])

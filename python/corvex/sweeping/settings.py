@@ -64,12 +64,15 @@ class Settings:
         All of them.
     span : tuple
         What chooses prices; settings of equal ones share them.
+    weights : tuple
+        What tells how weights are read.
     plan : tuple
         What a plan depends on beside weights and prices.
     """
 
     arguments: Mapping[str, Any]
     span: tuple[Any, ...]
+    weights: tuple[Any, ...]
     plan: tuple[Any, ...]
     rule: Rule
     offset: pd.Timedelta
@@ -83,14 +86,16 @@ class Settings:
         axes = {name: given[name] for name in ("dates", "assets")}
         given["trade_at"] = as_table(given["trade_at"], "trade_at", **axes)
         rule = read_resample(given["resample"])
+        limit, leverage = checked_limit(given["position_limit"]), bool(given["leverage"])
         return cls(
             arguments=given,
             span=tuple(_key(given[name]) for name in _SPAN),
+            weights=(limit, leverage, *map(_key, axes.values())),
             plan=tuple(_key(given[name]) for name in BAKED),
             rule=rule,
             offset=read_offset(rule, given["resample_offset"]),
-            limit=checked_limit(given["position_limit"]),
-            leverage=bool(given["leverage"]),
+            limit=limit,
+            leverage=leverage,
         )
 
     @property

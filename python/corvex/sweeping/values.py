@@ -120,19 +120,33 @@ _WRITERS: tuple[tuple[tuple[type, ...], str, Callable[[Any], Any]], ...] = (
     ((type(pd.NaT), datetime.datetime), "time", lambda value: pd.Timestamp(value).isoformat()),
     ((datetime.date,), "date", lambda value: value.isoformat()),
     ((datetime.timedelta,), "length", lambda value: pd.Timedelta(value).isoformat()),
-    ((pd.offsets.BaseOffset,), "offset", lambda value: value.freqstr),
+    ((pd.offsets.BaseOffset,), "offset", lambda value: _offset_text(value)),  # noqa: PLW0108
     ((tuple,), "tuple", lambda value: [_written(part) for part in value]),
 )
 _READERS: dict[str, Callable[[Any], Any]] = {
     "time": pd.Timestamp,
     "date": datetime.date.fromisoformat,
     "length": pd.Timedelta,
-    "offset": pd.tseries.frequencies.to_offset,
+    "offset": lambda text: _offset(text) or text,
     "float": float,
     "enum": str,
     "tuple": lambda parts: tuple(_read(part) for part in parts),
     "name": lambda name: _read(name),  # noqa: PLW0108  (defined below)
 }
+
+
+def _offset(text: str) -> pd.offsets.BaseOffset | None:
+    try:
+        return pd.tseries.frequencies.to_offset(text)
+    except ValueError:
+        return None
+
+
+def _offset_text(value: pd.offsets.BaseOffset) -> str:
+    text: str = value.freqstr
+    if type(value) is not pd.DateOffset and _offset(text) != value:
+        raise TypeError(text)  # such as one with holidays, which its text does not tell
+    return text
 
 
 def _read(written: Any) -> Any:

@@ -195,6 +195,8 @@ def fail(kind, *told):
 def test_errors_come_back_from_workers(error, raised, text):
     with pytest.raises(raised, match=text):
         corvex.sweep(lambda prices: fail(*error), prices(), executor=Here(), on_error="raise")
+    with ThreadPoolExecutor(1) as threads, pytest.raises(error[0], match=text):
+        corvex.sweep(lambda prices: fail(*error), prices(), executor=threads, on_error="raise")
 
 
 def test_what_no_worker_can_run_is_told():

@@ -123,6 +123,34 @@ def test_what_a_strategy_holds_is_part_of_it(tmp_path):
     swept(tmp_path, [3], strategy=made(5))
     with pytest.raises(ValueError, match="strategy differs"):
         swept(tmp_path, [3], strategy=made(6))
+    code = compile(
+        "def rule(prices):\n    return [one < LIMIT for one in map(abs, prices)]", "", "exec"
+    )
+    rules = []
+    for limit in (5, 6):
+        space = {"__name__": "own", "LIMIT": limit}
+        exec(code, space)
+        rules.append(digest(space["rule"]))
+    assert rules[0] != rules[1]
+
+
+def test_how_values_are_nested_and_repeated_is_part_of_them():
+    one, other = [1], [2]
+    forms = [[[1], 2], [[1, 2]], [[1, 2], []], [one, other, one], [one, other, other]]
+    assert len({digest(form) for form in forms}) == len(forms)
+    table = prices(9)
+    assert digest([table, table]) == digest([table, table.copy()])
+
+
+def test_a_length_of_months_is_read_back_from_a_folder(tmp_path):
+    lengths = [pd.DateOffset(months=1), pd.offsets.MonthEnd(2)]
+
+    def since(prices, length):
+        return prices > prices.reindex(prices.index - length, method="ffill").to_numpy()
+
+    corvex.sweep(since, prices(), signal={"length": lengths}, market="tw_stock", store=tmp_path)
+    read = corvex.open_sweep(tmp_path).labels["length"]
+    assert read == ["<DateOffset: months=1>", lengths[1]]
 
 
 def test_fingerprints_of_tables_tell_each_value_label_and_date_every_time():

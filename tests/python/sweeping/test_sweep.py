@@ -14,6 +14,7 @@ import corvex
 from corvex import _engine
 
 FIXED = {"market": "us_stock", "fee_ratio": 0.001, "tax_ratio": 0.0}
+HOLIDAYS = pd.offsets.CustomBusinessDay(holidays=["2021-01-05"])
 
 
 def daily(zone=None, count=260, assets="ABCD"):
@@ -168,6 +169,7 @@ def test_parameters_of_any_kind_find_their_run():
         ({"signal": {}}, ValueError, "missing a required argument: 'lookback'"),
         ({"signal": {"lookback": [daily()]}}, ValueError, "give such values names"),
         ({"signal": {"lookback": daily()}}, ValueError, "give it a name"),
+        ({"signal": {"lookback": [HOLIDAYS]}}, ValueError, "give such values names"),
         ({"signal": 3}, ValueError, "signal must be a mapping"),
         ({"options": {"trailstop": [1]}}, ValueError, "did you mean 'trail_stop'"),
         ({"options": {"upload": [True]}}, ValueError, "publishes nothing"),
@@ -247,6 +249,18 @@ def test_tables_that_share_dates_and_labels_or_nearly_do_are_each_read_as_they_a
                 continue
             report = corvex.simulate(tables[name], prices, resample=rule, **FIXED)
             assert_same(found, run, report)
+
+
+def test_arrays_are_read_with_the_assets_of_their_run():
+    prices = daily()
+    array, options = (
+        np.full((len(prices), 2), 0.5),
+        {"assets": {"first": ["A", "B"], "last": ["C", "D"]}},
+    )
+    found = corvex.sweep(array, prices, options=options, dates=prices.index, **FIXED)
+    for run, assets in enumerate(options["assets"].values()):
+        report = corvex.simulate(array, prices, assets=assets, dates=prices.index, **FIXED)
+        assert_same(found, run, report)
 
 
 def test_empty_grids_and_single_runs():

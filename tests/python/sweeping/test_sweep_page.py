@@ -76,6 +76,19 @@ def test_page_tells_figures_errors_and_luck_and_escapes_every_text(prices, tmp_p
     assert opened[1]["confidence"]["rows"] != {}  # from the curve that was kept
 
 
+def test_a_kept_curve_is_judged_from_its_first_fill_on(prices, tmp_path):
+    for first in (0, 400):
+        late = (prices > prices.shift(21)).iloc[first:]
+        late.index = late.index - pd.Timedelta(days=3 * (first == 0))  # known before the prices
+        fixed = {"market": "us_stock", "resample": "ME", "fee_ratio": 0.001}
+        sweep = corvex.sweep({"late": late}, prices, keep="curves", **fixed)
+        read = Sweep(sweep.labels, sweep._results, title=None, riskfree_rate=0.02)
+        pages = [written(one, tmp_path)[1]["confidence"] for one in (sweep, read)]
+        for name in ("daily_sharpe", "cagr"):
+            told = [dict(page["rows"]["en"])[name].split(",")[0] for page in pages]
+            assert told[0] == told[1]
+
+
 @pytest.mark.filterwarnings("ignore:.*runs failed", "ignore:no rebalance has a weight")
 @pytest.mark.parametrize("kinds", [["raises"], ["nothing"], ["rank"]])
 def test_page_of_one_run_without_or_with_figures(prices, tmp_path, kinds):

@@ -113,6 +113,8 @@ class Crew:
         elif pool.is_death(error):
             chunk.deaths += 1
             lost.append(chunk)
+        elif pool.runs_here and self._raises:
+            raise error
         elif not self._answered:
             raise RuntimeError(f"the workers cannot run the sweep: {error}") from error
         else:

@@ -72,6 +72,8 @@ class Pool(ABC):
     ----------
     loss : str
         What is told of a death.
+    runs_here : bool
+        Chunks run in this process, so that an error of one is as the run raised it.
 
     Parameters
     ----------
@@ -89,6 +91,7 @@ class Pool(ABC):
         "a worker process died and its pool with it; the sweep goes on in a new pool, and runs "
         "again what was lost"
     )
+    runs_here = False
 
     def __init__(self, executor: Executor, job: Job, threads: int, *, raises: bool) -> None:
         self._executor = executor
@@ -124,6 +127,8 @@ class Pool(ABC):
 
 class _Threads(Pool):
     """Threads of this process: nothing travels."""
+
+    runs_here = True
 
     def __init__(self, executor: Executor, job: Job, threads: int, *, raises: bool) -> None:
         super().__init__(executor, job, threads, raises=raises)
