@@ -5,14 +5,14 @@ from __future__ import annotations
 import math
 import numbers
 from collections.abc import Mapping
-from dataclasses import dataclass
+from dataclasses import dataclass, fields
 from typing import Any, Literal
 
 import pandas as pd
 
 from corvex.accounts.fees import Fees
 
-__all__ = ["DAY_COUNTS", "Account", "Values"]
+__all__ = ["DAY_COUNTS", "Account", "Values", "kept_terms"]
 
 type Values = float | pd.Series | pd.DataFrame
 
@@ -167,6 +167,35 @@ class Account:
             math.inf if self.max_fee_ratio is None else float(self.max_fee_ratio),
             _steps(self.fee_table),
         )
+
+
+def kept_terms(account: Account) -> dict[str, Any]:
+    """Return the capital and each term that is not at its default, as plain values.
+
+    A Series by asset label is a dictionary; what goes by date is told as "by date", a table as
+    "a table".
+    """
+    found = {}
+    for field in fields(account):
+        value = getattr(account, field.name)
+        is_table = isinstance(value, pd.DataFrame | pd.Series)
+        if field.name == "capital" or is_table or value != field.default:
+            found[field.name] = _plain(value)
+    return found
+
+
+def _plain(value: Any) -> Any:
+    if isinstance(value, pd.DataFrame):
+        return "a table"
+    if isinstance(value, pd.Series):
+        if isinstance(value.index, pd.DatetimeIndex | pd.PeriodIndex):
+            return "by date"
+        return {str(label): float(one) for label, one in value.items()}
+    if isinstance(value, Mapping):
+        return {_plain(key): _plain(one) for key, one in value.items()}
+    if isinstance(value, numbers.Integral):
+        return int(value)
+    return float(value) if isinstance(value, numbers.Real) else value
 
 
 def _steps(table: Mapping[float, float] | None) -> tuple[tuple[float, float], ...]:

@@ -10,7 +10,7 @@ import pandas as pd
 
 from corvex.explain.ledger_record import Ledger, bought_shares, known_marks
 
-__all__ = ["ledger_of_account"]
+__all__ = ["ledger_of_account", "shares_at_end"]
 
 _Floats = npt.NDArray[np.float64]
 _Ints = npt.NDArray[np.int64]
@@ -71,6 +71,16 @@ def ledger_of_account(
         borrow=borrow,
         interest=(money["interest"] - money["financing"]).to_numpy() / before[:, 0],
     )
+
+
+def shares_at_end(
+    index: pd.DatetimeIndex, fills: pd.DataFrame, bookings: pd.DataFrame, assets: pd.Index
+) -> _Floats:
+    """Return what is held of each asset after the last fill and the last split."""
+    cells, after, _, _ = _holdings(index, fills, bookings, assets)
+    shares = np.zeros(len(assets))
+    shares[cells % len(assets)] = after  # of several the last one counts
+    return shares
 
 
 def _units(money: _Floats, equity: _Floats) -> _Floats:

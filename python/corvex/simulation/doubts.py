@@ -2,8 +2,11 @@
 
 from __future__ import annotations
 
+from collections.abc import Mapping
+
 import numpy as np
 
+from corvex.accounts import Account
 from corvex.market import Market
 from corvex.simulation.notices import date_text, warn
 from corvex.simulation.options import Options
@@ -16,16 +19,20 @@ __all__ = ["warn_about_guessed_costs", "warn_about_run"]
 
 
 def warn_about_guessed_costs(
-    market: Market, fee_ratio: float | None, tax_ratio: float | None
+    market: Market, account: Account | None, ratios: Mapping[str, float | None]
 ) -> None:
-    """Warn where a market that the labels alone chose charges costs that nobody asked for."""
+    """Warn where a market that the labels alone chose charges costs that nobody asked for.
+
+    `ratios` are those of `corvex.simulation.options.cost_ratios`.
+    """
+    asked = {name for name in ratios if ratios[name] is not None}
+    if account is not None:
+        asked |= {name for name in ratios if getattr(account, name) is not None}
+        asked |= {"fee_ratio"} if account.fee_table is not None else set()
     charged = [
-        f"{name}={default:g}"
-        for name, given, default in (
-            ("fee_ratio", fee_ratio, market.fee_ratio),
-            ("tax_ratio", tax_ratio, market.tax_ratio),
-        )
-        if given is None and default
+        f"{name}={getattr(market, name):g}"
+        for name in ("fee_ratio", "tax_ratio")
+        if name not in asked and getattr(market, name)
     ]
     if charged:
         warn(

@@ -14,7 +14,7 @@ import pandas as pd
 from corvex.accounts import Account
 from corvex.market import Market
 from corvex.simulation.doubts import warn_about_guessed_costs
-from corvex.simulation.options import checked_limit, read_options, refuse_twice
+from corvex.simulation.options import checked_limit, cost_ratios, read_options
 from corvex.simulation.plan.plan import make_plan
 from corvex.simulation.plan.schedule import read_offset, read_resample
 from corvex.simulation.read.price_data import read_prices
@@ -183,12 +183,11 @@ def simulate(
         assets=assets,
     )
     fill_at = as_table(trade_at, "trade_at", dates=dates, assets=assets)
+    ratios = cost_ratios(account, fee_ratio, tax_ratio, slippage_ratio)
     options = read_options(
         data.market,
         {
-            "fee_ratio": fee_ratio,
-            "tax_ratio": tax_ratio,
-            "slippage_ratio": slippage_ratio,
+            **ratios,
             "stop_loss": stop_loss,
             "take_profit": take_profit,
             "trail_stop": trail_stop,
@@ -196,9 +195,8 @@ def simulate(
             "stop_cooldown": stop_cooldown,
         },
     )
-    refuse_twice(account, fee_ratio, tax_ratio, slippage_ratio)
     if market is None and prices is not None:
-        warn_about_guessed_costs(data.market, fee_ratio, tax_ratio)
+        warn_about_guessed_costs(data.market, account, ratios)
     live_start = None
     if live_performance_start is not None:
         live_start = data.clock.border(live_performance_start, "live_performance_start").date

@@ -12,7 +12,7 @@ from corvex.accounts import Account
 from corvex.market import Market
 from corvex.trades.reasons import STOPS
 
-__all__ = ["Options", "checked_limit", "read_options", "refuse_twice"]
+__all__ = ["Options", "checked_limit", "cost_ratios", "read_options"]
 
 
 @dataclass(frozen=True, slots=True)
@@ -66,25 +66,35 @@ def read_options(market: Market, given: Mapping[str, Any]) -> Options:
     )
 
 
-def refuse_twice(
+def cost_ratios(
     account: Account | None,
     fee_ratio: float | None,
     tax_ratio: float | None,
     slippage_ratio: float,
-) -> None:
-    """Refuse an account that is none, or cost ratios that the run and its account both have."""
-    if account is None:
-        return
-    if not isinstance(account, Account):
-        raise ValueError(f"account must be a corvex.Account, got {type(account).__name__}")
+) -> dict[str, Any]:
+    """Return the cost ratios of a run: its own, or the one number that its account has.
+
+    Raises
+    ------
+    ValueError
+        For an account that is none, and for a ratio that the run and its account both have.
+    """
     given = {
         "fee_ratio": fee_ratio,
         "tax_ratio": tax_ratio,
         "slippage_ratio": slippage_ratio or None,
     }
+    if account is None:
+        return given
+    if not isinstance(account, Account):
+        raise ValueError(f"account must be a corvex.Account, got {type(account).__name__}")
     for name, value in given.items():
-        if value is not None and getattr(account, name) is not None:
+        own = getattr(account, name)
+        if value is not None and own is not None:
             raise ValueError(f"{name} is given twice, to simulate and to its account")
+        if isinstance(own, numbers.Real):
+            given[name] = float(own)
+    return given
 
 
 def _cost_ratio(name: str, value: float | None, default: float = 0.0) -> float:

@@ -42,7 +42,6 @@ _MOST_BYTES = 1 << 26
 _MOST_SECONDS = 1.0
 _MOST_TIMELINES = 64
 _MOST_OPTIONS = 2 * _MOST_RUNS
-_COSTS = ("fee_ratio", "tax_ratio")
 # Catching warnings changes what all threads of a process do with theirs.
 _CATCHING = threading.Lock()
 _STOPS_ABOVE_ONE = ("stop_loss", "take_profit", "trail_stop")
@@ -304,8 +303,8 @@ class Runner:
         if key not in self._data:
             data = read_prices(prices, table.labels, **settings.prices)
             if given["market"] is None and prices is not None:
-                costs = (settings.engine_argument(one, options) for one in _COSTS)
-                warn_about_guessed_costs(data.market, *costs)
+                ratios = settings.cost_ratios(options)
+                warn_about_guessed_costs(data.market, settings.account, ratios)
             if given["live_performance_start"] is not None:
                 data.clock.border(given["live_performance_start"], "live_performance_start")
             self._data[key] = data

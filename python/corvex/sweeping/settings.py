@@ -10,15 +10,16 @@ from typing import Any
 
 import pandas as pd
 
+from corvex.accounts import Account
 from corvex.simulation.driver import simulate
-from corvex.simulation.options import Options, checked_limit, read_options
+from corvex.simulation.options import Options, checked_limit, cost_ratios, read_options
 from corvex.simulation.plan.schedule import Rule, read_offset, read_resample
 from corvex.simulation.read.price_data import PriceData
 from corvex.sweeping.grid import Combination, near
 from corvex.sweeping.values import unwrap
 from corvex.tables.frames import as_table
 
-__all__ = ["ARGUMENTS", "BAKED", "ENGINE", "STITCHABLE", "Settings", "check_names"]
+__all__ = ["ARGUMENTS", "BAKED", "COSTS", "ENGINE", "STITCHABLE", "Settings", "check_names"]
 
 #: What a sweep passes on to `simulate`, with the defaults there.
 ARGUMENTS = {
@@ -28,6 +29,8 @@ ARGUMENTS = {
 }
 #: What the engine takes as it is: runs that differ in nothing else share their settings.
 ENGINE = tuple(one.name for one in dataclasses.fields(Options))
+#: Its cost ratios, which an account may hold instead.
+COSTS = ("fee_ratio", "tax_ratio", "slippage_ratio")
 _SPAN = ("market", "benchmark", "start", "end", "dates", "assets")
 #: What a plan has taken in already.
 BAKED = ("resample", "resample_offset", "position_limit", "leverage")
@@ -117,9 +120,19 @@ class Settings:
 
     def engine_options(self, prices: PriceData, options: Combination) -> Options:
         """Return what the engine takes; costs that are not given are the market's."""
-        return read_options(
-            prices.market, {name: self.engine_argument(name, options) for name in ENGINE}
-        )
+        given = {name: self.engine_argument(name, options) for name in ENGINE}
+        return read_options(prices.market, {**given, **self.cost_ratios(options)})
+
+    def cost_ratios(self, options: Combination) -> dict[str, float | None]:
+        """Return the cost ratios that were given, to the run or to its account."""
+        given = {name: self.engine_argument(name, options) for name in COSTS}
+        return cost_ratios(self.account, **given)
+
+    @property
+    def account(self) -> Account | None:
+        """The account that the runs keep."""
+        found: Account | None = self.arguments["account"]
+        return found
 
     def engine_argument(self, name: str, options: Combination) -> Any:
         """Return an argument that may vary within the settings."""

@@ -86,6 +86,23 @@ def simulated():
     )
 
 
+@pytest.fixture(scope="session")
+def with_account():
+    """Half a year long and short of prices that stay about where they are."""
+    days = pd.bdate_range("2024-01-02", periods=130)
+    swings = np.random.default_rng(3).normal(0, 0.2, (130, 3))
+    prices = pd.DataFrame(50.0 + swings, days, ["AAA", "BBB", "CCC"])
+    prices.iloc[-3:, 2] /= 2
+    weights = pd.DataFrame({"AAA": [0.8, 0.4] * 6, "BBB": -0.3, "CCC": 0.3}, index=days[::11])
+    account = corvex.Account(
+        capital=10_000, lot_size=1, cash_rate=0.03, financing_rate=0.05, borrow_rate=0.02,
+        fee_table={0: 0.001, 5_000: 0.0005}, slippage_ratio=0.001, withholding_tax=0.3,
+        splits=pd.DataFrame({"CCC": [2.0]}, days[-3:-2]),
+        dividends=pd.DataFrame({"AAA": [0.5]}, days[60:61]),
+    )  # fmt: skip
+    return corvex.simulate(weights, prices, market="us_stock", leverage=True, account=account)
+
+
 @pytest.fixture
 def many_trades(simulated):
     """Ten years with 10,000 trades."""

@@ -165,6 +165,16 @@ def test_the_confidence_shown_is_the_one_computed(open_page, simulated):
     assert part.locator(".sentences td").all_inner_texts() == [t for _, t in rows(found, "zh-Hant")]
 
 
+def test_an_account_is_shown_in_money(open_page, with_account):
+    page = open_page(with_account)
+    assert page.locator(CHART.format("costs")).count()
+    cash = with_account.account["cash"].iloc[-1]
+    assert f"{cash:,.0f}" in page.locator("#holdings tfoot").inner_text()
+    assert "Fees, each side\tby value" in page.locator("#costs tbody").first.inner_text()
+    texts = page.locator("main").inner_text()
+    assert not re.search("account_|undefined|NaN", texts)
+
+
 def test_a_report_with_nothing_but_a_curve_has_no_holes(open_page):
     days = pd.bdate_range("2024-01-01", periods=30, tz="Asia/Taipei")
     page = open_page(bare_report(pd.Series(range(30, 0, -1), index=days, dtype=float)))

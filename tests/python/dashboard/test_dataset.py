@@ -202,6 +202,29 @@ def test_the_figures_agree_with_the_report(simulated):
     assert covid["strategy"] == pytest.approx(curve["2020-03-23"] / curve["2020-02-19"] - 1)
 
 
+def test_the_money_of_an_account_is_what_its_table_and_its_costs_say(with_account):
+    report, data = with_account, collect(with_account)
+    table, held = report.account, data.facts["holdings"]
+    assert held["cash_money"] == table["cash"].iloc[-1]
+    money = [row["money"] for row in held["rows"] if row["money"] is not None]
+    assert sum(m for m in money if m > 0) == pytest.approx(table["long"].iloc[-1])
+    assert sum(m for m in money if m < 0) == pytest.approx(table["short"].iloc[-1])
+    shares = {row["asset"]: row["shares"] for row in held["rows"]}
+    assert all(count == round(count) for count in shares.values() if count is not None)
+    shown, series = data.facts["account"], data.series["account"]
+    assert shown["end"] == table["equity"].iloc[-1] == pytest.approx(series["equity"][-1], rel=1e-6)
+    assert shown["total"]["money"] == pytest.approx(series["paid"][-1], rel=1e-6)
+    # Where the equity hardly moves, a year's drag times the years is what was paid of it in all.
+    years = (table.index[-1] - table.index[0]).days / 365.25
+    for kind, found in shown["kinds"].items():
+        assert found["money"] == pytest.approx(table[kind].sum())
+        assert found["yearly"] * years == pytest.approx(report.costs[kind], rel=0.05)
+    rates = {row["key"]: row["value"] for row in data.facts["assumptions"]}
+    assert rates["account_fee_table"] == "0: 0.1%, 5,000: 0.05%"
+    assert rates["account_slippage_ratio"] == data.facts["costs"]["slippage_ratio"] == 0.001
+    assert data.facts["costs"]["fee_ratio"] == "by value"
+
+
 def test_the_way_of_a_trade_follows_its_closes(simulated):
     paths = collect(simulated).series["paths"]
     trade, row, length = (paths[name][0] for name in ("trade", "row", "length"))

@@ -11,6 +11,7 @@ from typing import Any, cast
 import numpy as np
 import pandas as pd
 
+from corvex.accounts.account import kept_terms
 from corvex.core.report import Report
 from corvex.market import Market
 from corvex.markets.bound import BoundMarket
@@ -156,6 +157,7 @@ def _settings(run: Run, prices: PriceData) -> dict[str, Any]:
         "leverage": plan.leverage,
         "start": None if prices.start is None else prices.clock.index[0],
         "end": None if prices.end is None else prices.clock.last,
+        **({} if run.account is None else {"account": kept_terms(run.account)}),
     }
 
 

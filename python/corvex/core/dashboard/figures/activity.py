@@ -18,8 +18,15 @@ __all__ = ["assumptions", "costs", "exposure", "liquidity", "yearly_activity"]
 
 Floats = npt.NDArray[np.float64]
 
-#: What only a run that kept an account may have paid beside its trades' fees.
-_OF_ACCOUNTS = ("impact", "financing", "borrow")
+_RATIOS = ("fee_ratio", "tax_ratio", "slippage_ratio")
+#: The terms of an account that are fractions.
+_FRACTIONS = (
+    *("cash_rate", "cash_spread", "short_rebate", "financing_rate", "borrow_rate"),
+    *("withholding_tax", "max_fee_ratio", "volume_share", "price_limit", "maintenance_margin"),
+    *(*_RATIOS, "band"),
+)
+#: What only a run that kept an account may have paid, or received, beside its trades' fees.
+_OF_ACCOUNTS = ("impact", "financing", "borrow", "interest", "dividends")
 
 
 def exposure(report: Report) -> dict[str, Any] | None:
@@ -90,14 +97,25 @@ def costs(report: Report) -> dict[str, Any]:
     totals = getattr(report, "costs", None)
     totals = totals if isinstance(totals, dict) else {}
     settings = _settings(report)
+    given = {
+        "fee_ratio": report.fee_ratio,
+        "tax_ratio": report.tax_ratio,
+        "slippage_ratio": settings.get("slippage_ratio"),
+    }
     return {
-        "fee_ratio": _number(report.fee_ratio),
-        "tax_ratio": _number(report.tax_ratio),
-        "slippage_ratio": _number(settings.get("slippage_ratio")),
+        **{name: _rate(settings, name, value) for name, value in given.items()},
         "turnover": _number(getattr(report, "yearly_turnover", None)),
         **{name: _number(totals.get(name)) for name in ("fees", "tax", "slippage", "total")},
         **{name: _number(totals[name]) for name in _OF_ACCOUNTS if name in totals},
     }
+
+
+def _rate(settings: dict[str, Any], name: str, value: Any) -> float | str | None:
+    """Return a cost ratio, or how the account of the run has it instead: "by asset", "by value"."""
+    terms = settings.get("account") or {}
+    if name == "fee_ratio" and "fee_table" in terms:
+        return "by value"
+    return "by asset" if isinstance(terms.get(name), dict) else _number(value)
 
 
 def assumptions(report: Report) -> list[dict[str, Any]]:
@@ -118,12 +136,23 @@ def assumptions(report: Report) -> list[dict[str, Any]]:
         "leverage": settings.get("leverage"),
         "market_chosen": settings.get("market_chosen"),
     }
-    fractions = {*STOPS, "fee_ratio", "tax_ratio", "slippage_ratio", "position_limit"}
+    terms = settings.get("account") or {}
+    in_terms = [name for name in _RATIOS if name in terms]
+    rows |= dict.fromkeys([*in_terms, *(["fee_ratio"] if "fee_table" in terms else [])])
+    rows |= {f"account_{name}": _term(name, value) for name, value in terms.items()}
+    fractions = {*STOPS, *_RATIOS, "position_limit", *(f"account_{name}" for name in _FRACTIONS)}
     return [
-        {"key": key, "value": value, "fraction": key in fractions}
+        {"key": key, "value": value, "fraction": key in fractions and not isinstance(value, str)}
         for key, value in rows.items()
         if value is not None
     ]
+
+
+def _term(name: str, value: Any) -> Any:
+    """Return a term of an account as a number or as a text."""
+    if name == "fee_table":
+        return ", ".join(f"{start:,g}: {ratio * 100:g}%" for start, ratio in value.items())
+    return "by asset" if isinstance(value, dict) else value
 
 
 def liquidity(report: Report) -> dict[str, Any] | None:

@@ -8,6 +8,7 @@ from typing import TYPE_CHECKING, Any
 import numpy as np
 import pandas as pd
 
+from corvex.core.dashboard.figures.account_money import held_money
 from corvex.core.dashboard.figures.curve_series import day_of
 from corvex.core.dashboard.figures.trade_series import shown_return
 
@@ -28,6 +29,9 @@ def holdings(report: Report) -> dict[str, Any]:
         first. ``cash`` and ``next_cash``: 1 less the sum of the weights, None where unknown.
         ``source``: "weights", or "position" where the report has no weights and the last row of
         its position table stands in. ``signal`` and ``next_signal``: ISO dates of the signals.
+        Where an account was kept rows also have ``shares`` and ``money`` of the last close (None
+        of what is not held), ``cash_money`` is the cash, ``money_date`` the date of that close;
+        else this is None.
     """
     now, source = _series(report, "weights"), "weights"
     following = _series(report, "next_weights")
@@ -37,13 +41,16 @@ def holdings(report: Report) -> dict[str, Any]:
     held = _weights(now)
     coming = None if following is None else _weights(following)
     trades = _open_trades(report)
-    labels = list(dict.fromkeys([*held, *(coming or {}), *actions]))
+    money = held_money(report)
+    owned = {} if money is None else money["rows"]
+    labels = list(dict.fromkeys([*held, *(coming or {}), *actions, *owned]))
     rows = [
         {
             "asset": label,
             "weight": held.get(label, 0.0),
             "next": None if coming is None else coming.get(label, 0.0),
             "action": actions.get(label),
+            **owned.get(label, {"shares": None, "money": None}),
             **trades.get(label, {"entry": None, "return": None}),
         }
         for label in labels
@@ -54,6 +61,8 @@ def holdings(report: Report) -> dict[str, Any]:
         "source": source,
         "cash": 1.0 - math.fsum(held.values()),
         "next_cash": None if coming is None else 1.0 - math.fsum(coming.values()),
+        "cash_money": None if money is None else money["cash"],
+        "money_date": None if money is None else _iso(money["date"]),
         "signal": _iso(now.name),
         "next_signal": _iso(following.name) if following is not None else None,
     }

@@ -12,6 +12,7 @@ import numpy as np
 
 from corvex import _engine
 from corvex.core.dashboard.embed import plain, rounded
+from corvex.core.dashboard.figures.account_money import account_facts, account_series
 from corvex.core.dashboard.figures.activity import (
     assumptions,
     costs,
@@ -116,6 +117,7 @@ def collect(
         "exposure": _exposure_figures(held),
         "activity": yearly_activity(report) if len(report.creturn) else [],
         "costs": costs(report),
+        "account": account_facts(report),
         "assumptions": assumptions(report),
         "liquidity": liquidity(report),
         "assets": by_asset(report),
@@ -249,6 +251,7 @@ def _series(report: Report, curves: Curves, held: dict[str, Any] | None) -> dict
         "strategy": rounded(curves.strategy, 7),
         "benchmark": None if curves.benchmark is None else rounded(curves.benchmark, 7),
         "exposure": None if held is None else {name: held[name] for name in names},
+        "account": account_series(report),
         "trades": trade_columns(trades),
         "paths": price_paths(report, budget) if budget else None,
     }

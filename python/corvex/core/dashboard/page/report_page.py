@@ -46,6 +46,7 @@ _MODULES = (
     "holdings",
     "browse",
     "trades",
+    "account",
     "activity",
     "periods",
     "statistics",

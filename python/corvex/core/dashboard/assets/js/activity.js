@@ -1,7 +1,8 @@
 // Liquidity, costs, turnover, and what the run assumed.
 
+import { accountChart, accountDates } from "./account.js";
 import { el } from "./dom.js";
-import { percent, share, whole } from "./format.js";
+import { amount, percent, quantity, share, whole } from "./format.js";
 import { benchmarkLabel } from "./heading.js";
 import { facts } from "./store.js";
 import { besideItself, defined, table } from "./table.js";
@@ -56,27 +57,41 @@ export function renderLiquidity() {
   ];
 }
 
-export function renderCosts() {
-  return [el("div", { class: "pair" }, costTable(), turnoverFigure()), activityTable()].flat();
+export function renderCosts(series) {
+  return [
+    el("div", { class: facts.account ? "" : "pair" }, costTable(), turnoverFigure()),
+    accountChart(series?.account),
+    activityTable(),
+  ].flat();
 }
 
+const PAID = ["fees", "tax", "slippage", "impact", "financing", "borrow"];
+const RECEIVED = ["interest", "dividends"];
+
+/** What was paid by kind, and below the total what was received; of an account also in money. */
 function costTable() {
-  const { fee_ratio: fee, tax_ratio: tax, slippage_ratio: slippage, ...paid } = facts.costs;
-  const rows = [
-    ["fees", fee, paid.fees],
-    ["tax", tax, paid.tax],
-    ["slippage", slippage, paid.slippage],
-    ...["impact", "financing", "borrow"].map((kind) => [kind, undefined, paid[kind] || null]),
-  ].filter(([, rate, sum]) => (rate ?? null) !== null || sum !== null);
-  const known = paid.total !== null;
+  const { costs, account } = facts;
+  const rates = { fees: costs.fee_ratio, tax: costs.tax_ratio, slippage: costs.slippage_ratio };
+  const row = (kind) => [kind, rates[kind], costs[kind], account?.kinds[kind]];
+  const rows = PAID.map(row).filter(([, rate, sum]) => (rate ?? null) !== null || sum);
+  const known = costs.total !== null;
   const columns = [
     { label: t("cost_kind"), text: ([kind]) => t(kind) },
-    { label: t("rate"), number: true, text: ([, rate]) => (rate === undefined ? "" : share(rate)) },
+    { label: t("rate"), number: true, text: ([, rate]) => rateText(rate) },
   ];
   if (known) columns.push({ label: t("paid"), number: true, text: ([, , sum]) => percent(sum) });
-  const foot = known ? [["cost_total", undefined, paid.total]] : [];
+  if (account) {
+    columns.push(
+      { label: t("money"), number: true, text: ([, , , of]) => amount(of.money) },
+      { label: t("drag"), number: true, text: ([, , , of]) => percent(of.yearly) },
+    );
+  }
+  const foot = known ? [["cost_total", undefined, costs.total, account?.total]] : [];
+  if (account) foot.push(...RECEIVED.map(row).filter(([, , sum]) => sum));
   return el("div", {}, table(t("costs_paid"), columns, rows, { foot }));
 }
+
+const rateText = (rate) => (rate == null ? "" : settingText({ value: rate, fraction: typeof rate === "number" }));
 
 function turnoverFigure() {
   const { turnover, total } = facts.costs;
@@ -88,7 +103,14 @@ function turnoverFigure() {
           { class: "dates" },
           el("div", {}, el("dt", {}, defined("turnover")), el("dd", {}, percent(turnover, 0))),
         );
-  return el("div", {}, figure, total === null ? null : el("p", { class: "note" }, t("costs_note")));
+  return el(
+    "div",
+    {},
+    figure,
+    total === null ? null : el("p", { class: "note" }, t("costs_note")),
+    facts.account ? el("p", { class: "note" }, t("drag_note")) : null,
+    accountDates(),
+  );
 }
 
 function activityTable() {
@@ -110,6 +132,7 @@ function activityTable() {
 export function settingText({ value, fraction }) {
   if (typeof value === "boolean") return t(value ? "yes" : "no");
   if (fraction) return share(value);
+  if (typeof value === "number") return quantity(value);
   if (has(`value_${value}`)) return t(`value_${value}`);
   return String(value);
 }

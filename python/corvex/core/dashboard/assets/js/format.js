@@ -26,6 +26,14 @@ export const signedPercent = (value, digits = 2) =>
 
 export const number = (value, digits = 2) => formatted(value, (x) => plainNumber(x, digits));
 
+/** Money: with as many decimals as its size asks for. */
+export const amount = (value) =>
+  formatted(value, (x) => (x && Math.abs(x) < 1 ? prices.format(x) : plainNumber(x, Math.abs(x) < 1000 ? 2 : 0)));
+
+/** Shares, or any number that is not to be rounded to decimals. */
+export const quantity = (value) =>
+  formatted(value, (x) => (Number.isInteger(x) ? plainNumber(x, 0) : prices.format(x)));
+
 export const whole = (value) => number(value, 0);
 
 /** A share such as 5 % without needless digits. */

@@ -2,7 +2,7 @@
 
 import { chart, colours, line } from "./charts.js";
 import { el } from "./dom.js";
-import { dayOf, isoDay, percent, signedPercent } from "./format.js";
+import { amount, dayOf, isoDay, percent, quantity, signedPercent } from "./format.js";
 import { facts } from "./store.js";
 import { table } from "./table.js";
 import { has, t } from "./text.js";
@@ -35,7 +35,7 @@ function dates() {
 const actionText = (action) => (action === null ? "" : has(`action_${action}`) ? t(`action_${action}`) : action);
 
 function holdingsTable() {
-  const { rows, cash, next_cash: nextCash, source } = facts.holdings;
+  const { rows, cash, next_cash: nextCash, source, cash_money: money, money_date: date } = facts.holdings;
   if (!rows.length) return el("p", {}, t("no_holdings"));
   const coming = rows[0].next !== null;
   const largest = Math.max(...rows.flatMap((row) => [row.weight, row.next ?? 0]).map(Math.abs)) || 1;
@@ -49,6 +49,12 @@ function holdingsTable() {
       { label: t("change"), number: true, text: (row) => signedPercent(row.next - row.weight) },
     );
   }
+  if (money !== null) {
+    columns.push(
+      { label: t("shares"), number: true, text: (row) => (row.shares == null ? "" : quantity(row.shares)) },
+      { label: t("money"), number: true, text: (row) => (row.money == null ? "" : amount(row.money)) },
+    );
+  }
   if (rows.some((row) => row.action)) columns.push({ label: t("action"), text: (row) => actionText(row.action) });
   if (rows.some((row) => row.entry)) {
     columns.push(
@@ -56,10 +62,11 @@ function holdingsTable() {
       { label: t("open_return"), number: true, text: (row) => (row.entry ? signedPercent(row.return) : "") },
     );
   }
-  const foot = [{ asset: t("cash"), weight: cash, next: nextCash, action: null, isCash: true }];
+  const foot = [{ asset: t("cash"), weight: cash, next: nextCash, action: null, isCash: true, money }];
   return [
     table(t("s_holdings"), columns, rows, { foot }),
     el("p", { class: "note" }, t(source === "position" ? "holdings_position" : "holdings_note")),
+    money === null ? null : el("p", { class: "note" }, t("holdings_money", { date })),
   ];
 }
 
