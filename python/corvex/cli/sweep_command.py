@@ -77,6 +77,22 @@ class SweepCommand:
             self.write(store)
         return found
 
+    def labels(self, where: list[str]) -> dict[str, Any]:
+        """Read values of parameters, each as the sweep has read those of that parameter.
+
+        Raises
+        ------
+        ValueError
+            When a text cannot be read, or has several values.
+        """
+        read, options = read_signals(where), read_signals(self.option)
+        for text, (name, values) in zip(where, read.items(), strict=True):
+            if len(values) != 1:
+                raise ValueError(f"--where takes one value of {name!r}, got {len(values)}")
+            if name in options:
+                read[name] = [read_options([text])[1][name]]
+        return {name: values[0] for name, values in read.items()}
+
     def write(self, folder: Path) -> None:
         """Write it into the folder of its runs, files by their whole paths."""
         from corvex.files import write_text

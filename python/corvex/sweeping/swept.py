@@ -248,8 +248,6 @@ class Sweep:
         if x == y:
             raise ValueError(f"the axes must be two parameters, got {x!r} twice")
         places = self.places(where)
-        if not places:
-            raise self._no_run(where)
         labels = {
             name: [values[place] for place in places] for name, values in self._labels.items()
         }
@@ -356,16 +354,25 @@ class Sweep:
         return {name: values[place] for name, values in self._labels.items()}
 
     def places(self, parameters: Mapping[str, Any]) -> list[int]:
-        """Return the rows of `figures` with some parameters."""
+        """Return the rows of `figures` with some parameters.
+
+        Raises
+        ------
+        ValueError
+            When there is none, naming the values that there are.
+        """
         for name in parameters:
             self._check_parameter(name)
-        return [
+        found = [
             place
             for place in range(len(self))
             if all(
                 same_value(self._labels[name][place], asked) for name, asked in parameters.items()
             )
         ]
+        if not found:
+            raise self._no_run(parameters)
+        return found
 
     def _no_run(self, parameters: Mapping[str, Any]) -> ValueError:
         for name, asked in parameters.items():
@@ -377,12 +384,10 @@ class Sweep:
                     + ("" if len(near_ones) == len(there) else " and others")
                 )
         told = ", ".join(f"{name}={value!r}" for name, value in parameters.items())
-        return ValueError(f"no run has {told}")
+        return ValueError(f"no run has {told}" if told else "the sweep has no runs")
 
     def _only(self, parameters: Mapping[str, Any]) -> int:
         places = self.places(parameters)
-        if not places:
-            raise self._no_run(parameters)
         open_ones = [
             name
             for name, values in self._labels.items()

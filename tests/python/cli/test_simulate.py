@@ -14,6 +14,7 @@ import corvex
 from corvex.cli.parameter_texts import read_options, read_values
 from corvex.cli.readers import table_layout
 from corvex.cli.readers.wide_file import read_wide
+from corvex.cli.sweep_command import SweepCommand
 
 GUIDE = Path(__file__).parents[3] / "docs" / "command-line.md"
 STRATEGY = """
@@ -169,6 +170,10 @@ def test_a_sweep_is_kept_shown_and_walked_forward(run, prices, tmp_path):
     assert f"{walk.efficiency:.2f}" in out
 
     command = json.loads((tmp_path / "runs/command.json").read_text())
+    # A value means what it meant to the sweep: the text of a date, or a number.
+    read = SweepCommand(**{**command, "option": ["start=2015,2016"]})
+    assert read.labels(["start=2015", "lookback=21"]) == {"start": "2015", "lookback": 21}
+    assert "no run has top=7; there are 1, 2" in run("walk-forward", "runs", "--where", "top=7")[2]
     for changed, message in (
         ({"strategy": f"{tmp_path}/runs/momentum.py:momentum"}, "brings its strategy along"),
         ({"curves": False}, "keeps no curves"),

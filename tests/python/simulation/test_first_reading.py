@@ -2,6 +2,7 @@
 
 import copy
 import pickle
+import sys
 
 import numpy as np
 import pandas as pd
@@ -10,6 +11,7 @@ import pytest
 import corvex
 from corvex.core.report import Report
 from corvex.data.context import _default_context
+from corvex.simulation.report.deferred import Deferred
 
 DATES = pd.bdate_range("2015-01-01", periods=60)
 PRICES = pd.DataFrame(
@@ -57,6 +59,24 @@ def test_every_way_of_reading_shows_all_attributes_in_their_order(how):
     assert list(expected)[:5] == "creturn daily_creturn benchmark daily_benchmark position".split()
     same(READERS[how](simulated()), expected)
     assert expected["data_readiness"]["checked_at"].startswith("2016-01-04T12:00")
+
+
+def test_other_threads_find_a_whole_report_at_every_step_of_its_first_reading():
+    report, seen = simulated(), []
+
+    def watch(frame, event, _):
+        if frame.f_code is Deferred.__call__.__code__:
+            seen.append("position" in frame.f_locals["attributes"])
+        return watch
+
+    before = sys.gettrace()
+    sys.settrace(watch)
+    try:
+        vars(report)
+    finally:
+        sys.settrace(before)
+    assert len(seen) > 5
+    assert all(seen)
 
 
 def test_what_happens_after_the_run_does_not_enter_what_is_made_later():

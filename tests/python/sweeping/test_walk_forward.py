@@ -158,7 +158,7 @@ def test_ties_go_to_the_first_and_failed_runs_are_never_chosen():
         ({"choose": "sharpe"}, "choose is no figure: 'sharpe'; did you mean"),
         ({"choose": lambda figures: [1.0]}, "a score for each run"),
         ({"choose": lambda figures: figures["cagr"] * np.nan}, "no run has a value to choose by"),
-        ({"where": {"resample": "QE"}}, "has a curve"),
+        ({"where": {"resample": "QE"}}, "no run has resample=.QE.; there are W, ME"),
     ],
 )
 def test_windows_and_choices_that_cannot_be_are_told(changed, text):

@@ -45,7 +45,6 @@ def walk_forward(
     Nothing runs again for choosing. The winners' weights are made anew, by the strategy's file that
     the folder names: it runs, so use folders of your own sweeps.
     """
-    from corvex.cli.parameter_texts import read_signals
     from corvex.cli.shown import Delivery
     from corvex.cli.summary import language
     from corvex.cli.sweep_command import SweepCommand
@@ -65,7 +64,7 @@ def walk_forward(
         title=title, lang=language(lang), width=width, text=text, riskfree=command.riskfree,
         confidence=confidence, out=out, html=html,
     ).check()  # fmt: skip
-    picked = {name: _single(name, values) for name, values in read_signals(where or []).items()}
+    picked = command.labels(where or [])
     note(f"{command.strategy} runs")
     import corvex
 
@@ -74,9 +73,3 @@ def walk_forward(
     )
     print_walk(found, choose)
     delivery.deliver(found.report)
-
-
-def _single(name: str, values: list[object]) -> object:
-    if len(values) != 1:
-        raise ValueError(f"--where takes one value of {name!r}, got {len(values)}")
-    return values[0]

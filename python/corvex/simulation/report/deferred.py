@@ -47,23 +47,26 @@ class Deferred:
         """Whether an attribute is still to be made."""
         return name in self._makers
 
-    def __call__(self, attributes: dict[str, Any], name: str | None) -> None:
-        """Put an attribute into the report's dictionary if it is a deferred one; None: all."""
+    def __call__(self, attributes: dict[str, Any], name: str | None) -> dict[str, Any] | None:
+        """Put an attribute into the report's dictionary if it is a deferred one.
+
+        None for a name puts in all, and returns the dictionary that the report is to have then.
+        """
         if name is not None:
             self._make(attributes, name)
-            return
+            return None
         for each in list(self._makers):
             self._make(attributes, each)
-        attributes.pop("_deferred", None)
         known = dict(attributes)
+        known.pop("_deferred", None)
         ordered = {name: known.pop(name) for name in self._order if name in known}
-        attributes.clear()
-        attributes.update(ordered, **known)
+        return {**ordered, **known}
 
     def _make(self, attributes: dict[str, Any], name: str) -> None:
         make = self._makers.get(name)
         if make is None:
             return
         for key, value in make().items():
-            if self._makers.pop(key, None) is not None:
+            if key in self._makers:
                 attributes.setdefault(key, value)  # a user may have assigned it meanwhile
+                self._makers.pop(key, None)  # not before: other threads ask whether it is made

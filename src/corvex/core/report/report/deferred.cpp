@@ -23,11 +23,31 @@ nb::object own_attributes(nb::handle report) {
     return attributes;
 }
 
-void make_deferred(const nb::object& attributes, nb::handle name) {
-    const nb::object make = attributes.attr("get")(pyglue::text("_deferred"));
-    if (!make.is_none()) {
-        make(attributes, name);
+nb::object maker_in(nb::handle attributes) {
+    return attributes.attr("get")(pyglue::text("_deferred"));
+}
+
+void replace_attributes(nb::handle report, nb::handle attributes) {
+    if (PyObject_GenericSetDict(report.ptr(), attributes.ptr(), nullptr) != 0) {
+        throw nb::python_error();
     }
+}
+
+/// The dictionary with everything in it. It is changed for a whole one at a stroke: other threads
+/// that read the report always find one or the other.
+nb::object all_attributes(nb::handle report) {
+    const nb::object attributes = own_attributes(report);
+    const nb::object make = maker_in(attributes);
+    if (make.is_none()) {
+        return attributes;
+    }
+    const nb::object whole = make(attributes, nb::none());
+    nb::object current = own_attributes(report);
+    if (!current.is(attributes)) { // another thread was faster
+        return current;
+    }
+    replace_attributes(report, whole);
+    return whole;
 }
 
 /// Whether a report has an attribute only where its run kept an account.
@@ -38,7 +58,11 @@ bool is_of_an_account(nb::handle name) {
 
 /// Called for what the usual look-up does not find; that look-up also words the refusal.
 nb::object get_attribute(const Call& call) {
-    make_deferred(own_attributes(call.self()), call[1]);
+    const nb::object attributes = own_attributes(call.self());
+    const nb::object make = maker_in(attributes);
+    if (!make.is_none()) {
+        make(attributes, call[1]);
+    }
     auto found = nb::steal<nb::object>(PyObject_GenericGetAttr(call.self().ptr(), call[1].ptr()));
     if (!found.is_valid()) {
         nb::python_error error; // clears it
@@ -50,21 +74,15 @@ nb::object get_attribute(const Call& call) {
     return found;
 }
 
-nb::object get_dictionary(const Call& call) {
-    nb::object attributes = own_attributes(call.self());
-    make_deferred(attributes, nb::none());
-    return attributes;
-}
+nb::object get_dictionary(const Call& call) { return all_attributes(call.self()); }
 
 nb::object set_dictionary(const Call& call) {
-    if (PyObject_GenericSetDict(call.self().ptr(), call[1].ptr(), nullptr) != 0) {
-        throw nb::python_error();
-    }
+    replace_attributes(call.self(), call[1]);
     return nb::none();
 }
 
 nb::object get_state(const Call& call) {
-    make_deferred(own_attributes(call.self()), nb::none());
+    all_attributes(call.self());
     return pyglue::builtin("object").attr("__getstate__")(call.self());
 }
 
@@ -83,7 +101,7 @@ const FunctionSpec kMethods[] = {
 
 nb::object deferred_fact(nb::handle report, const char* name) {
     const nb::object attributes = own_attributes(report);
-    const nb::object make = attributes.attr("get")(pyglue::text("_deferred"));
+    const nb::object make = maker_in(attributes);
     const nb::object fact = pyglue::attribute_or(make, "fact", nb::none());
     return fact.is_none() ? nb::none() : fact(attributes, pyglue::text(name));
 }

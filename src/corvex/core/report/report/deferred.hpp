@@ -9,8 +9,8 @@ namespace corvex::report {
 /// Whoever builds a report may leave attributes out and put a callable `_deferred` into its
 /// dictionary. A missing attribute is asked of it: `_deferred(attributes, name)` puts the attribute
 /// into the dictionary, or leaves it missing. Before the dictionary itself is seen (by `vars`, a
-/// copy or a pickle) `_deferred(attributes, None)` puts in all of them, in their order, and takes
-/// itself out: to a reader the report is one that always had them.
+/// copy or a pickle) `_deferred(attributes, None)` returns a dictionary with all of them, in their
+/// order and without itself: to a reader the report is one that always had them.
 ///
 /// What only counts something of such an attribute may ask for that first, as a fact.
 void add_deferred_attributes(pyglue::ClassBuilder& builder);
