@@ -165,11 +165,11 @@ class TableStamps:
     @_of_index
     def daily(self) -> bool:
         """Whether no date has several rows: bars of a day or longer."""
-        days = self._daily_dates.as_unit("ns").asi8
+        days = self.own_dates.as_unit("ns").asi8
         return bool((np.diff(days) > 0).all())
 
     @_of_index
-    def _daily_dates(self) -> pd.DatetimeIndex:
+    def own_dates(self) -> pd.DatetimeIndex:
         """The dates of the stamps, each read by itself."""
         wall = _midnights(self.index.tz_localize(None))
         if self.index.tz is None or self._starts.all():
@@ -181,7 +181,7 @@ class TableStamps:
     def local(self) -> pd.DatetimeIndex:
         """Naive times on the market's clock: the dates of daily rows, the times of others."""
         if self.daily:
-            return self._daily_dates
+            return self.own_dates
         if self.index.tz is None:
             return self.index
         return self.index.tz_convert(self.zone).tz_localize(None)
@@ -189,7 +189,7 @@ class TableStamps:
     @cached_property
     def dates(self) -> pd.DatetimeIndex:
         """The date of each row on the market's calendar, as naive midnights."""
-        return self._daily_dates if self.daily else _midnights(self.local)
+        return self.own_dates if self.daily else _midnights(self.local)
 
     @property
     def last_date(self) -> pd.Timestamp:

@@ -8,6 +8,7 @@ import pandas as pd
 import pytest
 
 import corvex
+from corvex.simulation.read.clock import Clock
 
 DAYS = pd.bdate_range("2024-01-02", periods=40)
 MOVES = np.random.default_rng(5).normal(0.001, 0.02, (40, 2)).cumsum(axis=0)
@@ -91,6 +92,23 @@ def test_dates_of_terms_count_by_date_in_any_zone(zone, terms_zone):
     prices = PRICES if zone is None else PRICES.tz_localize(zone)
     found = run(prices, **terms(terms_zone)).account.to_numpy()
     np.testing.assert_array_equal(found, run(**terms(None)).account.to_numpy())
+
+
+@pytest.mark.parametrize("zone", [None, "UTC", "Asia/Taipei", "America/Santiago"])
+@pytest.mark.parametrize("kind", ["dates", "closes", "bars"])
+def test_many_dates_of_terms_are_read_as_one_is(kind, zone):
+    hours = pd.to_timedelta(np.tile({"dates": [0], "closes": [14]}.get(kind, [0, 10, 14]), 40), "h")
+    sessions = DAYS.repeat(len(hours) // 40) + hours
+    clock = Clock(sessions.tz_localize(zone), corvex.markets.USMarket())
+    draw = np.random.default_rng(3)
+    given = DAYS[0] + pd.to_timedelta(draw.integers(-9, 60, 40) * 24 + draw.choice([0, 9], 40), "h")
+    for dates in (given, *(given.tz_localize(name) for name in ("UTC", "America/New_York"))):
+        keys, days = clock.begins(dates)
+        borders = [clock.border(date, "a date") for date in dates]
+        assert keys.tolist() == [border.key for border in borders]
+        local = pd.DatetimeIndex([clock.local_of(border.date) for border in borders]).normalize()
+        if dates.tz is not None:  # inside a day, and without a zone: the day that is written
+            assert days.tolist() == local.as_unit("ns").asi8.tolist()
 
 
 def test_bars_of_a_day_accrue_between_days_and_meet_events_at_the_first_bar():

@@ -33,11 +33,7 @@ def rows_from(clock: Clock, dates: pd.DatetimeIndex) -> tuple[_Rows, npt.NDArray
 
     A date beside intraday prices is its first bar.
     """
-    _, firsts, places = np.unique(dates.asi8, return_index=True, return_inverse=True)
-    borders = [clock.border(when, "a date of the account") for when in dates[firsts]]
-    keys = np.array([border.key for border in borders], np.int64)
+    keys, wanted = clock.begins(dates)
     sessions = np.searchsorted(clock.keys, keys, side="left")
     days = clock.wall.normalize().as_unit("ns").asi8
-    wanted = [clock.local_of(border.date).normalize().as_unit("ns").value for border in borders]
-    moved = days[np.minimum(sessions, len(clock) - 1)] != np.array(wanted, np.int64)
-    return sessions[places], moved[places]
+    return sessions, days[np.minimum(sessions, len(clock) - 1)] != wanted

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+from collections.abc import Mapping
 from typing import TYPE_CHECKING, Any, cast
 
 import numpy as np
@@ -16,6 +17,7 @@ if TYPE_CHECKING:
 __all__ = ["ACCOUNT_COLUMNS", "account_costs", "account_table", "bookings_table", "trip_columns"]
 
 _Floats = npt.NDArray[np.float64]
+type _Columns = Mapping[str, npt.NDArray[Any]]
 
 #: The columns of `report.account`, all in money.
 ACCOUNT_COLUMNS = (
@@ -26,17 +28,17 @@ _KINDS = pd.Index(["borrow", "dividend", "split"])
 _DAYS = 365.25
 
 
-def account_table(found: AccountResult, sessions: pd.DatetimeIndex) -> pd.DataFrame:
+def account_table(rows: _Columns, length: int, sessions: pd.DatetimeIndex) -> pd.DataFrame:
     """Return the money of each session; ``attrs`` hold the yearly money-weighted return.
 
     Parameters
     ----------
-    found : dict
-        As the engine gives it.
+    rows, length : dict of arrays and int
+        The sessions' columns, and the sessions of the run, as the engine gives them.
     sessions : DatetimeIndex
         The dates of the curve's sessions: the last ones of the run.
     """
-    columns = {name: _padded(found, name, len(sessions)) for name in found["sessions"]}
+    columns = {name: _padded(rows[name], length, len(sessions)) for name in rows}
     columns["gross"] = columns["long"] - columns["short"]
     table = pd.DataFrame({name: columns[name] for name in ACCOUNT_COLUMNS}, index=sessions)
     start = _start(columns)
@@ -63,9 +65,7 @@ def account_costs(found: AccountResult) -> dict[str, float]:
     return {**sums, "total": sum(sums.values()), **received}
 
 
-def bookings_table(
-    found: AccountResult, labels: pd.Index, sessions: pd.DatetimeIndex
-) -> pd.DataFrame:
+def bookings_table(rows: _Columns, labels: pd.Index, sessions: pd.DatetimeIndex) -> pd.DataFrame:
     """Return what single assets paid or cost beside trades.
 
     Returns
@@ -74,7 +74,6 @@ def bookings_table(
         ``date``, ``symbol`` (categories), ``kind`` ("dividend", "borrow" or "split"), ``money``
         (paid is negative, dividends without the tax withheld) and ``shares`` held by then.
     """
-    rows = found["bookings"]
     return pd.DataFrame(
         {
             "date": sessions.take(rows["session"]),
@@ -87,13 +86,12 @@ def bookings_table(
     )
 
 
-def trip_columns(found: AccountResult, filled: npt.NDArray[np.bool_]) -> dict[str, Any]:
+def trip_columns(trips: _Columns, filled: npt.NDArray[np.bool_]) -> dict[str, Any]:
     """Return what the table of trades has beside its usual columns.
 
     ``shares`` of the first fill, ``money`` gained with all that was paid and received, and
     ``cut``: why orders traded less than was wanted, "" where they did not.
     """
-    trips = found["trips"]
     texts = [
         ", ".join(name for bit, name in enumerate(CUTS) if code >> bit & 1)
         for code in range(1 << len(CUTS))
@@ -105,12 +103,11 @@ def trip_columns(found: AccountResult, filled: npt.NDArray[np.bool_]) -> dict[st
     }
 
 
-def _padded(found: AccountResult, name: str, length: int) -> _Floats:
+def _padded(values: _Floats, length: int, last: int) -> _Floats:
     """Return the last entries of a column; after a ruin nothing is written down any more."""
-    values = found["sessions"][name]
-    missing = found["length"] - len(values)
+    missing = length - len(values)
     whole = np.concatenate([values, np.zeros(missing)]) if missing else values
-    return cast("_Floats", whole[len(whole) - length :])
+    return cast("_Floats", whole[len(whole) - last :])
 
 
 def _start(columns: dict[str, _Floats]) -> float:

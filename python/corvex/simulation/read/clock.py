@@ -14,7 +14,7 @@ import numpy as np
 import pandas as pd
 
 from corvex.markets.number_dates import are_serial_days, dates_of_numbers
-from corvex.markets.stamps import TableStamps, in_zone, is_date
+from corvex.markets.stamps import TableStamps, in_zone, is_date, starts_of_days
 from corvex.simulation.notices import date_text, warn
 from corvex.simulation.read.future import FutureBars
 from corvex.tables.date_limits import require_in_range
@@ -307,6 +307,29 @@ class Clock:
             return Border(placed[0], int(placed.as_unit("ns").asi8[0]) - last)
         stamps = self.place(dates)
         return Border(stamps.dates[0], int(stamps.keys[0]))
+
+    def begins(self, dates: pd.DatetimeIndex) -> tuple[np.ndarray, np.ndarray]:
+        """Read many dates at once, each by itself as `border` reads where a span begins.
+
+        Returns
+        -------
+        int64 arrays
+            The keys on this clock, and the days that they stand for: nanoseconds of midnights.
+        """
+        if self.is_daily:
+            keys = TableStamps(dates, self._zone).own_dates.as_unit("ns").asi8
+            if dates.tz is not None and self.index.tz is not None:
+                moments, own = dates.as_unit("ns").asi8, self.index.as_unit("ns").asi8
+                rows = np.minimum(np.searchsorted(own, moments), len(own) - 1)
+                keys = np.where(own[rows] == moments, self.keys[rows], keys)
+            return keys, keys
+        first = self.written(dates.tz_localize(None)).as_unit("ns").asi8
+        moments = self._stamps.moments(dates).as_unit("ns").asi8
+        keys = np.where(starts_of_days(dates), first, moments)
+        local = pd.DatetimeIndex(keys)
+        if self.index.tz is not None:
+            local = local.tz_localize("UTC").tz_convert(self._stamps.zone).tz_localize(None)
+        return keys, local.normalize().asi8
 
     def rows_until(self, index: pd.DatetimeIndex, end: Border) -> int:
         """Return how many rows of another table are whole at the end of a span."""

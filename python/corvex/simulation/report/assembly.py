@@ -4,6 +4,7 @@ from __future__ import annotations
 
 from collections.abc import Callable, Collection
 from dataclasses import dataclass, field
+from functools import partial
 from typing import Any
 
 import numpy as np
@@ -37,6 +38,8 @@ class Outcome:
         The assets whose prices a saved report needs: those traded, held or to be held.
     attributes : dict of str to object
         Settings of the run, assigned under their names.
+    deferred : dict of str to callable
+        What makes further attributes when they are first read.
     """
 
     creturn: pd.Series
@@ -53,6 +56,7 @@ class Outcome:
     tax_ratio: float = 0.0
     historical: bool = False
     attributes: dict[str, Any] = field(default_factory=dict)
+    deferred: dict[str, Callable[[], Any]] = field(default_factory=dict)
 
 
 # Present on every report, whether it was simulated or not.
@@ -102,6 +106,7 @@ def build_report(outcome: Outcome) -> Report:
         **attributes,
         **_DEFAULTS,
         **outcome.attributes,
+        **dict.fromkeys(outcome.deferred),
         "mae_mfe": None,
         "current_rebalance_date": held.current_date,
         "next_rebalance_date": held.next_date,
@@ -119,6 +124,8 @@ def build_report(outcome: Outcome) -> Report:
     # From a table of their own: a user may have changed the report's by then.
     deferred.add(_HOLDINGS, lambda: _holdings(outcome.trades(), held))
     deferred.add(["fills"], lambda: {"fills": outcome.fills()})
+    for name, make in outcome.deferred.items():
+        deferred.add([name], partial(_named, name, make))
     deferred.add(["data_readiness"], _readiness(market, historical=outcome.historical))
     attributes.clear()
     attributes.update(
@@ -132,6 +139,10 @@ def build_report(outcome: Outcome) -> Report:
     else:
         warn_about_benchmark(report)
     return report
+
+
+def _named(name: str, make: Callable[[], Any]) -> dict[str, Any]:
+    return {name: make()}
 
 
 def _curve(outcome: Outcome) -> Callable[[], Report]:

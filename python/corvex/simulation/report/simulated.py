@@ -96,8 +96,8 @@ def report_of(
                 "yearly_turnover": yearly_turnover(
                     result["traded"], result["equity"], cast("pd.DatetimeIndex", creturn.index)
                 ),
-                **_account(run, prices),
             },
+            deferred=_account(run, prices),
         )
     )
     if run.account is None:  # draws without an account are no measure of a run with one
@@ -105,15 +105,16 @@ def report_of(
     return report
 
 
-def _account(run: Run, prices: PriceData) -> dict[str, Any]:
-    """What only the report of a run that kept an account has."""
-    found, index = run.result.get("account"), prices.clock.index
+def _account(run: Run, prices: PriceData) -> dict[str, Callable[[], pd.DataFrame]]:
+    """What only the report of a run that kept an account has; made when first read."""
+    found, labels, index = run.result.get("account"), run.plan.labels, prices.clock.index
     if found is None:
         return {}
-    begin = run.plan.first_session + rows_before_start(run.result)
+    rows, length, bookings = found["sessions"], found["length"], found["bookings"]
+    dates = index[run.plan.first_session + rows_before_start(run.result) :]
     return {
-        "account": account_table(found, index[begin:]),
-        "bookings": bookings_table(found, run.plan.labels, index),
+        "account": lambda: account_table(rows, length, dates),
+        "bookings": lambda: bookings_table(bookings, labels, index),
     }
 
 
@@ -132,11 +133,10 @@ def _trades(
     ).matrices
     quoted = raw_price_of(prices.market, prices.clock, plan.labels, matrices, run.trade_at)
 
-    money = None
-    if "account" in run.result:
-        money = trip_columns(run.result["account"], found["entry_session"] >= 0)
+    trips = run.result["account"]["trips"] if "account" in run.result else None
 
     def make() -> pd.DataFrame:
+        money = trip_columns(trips, found["entry_session"] >= 0) if trips else None
         return trades_table(found, labels, index, signals, quoted, money)
 
     if quoted is None:
