@@ -277,8 +277,7 @@ def is_array(given: object) -> bool:
 
 
 def _labelled(given: Any, what: str, dates: Any, assets: Any) -> pd.DataFrame | pd.Series:
-    values = np.ma.filled(given, np.nan) if isinstance(given, np.ma.MaskedArray) else given
-    values = np.asarray(values)
+    values = np.asarray(_filled(given) if isinstance(given, np.ma.MaskedArray) else given)
     if dates is None:
         wanted = "dates=" if values.ndim == 1 else "dates= and assets="
         raise ValueError(f"{what} is an array, which has no dates; give {wanted}")
@@ -295,6 +294,15 @@ def _labelled(given: Any, what: str, dates: Any, assets: Any) -> pd.DataFrame | 
             f"{what} is an array of shape {values.shape}, but there are {len(index)} dates{count}"
         )
     return pd.DataFrame(values.copy(), index, labels)
+
+
+def _filled(given: np.ma.MaskedArray[Any, Any]) -> np.ndarray:
+    """Return an array with False for what is masked among signals, else NaN."""
+    if given.dtype == np.bool_:
+        return np.asarray(given.filled(False))
+    values = np.array(given.data, dtype=np.float64)
+    values[np.ma.getmaskarray(given)] = np.nan
+    return values
 
 
 def _index_of(labels: Any) -> pd.Index:

@@ -143,6 +143,12 @@ def test_arrays(prices, weights):
     assert report.market.get_price("close").to_numpy()[-1].tolist() == cells[-1].tolist()
     at = corvex.simulate(weights, prices, trade_at=cells * 1.5, **axes, **OPTIONS).creturn
     assert at.equals(corvex.simulate(weights, prices, trade_at=prices * 1.5, **OPTIONS).creturn)
+    # What is masked is missing: no signal, and no price.
+    marks = np.ma.masked_array(np.ones(early.shape, bool), mask=~early.to_numpy())
+    for other in (marks, marks.astype(np.int64) / 3):
+        table = pd.DataFrame(other.filled(0), prices.index, prices.columns)
+        expected = corvex.simulate(table, prices, **OPTIONS).creturn
+        assert corvex.simulate(other, prices, **axes, **OPTIONS).creturn.equals(expected)
     for refused, text in (
         ((cells, prices, {}), "give dates= and assets="),
         ((cells, prices, {"dates": prices.index}), "give assets="),
