@@ -207,6 +207,7 @@ ONE_THREAD, TWO_THREADS = "  the same, by the clock", "  on two threads, by the 
 ONE_PROCESS, TWO_PROCESSES = "  one process, by the clock", "  two processes, by the clock"
 MOMENTUM, SIGNALS = "432 momentum variants", "their signals alone, in pandas"
 CROSSINGS = "500 crossings of averages, one asset"
+CROSSED_TABLES = "  the same, a table for each"
 MANY, RESUMED = "100,000 runs", "  resumed, all done"
 SMALL, MIDDLE, LARGE = "50x2520", "500x2520", "2000x5000"
 
@@ -302,7 +303,7 @@ CASES = [
         "many runs: figures of 1,000 monthly portfolios, and what sweeps cost beside them",
         ("corvex", "vectorbt"),
         sweeps,
-        (SWEEP, CROSSINGS),
+        (SWEEP, CROSSINGS, CROSSED_TABLES),
         (
             Goal(SWEEP, "vectorbt", 200),
             Goal(TWO_THREADS, ONE_THREAD, 1.8),

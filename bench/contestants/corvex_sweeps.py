@@ -14,6 +14,7 @@ import pandas as pd
 
 from cases import (
     BATCH,
+    CROSSED_TABLES,
     CROSSINGS,
     MANY,
     MOMENTUM,
@@ -158,14 +159,32 @@ def _crossings() -> list[Entry]:
     import corvex
 
     prices, pairs = one_asset()
-    fixed = {"fee_ratio": 0.001, "tax_ratio": 0.0, "market": "us_stock"}
+    fixed = {"fee_ratio": 0.001, "tax_ratio": 0.0, "market": "us_stock", "threads": 1}
+    grid = [{"fast": fast, "slow": slow} for fast, slow in pairs]
 
     def crossings() -> object:
-        means = {window: prices.rolling(window).mean() for pair in pairs for window in pair}
-        tables = {f"{fast}/{slow}": means[fast] > means[slow] for fast, slow in pairs}
-        return corvex.sweep(tables, prices, threads=1, **fixed).figures
+        return corvex.sweep(crossing, prices, signal=grid, batched=True, **fixed).figures
 
-    return [time_call(CROSSINGS, crossings, repeats=5, cpu=True)]
+    def from_tables() -> object:
+        windows = sorted({window for pair in pairs for window in pair})
+        means = {window: prices.rolling(window).mean() for window in windows}
+        tables = {f"{fast}/{slow}": means[fast] > means[slow] for fast, slow in pairs}
+        return corvex.sweep(tables, prices, **fixed).figures
+
+    return [
+        time_call(CROSSINGS, crossings, repeats=9, cpu=True),
+        time_call(CROSSED_TABLES, from_tables, repeats=5, cpu=True),
+    ]
+
+
+def crossing(prices: pd.DataFrame, fast: np.ndarray, slow: np.ndarray) -> np.ndarray:
+    """Each average once, as the other side does too; then all pairs of them."""
+    windows = np.unique([fast, slow])
+    means = np.array([prices.rolling(int(window)).mean().to_numpy() for window in windows])
+    above: np.ndarray = (
+        means[np.searchsorted(windows, fast)] > means[np.searchsorted(windows, slow)]
+    )
+    return above
 
 
 def one_asset() -> tuple[pd.DataFrame, list[tuple[int, int]]]:

@@ -32,13 +32,13 @@ from corvex.simulation.run import run_plan
 from corvex.sweeping.grid import Combination
 from corvex.sweeping.run_results import BLOCKS, FIGURES, Results, joined
 from corvex.sweeping.settings import Settings
-from corvex.sweeping.strategy import Strategy
+from corvex.sweeping.strategy import FormError, Strategy
 
 __all__ = ["Job", "Runner", "Task"]
 
 # A batch is run when it has so many runs, bytes of targets or seconds of strategies.
 _MOST_RUNS = 4096
-_MOST_BYTES = 1 << 26
+_MOST_BYTES = 1 << 24
 _MOST_SECONDS = 1.0
 _MOST_TIMELINES = 64
 _MOST_OPTIONS = 2 * _MOST_RUNS
@@ -118,6 +118,29 @@ class _Calendar:
         return self.before if len(signals) and signals[0] < 0 else 0
 
 
+@dataclass(frozen=True, slots=True, eq=False)
+class _Route:
+    """What runs have in common whose weights have the same dates and labels, and their options.
+
+    Attributes
+    ----------
+    settings, labels, data, options, prices
+        What the run rests on.
+    plan_key : int
+        The same for routes whose plans are the same.
+    watched : bool
+        Each run is to be looked at, for stops that are hardly meant.
+    """
+
+    settings: Settings
+    labels: pd.Index
+    data: PriceData
+    options: Options
+    prices: AssetPrices
+    plan_key: int
+    watched: bool
+
+
 @dataclass(eq=False)
 class _Group:
     """Runs that share prices, and so a call of the engine."""
@@ -132,13 +155,13 @@ class _Group:
     runs: list[int] = field(default_factory=list)
     seconds: list[float] = field(default_factory=list)
     _known: dict[int, int] = field(default_factory=dict)
-    _known_options: dict[Options, int] = field(default_factory=dict)
 
     def add(self, run: int, plan: Plan, options: Options, settings: Settings, secs: float) -> None:
+        # Plans and options are alive in the lists, so their ids are theirs alone.
         place = self._known.setdefault(id(plan), len(self.plans))
         if place == len(self.plans):
             self.plans.append(plan)
-        at = self._known_options.setdefault(options, len(self.options))
+        at = self._known.setdefault(id(options), len(self.options))
         if at == len(self.options):
             self.options.append(options)
         self.pairs.append((place, at))
@@ -167,10 +190,12 @@ class Runner:
         self._raises = raises
         self._data: dict[Any, PriceData] = {}
         self._settings: dict[Any, Settings] = {}
-        self._engine_options: dict[tuple[int, int], Options] = {}
+        self._settings_at: dict[int, Settings] = {}
+        self._routes: dict[int, _Route] = {}
+        self._plan_keys: dict[Any, int] = {}
         self._calendars: dict[int, _Calendar] = {}
         self._like: WeightTable | None = None
-        self._timelines: dict[Any, tuple[pd.Index, Timeline]] = {}
+        self._timelines: dict[tuple[int, int], tuple[pd.Index, Timeline, bool]] = {}
         self._groups: dict[int, _Group] = {}
         self._failed: list[Results] = []
         #: Texts of warnings, and in how many plans each was given.
@@ -182,8 +207,8 @@ class Runner:
         """Yield the results of tasks, some hundreds or thousands of runs at a time."""
         runs = weight = 0
         since = time.perf_counter()
-        for task in tasks:
-            for count, size in self._prepare(task):
+        for task, weights, seconds in self._called(tasks):
+            for count, size in self._prepare(task, weights, seconds):
                 runs += count
                 weight += size
                 full = runs >= _MOST_RUNS or weight >= _MOST_BYTES
@@ -196,21 +221,41 @@ class Runner:
 
     # -- before the engine -------------------------------------------------------------------
 
-    def _prepare(self, task: Task) -> Iterator[tuple[int, int]]:
-        """Plan the runs of a task; yield the number of some, and the bytes of their targets."""
+    def _called(self, tasks: Sequence[Task]) -> Iterator[tuple[Task, Any, float]]:
+        """Yield each task with its weights, or what went wrong, and the seconds that they took."""
+        strategy, prices = self._job.strategy, self._job.prices
+        most = strategy.calls_of(prices)
+        for first in range(0, len(tasks), most):
+            some = tasks[first : first + most]
+            found, took = self._call(some)
+            if isinstance(found, Exception) and len(some) > 1 and not isinstance(found, FormError):
+                for task in some:  # find out whose fault it is
+                    alone, took = self._call([task])
+                    yield task, alone if isinstance(alone, Exception) else alone[0], took
+                continue
+            for at, task in enumerate(some):
+                yield task, found if isinstance(found, Exception) else found[at], took / len(some)
+
+    def _call(self, tasks: Sequence[Task]) -> tuple[list[Any] | Exception, float]:
         begin = time.perf_counter()
+        found: list[Any] | Exception
         try:
-            weights = self._job.strategy.weights(self._job.prices, task.signal)
+            found = self._job.strategy.called(self._job.prices, [task.signal for task in tasks])
         except Exception as error:
-            self._fail(task.runs[:, 0], error)
+            found = error
+        took = time.perf_counter() - begin
+        self.call_seconds += took
+        return found, took
+
+    def _prepare(self, task: Task, weights: Any, seconds: float) -> Iterator[tuple[int, int]]:
+        """Plan the runs of a task; yield the number of some, and the bytes of their targets."""
+        if isinstance(weights, Exception):
+            self._fail(task.runs[:, 0], weights)
             yield len(task.runs), 0
             return
-        finally:
-            took = time.perf_counter() - begin
-            self.call_seconds += took
-        each = took / len(task.runs)
+        each = seconds / len(task.runs)
         tables: dict[Any, WeightTable] = {}
-        plans: dict[Any, Plan] = {}
+        plans: dict[int, Plan] = {}
         told: set[str] = set()
         for first in range(0, len(task.runs), _MOST_RUNS):
             known = len(plans)
@@ -222,10 +267,11 @@ class Runner:
                         self._plan(run, options, weights, tables, plans, each)
                     except Exception as error:
                         self._fail([run], error)
-            told.update(str(one.message) for one in caught)
+            told.update([str(one.message) for one in caught])
             new = list(plans.values())[known:]
-            yield len(part), sum(plan.schedule.targets.nbytes for plan in new)
-        self.warned.update(told)
+            yield len(part), sum([plan.schedule.targets.nbytes for plan in new])
+        if told:
+            self.warned.update(told)
 
     def _plan(
         self,
@@ -233,64 +279,103 @@ class Runner:
         at: int,
         weights: Any,
         tables: dict[Any, WeightTable],
-        plans: dict[Any, Plan],
+        plans: dict[int, Plan],
         seconds: float,
     ) -> None:
         begin = time.perf_counter()
-        given = self._job.options[at]
-        shared = Settings.key(given)
-        settings = self._settings.get(shared)
-        if settings is None:
-            settings = self._settings[shared] = Settings.read(self._job.fixed, given)
-        how = settings.weights
-        if how not in tables:
-            self._like = read_weights(
+        settings = self._settings_of(at)
+        table = tables.get(settings.weights)
+        if table is None:
+            table = tables[settings.weights] = read_weights(
                 weights,
                 limit=settings.limit,
                 leverage=settings.leverage,
                 like=self._like,
                 **settings.axes,
             )
-            tables[how] = self._like
-        data = self._data_of(settings, given, tables[how])
-        options = self._engine_options.get((at, id(data)))
-        if options is None:
-            if len(self._engine_options) >= _MOST_OPTIONS:
-                self._engine_options.clear()
-            options = settings.engine_options(data, given)
-            self._engine_options[at, id(data)] = options
-        key = settings.plan, id(data)
-        new = key not in plans
-        if new:
-            plans[key] = plan_of(tables[how], self._timeline(tables[how].index, settings, data))
-        plan = plans[key]
-        prices = data.of_assets(
-            plan.labels, settings.arguments["trade_at"], with_bars=options.touched_exit
-        )
-        if new or id(prices) not in self._groups:
-            check_held_prices(prices, plan, data.clock)
-        if new or any(1.0 < getattr(options, stop) < np.inf for stop in _STOPS_ABOVE_ONE):
-            warn_about_run(plan, options, data.clock)
+            self._remember(table)
+        route = self._routes.get(at)
+        if route is None or route.labels is not table.labels:
+            route = self._routes[at] = self._find_route(at, settings, table)
+        plan = plans.get(route.plan_key)
+        new = plan is None
+        late = False
+        if plan is None:
+            timeline, late = self._timeline(table.index, route)
+            plan = plans[route.plan_key] = plan_of(table, timeline)
+        prices, options = route.prices, route.options
         group = self._groups.get(id(prices))
+        if not prices.is_sound and (new or group is None):
+            check_held_prices(prices, plan, route.data.clock)
+        if route.watched or late or (new and (plan.scaled is not None or plan.is_idle)):
+            warn_about_run(plan, options, route.data.clock)
         if group is None:
-            group = self._groups[id(prices)] = _Group(data, prices, self._calendar(data.clock))
+            group = _Group(route.data, prices, self._calendar(route.data.clock))
+            self._groups[id(prices)] = group
         group.add(run, plan, options, settings, seconds + time.perf_counter() - begin)
 
-    def _timeline(self, dates: pd.DatetimeIndex, settings: Settings, data: PriceData) -> Timeline:
-        """When plans are rebalanced whose weights have these dates; most tables share them."""
-        key = id(dates), settings.plan, id(data)
-        if key in self._timelines:
-            return self._timelines[key][1]
+    def _settings_of(self, at: int) -> Settings:
+        found = self._settings_at.get(at)
+        if found is None:
+            given = self._job.options[at]
+            shared = Settings.key(given)
+            found = self._settings.get(shared)
+            if found is None:
+                found = self._settings[shared] = Settings.read(self._job.fixed, given)
+            if len(self._settings_at) >= _MOST_OPTIONS:
+                self._settings_at.clear()
+            self._settings_at[at] = found
+        return found
+
+    def _remember(self, table: WeightTable) -> None:
+        """Take a table for the one that others are likened to; routes are those of its dates."""
+        like = self._like
+        if like is None or table.index is not like.index or table.labels is not like.labels:
+            self._routes.clear()
+        self._like = table
+
+    def _find_route(self, at: int, settings: Settings, table: WeightTable) -> _Route:
+        given = self._job.options[at]
+        data = self._data_of(settings, given, table)
+        options = settings.engine_options(data, given)
+        if len(self._routes) >= _MOST_OPTIONS:
+            self._routes.clear()
+        prices = data.of_assets(
+            table.labels, settings.arguments["trade_at"], with_bars=options.touched_exit
+        )
+        stops = any(1.0 < getattr(options, stop) < np.inf for stop in _STOPS_ABOVE_ONE)
+        key = settings.plan, id(data)
+        return _Route(
+            settings=settings,
+            labels=table.labels,
+            data=data,
+            options=options,
+            prices=prices,
+            plan_key=self._plan_keys.setdefault(key, len(self._plan_keys)),
+            watched=stops,
+        )
+
+    def _timeline(self, dates: pd.DatetimeIndex, route: _Route) -> tuple[Timeline, bool]:
+        """When plans are rebalanced whose weights have these dates; most tables share them.
+
+        Beside it, whether the weights begin after the last price.
+        """
+        key = id(dates), route.plan_key
+        known = self._timelines.get(key)
+        if known is not None:
+            return known[1:]
+        settings, clock = route.settings, route.data.clock
         with warnings.catch_warnings(record=True) as caught:
             warnings.simplefilter("always")
-            found = make_timeline(dates, data, settings.rule, settings.offset)
+            found = make_timeline(dates, route.data, settings.rule, settings.offset)
         for one in caught:  # each table is to say so
             warnings.warn_explicit(one.message, one.category, one.filename, one.lineno)
+        late = bool(found.begins > clock.last)
         if not caught:
             if len(self._timelines) >= _MOST_TIMELINES:
                 self._timelines.clear()
-            self._timelines[key] = dates, found
-        return found
+            self._timelines[key] = dates, found, late
+        return found, late
 
     def _data_of(self, settings: Settings, options: Combination, table: WeightTable) -> PriceData:
         """The prices of a run; those that were read for another one where it may share them."""

@@ -3,22 +3,34 @@
 from __future__ import annotations
 
 import inspect
-from collections.abc import Callable, Mapping, Sequence
+import itertools
+import math
+from collections.abc import Callable, Iterable, Mapping, Sequence
 from typing import Any
 
+import numpy as np
 import pandas as pd
 
+from corvex.simulation.read.weights import Sheet
 from corvex.sweeping.digest import digest
 from corvex.sweeping.grid import Combination, near
 from corvex.sweeping.values import Named, unwrap
 from corvex.tables.frames import TableInput, is_table, reread
 
-__all__ = ["Strategy", "StrategyInput"]
+__all__ = ["FormError", "Strategy", "StrategyInput"]
 
 #: A function of prices and its own arguments, or tables of weights by name, or one of them.
 type StrategyInput = Callable[..., TableInput] | Mapping[Any, TableInput] | TableInput
 
 TABLES = "weights"
+
+# A call of a batched strategy makes weights of so many runs or bytes at the most.
+_MOST_BATCHED = 512
+_MOST_BATCHED_BYTES = 1 << 26
+
+
+class FormError(ValueError):
+    """What a batched strategy returned is not what it was asked for, whatever its arguments."""
 
 
 class Strategy:
@@ -28,6 +40,8 @@ class Strategy:
     ----------
     given : callable, mapping of str to table, or table
         As `sweep` takes it.
+    batched : bool
+        It is a function that makes the weights of many combinations in one call.
 
     Raises
     ------
@@ -35,7 +49,8 @@ class Strategy:
         When it is none of them.
     """
 
-    def __init__(self, given: StrategyInput) -> None:
+    def __init__(self, given: StrategyInput, *, batched: bool = False) -> None:
+        self.batched = batched
         self._function: Callable[..., Any] | None = None
         self._table: TableInput | pd.Series | None = None
         self.tables: dict[Any, TableInput] | None = None
@@ -50,6 +65,8 @@ class Strategy:
                 "strategy must be a function of prices, a table of weights or a mapping of names "
                 f"to tables, got {type(given).__name__}"
             )
+        if batched and self._function is None:
+            raise ValueError("batched=True is for a strategy that is a function; weights are none")
 
     @property
     def given(self) -> Any:
@@ -85,10 +102,42 @@ class Strategy:
         return self._function is not None
 
     def weights(self, prices: Any, signal: Combination) -> Any:
-        """Return the weights of one combination."""
+        """Return the weights of one combination, as `simulate` takes them."""
+        (found,) = self.called(prices, [signal])
+        return found.table() if isinstance(found, Sheet) else found
+
+    def calls_of(self, prices: Any) -> int:
+        """Return of how many combinations one call makes the weights."""
+        if not self.batched:
+            return 1
+        size = math.prod(getattr(_first_table(prices), "shape", ()))
+        return max(1, min(_MOST_BATCHED, _MOST_BATCHED_BYTES // (8 * max(1, size))))
+
+    def called(self, prices: Any, signals: Sequence[Combination]) -> list[Any]:
+        """Return the weights of some combinations, in one call where that is how it is made.
+
+        Raises
+        ------
+        FormError
+            When a batched strategy returns something else than weights for each.
+        Exception
+            Whatever the strategy raises.
+        """
         if self._function is None:
-            return self._table if self.tables is None else unwrap(signal[TABLES])
-        return self._function(prices, **{name: unwrap(value) for name, value in signal.items()})
+            return [
+                self._table if self.tables is None else unwrap(signal[TABLES]) for signal in signals
+            ]
+        if not self.batched:
+            return [
+                self._function(prices, **{name: unwrap(one) for name, one in signal.items()})
+                for signal in signals
+            ]
+        found: list[Any] = []
+        for _, alike in itertools.groupby(signals, key=lambda signal: signal.keys()):
+            some = list(alike)
+            arrays = {name: _as_array([unwrap(one[name]) for one in some]) for name in some[0]}
+            found += _each(self._function(prices, **arrays), len(some), prices)
+        return found
 
     def fingerprint(self) -> str:
         """Return a text that differs where the strategy does; each table counts with its run."""
@@ -128,3 +177,71 @@ def _check_arguments(function: Callable[..., Any], signals: Sequence[Combination
                 f"the strategy cannot be called with the prices and {', '.join(names) or 'nothing'}"
                 f": {error}; give its arguments in signal"
             ) from None
+
+
+def _as_array(values: list[Any]) -> np.ndarray:
+    """Values of one parameter: numbers as numbers, all else as they are."""
+    kinds = {type(value) for value in values}
+    if kinds == {bool} or (kinds <= {int, float} and kinds):
+        found = np.array(values)
+        if found.dtype.kind in "bif":
+            return found
+    cells = np.empty(len(values), dtype=object)
+    for place, value in enumerate(values):
+        cells[place] = value
+    return cells
+
+
+def _first_table(prices: Any) -> Any:
+    """The table whose dates and assets the strategy's arrays have."""
+    if not isinstance(prices, Mapping):
+        return prices
+    return prices["close"] if "close" in prices else next(iter(prices.values()), None)
+
+
+def _each(found: Any, count: int, prices: Any) -> list[Any]:
+    """The weights of each of the combinations that a batched strategy was called with."""
+    if isinstance(found, np.ndarray):
+        return _sheets(found, count, _first_table(prices))
+    if isinstance(found, Mapping):
+        found = found.values()
+    if is_table(found) or isinstance(found, str) or not isinstance(found, Iterable):
+        raise FormError(
+            "a batched strategy returns an array of shape (combinations, dates, assets) or a table "
+            f"for each of its {count} combinations, got {type(found).__name__}"
+        )
+    tables = list(itertools.islice(found, count + 1))
+    if len(tables) != count:
+        more = "more" if len(tables) > count else str(len(tables))
+        raise FormError(
+            f"a batched strategy was given {count} combinations, the first, second and so on of "
+            f"each of its arguments, and returned {more} tables"
+        )
+    return tables
+
+
+def _sheets(block: np.ndarray, count: int, table: Any) -> list[Any]:
+    shape = getattr(table, "shape", None)
+    if shape is not None and len(shape) == 1:
+        shape = (*shape, 1)
+    if block.ndim != 3 or len(block) != count or (shape is not None and block.shape[1:] != shape):
+        wanted = "dates, assets" if shape is None else ", ".join(map(str, shape))
+        raise FormError(
+            f"the array of a batched strategy must have the shape ({count}, {wanted}), of its "
+            f"combinations and the prices, got {block.shape}"
+        )
+    if block.dtype != np.bool_:
+        try:
+            block = block.astype(np.float64, copy=False)
+        except (TypeError, ValueError):
+            raise FormError(
+                "the array of a batched strategy must hold numbers, or True and False"
+            ) from None
+    if isinstance(table, pd.DataFrame) and isinstance(table.index, pd.DatetimeIndex):
+        return [Sheet(one, table.index, table.columns) for one in block]
+    if isinstance(table, np.ndarray):
+        return list(block)
+    raise FormError(
+        "the array of a batched strategy has the dates and assets of the prices, which must be a "
+        "table of pandas with dates as its index, or an array; return a list of tables"
+    )

@@ -59,6 +59,7 @@ def sweep(
     riskfree_rate: float = 0.02,
     threads: int = 0,
     check_lookahead: bool = False,
+    batched: bool = False,
     **fixed: Any,
 ) -> Sweep:
     """Simulate a strategy with many combinations of parameters.
@@ -102,6 +103,12 @@ def sweep(
         First see, by `corvex.check_lookahead`, whether weights know later prices: for up to five
         combinations of the strategy's own arguments, from the first to the last. A finding is a
         warning; `lookahead` of the sweep has them all.
+    batched : bool, default False
+        The strategy makes the weights of many combinations in one call: of each of its arguments
+        it is given an array, and it returns an array of shape (combinations, dates, assets) for
+        the dates and assets of the prices, or a table for each combination, in their order. It is
+        called with up to 512 combinations at a time, fewer where their weights would take more
+        than 64 MB.
     **fixed
         Arguments of `corvex.simulate` that do not vary.
 
@@ -144,7 +151,7 @@ def sweep(
     check_names(fixed, varies=False)
     if executor is not None:
         check_executor(executor)
-    source, prices = Strategy(strategy), reread(prices)
+    source, prices = Strategy(strategy, batched=batched), reread(prices)
     grid = Grid(
         source.combinations(read_space(signal, "signal"), signal is not None),
         read_space(options, "options"),
@@ -296,13 +303,17 @@ def _read_store(store: Store, grid: Grid, missing: np.ndarray, results: Results)
 
 
 def _tasks(grid: Grid, missing: np.ndarray) -> list[Task]:
-    width = len(grid.options)
-    tasks = []
-    for at, signal in enumerate(grid.signals):
-        options = np.flatnonzero(missing[at * width : (at + 1) * width])
-        if len(options):
-            tasks.append(Task(signal, np.column_stack([options + at * width, options])))
-    return tasks
+    runs = np.flatnonzero(missing)
+    signals, options = np.divmod(runs, max(1, len(grid.options)))
+    pairs = np.column_stack([runs, options])
+    first = np.flatnonzero(np.diff(signals, prepend=-1))
+    ends = np.append(first, len(runs))[1:]
+    return [
+        Task(grid.signals[signal], pairs[begin:end])
+        for signal, begin, end in zip(
+            signals[first].tolist(), first.tolist(), ends.tolist(), strict=True
+        )
+    ]
 
 
 def _tell(results: Results, warned: Counter[str], interrupted: bool) -> None:

@@ -19,7 +19,7 @@ __all__ = ["DEFAULT", "Named", "label", "loads", "plain", "texts", "unwrap"]
 
 #: The label of a parameter that a run leaves at its default, where others set it.
 DEFAULT = "default"
-_TIGHT = (",", ":")
+_ENCODE = json.JSONEncoder(separators=(",", ":")).encode
 
 
 @dataclass(frozen=True, slots=True, eq=False)
@@ -86,8 +86,8 @@ def texts(rows: Iterable[Mapping[str, Any]], *, for_good: bool = True) -> list[s
         place = name, id(value)
         if place not in known:
             named = isinstance(value, Named) and not for_good
-            form = json.dumps(id(value.value) if named else _written(value), separators=_TIGHT)
-            known[place] = f"{json.dumps(name)}:{form}", value
+            form = _ENCODE(id(value.value) if named else _written(value))
+            known[place] = f"{_ENCODE(name)}:{form}", value
         return known[place][0]
 
     return [

@@ -1,5 +1,6 @@
 """A sweep's runs are those of `simulate`, whatever varies; what fails is told."""
 
+import concurrent.futures
 import datetime
 import functools
 import itertools
@@ -12,6 +13,7 @@ import pytest
 
 import corvex
 from corvex import _engine
+from corvex.sweeping.run_results import EXTRAS
 
 FIXED = {"market": "us_stock", "fee_ratio": 0.001, "tax_ratio": 0.0}
 HOLIDAYS = pd.offsets.CustomBusinessDay(holidays=["2021-01-05"])
@@ -125,6 +127,77 @@ def test_strategies_are_called_once_for_each_of_their_combinations():
     report = corvex.simulate(tables["fast"], prices, resample="ME", **FIXED)
     assert_same(by_name, 1, report)
     assert by_name.report(weights="fast").creturn.equals(report.creturn)
+
+
+def batch_of(prices, lookback, top, form):
+    """`best_of` for many combinations at once."""
+    made = [best_of(prices, one, best) for one, best in zip(lookback.tolist(), top, strict=True)]
+    assert lookback.dtype == np.int64
+    if form[0] == "array":
+        return np.stack([np.asarray(table) for table in made])
+    return {"list": made, "mapping": dict(enumerate(made))}.get(form[0], iter(made))
+
+
+@pytest.mark.parametrize("form", ["array", "list", "mapping", "iterator"])
+@pytest.mark.parametrize("world", ["daily", "in a zone", "intraday"])
+def test_a_batched_strategy_gives_the_runs_of_single_calls(form, world):
+    prices, more = WORLDS[world]
+    prices = ohlc(prices) if form == "list" else prices
+    fixed = {**FIXED, **more, "options": {"trail_stop": [None, 0.03]}}
+    grid = {"lookback": [1, 3, 5], "top": [1, 2, 20]}
+    many = corvex.sweep(
+        batch_of, prices, signal={**grid, "form": [form]}, batched=True, keep="curves", **fixed
+    )
+    single = corvex.sweep(best_of, prices, signal=grid, keep="curves", **fixed)
+    numbers = [*_engine.FIGURE_NAMES, *EXTRAS]
+    for name in numbers:
+        np.testing.assert_array_equal(many.figures[name], single.figures[name], err_msg=name)
+    report = many.report(lookback=3, top=2, trail_stop=0.03)
+    assert_same(many, 9, report)
+    pool = concurrent.futures.ThreadPoolExecutor(2)
+    spread = corvex.sweep(
+        batch_of, prices, signal={**grid, "form": [form]}, batched=True, executor=pool, **fixed
+    )
+    pd.testing.assert_frame_equal(spread.figures[numbers], many.figures[numbers], check_exact=True)
+    window = {"intraday": "5D"}.get(world, "2ME")
+    walk = corvex.walk_forward(many, window, window, where={"trail_stop": None})
+    other = corvex.walk_forward(single, window, window, where={"trail_stop": None})
+    assert walk.report.creturn.equals(other.report.creturn)
+
+
+def test_what_a_batched_strategy_gets_wrong_is_told():
+    prices, seen = daily(), []
+
+    def strategy(prices, lookback, how=None):
+        seen.append(len(lookback))
+        if 7 in lookback:
+            raise RuntimeError("seven")
+        block = np.stack([np.asarray(best_of(prices, one)) for one in lookback])
+        return block if how is None else how[0](block)
+
+    def swept(lookback, how=None, **more):
+        signal = {"lookback": lookback} | ({} if how is None else {"how": {"it": how}})
+        return corvex.sweep(strategy, prices, signal=signal, batched=True, **FIXED, **more)
+
+    with pytest.warns(UserWarning, match="1 of 4 runs failed"):
+        found = swept([1, 3, 7, 5])
+    assert seen == [4, 1, 1, 1, 1]  # one wrong argument does not cost the others their runs
+    assert found.errors.tolist() == ["RuntimeError: seven"]
+    with pytest.raises(RuntimeError, match="seven"):
+        swept([1, 7], on_error="raise")
+    for how, told in (
+        (lambda block: block[0], r"must have the shape \(2, 260, 4\).*got \(260, 4\)"),
+        (lambda block: block[:1], r"shape \(2, 260, 4\)"),
+        (lambda block: block.astype(str), "must hold numbers"),
+        (lambda block: [prices] * 3, "given 2 combinations.*returned more"),
+        (lambda block: [prices], "returned 1 tables"),
+        (lambda block: prices, "got DataFrame"),
+    ):
+        with pytest.warns(UserWarning, match="2 of 2 runs failed"):
+            failed = swept([1, 3], how)
+        assert failed.errors.str.contains(told).all(), failed.errors.iloc[0]
+    with pytest.raises(ValueError, match="batched=True is for a strategy that is a function"):
+        corvex.sweep(prices, prices, batched=True)
 
 
 def test_parameters_of_any_kind_find_their_run():

@@ -31,8 +31,10 @@ class Schedule:
 
     Attributes
     ----------
-    dates : DatetimeIndex of length rebalances
-        The signal dates, in the zone of the prices.
+    candidates : DatetimeIndex
+        The dates on which there could have been one, in the zone of the prices.
+    kept : int64 array of shape (rebalances,), slice or None
+        Which of them are signal dates; None for all.
     sessions : int64 array of shape (rebalances,)
         Row of the session of each signal; it fills on the next one. -1 before the table; the
         last row means that there is no fill yet.
@@ -44,7 +46,8 @@ class Schedule:
         The targets of the latest row, on which that rebalance would act today.
     """
 
-    dates: pd.DatetimeIndex
+    candidates: pd.DatetimeIndex
+    kept: np.ndarray | slice | None
     sessions: np.ndarray
     targets: np.ndarray
     planned_date: pd.Timestamp | None = None
@@ -52,6 +55,11 @@ class Schedule:
 
     def __len__(self) -> int:
         return len(self.sessions)
+
+    @property
+    def dates(self) -> pd.DatetimeIndex:
+        """The signal dates; made anew each time, as thousands of runs never look at theirs."""
+        return self.candidates if self.kept is None else self.candidates[self.kept]
 
 
 def read_resample(resample: Resample) -> Rule:
@@ -180,9 +188,10 @@ def build_schedule(weights: WeightTable, timetable: Timetable) -> Schedule:
         targets = targets[first]
     whole = len(targets) == len(at.rows)
     schedule = Schedule(
-        at.dates if whole else at.dates[first],
-        at.sessions if whole else at.sessions[first],
-        targets,
+        candidates=at.dates,
+        kept=None if whole else first,
+        sessions=at.sessions if whole else at.sessions[first],
+        targets=targets,
     )
     if at.planned_row < 0:
         return schedule if at.only_changes else _with_plan(schedule, at.planned(), None)

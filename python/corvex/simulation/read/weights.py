@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-import copy
+from dataclasses import dataclass
 from typing import Any, cast
 
 import numpy as np
@@ -14,10 +14,30 @@ from corvex.simulation.read.clock import dated_table
 from corvex.simulation.read.columns import check_labels
 from corvex.tables.frames import TableInput, as_table
 
-__all__ = ["WeightTable", "read_weights"]
+__all__ = ["Sheet", "WeightTable", "read_weights"]
 
 # Weights rounded to a few digits sum to a little above 1.
 _ROUNDING = 0.01
+
+
+@dataclass(frozen=True, slots=True, eq=False)
+class Sheet:
+    """The weights of one run, cut from an array of many whose dates and assets are the same.
+
+    Attributes
+    ----------
+    values : float64 or bool array of shape (dates, assets)
+    index, columns : Index
+        Those of all sheets.
+    """
+
+    values: np.ndarray
+    index: pd.Index
+    columns: pd.Index
+
+    def table(self) -> pd.DataFrame:
+        """The same as a table."""
+        return pd.DataFrame(self.values, self.index, self.columns, copy=False)
 
 
 class WeightTable:
@@ -54,10 +74,15 @@ class WeightTable:
 
     def between(self, start: int, stop: int) -> WeightTable:
         """The same weights with some of the rows, which are not copied."""
-        if (start, stop) == (0, len(self.index)):
-            return copy.copy(self)
-        part = copy.copy(self)
-        part.index, part._values = self.index[start:stop], self._values[start:stop]
+        whole = (start, stop) == (0, len(self.index))
+        part = WeightTable(
+            self.index if whole else self.index[start:stop],
+            self.labels,
+            self._values if whole else self._values[start:stop],
+            limit=self.limit,
+            leverage=self.leverage,
+        )
+        part.largest_scaled = self.largest_scaled
         return part
 
     def targets(self, rows: np.ndarray) -> np.ndarray:
@@ -119,7 +144,7 @@ class WeightTable:
 
 
 def read_weights(
-    weights: TableInput,
+    weights: TableInput | Sheet,
     *,
     limit: float,
     leverage: bool,
@@ -131,7 +156,7 @@ def read_weights(
 
     Parameters
     ----------
-    weights : DataFrame, Arrow table or array
+    weights : DataFrame, Arrow table, array or Sheet
         Dates x asset labels: numbers, or True and False.
     limit : float
         The largest absolute weight of one asset.
@@ -148,15 +173,19 @@ def read_weights(
     ValueError
         Naming the asset and date of what cannot be a weight.
     """
-    if like is not None and isinstance(weights, pd.DataFrame) and _are_alike(weights, like):
-        table, index, labels = weights, like.index, like.labels
+    if like is not None and isinstance(weights, Sheet | pd.DataFrame) and _are_alike(weights, like):
+        index, labels = like.index, like.labels
+        values = weights.values if isinstance(weights, Sheet) else _values(weights)
     else:
+        weights = weights.table() if isinstance(weights, Sheet) else weights
         table = _dated(as_table(weights, "weights", dates=dates, assets=assets))
         index, labels = cast("pd.DatetimeIndex", table.index), table.columns
-    values = _values(table)
+        if like is not None and table is not weights and _are_alike(table, like):
+            index, labels = like.index, like.labels
+        values = _values(table)
     # One number tells that all are numbers; only where it is none they are looked through.
     if values.dtype != np.bool_ and not np.isfinite(values.sum()):
-        _refuse_infinite(table, values)
+        _refuse_infinite(values, index, labels)
         if np.isnan(np.fmax.reduce(values, axis=None)):
             raise ValueError("weights are empty: every value is missing")
     return WeightTable(index, labels, values, limit=limit, leverage=leverage)
@@ -176,10 +205,11 @@ def _dated(weights: Any) -> pd.DataFrame:
     return dated_table(weights, "weights")
 
 
-def _are_alike(weights: pd.DataFrame, like: WeightTable) -> bool:
+def _are_alike(weights: pd.DataFrame | Sheet, like: WeightTable) -> bool:
     pairs = (weights.index, like.index), (weights.columns, like.labels)
     return all(
-        one is other or (one.dtype == other.dtype and one.equals(other)) for one, other in pairs
+        one is other or one.is_(other) or (one.dtype == other.dtype and one.equals(other))
+        for one, other in pairs
     )
 
 
@@ -229,7 +259,7 @@ def _kind(column: pd.Series) -> str:
     return "number"
 
 
-def _refuse_infinite(table: pd.DataFrame, values: np.ndarray) -> None:
+def _refuse_infinite(values: np.ndarray, index: pd.DatetimeIndex, labels: pd.Index) -> None:
     if np.isfinite(np.fmax.reduce(values, axis=None)) and np.isfinite(
         np.fmin.reduce(values, axis=None)
     ):
@@ -238,6 +268,5 @@ def _refuse_infinite(table: pd.DataFrame, values: np.ndarray) -> None:
     if infinite.any():
         row, column = np.argwhere(infinite)[0]
         raise ValueError(
-            f"the weight of {table.columns[column]!r} on {date_text(table.index[row])} is "
-            f"{values[row, column]}"
+            f"the weight of {labels[column]!r} on {date_text(index[row])} is {values[row, column]}"
         )

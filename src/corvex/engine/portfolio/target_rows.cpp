@@ -52,6 +52,23 @@ void read_row(const WeightView<Value>& weights, std::size_t row, std::span<doubl
     }
 }
 
+/// Whether two rows are the same as they were given; most days bring no new weights.
+template <typename Value>
+bool same_row(const WeightView<Value>& weights, std::int64_t row, std::int64_t other) {
+    const Value* left = weights.data + static_cast<std::ptrdiff_t>(row) * weights.row_step;
+    const Value* right = weights.data + static_cast<std::ptrdiff_t>(other) * weights.row_step;
+    if (weights.assets > 0 && *left != *right) {
+        return false;
+    }
+    for (std::size_t asset = 1; asset < weights.assets; ++asset) {
+        const auto step = static_cast<std::ptrdiff_t>(asset) * weights.asset_step;
+        if (left[step] != right[step]) {
+            return false;
+        }
+    }
+    return true;
+}
+
 template <typename Value>
 TargetRows read(const WeightView<Value>& weights, std::span<const std::int64_t> rows,
                 const TargetRules& rules) {
@@ -66,9 +83,14 @@ TargetRows read(const WeightView<Value>& weights, std::span<const std::int64_t> 
     found.gross.reserve(rows.size());
     std::vector<double> before(width, 0.0);
     std::vector<double> target(width);
+    double gross_before = 0.0;
     for (std::size_t at = 0; at < rows.size(); ++at) {
+        if (rules.only_changes && at > 0 && same_row(weights, rows[at], rows[at - 1])) {
+            found.gross.push_back(gross_before);
+            continue;
+        }
         read_row(weights, static_cast<std::size_t>(rows[at]), std::span{target});
-        const double gross = absolute_sum(target);
+        const double gross = gross_before = absolute_sum(target);
         found.gross.push_back(gross);
         if (!rules.leverage && gross > 1.0) {
             std::ranges::for_each(target, [gross](double& value) { value /= gross; });
