@@ -17,9 +17,17 @@ from corvex.tables.frames import as_table
 if TYPE_CHECKING:
     from corvex.market import Market
 
-__all__ = ["chosen_weights", "matched", "one_execution", "quantities", "unit_prices"]
+__all__ = ["as_float", "chosen_weights", "matched", "one_execution", "quantities", "unit_prices"]
 
 _PACKAGE = str(Path(__file__).parents[1])  # unresolved, as frames name their files
+
+
+def as_float(value: Any) -> float:
+    """Return a number, NaN for what is none."""
+    try:
+        return float(value)
+    except (TypeError, ValueError, OverflowError):
+        return math.nan
 
 
 def one_execution(execution: Any) -> Any:

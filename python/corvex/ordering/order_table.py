@@ -10,11 +10,20 @@ from typing import TYPE_CHECKING, Any
 
 import pandas as pd
 
-from corvex.ordering.inputs import chosen_weights, matched, one_execution, quantities, unit_prices
-from corvex.ordering.sizing import Asset, Costs, cash_after, size
+from corvex.ordering.inputs import (
+    as_float,
+    chosen_weights,
+    matched,
+    one_execution,
+    quantities,
+    unit_prices,
+)
+from corvex.ordering.order_terms import read_terms
+from corvex.ordering.sizing import Asset, cash_after, size
 from corvex.tables.asset_labels import asset_id, asset_name
 
 if TYPE_CHECKING:
+    from corvex.accounts import Account
     from corvex.core.report import Report, ReportExecution
     from corvex.market import Market
     from corvex.tables.frames import TableInput
@@ -53,10 +62,11 @@ def orders(
     held: pd.Series | Mapping[Any, float] | None = None,
     *,
     now: datetime | None = None,
-    odd_lots: bool = True,
+    odd_lots: bool | None = None,
     fee_ratio: float | None = None,
     tax_ratio: float | None = None,
     min_fee: float | None = None,
+    account: Account | Mapping[str, Any] | None = None,
 ) -> pd.DataFrame:
     """Turn target weights into orders of whole shares.
 
@@ -78,10 +88,17 @@ def orders(
     now : datetime, optional
         The moment that decides which weights count; a naive one is local time. The present by
         default.
-    odd_lots : bool, default True
-        Trade in steps of the market's `quantity_step`; False: whole board lots (`lot_size`) only.
+    odd_lots : bool, optional
+        True: trade in steps of the market's `quantity_step`; False: whole board lots (its
+        `lot_size`) only. By default in lots of the account where it has them, else as True.
     fee_ratio, tax_ratio, min_fee : float, optional
-        Costs. By default those that the report was made with, of an execution those of its market.
+        Costs. By default those of the account where it has them, else those that the report was
+        made with, of an execution those of its market. A given `fee_ratio` also stands before the
+        account's `fee_table`.
+    account : Account or mapping, optional
+        The account whose lots, rounding and fees the orders follow, or what
+        ``report.settings["account"]`` holds of one. By default that which the report was simulated
+        with; an execution knows none.
 
     Returns
     -------
@@ -98,59 +115,56 @@ def orders(
 
     Notes
     -----
-    Quantities are rounded towards zero, and weights apply to the capital after the costs, so the
-    cash is never negative as long as the weights sum to at most 1. With the quantities reached
-    there is nothing more to trade: an asset less than a step below its target, give or take what
-    trading one step of everything costs, is left alone. Orders that cross zero close one side and
-    open the other at once.
+    Quantities are rounded towards zero, with an account of ``rounding="nearest"`` to the nearest
+    step, and weights apply to the capital after the costs. The cash is never negative as long as
+    the weights sum to at most 1: what rounding raised most is then rounded down instead. With the
+    quantities reached there is nothing more to trade: an asset less than a step below its target,
+    give or take what trading one step of everything costs, is left alone. Orders that cross zero
+    close one side and open the other at once.
     """
     state = one_execution(execution)
     market = state.market
     weights = chosen_weights(state, now)
-    report = execution if state is not execution else None
-    costs = Costs(
-        _cost("fee_ratio", fee_ratio, report, market),
-        _cost("tax_ratio", tax_ratio, report, market),
-        _cost("min_fee", min_fee, report, market),
-    )
     amount = _positive(capital, "capital")
-    step = float(getattr(market, "quantity_step" if odd_lots else "lot_size", 1.0))
-    assets = _assets(weights, unit_prices(prices, market), quantities(held), step)
-    targets = size(assets, amount, costs)
-    _refuse_uncountable(assets, targets, step)
-    table = _table(assets, targets, costs, market, step, amount)
+    wanted, owned, quotes = _matched(weights, unit_prices(prices, market), quantities(held))
+    terms = read_terms(
+        list(quotes),
+        execution if state is not execution else None,
+        market,
+        account,
+        odd_lots=odd_lots,
+        given={"fee_ratio": fee_ratio, "tax_ratio": tax_ratio, "min_fee": min_fee},
+    )
+    assets = [
+        Asset(
+            label,
+            wanted.get(label, 0.0),
+            quote,
+            _in_steps(owned.get(label, 0.0), terms.steps[label]),
+            terms.costs[label],
+        )
+        for label, quote in quotes.items()
+    ]
+    targets = size(assets, amount, to_nearest=terms.to_nearest)
+    _refuse_uncountable(assets, targets)
+    table = _table(assets, targets, market, amount)
     paid = float(table["fee"].sum() + table["tax"].sum())
-    cash = cash_after(assets, targets, amount, costs)
+    cash = cash_after(assets, targets, amount)
     table.attrs = {"cash": cash, "costs": paid, "capital": amount - paid}
     return table
 
 
 def _positive(value: Any, name: str) -> float:
-    number = math.nan if isinstance(value, bool | str) else _as_float(value)
+    number = math.nan if isinstance(value, bool | str) else as_float(value)
     if not 0 < number < math.inf:
         raise ValueError(f"{name} should be a positive number, got {value!r}")
     return number
 
 
-def _cost(name: str, given: float | None, report: Any, market: Market) -> float:
-    """Return what was given, else what the report was made with, else the market's."""
-    value = getattr(report, name, getattr(market, name, 0.0)) if given is None else given
-    number = _as_float(value)
-    if not 0 <= number < math.inf:
-        raise ValueError(f"{name} should be a number from 0 on, got {value!r}")
-    return number
-
-
-def _as_float(value: Any) -> float:
-    try:
-        return float(value)
-    except (TypeError, ValueError, OverflowError):
-        return math.nan
-
-
-def _assets(
-    weights: pd.Series, prices: dict[str, float], held: dict[str, float], step: float
-) -> list[Asset]:
+def _matched(
+    weights: pd.Series, prices: dict[str, float], held: dict[str, float]
+) -> tuple[dict[str, float], dict[str, float], dict[str, float]]:
+    """Return weights and holdings by label, and the price of each asset that has either."""
     wanted = {str(label): float(weight) for label, weight in weights.items()}
     owned = matched(wanted, held, "held")
     needed = [label for label in [*owned, *wanted] if wanted.get(label, 0.0) != 0 or label in owned]
@@ -159,21 +173,12 @@ def _assets(
     missing = [label for label in needed if label not in quotes]
     if missing:
         raise ValueError(f"there is no usable price of: {', '.join(missing)}")
-    return [
-        Asset(
-            label,
-            wanted.get(label, 0.0),
-            quotes[label] * step,
-            quotes[label],
-            _in_steps(owned.get(label, 0.0), step),
-        )
-        for label in needed
-    ]
+    return wanted, owned, {label: quotes[label] for label in needed}
 
 
-def _refuse_uncountable(assets: list[Asset], targets: list[float], step: float) -> None:
+def _refuse_uncountable(assets: list[Asset], targets: list[float]) -> None:
     for asset, target in zip(assets, targets, strict=True):
-        largest = math.hypot(target, asset.held)
+        largest, step = math.hypot(target, asset.held), asset.costs.step
         if not largest <= _COUNTABLE:
             raise ValueError(
                 f"{largest * step:.3g} of {asset.label!r} is more than can be counted in steps of "
@@ -195,13 +200,11 @@ def _exact(steps: float, step: float) -> Decimal:
 def _table(
     assets: list[Asset],
     targets: list[float],
-    costs: Costs,
     market: Market,
-    step: float,
     capital: float,
 ) -> pd.DataFrame:
     rows = [
-        _order(asset, target, costs, market, step)
+        _order(asset, target, market)
         for asset, target in zip(assets, targets, strict=True)
         if target != asset.held
     ]
@@ -217,10 +220,8 @@ def _table(
     return table.astype(kinds).astype(dict.fromkeys(_LIMITS, object))
 
 
-def _order(
-    asset: Asset, target: float, costs: Costs, market: Market, step: float
-) -> dict[str, Any]:
-    change = target - asset.held
+def _order(asset: Asset, target: float, market: Market) -> dict[str, Any]:
+    change, step = target - asset.held, asset.costs.step
     quantity = _exact(abs(change), step)
     value = abs(change) * asset.price
     lots, odd = divmod(quantity, Decimal(repr(float(getattr(market, "lot_size", 1.0)))))
@@ -234,8 +235,8 @@ def _order(
         "odd_quantity": float(odd),
         "price": asset.quote,
         "value": value,
-        "fee": costs.fee(value),
-        "tax": costs.tax(value, sale=change < 0),
+        "fee": asset.costs.fee(value, abs(change)),
+        "tax": asset.costs.tax(value, sale=change < 0),
         "weight": asset.weight,
         "held": float(_exact(asset.held, step)),
         "target": float(_exact(target, step)),

@@ -15,102 +15,134 @@ _WHOLE = 1e-9
 
 
 @dataclass(frozen=True, slots=True)
-class Asset:
-    """One asset: its target weight, prices, and quantity held, in steps."""
-
-    label: str
-    weight: float
-    price: float  # of one step
-    quote: float  # of one share
-    held: float
-
-
-@dataclass(frozen=True, slots=True)
 class Costs:
-    """What a trade costs: ratios of its value, and the smallest fee of an order."""
+    """What trading an asset costs, and the step that it is traded in."""
 
+    fees: Fees
     fee_ratio: float
     tax_ratio: float
-    min_fee: float
+    step: float
 
-    def fee(self, value: float) -> float:
+    def fee(self, value: float, steps: float) -> float:
         """Return the commission of an order of this value, as a simulation charges it."""
-        return Fees(min_fee=self.min_fee).commission(value, 0.0, self.fee_ratio)
+        return self.fees.commission(value, steps * self.step, self.fee_ratio)
 
     def tax(self, value: float, *, sale: bool) -> float:
         """Return the tax of an order of this value."""
         return value * self.tax_ratio if sale else 0.0
 
-    def of(self, steps: float, price: float) -> float:
+
+@dataclass(frozen=True, slots=True)
+class Asset:
+    """One asset: its target weight, price of a share, and quantity held, in steps."""
+
+    label: str
+    weight: float
+    quote: float
+    held: float
+    costs: Costs
+
+    @property
+    def price(self) -> float:
+        """Of one step."""
+        return self.quote * self.costs.step
+
+    def cost(self, steps: float) -> float:
         """Return the costs of buying (or, when negative, selling) this many steps."""
-        value = abs(steps) * price
-        return self.fee(value) + self.tax(value, sale=steps < 0)
+        value = abs(steps) * self.price
+        return self.costs.fee(value, abs(steps)) + self.costs.tax(value, sale=steps < 0)
 
 
-def size(assets: list[Asset], capital: float, costs: Costs) -> list[float]:
+def size(assets: list[Asset], capital: float, *, to_nearest: bool = False) -> list[float]:
     """Return the quantity of each asset to hold, in steps.
 
     Weights are taken of what is left once the trades are paid, which depends on the trades: the
-    two are brought together step by step. Quantities are rounded towards zero. An asset is left
+    two are brought together step by step. Quantities are rounded towards zero, or to the nearest
+    step. An asset is left
     as it is when it stands less than a step below its target, give or take what it costs to trade
     one step of everything: after the trades nothing is then left to do. Where that would overdraw
-    the account although the weights sum to at most 1, purchases are cut.
+    the account although the weights sum to at most 1, purchases are cut: first those that rounding
+    raised.
     """
-    slack = 2 * sum(costs.of(-1, asset.price) for asset in assets if asset.weight)
+    slack = 2 * sum(asset.cost(-1) for asset in assets if asset.weight)
     equity, seen = capital, [capital]
-    targets = _targets(assets, equity, slack)
+    targets = _targets(assets, equity, slack, to_nearest)
     for _ in range(_ROUNDS):
-        remaining = max(capital - _costs(assets, targets, costs), 0.0)
+        remaining = max(capital - _costs(assets, targets), 0.0)
         if remaining == equity:
             break
         if remaining in seen:  # it goes round and round by a step of some asset
-            targets = _targets(assets, min(seen[seen.index(remaining) :]), slack)
+            equity = min(seen[seen.index(remaining) :])
+            targets = _targets(assets, equity, slack, to_nearest)
             break
         seen.append(remaining)
         equity = remaining
-        targets = _targets(assets, equity, slack)
+        targets = _targets(assets, equity, slack, to_nearest)
     if sum(asset.weight for asset in assets) <= 1 + _WHOLE:
-        _cut_to_cash(assets, targets, capital, costs)
+        if to_nearest:
+            _lower_the_raised(assets, targets, capital, equity)
+        _cut_to_cash(assets, targets, capital)
     return targets
 
 
-def cash_after(assets: list[Asset], targets: list[float], capital: float, costs: Costs) -> float:
+def cash_after(assets: list[Asset], targets: list[float], capital: float) -> float:
     """Return the cash once the quantities are reached and the trades are paid."""
     value = sum(steps * asset.price for asset, steps in zip(assets, targets, strict=True))
-    return capital - value - _costs(assets, targets, costs)
+    return capital - value - _costs(assets, targets)
 
 
-def _costs(assets: list[Asset], targets: list[float], costs: Costs) -> float:
-    return sum(
-        costs.of(steps - asset.held, asset.price)
-        for asset, steps in zip(assets, targets, strict=True)
-    )
+def _costs(assets: list[Asset], targets: list[float]) -> float:
+    return sum(asset.cost(steps - asset.held) for asset, steps in zip(assets, targets, strict=True))
 
 
-def _targets(assets: list[Asset], equity: float, slack: float) -> list[float]:
-    return [_target(asset, equity, abs(asset.weight) * slack / asset.price) for asset in assets]
+def _targets(assets: list[Asset], equity: float, slack: float, to_nearest: bool) -> list[float]:
+    return [
+        _target(asset, equity, abs(asset.weight) * slack / asset.price, to_nearest)
+        for asset in assets
+    ]
 
 
-def _target(asset: Asset, equity: float, tolerance: float) -> float:
-    """Return what to hold, whole steps away from what is held and not beyond the exact target."""
+def _target(asset: Asset, equity: float, tolerance: float, to_nearest: bool) -> float:
+    """Return what to hold, whole steps away from what is held.
+
+    It is not beyond the exact target, or with `to_nearest` at most half a step.
+    """
     exact = asset.weight * equity / asset.price
     if exact == 0.0:
         return asset.held - math.trunc(asset.held)
     side = math.copysign(1.0, exact)
     want, held = abs(exact), asset.held * side
     # Less than a step is missing, which no order can add.
-    if held > 0 and -tolerance <= want - held < 1 + tolerance:
+    least, most = (-0.5, 0.5) if to_nearest else (0.0, 1.0)
+    if held > 0 and least - tolerance <= want - held < most + tolerance:
         return asset.held
-    steps = held + math.floor(want - held + _SHARE)
+    missing = want - held
+    whole = math.ceil(missing - 0.5 - _SHARE) if to_nearest else math.floor(missing + _SHARE)
+    steps = held + whole
     if steps < 0 < held:  # the odd rest of a holding cannot be sold
         steps += 1
     return steps * side
 
 
-def _cut_to_cash(assets: list[Asset], targets: list[float], capital: float, costs: Costs) -> None:
+def _lower_the_raised(
+    assets: list[Asset], targets: list[float], capital: float, equity: float
+) -> None:
+    """Round down instead of up, those orders first that rounding raised most in money."""
+    raised = {
+        at: targets[at] * asset.price - asset.weight * equity
+        for at, asset in enumerate(assets)
+        if asset.weight > 0 and targets[at] != asset.held
+    }
+    for at in sorted((at for at in raised if raised[at] > 0), key=lambda at: -raised[at]):
+        if cash_after(assets, targets, capital) >= 0:
+            return
+        targets[at] -= 1
+
+
+def _cut_to_cash(assets: list[Asset], targets: list[float], capital: float) -> None:
     """Lower the largest purchases, then the largest holdings, until the cash is not negative."""
     for _ in range(4 * len(assets)):
-        missing = -cash_after(assets, targets, capital, costs)
+        missing = -cash_after(assets, targets, capital)
         if missing <= 0:
             return
         bought = [steps - asset.held for asset, steps in zip(assets, targets, strict=True)]

@@ -1,6 +1,7 @@
 """From target weights to orders."""
 
 import json
+import pickle
 
 import pandas as pd
 import pytest
@@ -52,6 +53,38 @@ def test_a_hand_computed_rebalance():
     assert lots["quantity"].tolist() == [12000.0]
     tiny = orders(execution({"1101": 0.5}, "tw_stock"), 1000, {"1101": 40.0})
     assert (tiny["quantity"][0], tiny["fee"][0]) == (12.0, 20.0)
+
+
+def test_orders_follow_the_account_that_the_report_was_simulated_with(tmp_path):
+    days = pd.bdate_range("2024-01-02", periods=30)
+    prices = pd.DataFrame({"2330 Chips": 37.0, "1101": 53.0}, days)
+    account = corvex.Account(
+        capital=100_000, lot_size=pd.Series({"2330": 100, "1101": 10}), rounding="nearest",
+        fee_table={0: 0.002, 20_000: 0.001}, min_fee=30,
+        tax_ratio=pd.Series({"2330": 0.01, "1101": 0.0}),
+    )  # fmt: skip
+    report = corvex.simulate(
+        pd.DataFrame({"2330 Chips": 0.5, "1101": 0.5}, days[:1]), prices, market="tw_stock",
+        account=account,
+    )  # fmt: skip
+    corvex.save(report, tmp_path / "a.corvex")
+    for known in (report, pickle.loads(pickle.dumps(report)), corvex.load(tmp_path / "a.corvex")):
+        table = orders(known, 100_000, prices.iloc[-1]).set_index("asset_id")
+        # 13.48 and 94.21 lots of what the fees leave; what the simulation bought is bought.
+        assert table["quantity"].to_dict() == {"2330": 1300.0, "1101": 940.0}
+        fills = report.fills.set_index("symbol")["shares"]
+        assert table["quantity"].tolist() == fills[["1101", "2330 Chips"]].tolist()
+        assert table.loc["1101", "fee"] == pytest.approx(20_000 * 0.002 + 29_820 * 0.001)
+        assert table.attrs["costs"] == pytest.approx(report.account[["fees", "tax"]].sum().sum())
+    sold = orders(report, 50_000, prices.iloc[-1], {"2330": 1000, "1101": 250}, fee_ratio=0.0005)
+    # 6.73 and 47.0 lots: 7 and 47 would overdraw the cash, so the 7 go down to 6.
+    assert sold["quantity"].tolist() == [400.0, 220.0]
+    assert sold["fee"].tolist() == [30.0, 30.0]
+    assert sold["tax"].tolist() == [pytest.approx(148.0), 0.0]
+    board = orders(report, 50_000, prices.iloc[-1], odd_lots=False)
+    assert board["quantity"].tolist() == [1000.0]  # 0.67 and 0.47 of a board lot, to the nearest
+    with pytest.raises(ValueError, match="account should be a corvex.Account"):
+        orders(report, 50_000, prices.iloc[-1], account=0.1)
 
 
 def test_which_weights_count_and_how_much_of_them():
@@ -117,12 +150,19 @@ def accounts(draw):
     return market, weights, prices, held, cash
 
 
-@given(accounts(), st.booleans())
-def test_cash_adds_up_lots_are_whole_and_nothing_is_left_to_do(account, odd_lots):
+BROKERS = (
+    None,
+    corvex.Account(min_fee=3, fee_per_share=0.01, max_fee_ratio=0.02, rounding="nearest"),
+    corvex.Account(fee_table={0: 0.002, 5_000: 0.0005}, fee_per_share=0.005),
+)
+
+
+@given(accounts(), st.booleans(), st.sampled_from(BROKERS))
+def test_cash_adds_up_lots_are_whole_and_nothing_is_left_to_do(account, odd_lots, broker):
     market, weights, prices, held, cash = account
     capital = cash + sum(quantity * prices[name] for name, quantity in held.items())
     state = execution(weights, market)
-    table = orders(state, capital, prices, held, odd_lots=odd_lots)
+    table = orders(state, capital, prices, held, odd_lots=odd_lots, account=broker)
     rows = table.to_dict(orient="records")
     json.dumps(rows, allow_nan=False)
     reached, left = dict(held), cash
@@ -143,7 +183,7 @@ def test_cash_adds_up_lots_are_whole_and_nothing_is_left_to_do(account, odd_lots
     after = table.attrs["capital"]
     worth = left + sum(quantity * prices[name] for name, quantity in reached.items())
     assert after == pytest.approx(worth, rel=1e-9, abs=1e-6)
-    again = orders(state, after, prices, reached)
+    again = orders(state, after, prices, reached, account=broker)
     assert len(again) == 0, again
     for name, weight in weights.items():
         # Rounded towards zero; what was left alone is off by what one step of everything costs.

@@ -35,8 +35,13 @@ def orders(
         str | None, typer.Option(help="Which of several strategies of the report.")
     ] = None,
     whole_lots: Annotated[
-        bool, typer.Option("--whole-lots", help="Trade board lots only.")
-    ] = False,
+        bool | None,
+        typer.Option(
+            "--whole-lots/--odd-lots",
+            help="Trade board lots only, or odd lots too; by default the lots of the account that"
+            " the report was simulated with, else odd lots too.",
+        ),
+    ] = None,
     out: Annotated[
         Path | None, typer.Option(help="Also write them, as .json or else as CSV.")
     ] = None,
@@ -49,20 +54,24 @@ def orders(
 
     target = target_file(out, "orders.csv") if out is not None else None
     report = load_report(file, trust)
-    execution: Any = report.execution
+    source: Any = report
+    fee_ratio: float | None = None
+    tax_ratio: float | None = None
     if strategy is not None:
+        execution: Any = report.execution
         if not isinstance(execution, dict) or strategy not in execution:
             known = ", ".join(map(repr, execution)) if isinstance(execution, dict) else "none"
             raise ValueError(f"there is no strategy {strategy!r}; there are: {known}")
-        execution = execution[strategy]
+        source = execution[strategy]
+        fee_ratio, tax_ratio = report.fee_ratio, report.tax_ratio
     result = corvex.orders(
-        execution,
+        source,
         capital,
         None if prices is None else read_assets(prices, max_size),
         None if held is None else read_assets(held, max_size),
-        odd_lots=not whole_lots,
-        fee_ratio=report.fee_ratio,
-        tax_ratio=report.tax_ratio,
+        odd_lots=None if whole_lots is None else not whole_lots,
+        fee_ratio=fee_ratio,
+        tax_ratio=tax_ratio,
     )
     _print_orders(result)
     if target is not None:

@@ -1,0 +1,160 @@
+"""What orders cost and in which steps they come: by the account of a report, else by its market."""
+
+from __future__ import annotations
+
+import dataclasses
+import math
+from collections.abc import Mapping
+from dataclasses import dataclass
+from typing import Any
+
+from corvex.accounts import Account
+from corvex.accounts.account import kept_terms
+from corvex.accounts.fees import Fees
+from corvex.market import Market
+from corvex.ordering.inputs import as_float, matched
+from corvex.ordering.sizing import Costs
+
+__all__ = ["OrderTerms", "read_terms"]
+
+_OF_FEES = ("min_fee", "fee_per_share", "max_fee_ratio", "fee_table")
+
+
+@dataclass(frozen=True, slots=True)
+class OrderTerms:
+    """The terms of the orders of several assets.
+
+    Attributes
+    ----------
+    steps : dict of str to float
+        What each asset is traded in multiples of.
+    costs : dict of str to Costs
+        What its orders cost.
+    to_nearest : bool
+        Targets are rounded to the nearest step, not towards zero.
+    """
+
+    steps: dict[str, float]
+    costs: dict[str, Costs]
+    to_nearest: bool
+
+
+def read_terms(
+    labels: list[str],
+    report: Any,
+    market: Market,
+    account: Any,
+    *,
+    odd_lots: bool | None,
+    given: Mapping[str, float | None],
+) -> OrderTerms:
+    """Read the terms: what was given, else what the account has, else the report's or market's.
+
+    Parameters
+    ----------
+    report : Report or None
+        What the orders are made for; None for an execution state alone.
+    account : Account, mapping of str to object, or None
+        None: the account that the report was simulated with.
+    given : mapping of str to float or None
+        ``fee_ratio``, ``tax_ratio`` and ``min_fee`` of the call.
+
+    Raises
+    ------
+    ValueError
+        When a term cannot be used.
+    """
+    terms = _terms(report, account)
+    steps = _steps(labels, terms, market, odd_lots)
+    fees = _fees(terms, given, report, market)
+    ratios = {name: _ratio(name, labels, terms, given, report, market) for name in _RATIOS}
+    costs = {
+        label: Costs(fees, ratios["fee_ratio"][label], ratios["tax_ratio"][label], steps[label])
+        for label in labels
+    }
+    return OrderTerms(steps, costs, terms.get("rounding") == "nearest")
+
+
+_RATIOS = ("fee_ratio", "tax_ratio")
+
+
+def _terms(report: Any, account: Any) -> Mapping[str, Any]:
+    if isinstance(account, Account):
+        return kept_terms(account)
+    if account is None:
+        settings = getattr(report, "settings", None)
+        account = settings.get("account") if isinstance(settings, Mapping) else None
+    if account is None:
+        return {}
+    if not isinstance(account, Mapping):
+        raise ValueError(
+            "account should be a corvex.Account, or the terms that report.settings['account'] "
+            f"holds, got {type(account).__name__}"
+        )
+    return account
+
+
+def _steps(
+    labels: list[str], terms: Mapping[str, Any], market: Market, odd_lots: bool | None
+) -> dict[str, float]:
+    name = "lot_size" if odd_lots is False else "quantity_step"
+    of_market = dict.fromkeys(labels, float(getattr(market, name, 1.0)))
+    lots = terms.get("lot_size")
+    if odd_lots is not None or lots is None:
+        return of_market
+    found = _by_label("lot_size", lots, labels)
+    for label, lot in found.items():
+        if not 0 < lot < math.inf:
+            raise ValueError(f"lot_size of {label!r} should be a number above 0, got {lot!r}")
+    return of_market | found
+
+
+def _fees(
+    terms: Mapping[str, Any], given: Mapping[str, float | None], report: Any, market: Market
+) -> Fees:
+    """Return the commission beside the ratio; a ratio that was given stands before a table."""
+    own = {name: terms[name] for name in _OF_FEES if name in terms}
+    if given["fee_ratio"] is not None:
+        own.pop("fee_table", None)
+    fees = Account(**own).fees
+    if given["min_fee"] is None and "min_fee" in own:
+        return fees
+    return dataclasses.replace(fees, min_fee=_cost("min_fee", given, report, market))
+
+
+def _ratio(
+    name: str,
+    labels: list[str],
+    terms: Mapping[str, Any],
+    given: Mapping[str, float | None],
+    report: Any,
+    market: Market,
+) -> dict[str, float]:
+    usual = dict.fromkeys(labels, _cost(name, given, report, market))
+    own = terms.get(name)
+    if given[name] is not None or own is None:
+        return usual
+    found = _by_label(name, own, labels)
+    for label, ratio in found.items():
+        if not 0 <= ratio < 1:
+            raise ValueError(f"{name} of {label!r} should be a fraction below 1, got {ratio!r}")
+    return usual | found
+
+
+def _by_label(name: str, value: Any, labels: list[str]) -> dict[str, float]:
+    """Return a term of an account by label: of those that it has a value for."""
+    if not isinstance(value, Mapping):
+        return dict.fromkeys(labels, as_float(value))
+    found = matched(labels, {str(label): as_float(one) for label, one in value.items()}, name)
+    return {label: found[label] for label in labels if label in found}
+
+
+def _cost(name: str, given: Mapping[str, float | None], report: Any, market: Market) -> float:
+    """Return what was given, else what the report was made with, else the market's."""
+    value = given[name]
+    if value is None:
+        value = getattr(report, name, getattr(market, name, 0.0))
+    number = as_float(value)
+    if not 0 <= number < math.inf:
+        raise ValueError(f"{name} should be a number from 0 on, got {value!r}")
+    return number
