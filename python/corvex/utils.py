@@ -3,40 +3,44 @@
 from __future__ import annotations
 
 import contextlib
-import importlib.util
+import importlib
 import logging
 import os
 import stat
-import sys
 import tempfile
 from functools import lru_cache
 from types import ModuleType
-from typing import TYPE_CHECKING, cast
+from typing import TYPE_CHECKING, Any
 
-import corvex.cloud
 from corvex.files import atomic_open, write_bytes, write_text
 
 __all__ = ["atomic_open", "get_tmp_dir", "logger", "requests", "write_bytes", "write_text"]
 
 
-def _when_used(package: ModuleType, name: str) -> ModuleType:
-    """Return a module of a package that runs when something of it is first read."""
-    whole = f"{package.__name__}.{name}"
-    if whole not in sys.modules:
-        spec = cast("importlib.machinery.ModuleSpec", importlib.util.find_spec(whole))
-        spec.loader = importlib.util.LazyLoader(cast("importlib.abc.Loader", spec.loader))
-        module = importlib.util.module_from_spec(spec)
-        sys.modules[whole] = module
-        spec.loader.exec_module(module)
-        setattr(package, name, module)
-    return sys.modules[whole]
+class _WhenUsed(ModuleType):
+    """Stands for a module, which is imported when something of it is first read, set or listed.
+
+    Python's import lets other threads wait until the module is whole.
+    """
+
+    def __getattr__(self, name: str) -> Any:
+        return getattr(importlib.import_module(self.__name__), name)
+
+    def __setattr__(self, name: str, value: Any) -> None:
+        setattr(importlib.import_module(self.__name__), name, value)
+
+    def __delattr__(self, name: str) -> None:
+        delattr(importlib.import_module(self.__name__), name)
+
+    def __dir__(self) -> list[str]:
+        return dir(importlib.import_module(self.__name__))
 
 
 # Most programs publish nothing, and what sends takes longer to load than a page to show.
 if TYPE_CHECKING:
     from corvex.cloud import http_client as requests
 else:
-    requests = _when_used(corvex.cloud, "http_client")
+    requests = _WhenUsed("corvex.cloud.http_client")
 
 # Without a handler of its own: what is logged at warning level tells the user why something was not
 # done, and Python shows it on stderr unless the application configures logging.

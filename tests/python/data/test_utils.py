@@ -56,3 +56,28 @@ def test_importing_the_markets_loads_no_heavy_package():
     done = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, check=True)
 
     assert done.stdout.strip() == "set()"
+
+
+def test_the_http_client_is_loaded_whole_before_another_thread_sees_it():
+    code = """
+import sys, threading, corvex.utils as utils
+begun, seen = threading.Event(), []
+class Slow:
+    def find_spec(self, name, *_):
+        if name == "requests" and not begun.is_set():
+            begun.set()
+            late.join(0.3)  # time enough to see a module that is half made
+def look():
+    begun.wait()
+    seen.append(utils.requests.post)
+late = threading.Thread(target=look)
+late.start()
+sys.meta_path.insert(0, Slow())
+first = utils.requests.post
+late.join()
+import corvex.cloud.http_client as client
+utils.requests.READ_TIMEOUT = 7.0
+print(seen == [first] == [client.post], client.READ_TIMEOUT, "post" in dir(utils.requests))
+"""
+    done = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, check=True)
+    assert done.stdout.split() == ["True", "7.0", "True"]
