@@ -210,11 +210,16 @@ def _deepest(values: _Floats, columns: int) -> _Floats:
 
 def _sample_labels(index: pd.Index, columns: int) -> list[str]:
     """Return a label for each column: dates, with the time of day where they span few days."""
-    if isinstance(index, pd.DatetimeIndex) and len(index):
+    rows = _columns_of(len(index), columns)
+    known = np.flatnonzero(rows >= 0)
+    some = index.take(rows[known])
+    if isinstance(index, pd.DatetimeIndex) and isinstance(some, pd.DatetimeIndex) and len(index):
         short = index[-1] - index[0] < pd.Timedelta(days=3)
         clocked = short and bool((index != index.normalize()).any())
-        names = index.strftime("%m-%d %H:%M" if clocked else "%Y-%m-%d")
+        names = some.strftime("%m-%d %H:%M" if clocked else "%Y-%m-%d")
     else:
-        names = index.astype(str)
-    shown = [*names, ""]
-    return [shown[row] for row in _columns_of(len(index), columns)]
+        names = some.astype(str)
+    labels = [""] * columns
+    for column, name in zip(known.tolist(), names, strict=True):
+        labels[column] = name
+    return labels
