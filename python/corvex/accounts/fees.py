@@ -3,15 +3,14 @@
 from __future__ import annotations
 
 import math
-from dataclasses import dataclass
+from typing import NamedTuple
 
 from corvex import _engine
 
 __all__ = ["Fees"]
 
 
-@dataclass(frozen=True, slots=True)
-class Fees:
+class Fees(NamedTuple):
     """The terms of a commission; the engine reads these by their names.
 
     Attributes

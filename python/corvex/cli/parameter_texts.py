@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import dataclasses
 import json
 import re
 from collections.abc import Iterable
@@ -42,7 +41,7 @@ def read_options(texts: Iterable[str]) -> tuple[dict[str, list[Any]], dict[str, 
     """
     from corvex.simulation.options import Options
 
-    numeric = {field.name for field in dataclasses.fields(Options)} | {"position_limit", "leverage"}
+    numeric = {*Options._fields, "position_limit", "leverage"}
     read = read_signals(texts)
     for name, values in read.items():
         if name not in numeric:

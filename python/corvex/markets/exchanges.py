@@ -176,6 +176,8 @@ def _take(found: Any, first: pd.Timestamp, last: pd.Timestamp) -> StoredSessions
 
 
 def _without(found: StoredSessions, closed_days: tuple[str, ...]) -> StoredSessions:
+    if not closed_days:
+        return found
     keep = ~found.sessions.isin(pd.DatetimeIndex(list(closed_days)))
     return found._replace(
         sessions=found.sessions[keep], opens=found.opens[keep], closes=found.closes[keep]

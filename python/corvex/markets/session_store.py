@@ -9,7 +9,8 @@ calendars of his own: then it is asked.
 from __future__ import annotations
 
 import contextlib
-import importlib.metadata
+import importlib.util
+import os
 import sys
 import zipfile
 from pathlib import Path
@@ -75,10 +76,22 @@ def save(code: str, span: tuple[pd.Timestamp, pd.Timestamp], found: StoredSessio
 def _file(code: str, span: tuple[pd.Timestamp, pd.Timestamp]) -> Path:
     from corvex.utils import get_tmp_dir
 
-    version = importlib.metadata.version(_PACKAGE)
     years = f"{span[0].year}-{span[1].year}"
     safe = "".join(c if c.isalnum() else "_" for c in code)
-    return Path(get_tmp_dir()) / f"sessions-{safe}-{years}-{version}-{pd.__version__}.npz"
+    return Path(get_tmp_dir()) / f"sessions-{safe}-{years}-{_version()}-{pd.__version__}.npz"
+
+
+def _version() -> str:
+    """Return the package's version without loading what reads the descriptions of packages."""
+    spec = importlib.util.find_spec(_PACKAGE)
+    if spec is not None and spec.origin is not None:
+        around, begin, end = Path(spec.origin).parent.parent, f"{_PACKAGE}-", ".dist-info"
+        found = [x for x in os.listdir(around) if x.startswith(begin) and x.endswith(end)]
+        if len(found) == 1:
+            return found[0].removeprefix(begin).removesuffix(end)
+    from importlib import metadata
+
+    return metadata.version(_PACKAGE)
 
 
 def _nanos(index: pd.DatetimeIndex) -> np.ndarray:

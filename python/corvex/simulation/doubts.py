@@ -3,10 +3,10 @@
 from __future__ import annotations
 
 from collections.abc import Mapping
+from typing import TYPE_CHECKING
 
 import numpy as np
 
-from corvex.accounts import Account
 from corvex.market import Market
 from corvex.simulation.notices import date_text, warn
 from corvex.simulation.options import Options
@@ -14,6 +14,9 @@ from corvex.simulation.plan.plan import Plan
 from corvex.simulation.plan.schedule import Schedule
 from corvex.simulation.read.clock import Clock
 from corvex.trades.reasons import STOPS
+
+if TYPE_CHECKING:
+    from corvex.accounts import Account
 
 __all__ = ["warn_about_guessed_costs", "warn_about_run"]
 

@@ -11,7 +11,6 @@ from typing import TYPE_CHECKING, Any
 
 import pandas as pd
 
-from corvex.accounts import Account
 from corvex.market import Market
 from corvex.simulation.doubts import warn_about_guessed_costs
 from corvex.simulation.options import checked_limit, cost_ratios, read_options
@@ -24,6 +23,7 @@ from corvex.simulation.run import run_plan
 from corvex.tables.frames import as_table, require_arrays
 
 if TYPE_CHECKING:
+    from corvex.accounts import Account
     from corvex.core.report import Report
     from corvex.simulation.plan.schedule import Resample
     from corvex.simulation.read.market_choice import Benchmark

@@ -60,6 +60,6 @@ def _refuse(faults: Faults, held: np.ndarray, plan: Plan, clock: Clock) -> None:
     if every is not None and faults.field != "crossed":
         label, date = place(every)
         warn(
-            f"{faults.count} {name} prices, the first that of {label} on {date}, are not above "
+            f"{faults.number} {name} prices, the first that of {label} on {date}, are not above "
             "zero and finite; these assets are never held, so they were taken for missing"
         )

@@ -5,18 +5,18 @@ from __future__ import annotations
 import math
 import numbers
 from collections.abc import Mapping
-from dataclasses import dataclass
-from typing import Any
+from typing import TYPE_CHECKING, Any, NamedTuple
 
-from corvex.accounts import Account
 from corvex.market import Market
 from corvex.trades.reasons import STOPS
+
+if TYPE_CHECKING:
+    from corvex.accounts import Account
 
 __all__ = ["Options", "checked_limit", "cost_ratios", "read_options"]
 
 
-@dataclass(frozen=True, slots=True)
-class Options:
+class Options(NamedTuple):
     """What a run can be varied by, beside its weights; the engine reads these by their names.
 
     Attributes
@@ -86,6 +86,8 @@ def cost_ratios(
     }
     if account is None:
         return given
+    from corvex.accounts import Account
+
     if not isinstance(account, Account):
         raise ValueError(f"account must be a corvex.Account, got {type(account).__name__}")
     for name, value in given.items():

@@ -2,15 +2,11 @@
 
 from __future__ import annotations
 
-from dataclasses import dataclass
-from typing import TYPE_CHECKING
+from typing import TYPE_CHECKING, NamedTuple
 
 import numpy as np
 
 from corvex import _engine
-from corvex.accounts import Account
-from corvex.simulation.account.account_notices import tell_of_account
-from corvex.simulation.account.account_terms import read_account
 from corvex.simulation.doubts import warn_about_run
 from corvex.simulation.held_prices import check_held_prices
 from corvex.simulation.options import Options
@@ -20,12 +16,13 @@ from corvex.simulation.read.price_tables import TradeAt
 
 if TYPE_CHECKING:
     from corvex._engine import SimulationResult
+    from corvex.accounts import Account
+    from corvex.simulation.account.account_terms import AccountTerms
 
 __all__ = ["Run", "run_plan"]
 
 
-@dataclass(frozen=True, slots=True)
-class Run:
+class Run(NamedTuple):
     """What a run was asked and what came of it; a report is made of it when one is wanted.
 
     Attributes
@@ -80,7 +77,7 @@ def run_plan(
     of_assets = prices.of_assets(plan.labels, trade_at, with_bars=options.touched_exit)
     check_held_prices(of_assets, plan, prices.clock)
     warn_about_run(plan, options, prices.clock)
-    terms = None if account is None else read_account(account, prices, plan)
+    terms = None if account is None else _terms(account, prices, plan)
     result = _engine.simulate(
         of_assets.shared,
         np.ascontiguousarray(plan.schedule.targets),
@@ -94,5 +91,20 @@ def run_plan(
         account=terms,
     )
     if account is not None:
-        tell_of_account(result, plan.labels, prices.clock)
+        _tell_of_account(result, plan, prices)
     return Run(plan, options, trade_at, result, account)
+
+
+# Most runs keep no account: what one takes is loaded for those that do.
+
+
+def _terms(account: Account, prices: PriceData, plan: Plan) -> AccountTerms:
+    from corvex.simulation.account.account_terms import read_account
+
+    return read_account(account, prices, plan)
+
+
+def _tell_of_account(result: SimulationResult, plan: Plan, prices: PriceData) -> None:
+    from corvex.simulation.account.account_notices import tell_of_account
+
+    tell_of_account(result, plan.labels, prices.clock)

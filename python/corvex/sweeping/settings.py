@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import dataclasses
 import inspect
 from collections.abc import Iterable, Mapping
 from dataclasses import dataclass
@@ -28,7 +27,7 @@ ARGUMENTS = {
     if name not in ("weights", "prices", "upload")
 }
 #: What the engine takes as it is: runs that differ in nothing else share their settings.
-ENGINE = tuple(one.name for one in dataclasses.fields(Options))
+ENGINE = Options._fields
 #: Its cost ratios, which an account may hold instead.
 COSTS = ("fee_ratio", "tax_ratio", "slippage_ratio")
 _SPAN = ("market", "benchmark", "start", "end", "dates", "assets")

@@ -3,8 +3,7 @@
 from __future__ import annotations
 
 from collections.abc import Iterable
-from dataclasses import dataclass
-from typing import Any, Literal
+from typing import Any, Literal, NamedTuple
 
 import numpy as np
 import pandas as pd
@@ -24,12 +23,10 @@ _KINDS: dict[str, Kind] = {
 }  # fmt: skip
 _MOST_NAMED = 8
 _MOST_FIELDS = 16  # of rows of date and asset; more columns are assets
-_UNIT = pd.date_range("2000", periods=1).unit  # what pandas itself makes dates in
 _ACCEPTED = "dates stand in the index, in one column of a date type, or in one called 'date'"
 
 
-@dataclass(frozen=True, slots=True)
-class _Layout:
+class _Layout(NamedTuple):
     """Where things stand in a table, by position of the column; no `asset` in a wide one."""
 
     date: int
@@ -110,7 +107,7 @@ def usual_unit(index: pd.Index) -> pd.Index:
     if not isinstance(index, pd.DatetimeIndex) or index.unit not in ("s", "ms"):
         return index
     try:
-        return index.as_unit(_UNIT)
+        return index.as_unit(pd.date_range("2000", periods=1).unit)
     except pd.errors.OutOfBoundsDatetime:  # told with the name of the table by whoever reads it
         return index
 

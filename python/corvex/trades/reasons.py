@@ -2,15 +2,14 @@
 
 from __future__ import annotations
 
-from dataclasses import dataclass
+from typing import NamedTuple
 
 from corvex import _engine
 
 __all__ = ["ACTIONS", "EXIT_REASONS", "STOPS", "ExitReason", "action_text", "reason_text"]
 
 
-@dataclass(frozen=True, slots=True)
-class ExitReason:
+class ExitReason(NamedTuple):
     """One reason.
 
     Attributes

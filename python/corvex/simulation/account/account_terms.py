@@ -3,8 +3,7 @@
 from __future__ import annotations
 
 import numbers
-from dataclasses import dataclass
-from typing import Any, cast
+from typing import Any, NamedTuple, cast
 
 import numpy as np
 import numpy.typing as npt
@@ -28,8 +27,7 @@ _Events = tuple[npt.NDArray[np.int64], npt.NDArray[np.int64], _Floats]
 _HIGH = 1.0  # a yearly rate above it is hardly meant
 
 
-@dataclass(frozen=True, slots=True)
-class AccountTerms:
+class AccountTerms(NamedTuple):
     """What the engine reads by these names; tables have one row, or one for each session.
 
     Attributes

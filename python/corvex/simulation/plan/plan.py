@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from dataclasses import dataclass
+from typing import NamedTuple
 
 import numpy as np
 import pandas as pd
@@ -23,8 +23,7 @@ __all__ = ["Plan", "Timeline", "make_plan", "make_timeline", "plan_of"]
 _NO_OFFSET = pd.Timedelta(0)
 
 
-@dataclass(frozen=True, slots=True)
-class Plan:
+class Plan(NamedTuple):
     """Rebalances on the sessions of some prices; any number of runs can take it.
 
     Attributes
@@ -81,8 +80,7 @@ class Plan:
         return self.schedule.dates[rows[0]] if len(rows) else self.schedule.planned_date
 
 
-@dataclass(frozen=True, slots=True)
-class Timeline:
+class Timeline(NamedTuple):
     """What plans have in common whose weights have the same dates.
 
     Attributes

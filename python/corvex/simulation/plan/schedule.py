@@ -2,11 +2,10 @@
 
 from __future__ import annotations
 
-import dataclasses
 import datetime
 import warnings
 from collections.abc import Callable, Iterable
-from dataclasses import dataclass
+from typing import NamedTuple
 
 import numpy as np
 import pandas as pd
@@ -25,7 +24,6 @@ type Resample = str | pd.offsets.BaseOffset | datetime.timedelta | Iterable[obje
 type Rule = str | pd.DatetimeIndex | None
 
 
-@dataclass(frozen=True, slots=True)
 class Schedule:
     """Rebalances in order of time, the first one with a weight in it first.
 
@@ -46,12 +44,23 @@ class Schedule:
         The targets of the latest row, on which that rebalance would act today.
     """
 
-    candidates: pd.DatetimeIndex
-    kept: np.ndarray | slice | None
-    sessions: np.ndarray
-    targets: np.ndarray
-    planned_date: pd.Timestamp | None = None
-    planned_targets: np.ndarray | None = None
+    __slots__ = ("candidates", "kept", "planned_date", "planned_targets", "sessions", "targets")
+
+    def __init__(
+        self,
+        candidates: pd.DatetimeIndex,
+        kept: np.ndarray | slice | None,
+        sessions: np.ndarray,
+        targets: np.ndarray,
+        planned_date: pd.Timestamp | None = None,
+        planned_targets: np.ndarray | None = None,
+    ) -> None:
+        self.candidates = candidates
+        self.kept = kept
+        self.sessions = sessions
+        self.targets = targets
+        self.planned_date = planned_date
+        self.planned_targets = planned_targets
 
     def __len__(self) -> int:
         return len(self.sessions)
@@ -121,8 +130,7 @@ def read_offset(resample: Rule, offset: object) -> pd.Timedelta:
     return length
 
 
-@dataclass(frozen=True, slots=True)
-class Timetable:
+class Timetable(NamedTuple):
     """When a portfolio may be rebalanced, whatever its weights are.
 
     Attributes
@@ -208,7 +216,8 @@ def _with_plan(
 ) -> Schedule:
     if date is None and targets is None:
         return schedule
-    return dataclasses.replace(schedule, planned_date=date, planned_targets=targets)
+    known = (schedule.candidates, schedule.kept, schedule.sessions, schedule.targets)
+    return Schedule(*known, date, targets)
 
 
 def _by_row(rows: Stamps, clock: Clock) -> Timetable:

@@ -2,9 +2,7 @@
 
 from __future__ import annotations
 
-import dataclasses
-from dataclasses import dataclass, field
-from typing import Any, Literal
+from typing import Any, Literal, NamedTuple
 
 import numpy as np
 import pandas as pd
@@ -20,15 +18,14 @@ _FIELDS = ("close", "fill", "open", "high", "low")
 _NO_LABELS: pd.Index = pd.Index([], dtype=object)
 
 
-@dataclass(frozen=True, slots=True)
-class Faults:
+class Faults(NamedTuple):
     """Prices of one field that cannot be.
 
     Attributes
     ----------
     field : str
         Such as "close"; "crossed" for lows above their highs.
-    count : int
+    number : int
         How many there are.
     rows : int64 array of shape (assets,)
         The first session with one of each asset, -1 for none.
@@ -37,7 +34,7 @@ class Faults:
     """
 
     field: str
-    count: int
+    number: int
     rows: np.ndarray
     values: np.ndarray
 
@@ -47,9 +44,8 @@ class Faults:
         return int(found[np.argmin(self.rows[found])]) if len(found) else None
 
 
-@dataclass(frozen=True, eq=False)
 class AssetPrices:
-    """Prices of the sessions x some assets, ready for any number of runs.
+    """Prices of the sessions x some assets, ready for any number of runs; they do not change.
 
     Attributes
     ----------
@@ -73,34 +69,36 @@ class AssetPrices:
         There is nothing to be told of them, whatever is held.
     """
 
-    labels: pd.Index
-    matrices: PriceMatrices
-    fill_at: Literal["close", "open", "other"]
-    unpriced: np.ndarray
-    unknown: pd.Index
-    renamed: str
-    faults: tuple[Faults, ...]
-
-    shared: _engine.PriceSet = field(init=False, repr=False)
-    is_sound: bool = field(init=False, repr=False)
-
-    def __post_init__(self) -> None:
-        prices = self.matrices
-        shared = _engine.PriceSet(
-            close=prices.close,
-            fill_at=self.fill_at,
-            fill=None if self.fill_at == "close" else prices.fill,
-            open=prices.open,
-            high=prices.high,
-            low=prices.low,
+    def __init__(
+        self,
+        labels: pd.Index,
+        matrices: PriceMatrices,
+        fill_at: Literal["close", "open", "other"],
+        unpriced: np.ndarray,
+        unknown: pd.Index,
+        renamed: str,
+        faults: tuple[Faults, ...],
+    ) -> None:
+        self._given = (labels, matrices, fill_at, unpriced, unknown, renamed, faults)
+        self.labels = labels
+        self.matrices = matrices
+        self.fill_at = fill_at
+        self.unpriced = unpriced
+        self.unknown = unknown
+        self.renamed = renamed
+        self.faults = faults
+        self.shared = _engine.PriceSet(
+            close=matrices.close,
+            fill_at=fill_at,
+            fill=None if fill_at == "close" else matrices.fill,
+            open=matrices.open,
+            high=matrices.high,
+            low=matrices.low,
         )
-        object.__setattr__(self, "shared", shared)
-        doubts = (len(self.unknown), self.renamed, self.faults, self.unpriced.any())
-        object.__setattr__(self, "is_sound", not any(doubts))
+        self.is_sound = not any((len(unknown), renamed, faults, unpriced.any()))
 
     def __reduce__(self) -> tuple[Any, ...]:
-        given = (getattr(self, part.name) for part in dataclasses.fields(self) if part.init)
-        return type(self), tuple(given)
+        return type(self), self._given
 
 
 def look_through(
@@ -149,7 +147,7 @@ def _cleaned(matrices: PriceMatrices) -> tuple[PriceMatrices, tuple[Faults, ...]
             if bad is not None:
                 faults.append(_faults(name, bad, values))
         result[name] = done[id(values)]
-    return dataclasses.replace(matrices, **result), tuple(faults)
+    return matrices._replace(**result), tuple(faults)
 
 
 def _impossible(values: np.ndarray) -> np.ndarray | None:

@@ -6,9 +6,8 @@ than prices. Everything is brought to the prices' clock here, so that the rest c
 
 from __future__ import annotations
 
-from dataclasses import dataclass
 from functools import cached_property, partial
-from typing import TYPE_CHECKING, Any
+from typing import TYPE_CHECKING, Any, NamedTuple
 
 import numpy as np
 import pandas as pd
@@ -91,7 +90,6 @@ def dated_table(table: pd.DataFrame, what: str) -> pd.DataFrame:
     return table
 
 
-@dataclass(frozen=True, slots=True)
 class Stamps:
     """Dates on the clock of the prices.
 
@@ -107,10 +105,19 @@ class Stamps:
         They are dates beside intraday prices: each stands for the last bar of its day.
     """
 
-    dates: pd.DatetimeIndex
-    keys: np.ndarray
-    sessions: np.ndarray
-    whole_days: bool = False
+    __slots__ = ("dates", "keys", "sessions", "whole_days")
+
+    def __init__(
+        self,
+        dates: pd.DatetimeIndex,
+        keys: np.ndarray,
+        sessions: np.ndarray,
+        whole_days: bool = False,
+    ) -> None:
+        self.dates = dates
+        self.keys = keys
+        self.sessions = sessions
+        self.whole_days = whole_days
 
     def __len__(self) -> int:
         return len(self.keys)
@@ -121,8 +128,7 @@ class Stamps:
         return Stamps(self.dates[some], self.keys[some], self.sessions[some], self.whole_days)
 
 
-@dataclass(frozen=True, slots=True)
-class Border:
+class Border(NamedTuple):
     """Where a span begins or ends, both included: the date, and its key on the clock."""
 
     date: pd.Timestamp

@@ -4,7 +4,6 @@ from __future__ import annotations
 
 import copy
 import threading
-from dataclasses import dataclass, field
 from typing import Any, Literal, cast
 
 import pandas as pd
@@ -34,9 +33,8 @@ _MOST_KEPT = 4
 _READING = threading.Lock()
 
 
-@dataclass(frozen=True, eq=False)
 class PriceData:
-    """Prices on their sessions.
+    """Prices on their sessions; they do not change.
 
     Attributes
     ----------
@@ -53,14 +51,25 @@ class PriceData:
     market_chosen : {"by the labels", "by the user"}
     """
 
-    clock: Clock
-    market: Market
-    close: pd.DataFrame
-    start: Border | None
-    end: Border | None
-    carries: bool
-    market_chosen: Literal["by the labels", "by the user"]
-    _kept: list[tuple[TradeAt, bool, AssetPrices]] = field(default_factory=list, repr=False)
+    def __init__(
+        self,
+        *,
+        clock: Clock,
+        market: Market,
+        close: pd.DataFrame,
+        start: Border | None,
+        end: Border | None,
+        carries: bool,
+        market_chosen: Literal["by the labels", "by the user"],
+    ) -> None:
+        self.clock = clock
+        self.market = market
+        self.close = close
+        self.start = start
+        self.end = end
+        self.carries = carries
+        self.market_chosen = market_chosen
+        self._kept: list[tuple[TradeAt, bool, AssetPrices]] = []
 
     def of_assets(
         self, labels: pd.Index, trade_at: TradeAt = "close", *, with_bars: bool = False

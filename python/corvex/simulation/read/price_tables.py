@@ -3,8 +3,7 @@
 from __future__ import annotations
 
 from collections.abc import Mapping
-from dataclasses import dataclass
-from typing import Any, cast
+from typing import Any, NamedTuple, cast
 
 import numpy as np
 import pandas as pd
@@ -30,8 +29,7 @@ type TradeAt = str | pd.DataFrame
 _FIELDS = ("open", "close", "high", "low", "ohlc")
 
 
-@dataclass(frozen=True, slots=True)
-class PriceMatrices:
+class PriceMatrices(NamedTuple):
     """Prices of the sessions x the weights' assets, C-contiguous float64.
 
     `fill` is `close` itself where orders fill at the close; `open`, `high` and `low` are there

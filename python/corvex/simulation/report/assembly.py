@@ -2,10 +2,10 @@
 
 from __future__ import annotations
 
-from collections.abc import Callable, Collection
-from dataclasses import dataclass, field
+from collections.abc import Callable, Collection, Mapping
 from functools import partial
-from typing import Any
+from types import MappingProxyType
+from typing import Any, NamedTuple
 
 import numpy as np
 import pandas as pd
@@ -24,8 +24,7 @@ from corvex.trades.reasons import STOPS
 __all__ = ["Outcome", "build_report"]
 
 
-@dataclass(slots=True)
-class Outcome:
+class Outcome(NamedTuple):
     """What a report is made of.
 
     Attributes
@@ -36,7 +35,7 @@ class Outcome:
         Tells the returns of the trades without a missing value, before there is a table of them.
     kept : collection of labels
         The assets whose prices a saved report needs: those traded, held or to be held.
-    attributes : dict of str to object
+    attributes : mapping of str to object
         Settings of the run, assigned under their names.
     deferred : dict of str to callable
         What makes further attributes when they are first read.
@@ -55,8 +54,8 @@ class Outcome:
     fee_ratio: float = 0.0
     tax_ratio: float = 0.0
     historical: bool = False
-    attributes: dict[str, Any] = field(default_factory=dict)
-    deferred: dict[str, Callable[[], Any]] = field(default_factory=dict)
+    attributes: Mapping[str, Any] = MappingProxyType({})
+    deferred: Mapping[str, Callable[[], Any]] = MappingProxyType({})
 
 
 # Present on every report, whether it was simulated or not.
@@ -84,7 +83,7 @@ def build_report(outcome: Outcome) -> Report:
     """
     held = outcome.hand_over
     if outcome.historical:
-        outcome.market = outcome.market.for_history()
+        outcome = outcome._replace(market=outcome.market.for_history())
     market = outcome.market
     market.restrict_pickle_to(outcome.kept)
     report = Report.__new__(Report)

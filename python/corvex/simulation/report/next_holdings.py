@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 from collections.abc import Callable
-from dataclasses import dataclass
+from typing import NamedTuple
 
 import numpy as np
 import pandas as pd
@@ -14,8 +14,7 @@ from corvex.trades.reasons import EXIT_REASONS
 __all__ = ["HandOver", "State", "hand_over", "nothing_held"]
 
 
-@dataclass(frozen=True, slots=True)
-class State:
+class State(NamedTuple):
     """The engine's state after the last session; arrays have one entry per asset.
 
     `executed` is the rebalance last filled (-1: none). `out`, `pending` hold the reason for which
@@ -33,8 +32,7 @@ class State:
     kept_out: np.ndarray
 
 
-@dataclass(frozen=True, slots=True)
-class HandOver:
+class HandOver(NamedTuple):
     """The part of a report that live trading reads.
 
     Attributes
@@ -45,18 +43,20 @@ class HandOver:
         The next known date that no session has reached yet.
     coming : bool array of shape (assets,)
         Which assets are to be held.
+    make_tables : callable
+        Makes what `tables` names.
     """
 
     current_date: pd.Timestamp | None
     next_date: pd.Timestamp | None
     planned_rebalance_date: pd.Timestamp | None
     coming: np.ndarray
-    _tables: Callable[[], tuple[pd.Series, pd.Series, pd.Series]]
+    make_tables: Callable[[], tuple[pd.Series, pd.Series, pd.Series]]
 
     def tables(self) -> dict[str, pd.Series]:
         """`weights`, `next_weights` and `actions`, each by asset label."""
         names = ("weights", "next_weights", "actions")
-        return dict(zip(names, self._tables(), strict=True))
+        return dict(zip(names, self.make_tables(), strict=True))
 
 
 def hand_over(schedule: Schedule, state: State, labels: pd.Index, last_session: int) -> HandOver:

@@ -6,8 +6,7 @@ A report's own attributes travel in its files; a plan does not: who reads a file
 from __future__ import annotations
 
 import weakref
-from dataclasses import dataclass
-from typing import TYPE_CHECKING
+from typing import TYPE_CHECKING, NamedTuple
 
 import pandas as pd
 
@@ -23,8 +22,7 @@ if TYPE_CHECKING:
 __all__ = ["Origin", "note_origin", "origin_of"]
 
 
-@dataclass(frozen=True, slots=True)
-class Origin:
+class Origin(NamedTuple):
     """The plan of a run, and how it was traded.
 
     Attributes

@@ -8,7 +8,6 @@ import numpy as np
 import pandas as pd
 
 from corvex.markets.bars import period_before
-from corvex.simulation.account.account_tables import account_costs
 from corvex.simulation.notices import date_text, warn
 from corvex.simulation.plan.schedule import Schedule
 from corvex.simulation.read.clock import Clock
@@ -108,6 +107,8 @@ def state_after(result: SimulationResult, schedule: Schedule) -> State:
 def cost_totals(result: SimulationResult) -> dict[str, float]:
     """Return what was paid in all, in units of the first equity."""
     if "account" in result:
+        from corvex.simulation.account.account_tables import account_costs
+
         return account_costs(result["account"])
     # In order of time, as the engine sums those of many runs.
     kinds = {

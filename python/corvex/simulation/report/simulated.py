@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 import copy
-import dataclasses
 import math
 from collections.abc import Callable
 from typing import Any, cast
@@ -11,15 +10,9 @@ from typing import Any, cast
 import numpy as np
 import pandas as pd
 
-from corvex.accounts.account import kept_terms
 from corvex.core.report import Report
 from corvex.market import Market
 from corvex.markets.bound import BoundMarket
-from corvex.simulation.account.account_tables import (
-    account_table,
-    bookings_table,
-    trip_columns,
-)
 from corvex.simulation.read.columns import match_columns
 from corvex.simulation.read.price_data import PriceData
 from corvex.simulation.read.price_tables import TradeAt
@@ -110,6 +103,8 @@ def _account(run: Run, prices: PriceData) -> dict[str, Callable[[], pd.DataFrame
     found, labels, index = run.result.get("account"), run.plan.labels, prices.clock.index
     if found is None:
         return {}
+    from corvex.simulation.account.account_tables import account_table, bookings_table
+
     rows, length, bookings = found["sessions"], found["length"], found["bookings"]
     dates = index[run.plan.first_session + rows_before_start(run.result) :]
     return {
@@ -136,7 +131,11 @@ def _trades(
     trips = run.result["account"]["trips"] if "account" in run.result else None
 
     def make() -> pd.DataFrame:
-        money = trip_columns(trips, found["entry_session"] >= 0) if trips else None
+        if not trips:
+            return trades_table(found, labels, index, signals, quoted, None)
+        from corvex.simulation.account.account_tables import trip_columns
+
+        money = trip_columns(trips, found["entry_session"] >= 0)
         return trades_table(found, labels, index, signals, quoted, money)
 
     if quoted is None:
@@ -146,7 +145,7 @@ def _trades(
 
 
 def _settings(run: Run, prices: PriceData) -> dict[str, Any]:
-    plan, options = run.plan, dataclasses.asdict(run.options)
+    plan, options = run.plan, run.options._asdict()
     return {
         "market": prices.market.get_name(),
         "market_chosen": prices.market_chosen,
@@ -157,8 +156,16 @@ def _settings(run: Run, prices: PriceData) -> dict[str, Any]:
         "leverage": plan.leverage,
         "start": None if prices.start is None else prices.clock.index[0],
         "end": None if prices.end is None else prices.clock.last,
-        **({} if run.account is None else {"account": kept_terms(run.account)}),
+        **_kept_terms(run),
     }
+
+
+def _kept_terms(run: Run) -> dict[str, Any]:
+    if run.account is None:
+        return {}
+    from corvex.accounts.account import kept_terms
+
+    return {"account": kept_terms(run.account)}
 
 
 def _or_none(number: float) -> float | None:
