@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import dataclasses
 import math
 from collections.abc import Mapping
 from dataclasses import dataclass
@@ -119,7 +118,7 @@ def _fees(
     fees = Account(**own).fees
     if given["min_fee"] is None and "min_fee" in own:
         return fees
-    return dataclasses.replace(fees, min_fee=_cost("min_fee", given, report, market))
+    return fees._replace(min_fee=_cost("min_fee", given, report, market))
 
 
 def _ratio(
