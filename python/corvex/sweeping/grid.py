@@ -93,6 +93,8 @@ def read_space(space: Space, what: str) -> Sequence[Combination]:
     if space is None:
         return [{}]
     if isinstance(space, pd.DataFrame):
+        if not space.columns.is_unique:
+            raise ValueError(f"{what} has two columns of one name: {list(space.columns)}")
         columns = {name: space[name].tolist() for name in space.columns}
         rows: Iterable[Any] = (
             {name: values[row] for name, values in columns.items()} for row in range(len(space))

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import contextlib
 import datetime
 import json
 import os
@@ -207,10 +208,10 @@ class Store:
             pq.write_table(table, file)
 
     def _write_calendar(self, key: tuple[int, int], dates: pd.DatetimeIndex) -> None:
-        path = self.folder / _CALENDARS / f"{key[0]}-{key[1]}{_ENDING}"
-        if key not in self._calendars and not path.exists():
-            with atomic_open(path) as file:
-                pd.DataFrame({"session": dates}).to_parquet(file)
+        if key in self._calendars:
+            return
+        with atomic_open(self.folder / _CALENDARS / f"{key[0]}-{key[1]}{_ENDING}") as file:
+            pd.DataFrame({"session": dates}).to_parquet(file)
         self._calendars.add(key)
 
     # -- reading -----------------------------------------------------------------------------
@@ -218,7 +219,8 @@ class Store:
     def read(self, *, curves: bool) -> tuple[Results, list[str]]:
         """Return the runs that are there, numbered as they stand, and the text of each.
 
-        Files that cannot be read are left out; of a run that is there twice, the later counts.
+        Files that cannot be read are left out, and so are runs without the dates of their curves;
+        of a run that is there twice, the later counts.
         """
         parts, keys = [], []
         for path in self._parts():
@@ -229,7 +231,14 @@ class Store:
         results = joined(parts)
         results.runs[:] = np.arange(len(results))
         results.calendars.update(self._read_calendars())
-        latest = {key: place for place, key in enumerate(keys)}
+        self._calendars = set(results.calendars)
+        latest = {
+            key: place
+            for place, (key, error, calendar) in enumerate(
+                zip(keys, results.errors, results.calendar.tolist(), strict=True)
+            )
+            if error is not None or tuple(calendar) in self._calendars
+        }
         if len(latest) < len(keys):
             places = np.sort(np.fromiter(latest.values(), np.int64))
             results, keys = results.take(places), [keys[place] for place in places]
@@ -237,12 +246,14 @@ class Store:
         return results, keys
 
     def _read_calendars(self) -> dict[tuple[int, int], pd.DatetimeIndex]:
+        import pyarrow as pa
+
         found = {}
         for path in (self.folder / _CALENDARS).glob(f"*{_ENDING}"):
-            first, _, count = path.stem.rpartition("-")
-            found[int(first), int(count)] = pd.DatetimeIndex(
-                pd.read_parquet(path)["session"]
-            ).rename(None)
+            with contextlib.suppress(pa.ArrowException, OSError, KeyError, ValueError):
+                first, _, count = path.stem.rpartition("-")
+                dates = pd.DatetimeIndex(pd.read_parquet(path)["session"])
+                found[int(first), int(count)] = dates.rename(None)
         return found
 
 

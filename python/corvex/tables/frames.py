@@ -163,9 +163,20 @@ def arrow_stream(table: pd.DataFrame, requested_schema: object | None = None) ->
     """Hand a table over as an Arrow stream; the index comes first, as columns.
 
     Columns whose values are of several types are handed over as texts.
+
+    Raises
+    ------
+    ValueError
+        When a level of the index is called as a column.
     """
     import pyarrow as pa
 
+    twice = [name for name in table.index.names if name is not None and name in table.columns]
+    if twice:
+        raise ValueError(
+            f"{twice[0]!r} is the name of a column and of a level of the index, such as a figure "
+            "and a parameter; rename one: table.rename_axis(index={...})"
+        )
     plain = table if isinstance(table.index, pd.RangeIndex) else table.reset_index()
     columns = {}
     for at, name in enumerate(plain.columns):

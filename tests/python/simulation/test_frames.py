@@ -268,6 +268,8 @@ def test_sweeps_of_other_tables(prices, weights, tmp_path):
         corvex.sweep(strategy, changed, store=tmp_path / "s", **arguments)
 
     back = pa.table(found)
+    with pytest.raises(ValueError, match="'cagr' is the name of a column and of a level"):
+        pa.table(corvex.sweep(lambda prices, cagr: prices > cagr, prices, signal={"cagr": [1]}))
     assert back["share"].to_pylist() == [0.1, 0.3]
     assert back["cagr"].to_pylist() == found.figures["cagr"].tolist()
     assert str(back["error"].type) == "string"

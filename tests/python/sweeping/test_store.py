@@ -78,6 +78,12 @@ def test_a_half_written_file_and_a_failed_run_are_run_again(tmp_path):
     assert CALLS == [13]
     assert len(found.errors) == 4
     assert len(corvex.open_sweep(tmp_path)) == 8
+    (dates,) = (tmp_path / "sessions").iterdir()
+    dates.write_bytes(dates.read_bytes()[:-200])  # runs without dates are of no use
+    assert len(corvex.open_sweep(tmp_path)) == 4
+    assert swept(tmp_path, [3]).trials_statistics.trials == 4
+    assert CALLS == [3]
+    assert len(corvex.open_sweep(tmp_path)) == 8
 
 
 @pytest.mark.parametrize(

@@ -244,6 +244,7 @@ def test_parameters_of_any_kind_find_their_run():
         ({"signal": {"lookback": daily()}}, ValueError, "give it a name"),
         ({"signal": {"lookback": [HOLIDAYS]}}, ValueError, "give such values names"),
         ({"signal": 3}, ValueError, "signal must be a mapping"),
+        ({"signal": pd.DataFrame([[1, 2]], columns=["top"] * 2)}, ValueError, "two columns of one"),
         ({"options": {"trailstop": [1]}}, ValueError, "did you mean 'trail_stop'"),
         ({"options": {"upload": [True]}}, ValueError, "publishes nothing"),
         ({"options": {"fee_ratio": [0.0]}}, ValueError, "'fee_ratio' is in options and fixed"),
