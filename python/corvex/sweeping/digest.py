@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import dataclasses
 import datetime
 import functools
 import hashlib
@@ -162,6 +163,8 @@ def _add_object(state: Any, value: Any, seen: _Seen) -> None:
     if isinstance(value, type):
         return
     held = getattr(value, "__dict__", None)
+    if held is None and dataclasses.is_dataclass(value):  # one with slots
+        held = {one.name: getattr(value, one.name) for one in dataclasses.fields(value)}
     if held:
         _add(state, held, seen)
         return

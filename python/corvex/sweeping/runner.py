@@ -29,6 +29,7 @@ from corvex.simulation.read.price_data import PriceData, read_prices
 from corvex.simulation.read.weights import WeightTable, read_weights
 from corvex.simulation.report.results import curve_and_position
 from corvex.simulation.run import run_plan
+from corvex.sweeping.account_runs import account_results
 from corvex.sweeping.grid import Combination
 from corvex.sweeping.run_results import BLOCKS, FIGURES, Results, joined
 from corvex.sweeping.settings import Settings
@@ -38,6 +39,7 @@ __all__ = ["Job", "Runner", "Task"]
 
 # A batch is run when it has so many runs, bytes of targets or seconds of strategies.
 _MOST_RUNS = 4096
+_MOST_ACCOUNTS = 16
 _MOST_BYTES = 1 << 24
 _MOST_SECONDS = 1.0
 _MOST_TIMELINES = 64
@@ -198,6 +200,7 @@ class Runner:
         self._timelines: dict[tuple[int, int], tuple[pd.Index, Timeline, bool]] = {}
         self._groups: dict[int, _Group] = {}
         self._failed: list[Results] = []
+        self._alone: list[Results] = []
         #: Texts of warnings, and in how many plans each was given.
         self.warned: Counter[str] = Counter()
         #: What the calls of the strategy took.
@@ -257,9 +260,10 @@ class Runner:
         tables: dict[Any, WeightTable] = {}
         plans: dict[int, Plan] = {}
         told: set[str] = set()
-        for first in range(0, len(task.runs), _MOST_RUNS):
+        most = self._runs_at_once(task)
+        for first in range(0, len(task.runs), most):
             known = len(plans)
-            part = task.runs[first : first + _MOST_RUNS].tolist()
+            part = task.runs[first : first + most].tolist()
             with _CATCHING, warnings.catch_warnings(record=True) as caught:
                 warnings.simplefilter("always")
                 for run, options in part:
@@ -303,6 +307,9 @@ class Runner:
         if plan is None:
             timeline, late = self._timeline(table.index, route)
             plan = plans[route.plan_key] = plan_of(table, timeline)
+        if settings.account is not None:
+            self._run_alone(run, plan, route, seconds, begin)
+            return
         prices, options = route.prices, route.options
         group = self._groups.get(id(prices))
         if not prices.is_sound and (new or group is None):
@@ -313,6 +320,27 @@ class Runner:
             group = _Group(route.data, prices, self._calendar(route.data.clock))
             self._groups[id(prices)] = group
         group.add(run, plan, options, settings, seconds + time.perf_counter() - begin)
+
+    def _runs_at_once(self, task: Task) -> int:
+        """How many runs of a task are prepared before others may see what is done.
+
+        Those that keep an account are not prepared but run.
+        """
+        first = self._job.options[int(task.runs[0, 1])]
+        keeps = "account" in self._job.fixed or "account" in first
+        return _MOST_ACCOUNTS if keeps else _MOST_RUNS
+
+    def _run_alone(self, run: int, plan: Plan, route: _Route, secs: float, begin: float) -> None:
+        calendar = self._calendar(route.data.clock)
+        results = account_results(
+            run, route.data, plan, route.options, route.settings,
+            riskfree_rate=self._job.riskfree_rate, blocks=calendar.blocks,
+            keep_curve=self._job.keep_curves,
+        )  # fmt: skip
+        results.calendar[:] = calendar.key
+        results.calendars[calendar.key] = route.data.clock.index
+        results.seconds[:] = secs + time.perf_counter() - begin
+        self._alone.append(results)
 
     def _settings_of(self, at: int) -> Settings:
         found = self._settings_at.get(at)
@@ -411,8 +439,8 @@ class Runner:
     def _flush(self) -> Results:
         groups, self._groups = self._groups, {}
         parts = [self._run_group(group) for group in groups.values() if group.runs]
-        parts += self._failed
-        self._failed = []
+        parts += self._failed + self._alone
+        self._failed, self._alone = [], []
         return joined(parts)
 
     def _run_group(self, group: _Group) -> Results:

@@ -13,6 +13,7 @@ import pytest
 
 import corvex
 from corvex import _engine
+from corvex.sweeping import values
 from corvex.sweeping.run_results import EXTRAS
 
 FIXED = {"market": "us_stock", "fee_ratio": 0.001, "tax_ratio": 0.0}
@@ -88,6 +89,68 @@ def test_each_run_is_that_of_simulate(world):
             assert_same(found, run, report)
             again = found.report(**signal, **options)
             pd.testing.assert_series_equal(again.creturn, report.creturn, check_exact=True)
+
+
+ACCOUNTS = {
+    "none": None,
+    "cash": corvex.Account(capital=10_000, cash_rate=0.03, lot_size=1, min_fee=1, fee_ratio=0.002),
+    "margin": corvex.Account(
+        capital=50_000, financing_rate=0.05, borrow_rate=pd.Series({"A": 0.02, "B": 0.1}),
+        slippage_ratio=pd.Series({"A": 0.001, "B": 0.0, "C": 0.0, "D": 0.0}),
+    ),
+}  # fmt: skip
+
+
+@pytest.mark.parametrize("world", ["daily", "in a zone", "intraday", "one session after another"])
+def test_runs_with_accounts_are_those_of_simulate(world, tmp_path):
+    prices, more = WORLDS[world]
+    fixed = {"market": "us_stock", "leverage": True, "keep": "curves", **more}
+    varied = {"account": ACCOUNTS, "trail_stop": [None, 0.03]}
+
+    def strategy(prices, size):
+        return pd.DataFrame({"A": [size, size, 0.1], "B": -0.4}, prices.index[[2, 5, 9]])
+
+    swept = {"prices": prices, "signal": {"size": [0.5, 1.2]}, "options": varied, **fixed}
+    found = corvex.sweep(strategy, store=tmp_path, **swept)
+    del fixed["keep"]
+    for run in range(len(found)):
+        signal, options = found.source.grid.parameters(run)
+        options = {name: values.unwrap(value) for name, value in options.items()}
+        report = corvex.simulate(strategy(prices, **signal), prices, **fixed, **options)
+        assert_same(found, run, report)
+        assert found.curve_of(run).iloc[-1] == report.creturn.iloc[-1]
+    alone = {"account": ACCOUNTS["cash"], "options": {"trail_stop": [None, 0.03]}}
+    once = corvex.sweep(strategy, **{**swept, **alone})
+    same = found.figures.xs("cash", level="account").drop(columns="seconds")
+    pd.testing.assert_frame_equal(once.figures.drop(columns="seconds"), same)
+    # A second call reads what the store has, of the same accounts alone.
+    again = corvex.sweep(strategy, store=tmp_path, **swept)
+    pd.testing.assert_frame_equal(again.figures, found.figures)
+    other = {**varied, "account": {"cash": corvex.Account(cash_rate=0.04)}}
+    changed = corvex.sweep(strategy, store=tmp_path, **{**swept, "options": other})
+    assert (changed.figures["cagr"] != same["cagr"].to_numpy()).all()
+
+
+def test_accounts_need_names_and_go_to_workers_and_through_windows():
+    prices = daily(count=600)
+    run = {"signal": {"lookback": [1, 20]}, "keep": "curves", "market": "us_stock"}
+    with pytest.raises(ValueError, match="of type Account, which cannot stand in an index; give"):
+        corvex.sweep(best_of, prices, options={"account": [ACCOUNTS["cash"]]}, **run)
+    alone = corvex.sweep(best_of, prices, account=ACCOUNTS["cash"], **run)
+    with concurrent.futures.ProcessPoolExecutor(1) as pool:
+        away = corvex.sweep(best_of, prices, account=ACCOUNTS["cash"], executor=pool, **run)
+    pd.testing.assert_frame_equal(*(one.figures.drop(columns="seconds") for one in (alone, away)))
+    walk = corvex.walk_forward(alone, train="1YE", test="1YE")
+    assert (walk.report.account["interest"] > 0).any()
+    both = corvex.sweep(best_of, prices, options={"account": ACCOUNTS}, **run)
+    with pytest.raises(ValueError, match="account varies"):
+        corvex.walk_forward(both, train="1YE", test="1YE")
+    chosen = corvex.walk_forward(both, train="1YE", test="1YE", where={"account": "cash"})
+    pd.testing.assert_series_equal(chosen.report.creturn, walk.report.creturn, check_names=False)
+    with pytest.warns(
+        UserWarning, match="2 of 2 runs failed, the first with ValueError: fee_ratio"
+    ):
+        corvex.sweep(best_of, prices, account=ACCOUNTS["cash"], fee_ratio=0.1, **run)
 
 
 @pytest.mark.parametrize("zone", [None, "America/New_York"])
