@@ -83,9 +83,9 @@ def save_workbook(report: Report, path: str | os.PathLike[str]) -> None:
                 f"than a sheet holds ({_MOST_ROWS - 1:,} x {_MOST_COLUMNS:,}); write a Parquet "
                 "file instead"
             )
-    for sheet in sheets:
-        _write(book.create_sheet(sheet.title), sheet)
-    with atomic_open(path) as file:
+    with atomic_open(path) as file:  # sheets that are made and not saved leave files behind
+        for sheet in sheets:
+            _write(book.create_sheet(sheet.title), sheet)
         book.save(file)
 
 

@@ -10,6 +10,7 @@ import numpy.typing as npt
 import pandas as pd
 
 from corvex import _engine
+from corvex.significance.draw_counts import check_draws
 from corvex.significance.random_result import RandomDraws
 from corvex.simulation.batch import batch_dates
 from corvex.simulation.options import Options, checked_limit, read_options
@@ -100,8 +101,7 @@ def random_portfolios(
     >>> 0 <= drawn.rank <= 1
     True
     """
-    if draws < 1:
-        raise ValueError(f"draws must be at least 1, not {draws}")
+    check_draws(draws, seed)
     if figure not in _engine.FIGURE_NAMES:
         raise ValueError(f"figure must be one of the statistics record's, not {figure!r}")
     return _drawn(*_read(weights, prices, options), draws, seed, figure, riskfree_rate)
@@ -222,8 +222,7 @@ def random_entries(report: Report, draws: int = 1000, seed: int = 0) -> RandomDr
     ValueError
         For fewer than 1 draw.
     """
-    if draws < 1:
-        raise ValueError(f"draws must be at least 1, not {draws}")
+    check_draws(draws, seed)
     generator = np.random.Generator(np.random.PCG64(seed))
     total, sizes = np.zeros(draws), 0.0
     own = 0.0

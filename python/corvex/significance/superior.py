@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import numbers
 from collections.abc import Hashable
 from dataclasses import dataclass
 
@@ -10,6 +11,7 @@ import numpy.typing as npt
 import pandas as pd
 
 from corvex import _engine
+from corvex.significance.draw_counts import check_draws
 
 __all__ = ["Superiority", "superior_strategies"]
 
@@ -86,8 +88,8 @@ def superior_strategies(
     Raises
     ------
     ValueError
-        When the benchmark shares no two dates with the returns, a return is infinite, or no
-        strategy differs from the benchmark by more than a constant.
+        When the benchmark shares no two dates with the returns or is of another kind, a return is
+        infinite, no strategy differs from the benchmark by more than a constant, or for no draws.
 
     Notes
     -----
@@ -106,6 +108,12 @@ def superior_strategies(
     """
     if not 0.0 < size < 1.0:
         raise ValueError(f"size must lie between 0 and 1, got {size}")
+    check_draws(draws, seed)
+    if not isinstance(benchmark, pd.Series | numbers.Real):
+        raise ValueError(
+            "benchmark must be a Series of returns by date, or a number, got "
+            f"{type(benchmark).__name__}"
+        )
     table = pd.DataFrame(returns).astype("float64")
     if isinstance(benchmark, pd.Series):
         shared = table.index.intersection(benchmark.dropna().index)

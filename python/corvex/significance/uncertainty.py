@@ -14,6 +14,7 @@ import pandas as pd
 
 from corvex import _engine
 from corvex.ffn_core.benchmarks import known_benchmark, moves
+from corvex.significance.draw_counts import check_draws
 from corvex.significance.sample import Sample, read_sample
 from corvex.significance.trials import Trials, TrialStatistics, read_trials
 from corvex.significance.words import as_html, as_text
@@ -153,8 +154,8 @@ def confidence(
     Raises
     ------
     ValueError
-        For fewer than 2 draws, an unknown method, trials that are no trials, or fewer than 0
-        portfolios.
+        For fewer than 2 draws, a seed below 0, an unknown method, trials that are no trials, or
+        fewer than 0 portfolios.
 
     Notes
     -----
@@ -172,8 +173,7 @@ def confidence(
     >>> bool(found.figures["sharpe_low"] < found.figures["sharpe"] < found.figures["sharpe_high"])
     True
     """
-    if draws < 2:
-        raise ValueError(f"draws must be at least 2, not {draws}")
+    check_draws(draws, seed, least=2)
     if method not in ("percentile", "basic", "bca"):
         raise ValueError(f"method must be 'percentile', 'basic' or 'bca', not {method!r}")
     if random_portfolios is not None and random_portfolios < 0:

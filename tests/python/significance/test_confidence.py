@@ -95,6 +95,8 @@ def test_what_is_undefined_has_its_name_and_no_number():
     made = report(walk(50), DAYS[:50])
     for wrong, text in (
         ({"draws": 1}, "at least 2"),
+        ({"draws": 2.5}, "draws must be a whole number"),
+        ({"seed": -1}, "seed must be a whole number, at least 0"),
         ({"method": "normal"}, "bca"),
         ({"trials": 0}, "at least 1"),
         ({"trials": [1.0, math.nan]}, "finite"),
@@ -159,3 +161,9 @@ def test_a_search_is_tested_against_a_benchmark_that_does_not_cover_it(zone):
         corvex.superior_strategies(table, late.set_axis(late.index + pd.Timedelta("1h")))
     with pytest.raises(ValueError, match="no strategy has"):
         corvex.superior_strategies(table[["A"]] * 0)
+    for wrong, text in (
+        ({"benchmark": table}, "number, got DataFrame"),
+        ({"draws": 0}, "at least 1"),
+    ):
+        with pytest.raises(ValueError, match=text):
+            corvex.superior_strategies(table, **wrong)

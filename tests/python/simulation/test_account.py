@@ -60,6 +60,10 @@ def test_costs_that_are_given_twice_and_adjusted_prices_are_refused():
             {"dividends": pd.DataFrame({"AAA": [1.0]}, [pd.Timestamp("2024-01-13")])},
             "1 dividends on dates without a session, such as 2024-01-13",
         ),
+        (
+            {"splits": pd.DataFrame({"AAA US": [2.0, 2]}, DAYS[5:7]).rename(columns=str.lower)},
+            "splits names none of the assets: its first is 'aaa us'",
+        ),
         ({"flows": pd.Series([5.0, 5.0], ["2023-01-05", "2024-01-08"])}, "1 flows, such as that"),
         ({"borrow_rate": pd.Series({"AAA": 0.1})}, "short sales were cut"),
     ],

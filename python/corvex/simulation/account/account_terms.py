@@ -171,6 +171,8 @@ class _Reader:
         if table is None or table.size == 0:
             return nothing
         columns = self._columns(name, table.columns)
+        if (columns < 0).all():
+            warn(f"{name} names none of the assets: its first is {table.columns[0]!r}")
         values = _floats(name, table)[:, np.maximum(columns, 0)]
         none = 1.0 if name == "splits" else 0.0
         there = ~np.isnan(values) & (values != none) & (columns >= 0)
