@@ -10,6 +10,7 @@ from typing import Any, Literal
 
 import pandas as pd
 
+from corvex.accounts.exchange import currency_code
 from corvex.accounts.fees import Fees
 
 __all__ = ["DAY_COUNTS", "Account", "Values", "kept_terms"]
@@ -24,7 +25,8 @@ DAY_COUNTS = {"act/365": 365.0, "act/360": 360.0, "act/365.25": 365.25}
 class Account:
     """The account of a run as a broker keeps it; ``docs/account.md`` shows every rule.
 
-    All money is in the currency of the prices, all rates are fractions per year (0.05 is 5 %).
+    All money is in the currency of the prices, or in `base`; all rates are fractions per year
+    (0.05 is 5 %).
     *Values* are a number, a Series by date or by asset label, or a DataFrame of both; a value
     holds from its date until the next one.
 
@@ -85,6 +87,15 @@ class Account:
         Where the equity over the gross value closes below it, positions are cut to it.
     flows : Series by date, optional
         Deposits, and withdrawals below zero, at the beginning of their sessions.
+    currency : str, mapping or Series of label to str, optional
+        What the assets are quoted in, such as "USD"; every asset that is held needs one. Dividends
+        and commissions (minimum, per share, table) are in it too.
+    fx : DataFrame or Series by date, or mapping of pair to Series or number, optional
+        Exchange rates, named by their pair: "USDTWD" or "USD/TWD" is the price of one USD in TWD.
+        The last one known by a session counts.
+    base : str, optional
+        The currency of the account: of `capital`, `flows`, and all that the report counts in
+        money. Needed with `currency`.
 
     Raises
     ------
@@ -130,6 +141,9 @@ class Account:
     price_limit: float | pd.Series | None = None
     maintenance_margin: float | None = None
     flows: pd.Series | None = None
+    currency: str | Mapping[Any, str] | pd.Series | None = None
+    fx: pd.DataFrame | pd.Series | Mapping[Any, Any] | None = None
+    base: str | None = None
 
     def __post_init__(self) -> None:
         _number("capital", self.capital, above=0.0)
@@ -156,7 +170,27 @@ class Account:
                 )
         if not isinstance(self.flows, pd.Series | None):
             raise ValueError(f"flows must be a Series by date, got {_type(self.flows)}")
+        self._check_currencies()
         _ = self.fees
+
+    def _check_currencies(self) -> None:
+        if not isinstance(self.fx, pd.DataFrame | pd.Series | Mapping | None):
+            raise ValueError(
+                "fx must be a table or Series by date, or a mapping, named by pairs such as "
+                f"'USDTWD', got {_type(self.fx)}"
+            )
+        if self.currency is None:
+            if self.fx is not None or self.base is not None:
+                raise ValueError("fx and base go with currency: what each asset is quoted in")
+            return
+        if not isinstance(self.currency, str | pd.Series | Mapping):
+            raise ValueError(
+                "currency must be the code of one such as 'USD', or a mapping or Series of asset "
+                f"labels to codes, got {_type(self.currency)}"
+            )
+        if self.base is None:
+            raise ValueError("currency needs base: the currency that the account is kept in")
+        currency_code(self.base, "base")
 
     @property
     def fees(self) -> Fees:

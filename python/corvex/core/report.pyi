@@ -164,6 +164,7 @@ class Report:
     costs: dict[str, float]
     account: pd.DataFrame | None
     bookings: pd.DataFrame | None
+    fx: pd.DataFrame | None
     settings: _Record
     #: What a reader is to know: texts, or a text for each language ("en", "zh-Hant").
     notes: list[str | dict[str, str]]

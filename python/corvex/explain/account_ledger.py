@@ -21,6 +21,7 @@ def ledger_of_account(
     fills: pd.DataFrame,
     bookings: pd.DataFrame,
     account: pd.DataFrame,
+    fx: pd.DataFrame | None,
     equity: _Floats,
     assets: pd.Index,
     close: _Floats,
@@ -37,7 +38,10 @@ def ledger_of_account(
     now = units[:, None]
 
     cells, after, price, cost = _holdings(index, fills, bookings, assets)
+    rates = None if fx is None else _rates(index, fills, fx, assets)
     change = bought_shares(cells % len(assets), after) * np.nan_to_num(price)
+    if rates is not None:
+        change = change * rates.flat[cells]
 
     def summed(values: _Floats, cells: _Ints = cells) -> _Floats:
         return np.bincount(cells, values, close.size).reshape(close.shape)
@@ -47,6 +51,11 @@ def ledger_of_account(
     shares = np.nan_to_num(pd.DataFrame(shares, copy=False).ffill().to_numpy())
     filled = ~np.isnan(price)
     value = shares * known_marks(close, cells[filled], price[filled])
+    currency = None
+    if rates is not None:
+        value = value * rates
+        moved = rates[1:] / rates[:-1] - 1.0
+        currency = np.vstack([np.zeros_like(value[:1]), value[:-1] * moved]) / now
     moves = (np.diff(value, axis=0, prepend=0.0) - summed(change)) / now
 
     places, known = _cells(index, bookings, assets)
@@ -70,6 +79,7 @@ def ledger_of_account(
         dividends=dividends,
         borrow=borrow,
         interest=(money["interest"] - money["financing"]).to_numpy() / before[:, 0],
+        currency=currency,
     )
 
 
@@ -81,6 +91,22 @@ def shares_at_end(
     shares = np.zeros(len(assets))
     shares[cells % len(assets)] = after  # of several the last one counts
     return shares
+
+
+def _rates(
+    index: pd.DatetimeIndex, fills: pd.DataFrame, fx: pd.DataFrame, assets: pd.Index
+) -> _Floats:
+    """What a unit of each asset's currency costs by session; 1 of what was never held.
+
+    The rates of the first session count before it, too, and the last ones after the last.
+    """
+    known = fx.reindex(index).ffill().bfill()
+    quoted = fills.drop_duplicates("symbol").set_index("symbol")["currency"].astype(object)
+    codes = quoted.reindex(assets)
+    rates = np.ones((len(index), len(assets)))
+    for name in known.columns:
+        rates[:, (codes == name).to_numpy()] = known[[name]].to_numpy()
+    return rates
 
 
 def _units(money: _Floats, equity: _Floats) -> _Floats:

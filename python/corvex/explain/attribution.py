@@ -22,10 +22,6 @@ OTHER = "(other)"
 _ROUNDING = 1e-9
 
 
-#: The columns of `contributions` by kind; they add up to the last one.
-KINDS = ("price", "dividends", "borrow", "costs", "total")
-
-
 def contributions(
     report: Report, freq: str | None = None, *, by_kind: bool = False
 ) -> pd.Series | pd.DataFrame:
@@ -40,7 +36,9 @@ def contributions(
         whole time.
     by_kind : bool, default False
         A table of the whole time instead, asset by asset: what ``price``, ``dividends``,
-        ``borrow`` and ``costs`` brought, and their ``total``.
+        ``borrow`` and ``costs`` brought, and their ``total``. Of an account with several
+        currencies also ``currency``: what the value at each close gained by the move of the rate
+        to the next one. The price's own move then counts at the new rate.
 
     Returns
     -------
@@ -109,12 +107,21 @@ def _by_kind(ledger: Ledger, freq: str | None) -> pd.DataFrame:
     nothing = np.zeros_like(ledger.profit)
     dividends = nothing if ledger.dividends is None else ledger.dividends
     borrow = nothing if ledger.borrow is None else ledger.borrow
-    parts = ledger.profit - dividends - borrow, dividends, borrow, -ledger.cost_of
+    parts = {
+        "price": ledger.profit - dividends - borrow,
+        "currency": ledger.currency,
+        "dividends": dividends,
+        "borrow": borrow,
+        "costs": -ledger.cost_of,
+    }
+    if ledger.currency is not None:
+        parts["price"] = ledger.profit - dividends - borrow - ledger.currency
     table = pd.DataFrame(
-        np.column_stack([part.sum(axis=0) for part in parts]), ledger.assets, list(KINDS[:-1])
+        {kind: part.sum(axis=0) for kind, part in parts.items() if part is not None}, ledger.assets
     )
     if ledger.interest is not None:
-        table.loc[INTEREST] = [ledger.interest.sum(), 0.0, 0.0, 0.0]
+        table.loc[INTEREST] = 0.0
+        table.loc[INTEREST, "price"] = ledger.interest.sum()
     table["total"] = table.sum(axis=1)
     return _marked(table, ledger)
 

@@ -44,7 +44,8 @@ def ledger_of(report: Report) -> Ledger:
     account: pd.DataFrame | None = getattr(report, "account", None)
     if account is not None and fills is not None:
         bookings = cast("pd.DataFrame", report.bookings)
-        return ledger_of_account(index, fills, bookings, account, equity, assets, close)
+        fx = report.fx
+        return ledger_of_account(index, fills, bookings, account, fx, equity, assets, close)
     return ledger_from_fills(index, fills, equity, assets, close, estimated=estimated)
 
 

@@ -41,6 +41,8 @@ class Ledger:
     dividends, borrow : float64 arrays of shape (sessions, assets) or None
         What `profit` holds beside the moves of prices (borrowing below zero); None without an
         account.
+    currency : float64 array of shape (sessions, assets) or None
+        What of `profit` the moves of exchange rates brought; None without several currencies.
     interest : float64 array of shape (sessions,) or None
         What cash earned, less what loans cost.
     """
@@ -60,6 +62,7 @@ class Ledger:
     dividends: _Floats | None = None
     borrow: _Floats | None = None
     interest: _Floats | None = None
+    currency: _Floats | None = None
 
     @property
     def gained(self) -> _Floats:

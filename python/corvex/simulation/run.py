@@ -17,6 +17,7 @@ from corvex.simulation.read.price_tables import TradeAt
 if TYPE_CHECKING:
     from corvex._engine import SimulationResult
     from corvex.accounts import Account
+    from corvex.simulation.account.account_currencies import Currencies
     from corvex.simulation.account.account_terms import AccountTerms
 
 __all__ = ["Run", "run_plan"]
@@ -33,6 +34,8 @@ class Run(NamedTuple):
         The engine's arrays.
     account : Account or None
         What the run kept an account by.
+    currencies : Currencies or None
+        Of an account with several.
     """
 
     plan: Plan
@@ -40,6 +43,7 @@ class Run(NamedTuple):
     trade_at: TradeAt
     result: SimulationResult
     account: Account | None = None
+    currencies: Currencies | None = None
 
 
 def run_plan(
@@ -92,7 +96,8 @@ def run_plan(
     )
     if account is not None:
         _tell_of_account(result, plan, prices)
-    return Run(plan, options, trade_at, result, account)
+    currencies = None if terms is None else terms.currencies
+    return Run(plan, options, trade_at, result, account, currencies)
 
 
 # Most runs keep no account: what one takes is loaded for those that do.

@@ -96,6 +96,12 @@ AccountArrays::AccountArrays(nb::handle given) {
          nb::cast<std::vector<std::pair<std::int64_t, double>>>(given.attr("flows"))) {
         terms_.flows.push_back({session, amount});
     }
+    if (terms_.currencies.rates = grid(given, "fx"); terms_.currencies.any()) {
+        // Columns are found by these: a copy, which no other thread can change.
+        const auto columns = nb::cast<InputArray<std::int64_t>>(given.attr("fx_column"));
+        fx_column_.assign(columns.data(), columns.data() + columns.shape(0));
+        terms_.currencies.of_asset = fx_column_;
+    }
 }
 
 /// None is an empty grid.

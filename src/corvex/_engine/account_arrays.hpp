@@ -5,6 +5,7 @@
 
 #include <nanobind/nanobind.h>
 
+#include <cstdint>
 #include <vector>
 
 #include "portfolio_arrays.hpp"
@@ -23,6 +24,7 @@ class AccountArrays {
     engine::Grid grid(nanobind::handle given, const char* name);
 
     std::vector<InputTable> arrays_;
+    std::vector<std::int64_t> fx_column_;
     engine::AccountTerms terms_;
 };
 

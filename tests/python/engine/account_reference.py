@@ -50,17 +50,19 @@ class SlowAccount:
         k = self.k
         if t:
             years = float(k.years[t][0])
-            shorts = -sum(s * m for s, m in zip(self.shares, self.mark, strict=True) if s < 0)
+            values = self.marked(t - 1)
+            shorts = -sum(value for value in values if value < 0)
             free = self.cash - shorts
             interest = max(free, 0) * at(k.cash_rate, t - 1, 0)
             interest = (interest + shorts * at(k.short_rebate, t - 1, 0)) * years
             loan = max(-free, 0) * at(k.financing_rate, t - 1, 0) * years
             borrow = sum(
-                -s * self.mark[j] * self.known_rate(t - 1, j) * years
-                for j, s in enumerate(self.shares)
-                if s < 0
+                -value * self.known_rate(t - 1, j) * years
+                for j, value in enumerate(values)
+                if value < 0
             )
-            self.today.update(interest=interest, financing=loan, borrow=borrow)
+            moved = sum(self.marked(t)) - sum(values)  # the prices have not
+            self.today.update(interest=interest, financing=loan, borrow=borrow, currency=moved)
             self.cash += interest - loan - borrow
             self.equity += interest - loan - borrow
         for _, amount in (flow for flow in k.flows if flow[0] == t):
@@ -77,7 +79,7 @@ class SlowAccount:
                 self.ratio[j] *= ratio
         for when, j, amount in zip(*k.dividends, strict=True):
             if when == t:
-                gross = self.shares[j] * amount
+                gross = self.shares[j] * amount * self.fx(t, j)
                 tax = max(gross, 0.0) * k.withholding_tax
                 self.cash += gross - tax
                 self.today.update(dividends=gross, tax=tax)
@@ -87,12 +89,22 @@ class SlowAccount:
         rates = [at(self.k.borrow_rate, s, j) for s in range(t + 1)]
         return next((rate for rate in reversed(rates) if not isnan(rate)), 0.0)
 
-    def price(self, t, j):
+    def fx(self, t, j):
+        return 1.0 if self.k.fx is None else float(self.k.fx[t][self.k.fx_column[j]])
+
+    def marked(self, t):
+        marks = zip(self.shares, self.mark, strict=True)
+        return [s * m * self.fx(t, j) if s else 0.0 for j, (s, m) in enumerate(marks)]
+
+    def quote(self, t, j):
         return nan if t > self.last[j] else self.close[t][j]
+
+    def price(self, t, j):
+        return self.quote(t, j) * self.fx(t, j)
 
     def value(self, t, j):
         price = self.price(t, j)
-        return self.shares[j] * (self.mark[j] if isnan(price) else price) if self.shares[j] else 0.0
+        return self.marked(t)[j] if isnan(price) else self.shares[j] * price
 
     def worth(self, t):
         return self.cash + sum(self.value(t, j) for j in range(self.count))
@@ -107,15 +119,16 @@ class SlowAccount:
             return 0.0, 0.0, 0.0, 0.0
         moved = min(self.impact(t, j) * sqrt(count), 0.5)
         done = value * (1 + copysign(slip + moved, shares))
-        paid = done * fee
+        done_there = done / self.fx(t, j)  # a commission is counted in the asset's currency
+        paid = done_there * fee
         if k.fees.fee_table:
             steps = [*k.fees.fee_table, (inf, 0.0)]
             paid = sum(
-                ratio * max(0.0, min(done, steps[i + 1][0]) - start)
+                ratio * max(0.0, min(done_there, steps[i + 1][0]) - start)
                 for i, (start, ratio) in enumerate(k.fees.fee_table)
             )
         paid = max(paid + count * k.fees.fee_per_share, k.fees.min_fee)
-        paid = min(paid, k.fees.max_fee_ratio * done)
+        paid = min(paid, k.fees.max_fee_ratio * done_there) * self.fx(t, j)
         return paid, done * tax if shares < 0 else 0.0, value * slip, value * moved
 
     def need(self, t, j, shares, equity):
@@ -251,8 +264,8 @@ class SlowAccount:
         if k.price_limit is not None and t:
             limit, reference = at(k.price_limit, t, j), self.close[t - 1][j] / self.ratio[j]
             reference -= self.paid[j]
-            opens = self.price(t, j) if k.opens is None else at(k.opens, t, j)
-            opens = self.price(t, j) if isnan(opens) else opens
+            opens = self.quote(t, j) if k.opens is None else at(k.opens, t, j)
+            opens = self.quote(t, j) if isnan(opens) else opens
             if after > held and opens >= reference * (1 + limit) * (1 - 1e-9):
                 return held, True
             if after < held and opens <= reference * (1 - limit) * (1 + 1e-9):
@@ -308,13 +321,13 @@ class SlowAccount:
         self.today.update(fees=fee, tax=tax, slippage=slippage, impact=impact)
         self.cash -= change * self.price(t, j) + fee + tax + slippage + impact
         self.shares[j] = after
-        self.mark[j] = self.price(t, j)
+        self.mark[j] = self.quote(t, j)
         self.taken[j] += abs(change)
 
     def end(self, t):
         for j, price in enumerate(self.close[t]):
             self.mark[j] = self.mark[j] if isnan(price) else price
-        values = [s * m if s else 0.0 for s, m in zip(self.shares, self.mark, strict=True)]
+        values = self.marked(t)
         self.equity = self.cash + sum(values)
         gross = sum(map(abs, values))
         self.called = gross > 0 and self.equity < self.k.maintenance_margin * gross

@@ -7,6 +7,7 @@ from hypothesis import strategies as st
 
 from corvex import _engine
 from corvex.accounts.fees import Fees
+from corvex.simulation.account.account_currencies import Currencies
 from corvex.simulation.account.account_terms import AccountTerms
 from corvex.simulation.options import Options
 
@@ -16,7 +17,7 @@ from .test_simulator_random import RANDOM, cases, run_engine
 NOTHING = np.empty(0, np.int64), np.empty(0, np.int64), np.empty(0)
 NAMES = (
     *("cash", "long", "short", "equity", "interest", "financing", "borrow", "dividends", "fees"),
-    *("tax", "slippage", "impact", "flows", "units"),
+    *("tax", "slippage", "impact", "flows", "currency", "units"),
 )
 
 
@@ -31,6 +32,13 @@ def terms(sessions: int, **given) -> AccountTerms:
         "capital": 1000.0, "years": np.full((sessions, 1), 1 / 365), "fees": Fees(),
         "dividends": NOTHING, "splits": NOTHING, "flows": [], "impact_window": 5,
     } | given)  # fmt: skip
+
+
+def currencies(rng, sessions, assets):
+    """Two foreign currencies beside the account's own."""
+    rates = np.exp(np.cumsum(rng.normal(0, 0.02, (sessions, 3)), axis=0)) * [1.0, 0.1, 30.0]
+    rates[:, 0] = 1.0
+    return {"currencies": Currencies(("TWD", "JPY", "USD"), rates, rng.integers(0, 3, assets))}
 
 
 def events(rng, shape, share, low, high):
@@ -84,6 +92,7 @@ def accounts(draw):
         impact=some(0.5, 0.0), price_limit=some(np.full((1, assets), 0.03)), opens=some(opens),
         maintenance_margin=some(0.6, 0.0),
         flows=some([(sessions // 2, 200.0), (sessions - 1, -100.0)], []),
+        **some(currencies(rng, sessions, assets), {}),
     )  # fmt: skip
     signal = np.sort(rng.choice(sessions, draw(st.integers(1, 6))))
     target = rng.normal(0.3, 1, (len(signal), assets))
@@ -128,12 +137,13 @@ def assert_identity(result, close, account):
     held = dict.fromkeys(range(close.shape[1]), 0.0)
     splits = {(t, j): r for t, j, r in zip(*account.splits, strict=True)}
     fills = result["fills"]
+    rates = np.ones_like(close) if account.fx is None else account.fx[:, account.fx_column]
     for t in range(len(close)):
         for j in held:
             held[j] *= splits.get((t, j), 1.0)
         for at in np.flatnonzero(fills["session"] == t):
             j, after = fills["asset"][at], fills["shares"][at]
-            bought[t] += (after - held[j]) * fills["price"][at]
+            bought[t] += (after - held[j]) * fills["price"][at] * rates[t, j]
             held[j] = after
     paid = sum(found[name] for name in ("fees", "tax", "slippage", "impact", "borrow"))
     change = np.diff(found["cash"], prepend=account.capital)
@@ -180,3 +190,16 @@ def test_stops_and_trades_see_through_splits(case, seed):
             np.testing.assert_allclose(
                 quoted["trades"][name], values, rtol=1e-9, atol=1e-10, err_msg=name
             )
+
+
+@RANDOM
+@given(cases(), st.integers(0, 2**32 - 1))
+def test_stops_and_trades_are_in_the_assets_own_currency(case, seed):
+    """Rates move the money and nothing else of a trade: not its stops, prices and return."""
+    fx = currencies(np.random.default_rng(seed), *case.close.shape)
+    alone, abroad = (run_engine(case, account=terms(len(case.close), **more)) for more in ({}, fx))
+    assume(alone["ruin_session"] == abroad["ruin_session"] == -1)
+    for name, values in alone["trades"].items():
+        np.testing.assert_allclose(
+            abroad["trades"][name], values, rtol=1e-9, atol=1e-10, err_msg=name
+        )

@@ -9,14 +9,24 @@ import numpy as np
 import numpy.typing as npt
 import pandas as pd
 
+from corvex.simulation.account.account_currencies import Currencies
 from corvex.simulation.account.account_notices import CUTS
 
 if TYPE_CHECKING:
     from corvex._engine import AccountResult
 
-__all__ = ["ACCOUNT_COLUMNS", "account_costs", "account_table", "bookings_table", "trip_columns"]
+__all__ = [
+    "ACCOUNT_COLUMNS",
+    "account_costs",
+    "account_table",
+    "bookings_table",
+    "currency_columns",
+    "fx_table",
+    "trip_columns",
+]
 
 _Floats = npt.NDArray[np.float64]
+_Ints = npt.NDArray[np.int64]
 type _Columns = Mapping[str, npt.NDArray[Any]]
 
 #: The columns of `report.account`, all in money.
@@ -28,7 +38,9 @@ _KINDS = pd.Index(["borrow", "dividend", "split"])
 _DAYS = 365.25
 
 
-def account_table(rows: _Columns, length: int, sessions: pd.DatetimeIndex) -> pd.DataFrame:
+def account_table(
+    rows: _Columns, length: int, sessions: pd.DatetimeIndex, base: str | None = None
+) -> pd.DataFrame:
     """Return the money of each session; ``attrs`` hold the yearly money-weighted return.
 
     Parameters
@@ -37,20 +49,28 @@ def account_table(rows: _Columns, length: int, sessions: pd.DatetimeIndex) -> pd
         The sessions' columns, and the sessions of the run, as the engine gives them.
     sessions : DatetimeIndex
         The dates of the curve's sessions: the last ones of the run.
+    base : str, optional
+        The currency of an account with several: what their rates brought is told too.
     """
     columns = {name: _padded(rows[name], length, len(sessions)) for name in rows}
     columns["gross"] = columns["long"] - columns["short"]
-    table = pd.DataFrame({name: columns[name] for name in ACCOUNT_COLUMNS}, index=sessions)
+    names = ACCOUNT_COLUMNS if base is None else (*ACCOUNT_COLUMNS, "currency")
+    table = pd.DataFrame({name: columns[name] for name in names}, index=sessions)
     start = _start(columns)
     table.attrs = {
         "capital": start,
         "money_weighted_return": _money_weighted(start, table["flows"], columns["equity"][-1]),
     }
+    if base is not None:
+        table.attrs["currency"] = base
     return table
 
 
-def account_costs(found: AccountResult) -> dict[str, float]:
-    """Return what was paid and received in all, in units of the first equity, as the curve is."""
+def account_costs(found: AccountResult, *, currencies: bool = False) -> dict[str, float]:
+    """Return what was paid and received in all, in units of the first equity, as the curve is.
+
+    With several currencies also what the moves of their rates brought.
+    """
     columns = found["sessions"]
     units = columns["units"]
     before = np.concatenate([units[:1], units[:-1]])  # a flow comes after what was accrued
@@ -61,7 +81,8 @@ def account_costs(found: AccountResult) -> dict[str, float]:
 
     paid = ("fees", "tax", "slippage", "impact", "financing", "borrow")
     sums = {name: total(name) for name in paid}
-    received = {name: total(name) for name in ("interest", "dividends")}
+    others = ("interest", "dividends", "currency") if currencies else ("interest", "dividends")
+    received = {name: total(name) for name in others}
     return {**sums, "total": sum(sums.values()), **received}
 
 
@@ -84,6 +105,34 @@ def bookings_table(rows: _Columns, labels: pd.Index, sessions: pd.DatetimeIndex)
         },
         copy=False,
     )
+
+
+def fx_table(currencies: Currencies, sessions: pd.DatetimeIndex) -> pd.DataFrame:
+    """Return what one unit of each foreign currency cost in the account's own by session."""
+    table = pd.DataFrame(
+        currencies.rates[len(currencies.rates) - len(sessions) :, 1:].copy(),
+        sessions,
+        list(currencies.names[1:]),
+    )
+    table.attrs = {"base": currencies.names[0]}
+    return table
+
+
+def currency_columns(
+    currencies: Currencies, assets: _Ints, entry: _Ints, exit_: _Ints
+) -> dict[str, Any]:
+    """Return what the table of trades tells of currencies.
+
+    ``currency`` that the asset is quoted in, and ``currency_return``: how its rate moved from the
+    first fill to the exit or, of an open trade, to the last session.
+    """
+    ends = np.where(exit_ >= 0, exit_, len(currencies.rates) - 1)
+    moved = currencies.rate(ends, assets) / currencies.rate(np.maximum(entry, 0), assets) - 1.0
+    names = pd.Index(currencies.names)
+    return {
+        "currency": names.take(currencies.of_asset[assets]),
+        "currency_return": np.where(entry >= 0, moved, np.nan),
+    }
 
 
 def trip_columns(trips: _Columns, filled: npt.NDArray[np.bool_]) -> dict[str, Any]:

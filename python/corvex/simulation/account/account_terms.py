@@ -11,6 +11,7 @@ import pandas as pd
 
 from corvex.accounts.account import DAY_COUNTS, Account
 from corvex.accounts.fees import Fees
+from corvex.simulation.account.account_currencies import Currencies, read_currencies
 from corvex.simulation.account.account_dates import rows_as_of, rows_from
 from corvex.simulation.notices import date_text, warn
 from corvex.simulation.plan.plan import Plan
@@ -40,6 +41,8 @@ class AccountTerms(NamedTuple):
         Session, asset and amount of each, ascending.
     flows : list of (int, float)
         Session and amount, ascending.
+    currencies : Currencies or None
+        None where all is in one.
     """
 
     capital: float
@@ -69,6 +72,17 @@ class AccountTerms(NamedTuple):
     opens: _Floats | None
     maintenance_margin: float
     flows: list[tuple[int, float]]
+    currencies: Currencies | None = None
+
+    @property
+    def fx(self) -> _Floats | None:
+        """What a unit of each currency costs in the account's own; sessions x currencies."""
+        return None if self.currencies is None else self.currencies.rates
+
+    @property
+    def fx_column(self) -> npt.NDArray[np.int64] | None:
+        """The currency of each asset."""
+        return None if self.currencies is None else self.currencies.of_asset
 
 
 def read_account(account: Account, prices: PriceData, plan: Plan) -> AccountTerms:
@@ -112,6 +126,7 @@ def read_account(account: Account, prices: PriceData, plan: Plan) -> AccountTerm
         else market_matrix(prices.market, "open", prices.clock, plan.labels, required=False),
         maintenance_margin=float(account.maintenance_margin or 0.0),
         flows=read.flows(account.flows),
+        currencies=read_currencies(account, prices.clock, plan),
     )
 
 

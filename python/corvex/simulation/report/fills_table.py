@@ -3,16 +3,22 @@
 from __future__ import annotations
 
 from collections.abc import Mapping
-from typing import Any
+from typing import TYPE_CHECKING, Any
 
 import numpy.typing as npt
 import pandas as pd
+
+if TYPE_CHECKING:
+    from corvex.simulation.account.account_currencies import Currencies
 
 __all__ = ["fills_table"]
 
 
 def fills_table(
-    fills: Mapping[str, npt.NDArray[Any]], labels: pd.Index, sessions: pd.DatetimeIndex
+    fills: Mapping[str, npt.NDArray[Any]],
+    labels: pd.Index,
+    sessions: pd.DatetimeIndex,
+    currencies: Currencies | None = None,
 ) -> pd.DataFrame:
     """Turn the engine's fills into a table.
 
@@ -24,6 +30,8 @@ def fills_table(
         Label of each asset.
     sessions : DatetimeIndex
         Dates of the sessions.
+    currencies : Currencies, optional
+        Of an account with several: prices are then in ``currency``, at a ``rate`` of it.
 
     Returns
     -------
@@ -32,7 +40,7 @@ def fills_table(
         that it stays small), ``shares`` held afterwards (negative when short), ``price`` before
         slippage and ``cost`` (fee, tax and slippage), in units of the first equity.
     """
-    return pd.DataFrame(
+    table = pd.DataFrame(
         {
             "date": sessions.take(fills["session"]),
             "symbol": pd.Categorical.from_codes(fills["asset"], categories=labels),
@@ -42,3 +50,9 @@ def fills_table(
         },
         copy=False,
     )
+    if currencies is not None:
+        table["currency"] = pd.Categorical.from_codes(
+            currencies.of_asset[fills["asset"]], categories=pd.Index(currencies.names)
+        )
+        table["rate"] = currencies.rate(fills["session"], fills["asset"])
+    return table

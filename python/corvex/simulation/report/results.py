@@ -104,12 +104,12 @@ def state_after(result: SimulationResult, schedule: Schedule) -> State:
     )
 
 
-def cost_totals(result: SimulationResult) -> dict[str, float]:
+def cost_totals(result: SimulationResult, *, currencies: bool = False) -> dict[str, float]:
     """Return what was paid in all, in units of the first equity."""
     if "account" in result:
         from corvex.simulation.account.account_tables import account_costs
 
-        return account_costs(result["account"])
+        return account_costs(result["account"], currencies=currencies)
     # In order of time, as the engine sums those of many runs.
     kinds = {
         "fees": float(np.cumsum(result["fees"])[-1]),

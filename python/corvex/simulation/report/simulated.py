@@ -55,7 +55,7 @@ def report_of(
         As `simulate` takes them, the date on the clock of the prices.
     """
     plan, result, clock = run.plan, run.result, prices.clock
-    labels, index = plan.labels, clock.index
+    labels, index, currencies = plan.labels, clock.index, run.currencies
     creturn, position = curve_and_position(result, plan.labels, clock, plan.first_session)
     state = state_after(result, plan.schedule)
     held = hand_over(plan.schedule, state, plan.labels, len(clock) - 1)
@@ -70,7 +70,7 @@ def report_of(
             position=position,
             trades=trades,
             closed_returns=closed,
-            fills=lambda: fills_table(fills, labels, index),
+            fills=lambda: fills_table(fills, labels, index, currencies),
             hand_over=held,
             next_trading_date=clock.future.next_bar,
             market=_own_market(prices.market),
@@ -85,7 +85,7 @@ def report_of(
                 "live_performance_start": live_performance_start,
                 "name": name,
                 "settings": _settings(run, prices),
-                "costs": cost_totals(result),
+                "costs": cost_totals(result, currencies=currencies is not None),
                 "yearly_turnover": yearly_turnover(
                     result["traded"], result["equity"], cast("pd.DatetimeIndex", creturn.index)
                 ),
@@ -103,14 +103,19 @@ def _account(run: Run, prices: PriceData) -> dict[str, Callable[[], pd.DataFrame
     found, labels, index = run.result.get("account"), run.plan.labels, prices.clock.index
     if found is None:
         return {}
-    from corvex.simulation.account.account_tables import account_table, bookings_table
+    from corvex.simulation.account.account_tables import account_table, bookings_table, fx_table
 
     rows, length, bookings = found["sessions"], found["length"], found["bookings"]
     dates = index[run.plan.first_session + rows_before_start(run.result) :]
-    return {
-        "account": lambda: account_table(rows, length, dates),
+    several = run.currencies
+    base = None if several is None else several.names[0]
+    makers: dict[str, Callable[[], pd.DataFrame]] = {
+        "account": lambda: account_table(rows, length, dates, base),
         "bookings": lambda: bookings_table(bookings, labels, index),
     }
+    if several is not None:
+        makers["fx"] = lambda: fx_table(several, dates)
+    return makers
 
 
 def _trades(
@@ -129,6 +134,7 @@ def _trades(
     quoted = raw_price_of(prices.market, prices.clock, plan.labels, matrices, run.trade_at)
 
     trips = run.result["account"]["trips"] if "account" in run.result else None
+    several = run.currencies
 
     def make() -> pd.DataFrame:
         if not trips:
@@ -136,6 +142,12 @@ def _trades(
         from corvex.simulation.account.account_tables import trip_columns
 
         money = trip_columns(trips, found["entry_session"] >= 0)
+        if several is not None:
+            from corvex.simulation.account.account_tables import currency_columns
+
+            money |= currency_columns(
+                several, found["asset"], found["entry_session"], found["exit_session"]
+            )
         return trades_table(found, labels, index, signals, quoted, money)
 
     if quoted is None:

@@ -2,6 +2,7 @@
 
 #include "corvex/engine/account/account_log.hpp"
 #include "corvex/engine/account/corporate_actions.hpp"
+#include "corvex/engine/account/currencies.hpp"
 #include "corvex/engine/account/liquidity.hpp"
 #include "corvex/engine/account/order_costs.hpp"
 #include "corvex/engine/account/target_solver.hpp"
@@ -34,6 +35,7 @@ class Account {
     /// Equity over gross value fell below the margin at the last close.
     [[nodiscard]] bool margin_called() const { return margin_called_; }
     [[nodiscard]] double maintenance_margin() const { return terms_.maintenance_margin; }
+    [[nodiscard]] const Currencies& currencies() const { return currencies_; }
     /// Money for each unit of the curve: flows change it, results do not.
     [[nodiscard]] double units() const { return units_; }
 
@@ -67,7 +69,8 @@ class Account {
     /// What an order costs at this moment.
     [[nodiscard]] OrderCost cost(std::size_t asset, std::size_t session, double shares,
                                  double price) const {
-        return costs_.of(asset, shares, price, impact_.of_one_share(asset, session));
+        return costs_.of(asset, shares, price, impact_.of_one_share(asset, session),
+                         currencies_.rate(asset, session));
     }
     [[nodiscard]] double impact(std::size_t asset, std::size_t session) const {
         return impact_.of_one_share(asset, session);
@@ -92,14 +95,14 @@ class Account {
     // Round trips (account_trips.cpp).
 
     [[nodiscard]] const SplitPrices& watched() const { return splits_; }
-    /// The price at which a position opens, slippage and impact in.
+    /// The quoted price at which a position opens, slippage and impact in.
     [[nodiscard]] double executed_price(std::size_t asset, std::size_t session, double price,
                                         bool is_long) const;
     void hand_over(std::size_t asset, double shares, double price) {
         trips_.hand_over(asset, shares, price);
     }
     void open_trip(std::size_t asset, std::int64_t rebalance, std::size_t session, double shares);
-    /// Ends a round trip; gives its record (nullptr = none is kept) the return.
+    /// Ends a round trip at a quoted price; gives its record (nullptr = none is kept) the return.
     void close_trip(std::size_t asset, std::size_t session, double price, RoundTrip* trip);
     void mark_open(std::size_t asset, std::size_t session, double shares, double price,
                    RoundTrip* trip);
@@ -110,6 +113,7 @@ class Account {
     void accrue(Book& book, std::size_t session);
     void flow(Book& book, std::size_t session);
     void split(Book& book, std::size_t session);
+    void convert(std::size_t session);
     void pay_dividends(Book& book, std::size_t session);
     void book_entry(std::size_t session, std::size_t asset, BookingKind kind, double money,
                     double shares);
@@ -123,6 +127,11 @@ class Account {
     [[nodiscard]] double trip_return(const TripMoney& money, const RoundTrip& trip,
                                      double price_per_first_share, double rate) const;
 
+    /// A holding in another currency, and its value at the last close.
+    struct Foreign {
+        std::uint32_t asset;
+        double value;
+    };
     /// A short at the last close, and what a year of it costs.
     struct Borrowed {
         std::uint32_t asset;
@@ -130,7 +139,8 @@ class Account {
     };
 
     const AccountTerms& terms_;
-    const PriceSet& prices_;
+    const PriceSet& prices_; ///< quoted
+    Currencies currencies_;
     std::size_t first_session_;
     OrderCosts costs_;
     SplitPrices splits_;
@@ -150,6 +160,7 @@ class Account {
     double free_;   ///< cash at the last close without the value of the shorts
     double shorts_ = 0.0;
     std::vector<Borrowed> borrowed_;
+    std::vector<Foreign> foreign_;
     bool margin_called_ = false;
 };
 

@@ -25,12 +25,13 @@ enum class AccountColumn : std::uint8_t {
     kSlippage,
     kImpact,
     kFlows,
-    kUnits ///< money for each unit of the curve
+    kCurrency, ///< gained by the moves of exchange rates; part of what long and short moved by
+    kUnits     ///< money for each unit of the curve
 };
 
-inline constexpr std::array<std::string_view, 14> kAccountColumnNames{
-    "cash",      "long", "short", "equity",   "interest", "financing", "borrow",
-    "dividends", "fees", "tax",   "slippage", "impact",   "flows",     "units"};
+inline constexpr std::array<std::string_view, 15> kAccountColumnNames{
+    "cash", "long", "short",    "equity", "interest", "financing", "borrow", "dividends",
+    "fees", "tax",  "slippage", "impact", "flows",    "currency",  "units"};
 
 enum class BookingKind : std::uint8_t { kBorrow, kDividend, kSplit };
 

@@ -90,8 +90,9 @@ bool Account::at_limit(std::size_t asset, std::size_t session, bool buy, double 
     const double split = splits_.factor(asset, session) / splits_.factor(asset, session - 1);
     const double reference =
         prices_.close().at(session - 1, asset) / split - dividend_today(asset, session);
-    const double opened = terms_.opens.empty() ? price : terms_.opens.at(session, asset);
-    const double opens = std::isnan(opened) ? price : opened;
+    const double quoted = currencies_.quoted(asset, session, price);
+    const double opened = terms_.opens.empty() ? quoted : terms_.opens.at(session, asset);
+    const double opens = std::isnan(opened) ? quoted : opened;
     return buy ? opens >= reference * (1.0 + limit) * (1.0 - kLimitRounding)
                : opens <= reference * (1.0 - limit) * (1.0 + kLimitRounding);
 }

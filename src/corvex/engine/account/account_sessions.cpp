@@ -16,15 +16,17 @@ double rate_at(const Grid& rates, std::size_t session) {
 
 Account::Account(const AccountTerms& terms, const PriceSet& prices, const Costs& otherwise,
                  std::size_t first_session)
-    : terms_{terms}, prices_{prices}, first_session_{first_session}, costs_{terms, otherwise},
-      splits_{prices, terms.splits}, volume_{terms.volume, prices.assets()},
-      impact_{terms, splits_}, solver_{costs_}, trips_{prices.assets()}, due_splits_{terms.splits},
-      due_dividends_{terms.dividends}, due_flows_{terms.flows}, orders_(prices.assets()),
-      units_{terms.capital}, equity_{terms.capital}, free_{terms.capital} {}
+    : terms_{terms}, prices_{prices}, currencies_{terms.currencies, prices},
+      first_session_{first_session}, costs_{terms, otherwise}, splits_{prices, terms.splits},
+      volume_{terms.volume, prices.assets()}, impact_{terms, splits_}, solver_{costs_},
+      trips_{prices.assets()}, due_splits_{terms.splits}, due_dividends_{terms.dividends},
+      due_flows_{terms.flows}, orders_(prices.assets()), units_{terms.capital},
+      equity_{terms.capital}, free_{terms.capital} {}
 
 void Account::begin(Book& book, std::size_t session) {
     if (session > first_session_) {
         accrue(book, session);
+        convert(session);
     }
     flow(book, session);
     split(book, session);
@@ -62,6 +64,15 @@ void Account::accrue(Book& book, std::size_t session) {
     equity_ += accrued;
 }
 
+/// What the holdings of the close before gain by the rates alone. The prices' own moves count at
+/// the new rates.
+void Account::convert(std::size_t session) {
+    for (const auto& [asset, value] : foreign_) {
+        log_.add(AccountColumn::kCurrency,
+                 value * (currencies_.moved(asset, session - 1, session) - 1.0));
+    }
+}
+
 /// Units are bought and sold at what they are worth, so that the curve does not move.
 void Account::flow(Book& book, std::size_t session) {
     for (const CashEvent& event : due_flows_.of(session)) {
@@ -93,14 +104,15 @@ void Account::pay_dividends(Book& book, std::size_t session) {
         if (shares == 0.0) {
             continue;
         }
-        const double gross = shares * event.amount;
+        const double rate = currencies_.rate(event.asset, session);
+        const double gross = shares * event.amount * rate;
         const double withheld = shares > 0.0 ? gross * terms_.withholding_tax : 0.0;
         book.set_cash(book.cash() + gross - withheld);
         log_.add(AccountColumn::kDividends, gross);
         log_.add(AccountColumn::kTax, withheld);
         trips_.received(event.asset, gross - withheld);
-        trips_.dividend(event.asset,
-                        (gross - withheld) / shares * splits_.factor(event.asset, session));
+        trips_.dividend(event.asset, (gross - withheld) / (shares * rate) *
+                                         splits_.factor(event.asset, session));
         book_entry(session, event.asset, BookingKind::kDividend, gross - withheld, shares);
     }
 }
@@ -126,6 +138,7 @@ void Account::end(Book& book, std::size_t session, double equity, const CostTota
     double longs = 0.0;
     double shorts = 0.0;
     borrowed_.clear();
+    foreign_.clear();
     for (const std::uint32_t asset : book.marked()) {
         const double shares = book.shares(asset);
         if (shares == 0.0) {
@@ -133,6 +146,9 @@ void Account::end(Book& book, std::size_t session, double equity, const CostTota
         }
         const double value = shares * book.price_after(asset, session);
         (value > 0.0 ? longs : shorts) += value;
+        if (currencies_.any()) {
+            foreign_.push_back({asset, value});
+        }
         if (value < 0.0 && !terms_.borrow_rate.empty()) {
             borrowed_.push_back({asset, -value * borrow_rate(asset, session)});
         }

@@ -66,7 +66,8 @@ void Account::mark_open(std::size_t asset, std::size_t session, double shares, d
                         RoundTrip* trip) {
     if (const TripMoney* money = trips_.find(asset); money != nullptr && trip != nullptr) {
         const double grown = splits_.factor(asset, session) / money->factor;
-        trip->net_return = trip_return(*money, *trip, price * grown, 0.0);
+        trip->net_return =
+            trip_return(*money, *trip, currencies_.quoted(asset, session, price) * grown, 0.0);
     }
     trips_.mark_open(asset, shares * price);
 }

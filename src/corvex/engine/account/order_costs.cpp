@@ -27,7 +27,8 @@ Costs OrderCosts::ratios(std::size_t asset) const {
             of_asset(terms_.slippage_ratio, asset, otherwise_.slippage)};
 }
 
-OrderCost OrderCosts::of(std::size_t asset, double shares, double price, double impact) const {
+OrderCost OrderCosts::of(std::size_t asset, double shares, double price, double impact,
+                         double rate) const {
     const Costs costs = ratios(asset);
     const double count = std::abs(shares);
     const double value = count * price;
@@ -38,8 +39,8 @@ OrderCost OrderCosts::of(std::size_t asset, double shares, double price, double 
     const bool buy = shares > 0.0;
     const double away = costs.slippage + moved;
     const double executed = value * (buy ? 1.0 + away : 1.0 - away);
-    return {commission(terms_.fees, executed, count, costs.fee), buy ? 0.0 : costs.tax * executed,
-            costs.slippage * value, moved * value};
+    return {commission(terms_.fees, executed / rate, count, costs.fee) * rate,
+            buy ? 0.0 : costs.tax * executed, costs.slippage * value, moved * value};
 }
 
 } // namespace corvex::engine::inline v1

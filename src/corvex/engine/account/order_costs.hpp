@@ -25,7 +25,9 @@ class OrderCosts {
     /// @param shares  bought, or negative: sold.
     /// @param impact  the ratio at which an order of one share moves the price; it grows with the
     ///                root of the shares.
-    [[nodiscard]] OrderCost of(std::size_t asset, double shares, double price, double impact) const;
+    /// @param rate    of the asset's currency, in which its broker counts a commission.
+    [[nodiscard]] OrderCost of(std::size_t asset, double shares, double price, double impact,
+                               double rate) const;
     /// The ratios of an asset, without what only an order has.
     [[nodiscard]] Costs ratios(std::size_t asset) const;
 

@@ -46,7 +46,7 @@ double TargetSolver::costs_at(double equity) const {
         if (line.weight != 0.0 && std::abs(change * line.price) <= kRounding * equity) {
             continue;
         }
-        total += costs_.of(line.asset, change, line.price, line.impact).total();
+        total += costs_.of(line.asset, change, line.price, line.impact, line.rate).total();
     }
     return total;
 }

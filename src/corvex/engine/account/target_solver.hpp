@@ -21,6 +21,7 @@ class TargetSolver {
         double price;
         double weight;
         double impact; ///< as OrderCosts::of takes it
+        double rate;   ///< the same
     };
 
     explicit TargetSolver(const OrderCosts& costs) : costs_{costs} {}

@@ -29,6 +29,21 @@ void validate_events(const AccountTerms& terms, std::size_t sessions, std::size_
             "the flows of an account must be ascending and inside the price table");
 }
 
+void validate_currencies(const CurrencyTerms& terms, std::size_t sessions, std::size_t assets) {
+    if (!terms.any()) {
+        return;
+    }
+    const auto count = static_cast<std::int64_t>(terms.rates.columns);
+    require(terms.rates.rows == sessions && terms.of_asset.size() == assets,
+            "the rates of the currencies do not fit the prices");
+    require(std::ranges::all_of(terms.of_asset,
+                                [&](auto column) { return column >= 0 && column < count; }),
+            "an asset is quoted in a currency without rates");
+    require(std::ranges::none_of(terms.rates.values,
+                                 [](double rate) { return rate <= 0.0 || std::isinf(rate); }),
+            "the rates of the currencies must be above zero and finite, or missing");
+}
+
 } // namespace
 
 void validate(const AccountTerms& terms, std::size_t sessions, std::size_t assets) {
@@ -47,6 +62,7 @@ void validate(const AccountTerms& terms, std::size_t sessions, std::size_t asset
                 (terms.volume.volume.rows == sessions && terms.volume.volume.columns == assets),
             "the volumes are needed");
     validate_events(terms, sessions, assets);
+    validate_currencies(terms.currencies, sessions, assets);
 }
 
 } // namespace corvex::engine::inline v1

@@ -55,6 +55,18 @@ struct ImpactTerms {
     std::size_t window = 20;  ///< sessions before the fill
 };
 
+/// The currencies that assets are quoted in.
+struct CurrencyTerms {
+    Grid rates; ///< by session and currency: what one unit costs in the account's own; empty = one
+                ///< currency, missing = no price of such an asset can be told
+    std::span<const std::int64_t> of_asset; ///< the column of its currency
+
+    [[nodiscard]] bool any() const { return !rates.empty(); }
+    [[nodiscard]] double rate(std::size_t asset, std::size_t session) const {
+        return rates.at(session, static_cast<std::size_t>(of_asset[asset]));
+    }
+};
+
 /// The account as a broker keeps it, in money. Rates are per year.
 struct AccountTerms {
     double capital = 1.0;
@@ -79,6 +91,7 @@ struct AccountTerms {
     Grid opens{};                    ///< what the limits look at; empty = the fill prices
     double maintenance_margin = 0.0; ///< equity over gross value, 0 = none
     std::vector<CashEvent> flows{};
+    CurrencyTerms currencies{};
 };
 
 /// @throws std::invalid_argument for shapes that do not fit, or values that can mean nothing.

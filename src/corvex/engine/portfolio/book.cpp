@@ -53,9 +53,9 @@ double sum_gathered(const double* shares, const std::uint32_t* columns, const do
 
 } // namespace
 
-Book::Book(const PriceTable& close, const Costs& costs, double cash)
-    : close_{close}, costs_{costs}, cash_{cash}, shares_(close.assets, 0.0),
-      known_(close.assets, std::numeric_limits<double>::quiet_NaN()),
+Book::Book(const PriceTable& close, const Costs& costs, double cash, const Currencies* currencies)
+    : close_{close}, costs_{costs}, currencies_{currencies}, cash_{cash},
+      shares_(close.assets, 0.0), known_(close.assets, std::numeric_limits<double>::quiet_NaN()),
       known_session_(close.assets, -1) {
     held_.reserve(close.assets);
     held_shares_.reserve(close.assets);
@@ -127,7 +127,19 @@ double Book::price_before(std::size_t asset, std::size_t session) const {
         return known_[asset];
     }
     const double previous = close_.at(session - 1, asset);
-    return is_missing(previous) ? known_[asset] : previous;
+    if (is_missing(previous)) {
+        return at_rate_of(asset, known_session_[asset], session, known_[asset]);
+    }
+    return at_rate_of(asset, static_cast<std::int64_t>(session) - 1, session, previous);
+}
+
+/// A price that was noted in another session, at the rate of this one.
+double Book::at_rate_of(std::size_t asset, std::int64_t noted, std::size_t session,
+                        double price) const {
+    if (currencies_ == nullptr || noted < 0) {
+        return price;
+    }
+    return price * currencies_->moved(asset, static_cast<std::size_t>(noted), session);
 }
 
 double Book::price_after(std::size_t asset, std::size_t session) const {

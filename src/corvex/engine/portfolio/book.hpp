@@ -1,5 +1,6 @@
 #pragma once
 
+#include "corvex/engine/account/currencies.hpp"
 #include "corvex/engine/portfolio/costs.hpp"
 #include "corvex/engine/portfolio/price_table.hpp"
 #include "corvex/engine/portfolio/require.hpp"
@@ -13,7 +14,9 @@ namespace corvex::engine::inline v1 {
 /// Cash and holdings, and what they are worth when prices are missing.
 class Book {
   public:
-    Book(const PriceTable& close, const Costs& costs, double cash = 1.0);
+    /// @param currencies  whose rates also move what is known of a price; nullptr = there are none.
+    Book(const PriceTable& close, const Costs& costs, double cash = 1.0,
+         const Currencies* currencies = nullptr);
 
     /// Value of all holdings at a session's close; a missing price counts at the last known value.
     double mark(std::size_t session);
@@ -66,12 +69,15 @@ class Book {
 
   private:
     [[nodiscard]] double dot(const double* row) const;
+    [[nodiscard]] double at_rate_of(std::size_t asset, std::int64_t noted, std::size_t session,
+                                    double price) const;
     double mark_with_gaps(std::size_t session);
     void refresh_held();
     void drop(std::size_t asset);
 
     const PriceTable& close_;
     const Costs& costs_;
+    const Currencies* currencies_;
     double cash_;
     std::vector<double> shares_;
     /// The value that counts while prices are missing, and the session that it was noted in. A

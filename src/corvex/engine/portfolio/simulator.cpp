@@ -10,8 +10,10 @@ Simulator::Simulator(const SimulationInput& input)
                    ? nullptr
                    : std::make_unique<Account>(*input.account, input.prices, input.options.costs,
                                                input.plan.first_session)},
-      book_{input.prices.close(), input.options.costs,
-            input.account == nullptr ? 1.0 : input.account->capital},
+      prices_{account_ == nullptr ? input.prices : account_->currencies().prices()},
+      book_{prices_.close(), input.options.costs,
+            input.account == nullptr ? 1.0 : input.account->capital,
+            account_ == nullptr ? nullptr : &account_->currencies()},
       solver_{input.options.costs, assets_}, row_solver_{input.options.costs, assets_},
       stops_{watched(), input.options.stops}, cooldowns_{assets_, input.options.stops.cooldown},
       waiting_{assets_}, pending_{assets_},
@@ -228,7 +230,8 @@ SimulationResult Simulator::finish() {
         const std::size_t last = in_.prices.sessions() - 1;
         for (const std::uint32_t asset : book_.held()) {
             const double price = book_.price_after(asset, last);
-            RoundTrip* trip = log_.mark_open(asset, price, excursions_.figures(asset, last + 1));
+            RoundTrip* trip = log_.mark_open(asset, quoted(asset, last, price),
+                                             excursions_.figures(asset, last + 1));
             if (account_ != nullptr) {
                 account_->mark_open(asset, last, book_.shares(asset), price, trip);
             }

@@ -52,7 +52,7 @@ class Simulator {
     struct Change {
         std::size_t asset;
         std::size_t session;
-        double price; ///< quoted
+        double price; ///< in the currency of the account
         double weight;
         double shares_before; ///< of the round trip that is open, 0 = none
         ExitCause cause;      ///< of the exit, when the fill is one
@@ -121,6 +121,13 @@ class Simulator {
     [[nodiscard]] bool nets_orders() const {
         return account_ == nullptr || !account_->limits_orders();
     }
+    /// A price of the money as the asset is quoted.
+    [[nodiscard]] double quoted(std::size_t asset, std::size_t session, double price) const {
+        return account_ == nullptr ? price : account_->currencies().quoted(asset, session, price);
+    }
+    [[nodiscard]] double rate(std::size_t asset, std::size_t session) const {
+        return account_ == nullptr ? 1.0 : account_->currencies().rate(asset, session);
+    }
     [[nodiscard]] double split_factor(std::size_t asset, std::size_t session) const {
         return account_ == nullptr ? 1.0 : account_->watched().factor(asset, session);
     }
@@ -144,6 +151,7 @@ class Simulator {
     const SimulationInput& in_;
     std::size_t assets_;
     std::unique_ptr<Account> account_; ///< nullptr = none is kept
+    const PriceSet& prices_;           ///< that money is counted by
     Book book_;
     RebalanceSolver solver_;
     RowRebalance row_solver_;

@@ -87,8 +87,9 @@ void Simulator::want_within_bands(double equity, std::size_t session) {
             out_.weights_in_force[wanted.asset] = wanted.weight;
             continue;
         }
-        account_->solver().add(
-            {wanted.asset, held, wanted.price, weight, account_->impact(wanted.asset, session)});
+        account_->solver().add({wanted.asset, held, wanted.price, weight,
+                                account_->impact(wanted.asset, session),
+                                rate(wanted.asset, session)});
     }
 }
 
@@ -115,8 +116,8 @@ void Simulator::trade_waiting_account(std::size_t asset, std::size_t session, do
     }
     TargetSolver& solver = account_->solver();
     solver.clear();
-    solver.add(
-        {static_cast<std::uint32_t>(asset), held, price, weight, account_->impact(asset, session)});
+    solver.add({static_cast<std::uint32_t>(asset), held, price, weight,
+                account_->impact(asset, session), rate(asset, session)});
     solver.solve(equity);
     double exact = weight == 0.0 ? 0.0 : solver.shares(0);
     // What is left of a purchase never sells, and the other way round.
@@ -245,7 +246,7 @@ void Simulator::settle(std::size_t asset, double after, double price, std::size_
     paid_.taxes += cost.tax;
     paid_.slippage += cost.slippage;
     paid_.traded += std::abs(change) * price;
-    fills_.add(session, asset, before, after, price, cost.total());
+    fills_.add(session, asset, before, after, quoted(asset, session, price), cost.total());
 }
 
 /// Ends a position; where volume or a price limit keeps a part of it, the rest goes on leaving.

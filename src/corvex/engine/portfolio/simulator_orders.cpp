@@ -20,7 +20,7 @@ ExitCause rebalance_cause(const SimulationInput& input, std::int64_t row) {
 } // namespace
 
 double Simulator::fill_price(std::size_t asset, std::size_t session) const {
-    const double price = in_.prices.fill().at(session, asset);
+    const double price = prices_.fill().at(session, asset);
     const bool listed = static_cast<std::int64_t>(session) <= in_.prices.last_priced(asset);
     return listed && is_tradable(price) ? price : std::numeric_limits<double>::quiet_NaN();
 }
@@ -264,12 +264,13 @@ void Simulator::close_round_trip(const Change& change) {
     const bool at_close = fills_at(FillAt::kClose);
     const bool saw_close = reason == ExitReason::kRuin ||
                            (at_close && !change.touched && reason != ExitReason::kPricesEnded);
-    const auto figures = excursions_.close(
-        change.asset, change.session + (saw_close ? 1 : 0),
-        change.price * split_factor(change.asset, change.session), at_close && change.touched);
-    RoundTrip* trip = log_.close(change.asset, change.session, change.price, change.cause, figures);
+    const double price = quoted(change.asset, change.session, change.price);
+    const auto figures = excursions_.close(change.asset, change.session + (saw_close ? 1 : 0),
+                                           price * split_factor(change.asset, change.session),
+                                           at_close && change.touched);
+    RoundTrip* trip = log_.close(change.asset, change.session, price, change.cause, figures);
     if (account_ != nullptr) {
-        account_->close_trip(change.asset, change.session, change.price, trip);
+        account_->close_trip(change.asset, change.session, price, trip);
     }
     if (stops_.active()) {
         stops_.leave(change.asset);
@@ -280,14 +281,15 @@ void Simulator::close_round_trip(const Change& change) {
 void Simulator::open_round_trip(const Change& change) {
     out_.out_reason[change.asset] = ExitReason::kOpen;
     const bool is_long = book_.shares(change.asset) > 0.0;
-    double executed = in_.options.costs.executed(change.price, is_long);
+    const double price = quoted(change.asset, change.session, change.price);
+    double executed = in_.options.costs.executed(price, is_long);
     if (account_ != nullptr) {
-        executed = account_->executed_price(change.asset, change.session, change.price, is_long) *
+        executed = account_->executed_price(change.asset, change.session, price, is_long) *
                    split_factor(change.asset, change.session);
     }
     excursions_.open(change.asset, is_long, executed);
     const std::int64_t row = change.cause.rebalance;
-    log_.open(change.asset, row, change.session, change.price, change.weight);
+    log_.open(change.asset, row, change.session, price, change.weight);
     if (account_ != nullptr) {
         account_->open_trip(change.asset, row, change.session, book_.shares(change.asset));
     }

@@ -53,7 +53,7 @@ nb::object all_attributes(nb::handle report) {
 /// Whether a report has an attribute only where its run kept an account.
 bool is_of_an_account(nb::handle name) {
     const std::string_view text = nb::cast<std::string_view>(name);
-    return text == "account" || text == "bookings";
+    return text == "account" || text == "bookings" || text == "fx";
 }
 
 /// Called for what the usual look-up does not find; that look-up also words the refusal.

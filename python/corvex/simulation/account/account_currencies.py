@@ -1,0 +1,222 @@
+"""The currencies of a run: what each asset is quoted in, and its rate in each session."""
+
+from __future__ import annotations
+
+from collections.abc import Mapping
+from dataclasses import dataclass
+from typing import Any
+
+import numpy as np
+import numpy.typing as npt
+import pandas as pd
+
+from corvex.accounts.account import Account
+from corvex.accounts.exchange import Leg, currency_code, pairs_of, way_between
+from corvex.simulation.notices import date_text, warn
+from corvex.simulation.plan.plan import Plan
+from corvex.simulation.read.clock import Clock, dated_table
+from corvex.simulation.read.columns import match_columns
+
+__all__ = ["Currencies", "read_currencies"]
+
+_Floats = npt.NDArray[np.float64]
+_Ints = npt.NDArray[np.int64]
+
+_DAY = 86_400_000_000_000
+_LONG_DAYS = 10  # longer than the longest holidays of a market: the rate is told of
+_MOST_DAYS = 31  # rates by month are enough, older ones are not
+
+
+@dataclass(frozen=True, slots=True)
+class Currencies:
+    """What assets are quoted in, and what a unit of it costs in the account's own currency.
+
+    Attributes
+    ----------
+    names : tuple of str
+        Codes of the currencies; the first is the account's own.
+    rates : float64 array of shape (sessions, currencies)
+        Missing before the first rate that is known.
+    of_asset : int64 array of shape (assets,)
+        The currency of each asset, as its place in `names`.
+    """
+
+    names: tuple[str, ...]
+    rates: _Floats
+    of_asset: _Ints
+
+    def rate(self, sessions: _Ints, assets: _Ints) -> _Floats:
+        """Return the rates of assets in sessions."""
+        return self.rates[sessions, self.of_asset[assets]]
+
+
+def read_currencies(account: Account, clock: Clock, plan: Plan) -> Currencies | None:
+    """Bring the currencies and exchange rates of an account to the sessions and assets of a plan.
+
+    Returns
+    -------
+    Currencies or None
+        None where the account has no `currency`.
+
+    Raises
+    ------
+    ValueError
+        When an asset that is held has no currency, or a rate is missing that it needs; the message
+        names asset, pair and date.
+    """
+    if account.currency is None:
+        return None
+    base = currency_code(account.base, "base")
+    codes = _codes(account.currency, plan)
+    names = (base, *sorted({code for code in codes if code is not None} - {base}))
+    of_asset = np.array([names.index(code or base) for code in codes], np.int64)
+    needed = _first_needed(plan, of_asset, len(names))
+    pairs = {} if account.fx is None else pairs_of(account.fx, names, base)
+    rates = np.full((len(clock), len(names)), np.nan)
+    rates[:, 0] = 1.0
+    read = _Rates(clock, pairs)
+    for at, code in enumerate(names[1:], 1):
+        if (first := needed[at]) is not None:
+            rates[:, at] = read.of(code, base, *first)
+    return Currencies(names, rates, of_asset)
+
+
+def _codes(given: str | pd.Series | Mapping[Any, Any], plan: Plan) -> list[str | None]:
+    """Return the code of each asset's currency; None of one that is never held and has none."""
+    labels, held = plan.labels, plan.held
+    if isinstance(given, str):
+        return [currency_code(given, "currency")] * len(labels)
+    keys = given.index if isinstance(given, pd.Series) else pd.Index(list(given))
+    values = given.tolist() if isinstance(given, pd.Series) else list(given.values())
+    found = match_columns(labels, keys)
+    places = np.arange(len(labels)) if found is None else found
+    codes: list[str | None] = []
+    for asset, place in enumerate(places.tolist()):
+        value = values[place] if place >= 0 else None
+        missing = value is None or (not isinstance(value, str) and pd.isna(value))
+        if missing and held[asset]:
+            raise ValueError(
+                f"currency has no value for {labels[asset]!r}; every asset needs one, also those "
+                "in the base currency"
+            )
+        codes.append(None if missing else currency_code(value, f"currency of {labels[asset]!r}"))
+    return codes
+
+
+def _first_needed(plan: Plan, of_asset: _Ints, count: int) -> list[tuple[str, int] | None]:
+    """Return of each currency the asset that needs it first, and the session of its first fill."""
+    first: list[tuple[str, int] | None] = [None] * count
+    schedule = plan.schedule
+    for asset in np.flatnonzero(plan.held).tolist():
+        rows = np.flatnonzero(schedule.targets[:, asset])
+        session = int(schedule.sessions[rows[0]]) + 1 if len(rows) else np.iinfo(np.int64).max
+        known = first[of_asset[asset]]
+        if known is None or session < known[1]:
+            first[of_asset[asset]] = str(plan.labels[asset]), session
+    return first
+
+
+class _Rates:
+    """Exchange rates on the sessions of a clock."""
+
+    def __init__(self, clock: Clock, pairs: dict[tuple[str, str], pd.Series | float]) -> None:
+        self._clock = clock
+        self._pairs = pairs
+
+    def of(self, currency: str, base: str, label: str, session: int) -> _Floats:
+        """Return what a unit of a currency costs in the base; needed from a session on."""
+        way = way_between(currency, base, self._pairs)
+        if way is None:
+            there = ", ".join(map("".join, self._pairs)) or "none that could be read"
+            raise ValueError(
+                f"the rate of {currency}{base} is missing{self._when(session)}, where {label!r} "
+                f"needs it; fx has: {there}. Its columns are pairs such as '{currency}{base}', or "
+                f"both currencies against a third one"
+            )
+        rates = np.ones(len(self._clock))
+        for leg in way:
+            rates = rates * self._leg(leg, label, session)
+        return rates
+
+    def _leg(self, leg: Leg, label: str, needed: int) -> _Floats:
+        pair, inverse = leg
+        name = "".join(pair)
+        given = self._pairs[pair]
+        if isinstance(given, pd.Series):
+            rates = self._carried(name, given, label, needed)
+        else:
+            rates = np.full(len(self._clock), _positive(name, given))
+        return 1.0 / rates if inverse else rates
+
+    def _carried(self, name: str, given: pd.Series, label: str, needed: int) -> _Floats:
+        """Return the last rate known by each session."""
+        table = dated_table(given.to_frame(name), f"fx of {name}")
+        try:
+            values = table[name].to_numpy(dtype=np.float64, na_value=np.nan)
+        except (TypeError, ValueError) as error:
+            raise ValueError(f"fx of {name} must hold numbers: {error}") from None
+        known = ~np.isnan(values)
+        dates, values = pd.DatetimeIndex(table.index)[known], values[known]
+        bad = ~(values > 0.0) | np.isinf(values)
+        if bad.any():
+            at = int(np.argmax(bad))
+            raise ValueError(
+                f"the rate of {name} on {date_text(dates[at])} is {values[at]:g}; rates must be "
+                "above zero and finite, or missing"
+            )
+        if not len(dates):
+            raise ValueError(
+                f"the rate of {name} is missing{self._when(needed)}, where {label!r} needs it: fx "
+                "has no rate of it at all"
+            )
+        keys = self._clock.place(dates).keys
+        rows = np.searchsorted(keys, self._clock.keys, side="right") - 1
+        self._check(name, label, needed, rows, keys, dates)
+        return np.where(rows >= 0, values[np.maximum(rows, 0)], np.nan)
+
+    def _check(
+        self,
+        name: str,
+        label: str,
+        needed: int,
+        rows: _Ints,
+        keys: _Ints,
+        dates: pd.DatetimeIndex,
+    ) -> None:
+        """Refuse rates that are not known yet or too old, and tell of those that are old."""
+        wanted = np.arange(len(rows)) >= needed
+        early = np.flatnonzero(wanted & (rows < 0))
+        if len(early):
+            raise ValueError(
+                f"the rate of {name} is missing{self._when(int(early[0]))}, where {label!r} needs "
+                f"it: the first one is of {date_text(dates[0])}"
+            )
+        days = (self._clock.keys - keys[np.maximum(rows, 0)]) // _DAY
+        old = np.flatnonzero(wanted & (days > _MOST_DAYS))
+        if len(old):
+            raise ValueError(
+                f"the rate of {name} is missing{self._when(int(old[0]))}: the last one, of "
+                f"{date_text(dates[rows[old[0]]])}, is more than {_MOST_DAYS} days old"
+            )
+        late = np.flatnonzero(wanted & (days > _LONG_DAYS))
+        if len(late):
+            warn(
+                f"the rate of {name} is more than {_LONG_DAYS} days old in {len(late)} sessions, "
+                f"first{self._when(int(late[0]))}: that of {date_text(dates[rows[late[0]]])} counts"
+            )
+
+    def _when(self, session: int) -> str:
+        known = 0 <= session < len(self._clock)
+        return f" on {date_text(self._clock.index[session])}" if known else ""
+
+
+def _positive(name: str, value: Any) -> float:
+    try:
+        number = float(value)
+    except (TypeError, ValueError):
+        number = np.nan
+    if isinstance(value, bool | str) or not 0.0 < number < np.inf:
+        raise ValueError(
+            f"fx of {name} must be a Series by date or a number above 0, got {value!r}"
+        )
+    return number
