@@ -116,18 +116,30 @@ def _first_needed(plan: Plan, of_asset: _Ints, count: int) -> list[tuple[str, in
     return first
 
 
+@dataclass(frozen=True, slots=True)
+class _Known:
+    """The rates of a pair that are there, and the row of the last one by each session."""
+
+    dates: pd.DatetimeIndex
+    keys: _Ints
+    values: _Floats
+    rows: _Ints
+
+
 class _Rates:
     """Exchange rates on the sessions of a clock."""
 
     def __init__(self, clock: Clock, pairs: dict[tuple[str, str], pd.Series | float]) -> None:
         self._clock = clock
         self._pairs = pairs
+        self._read: dict[str, _Known] = {}
+        self._told: set[str] = set()
 
     def of(self, currency: str, base: str, label: str, session: int) -> _Floats:
         """Return what a unit of a currency costs in the base; needed from a session on."""
         way = way_between(currency, base, self._pairs)
         if way is None:
-            there = ", ".join(map("".join, self._pairs)) or "none that could be read"
+            there = ", ".join(map("".join, self._pairs)) or "no pair"
             raise ValueError(
                 f"the rate of {currency}{base} is missing{self._when(session)}, where {label!r} "
                 f"needs it; fx has: {there}. Its columns are pairs such as '{currency}{base}', or "
@@ -150,40 +162,14 @@ class _Rates:
 
     def _carried(self, name: str, given: pd.Series, label: str, needed: int) -> _Floats:
         """Return the last rate known by each session."""
-        table = dated_table(given.to_frame(name), f"fx of {name}")
-        try:
-            values = table[name].to_numpy(dtype=np.float64, na_value=np.nan)
-        except (TypeError, ValueError) as error:
-            raise ValueError(f"fx of {name} must hold numbers: {error}") from None
-        known = ~np.isnan(values)
-        dates, values = pd.DatetimeIndex(table.index)[known], values[known]
-        bad = ~(values > 0.0) | np.isinf(values)
-        if bad.any():
-            at = int(np.argmax(bad))
-            raise ValueError(
-                f"the rate of {name} on {date_text(dates[at])} is {values[at]:g}; rates must be "
-                "above zero and finite, or missing"
-            )
-        if not len(dates):
-            raise ValueError(
-                f"the rate of {name} is missing{self._when(needed)}, where {label!r} needs it: fx "
-                "has no rate of it at all"
-            )
-        keys = self._clock.place(dates).keys
-        rows = np.searchsorted(keys, self._clock.keys, side="right") - 1
-        self._check(name, label, needed, rows, keys, dates)
-        return np.where(rows >= 0, values[np.maximum(rows, 0)], np.nan)
+        known = self._read.get(name) or _known_rates(name, given, self._clock)
+        self._read[name] = known
+        self._check(name, label, needed, known)
+        return np.where(known.rows >= 0, known.values[np.maximum(known.rows, 0)], np.nan)
 
-    def _check(
-        self,
-        name: str,
-        label: str,
-        needed: int,
-        rows: _Ints,
-        keys: _Ints,
-        dates: pd.DatetimeIndex,
-    ) -> None:
+    def _check(self, name: str, label: str, needed: int, known: _Known) -> None:
         """Refuse rates that are not known yet or too old, and tell of those that are old."""
+        dates, rows = known.dates, known.rows
         wanted = np.arange(len(rows)) >= needed
         early = np.flatnonzero(wanted & (rows < 0))
         if len(early):
@@ -191,7 +177,7 @@ class _Rates:
                 f"the rate of {name} is missing{self._when(int(early[0]))}, where {label!r} needs "
                 f"it: the first one is of {date_text(dates[0])}"
             )
-        days = (self._clock.keys - keys[np.maximum(rows, 0)]) // _DAY
+        days = (self._clock.keys - known.keys[np.maximum(rows, 0)]) // _DAY
         old = np.flatnonzero(wanted & (days > _MOST_DAYS))
         if len(old):
             raise ValueError(
@@ -199,7 +185,8 @@ class _Rates:
                 f"{date_text(dates[rows[old[0]]])}, is more than {_MOST_DAYS} days old"
             )
         late = np.flatnonzero(wanted & (days > _LONG_DAYS))
-        if len(late):
+        if len(late) and name not in self._told:
+            self._told.add(name)
             warn(
                 f"the rate of {name} is more than {_LONG_DAYS} days old in {len(late)} sessions, "
                 f"first{self._when(int(late[0]))}: that of {date_text(dates[rows[late[0]]])} counts"
@@ -208,6 +195,27 @@ class _Rates:
     def _when(self, session: int) -> str:
         known = 0 <= session < len(self._clock)
         return f" on {date_text(self._clock.index[session])}" if known else ""
+
+
+def _known_rates(name: str, given: pd.Series, clock: Clock) -> _Known:
+    table = dated_table(given.to_frame(name), f"fx of {name}")
+    try:
+        values = table[name].to_numpy(dtype=np.float64, na_value=np.nan)
+    except (TypeError, ValueError) as error:
+        raise ValueError(f"fx of {name} must hold numbers: {error}") from None
+    there = ~np.isnan(values)
+    dates, values = pd.DatetimeIndex(table.index)[there], values[there]
+    bad = ~(values > 0.0) | np.isinf(values)
+    if bad.any():
+        at = int(np.argmax(bad))
+        raise ValueError(
+            f"the rate of {name} on {date_text(dates[at])} is {values[at]:g}; rates must be above "
+            "zero and finite, or missing"
+        )
+    if not len(dates):
+        raise ValueError(f"fx of {name} is empty: there is no rate on any date")
+    keys = clock.place(dates).keys
+    return _Known(dates, keys, values, np.searchsorted(keys, clock.keys, side="right") - 1)
 
 
 def _positive(name: str, value: Any) -> float:
