@@ -215,6 +215,8 @@ def kept_terms(account: Account) -> dict[str, Any]:
         is_table = isinstance(value, pd.DataFrame | pd.Series)
         if field.name == "capital" or is_table or value != field.default:
             found[field.name] = _plain(value)
+    if isinstance(account.fx, pd.Series):
+        found["fx"] = "by date"  # also where its dates are texts
     return found
 
 
@@ -224,7 +226,7 @@ def _plain(value: Any) -> Any:
     if isinstance(value, pd.Series):
         if isinstance(value.index, pd.DatetimeIndex | pd.PeriodIndex):
             return "by date"
-        return {str(label): float(one) for label, one in value.items()}
+        return {str(label): _plain(one) for label, one in value.items()}
     if isinstance(value, Mapping):
         return {_plain(key): _plain(one) for key, one in value.items()}
     if isinstance(value, numbers.Integral):

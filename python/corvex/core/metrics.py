@@ -389,6 +389,8 @@ class Metrics:
     def capacity(self) -> float:
         """Return the capital that the traded volume can carry, in the market's currency.
 
+        Of an account with several currencies it is in the base.
+
         For each fill, the capital at which its entry weight is 5 % of the value traded in that
         asset on that day (close x volume as quoted); of these the 10 % quantile, so that nine
         fills in ten stay below that share. Entries and exits count. NaN where the market has no

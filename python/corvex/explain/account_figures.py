@@ -40,6 +40,7 @@ def account_drag(account: pd.DataFrame) -> pd.DataFrame:
         ``money`` in all, and ``yearly``: each session's money over the equity that it came out
         of, summed, over the years; NaN within a day. The equity is that of the close before,
         with the flows that came after what was accrued. Both are positive for what was paid, too.
+        Of an account with several currencies a row ``currency`` tells what their rates brought.
     """
     index = cast("pd.DatetimeIndex", account.index)
     years = (index[-1] - index[0]) / _DAY / _DAYS
@@ -52,7 +53,7 @@ def account_drag(account: pd.DataFrame) -> pd.DataFrame:
         parts = np.divide(account[kind], of, out=np.zeros(len(of)), where=of > 0.0)
         return float(parts.sum() / years) if years > 0.0 else float("nan")
 
-    kinds = [*PAID, *RECEIVED]
+    kinds = [*PAID, *RECEIVED, *({"currency"} & {*account.columns})]
     return pd.DataFrame(
         {"money": account[kinds].sum(), "yearly": [yearly(kind) for kind in kinds]}, index=kinds
     )

@@ -190,7 +190,8 @@ def listed_facts(lookup: TradeLookup, table: pd.DataFrame) -> _Floats:
 def traded_values(report: Report, lookup: TradeLookup, date_column: str) -> _Floats:
     """Return how much of each trade's asset was traded on one of the trade's dates.
 
-    In the market's currency; NaN for trades that were not entered and where no volume is known.
+    In the market's currency, or in the base of an account with several; NaN for trades that were
+    not entered and where no volume is known.
     """
     tables = _close_and_volume(report)
     if tables is None or date_column not in lookup.trades.columns:
@@ -198,15 +199,24 @@ def traded_values(report: Report, lookup: TradeLookup, date_column: str) -> _Flo
     close, volume = tables
     value = lookup.values(close, date_column) * lookup.values(volume, date_column)
     value[~lookup.entered] = np.nan
-    return value
+    fx: pd.DataFrame | None = getattr(report, "fx", None)
+    return value if fx is None else value * _rates(fx, lookup.trades, date_column)
+
+
+def _rates(fx: pd.DataFrame, trades: pd.DataFrame, date_column: str) -> _Floats:
+    """Return what a unit of each trade's currency cost on one of its dates; 1 of the base."""
+    rows = fx.index.get_indexer(pd.DatetimeIndex(trades[date_column]))
+    columns = fx.columns.get_indexer(pd.Index(trades["currency"]))
+    rates = np.column_stack([fx.to_numpy(), np.ones(len(fx))])[rows, columns]
+    return np.where((rows < 0) & (columns >= 0), np.nan, rates)
 
 
 def capital_per_share(report: Report, lookup: TradeLookup) -> _Floats:
     """Return, for each fill, the capital that would trade all of that day's traded value.
 
-    Traded value over entry weight, in the market's currency, entries first, then exits. A share
-    of it is the capital that takes this share of the day's trading. Empty without volume or
-    weights; fills on days without known volume are left out.
+    Traded value over entry weight, in the currency of `traded_values`, entries first, then exits.
+    A share of it is the capital that takes this share of the day's trading. Empty without volume
+    or weights; fills on days without known volume are left out.
     """
     if "position" not in lookup.trades.columns or _close_and_volume(report) is None:
         return np.empty(0)

@@ -9,6 +9,7 @@ import pytest
 
 import corvex
 from corvex.simulation.read.clock import Clock
+from corvex.analysis.liquidityAnalysis import LiquidityAnalysis
 
 DAYS = pd.bdate_range("2024-01-02", periods=40)
 MOVES = np.random.default_rng(5).normal(0.001, 0.02, (40, 2)).cumsum(axis=0)
@@ -146,6 +147,108 @@ def test_a_report_keeps_its_account_in_files_and_others_have_none(tmp_path):
     plain = corvex.simulate(WEIGHTS, PRICES, market="us_stock", leverage=True)
     assert plain.account is plain.bookings is None
     assert not {"account", "bookings"} & {*vars(plain), *dir(plain)}
+
+
+DOLLAR = pd.Series(30.0 + np.arange(40) / 10, DAYS)
+QUOTED = {"AAA": "usd", "BBB": "TWD"}
+
+
+def abroad(fx, prices=PRICES, currency=QUOTED, **terms):
+    return run(prices, currency=currency, fx=fx, base="TWD", **terms)
+
+
+@pytest.mark.parametrize(
+    "fx",
+    [
+        pd.DataFrame({"USD/TWD": DOLLAR, "DXY index": 1.0}),
+        {"TWDUSD": 1.0 / DOLLAR, "EURTWD": 9.0},
+        {"JPYUSD": 0.01, "JPYTWD": DOLLAR / 100.0},
+        DOLLAR[::-1].rename("USD").set_axis(DAYS[::-1].strftime("%Y-%m-%d")),
+        pd.DataFrame({"USDTWD": DOLLAR}).tz_localize("America/New_York"),
+    ],
+)
+@pytest.mark.filterwarnings("ignore:fx of USD.* was not in order")
+def test_pairs_are_found_however_they_are_written(fx):
+    converted = PRICES.assign(AAA=PRICES["AAA"] * DOLLAR)
+    found = abroad(fx).account
+    np.testing.assert_allclose(found["equity"], run(converted).account["equity"], rtol=1e-12)
+
+
+@pytest.mark.parametrize(
+    ("terms", "told"),
+    [
+        ({"fx": None}, "the rate of USDTWD is missing on 2024-01-03, where 'AAA' needs it"),
+        ({"fx": {"EURTWD": 33}}, "USDTWD is missing .*; fx has: EURTWD"),
+        (
+            {"fx": {"USDTWD": DOLLAR[2:]}},
+            "USDTWD is missing on 2024-01-03.* first one is of 2024-0",
+        ),
+        ({"fx": {"USDTWD": DOLLAR[:5]}}, "USDTWD is missing on 2024-02-09: .* more than 31 days"),
+        ({"fx": {"USDTWD": -DOLLAR}}, "the rate of USDTWD on 2024-01-02 is -30; rates must be"),
+        ({"fx": {"USDTWD": "30"}}, "fx of USDTWD must be a Series by date or a number above 0"),
+        ({"fx": {"USDTWD": 30, "USD-TWD": 30}}, "fx has the pair USDTWD twice"),
+        ({"fx": DOLLAR.rename("USDTWD").reset_index(drop=True)}, "fx of USDTWD must hold dates"),
+        ({"fx": 30}, "fx must be a table or Series by date, or a mapping"),
+        ({"currency": {"AAA": "USD"}}, "currency has no value for 'BBB'"),
+        (
+            {"currency": {"AAA": "USD", "BBB": 3}},
+            "currency of 'BBB' must be the code of a currency",
+        ),
+        ({"currency": None}, "fx and base go with currency"),
+        ({"base": None}, "currency needs base"),
+    ],
+)
+def test_currencies_that_cannot_be_are_refused(terms, told):
+    with pytest.raises(ValueError, match=told):
+        run(**{"currency": QUOTED, "fx": {"USDTWD": DOLLAR}, "base": "TWD", **terms})
+
+
+def test_an_old_rate_is_told_once_and_one_of_before_the_prices_counts():
+    early = pd.Series([31.0], [pd.Timestamp("2023-12-30")])
+    rates = pd.concat([early, DOLLAR[5:20], DOLLAR[30:]])
+    with pytest.warns(UserWarning, match="USDTWD is more than 10 days old in 2 sessions") as told:
+        report = abroad({"USDTWD": rates, "USDJPY": 150.0}, currency={"AAA": "USD", "BBB": "JPY"})
+    assert len(told) == 1
+    assert report.fx["USD"].iloc[[0, 4, 5, 29]].tolist() == [31.0, 31.0, 30.5, 31.9]
+    assert report.fx["JPY"].iloc[0] == pytest.approx(31.0 / 150.0)
+
+
+def test_a_days_rate_counts_for_bars_when_the_day_is_over_and_moves_what_has_no_price():
+    hours = pd.to_timedelta(np.tile([10, 14], 40), unit="h")
+    bars = pd.DataFrame(100.0, pd.DatetimeIndex(DAYS.repeat(2) + hours), ["AAA", "BBB"])
+    bars.iloc[5:7] = np.nan
+    report = abroad({"USDTWD": DOLLAR}, bars, borrow_rate=0.0)
+    assert report.fx["USD"].iloc[:6].tolist() == [30.0, 30.0, 30.1, 30.1, 30.2, 30.2]
+    shares = report.fills.set_index("symbol").loc["AAA", "shares"]
+    assert report.account["long"].iloc[2:5].tolist() == pytest.approx(
+        [shares * 100 * rate for rate in (30.1, 30.1, 30.2)]
+    )
+
+
+def test_contributions_by_kind_tell_currencies_also_from_a_file(tmp_path):
+    volume = PRICES * 0.0 + 1000.0
+    report = abroad(
+        pd.DataFrame({"USDTWD": DOLLAR}), {"close": PRICES, "volume": volume},
+        dividends=pd.DataFrame({"AAA": [1.0]}, DAYS[12:13]), fee_per_share=0.01, min_fee=1.0,
+        flows=pd.Series([5000.0], DAYS[20:21]), splits=pd.DataFrame({"BBB": [2.0]}, DAYS[9:10]),
+    )  # fmt: skip
+    corvex.save(report, tmp_path / "a.corvex")
+    for other in (report, pickle.loads(pickle.dumps(report)), corvex.load(tmp_path / "a.corvex")):
+        kinds = corvex.contributions(other, by_kind=True)
+        assert kinds["total"].sum() == pytest.approx(report.creturn.iloc[-1] - 1, abs=1e-10)
+        assert kinds.loc["AAA", "currency"] == pytest.approx(report.costs["currency"])
+        assert kinds.loc["BBB", "currency"] == 0.0 < kinds.loc["AAA", "currency"]
+        pd.testing.assert_frame_equal(other.fx, report.fx)
+    assert report.account.attrs["currency"] == report.fx.attrs["base"] == "TWD"
+    assert report.settings["account"]["currency"] == QUOTED
+    # Traded value, and the capital that it carries, are in the base too.
+    value = LiquidityAnalysis().analyze(report)["turnover"][0]["median"]
+    trades = report.trades
+    rates = np.where(trades["symbol"] == "AAA", report.fx["USD"].reindex(trades["entry_date"]), 1.0)
+    assert value == pytest.approx(np.median(trades["trade_price@entry_date"] * 1000.0 * rates))
+    plain = run()
+    assert plain.fx is None
+    assert "currency" not in {*plain.account, *plain.costs, *plain.trades, *plain.fills}
 
 
 def test_money_weighted_return_is_the_curves_own_without_flows():

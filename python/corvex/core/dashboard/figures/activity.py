@@ -26,7 +26,7 @@ _FRACTIONS = (
     *(*_RATIOS, "band"),
 )
 #: What only a run that kept an account may have paid, or received, beside its trades' fees.
-_OF_ACCOUNTS = ("impact", "financing", "borrow", "interest", "dividends")
+_OF_ACCOUNTS = ("impact", "financing", "borrow", "interest", "dividends", "currency")
 
 
 def exposure(report: Report) -> dict[str, Any] | None:

@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from typing import TYPE_CHECKING, Any
+from typing import TYPE_CHECKING, Any, cast
 
 import pandas as pd
 
@@ -31,7 +31,9 @@ def by_asset(report: Report, count: int = 10) -> dict[str, Any] | None:
         equity; ``others`` (their ``count`` and ``sum``), ``costs``, ``interest`` of a run that kept
         an account, what else moved the equity
         (``rest``, None where nothing did) and ``total``; ``estimated`` where the report keeps no
-        fills. Without prices in the market ``total`` is None, there are no sums, and the assets
+        fills. Of an account with several currencies ``currency`` is what the rates brought of the
+        total, and in each row and in ``others`` of their ``sum``; else it is None, and not there.
+        Without prices in the market ``total`` is None, there are no sums, and the assets
         with most trades are shown. None without trades.
     """
     from corvex.explain.attribution import (  # it needs the simulation, which needs the report
@@ -52,13 +54,23 @@ def by_asset(report: Report, count: int = 10) -> dict[str, Any] | None:
     labels = list(assets.index)  # largest first
     few = len(labels) <= 2 * count
     shown, rest = (labels, []) if few else (labels[:count] + labels[-count:], labels[count:-count])
+    moved = _currencies(report)
+
+    def of_currency(labels: list[Any]) -> dict[str, float]:
+        return {} if moved is None else {"currency": float(moved.reindex(labels).sum())}
+
     return {
-        "rows": [_row(label, trades, float(assets[label])) for label in shown],
-        "others": {"count": len(rest), "sum": float(assets[rest].sum())} if rest else None,
+        "rows": [
+            _row(label, trades, float(assets[label])) | of_currency([label]) for label in shown
+        ],
+        "others": {"count": len(rest), "sum": float(assets[rest].sum()), **of_currency(rest)}
+        if rest
+        else None,
         "costs": float(parts[COSTS]),
         "interest": float(parts[INTEREST]) if INTEREST in extra else None,
         "rest": float(parts[OTHER]) if OTHER in extra else None,
         "total": float(parts.sum()),
+        "currency": None if moved is None else float(moved.sum()),
         "estimated": bool(parts.attrs.get("estimated")),
     }
 
@@ -84,6 +96,16 @@ def _contributions(report: Report) -> pd.Series | None:
     assert isinstance(parts, pd.Series)
     parts = parts.set_axis(pd.Index([str(label) for label in parts.index], dtype=object))
     return parts if parts.index.is_unique else None
+
+
+def _currencies(report: Report) -> pd.Series | None:
+    """Return what of each asset's part the moves of exchange rates brought, by label."""
+    from corvex.explain.attribution import contributions
+
+    if getattr(report, "fx", None) is None:
+        return None
+    kinds = cast("pd.DataFrame", contributions(report, by_kind=True))
+    return kinds["currency"].set_axis([str(label) for label in kinds.index])
 
 
 def _row(label: str, trades: dict[str, dict[str, Any]], part: float | None) -> dict[str, Any]:

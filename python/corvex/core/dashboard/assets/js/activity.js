@@ -66,7 +66,7 @@ export function renderCosts(series) {
 }
 
 const PAID = ["fees", "tax", "slippage", "impact", "financing", "borrow"];
-const RECEIVED = ["interest", "dividends"];
+const RECEIVED = ["interest", "dividends", "currency"];
 
 /** What was paid by kind, and below the total what was received; of an account also in money. */
 function costTable() {

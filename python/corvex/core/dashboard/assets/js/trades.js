@@ -309,7 +309,7 @@ function summaries() {
 }
 
 function assetTable() {
-  const { rows, others, costs, interest, rest, total, estimated } = facts.assets;
+  const { rows, others, costs, interest, rest, total, estimated, currency } = facts.assets;
   const columns = [
     { label: t("asset"), text: (row) => row.asset },
     { label: t("trades_count"), number: true, text: (row) => ("trades" in row ? whole(row.trades) : "") },
@@ -318,12 +318,16 @@ function assetTable() {
   ];
   if (total === null) return [besideItself(t("by_asset"), columns, rows)];
   columns.push({ label: t("contribution"), number: true, text: (row) => signedPercent(row.sum) });
+  if (currency !== null) {
+    const text = (row) => ("currency" in row ? signedPercent(row.currency) : "");
+    columns.push({ label: t("of_currency"), number: true, text });
+  }
   const foot = [
-    others && { asset: t("other_assets", { count: whole(others.count) }), sum: others.sum },
+    others && { asset: t("other_assets", { count: whole(others.count) }), ...others },
     interest === null ? null : { asset: t("interest"), sum: interest },
     rest === null ? null : { asset: t("other_moves"), sum: rest },
     { asset: t("cost_total_row"), sum: costs },
-    { asset: t("total"), sum: total },
+    { asset: t("total"), sum: total, ...(currency === null ? {} : { currency }) },
   ].filter(Boolean);
   const note = estimated ? `${t("by_asset_note")} ${t("by_asset_estimated")}` : t("by_asset_note");
   return [besideItself(t("by_asset"), columns, rows, { foot }), el("p", { class: "note" }, note)];
