@@ -8,8 +8,8 @@ import pandas as pd
 import pytest
 
 import corvex
-from corvex.simulation.read.clock import Clock
 from corvex.analysis.liquidityAnalysis import LiquidityAnalysis
+from corvex.simulation.read.clock import Clock
 
 DAYS = pd.bdate_range("2024-01-02", periods=40)
 MOVES = np.random.default_rng(5).normal(0.001, 0.02, (40, 2)).cumsum(axis=0)
