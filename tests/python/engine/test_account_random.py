@@ -22,7 +22,7 @@ NAMES = (
 
 
 def terms(sessions: int, **given) -> AccountTerms:
-    usual = dict.fromkeys(AccountTerms.__slots__) | dict.fromkeys(
+    usual = dict.fromkeys(AccountTerms._fields) | dict.fromkeys(
         ("withholding_tax", "volume_share", "impact", "maintenance_margin"), 0.0
     )
     usual |= dict.fromkeys(
