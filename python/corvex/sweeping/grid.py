@@ -13,9 +13,9 @@ from typing import Any, overload
 import numpy as np
 import pandas as pd
 
-from corvex.sweeping.values import DEFAULT, Named, label, plain, texts
+from corvex.sweeping.values import DEFAULT, Named, joined_text, label, plain, text_of, texts
 
-__all__ = ["Combination", "Grid", "Product", "Space", "near", "read_space"]
+__all__ = ["Combination", "Grid", "Product", "RunFinder", "Space", "near", "read_space"]
 
 #: Values of a parameter, or parameters run by run.
 type Space = Mapping[str, Any] | Iterable[Mapping[str, Any]] | pd.DataFrame | None
@@ -63,6 +63,15 @@ class Product(Sequence[Combination]):
             row[name] = values[at]
         return {name: row[name] for name in self._values}
 
+    def texts(self, *, for_good: bool) -> ProductTexts:
+        """Return the text of each combination, as `values.texts` writes it."""
+        return ProductTexts(
+            {
+                name: [text_of(name, value, for_good=for_good) for value in values]
+                for name, values in self._values.items()
+            }
+        )
+
     def column(self, name: str) -> Iterator[Any]:
         """Yield the value of a parameter in each combination."""
         lengths = {other: len(values) for other, values in self._values.items()}
@@ -71,6 +80,45 @@ class Product(Sequence[Combination]):
         for _ in range(self._count // max(1, faster * len(each))):
             for value in each:
                 yield from itertools.repeat(value, faster)
+
+
+class ProductTexts(Sequence[str]):
+    """The texts of all combinations, put together from those of the values when asked for.
+
+    Parameters
+    ----------
+    written : mapping of str to list of str
+        The text of each value, by parameter.
+    """
+
+    def __init__(self, written: Mapping[str, list[str]]) -> None:
+        self._values = Product(written)
+        self._written = written
+        self._order = [self._values.names.index(name) for name in sorted(written)]
+
+    def __len__(self) -> int:
+        return len(self._values)
+
+    def __iter__(self) -> Iterator[str]:
+        for row in itertools.product(*self._written.values()):
+            yield joined_text([row[at] for at in self._order])
+
+    @overload
+    def __getitem__(self, place: int) -> str: ...
+    @overload
+    def __getitem__(self, place: slice) -> list[str]: ...
+    def __getitem__(self, place: int | slice) -> str | list[str]:
+        if isinstance(place, slice):
+            return [self[at] for at in range(*place.indices(len(self)))]
+        row = list(self._values[place].values())
+        return joined_text([row[at] for at in self._order])
+
+    def first(self) -> np.ndarray:
+        """Return the number of the first combination with the text of each."""
+        found = np.zeros(1, dtype=np.int64)
+        for written in self._written.values():
+            found = np.add.outer(found * len(written), _first(written)).ravel()
+        return found
 
 
 def read_space(space: Space, what: str) -> Sequence[Combination]:
@@ -179,8 +227,8 @@ class Grid:
         return self.signal_names + self.option_names
 
     @cached_property
-    def _parts(self) -> tuple[list[str], list[str]]:
-        return texts(self.signals), texts(self.options)
+    def _parts(self) -> tuple[Sequence[str], Sequence[str]]:
+        return _texts(self.signals), _texts(self.options)
 
     def key(self, run: int) -> str:
         """One text for a run, the same for the same parameters wherever it is made."""
@@ -207,7 +255,7 @@ class Grid:
         parts = (
             self._parts
             if for_good
-            else (texts(self.signals, for_good=False), texts(self.options, for_good=False))
+            else (_texts(self.signals, for_good=False), _texts(self.options, for_good=False))
         )
         signals, options = map(_first, parts)
         first: np.ndarray = np.add.outer(signals * len(self.options), options).ravel()
@@ -234,11 +282,51 @@ class Grid:
         return self.signals[signal], self.options[options]
 
 
+class RunFinder:
+    """Finds runs by their texts, of which it keeps eight bytes each.
+
+    Parameters
+    ----------
+    grid : Grid
+        The runs.
+    wanted : bool array of shape (runs,)
+        Those that are looked for.
+    """
+
+    def __init__(self, grid: Grid, wanted: np.ndarray) -> None:
+        self._grid = grid
+        runs = np.flatnonzero(wanted)
+        keys = itertools.compress(grid.keys(), wanted)
+        hashes = np.fromiter(map(hash, keys), np.int64, len(runs))
+        order = np.argsort(hashes)
+        self._runs, self._hashes = runs[order], hashes[order]
+
+    def find(self, keys: Sequence[str]) -> np.ndarray:
+        """Return the number of the run with each text; -1 where none of the wanted has it."""
+        if not len(self._runs):
+            return np.full(len(keys), -1, dtype=np.int64)
+        asked = np.fromiter(map(hash, keys), np.int64, len(keys))
+        at = np.minimum(np.searchsorted(self._hashes, asked), len(self._hashes) - 1)
+        found = np.where(self._hashes[at] == asked, self._runs[at], -1)
+        for place in np.flatnonzero(found >= 0).tolist():
+            if self._grid.key(int(found[place])) != keys[place]:  # two texts of one hash
+                found[place] = -1
+        return found
+
+
 def _key(signal: str, options: str) -> str:
     return f'{{"signal":{signal},"options":{options}}}'
 
 
+def _texts(rows: Sequence[Combination], *, for_good: bool = True) -> Sequence[str]:
+    if isinstance(rows, Product):
+        return rows.texts(for_good=for_good)
+    return texts(rows, for_good=for_good)
+
+
 def _first(texts: Sequence[str]) -> np.ndarray:
+    if isinstance(texts, ProductTexts):
+        return texts.first()
     known: dict[str, int] = {}
     return np.array([known.setdefault(text, at) for at, text in enumerate(texts)], dtype=np.int64)
 

@@ -7,7 +7,7 @@ import datetime
 import json
 import os
 import uuid
-from collections.abc import Mapping, Sequence
+from collections.abc import Iterator, Mapping, Sequence
 from pathlib import Path
 from typing import TYPE_CHECKING, Any
 
@@ -15,7 +15,7 @@ import numpy as np
 import pandas as pd
 
 from corvex.files import atomic_open, write_text
-from corvex.sweeping.run_results import BLOCKS, EXTRAS, FIGURES, Results, joined
+from corvex.sweeping.run_results import BLOCKS, EXTRAS, FIGURES, Calendars, Results
 
 if TYPE_CHECKING:
     import pyarrow as pa
@@ -30,7 +30,6 @@ _MANIFEST = "manifest.json"
 _RUNS = "runs"
 _CALENDARS = "sessions"
 _ENDING = ".parquet"
-# The last one is read where curves are wanted.
 _OWN = ("run", "seconds", "error", "first_session", "sessions", "sums", "squares", "curve")
 _RESERVED = {*FIGURES, *EXTRAS, *_OWN}
 # Numbers are all of one type, so that every file can be read beside every other.
@@ -206,6 +205,8 @@ class Store:
         name = f"part-{uuid.uuid4().hex}{_ENDING}"
         with atomic_open(self.folder / _RUNS / name) as file:
             pq.write_table(table, file)
+        del labels, table
+        pa.default_memory_pool().release_unused()  # which keeps a multiple of a file otherwise
 
     def _write_calendar(self, key: tuple[int, int], dates: pd.DatetimeIndex) -> None:
         if key in self._calendars:
@@ -216,34 +217,35 @@ class Store:
 
     # -- reading -----------------------------------------------------------------------------
 
-    def read(self, *, curves: bool) -> tuple[Results, list[str]]:
-        """Return the runs that are there, numbered as they stand, and the text of each.
+    def rows(self) -> Iterator[tuple[Results, list[str]]]:
+        """Yield the runs of each file and the text of each, those of older files first.
 
-        Files that cannot be read are left out, and so are runs without the dates of their curves;
-        of a run that is there twice, the later counts.
+        Files that cannot be read are left out, and so are runs without the dates of their curves.
+        A run may come again; the later counts.
         """
-        parts, keys = [], []
+        calendars = self._read_calendars()
+        self._calendars = set(calendars)
         for path in self._parts():
-            found = _read_part(path, curves=curves)
+            found = _read_part(path)
             if found is not None:
-                parts.append(found[0])
-                keys += found[1]
-        results = joined(parts)
-        results.runs[:] = np.arange(len(results))
-        results.calendars.update(self._read_calendars())
-        self._calendars = set(results.calendars)
-        latest = {
-            key: place
-            for place, (key, error, calendar) in enumerate(
-                zip(keys, results.errors, results.calendar.tolist(), strict=True)
-            )
-            if error is not None or tuple(calendar) in self._calendars
-        }
-        if len(latest) < len(keys):
-            places = np.sort(np.fromiter(latest.values(), np.int64))
-            results, keys = results.take(places), [keys[place] for place in places]
-            results.runs[:] = np.arange(len(results))
-        return results, keys
+                results, keys = found
+                yield _chosen(results, keys, _dated(results, calendars), calendars)
+
+    def latest(self) -> tuple[int, Iterator[tuple[Results, list[str]]]]:
+        """Return how many runs there are, and what yields them as `rows` does, each once."""
+        calendars = self._read_calendars()
+        paths: list[Path] = []
+        hashes: list[np.ndarray] = []
+        dated: list[np.ndarray] = []
+        for path in self._parts():
+            found = _read_part(path)
+            if found is not None:
+                results, keys = found
+                paths.append(path)
+                hashes.append(np.fromiter(map(hash, keys), np.int64, len(keys)))
+                dated.append(_dated(results, calendars))
+        kept = _latest_rows(paths, hashes, dated)
+        return sum(int(rows.sum()) for rows in kept), _kept_rows(paths, kept, calendars)
 
     def _read_calendars(self) -> dict[tuple[int, int], pd.DatetimeIndex]:
         import pyarrow as pa
@@ -306,15 +308,65 @@ def _own_columns(results: Results, keys: Sequence[str]) -> dict[str, pa.Array]:
     return found
 
 
-def _read_part(path: Path, *, curves: bool) -> tuple[Results, list[str]] | None:
+def _dated(results: Results, calendars: Calendars) -> np.ndarray:
+    """Which runs can be used: those with dates for their curves, and those that failed."""
+    rows = zip(results.calendar.tolist(), results.errors, strict=True)
+    return np.array([error is not None or tuple(key) in calendars for key, error in rows], bool)
+
+
+def _chosen(
+    results: Results, keys: Sequence[str], rows: np.ndarray, calendars: Calendars
+) -> tuple[Results, list[str]]:
+    results.calendars.update(calendars)
+    if rows.all():
+        return results, list(keys)
+    places = np.flatnonzero(rows)
+    return results.take(places), [keys[place] for place in places.tolist()]
+
+
+def _kept_rows(
+    paths: Sequence[Path], kept: Sequence[np.ndarray], calendars: Calendars
+) -> Iterator[tuple[Results, list[str]]]:
+    for path, rows in zip(paths, kept, strict=True):
+        found = _read_part(path)
+        if found is None or len(found[1]) != len(rows):
+            raise ValueError(f"{path} has changed while it was read; try again")
+        yield _chosen(*found, rows, calendars)
+
+
+def _latest_rows(
+    paths: Sequence[Path], hashes: Sequence[np.ndarray], usable: Sequence[np.ndarray]
+) -> list[np.ndarray]:
+    """Which rows of each file count: those that can be used and whose run is in no later one."""
+    if not paths:
+        return []
+    wanted = np.concatenate(usable)
+    texts = np.concatenate(hashes)
+    _, inverse, counts = np.unique(texts[wanted], return_inverse=True, return_counts=True)
+    kept = wanted.copy()
+    kept[wanted] = counts[inverse] == 1
+    ends = np.cumsum([len(one) for one in hashes])
+    again = wanted & ~kept
+    if again.any():  # few are there twice, so their texts can be compared
+        latest: dict[str, int] = {}
+        for path, end, count in zip(paths, ends.tolist(), map(len, hashes), strict=True):
+            places = np.flatnonzero(again[end - count : end]).tolist()
+            found = _read_part(path) if places else None
+            if found is not None:
+                latest.update({found[1][place]: end - count + place for place in places})
+        kept[list(latest.values())] = True
+    return np.split(kept, ends[:-1])
+
+
+def _read_part(path: Path) -> tuple[Results, list[str]] | None:
     import pyarrow as pa
     import pyarrow.parquet as pq
 
-    wanted = [*FIGURES, *EXTRAS, *_OWN[: None if curves else -1]]
+    wanted = [*FIGURES, *EXTRAS, *_OWN]
     try:
         with pq.ParquetFile(path) as file:
             there = set(file.schema_arrow.names)
-            table = file.read(columns=[name for name in wanted if name in there])
+            table = file.read([name for name in wanted if name in there], use_threads=False)
         results = Results.empty(np.arange(table.num_rows))
         for place, name in enumerate((*FIGURES, *EXTRAS)):
             results.figures[:, place] = table[name].to_numpy()
@@ -331,3 +383,6 @@ def _read_part(path: Path, *, curves: bool) -> tuple[Results, list[str]] | None:
         return results, table["run"].to_pylist()
     except (pa.ArrowException, OSError, KeyError, ValueError):
         return None
+    finally:
+        table = None
+        pa.default_memory_pool().release_unused()

@@ -17,7 +17,7 @@ from corvex.simulation.read.market_choice import choose_market
 from corvex.simulation.read.price_tables import price_table
 from corvex.sweeping.digest import digest
 from corvex.sweeping.future_check import check_signals
-from corvex.sweeping.grid import Grid, Space, read_space
+from corvex.sweeping.grid import Grid, RunFinder, Space, read_space
 from corvex.sweeping.progress import Progress, ProgressInput
 from corvex.sweeping.run_results import INTERRUPTED, Results
 from corvex.sweeping.runner import Job, Runner, Task
@@ -205,10 +205,18 @@ def open_sweep(folder: str | os.PathLike[str]) -> Sweep:
     manifest = found.manifest
     if manifest is None:
         raise ValueError(f"{folder} holds no sweep")
-    results, keys = found.read(curves=True)
-    read = [json.loads(key) for key in keys]
-    rows = [{**loads(one["signal"]), **loads(one["options"])} for one in read]
-    labels = {name: [row.get(name, "default") for row in rows] for name in manifest["parameters"]}
+    count, parts = found.latest()
+    results = Results.empty(np.arange(count))
+    labels: dict[str, list[Any]] = {name: [] for name in manifest["parameters"]}
+    done = 0
+    for part, keys in parts:
+        results.put(part, np.arange(done, done + len(part)))
+        done += len(part)
+        for key in keys:
+            read = json.loads(key)
+            row = {**loads(read["signal"]), **loads(read["options"])}
+            for name, values in labels.items():
+                values.append(row.get(name, "default"))
     rate = float(manifest["riskfree_rate"])
     kept = manifest["fingerprint"].items()
     fixed = {name: _read_shown(text) for name, text in kept if name not in _OWN_FINGERPRINT}
@@ -291,15 +299,17 @@ def _run(
 
 def _read_store(store: Store, grid: Grid, missing: np.ndarray, results: Results) -> None:
     """Take the runs that are there for those that miss, which they no longer do then."""
-    found, keys = store.read(curves=True)
-    if not keys:
-        return
-    runs = {key: run for run, key in enumerate(grid.keys()) if missing[run]}
-    failed = found.errors.astype(bool)  # may go well now
-    places = [at for at, key in enumerate(keys) if key in runs and not failed[at]]
-    at = np.array([runs[keys[place]] for place in places], dtype=np.int64)
-    results.put(found.take(np.array(places, dtype=np.int64)), at)
-    missing[at] = False
+    finder: RunFinder | None = None
+    for found, keys in store.rows():
+        finder = finder or RunFinder(grid, missing)
+        runs = finder.find(keys)
+        failed = found.errors.astype(bool)  # may go well now
+        there = np.flatnonzero((runs >= 0) & ~failed)
+        results.put(found.take(there), runs[there])
+        missing[runs[there]] = False
+        again = runs[(runs >= 0) & failed]
+        results.put(Results.empty(again, INTERRUPTED))
+        missing[again] = True
 
 
 def _tasks(grid: Grid, missing: np.ndarray) -> list[Task]:

@@ -15,7 +15,9 @@ import pandas as pd
 
 from corvex.sweeping.digest import digest
 
-__all__ = ["DEFAULT", "Named", "label", "loads", "plain", "texts", "unwrap"]
+__all__ = [
+    "DEFAULT", "Named", "joined_text", "label", "loads", "plain", "text_of", "texts", "unwrap",
+]  # fmt: skip
 
 #: The label of a parameter that a run leaves at its default, where others set it.
 DEFAULT = "default"
@@ -68,31 +70,40 @@ def plain(name: str, value: Any) -> Any:
     return value
 
 
-def texts(rows: Iterable[Mapping[str, Any]], *, for_good: bool = True) -> list[str]:
-    """Write each combination of parameters as a text: equal ones give the same.
+def text_of(name: str, value: Any, *, for_good: bool = True) -> str:
+    """Write a parameter and its value as a text: equal ones give the same.
 
     Parameters
     ----------
-    rows : iterable of mappings
-        The parameters.
+    name : str
+        The parameter.
+    value : object
+        As `plain` returns it.
     for_good : bool, default True
         Named values count by what they hold; else by identity, which costs nothing but is true of
         this process alone.
     """
+    named = isinstance(value, Named) and not for_good
+    return f"{_ENCODE(name)}:{_ENCODE(id(value.value) if named else _written(value))}"
+
+
+def texts(rows: Iterable[Mapping[str, Any]], *, for_good: bool = True) -> list[str]:
+    """Write each combination of parameters as a text; see `text_of`."""
     # Most values occur in many rows; the rows may go, so what is known by its id is kept.
     known: dict[tuple[str, int], tuple[str, Any]] = {}
 
     def written(name: str, value: Any) -> str:
         place = name, id(value)
         if place not in known:
-            named = isinstance(value, Named) and not for_good
-            form = _ENCODE(id(value.value) if named else _written(value))
-            known[place] = f"{_ENCODE(name)}:{form}", value
+            known[place] = text_of(name, value, for_good=for_good), value
         return known[place][0]
 
-    return [
-        "{" + ",".join([written(name, row[name]) for name in sorted(row)]) + "}" for row in rows
-    ]
+    return [joined_text(written(name, row[name]) for name in sorted(row)) for row in rows]
+
+
+def joined_text(parts: Iterable[str]) -> str:
+    """Join the texts of a combination's parameters, which are in the order of their names."""
+    return "{" + ",".join(parts) + "}"
 
 
 def loads(written: Mapping[str, Any]) -> dict[str, Any]:

@@ -7,6 +7,7 @@ import pytest
 
 import corvex
 from corvex.sweeping.digest import digest
+from corvex.sweeping.grid import Grid, RunFinder, read_space
 
 CALLS = []
 
@@ -173,3 +174,19 @@ def test_fingerprints_of_tables_tell_each_value_label_and_date_every_time():
     others.append(digest({**tables, "close": table.set_axis(table.index.tz_convert("UTC"))}))
     others.append(digest({**tables, "mixed": table.assign(name="y")}))
     assert len({first, *others}) == len(others) + 1
+
+
+def test_the_texts_of_a_product_are_those_of_its_rows():
+    values = {"b": [1, 2.0, 1, None], "a": ["x", "y", "x"], "c": [float("nan"), (1, 2)]}
+    whole, rows = (
+        Grid(read_space(space, "signal"), read_space({"o": [0.1, 0.1]}, "options"))
+        for space in (values, list(read_space(values, "signal")))
+    )
+    assert list(whole.keys()) == list(rows.keys()) == [whole.key(run) for run in range(48)]
+    for for_good in (True, False):
+        first = rows.first_alike(for_good=for_good)
+        assert whole.first_alike(for_good=for_good).tolist() == first.tolist()
+    assert len(set(first)) == 12
+    wanted = first == np.arange(48)
+    keys = [whole.key(run) for run in (0, 5, 47)]
+    assert RunFinder(whole, wanted).find([*keys, "other"]).tolist() == [*first[[0, 5, 47]], -1]
