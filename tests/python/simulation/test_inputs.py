@@ -85,6 +85,7 @@ def test_prices_that_cannot_be(prices, change, message):
         ({"stop_loss": 0.1, "touched_exit": True}, "no 'high' table"),
         ({"end": "yesterday-ish"}, "end must be a date"),
         ({"live_performance_start": "soon"}, "live_performance_start must be a date"),
+        ({"live_performance_start": 2022}, "must be a date such as '2024-01-31', got 2022"),
         ({"market": 3}, "market must be a name"),
         ({"benchmark": "no_such_table"}, "no_such_table"),
     ],
@@ -208,3 +209,20 @@ def test_settings_that_are_hardly_meant_are_told_once(prices, rows, options, mes
 
     assert len(told) == (message is not None)
     assert message is None or re.search(message, str(told[0].message))
+
+
+@pytest.mark.parametrize("zone", [None, "UTC", "Asia/Taipei"])
+@pytest.mark.parametrize("hours", [[0], [10, 14]])
+def test_a_span_may_be_given_by_year_month_or_number(zone, hours):
+    days = pd.bdate_range("2023-11-20", "2024-03-08", tz=zone)
+    bars = pd.DatetimeIndex([day + pd.Timedelta(hours=hour) for day in days for hour in hours])
+    prices = pd.DataFrame({"AAA": np.linspace(9.0, 11.0, len(bars))}, bars)
+    for (start, end), (first, last) in {
+        ("2024", "2024-02"): ("2024-01-01", "2024-02-29"),
+        (20240105, "2024"): ("2024-01-05", "2024-03-08"),
+        ("2023-12", 20231229): ("2023-12-01", "2023-12-29"),
+    }.items():
+        given = corvex.simulate(prices > 0, prices, market="us_stock", start=start, end=end)
+        plain = corvex.simulate(prices > 0, prices, market="us_stock", start=first, end=last)
+        assert given.creturn.equals(plain.creturn)
+        assert zone is not None or str(given.creturn.index[-1].date()) == last

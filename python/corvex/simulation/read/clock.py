@@ -6,6 +6,8 @@ than prices. Everything is brought to the prices' clock here, so that the rest c
 
 from __future__ import annotations
 
+import numbers
+import re
 from functools import cached_property, partial
 from typing import TYPE_CHECKING, Any, NamedTuple
 
@@ -25,6 +27,7 @@ __all__ = ["Border", "Clock", "Stamps", "as_dates", "dated_table"]
 
 _DAY = pd.Timedelta(days=1)
 _TICK = pd.Timedelta(1, unit="ns")
+_PERIOD = re.compile(r"\d{4}(-\d{2})?")
 
 
 def as_dates(values: Any, what: str) -> pd.DatetimeIndex:
@@ -55,6 +58,23 @@ def as_dates(values: Any, what: str) -> pd.DatetimeIndex:
         raise ValueError(f"{what} holds a missing date at position {int(np.argmax(index.isna()))}")
     require_in_range(index, what, traded=True)
     return index
+
+
+def _one_date(when: Any, what: str, *, last: bool) -> pd.Timestamp:
+    if isinstance(when, numbers.Number) and not isinstance(when, bool):
+        # As in a table: pandas would take nanoseconds since 1970.
+        if dates_of_numbers([when]) is None:
+            raise ValueError(f"{what} must be a date such as '2024-01-31', got {when!r}")
+        return _numbers_as_dates(pd.Index([when]), what)[0]
+    try:
+        given = pd.Timestamp(when)
+        if last and isinstance(when, str) and _PERIOD.fullmatch(when.strip()):
+            given = pd.Period(when.strip()).end_time.normalize()
+    except (TypeError, ValueError) as error:
+        raise ValueError(f"{what} must be a date, got {when!r}") from error
+    if pd.isna(given):
+        raise ValueError(f"{what} must be a date, got {when!r}")
+    return given
 
 
 def _numbers_as_dates(index: pd.Index, what: str) -> pd.DatetimeIndex:
@@ -293,17 +313,14 @@ class Clock:
     def border(self, when: Any, what: str, *, last: bool = False) -> Border:
         """Read where a span begins or, as its `last` moment, ends; a date includes its whole day.
 
+        The text of a year or a month stands for its first day, as the last moment for its last.
+
         Raises
         ------
         ValueError
             When `when` is not a date.
         """
-        try:
-            given = pd.Timestamp(when)
-        except (TypeError, ValueError) as error:
-            raise ValueError(f"{what} must be a date, got {when!r}") from error
-        if pd.isna(given):
-            raise ValueError(f"{what} must be a date, got {when!r}")
+        given = _one_date(when, what, last=last)
         # Out of an array, which keeps the unit: some versions of pandas make it nanoseconds else.
         require_in_range(pd.DatetimeIndex(np.array([given.asm8])), what, traded=True)
         dates = pd.DatetimeIndex([given.as_unit("ns")])
