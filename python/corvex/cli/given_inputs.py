@@ -3,20 +3,42 @@
 from __future__ import annotations
 
 from pathlib import Path
-from typing import TYPE_CHECKING
+from typing import TYPE_CHECKING, Any
 
 from corvex.cli.console import note
 
 if TYPE_CHECKING:
     import pandas as pd
 
+    from corvex.accounts import Account
     from corvex.cli.readers.curve_file import CurveFile
 
-__all__ = ["benchmark_of", "prices_of", "weights_of"]
+__all__ = ["account_of", "accounts_of", "benchmark_of", "prices_of", "weights_of"]
 
 #: What the tables of prices are called that `corvex.simulate` takes.
 _FIELDS = ("open", "high", "low", "close", "volume")
 _NAMES = (*_FIELDS, *(f"adj_{name}" for name in _FIELDS))
+
+
+def account_of(file: Path, max_megabytes: int) -> Account:
+    """Read the terms of an account."""
+    from corvex.cli.readers.account_file import read_account
+
+    return read_account(file, max_megabytes)
+
+
+def accounts_of(files: list[Any], max_megabytes: int) -> dict[str, Account | None]:
+    """Read the terms of several accounts, by their files' names without endings.
+
+    None among the files is no account, "none".
+    """
+    found: dict[str, Account | None] = {}
+    for file in files:
+        name = "none" if file is None else Path(file).stem
+        if name in found:
+            raise ValueError(f"there are two accounts {name!r}; give their files other names")
+        found[name] = None if file is None else account_of(Path(file), max_megabytes)
+    return found
 
 
 def weights_of(file: Path, max_megabytes: int) -> pd.DataFrame:

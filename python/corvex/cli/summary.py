@@ -45,6 +45,8 @@ _WORDS: dict[str, dict[str, str]] = {
         "tax": "tax {tax} on sales",
         "slippage": "slippage {slippage}",
         "no_costs": "no fee, no tax",
+        "by asset": "by asset",
+        "by value": "by value",
         "paid": "in all {total} of the first equity",
         "turnover": "turnover {turnover} a year",
         "rate": "Risk-free rate",
@@ -76,6 +78,8 @@ _WORDS: dict[str, dict[str, str]] = {
         "tax": "賣出交易稅 {tax}",
         "slippage": "滑價 {slippage}",
         "no_costs": "無手續費、無交易稅",
+        "by asset": "依標的",
+        "by value": "依金額",
         "paid": "累計為期初淨值的 {total}",
         "turnover": "年週轉率 {turnover}",
         "rate": "無風險利率",
@@ -145,7 +149,7 @@ def summary(report: Report, name: str | None, lang: str, riskfree_rate: float | 
         ("trades", _trades(report, words)),
         ("against", _against(report, span, words)),
         ("costs", _costs(report, words)),
-        ("rate", words["rate_text"].format(rate=_rate(riskfree))),
+        ("rate", words["rate_text"].format(rate=_rate(riskfree, words))),
         *(("rebalance", line) for line in _actions(report, lang)),
     ]
     rows = [(words[key], text) for key, text in rows if text]
@@ -258,7 +262,7 @@ def _costs(report: Report, words: Mapping[str, str]) -> str:
 
     found = costs(report)
     rates = [
-        words[key].format(**{key: _rate(found[name])})
+        words[key].format(**{key: _rate(found[name], words)})
         for key, name in (
             ("fee", "fee_ratio"),
             ("tax", "tax_ratio"),
@@ -266,7 +270,7 @@ def _costs(report: Report, words: Mapping[str, str]) -> str:
         )
         if found[name]
     ]
-    parts = rates or [words["no_costs"]]
+    parts = rates or ([] if found["total"] else [words["no_costs"]])
     if found["total"]:
         parts.append(words["paid"].format(total=percent(found["total"])))
     if found["turnover"] is not None:
@@ -301,5 +305,7 @@ def _wrapped(label: str, text: str, wide: int) -> list[str]:
     return [line.rstrip() for line in lines]
 
 
-def _rate(value: float) -> str:
+def _rate(value: float | str, words: Mapping[str, str]) -> str:
+    if isinstance(value, str):  # an account's, which is no single number
+        return words[value]
     return f"{round(value * 100, 4):g}%"

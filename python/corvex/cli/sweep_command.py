@@ -9,7 +9,7 @@ from collections.abc import Iterator
 from pathlib import Path
 from typing import TYPE_CHECKING, Any
 
-from corvex.cli.given_inputs import benchmark_of, prices_of
+from corvex.cli.given_inputs import account_of, accounts_of, benchmark_of, prices_of
 from corvex.cli.parameter_texts import read_options, read_signals
 from corvex.cli.strategy_file import load_function
 
@@ -62,7 +62,12 @@ class SweepCommand:
         import corvex
 
         signal = read_signals(self.signal)
-        varying, fixed = read_options(self.option)
+        read, fixed = read_options(self.option)
+        varying: dict[str, Any] = {**read}
+        if "account" in varying:
+            varying["account"] = accounts_of(varying["account"], self.max_size)
+        if fixed.get("account") is not None:
+            fixed["account"] = account_of(Path(fixed["account"]), self.max_size)
         if fixed.get("benchmark") is not None:
             fixed["benchmark"] = benchmark_of(fixed["benchmark"], self.max_size)
         prices = prices_of(self.prices, self.max_size)
@@ -129,7 +134,9 @@ class SweepCommand:
 def _whole(text: str) -> str:
     """Return ``name=file`` or a file with the file's whole path; another text as it is."""
     name, mark, place = text.rpartition("=")
-    return f"{name}{mark}{Path(place).absolute()}" if Path(place).is_file() else text
+    places = place.split(",") if name == "account" else [place]
+    whole = [str(Path(one).absolute()) if Path(one).is_file() else one for one in places]
+    return f"{name}{mark}{','.join(whole)}"
 
 
 @contextlib.contextmanager

@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from collections.abc import Iterable, Mapping, Sequence
+from collections.abc import Iterable, Iterator, Mapping, Sequence
 from dataclasses import dataclass
 from typing import TYPE_CHECKING, Any, Literal
 
@@ -19,7 +19,7 @@ if TYPE_CHECKING:
 
 __all__ = ["Cell", "Form", "Sheet", "sheets_of"]
 
-type Form = Literal["text", "percent", "ratio", "count", "price", "date"]
+type Form = Literal["text", "percent", "ratio", "count", "price", "money", "date"]
 
 _FORMS: dict[str, Form] = {"fraction": "percent", "count": "count", "days": "ratio", "date": "date"}
 _MONTHS = ("Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec")
@@ -30,6 +30,7 @@ _RUN = {
     "fee_ratio": "Fee on each side", "tax_ratio": "Tax on sales", "slippage_ratio": "Slippage",
     "generated": "Written at (UTC)",
 }  # fmt: skip
+_RATE_TEXTS = ("by asset", "by value")  # of an account, where others have a ratio
 _OF_RUN: dict[str, Form] = {
     "start": "date", "end": "date", "generated": "date", "riskfree": "percent",
     "fee_ratio": "percent", "tax_ratio": "percent", "slippage_ratio": "percent",
@@ -70,7 +71,10 @@ class Sheet:
 
 
 def sheets_of(report: Report) -> list[Sheet]:
-    """Return the sheets: figures, monthly returns, holdings, trades and the daily equity."""
+    """Return the sheets: figures, monthly returns, holdings, trades and the daily equity.
+
+    Of a run that kept an account also its money by session.
+    """
     facts = collect(report, confidence=False).facts
     return [
         _figures(facts),
@@ -78,6 +82,7 @@ def sheets_of(report: Report) -> list[Sheet]:
         _holdings(facts["holdings"]),
         _trades(report.trades),
         _equity(read_curves(report)),
+        *_account(getattr(report, "account", None)),
     ]
 
 
@@ -87,7 +92,8 @@ def _figures(facts: Mapping[str, Any]) -> Sheet:
     own |= {**(stats["trades"] or {}), **costs, **stats["strategy"]}
     market = stats["benchmark"] or {}
     rows = [
-        [Cell("Run", "text"), Cell(label, "text"), Cell(value, _OF_RUN.get(name, "text")),
+        [Cell("Run", "text"), Cell(label, "text"),
+         Cell(value, "text" if value in _RATE_TEXTS else _OF_RUN.get(name, "text")),
          Cell(None, "text"), Cell(name, "text")]
         for name, label in _RUN.items()
         if (value := {**costs, **facts["meta"]}.get(name)) is not None
@@ -122,14 +128,29 @@ def _months(years: Sequence[Mapping[str, Any]]) -> Sheet:
 def _holdings(held: Mapping[str, Any]) -> Sheet:
     rows = [
         [Cell(row["asset"], "text"), Cell(row["weight"], "percent"), Cell(row["next"], "percent"),
-         Cell(row["action"], "text"), Cell(row["entry"], "date"), Cell(row["return"], "percent")]
+         Cell(row["action"], "text"), Cell(row["entry"], "date"), Cell(row["return"], "percent"),
+         Cell(row["shares"], "price"), Cell(row["money"], "money")]
         for row in held["rows"]
     ]  # fmt: skip
     blank = Cell(None, "text")
     cash = Cell(held["cash"], "percent"), Cell(held["next_cash"], "percent")
-    rows.append([Cell("cash", "text"), *cash, blank, blank, blank])
-    header = ("asset", "weight", "next weight", "action", "entry date", "return")
-    return Sheet("Holdings", header, rows, len(rows))
+    money = Cell(held["cash_money"], "money")
+    rows.append([Cell("cash", "text"), *cash, blank, blank, blank, blank, money])
+    header = ("asset", "weight", "next weight", "action", "entry date", "return", "shares", "money")
+    width = len(header) if held["cash_money"] is not None else len(header) - 2
+    return Sheet("Holdings", header[:width], [row[:width] for row in rows], len(rows))
+
+
+def _account(account: pd.DataFrame | None) -> Iterator[Sheet]:
+    if account is None:
+        return
+    rows = (
+        [Cell(date, "date"), *(Cell(float(value), "money") for value in values)]
+        for date, values in zip(account.index, account.to_numpy(), strict=True)
+    )
+    zone = _zone(account.index.to_series())
+    date = f"date ({zone})" if zone else "date"
+    yield Sheet("Account", (date, *account.columns), rows, len(account))
 
 
 def _trades(trades: pd.DataFrame) -> Sheet:

@@ -24,6 +24,7 @@ __all__ = ["save_workbook"]
 
 _FORMATS: dict[Form, str] = {
     "text": "General", "percent": "0.00%", "ratio": "0.00", "count": "#,##0", "price": "0.0000",
+    "money": "#,##0.00",
     "date": "yyyy-mm-dd",
 }  # fmt: skip
 _TIMED = "yyyy-mm-dd hh:mm:ss"

@@ -3,6 +3,7 @@
 import json
 import re
 import shlex
+import warnings
 from pathlib import Path
 from unittest import mock
 
@@ -97,6 +98,56 @@ def test_long_form_is_read_like_wide(run, prices):
     assert set(saved.trades["symbol"]) == {"A", "B", "0050", "D"}  # ids keep their zeros
     twice = ("--prices", "bars.csv", "--prices", "open=prices.csv")
     assert "give it alone" in run("simulate", "signals.csv", *twice)[2]
+
+
+def test_accounts_come_from_files(run, prices, tmp_path):
+    paid = pd.DataFrame({"A": [1.0]}, prices.index[40:41].rename("date"))
+    paid.to_csv("paid.csv")
+    guide = re.search(r"```toml\n(.*?)```", GUIDE.read_text(encoding="utf-8"), re.S)[1]
+    guide = guide.replace("dividends.csv", "paid.csv").replace("AAPL", "A").replace("MSFT", "B")
+    (tmp_path / "broker.toml").write_text(guide)
+    terms = {"capital": 1000, "lot_size": {"A": 1, "B": 2, "0050": 1, "D": 1}, "flows": "flow.csv"}
+    (tmp_path / "other.json").write_text(json.dumps(terms))
+    (tmp_path / "flow.csv").write_text("date,amount\n2016-01-04,500\n2017-01-03,-100\n")
+    marks = prices.pct_change(63).rank(axis=1) > 2
+    marks.to_csv("marks.csv")
+    rates = pd.Series([0.015, 0.0025], pd.to_datetime(["2020-01-01", "2020-03-16"]))
+    accounts = {
+        "broker.toml": corvex.Account(
+            capital=100_000, cash_rate=rates, lot_size=1, min_fee=1, max_fee_ratio=0.01,
+            fee_table={0: 0.001, 50_000: 0.0005}, borrow_rate=pd.Series({"A": 0.003, "B": 0.004}),
+            dividends=paid,
+        ),
+        "other.json": corvex.Account(
+            capital=1000, lot_size=pd.Series(terms["lot_size"]),
+            flows=pd.Series([500.0, -100.0], pd.to_datetime(["2016-01-04", "2017-01-03"])),
+        ),
+    }  # fmt: skip
+    for file, account in accounts.items():
+        arguments = ("--account", file, "--resample", "ME", "--market", "us_stock", "--out", ".")
+        status, _, err = run("simulate", "marks.csv", "--prices", "prices.csv", *arguments)
+        assert status == 0, err
+        with warnings.catch_warnings(action="ignore"):
+            expected = corvex.simulate(
+                marks, prices, resample="ME", market="us_stock", account=account
+            )
+        np.testing.assert_allclose(corvex.load("marks.corvex").account, expected.account)
+    varied = ("--option", "account=none,broker.toml,other.json", "--store", "kept", *SWEEP[1:6])
+    status, out, err = run("sweep", *varied)
+    assert (status, {"none", "broker", "other"} <= set(out.split())) == (0, True), err
+    where = ("--train", "2YE", "--where", "account=other", "--out", "walk.corvex")
+    assert run("walk-forward", "kept", *where)[0] == 0
+    assert corvex.load("walk.corvex").settings["account"]["capital"] == 1000
+    for text, message in (
+        ("lot_sise = 1", "broker.toml has an unknown term 'lot_sise'; did you mean 'lot_size'?"),
+        ("capital = -1", "broker.toml: capital must be a number above 0"),
+        ("capital = ", "broker.toml cannot be read"),
+        ('flows = "prices.csv"', "prices.csv holds 4 columns of values; flows is one"),
+    ):
+        (tmp_path / "broker.toml").write_text(text)
+        status, _, err = run("simulate", "marks.csv", "--prices", "prices.csv", *arguments[:1],
+                             "broker.toml")  # fmt: skip
+        assert (status, message in err) == (1, True), err
 
 
 @pytest.mark.parametrize(

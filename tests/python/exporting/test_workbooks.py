@@ -86,6 +86,27 @@ def test_sheets_hold_the_report(report, tmp_path):
     assert equity[0][3] is None  # the benchmark starts late
 
 
+@pytest.mark.parametrize("zone", [None, "Asia/Taipei"])
+def test_the_money_of_an_account_has_a_sheet(zone, tmp_path):
+    days = pd.bdate_range("2022-12-01", periods=20, tz=zone)
+    prices = pd.DataFrame({"AAA": 100.0, "BBB": 50.0}, days)
+    account = corvex.Account(capital=5_025, lot_size=1, fee_table={0: 0.001})
+    weights = pd.DataFrame({"AAA": [0.5], "BBB": [0.2]}, days[:1])
+    report = corvex.simulate(weights, prices, market="us_stock", account=account)
+    corvex.save_workbook(report, tmp_path / "a.xlsx")
+    sheets = read(tmp_path / "a.xlsx")
+    assert {row[4]: row[2] for row in sheets["Figures"]}["fee_ratio"] == "by value"
+    held = {row[0]: row[6:] for row in sheets["Holdings"]}
+    cash = pytest.approx(5_025 - 3_500 - 3.5)
+    assert held == {"asset": ("shares", "money"), "AAA": (25, 2500), "BBB": (20, 1000),
+                    "cash": (None, cash)}  # fmt: skip
+    header, *rows = sheets["Account"]
+    assert header[0] == ("date" if zone is None else f"date ({zone})")
+    assert header[1:] == tuple(report.account.columns)
+    assert rows[-1][0] == datetime.datetime(2022, 12, 28)
+    np.testing.assert_allclose([row[1:] for row in rows], report.account)
+
+
 def test_refusals_leave_no_file(report, tmp_path, monkeypatch):
     with pytest.raises(ValueError, match=r"must end in \.xlsx"):
         corvex.save_workbook(report, tmp_path / "r.xls")

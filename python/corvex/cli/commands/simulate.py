@@ -92,6 +92,13 @@ def simulate(
     leverage: Annotated[
         bool, typer.Option("--leverage", help="Let weights sum to more than 1.")
     ] = False,
+    account: Annotated[
+        Path | None,
+        typer.Option(
+            help="TOML or JSON with the terms of an account: capital, cash_rate, lot_size, min_fee"
+            " and more."
+        ),
+    ] = None,
     start: Annotated[str | None, typer.Option(help="First date of the run.")] = None,
     end: Annotated[str | None, typer.Option(help="Last date of the run.")] = None,
     live_start: Annotated[
@@ -118,7 +125,7 @@ def simulate(
 
     The weights of a date are filled on the first session after it. Rows hold until the next one.
     """
-    from corvex.cli.given_inputs import benchmark_of, prices_of, weights_of
+    from corvex.cli.given_inputs import account_of, benchmark_of, prices_of, weights_of
     from corvex.cli.shown import Delivery
     from corvex.cli.summary import language
 
@@ -130,6 +137,7 @@ def simulate(
     table = weights_of(weights, max_size)
     given = prices_of(prices, max_size)
     beside = None if benchmark is None else benchmark_of(benchmark, max_size)
+    terms = None if account is None else account_of(account, max_size)
     import corvex
 
     delivery.deliver(
@@ -139,6 +147,6 @@ def simulate(
             take_profit=take_profit, trail_stop=trail_stop, touched_exit=touched_exit,
             stop_cooldown=stop_cooldown, position_limit=position_limit, leverage=leverage,
             start=start, end=end, market=market, benchmark=beside,
-            live_performance_start=live_start, name=title,
+            live_performance_start=live_start, name=title, account=terms,
         )
     )  # fmt: skip
