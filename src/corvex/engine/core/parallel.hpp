@@ -12,8 +12,9 @@
 namespace corvex::engine::inline v1 {
 
 /// Calls `work(begin, end)` on consecutive pieces of [0, count), `step` long, from several threads.
-/// The order of the pieces is open, so each must write to a place of its own. The first exception
-/// that a piece throws is thrown on, after all threads have ended.
+/// The order of the pieces is open, so each must write to a place of its own. Each thread calls its
+/// own copy of `work`, whose members are thus memory that the thread keeps from piece to piece. The
+/// first exception that a piece throws is thrown on, after all threads have ended.
 ///
 /// @param threads  0 = one for each core; never more than there are pieces
 template <typename Work>
@@ -25,14 +26,15 @@ void in_parallel(std::size_t count, std::size_t step, unsigned threads, const Wo
     std::exception_ptr failure;
     std::mutex guard;
     const auto run = [&] {
-        for (std::size_t piece = next++; piece < pieces; piece = next++) {
-            try {
-                work(piece * step, std::min(count, (piece + 1) * step));
-            } catch (...) {
-                const std::scoped_lock held(guard);
-                failure = failure ? failure : std::current_exception();
-                next = pieces;
+        try {
+            Work own = work;
+            for (std::size_t piece = next++; piece < pieces; piece = next++) {
+                own(piece * step, std::min(count, (piece + 1) * step));
             }
+        } catch (...) {
+            const std::scoped_lock held(guard);
+            failure = failure ? failure : std::current_exception();
+            next = pieces;
         }
     };
     std::vector<std::jthread> helpers;

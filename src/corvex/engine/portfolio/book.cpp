@@ -13,8 +13,8 @@ namespace {
 
 /// Sum of shares x prices. Several partial sums run side by side: each addition would else wait
 /// for the one before it.
-CORVEX_VECTOR_CLONES
-double sum_products(const double* shares, const double* prices, std::size_t count) {
+[[gnu::always_inline]] inline double sum_products(const double* shares, const double* prices,
+                                                  std::size_t count) {
     Lanes sums[4] = {};
     std::size_t k = 0;
     for (; k + 4 * kLanes <= count; k += 4 * kLanes) {
@@ -31,6 +31,14 @@ double sum_products(const double* shares, const double* prices, std::size_t coun
         total += shares[k] * prices[k];
     }
     return total;
+}
+
+/// The same for rows that follow each other.
+CORVEX_VECTOR_CLONES
+void sum_rows(const double* shares, const double* rows, std::size_t count, std::span<double> out) {
+    for (std::size_t k = 0; k < out.size(); ++k) {
+        out[k] = sum_products(shares, rows + k * count, count);
+    }
 }
 
 /// The same over chosen columns of a row.
@@ -61,18 +69,24 @@ Book::Book(const PriceTable& close, const Costs& costs, double cash, const Curre
     held_shares_.reserve(close.assets);
 }
 
-double Book::dot(const double* row) const {
+/// Values of the holdings in rows that follow each other; NaN where a price is missing.
+void Book::dots(const double* row, std::span<double> out) const {
     if (held_.size() == close_.assets) {
-        return sum_products(shares_.data(), row, held_.size());
+        sum_rows(shares_.data(), row, close_.assets, out);
+        return;
     }
-    return sum_gathered(held_shares_.data(), held_.data(), row, held_.size());
+    for (double& value : out) {
+        value = sum_gathered(held_shares_.data(), held_.data(), row, held_.size());
+        row += close_.assets;
+    }
 }
 
 double Book::mark(std::size_t session) {
     if (changed_) {
         refresh_held();
     }
-    const double value = dot(close_.row(session));
+    double value = 0.0;
+    dots(close_.row(session), {&value, 1});
     return std::isnan(value) ? mark_with_gaps(session) : value;
 }
 
@@ -85,8 +99,9 @@ void Book::equities(std::size_t session, std::span<double> out) {
         return;
     }
     if (held_.size() > 1) {
+        dots(close_.row(session), out);
         for (std::size_t k = 0; k < out.size(); ++k) {
-            out[k] = cash_ + mark(session + k);
+            out[k] = cash_ + (std::isnan(out[k]) ? mark_with_gaps(session + k) : out[k]);
         }
         return;
     }

@@ -68,7 +68,7 @@ class Book {
     }
 
   private:
-    [[nodiscard]] double dot(const double* row) const;
+    void dots(const double* row, std::span<double> out) const;
     [[nodiscard]] double at_rate_of(std::size_t asset, std::int64_t noted, std::size_t session,
                                     double price) const;
     double mark_with_gaps(std::size_t session);

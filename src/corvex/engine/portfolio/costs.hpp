@@ -25,6 +25,9 @@ struct CostTotals {
     double slippage = 0.0;
     double traded = 0.0; ///< quoted value of buys and sells
 
+    [[nodiscard]] bool any() const {
+        return traded != 0.0 || fees != 0.0 || taxes != 0.0 || slippage != 0.0;
+    }
     /// Adds the fills of one moment by their quoted values (both positive).
     void add(const Costs& costs, double bought, double sold);
 };

@@ -13,6 +13,13 @@ inline void require(bool condition, const std::string& message) {
     }
 }
 
+/// A literal becomes a string only where it is thrown.
+inline void require(bool condition, const char* message) {
+    if (!condition) {
+        throw std::invalid_argument(message);
+    }
+}
+
 /// @throws std::invalid_argument for shares that are no finite number: too small a price buys them.
 inline void require_countable(double shares) {
     if (!std::isfinite(shares)) {

@@ -4,6 +4,7 @@
 #include "corvex/engine/portfolio/fill_log.hpp"
 #include "corvex/engine/trades/round_trip.hpp"
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <vector>
@@ -17,7 +18,8 @@ struct SimulationResult {
     std::vector<double> fees; ///< paid in each session, in units of the initial equity
     std::vector<double> taxes;
     std::vector<double> slippage;
-    std::vector<double> traded; ///< quoted value of buys and sells
+    std::vector<double> traded;            ///< quoted value of buys and sells
+    std::vector<std::size_t> trading_rows; ///< ascending; in all others these four are zero
     std::vector<RoundTrip> round_trips;
     Fills fills;
     std::int64_t ruin_session = -1;

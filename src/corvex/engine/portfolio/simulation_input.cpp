@@ -1,7 +1,7 @@
 #include "corvex/engine/portfolio/simulation_input.hpp"
 
-#include "corvex/engine/core/lanes.hpp"
 #include "corvex/engine/portfolio/require.hpp"
+#include "corvex/engine/series/curve.hpp"
 
 #include <algorithm>
 
@@ -41,24 +41,8 @@ void validate_plan(const Plan& plan, const PriceSet& prices) {
 
 } // namespace
 
-CORVEX_VECTOR_CLONES
 void require_finite(std::span<const double> weights) {
-    // Every value times zero is zero, unless it is missing or infinite.
-    Lanes sums[2] = {};
-    std::size_t k = 0;
-    for (; k + 2 * kLanes <= weights.size(); k += 2 * kLanes) {
-        Lanes one;
-        Lanes other;
-        load(&weights[k], one);
-        load(&weights[k + kLanes], other);
-        sums[0] += one * 0.0;
-        sums[1] += other * 0.0;
-    }
-    double total = sum(sums[0] + sums[1]);
-    for (; k < weights.size(); ++k) {
-        total += weights[k] * 0.0;
-    }
-    require(total == 0.0, "the target weights must be finite");
+    require(all_finite(weights), "the target weights must be finite");
 }
 
 void validate(const SimulationInput& input) {

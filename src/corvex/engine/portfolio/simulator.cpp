@@ -200,6 +200,9 @@ void Simulator::write_down(std::size_t session) {
         if (account_ != nullptr) {
             account_->end(book_, session, equity, paid_);
         }
+        if (paid_.any()) {
+            out_.trading_rows.push_back(at);
+        }
         paid_ = {};
     }
     write_position(session);

@@ -1,5 +1,7 @@
 #include "corvex/engine/series/curve.hpp"
 
+#include "corvex/engine/core/lanes.hpp"
+
 #include <algorithm>
 #include <cmath>
 #include <stdexcept>
@@ -11,9 +13,7 @@ PresentCurve::PresentCurve(std::span<const double> values, std::span<const Nanos
     if (values.size() != times.size()) {
         throw std::invalid_argument("a curve needs as many times as values");
     }
-    // v - v is 0 for a finite value and NaN otherwise: one cheap pass tells that nothing is amiss.
-    const auto finite = [](double v) { return v - v == 0.0; };
-    if (std::all_of(values.begin(), values.end(), finite)) {
+    if (all_finite(values)) {
         return;
     }
     for (std::size_t i = 0; i < values.size(); ++i) {
@@ -28,6 +28,27 @@ PresentCurve::PresentCurve(std::span<const double> values, std::span<const Nanos
     }
     values_ = kept_values_;
     times_ = kept_times_;
+}
+
+CORVEX_VECTOR_CLONES
+bool all_finite(std::span<const double> values) {
+    // Every value times zero is zero, unless it is missing or infinite.
+    Lanes one_sum{};
+    Lanes other_sum{};
+    std::size_t i = 0;
+    for (; i + 2 * kLanes <= values.size(); i += 2 * kLanes) {
+        Lanes one;
+        Lanes other;
+        load(values.data() + i, one);
+        load(values.data() + i + kLanes, other);
+        one_sum += one * 0.0;
+        other_sum += other * 0.0;
+    }
+    double total = sum(one_sum + other_sum);
+    for (; i < values.size(); ++i) {
+        total += values[i] * 0.0;
+    }
+    return total == 0.0;
 }
 
 std::ptrdiff_t first_unordered(std::span<const Nanos> times) {

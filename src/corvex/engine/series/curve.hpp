@@ -36,6 +36,9 @@ class PresentCurve {
     std::vector<std::size_t> rows_;
 };
 
+/// Whether no value is missing or infinite.
+bool all_finite(std::span<const double> values);
+
 /// Row of the first time that is not later than the one before it; -1 when all increase.
 std::ptrdiff_t first_unordered(std::span<const Nanos> times);
 

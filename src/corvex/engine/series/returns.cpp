@@ -1,11 +1,14 @@
 #include "corvex/engine/series/returns.hpp"
 
+#include "corvex/engine/core/lanes.hpp"
+
 #include <algorithm>
 #include <cmath>
 #include <stdexcept>
 
 namespace corvex::engine::inline v1 {
 
+CORVEX_VECTOR_CLONES
 std::vector<double> simple_returns(std::span<const double> values) {
     if (values.size() < 2) {
         return {};
@@ -37,6 +40,7 @@ double return_within(std::span<const double> values, std::span<const Period> per
     return values[period.last] / values[base] - 1.0;
 }
 
+CORVEX_VECTOR_CLONES
 void rebase(std::span<const double> values, double base, std::span<double> out) {
     if (values.size() != out.size()) {
         throw std::invalid_argument("rebase needs an output as long as its input");

@@ -1,6 +1,7 @@
 #include "corvex/engine/statistics/moments.hpp"
 
 #include "corvex/engine/core/lanes.hpp"
+#include "corvex/engine/series/curve.hpp"
 
 #include <algorithm>
 #include <array>
@@ -15,24 +16,17 @@ namespace {
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
-/// Independent partial sums: the additions overlap, and their rounding errors stay small.
-using PartialSums = std::array<double, kLanes>;
+/// Independent partial sums, one a lane: their additions overlap, and their rounding errors stay
+/// small. Values beyond the last whole lanes go to the first.
+using Parts = std::array<double, kLanes>;
 
-double total(const PartialSums& sums) { return std::accumulate(sums.begin(), sums.end(), 0.0); }
-
-/// Calls `add(lane, value)` for each value, the lanes in turn.
-template <typename Add>
-void for_each_lane(std::span<const double> values, const Add& add) {
-    std::size_t i = 0;
-    for (; i + kLanes <= values.size(); i += kLanes) {
-        for (std::size_t lane = 0; lane < kLanes; ++lane) {
-            add(lane, values[i + lane]);
-        }
-    }
-    for (; i < values.size(); ++i) {
-        add(0, values[i]);
-    }
+Parts parts_of(const Lanes& lanes) {
+    Parts parts;
+    store(lanes, parts.data());
+    return parts;
 }
+
+double total(const Parts& parts) { return std::accumulate(parts.begin(), parts.end(), 0.0); }
 
 struct FirstPass {
     double sum;
@@ -40,20 +34,28 @@ struct FirstPass {
     double worst;
 };
 
+CORVEX_VECTOR_CLONES
 FirstPass sum_and_extremes(std::span<const double> values) {
-    PartialSums sum{};
-    PartialSums best;
-    PartialSums worst;
-    best.fill(-std::numeric_limits<double>::infinity());
-    worst.fill(std::numeric_limits<double>::infinity());
-    const auto add = [&](std::size_t lane, double value) {
-        sum[lane] += value;
-        best[lane] = value > best[lane] ? value : best[lane];
-        worst[lane] = value < worst[lane] ? value : worst[lane];
-    };
-    for_each_lane(values, add);
-    return {total(sum), *std::max_element(best.begin(), best.end()),
-            *std::min_element(worst.begin(), worst.end())};
+    constexpr double kInfinity = std::numeric_limits<double>::infinity();
+    Lanes sums{};
+    Lanes highest = Lanes{} - kInfinity;
+    Lanes lowest = Lanes{} + kInfinity;
+    std::size_t i = 0;
+    for (; i + kLanes <= values.size(); i += kLanes) {
+        Lanes value;
+        load(values.data() + i, value);
+        sums += value;
+        highest = value > highest ? value : highest;
+        lowest = value < lowest ? value : lowest;
+    }
+    for (; i < values.size(); ++i) {
+        const double value = values[i];
+        sums[0] += value;
+        highest[0] = value > highest[0] ? value : highest[0];
+        lowest[0] = value < lowest[0] ? value : lowest[0];
+    }
+    return {total(parts_of(sums)), std::ranges::max(parts_of(highest)),
+            std::ranges::min(parts_of(lowest))};
 }
 
 /// Sums of powers of the distances to the mean, and of the squared losses below the target.
@@ -64,23 +66,45 @@ struct SecondPass {
     double losses;
 };
 
+/// The same sums of single values (double) or of several beside each other (Lanes).
+template <typename Number>
+struct Powers {
+    Number squares{};
+    Number cubes{};
+    Number fourths{};
+    Number losses{};
+
+    [[gnu::always_inline]] void add(const Number& value, double mean, double target) {
+        const Number distance = value - mean;
+        const Number square = distance * distance;
+        const Number excess = value - target;
+        const Number loss = excess < 0.0 ? excess : Number{};
+        squares += square;
+        cubes += square * distance;
+        fourths += square * square;
+        losses += loss * loss;
+    }
+};
+
+CORVEX_VECTOR_CLONES
 SecondPass sum_powers(std::span<const double> values, double mean, double target) {
-    PartialSums squares{};
-    PartialSums cubes{};
-    PartialSums fourths{};
-    PartialSums losses{};
-    const auto add = [&](std::size_t lane, double value) {
-        const double distance = value - mean;
-        const double square = distance * distance;
-        const double excess = value - target;
-        const double loss = excess < 0.0 ? excess : 0.0;
-        squares[lane] += square;
-        cubes[lane] += square * distance;
-        fourths[lane] += square * square;
-        losses[lane] += loss * loss;
-    };
-    for_each_lane(values, add);
-    return {total(squares), total(cubes), total(fourths), total(losses)};
+    Powers<Lanes> sums;
+    std::size_t i = 0;
+    for (; i + kLanes <= values.size(); i += kLanes) {
+        Lanes value;
+        load(values.data() + i, value);
+        sums.add(value, mean, target);
+    }
+    Powers<double> first{sums.squares[0], sums.cubes[0], sums.fourths[0], sums.losses[0]};
+    for (; i < values.size(); ++i) {
+        first.add(values[i], mean, target);
+    }
+    sums.squares[0] = first.squares;
+    sums.cubes[0] = first.cubes;
+    sums.fourths[0] = first.fourths;
+    sums.losses[0] = first.losses;
+    return {total(parts_of(sums.squares)), total(parts_of(sums.cubes)),
+            total(parts_of(sums.fourths)), total(parts_of(sums.losses))};
 }
 
 double skewness(double n, double squares, double cubes) {
@@ -128,7 +152,7 @@ Moments moments_of_present(std::span<const double> values, double target) {
 
 Moments moments(std::span<const double> returns, double target) {
     const auto missing = [](double value) { return std::isnan(value); };
-    if (std::none_of(returns.begin(), returns.end(), missing)) {
+    if (all_finite(returns) || std::ranges::none_of(returns, missing)) {
         return moments_of_present(returns, target);
     }
     std::vector<double> present(returns.begin(), returns.end());

@@ -18,26 +18,25 @@ constexpr int kMonthsPerYear = 12;
 
 /// Returns of the curve's daily bars. An intraday curve is read at the last value of each day, and
 /// its first day counts from its own first value: otherwise that day's return would be lost.
-std::vector<double> bar_returns(const PresentCurve& curve, Bar bar) {
-    if (bar != Bar::kIntraday) {
-        return simple_returns(curve.values());
+std::vector<double> bar_returns(std::span<const double> values, const CurveDates& dates) {
+    if (dates.convention.bar != Bar::kIntraday) {
+        return simple_returns(values);
     }
-    const std::vector<std::size_t> ends = day_ends(curve.times());
     std::vector<double> closes;
-    closes.reserve(ends.size() + 1);
-    if (ends.front() > 0) {
-        closes.push_back(curve.values().front());
+    closes.reserve(dates.day_ends.size() + 1);
+    if (dates.day_ends.front() > 0) {
+        closes.push_back(values.front());
     }
-    for (const std::size_t row : ends) {
-        closes.push_back(curve.values()[row]);
+    for (const std::size_t row : dates.day_ends) {
+        closes.push_back(values[row]);
     }
     return simple_returns(closes);
 }
 
-PeriodFigures daily_figures(const PresentCurve& curve, const Convention& convention, double rate) {
-    PeriodFigures figures = period_figures(bar_returns(curve, convention.bar), rate,
-                                           static_cast<double>(convention.periods_per_year));
-    if (convention.bar > Bar::kDay) {
+PeriodFigures daily_figures(std::span<const double> values, const CurveDates& dates, double rate) {
+    PeriodFigures figures = period_figures(bar_returns(values, dates), rate,
+                                           static_cast<double>(dates.convention.periods_per_year));
+    if (dates.convention.bar > Bar::kDay) {
         // The annualised figures can be compared over bar lengths; these belong to a single day.
         figures.skew = figures.kurt = figures.best = figures.worst = kNaN;
     }
@@ -83,30 +82,53 @@ std::vector<double> twelve_month_returns(std::span<const double> values,
     return returns;
 }
 
-void add_drawdowns(PerformanceRecord& record, const PresentCurve& curve) {
-    const DrawdownSummary drawdowns = summarise_drawdowns(curve.values(), curve.times());
+void add_drawdowns(PerformanceRecord& record, std::span<const double> values,
+                   std::span<const Nanos> times) {
+    const DrawdownSummary drawdowns = summarise_drawdowns(values, times);
     record.max_drawdown = drawdowns.max;
     record.avg_drawdown = drawdowns.average;
     record.avg_drawdown_days = drawdowns.avg_days;
     record.calmar = record.cagr / std::abs(record.max_drawdown);
 }
 
-void add_periods(PerformanceRecord& record, const PresentCurve& curve, double rate) {
-    const auto values = curve.values();
-    const std::vector<Period> months = month_periods(curve.times());
-    const std::vector<Period> years = year_periods(months);
-    const std::vector<double> monthly = period_returns(values, months);
-    const std::vector<double> yearly = period_returns(values, years);
-    record.lookback = lookback_returns(values, curve.times(), months, years, record.convention);
+void add_periods(PerformanceRecord& record, std::span<const double> values, const CurveDates& dates,
+                 double rate) {
+    const std::vector<double> monthly = period_returns(values, dates.months);
+    const std::vector<double> yearly = period_returns(values, dates.years);
+    record.lookback =
+        lookback_returns(values, dates.times, dates.months, dates.years, record.convention);
     record.monthly = period_figures(monthly, rate, kMonthsPerYear);
     record.yearly = period_figures(yearly, rate, 1.0);
     record.avg_up_month = mean_where(monthly, true);
     record.avg_down_month = mean_where(monthly, false);
     record.win_year_perc = share_positive(yearly);
-    record.twelve_month_win_perc = share_positive(twelve_month_returns(values, months));
+    record.twelve_month_win_perc = share_positive(twelve_month_returns(values, dates.months));
 }
 
 } // namespace
+
+PerformanceRecord performance_record(std::span<const double> values, const CurveDates& dates,
+                                     double riskfree_rate) {
+    PerformanceRecord record;
+    record.count = values.size();
+    if (values.empty()) {
+        return record;
+    }
+    record.last_row = values.size() - 1;
+    if (values.size() < 2) {
+        return record;
+    }
+    const double first = values.front();
+    const double last = values.back();
+    record.convention = dates.convention;
+    record.total_return = last / first - 1.0;
+    record.cagr =
+        compound_annual_growth(first, last, nanos_between(dates.times.front(), dates.times.back()));
+    add_drawdowns(record, values, dates.times);
+    record.daily = daily_figures(values, dates, riskfree_rate);
+    add_periods(record, values, dates, riskfree_rate);
+    return record;
+}
 
 PerformanceRecord performance_record(std::span<const double> values, std::span<const Nanos> times,
                                      double riskfree_rate, int periods_per_year) {
@@ -114,28 +136,15 @@ PerformanceRecord performance_record(std::span<const double> values, std::span<c
         throw std::invalid_argument("the periods per year must not be negative");
     }
     const PresentCurve curve(values, times);
-    PerformanceRecord record;
-    record.count = curve.size();
-    if (curve.size() == 0) {
-        return record;
-    }
-    record.first_row = curve.row(0);
-    record.last_row = curve.row(curve.size() - 1);
-    if (curve.size() < 2) {
-        return record;
-    }
-    const double first = curve.values().front();
-    const double last = curve.values().back();
-    record.convention = infer_convention(curve.times());
+    CurveDates dates{curve.times()};
     if (periods_per_year > 0) {
-        record.convention.periods_per_year = periods_per_year;
+        dates.convention.periods_per_year = periods_per_year;
     }
-    record.total_return = last / first - 1.0;
-    record.cagr = compound_annual_growth(
-        first, last, nanos_between(curve.times().front(), curve.times().back()));
-    add_drawdowns(record, curve);
-    record.daily = daily_figures(curve, record.convention, riskfree_rate);
-    add_periods(record, curve, riskfree_rate);
+    PerformanceRecord record = performance_record(curve.values(), dates, riskfree_rate);
+    if (curve.size() > 0) {
+        record.first_row = curve.row(0);
+        record.last_row = curve.row(curve.size() - 1);
+    }
     return record;
 }
 

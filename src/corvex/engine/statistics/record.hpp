@@ -1,6 +1,7 @@
 #pragma once
 
 #include "corvex/engine/series/bars.hpp"
+#include "corvex/engine/statistics/curve_dates.hpp"
 #include "corvex/engine/statistics/lookback.hpp"
 #include "corvex/engine/statistics/period_figures.hpp"
 
@@ -48,5 +49,9 @@ struct PerformanceRecord {
 /// @throws std::invalid_argument as PresentCurve and period_figures, or for negative periods
 PerformanceRecord performance_record(std::span<const double> values, std::span<const Nanos> times,
                                      double riskfree_rate, int periods_per_year = 0);
+
+/// The same of a curve without missing or infinite values, over dates that were read before.
+PerformanceRecord performance_record(std::span<const double> values, const CurveDates& dates,
+                                     double riskfree_rate);
 
 } // namespace corvex::engine::inline v1
