@@ -9,6 +9,6 @@ Results go to the standard output, notes and errors to the standard error. Exit 
 - 130: interrupted from the keyboard.
 """
 
-from corvex.cli.application import app, main
+from corvex.cli.application import main, run
 
-__all__ = ["app", "main"]
+__all__ = ["main", "run"]

@@ -3,60 +3,21 @@
 from __future__ import annotations
 
 import contextlib
+import os
 import sys
-from collections.abc import Iterator, MutableMapping
-from typing import Annotated, Any
+from collections.abc import Sequence
 
-import typer
-
-from corvex.cli.console import plain_errors, settings
-from corvex.cli.help import App, Group
+from corvex.cli.console import FAILED, run_plainly, settings
+from corvex.cli.help import PROGRAM_USAGE, command_help, command_usage, first_sentence, program_help
 from corvex.cli.registry import COMMANDS, load
 
-__all__ = ["app", "main"]
+__all__ = ["main", "run"]
 
+WRONG = 2
+INTERRUPTED = 130
 
-class _Commands(MutableMapping[str, Any]):
-    """The commands by name, each made when it is first looked at."""
-
-    def __init__(self) -> None:
-        self._made: dict[str, Any] = {}
-
-    def __getitem__(self, name: str) -> Any:
-        if name not in self._made and name in COMMANDS:
-            alone = App()
-            alone.command(name)(plain_errors(load(name)))
-            self._made[name] = typer.main.get_command(alone)
-        return self._made[name]
-
-    def __contains__(self, name: object) -> bool:
-        return name in COMMANDS
-
-    def __iter__(self) -> Iterator[str]:
-        return iter(COMMANDS)
-
-    def __len__(self) -> int:
-        return len(COMMANDS)
-
-    def __setitem__(self, name: str, command: Any) -> None:
-        raise TypeError("the commands are those of the registry")
-
-    def __delitem__(self, name: str) -> None:
-        raise TypeError("the commands are those of the registry")
-
-
-class _Program(Group):
-    def __init__(self, *args: Any, **options: Any) -> None:
-        super().__init__(*args, **{**options, "commands": _Commands()})
-
-
-app = App(
-    cls=_Program,
-    name="corvex",
-    help="Backtest portfolios and look at their reports.",
-    epilog="Exit status: 0 done, 1 could not be done, 2 wrong command line, 130 interrupted.",
-    no_args_is_help=True,
-)
+_ABOUT = "Backtest portfolios and look at their reports."
+_EPILOG = "Exit status: 0 done, 1 could not be done, 2 wrong command line, 130 interrupted."
 
 
 def main() -> None:
@@ -65,28 +26,81 @@ def main() -> None:
         # A terminal that lacks a character shows a question mark rather than an error.
         with contextlib.suppress(AttributeError, ValueError):
             stream.reconfigure(errors="replace")  # type: ignore[union-attr]
-    app()
+    sys.exit(run(sys.argv[1:]))
 
 
-def _print_version(wanted: bool) -> None:
-    if wanted:
-        import corvex
+def run(words: Sequence[str]) -> int:
+    """Run the command line that the words make, and return the exit status."""
+    try:
+        status = _program(list(words))
+        sys.stdout.flush()
+    except KeyboardInterrupt:
+        print(file=sys.stderr)
+        return INTERRUPTED
+    except BrokenPipeError:  # who reads has seen enough; what is left goes nowhere
+        with contextlib.suppress(OSError, ValueError):
+            target = sys.stdout.fileno()
+            os.dup2(os.open(os.devnull, os.O_WRONLY), target)
+        return FAILED
+    return status
 
-        print(f"corvex {corvex.__version__}")
-        raise typer.Exit
+
+def _program(words: list[str]) -> int:
+    settings.traceback = False
+    while words and words[0].startswith("-"):
+        word = words.pop(0)
+        if word == "--version":
+            import corvex
+
+            print(f"corvex {corvex.__version__}")
+            return 0
+        if word == "--help":
+            print(_help())
+            return 0
+        if word != "--traceback":
+            return _wrong(PROGRAM_USAGE, "corvex", f"not known here: {word}")
+        settings.traceback = True
+    if not words:
+        print(_help(), file=sys.stderr)
+        return WRONG
+    name, *rest = words
+    if name not in COMMANDS:
+        return _wrong(PROGRAM_USAGE, "corvex", f"there is no command {name!r}{_near(name)}")
+    return _command(name, rest)
 
 
-@app.callback()
-def _all_commands(
-    version: Annotated[
-        bool,
-        typer.Option(
-            "--version", callback=_print_version, is_eager=True, help="Print the version."
-        ),
-    ] = False,
-    traceback: Annotated[
-        bool, typer.Option("--traceback", help="Show where in the program an error arose.")
-    ] = False,
-) -> None:
-    del version
-    settings.traceback = traceback
+def _command(name: str, words: list[str]) -> int:
+    from corvex.cli.command_words import HelpWantedError, UsageError, read_words
+    from corvex.cli.declared import read_parameters
+
+    command = load(name)
+    parameters = read_parameters(command)
+    try:
+        given = read_words(parameters, words)
+    except HelpWantedError:
+        print(command_help(name, command.__doc__ or "", parameters))
+        return 0
+    except UsageError as error:
+        return _wrong(command_usage(name, parameters), f"corvex {name}", str(error))
+    defaults = {one.name: one.default for one in parameters if not one.required}
+    return run_plainly(command, {**defaults, **given})
+
+
+def _help() -> str:
+    about = [(name, first_sentence(load(name).__doc__ or "")) for name in COMMANDS]
+    return program_help(_ABOUT, _EPILOG, about)
+
+
+def _wrong(usage: str, program: str, message: str) -> int:
+    print(
+        f"Usage: {usage}\nTry '{program} --help' for help.\n\ncorvex: error: {message}",
+        file=sys.stderr,
+    )
+    return WRONG
+
+
+def _near(name: str) -> str:
+    import difflib
+
+    found = difflib.get_close_matches(name, COMMANDS, n=1)
+    return f"; did you mean {found[0]!r}?" if found else ""

@@ -3,21 +3,17 @@
 from __future__ import annotations
 
 import contextlib
-import functools
 import shutil
 import sys
 import threading
 import time
-import traceback
 import warnings
 from collections.abc import Callable, Iterator
 from typing import Any, Self
 
-import typer
-
 from corvex.plaintext import PlainStream
 
-__all__ = ["Steps", "note", "plain_errors", "plot_width", "settings"]
+__all__ = ["FAILED", "Steps", "note", "plot_width", "run_plainly", "settings"]
 
 FAILED = 1
 _PATIENCE = 1.0  # seconds without a sign of life that a user bears
@@ -45,27 +41,30 @@ def plot_width() -> int:
     return min(max(columns - label_width(), 20), 200)
 
 
-def plain_errors[**P](command: Callable[P, None]) -> Callable[P, None]:
-    """Let a command end with one line on the standard error and status 1 instead of a traceback.
+def run_plainly(command: Callable[..., None], given: dict[str, Any]) -> int:
+    """Call a command; where it fails, one line on the standard error says why.
 
     Warnings of the library become notes.
+
+    Returns
+    -------
+    int
+        The exit status.
     """
+    with _nothing_steers_the_terminal():
+        try:
+            with _warnings_as_notes():
+                command(**given)
+        except BrokenPipeError:
+            raise
+        except Exception as error:
+            if settings.traceback:
+                import traceback
 
-    @functools.wraps(command)
-    def run(*args: P.args, **kwargs: P.kwargs) -> None:
-        with _nothing_steers_the_terminal():
-            try:
-                with _warnings_as_notes():
-                    command(*args, **kwargs)
-            except (typer.Exit, typer.Abort, BrokenPipeError):
-                raise
-            except Exception as error:
-                if settings.traceback:
-                    traceback.print_exc()
-                print(f"corvex: error: {_in_words(error)}", file=sys.stderr)
-                raise typer.Exit(FAILED) from None
-
-    return run
+                traceback.print_exc()
+            print(f"corvex: error: {_in_words(error)}", file=sys.stderr)
+            return FAILED
+    return 0
 
 
 @contextlib.contextmanager

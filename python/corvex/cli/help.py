@@ -1,106 +1,110 @@
-"""The help of the commands: plain text that wraps at words, in words of users."""
+"""The help of the program and of its commands: plain text that wraps at words."""
 
 from __future__ import annotations
 
-import re
-from collections.abc import Callable
-from typing import Any
+import shutil
+import textwrap
+from collections.abc import Iterable, Sequence
 
-import typer
-from typer.core import TyperCommand, TyperGroup
+from corvex.cli.declared import Parameter
 
-__all__ = ["App", "Group"]
+__all__ = ["command_help", "command_usage", "first_sentence", "program_help"]
 
-# How typer calls the kinds of values -> how a user does.
-_KINDS = {"path": "PATH", "str": "TEXT", "int": "N", "int range": "N", "float": "NUMBER"}
-_GLUE = "\u2011"  # stands for a hyphen at which no line may end: that of a file or an option
+#: The options that every command knows: name, words.
+EVERYWHERE = (
+    ("--version", "Print the version."),
+    ("--traceback", "Show where in the program an error arose."),
+)
+PROGRAM_USAGE = "corvex [OPTIONS] COMMAND [ARGS]..."
+_HELP = ("--help", "Show this message and exit.")
 _WIDEST = 100  # columns, also in a wider terminal: longer lines are hard to read
+_NAMES = 30  # columns of the names; the text of a longer one begins on the next line
 
 
-class App(typer.Typer):
-    """A command line whose help loads nothing for its looks and shows no names of types."""
-
-    def __init__(self, **options: Any) -> None:
-        super().__init__(
-            rich_markup_mode=None,
-            add_completion=False,
-            pretty_exceptions_enable=False,
-            context_settings={"max_content_width": _WIDEST},
-            **options,
-        )
-
-    def command[F: Callable[..., Any]](
-        self, name: str | None = None, **options: Any
-    ) -> Callable[[F], F]:
-        """Register a command, as in typer."""
-        register: Callable[[F], F] = super().command(name, **{"cls": _Command, **options})
-        return register
+def program_help(about: str, epilog: str, commands: Iterable[tuple[str, str]]) -> str:
+    """Return the help of the program, with the first sentence of each command's."""
+    parts = [
+        f"Usage: {PROGRAM_USAGE}",
+        _filled(about, "  "),
+        f"Options:\n{_table([*EVERYWHERE, _HELP])}",
+        f"Commands:\n{_table(commands)}",
+        _filled(epilog, "  "),
+    ]
+    return "\n\n".join(parts)
 
 
-class _Command(TyperCommand):
-    def __init__(self, *args: Any, **options: Any) -> None:
-        super().__init__(*args, **options)
-        self.help = _glued(self.help or "")
-
-    def get_help(self, ctx: Any) -> str:
-        """Return the help, with the hyphens that wrapping has left whole."""
-        return super().get_help(ctx).replace(_GLUE, "-")
-
-    def format_options(self, ctx: Any, formatter: Any) -> None:
-        """Write what the command takes."""
-        _write_parameters(self, ctx, formatter)
-
-    def collect_usage_pieces(self, ctx: Any) -> list[str]:
-        """Return what follows the command's name in its line of usage."""
-        arguments = [p for p in self.get_params(ctx) if p.param_type_name == "argument"]
-        return ["[OPTIONS]", *(_placeholder(argument) for argument in arguments)]
+def command_usage(name: str, parameters: Sequence[Parameter]) -> str:
+    """Return how a command is called."""
+    return " ".join(["corvex", name, "[OPTIONS]", *(x.title for x in parameters if not x.names)])
 
 
-class Group(TyperGroup):
-    """Commands under one name, as the program shows them."""
-
-    def get_help(self, ctx: Any) -> str:
-        """Return the help, with the hyphens that wrapping has left whole."""
-        return super().get_help(ctx).replace(_GLUE, "-")
-
-    def format_options(self, ctx: Any, formatter: Any) -> None:
-        """Write the options that every command knows, and the commands with their whole line."""
-        _write_parameters(self, ctx, formatter)
-        commands = [(name, self.get_command(ctx, name)) for name in self.list_commands(ctx)]
-        with formatter.section("Commands"):
-            formatter.write_dl(
-                [(name, command.get_short_help_str(1000)) for name, command in commands if command]
-            )
+def command_help(name: str, about: str, parameters: Sequence[Parameter]) -> str:
+    """Return the help of a command: its usage, its docstring, and what it takes."""
+    parts = [f"Usage: {command_usage(name, parameters)}"]
+    parts += [_filled(paragraph, "  ") for paragraph in about.split("\n\n")]
+    arguments = [(one.title, _explained(one)) for one in parameters if not one.names]
+    options = [(_option(one), _explained(one)) for one in parameters if one.names]
+    if arguments:
+        parts.append(f"Arguments:\n{_table(arguments)}")
+    return "\n\n".join([*parts, f"Options:\n{_table([*options, _HELP])}"])
 
 
-def _write_parameters(command: Any, ctx: Any, formatter: Any) -> None:
-    sections: dict[str, list[tuple[str, str]]] = {"Arguments": [], "Options": []}
-    for param in command.get_params(ctx):
-        record = param.get_help_record(ctx)
-        if record is None:
-            continue
-        text = re.sub(r"(\d+)<=x<=(\d+)", r"\1 to \2", record[1])
-        text = _glued(re.sub(r"x>=(\d+)", r"at least \1", text))
-        if param.param_type_name == "argument":
-            sections["Arguments"].append((_placeholder(param), text))
-        else:
-            sections["Options"].append((re.sub("<([^>]*)>", _in_words, record[0]), text))
-    for title, rows in sections.items():
-        if rows:
-            with formatter.section(title):
-                formatter.write_dl(rows)
+def first_sentence(about: str) -> str:
+    """Return the first sentence of a docstring."""
+    words = about.partition("\n\n")[0].split()
+    ends = [at for at, word in enumerate(words, 1) if word.endswith(".")]
+    return " ".join(words[: ends[0]] if ends else words)
 
 
-def _placeholder(argument: Any) -> str:
-    name = str(argument.name).upper()
-    if argument.nargs != 1:
-        name = f"{name.removesuffix('S')}..."
-    return name if argument.required else f"[{name}]"
+def _option(one: Parameter) -> str:
+    names = ", ".join(one.names)
+    if one.off_names:
+        return f"{names} / {', '.join(one.off_names)}"
+    return f"{names} {one.metavar}".rstrip()
 
 
-def _in_words(kind: re.Match[str]) -> str:
-    return _KINDS.get(kind[1], kind[1])
+def _explained(one: Parameter) -> str:
+    """The help of a parameter, with what it is by default and which numbers it takes."""
+    more = []
+    if one.default is not None and (one.default is not False or one.off_names):
+        default = one.default
+        if isinstance(default, bool):
+            default = (one.names if default else one.off_names)[0].lstrip("-")
+        more.append(f"default: {default}")
+    if one.least is not None:
+        most = "" if one.most is None else f"{one.least} to {one.most}"
+        more.append(most or f"at least {one.least}")
+    if one.required:
+        more.append("required")
+    return f"{one.help}  [{'; '.join(more)}]" if more else one.help
 
 
-def _glued(text: str) -> str:
-    return re.sub(r"-(?=\w)", _GLUE, text)
+def _columns() -> int:
+    return max(min(shutil.get_terminal_size().columns, _WIDEST) - 2, 50)
+
+
+def _filled(text: str, indent: str) -> str:
+    return _wrapped(" ".join(text.split()), _columns(), indent)
+
+
+def _wrapped(text: str, width: int, indent: str = "") -> str:
+    # No line ends at a hyphen: that of a file or an option would not be seen as part of it.
+    return textwrap.fill(
+        text,
+        width,
+        initial_indent=indent,
+        subsequent_indent=indent,
+        break_on_hyphens=False,
+        break_long_words=False,
+    )
+
+
+def _table(rows: Iterable[tuple[str, str]]) -> str:
+    known = list(rows)
+    wide = min(max(len(name) for name, _ in known), _NAMES) + 2
+    lines = []
+    for name, text in known:
+        told = textwrap.indent(_wrapped(text, max(_columns() - wide - 2, 10)), " " * (wide + 2))
+        fits = len(name) <= wide - 2
+        lines.append(f"  {name:<{wide}}{told.lstrip()}" if fits else f"  {name}\n{told}")
+    return "\n".join(lines)

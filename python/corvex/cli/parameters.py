@@ -5,7 +5,7 @@ from __future__ import annotations
 from pathlib import Path
 from typing import Annotated
 
-import typer
+from corvex.cli.declared import Argument, Option
 
 __all__ = [
     "Confidence",
@@ -23,52 +23,48 @@ __all__ = [
     "Width",
 ]
 
-Saved = Annotated[Path, typer.Argument(help="A saved report (.corvex or a pickle).")]
+Saved = Annotated[Path, Argument(help="A saved report (.corvex or a pickle).")]
 Width = Annotated[
     int | None,
-    typer.Option(min=20, max=1000, help="Columns of the charts; the terminal's by default."),
+    Option(min=20, max=1000, help="Columns of the charts; the terminal's by default."),
 ]
-Text = Annotated[
-    bool, typer.Option("--text", help="Print the text of Report.to_text() alone instead.")
-]
+Text = Annotated[bool, Option("--text", help="Print the text of Report.to_text() alone instead.")]
 Lang = Annotated[
     str | None,
-    typer.Option(help="Language of the summary, en or zh-Hant; that of the locale by default."),
+    Option(help="Language of the summary, en or zh-Hant; that of the locale by default."),
 ]
 Confidence = Annotated[
     bool | None,
-    typer.Option(
+    Option(
         "--confidence/--no-confidence",
         help="Say how far chance alone could have gone; or leave that out of the page.",
     ),
 ]
 Trials = Annotated[
     int | None,
-    typer.Option(min=1, help="How many strategies were tried, this one counted."),
+    Option(min=1, help="How many strategies were tried, this one counted."),
 ]
 Out = Annotated[
     Path | None,
-    typer.Option(
+    Option(
         help="File, or existing folder, to write the report to: as data (.corvex), else a pickle."
     ),
 ]
 Html = Annotated[
     Path | None,
-    typer.Option("--html", help="File, or existing folder, to write the page to."),
+    Option("--html", help="File, or existing folder, to write the page to."),
 ]
 MarketName = Annotated[
     str | None,
-    typer.Option(
-        "--market", help="us_stock, tw_stock or crypto; by the dates or assets by default."
-    ),
+    Option("--market", help="us_stock, tw_stock or crypto; by the dates or assets by default."),
 ]
 MaxSize = Annotated[
     int,
-    typer.Option("--max-size", min=1, help="Most MB that a file may hold, unpacked."),
+    Option("--max-size", min=1, help="Most MB that a file may hold, unpacked."),
 ]
 Prices = Annotated[
     list[str],
-    typer.Option(
+    Option(
         metavar="FILE",
         help="File of the closes, dates x assets, or a built-in sample; of other prices too, once"
         " for each: close=FILE, open=FILE, high=FILE, low=FILE.",
@@ -76,11 +72,11 @@ Prices = Annotated[
 ]
 RiskFree = Annotated[
     float | None,
-    typer.Option("--riskfree", help="Risk-free rate a year, as a fraction; 0.02 by default."),
+    Option("--riskfree", help="Risk-free rate a year, as a fraction; 0.02 by default."),
 ]
 Trust = Annotated[
     bool,
-    typer.Option(
+    Option(
         "--trust",
         help="Open pickles that name more than a report needs: such a file can run any program.",
     ),

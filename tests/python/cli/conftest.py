@@ -1,7 +1,9 @@
-import pytest
-from typer.testing import CliRunner
+import contextlib
+import io
 
-from corvex.cli import app
+import pytest
+
+from corvex.cli import run as run_words
 
 
 @pytest.fixture
@@ -12,7 +14,11 @@ def run(tmp_path, monkeypatch):
     monkeypatch.setenv("LC_ALL", "C.UTF-8")
 
     def invoke(*args):
-        result = CliRunner().invoke(app, [str(arg) for arg in args])
-        return result.exit_code, result.stdout, result.stderr
+        out, err = (io.TextIOWrapper(io.BytesIO(), encoding="utf-8") for _ in range(2))
+        with contextlib.redirect_stdout(out), contextlib.redirect_stderr(err):
+            status = run_words([str(arg) for arg in args])
+        for stream in (out, err):
+            stream.seek(0)
+        return status, out.read(), err.read()
 
     return invoke

@@ -4,12 +4,15 @@ import re
 import subprocess
 import sys
 from pathlib import Path
+from typing import Annotated, Literal
 
 import numpy as np
 import pandas as pd
 import pytest
 
 import corvex
+from corvex.cli.command_words import read_words
+from corvex.cli.declared import Argument, Option, read_parameters
 from corvex.plaintext import PlainStream, printable
 from corvex.significance.words import rows
 
@@ -31,7 +34,8 @@ def saved(tmp_path):
     return report
 
 
-def test_help_wraps_at_words_and_shows_no_types(run):
+def test_help_wraps_at_words_and_shows_no_types(run, monkeypatch):
+    monkeypatch.setenv("COLUMNS", "80")
     status, out, _ = run("--help")
     commands = re.findall(r"^  ([a-z]+)  ", out.partition("Commands:")[2], re.M)
     assert (status, len(commands) >= 10, "..." in out.partition("Commands:")[2]) == (0, True, False)
@@ -43,9 +47,7 @@ def test_help_wraps_at_words_and_shows_no_types(run):
 
 
 def test_help_and_version_load_no_pandas():
-    code = (
-        "import sys, corvex.cli as c; c.app(['--help'], standalone_mode=False); print(*sys.modules)"
-    )
+    code = "import sys, corvex.cli as c; c.run(['--help']); print(*sys.modules)"
     out = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, check=True)
     assert not {"pandas", "numpy", "rich", "requests"} & set(out.stdout.split())
     code = "import corvex, pandas; pandas.Series([1.0, 2.0]).rebase(); print(dir(corvex))"
@@ -114,3 +116,48 @@ def test_a_guarded_stream_keeps_lines_and_colours(capsys):
     PlainStream(sys.stdout).write("\x1b[36mline\x1b[0m\n\ttab\x1b[8mhidden\x1b[1;33mbold\x1b[2J")
     expected = "\x1b[36mline\x1b[0m\n\ttab\\x1b[8mhidden\x1b[1;33mbold\\x1b[2J"
     assert capsys.readouterr().out == expected
+
+
+@pytest.mark.parametrize(
+    ("line", "message"),
+    [
+        ("dance", "there is no command 'dance'"),
+        ("shwo", "did you mean 'show'?"),
+        ("--loud", "not known here: --loud"),
+        ("show", "required: FILE"),
+        ("show a.pkl b.pkl", "not known here: b.pkl"),
+        ("show a.pkl --tra", "not known here: --tra"),
+        ("show a.pkl --width wide", "--width: must be a whole number, got 'wide'"),
+        ("show a.pkl --width 5", "--width: must be at least 20, got '5'"),
+        ("show a.pkl --riskfree high", "--riskfree: must be a number, got 'high'"),
+        ("export a.pkl --out x --format zip", "must be one of payload, holdings,"),
+        ("simulate w.csv", "required: --prices"),
+        ("", "Usage: corvex [OPTIONS] COMMAND"),
+    ],
+)
+def test_wrong_command_lines_say_what_is_accepted(run, line, message):
+    status, out, err = run(*line.split())
+    assert (status, out) == (2, "")
+    assert message in err
+    assert "Try 'corvex" in err or not line
+
+
+def test_words_become_the_arguments_of_a_function(run, monkeypatch):
+    def command(
+        files: Annotated[list[Path], Argument(help="Files.")],
+        rate: Annotated[float, Option("--rate", "--r", help="Rate.")] = 0.5,
+        level: Annotated[Literal["low", "high"] | None, Option(help="Level.")] = None,
+        pairs: Annotated[list[str] | None, Option("--pair", help="Pairs.")] = None,
+        keep: Annotated[bool, Option(help="Keep.")] = True,
+    ) -> None:
+        raise {"stop": KeyboardInterrupt, "full": BrokenPipeError}[files[0].name]
+
+    parameters = read_parameters(command)
+    line = "a --rate -0.25 b --pair x=1 --level=high --pair y --no-keep -- -c"
+    assert read_words(parameters, line.split()) == {
+        "files": [Path("a"), Path("b"), Path("-c")], "rate": -0.25, "level": "high",
+        "pairs": ["x=1", "y"], "keep": False,
+    }  # fmt: skip
+    assert read_words(parameters, ["a", "--r", "1"]) == {"files": [Path("a")], "rate": 1.0}
+    monkeypatch.setattr("corvex.cli.application.load", lambda _: command)
+    assert [run("show", file) for file in ("stop", "full")] == [(130, "", "\n"), (1, "", "")]

@@ -1,5 +1,7 @@
 """Where the login token comes from, and the commands around it."""
 
+import contextlib
+import io
 import json
 import os
 import pickle
@@ -10,10 +12,9 @@ from unittest import mock
 
 import pandas as pd
 import pytest
-from typer.testing import CliRunner
 
 import corvex
-from corvex.cli import app
+from corvex.cli import run as run_words
 from corvex.cloud.credentials import credentials_file, get_token, redact, save_token
 from corvex.publishing import PublishWarning
 from corvex.testing.cloud import trial_token
@@ -22,9 +23,15 @@ SECRET = "SecretSignature0123456789"
 
 
 def run(*args, text=None):
-    result = CliRunner().invoke(app, [str(arg) for arg in args], input=text)
-    assert SECRET not in result.output + repr(result.exception)
-    return result.exit_code, result.stdout, result.stderr
+    out, err = io.StringIO(), io.StringIO()
+    with (
+        mock.patch("sys.stdin", io.StringIO(text or "")),
+        contextlib.redirect_stdout(out),
+        contextlib.redirect_stderr(err),
+    ):
+        status = run_words([str(arg) for arg in args])
+    assert SECRET not in out.getvalue() + err.getvalue()
+    return status, out.getvalue(), err.getvalue()
 
 
 @pytest.fixture
@@ -114,10 +121,9 @@ def test_login_asks_without_echo(monkeypatch):
     from corvex.cli.commands import login
 
     prompt = mock.Mock(return_value=f" {SECRET} ")
-    monkeypatch.setattr("typer.prompt", prompt)
+    monkeypatch.setattr("getpass.getpass", prompt)
     monkeypatch.setattr(login.sys, "stdin", mock.Mock(isatty=lambda: True))
     assert login._ask_for_token() == SECRET
-    assert prompt.call_args.kwargs["hide_input"] is True
 
 
 def test_upload_command(cloud, file, tmp_path):

@@ -30,7 +30,7 @@ def test_import_adds_the_documented_methods_only_and_stays_light():
         "import requests, corvex.ffn_core as f\n"
         "names = {m.__name__ for m in f.PANDAS_METHODS}\n"
         "assert [set(vars(k)) - b for k, b in zip(kinds, before)] == [names, names]\n"
-        "heavy = {'plotly', 'IPython', 'pyarrow.parquet', 'rich', 'typer', 'corvex.core.report'}\n"
+        "heavy = {'plotly', 'IPython', 'pyarrow.parquet', 'rich', 'corvex.core.report'}\n"
         "assert not heavy & set(sys.modules), heavy & set(sys.modules)\n"
     )
     subprocess.run([sys.executable, "-c", code], check=True)

@@ -5,8 +5,7 @@ from __future__ import annotations
 from pathlib import Path
 from typing import Annotated
 
-import typer
-
+from corvex.cli.declared import Argument
 from corvex.cli.parameters import Html, RiskFree, Trust
 from corvex.cli.saved import labels_of, load_report, target_file
 
@@ -14,7 +13,7 @@ __all__ = ["compare"]
 
 
 def compare(
-    files: Annotated[list[Path], typer.Argument(help="Two or more saved reports.")],
+    files: Annotated[list[Path], Argument(help="Two or more saved reports.")],
     html: Html = None,
     riskfree: RiskFree = None,
     trust: Trust = False,

@@ -5,8 +5,7 @@ from __future__ import annotations
 from pathlib import Path
 from typing import TYPE_CHECKING, Annotated, Any, Literal
 
-import typer
-
+from corvex.cli.declared import Option
 from corvex.cli.parameters import Saved, Trust
 from corvex.cli.saved import load_report, target_file
 
@@ -20,21 +19,21 @@ __all__ = ["export"]
 
 def export(
     file: Saved,
-    out: Annotated[Path, typer.Option(help="File, or existing folder, to write to.")],
+    out: Annotated[Path, Option(help="File, or existing folder, to write to.")],
     format: Annotated[
         Literal["payload", "holdings", "execution", "csv", "parquet", "xlsx"],
-        typer.Option(help="What to write: a dictionary as JSON, a table, or a workbook."),
+        Option(help="What to write: a dictionary as JSON, a table, or a workbook."),
     ] = "payload",
     table: Annotated[
         Literal["trades", "equity", "positions"],
-        typer.Option(help="The table of --format csv or parquet."),
+        Option(help="The table of --format csv or parquet."),
     ] = "trades",
     all_trades: Annotated[
-        bool, typer.Option("--all-trades", help="Put every trade into the payload, not 500.")
+        bool, Option("--all-trades", help="Put every trade into the payload, not 500.")
     ] = False,
     xlsx: Annotated[
         bool,
-        typer.Option(
+        Option(
             "--xlsx",
             help="Write a workbook (as --format xlsx): figures, monthly returns, holdings, trades "
             "and daily equity.",

@@ -5,15 +5,14 @@ from __future__ import annotations
 from pathlib import Path
 from typing import Annotated
 
-import typer
-
+from corvex.cli.declared import Argument
 from corvex.cli.parameters import MaxSize
 
 __all__ = ["inspect"]
 
 
 def inspect(
-    file: Annotated[Path, typer.Argument(help="A JSON file that corvex export has written.")],
+    file: Annotated[Path, Argument(help="A JSON file that corvex export has written.")],
     max_size: MaxSize = 200,
 ) -> None:
     """Tell what is in a payload, and whether it is complete.

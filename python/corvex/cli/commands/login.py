@@ -6,7 +6,7 @@ import enum
 import sys
 from typing import Annotated
 
-import typer
+from corvex.cli.declared import Option
 
 __all__ = ["login"]
 
@@ -20,7 +20,7 @@ class Kind(enum.StrEnum):
 
 def login(
     kind: Annotated[
-        Kind | None, typer.Option(help="What the token is; told by its form by default.")
+        Kind | None, Option(help="What the token is; told by its form by default.")
     ] = None,
 ) -> None:
     """Keep a login token for uploads.
@@ -43,4 +43,6 @@ def login(
 def _ask_for_token() -> str:
     if not sys.stdin.isatty():
         return sys.stdin.readline().strip()
-    return str(typer.prompt("Token (is not shown)", hide_input=True)).strip()
+    import getpass
+
+    return getpass.getpass("Token (is not shown): ").strip()

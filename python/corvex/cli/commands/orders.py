@@ -5,8 +5,7 @@ from __future__ import annotations
 from pathlib import Path
 from typing import TYPE_CHECKING, Annotated, Any
 
-import typer
-
+from corvex.cli.declared import Option
 from corvex.cli.parameters import MaxSize, Saved, Trust
 from corvex.cli.saved import load_report, target_file
 
@@ -18,33 +17,29 @@ __all__ = ["orders"]
 
 def orders(
     file: Saved,
-    capital: Annotated[
-        float, typer.Option(help="What the account is worth: cash and what it holds.")
-    ],
+    capital: Annotated[float, Option(help="What the account is worth: cash and what it holds.")],
     prices: Annotated[
         Path | None,
-        typer.Option(
+        Option(
             help="Last closes: a table of dates x assets, or of two columns, asset and price;"
             " by default those of the report's market."
         ),
     ] = None,
     held: Annotated[
-        Path | None, typer.Option(help="Two columns: asset and quantity held; nothing by default.")
+        Path | None, Option(help="Two columns: asset and quantity held; nothing by default.")
     ] = None,
     strategy: Annotated[
-        str | None, typer.Option(help="Which of several strategies of the report.")
+        str | None, Option(help="Which of several strategies of the report.")
     ] = None,
     whole_lots: Annotated[
         bool | None,
-        typer.Option(
+        Option(
             "--whole-lots/--odd-lots",
             help="Trade board lots only, or odd lots too; by default the lots of the account that"
             " the report was simulated with, else odd lots too.",
         ),
     ] = None,
-    out: Annotated[
-        Path | None, typer.Option(help="Also write them, as .json or else as CSV.")
-    ] = None,
+    out: Annotated[Path | None, Option(help="Also write them, as .json or else as CSV.")] = None,
     max_size: MaxSize = 200,
     trust: Trust = False,
 ) -> None:

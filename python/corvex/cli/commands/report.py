@@ -5,9 +5,8 @@ from __future__ import annotations
 from pathlib import Path
 from typing import TYPE_CHECKING, Annotated
 
-import typer
-
 from corvex.cli.console import note
+from corvex.cli.declared import Argument, Option
 from corvex.cli.given_inputs import benchmark_of
 from corvex.cli.parameters import (
     Confidence,
@@ -31,16 +30,14 @@ __all__ = ["report", "report_on_file"]
 def report(
     file: Annotated[
         Path,
-        typer.Argument(
-            help="CSV, workbook or Parquet: dates, and account values, prices or returns."
-        ),
+        Argument(help="CSV, workbook or Parquet: dates, and account values, prices or returns."),
     ],
     column: Annotated[
-        str | None, typer.Option(help="Column of the values; the likeliest one by default.")
+        str | None, Option(help="Column of the values; the likeliest one by default.")
     ] = None,
     returns: Annotated[
         bool | None,
-        typer.Option(
+        Option(
             "--returns/--no-returns",
             help="The values are returns of each period (0.01 or 1% for one percent), or are not;"
             " by default the column's name and values decide.",
@@ -48,10 +45,10 @@ def report(
     ] = None,
     benchmark: Annotated[
         str | None,
-        typer.Option(help="Another column of the file, another file, or a built-in sample."),
+        Option(help="Another column of the file, another file, or a built-in sample."),
     ] = None,
     market: MarketName = None,
-    name: Annotated[str | None, typer.Option(help="Name; the file's by default.")] = None,
+    name: Annotated[str | None, Option(help="Name; the file's by default.")] = None,
     out: Out = None,
     html: Html = None,
     width: Width = None,

@@ -6,9 +6,8 @@ import contextlib
 from pathlib import Path
 from typing import TYPE_CHECKING, Annotated
 
-import typer
-
 from corvex.cli.console import Steps, note
+from corvex.cli.declared import Argument, Option
 from corvex.cli.parameters import Trust
 from corvex.cli.saved import PATTERNS, labels_of, load_report, name_of, save_page
 
@@ -19,9 +18,9 @@ __all__ = ["render_folder", "serve"]
 
 
 def serve(
-    folder: Annotated[Path, typer.Argument(help="A folder with saved reports (*.corvex, *.pkl).")],
+    folder: Annotated[Path, Argument(help="A folder with saved reports (*.corvex, *.pkl).")],
     port: Annotated[
-        int, typer.Option(min=0, max=65535, help="Port to serve on; a free one by default.")
+        int, Option(min=0, max=65535, help="Port to serve on; a free one by default.")
     ] = 0,
     trust: Trust = False,
 ) -> None:

@@ -5,9 +5,8 @@ from __future__ import annotations
 from pathlib import Path
 from typing import Annotated
 
-import typer
-
 from corvex.cli.console import note
+from corvex.cli.declared import Argument, Option
 from corvex.cli.parameters import (
     Confidence,
     Html,
@@ -26,20 +25,18 @@ __all__ = ["show"]
 def show(
     file: Annotated[
         Path,
-        typer.Argument(
-            help="A saved report (.corvex or a pickle), or the folder of a sweep (--store)."
-        ),
+        Argument(help="A saved report (.corvex or a pickle), or the folder of a sweep (--store)."),
     ],
     width: Width = None,
     metrics: Annotated[
-        bool, typer.Option("--metrics", help="Print all figures instead of the summary.")
+        bool, Option("--metrics", help="Print all figures instead of the summary.")
     ] = False,
     trades: Annotated[
-        bool, typer.Option("--trades", help="Print all trades instead of the summary.")
+        bool, Option("--trades", help="Print all trades instead of the summary.")
     ] = False,
     live: Annotated[
         bool,
-        typer.Option(
+        Option(
             "--live",
             help="Print instead what is held, what comes next, whether it may be traded now, and"
             " how the live part has done.",
@@ -53,9 +50,9 @@ def show(
     trials: Trials = None,
     trust: Trust = False,
     figure: Annotated[
-        str, typer.Option(help="Of a sweep: by which figure its runs are ranked.")
+        str, Option(help="Of a sweep: by which figure its runs are ranked.")
     ] = "daily_sharpe",
-    best: Annotated[int, typer.Option(min=1, help="Of a sweep: how many runs to print.")] = 10,
+    best: Annotated[int, Option(min=1, help="Of a sweep: how many runs to print.")] = 10,
 ) -> None:
     """Print a saved report or sweep: its summary and charts, or the tables asked for."""
     if file.is_dir():

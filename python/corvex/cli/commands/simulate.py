@@ -5,8 +5,7 @@ from __future__ import annotations
 from pathlib import Path
 from typing import Annotated, Literal
 
-import typer
-
+from corvex.cli.declared import Argument, Option
 from corvex.cli.parameters import (
     Confidence,
     Html,
@@ -27,7 +26,7 @@ __all__ = ["simulate"]
 def simulate(
     weights: Annotated[
         Path,
-        typer.Argument(
+        Argument(
             help="CSV, workbook or Parquet: dates, and an asset's weights in each other column, or"
             " true and false to share equally among the true."
         ),
@@ -35,20 +34,20 @@ def simulate(
     prices: Prices,
     resample: Annotated[
         str | None,
-        typer.Option(
+        Option(
             help="When to rebalance, such as D, W-FRI, ME or QE; whenever the weights change by"
             " default."
         ),
     ] = None,
     resample_offset: Annotated[
-        str | None, typer.Option(help="How much later than that, such as 2D.")
+        str | None, Option(help="How much later than that, such as 2D.")
     ] = None,
     trade_at: Annotated[
-        Literal["close", "open", "high", "low", "ohlc"], typer.Option(help="Where orders fill.")
+        Literal["close", "open", "high", "low", "ohlc"], Option(help="Where orders fill.")
     ] = "close",
     fee: Annotated[
         float | None,
-        typer.Option(
+        Option(
             "--fee",
             "--fee-ratio",
             help="Fee on each side, a fraction of the traded value; the market's by default.",
@@ -56,60 +55,54 @@ def simulate(
     ] = None,
     tax: Annotated[
         float | None,
-        typer.Option(
-            "--tax", "--tax-ratio", help="Tax on sales, a fraction; the market's by default."
-        ),
+        Option("--tax", "--tax-ratio", help="Tax on sales, a fraction; the market's by default."),
     ] = None,
     slippage: Annotated[
         float,
-        typer.Option(
+        Option(
             "--slippage",
             "--slippage-ratio",
             help="How much worse than the price orders fill, a fraction.",
         ),
     ] = 0.0,
     stop_loss: Annotated[
-        float | None, typer.Option(help="Sell what lost this fraction of its first fill price.")
+        float | None, Option(help="Sell what lost this fraction of its first fill price.")
     ] = None,
     take_profit: Annotated[
-        float | None, typer.Option(help="Sell what won this fraction of its first fill price.")
+        float | None, Option(help="Sell what won this fraction of its first fill price.")
     ] = None,
     trail_stop: Annotated[
-        float | None, typer.Option(help="Sell what fell by this fraction from its best price.")
+        float | None, Option(help="Sell what fell by this fraction from its best price.")
     ] = None,
     touched_exit: Annotated[
         bool,
-        typer.Option(
-            "--touched-exit", help="Stops fill within the session; needs high and low prices."
-        ),
+        Option("--touched-exit", help="Stops fill within the session; needs high and low prices."),
     ] = False,
     stop_cooldown: Annotated[
-        int, typer.Option(min=0, help="How many rebalances a stopped asset stays out of.")
+        int, Option(min=0, help="How many rebalances a stopped asset stays out of.")
     ] = 0,
     position_limit: Annotated[
-        float | None, typer.Option(help="The largest absolute weight of one asset.")
+        float | None, Option(help="The largest absolute weight of one asset.")
     ] = None,
-    leverage: Annotated[
-        bool, typer.Option("--leverage", help="Let weights sum to more than 1.")
-    ] = False,
+    leverage: Annotated[bool, Option("--leverage", help="Let weights sum to more than 1.")] = False,
     account: Annotated[
         Path | None,
-        typer.Option(
+        Option(
             help="TOML or JSON with the terms of an account: capital, cash_rate, lot_size, min_fee"
             " and more."
         ),
     ] = None,
-    start: Annotated[str | None, typer.Option(help="First date of the run.")] = None,
-    end: Annotated[str | None, typer.Option(help="Last date of the run.")] = None,
+    start: Annotated[str | None, Option(help="First date of the run.")] = None,
+    end: Annotated[str | None, Option(help="Last date of the run.")] = None,
     live_start: Annotated[
-        str | None, typer.Option(help="From when on the strategy has been traded live.")
+        str | None, Option(help="From when on the strategy has been traded live.")
     ] = None,
     benchmark: Annotated[
-        str | None, typer.Option(help="A file, or a built-in sample; the market's by default.")
+        str | None, Option(help="A file, or a built-in sample; the market's by default.")
     ] = None,
     market: MarketName = None,
     name: Annotated[
-        str | None, typer.Option(help="Name of the strategy; the weights file's by default.")
+        str | None, Option(help="Name of the strategy; the weights file's by default.")
     ] = None,
     out: Out = None,
     html: Html = None,

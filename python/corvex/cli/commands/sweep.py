@@ -5,8 +5,7 @@ from __future__ import annotations
 from pathlib import Path
 from typing import Annotated
 
-import typer
-
+from corvex.cli.declared import Argument, Option
 from corvex.cli.parameters import Html, MaxSize, Prices, RiskFree
 from corvex.cli.saved import target_file
 
@@ -16,7 +15,7 @@ __all__ = ["sweep"]
 def sweep(
     strategy: Annotated[
         str,
-        typer.Argument(
+        Argument(
             help="FILE.py:function, of the prices and its own arguments, that returns weights. The"
             " file is run as any program of yours."
         ),
@@ -24,14 +23,14 @@ def sweep(
     prices: Prices,
     signal: Annotated[
         list[str] | None,
-        typer.Option(
+        Option(
             metavar="NAME=VALUES",
             help="An argument of the strategy: 63,126,252 or 3:21 (from 3 to below 21) or 3:21:2.",
         ),
     ] = None,
     option: Annotated[
         list[str] | None,
-        typer.Option(
+        Option(
             metavar="NAME=VALUES",
             help="An argument of corvex.simulate, with one value or several: trail_stop=none,0.1 or"
             " resample=ME or fee_ratio=0.001.",
@@ -39,28 +38,26 @@ def sweep(
     ] = None,
     store: Annotated[
         Path | None,
-        typer.Option(help="Folder that keeps the runs; what is in it already does not run again."),
+        Option(help="Folder that keeps the runs; what is in it already does not run again."),
     ] = None,
     html: Html = None,
-    figure: Annotated[str, typer.Option(help="By which figure the runs are ranked.")] = (
-        "daily_sharpe"
-    ),
-    best: Annotated[int, typer.Option(min=1, max=10_000, help="How many runs to print.")] = 10,
+    figure: Annotated[str, Option(help="By which figure the runs are ranked.")] = ("daily_sharpe"),
+    best: Annotated[int, Option(min=1, max=10_000, help="How many runs to print.")] = 10,
     curves: Annotated[
         bool,
-        typer.Option(
+        Option(
             help="Keep each run's curve in the store, 8 bytes a session; walk-forward needs them."
         ),
     ] = True,
     workers: Annotated[
-        int | None, typer.Option(min=1, help="How many processes call the strategy.")
+        int | None, Option(min=1, help="How many processes call the strategy.")
     ] = None,
     dask: Annotated[
-        str | None, typer.Option(help="Address of a Dask scheduler whose workers do.")
+        str | None, Option(help="Address of a Dask scheduler whose workers do.")
     ] = None,
     check_lookahead: Annotated[
         bool,
-        typer.Option(
+        Option(
             "--check-lookahead", help="First see whether the strategy's weights know later prices."
         ),
     ] = False,

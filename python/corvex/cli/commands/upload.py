@@ -5,9 +5,8 @@ from __future__ import annotations
 from pathlib import Path
 from typing import TYPE_CHECKING, Annotated
 
-import typer
-
 from corvex.cli.console import Steps
+from corvex.cli.declared import Option
 from corvex.cli.parameters import Saved, Trust
 from corvex.cli.saved import load_report
 
@@ -20,13 +19,11 @@ __all__ = ["upload"]
 def upload(
     file: Saved,
     name: Annotated[
-        str | None, typer.Option(help="The strategy's name; the report's by default.")
+        str | None, Option(help="The strategy's name; the report's by default.")
     ] = None,
     dry_run: Annotated[
         Path | None,
-        typer.Option(
-            help="Send nothing: write the document to this file, and check name and size."
-        ),
+        Option(help="Send nothing: write the document to this file, and check name and size."),
     ] = None,
     trust: Trust = False,
 ) -> None:

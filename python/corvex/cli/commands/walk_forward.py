@@ -5,30 +5,29 @@ from __future__ import annotations
 from pathlib import Path
 from typing import Annotated
 
-import typer
-
 from corvex.cli.console import note
+from corvex.cli.declared import Argument, Option
 from corvex.cli.parameters import Confidence, Html, Lang, Out, Text, Width
 
 __all__ = ["walk_forward"]
 
 
 def walk_forward(
-    folder: Annotated[Path, typer.Argument(help="What corvex sweep was given as --store.")],
+    folder: Annotated[Path, Argument(help="What corvex sweep was given as --store.")],
     train: Annotated[
-        str, typer.Option(help="How long to choose in: 5YE, 6ME, or 500D from the first session.")
+        str, Option(help="How long to choose in: 5YE, 6ME, or 500D from the first session.")
     ] = "5YE",
-    test: Annotated[str, typer.Option(help="How long to use what was chosen.")] = "1YE",
-    choose: Annotated[str, typer.Option(help="The figure to choose by.")] = "daily_sharpe",
+    test: Annotated[str, Option(help="How long to use what was chosen.")] = "1YE",
+    choose: Annotated[str, Option(help="The figure to choose by.")] = "daily_sharpe",
     embargo: Annotated[
-        str | None, typer.Option(help="How long before each test the training ends, such as 5D.")
+        str | None, Option(help="How long before each test the training ends, such as 5D.")
     ] = None,
     anchored: Annotated[
-        bool, typer.Option("--anchored", help="Every training begins with the first session.")
+        bool, Option("--anchored", help="Every training begins with the first session.")
     ] = False,
     where: Annotated[
         list[str] | None,
-        typer.Option(metavar="NAME=VALUE", help="Choose among the runs with this value alone."),
+        Option(metavar="NAME=VALUE", help="Choose among the runs with this value alone."),
     ] = None,
     out: Out = None,
     html: Html = None,
@@ -37,7 +36,7 @@ def walk_forward(
     lang: Lang = None,
     confidence: Confidence = None,
     trust: Annotated[
-        bool, typer.Option("--trust", help="Run a strategy that lies inside the folder itself.")
+        bool, Option("--trust", help="Run a strategy that lies inside the folder itself.")
     ] = False,
 ) -> None:
     """Choose parameters of a sweep in one window, use them in the next, and go on.
