@@ -84,7 +84,7 @@ def quantities(held: Any) -> dict[str, float]:
     return {label: quantity for label, quantity in owned.items() if quantity != 0}
 
 
-def matched(labels: Iterable[str], values: Mapping[str, float], what: str) -> dict[str, float]:
+def matched[T](labels: Iterable[str], values: Mapping[str, T], what: str) -> dict[str, T]:
     """Return values by the labels of the assets that they are meant for.
 
     A value's label is that of its asset, or one of the same id (see `corvex.tables.asset_labels`).
@@ -96,7 +96,7 @@ def matched(labels: Iterable[str], values: Mapping[str, float], what: str) -> di
         When a value may be meant for several assets, or several values for one.
     """
     known = list(labels)
-    found: dict[str, float] = {}
+    found: dict[str, T] = {}
     pairs = []
     for given, places in zip(values, label_candidates(values, known), strict=True):
         if len(places) > 1:

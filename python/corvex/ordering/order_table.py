@@ -39,7 +39,7 @@ ORDER_COLUMNS: dict[str, str] = {
     "lots": "whole board lots in it",
     "odd_quantity": "what is over, for the odd-lot book",
     "price": "the price that was given",
-    "value": "quantity x price",
+    "value": "quantity x price, in the account's currency",
     "fee": "commission of the order",
     "tax": "tax of the order",
     "weight": "target weight, as a fraction of the capital; negative: short",
@@ -67,6 +67,7 @@ def orders(
     tax_ratio: float | None = None,
     min_fee: float | None = None,
     account: Account | Mapping[str, Any] | None = None,
+    fx: Mapping[str, float] | pd.Series | None = None,
 ) -> pd.DataFrame:
     """Turn target weights into orders of whole shares.
 
@@ -99,6 +100,10 @@ def orders(
         The account whose lots, rounding and fees the orders follow, or what
         ``report.settings["account"]`` holds of one. By default that which the report was simulated
         with; an execution knows none.
+    fx : mapping or Series of currency to float, optional
+        Of an account over several currencies: what one unit of each costs in the account's own,
+        which `capital` and all money of the table are in; prices are in those of the assets. By
+        default the last rates that the simulation knew.
 
     Returns
     -------
@@ -134,13 +139,14 @@ def orders(
         account,
         odd_lots=odd_lots,
         given={"fee_ratio": fee_ratio, "tax_ratio": tax_ratio, "min_fee": min_fee},
+        fx=fx,
     )
     assets = [
         Asset(
             label,
             wanted.get(label, 0.0),
             quote,
-            _in_steps(owned.get(label, 0.0), terms.steps[label]),
+            _in_steps(owned.get(label, 0.0), terms.costs[label].step),
             terms.costs[label],
         )
         for label, quote in quotes.items()
@@ -151,6 +157,8 @@ def orders(
     paid = float(table["fee"].sum() + table["tax"].sum())
     cash = cash_after(assets, targets, amount)
     table.attrs = {"cash": cash, "costs": paid, "capital": amount - paid}
+    if terms.base is not None:
+        table.attrs["currency"] = terms.base
     return table
 
 

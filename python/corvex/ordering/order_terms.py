@@ -25,17 +25,17 @@ class OrderTerms:
 
     Attributes
     ----------
-    steps : dict of str to float
-        What each asset is traded in multiples of.
     costs : dict of str to Costs
-        What its orders cost.
+        What the orders of each asset cost, and in which steps they come.
     to_nearest : bool
         Targets are rounded to the nearest step, not towards zero.
+    base : str or None
+        The currency of an account with several.
     """
 
-    steps: dict[str, float]
     costs: dict[str, Costs]
     to_nearest: bool
+    base: str | None
 
 
 def read_terms(
@@ -46,6 +46,7 @@ def read_terms(
     *,
     odd_lots: bool | None,
     given: Mapping[str, float | None],
+    fx: Any = None,
 ) -> OrderTerms:
     """Read the terms: what was given, else what the account has, else the report's or market's.
 
@@ -57,6 +58,9 @@ def read_terms(
         None: the account that the report was simulated with.
     given : mapping of str to float or None
         ``fee_ratio``, ``tax_ratio`` and ``min_fee`` of the call.
+    fx : mapping of str to float, or Series, optional
+        What one unit of each foreign currency costs in the account's own; by default the last
+        rates of the report.
 
     Raises
     ------
@@ -67,11 +71,14 @@ def read_terms(
     steps = _steps(labels, terms, market, odd_lots)
     fees = _fees(terms, given, report, market)
     ratios = {name: _ratio(name, labels, terms, given, report, market) for name in _RATIOS}
+    rates = _rates(labels, report, terms, fx)
     costs = {
-        label: Costs(fees, ratios["fee_ratio"][label], ratios["tax_ratio"][label], steps[label])
+        label: Costs(
+            fees, ratios["fee_ratio"][label], ratios["tax_ratio"][label], steps[label], rates[label]
+        )
         for label in labels
     }
-    return OrderTerms(steps, costs, terms.get("rounding") == "nearest")
+    return OrderTerms(costs, terms.get("rounding") == "nearest", terms.get("base"))
 
 
 _RATIOS = ("fee_ratio", "tax_ratio")
@@ -91,6 +98,34 @@ def _terms(report: Any, account: Any) -> Mapping[str, Any]:
             f"holds, got {type(account).__name__}"
         )
     return account
+
+
+def _rates(labels: list[str], report: Any, terms: Mapping[str, Any], fx: Any) -> dict[str, float]:
+    """Return what a unit of each asset's currency costs in the account's; 1 where all have one."""
+    currency = terms.get("currency")
+    if currency is None:
+        return dict.fromkeys(labels, 1.0)
+    if isinstance(currency, Mapping):
+        codes = matched(labels, {str(label): code for label, code in currency.items()}, "currency")
+    else:
+        codes = dict.fromkeys(labels, currency)
+    base = str(terms.get("base")).strip().upper()
+    table = getattr(report, "fx", None)
+    known = {} if table is None else table.iloc[-1].to_dict()
+    known |= {} if fx is None else dict(fx)
+    known = {str(code).strip().upper(): as_float(rate) for code, rate in known.items()}
+    found = {}
+    for label in labels:
+        code = str(codes.get(label, "")).strip().upper()
+        if not code:
+            raise ValueError(f"the account's currency has no value for {label!r}")
+        found[label] = 1.0 if code == base else known.get(code, math.nan)
+        if not 0 < found[label] < math.inf:
+            raise ValueError(
+                f"there is no rate of {code}, the currency of {label!r}; give what one costs in "
+                f"{base}: fx={{{code!r}: ...}}"
+            )
+    return found
 
 
 def _steps(

@@ -16,16 +16,18 @@ _WHOLE = 1e-9
 
 @dataclass(frozen=True, slots=True)
 class Costs:
-    """What trading an asset costs, and the step that it is traded in."""
+    """What trading an asset costs, the step that it is traded in, and its currency's rate."""
 
-    fees: Fees
+    fees: Fees  # in the asset's currency
     fee_ratio: float
     tax_ratio: float
     step: float
+    rate: float = 1.0
 
     def fee(self, value: float, steps: float) -> float:
         """Return the commission of an order of this value, as a simulation charges it."""
-        return self.fees.commission(value, steps * self.step, self.fee_ratio)
+        quoted = value / self.rate
+        return self.fees.commission(quoted, steps * self.step, self.fee_ratio) * self.rate
 
     def tax(self, value: float, *, sale: bool) -> float:
         """Return the tax of an order of this value."""
@@ -44,8 +46,8 @@ class Asset:
 
     @property
     def price(self) -> float:
-        """Of one step."""
-        return self.quote * self.costs.step
+        """Of one step, in the account's currency."""
+        return self.quote * self.costs.step * self.costs.rate
 
     def cost(self, steps: float) -> float:
         """Return the costs of buying (or, when negative, selling) this many steps."""

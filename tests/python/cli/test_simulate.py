@@ -106,7 +106,20 @@ def test_accounts_come_from_files(run, prices, tmp_path):
     guide = re.search(r"```toml\n(.*?)```", GUIDE.read_text(encoding="utf-8"), re.S)[1]
     guide = guide.replace("dividends.csv", "paid.csv").replace("AAPL", "A").replace("MSFT", "B")
     (tmp_path / "broker.toml").write_text(guide)
-    terms = {"capital": 1000, "lot_size": {"A": 1, "B": 2, "0050": 1, "D": 1}, "flows": "flow.csv"}
+    lots, quoted = (
+        {"A": 1, "B": 2, "0050": 1, "D": 1},
+        {"A": "USD", "B": "USD", "0050": "TWD", "D": "USD"},
+    )
+    fx = pd.DataFrame({"USDTWD": 30.0 + np.arange(len(prices)) % 7}, prices.index.rename("date"))
+    fx.to_csv("fx.csv")
+    terms = {
+        "capital": 1000,
+        "lot_size": lots,
+        "flows": "flow.csv",
+        "base": "USD",
+        "currency": quoted,
+        "fx": "fx.csv",
+    }
     (tmp_path / "other.json").write_text(json.dumps(terms))
     (tmp_path / "flow.csv").write_text("date,amount\n2016-01-04,500\n2017-01-03,-100\n")
     marks = prices.pct_change(63).rank(axis=1) > 2
@@ -119,7 +132,8 @@ def test_accounts_come_from_files(run, prices, tmp_path):
             dividends=paid,
         ),
         "other.json": corvex.Account(
-            capital=1000, lot_size=pd.Series(terms["lot_size"]),
+            capital=1000, lot_size=pd.Series(lots), base="USD", currency=quoted,
+            fx=fx,
             flows=pd.Series([500.0, -100.0], pd.to_datetime(["2016-01-04", "2017-01-03"])),
         ),
     }  # fmt: skip

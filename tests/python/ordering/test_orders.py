@@ -87,6 +87,29 @@ def test_orders_follow_the_account_that_the_report_was_simulated_with(tmp_path):
         orders(report, 50_000, prices.iloc[-1], account=0.1)
 
 
+def test_orders_over_several_currencies_are_those_of_the_simulation(tmp_path):
+    days = pd.bdate_range("2024-01-02", periods=5)
+    prices = pd.DataFrame({"2330 Chips": 600.0, "AAPL": 180.0}, days)
+    account = corvex.Account(
+        capital=1_000_000, lot_size=1, min_fee=2, fee_per_share=0.01, base="TWD",
+        currency={"2330": "TWD", "AAPL": "USD"}, fx=pd.Series(32.0, days, name="USDTWD"),
+    )  # fmt: skip
+    weights = pd.DataFrame({"2330 Chips": 0.5, "AAPL": 0.5}, days[:1])
+    report = corvex.simulate(weights, prices, market="us_stock", account=account)
+    corvex.save(report, tmp_path / "a.corvex")
+    table = orders(corvex.load(tmp_path / "a.corvex"), 1_000_000, prices.iloc[-1])
+    assert table.attrs["currency"] == "TWD"
+    found = table.set_index("asset_id")
+    assert found["quantity"].to_dict() == {"2330": 833.0, "AAPL": 86.0}  # of 500,000 less the fees
+    assert found["quantity"].tolist() == report.fills.set_index("symbol")["shares"].tolist()
+    assert found.loc["AAPL", ["value", "fee"]].tolist() == [86 * 180 * 32, 2 * 32]
+    assert found.loc["2330", "fee"] == 8.33
+    dearer = orders(report, 1_000_000, prices.iloc[-1], fx={"USD": 40}).set_index("asset_id")
+    assert dearer["quantity"].to_dict() == {"2330": 833.0, "AAPL": 69.0}
+    with pytest.raises(ValueError, match="no rate of USD, the currency of 'AAPL'; .* fx={'USD'"):
+        orders(report.execution, 1_000_000, prices.iloc[-1], account=account)
+
+
 def test_which_weights_count_and_how_much_of_them():
     both = execution({"A": 1.0}, next_weights={"B": 1.0}, total_weight=0.5)
     before = pd.Timestamp("2024-02-15", tz="UTC")

@@ -20,7 +20,7 @@ __all__ = ["read_account"]
 _MOST_BYTES = 1 << 20
 _DATE = re.compile(r"\d{4}-\d{2}-\d{2}([ T].*)?")
 #: Terms whose text names a file: of dates x assets, and of dates and one value.
-_TABLES = ("dividends", "splits", "borrow_rate", "band")
+_TABLES = ("dividends", "splits", "borrow_rate", "band", "fx")
 _SERIES = ("cash_rate", "short_rebate", "financing_rate", "flows")
 
 
@@ -75,8 +75,10 @@ def _content(path: Path) -> dict[str, Any]:
 def _term(name: str, value: Any, folder: Path, max_megabytes: int) -> Any:
     if isinstance(value, str) and name in (*_TABLES, *_SERIES):
         return _file(name, folder / value, max_megabytes)
-    if not isinstance(value, dict):
+    if not isinstance(value, dict) or name == "currency":
         return value
+    if name == "fx":  # by pair: a rate, rates by date, or a file of them
+        return {pair: _term("flows", rate, folder, max_megabytes) for pair, rate in value.items()}
     if name == "fee_table":
         return {_number(name, start): ratio for start, ratio in value.items()}
     dated = bool(value) and all(map(_DATE.fullmatch, value))

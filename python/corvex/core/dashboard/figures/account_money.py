@@ -27,7 +27,8 @@ def account_facts(report: Report) -> dict[str, Any] | None:
     dict or None
         ``kinds`` and ``total`` (of what was paid): ``money`` in all and ``yearly``, the part of
         the equity that it took a year; the money at ``start`` and ``end``, ``flows`` (None
-        without any) and the yearly ``money_weighted`` return. None without an account.
+        without any) and the yearly ``money_weighted`` return; the ``currency`` of the money where
+        there are several. None without an account.
     """
     account = _account(report)
     if account is None:
@@ -39,6 +40,7 @@ def account_facts(report: Report) -> dict[str, Any] | None:
 
     drag = account_drag(account)
     return {
+        "currency": account.attrs.get("currency"),
         "kinds": drag.to_dict(orient="index"),
         "total": drag.loc[list(PAID)].sum(skipna=False).to_dict(),
         "start": account.attrs.get("capital"),

@@ -6,6 +6,9 @@ import { amount, isoDay, percent } from "./format.js";
 import { facts } from "./store.js";
 import { t } from "./text.js";
 
+/** What money is called, with its currency where there are several. */
+export const moneyText = () => (facts.account.currency ? `${t("money")} (${facts.account.currency})` : t("money"));
+
 /** From what to what the money grew. */
 export function accountDates() {
   if (!facts.account) return null;
@@ -41,7 +44,7 @@ export function accountChart(money) {
       ].flat(),
       layout: {
         xaxis: { type: "date", anchor: "y2", hoverformat: "%Y-%m-%d" },
-        yaxis: { domain: [0.4, 1], tickformat: "~s", title: { text: t("money") } },
+        yaxis: { domain: [0.4, 1], tickformat: "~s", title: { text: moneyText() } },
         yaxis2: { domain: [0, 0.3], tickformat: "~s", rangemode: "tozero" },
       },
     };

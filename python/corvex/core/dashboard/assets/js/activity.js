@@ -1,6 +1,6 @@
 // Liquidity, costs, turnover, and what the run assumed.
 
-import { accountChart, accountDates } from "./account.js";
+import { accountChart, accountDates, moneyText } from "./account.js";
 import { el } from "./dom.js";
 import { amount, percent, quantity, share, whole } from "./format.js";
 import { benchmarkLabel } from "./heading.js";
@@ -82,7 +82,7 @@ function costTable() {
   if (known) columns.push({ label: t("paid"), number: true, text: ([, , sum]) => percent(sum) });
   if (account) {
     columns.push(
-      { label: t("money"), number: true, text: ([, , , of]) => amount(of.money) },
+      { label: moneyText(), number: true, text: ([, , , of]) => amount(of.money) },
       { label: t("drag"), number: true, text: ([, , , of]) => percent(of.yearly) },
     );
   }

@@ -1,5 +1,6 @@
 // What is held, what comes with the next rebalance, and how fresh that is.
 
+import { moneyText } from "./account.js";
 import { chart, colours, line } from "./charts.js";
 import { el } from "./dom.js";
 import { amount, dayOf, isoDay, percent, quantity, signedPercent } from "./format.js";
@@ -52,7 +53,7 @@ function holdingsTable() {
   if (money !== null) {
     columns.push(
       { label: t("shares"), number: true, text: (row) => (row.shares == null ? "" : quantity(row.shares)) },
-      { label: t("money"), number: true, text: (row) => (row.money == null ? "" : amount(row.money)) },
+      { label: moneyText(), number: true, text: (row) => (row.money == null ? "" : amount(row.money)) },
     );
   }
   if (rows.some((row) => row.action)) columns.push({ label: t("action"), text: (row) => actionText(row.action) });
