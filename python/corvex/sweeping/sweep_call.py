@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import ast
 import json
+import numbers
 import os
 from collections import Counter
 from typing import TYPE_CHECKING, Any, Literal
@@ -146,8 +147,11 @@ def sweep(
         raise ValueError(f"keep must be 'figures' or 'curves', got {keep!r}")
     if on_error not in ("record", "raise"):
         raise ValueError(f"on_error must be 'record' or 'raise', got {on_error!r}")
-    if not (np.isfinite(riskfree_rate) and riskfree_rate > -1):
-        raise ValueError(f"riskfree_rate must be a finite fraction above -1, got {riskfree_rate}")
+    known = isinstance(riskfree_rate, numbers.Real) and not isinstance(riskfree_rate, bool)
+    if not (known and np.isfinite(riskfree_rate) and riskfree_rate > -1):
+        raise ValueError(f"riskfree_rate must be a finite fraction above -1, got {riskfree_rate!r}")
+    if isinstance(threads, bool) or not isinstance(threads, numbers.Integral) or threads < 0:
+        raise ValueError(f"threads must be a whole number, 0 for one each core, got {threads!r}")
     check_names(fixed, varies=False)
     if executor is not None:
         check_executor(executor)

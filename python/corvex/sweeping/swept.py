@@ -376,13 +376,12 @@ class Sweep:
 
     def _no_run(self, parameters: Mapping[str, Any]) -> ValueError:
         for name, asked in parameters.items():
-            there = list(dict.fromkeys(map(str, self._labels[name])))
+            there = {str(one): repr(one) for one in self._labels[name]}
             if not any(same_value(one, asked) for one in self._labels[name]):
-                near_ones = difflib.get_close_matches(str(asked), there, n=3) or there[:20]
-                return ValueError(
-                    f"no run has {name}={asked!r}; there are {', '.join(near_ones)}"
-                    + ("" if len(near_ones) == len(there) else " and others")
-                )
+                near_ones = difflib.get_close_matches(str(asked), there, n=3) or list(there)[:20]
+                shown = ", ".join(there[one] for one in near_ones)
+                others = "" if len(near_ones) == len(there) else " and others"
+                return ValueError(f"no run has {name}={asked!r}; there are {shown}{others}")
         told = ", ".join(f"{name}={value!r}" for name, value in parameters.items())
         return ValueError(f"no run has {told}" if told else "the sweep has no runs")
 

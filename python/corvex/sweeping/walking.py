@@ -286,7 +286,7 @@ def _scores(
             raise ValueError("choose must return a score for each run")
         return np.where(np.isfinite(scores), scores, np.nan)
     if choose not in FIGURES:
-        raise ValueError(f"choose is no figure: {choose!r}; {near(choose, FIGURES)}")
+        raise ValueError(f"choose is no figure: {choose!r}; {near(str(choose), FIGURES)}")
     scores = figures[choose].to_numpy(dtype=np.float64)
     scores = np.where(np.isfinite(scores), scores, np.nan)
     return -scores if choose in LESS_IS_BETTER else scores

@@ -314,6 +314,8 @@ def test_parameters_of_any_kind_find_their_run():
         ({"fee_rato": 0.1}, TypeError, "'fee_rato'; did you mean 'fee_ratio'"),
         ({"keep": "all"}, ValueError, "keep must be"),
         ({"riskfree_rate": float("nan")}, ValueError, "riskfree_rate"),
+        ({"riskfree_rate": "2%"}, ValueError, "above -1, got '2%'"),
+        ({"threads": -1}, ValueError, "threads must be a whole number"),
     ],
 )
 def test_what_cannot_be_swept_is_told_before_anything_runs(changed, error, text):

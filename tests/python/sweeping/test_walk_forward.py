@@ -156,9 +156,10 @@ def test_ties_go_to_the_first_and_failed_runs_are_never_chosen():
         ({"test": "-1YE"}, "test must be a length"),
         ({"test": "1YS"}, "test must be a length"),
         ({"choose": "sharpe"}, "choose is no figure: 'sharpe'; did you mean"),
+        ({"choose": 3}, "choose is no figure: 3; there are"),
         ({"choose": lambda figures: [1.0]}, "a score for each run"),
         ({"choose": lambda figures: figures["cagr"] * np.nan}, "no run has a value to choose by"),
-        ({"where": {"resample": "QE"}}, "no run has resample=.QE.; there are W, ME"),
+        ({"where": {"resample": "QE"}}, "no run has resample='QE'; there are 'W', 'ME'"),
     ],
 )
 def test_windows_and_choices_that_cannot_be_are_told(changed, text):
