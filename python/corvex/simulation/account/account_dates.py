@@ -35,5 +35,4 @@ def rows_from(clock: Clock, dates: pd.DatetimeIndex) -> tuple[_Rows, npt.NDArray
     """
     keys, wanted = clock.begins(dates)
     sessions = np.searchsorted(clock.keys, keys, side="left")
-    days = clock.wall.normalize().as_unit("ns").asi8
-    return sessions, days[np.minimum(sessions, len(clock) - 1)] != wanted
+    return sessions, clock.days[np.minimum(sessions, len(clock) - 1)] != wanted

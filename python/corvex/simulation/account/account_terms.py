@@ -188,23 +188,25 @@ class _Reader:
         columns = self._columns(name, table.columns)
         if (columns < 0).all():
             warn(f"{name} names none of the assets: its first is {table.columns[0]!r}")
-        values = _floats(name, table)[:, np.maximum(columns, 0)]
+        values = _floats(name, table)
+        if not np.array_equal(columns, np.arange(values.shape[1])):
+            values = np.where(columns >= 0, values[:, np.maximum(columns, 0)], np.nan)
         none = 1.0 if name == "splits" else 0.0
-        there = ~np.isnan(values) & (values != none) & (columns >= 0)
+        rows, assets = np.nonzero(~(np.isnan(values) | (values == none)))
+        amounts = values[rows, assets]
         dates = as_dates(table.index, f"the index of {name}")
-        bad = there & ((values <= 0.0) | np.isinf(values))
+        bad = (amounts <= 0.0) | np.isinf(amounts)
         if bad.any():
-            row, asset = (int(found[0]) for found in np.nonzero(bad))
+            at = int(np.argmax(bad))
             kind = "new shares for each old one" if name == "splits" else "money for each share"
             raise ValueError(
-                f"{name} of {self._labels[asset]!r} on {date_text(dates[row])} is "
-                f"{values[row, asset]:g}; it must be a number above 0: {kind}"
+                f"{name} of {self._labels[assets[at]]!r} on {date_text(dates[rows[at]])} is "
+                f"{amounts[at]:g}; it must be a number above 0: {kind}"
             )
-        rows, assets = np.nonzero(there)
         sessions, moved = rows_from(self._clock, dates[rows])
         inside = (sessions > self._first) & (sessions < len(self._clock))
         self._tell_moved(name, dates[rows][moved & inside])
-        sessions, assets, amounts = sessions[inside], assets[inside], values[rows, assets][inside]
+        sessions, assets, amounts = sessions[inside], assets[inside], amounts[inside]
         order = np.argsort(sessions, kind="stable")
         return sessions[order], assets[order].astype(np.int64), amounts[order]
 
@@ -308,7 +310,7 @@ def _floats(name: str, table: pd.DataFrame) -> _Floats:
 
 
 def _years(clock: Clock, days_of_year: float) -> _Floats:
-    days = clock.wall.normalize().as_unit("ns").asi8 // 86_400_000_000_000
+    days = clock.days // 86_400_000_000_000
     return np.diff(days, prepend=days[0]).reshape(-1, 1) / days_of_year
 
 

@@ -199,6 +199,11 @@ class Clock:
         return self._stamps.local
 
     @property
+    def days(self) -> np.ndarray:
+        """The date of each session, as int64 nanoseconds of its midnight."""
+        return self._stamps.dates.as_unit("ns").asi8
+
+    @property
     def has_midnights(self) -> bool:
         """Whether bars stand at midnights, where a date could be taken for one of them."""
         return bool((self.wall == self.wall.normalize()).any())
