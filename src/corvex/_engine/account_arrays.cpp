@@ -20,7 +20,6 @@ namespace nb = nanobind;
 namespace corvex::bindings {
 
 using engine::AssetEvent;
-using engine::Booking;
 using engine::CutCount;
 using engine::Grid;
 using engine::TripMoney;
@@ -121,14 +120,16 @@ nb::dict account_columns(engine::AccountResult&& result) {
         const auto name = engine::kAccountColumnNames[k];
         sessions[nb::str(name.data(), name.size())] = to_numpy(std::move(result.columns[k]));
     }
-    const std::vector<Booking>& rows = result.bookings;
+    engine::Bookings& rows = result.bookings;
     nb::dict bookings;
-    bookings["session"] = column<std::int64_t>(rows, [](const Booking& b) { return b.session; });
-    bookings["asset"] = column<std::int64_t>(rows, [](const Booking& b) { return b.asset; });
-    bookings["kind"] = column<std::int64_t>(
-        rows, [](const Booking& b) { return static_cast<std::int64_t>(b.kind); });
-    bookings["shares"] = column<double>(rows, [](const Booking& b) { return b.shares; });
-    bookings["money"] = column<double>(rows, [](const Booking& b) { return b.money; });
+    bookings["session"] = to_numpy(std::move(rows.session));
+    bookings["asset"] = to_numpy(std::move(rows.asset));
+    std::vector<std::int8_t> kinds(rows.kind.size());
+    std::ranges::transform(rows.kind, kinds.begin(),
+                           [](auto kind) { return static_cast<std::int8_t>(kind); });
+    bookings["kind"] = to_numpy(std::move(kinds));
+    bookings["shares"] = to_numpy(std::move(rows.shares));
+    bookings["money"] = to_numpy(std::move(rows.money));
     nb::dict trips;
     trips["shares"] = column<double>(result.trips, [](const TripMoney& t) { return t.shares; });
     trips["money"] = column<double>(result.trips, [](const TripMoney& t) { return t.money; });

@@ -192,8 +192,9 @@ class _Reader:
         if not np.array_equal(columns, np.arange(values.shape[1])):
             values = np.where(columns >= 0, values[:, np.maximum(columns, 0)], np.nan)
         none = 1.0 if name == "splits" else 0.0
-        rows, assets = np.nonzero(~(np.isnan(values) | (values == none)))
-        amounts = values[rows, assets]
+        there = np.flatnonzero((values < none) | (values > none))  # missing is neither
+        rows, assets = np.divmod(there, values.shape[1])
+        amounts = values.ravel()[there]
         dates = as_dates(table.index, f"the index of {name}")
         bad = (amounts <= 0.0) | np.isinf(amounts)
         if bad.any():

@@ -30,8 +30,13 @@ class Account {
 
     /// What was accrued since the close before, flows, splits and dividends.
     void begin(Book& book, std::size_t session);
-    /// Marks the holdings and writes the session down; `equity` as the curve counts it.
-    void end(Book& book, std::size_t session, double equity, const CostTotals& paid);
+    /// What a close leaves: all of it, and the holdings alone.
+    struct Close {
+        double equity;
+        double value;
+    };
+    /// Looks at the shorts and writes the session down.
+    void end(Book& book, std::size_t session, const Close& close, const CostTotals& paid);
     /// Equity over gross value fell below the margin at the last close.
     [[nodiscard]] bool margin_called() const { return margin_called_; }
     [[nodiscard]] double maintenance_margin() const { return terms_.maintenance_margin; }
@@ -115,8 +120,9 @@ class Account {
     void split(Book& book, std::size_t session);
     void convert(std::size_t session);
     void pay_dividends(Book& book, std::size_t session);
-    void book_entry(std::size_t session, std::size_t asset, BookingKind kind, double money,
-                    double shares);
+    double pay_borrowing(const Book& book, std::size_t session);
+    void mark_foreign(Book& book, std::size_t session);
+    double mark_shorts(Book& book, std::size_t session);
     [[nodiscard]] double borrow_rate(std::size_t asset, std::size_t session) const;
     [[nodiscard]] bool can_borrow(std::size_t asset, std::size_t session) const;
     [[nodiscard]] bool at_limit(std::size_t asset, std::size_t session, bool buy,
@@ -159,6 +165,9 @@ class Account {
     double equity_; ///< money at the last close
     double free_;   ///< cash at the last close without the value of the shorts
     double shorts_ = 0.0;
+    bool traded_ = false; ///< since the shorts were listed
+    std::vector<std::uint32_t> sold_short_;
+    bool has_longs_ = false;
     std::vector<Borrowed> borrowed_;
     std::vector<Foreign> foreign_;
     bool margin_called_ = false;

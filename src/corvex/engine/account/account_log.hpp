@@ -35,13 +35,43 @@ inline constexpr std::array<std::string_view, 15> kAccountColumnNames{
 
 enum class BookingKind : std::uint8_t { kBorrow, kDividend, kSplit };
 
-/// What one asset paid or cost beside trades, in money; paid is negative.
-struct Booking {
-    std::int32_t session;
-    std::int32_t asset;
-    BookingKind kind;
-    double money;
-    double shares; ///< held by then
+/// What single assets paid or cost beside trades, one entry of each column for each booking.
+struct Bookings {
+    std::vector<std::int32_t> session;
+    std::vector<std::int32_t> asset;
+    std::vector<BookingKind> kind;
+    std::vector<double> money;  ///< paid is negative
+    std::vector<double> shares; ///< held by then
+
+    [[nodiscard]] bool empty() const { return session.empty(); }
+    void reserve(std::size_t count) {
+        session.reserve(count);
+        asset.reserve(count);
+        kind.reserve(count);
+        money.reserve(count);
+        shares.reserve(count);
+    }
+    /// Makes room for entries that `put` fills in; returns the place of the first.
+    std::size_t extend(std::size_t count) {
+        const std::size_t first = session.size();
+        session.resize(first + count);
+        asset.resize(first + count);
+        kind.resize(first + count);
+        money.resize(first + count);
+        shares.resize(first + count);
+        return first;
+    }
+    void put(std::size_t place, std::size_t when, std::size_t whose, BookingKind what,
+             double how_much, double held) {
+        session[place] = static_cast<std::int32_t>(when);
+        asset[place] = static_cast<std::int32_t>(whose);
+        kind[place] = what;
+        money[place] = how_much;
+        shares[place] = held;
+    }
+    void add(std::size_t when, std::size_t whose, BookingKind what, double how_much, double held) {
+        put(extend(1), when, whose, what, how_much, held);
+    }
 };
 
 /// How often orders were cut for one reason, and where first.
@@ -54,7 +84,7 @@ struct CutCount {
 /// What an account run hands over beside the simulation's own results.
 struct AccountResult {
     std::array<std::vector<double>, kAccountColumnNames.size()> columns; ///< by session
-    std::vector<Booking> bookings;
+    Bookings bookings;
     std::vector<TripMoney> trips;        ///< one for each round trip
     std::array<CutCount, 5> cuts;        ///< in the order of the bits of Cut
     CutCount unknown_volume;             ///< orders that waited for a volume

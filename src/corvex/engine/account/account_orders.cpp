@@ -37,7 +37,7 @@ void Account::allow(Wanted& wanted, double held, std::size_t session) {
     if (change == 0.0) {
         return;
     }
-    if (at_limit(asset, session, change > 0.0, wanted.price)) {
+    if (!terms_.price_limit.empty() && at_limit(asset, session, change > 0.0, wanted.price)) {
         wanted.after = held;
         wanted.cut |= Cut::kPriceLimit;
         return;
@@ -83,7 +83,7 @@ double Account::dividend_today(std::size_t asset, std::size_t session) const {
 
 /// Whether the session opens at the limit on which nobody takes the other side.
 bool Account::at_limit(std::size_t asset, std::size_t session, bool buy, double price) const {
-    if (terms_.price_limit.empty() || session == 0) {
+    if (session == 0) {
         return false;
     }
     const double limit = terms_.price_limit.at(session, asset);
@@ -100,6 +100,7 @@ bool Account::at_limit(std::size_t asset, std::size_t session, bool buy, double 
 OrderCost Account::order(std::size_t asset, std::size_t session, double before, double after,
                          double price) {
     const OrderCost paid = cost(asset, session, after - before, price);
+    traded_ = true;
     orders_[asset] = {static_cast<std::int64_t>(session), before, after, price, paid};
     log_.add(AccountColumn::kImpact, paid.impact);
     volume_.take(asset, session, std::abs(after - before));
@@ -113,6 +114,7 @@ const Account::LastOrder* Account::take_back(std::size_t asset, std::size_t sess
         return nullptr;
     }
     order.session = -1;
+    traded_ = true;
     log_.add(AccountColumn::kImpact, -order.cost.impact);
     volume_.give_back(asset, std::abs(order.after - order.before));
     trips_.take_back(asset, order.before, order.after, order.price, order.cost.total());

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace corvex::engine::inline v1 {
 
@@ -17,11 +18,15 @@ double rate_at(const Grid& rates, std::size_t session) {
 Account::Account(const AccountTerms& terms, const PriceSet& prices, const Costs& otherwise,
                  std::size_t first_session)
     : terms_{terms}, prices_{prices}, currencies_{terms.currencies, prices},
-      first_session_{first_session}, costs_{terms, otherwise}, splits_{prices, terms.splits},
-      volume_{terms.volume, prices.assets()}, impact_{terms, splits_}, solver_{costs_},
-      trips_{prices.assets()}, due_splits_{terms.splits}, due_dividends_{terms.dividends},
-      due_flows_{terms.flows}, orders_(prices.assets()), units_{terms.capital},
-      equity_{terms.capital}, free_{terms.capital} {}
+      first_session_{first_session}, costs_{terms, otherwise, prices.assets()},
+      splits_{prices, terms.splits}, volume_{terms.volume, prices.assets()},
+      impact_{terms, splits_}, solver_{costs_}, trips_{prices.assets()}, due_splits_{terms.splits},
+      due_dividends_{terms.dividends}, due_flows_{terms.flows}, orders_(prices.assets()),
+      units_{terms.capital}, equity_{terms.capital}, free_{terms.capital} {
+    for (auto& column : result_.columns) {
+        column.reserve(prices.sessions() - first_session);
+    }
+}
 
 void Account::begin(Book& book, std::size_t session) {
     if (session > first_session_) {
@@ -33,10 +38,24 @@ void Account::begin(Book& book, std::size_t session) {
     pay_dividends(book, session);
 }
 
-void Account::book_entry(std::size_t session, std::size_t asset, BookingKind kind, double money,
-                         double shares) {
-    result_.bookings.push_back({static_cast<std::int32_t>(session),
-                                static_cast<std::int32_t>(asset), kind, money, shares});
+/// What the shorts of the close before cost since then.
+double Account::pay_borrowing(const Book& book, std::size_t session) {
+    if (borrowed_.empty() || terms_.years[session] == 0.0) {
+        return 0.0;
+    }
+    Bookings& bookings = result_.bookings;
+    if (bookings.empty()) { // most often as many are short from then on
+        bookings.reserve(borrowed_.size() * (terms_.years.size() - session));
+    }
+    double total = 0.0;
+    std::size_t place = bookings.extend(borrowed_.size());
+    for (const auto& [asset, per_year] : borrowed_) {
+        const double fee = per_year * terms_.years[session];
+        total += fee;
+        trips_.received(asset, -fee);
+        bookings.put(place++, session, asset, BookingKind::kBorrow, -fee, book.shares(asset));
+    }
+    return total;
 }
 
 /// Interest on the balances of the close before, for the time since then.
@@ -47,15 +66,7 @@ void Account::accrue(Book& book, std::size_t session) {
                              shorts_ * rate_at(terms_.short_rebate, before)) *
                             years;
     const double financing = std::max(-free_, 0.0) * rate_at(terms_.financing_rate, before) * years;
-    double borrow = 0.0;
-    for (const auto& [asset, per_year] : borrowed_) {
-        const double fee = per_year * years;
-        if (fee != 0.0) {
-            borrow += fee;
-            trips_.received(asset, -fee);
-            book_entry(session, asset, BookingKind::kBorrow, -fee, book.shares(asset));
-        }
-    }
+    const double borrow = pay_borrowing(book, session);
     log_.add(AccountColumn::kInterest, interest);
     log_.add(AccountColumn::kFinancing, financing);
     log_.add(AccountColumn::kBorrow, borrow);
@@ -93,7 +104,7 @@ void Account::split(Book& book, std::size_t session) {
     for (const AssetEvent& event : due_splits_.of(session)) {
         book.split(event.asset, session, event.amount);
         if (const double shares = book.shares(event.asset); shares != 0.0) {
-            book_entry(session, event.asset, BookingKind::kSplit, 0.0, shares);
+            result_.bookings.add(session, event.asset, BookingKind::kSplit, 0.0, shares);
         }
     }
 }
@@ -113,46 +124,63 @@ void Account::pay_dividends(Book& book, std::size_t session) {
         trips_.received(event.asset, gross - withheld);
         trips_.dividend(event.asset, (gross - withheld) / (shares * rate) *
                                          splits_.factor(event.asset, session));
-        book_entry(session, event.asset, BookingKind::kDividend, gross - withheld, shares);
+        result_.bookings.add(session, event.asset, BookingKind::kDividend, gross - withheld,
+                             shares);
     }
 }
 
 /// The yearly rate of a short: where it is missing, the last one that was known.
 double Account::borrow_rate(std::size_t asset, std::size_t session) const {
-    if (terms_.borrow_rate.empty()) {
-        return 0.0;
-    }
-    for (std::size_t at = session + 1; at > 0; --at) {
-        const double rate = terms_.borrow_rate.at(at - 1, asset);
-        if (!std::isnan(rate)) {
+    const Grid& rates = terms_.borrow_rate;
+    const std::size_t rows = rates.empty() ? 0 : std::min(rates.rows, session + 1);
+    for (std::size_t back = 0; back < rows; ++back) {
+        if (const double rate = rates.at(session - back, asset); !std::isnan(rate)) {
             return rate;
-        }
-        if (terms_.borrow_rate.rows == 1) {
-            break;
         }
     }
     return 0.0;
 }
 
-void Account::end(Book& book, std::size_t session, double equity, const CostTotals& paid) {
-    double longs = 0.0;
-    double shorts = 0.0;
-    borrowed_.clear();
-    foreign_.clear();
-    for (const std::uint32_t asset : book.marked()) {
-        const double shares = book.shares(asset);
-        if (shares == 0.0) {
-            continue;
-        }
-        const double value = shares * book.price_after(asset, session);
-        (value > 0.0 ? longs : shorts) += value;
-        if (currencies_.any()) {
-            foreign_.push_back({asset, value});
-        }
-        if (value < 0.0 && !terms_.borrow_rate.empty()) {
-            borrowed_.push_back({asset, -value * borrow_rate(asset, session)});
+/// The value of the shorts at the close; notes what each costs.
+double Account::mark_shorts(Book& book, std::size_t session) {
+    if (std::exchange(traded_, false)) {
+        sold_short_.clear();
+        has_longs_ = false;
+        for (const std::uint32_t asset : book.marked()) {
+            has_longs_ |= book.shares(asset) > 0.0;
+            if (book.shares(asset) < 0.0) {
+                sold_short_.push_back(asset);
+            }
         }
     }
+    borrowed_.clear();
+    double shorts = 0.0;
+    for (const std::uint32_t asset : sold_short_) {
+        const double value = book.shares(asset) * book.price_after(asset, session);
+        shorts += value;
+        if (const double per_year = -value * borrow_rate(asset, session); per_year != 0.0) {
+            borrowed_.push_back({asset, per_year});
+        }
+    }
+    return shorts;
+}
+
+void Account::mark_foreign(Book& book, std::size_t session) {
+    foreign_.clear();
+    for (const std::uint32_t asset : book.marked()) {
+        if (const double shares = book.shares(asset); shares != 0.0) {
+            foreign_.push_back({asset, shares * book.price_after(asset, session)});
+        }
+    }
+}
+
+void Account::end(Book& book, std::size_t session, const Close& close, const CostTotals& paid) {
+    if (currencies_.any()) {
+        mark_foreign(book, session);
+    }
+    const double shorts = mark_shorts(book, session);
+    const double longs = has_longs_ ? close.value - shorts : 0.0;
+    const double equity = close.equity;
     equity_ = equity;
     shorts_ = -shorts;
     free_ = book.cash() - shorts_;

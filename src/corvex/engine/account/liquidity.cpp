@@ -39,10 +39,7 @@ void VolumeLimit::give_back(std::size_t asset, double shares) {
 Impact::Impact(const AccountTerms& terms, const SplitPrices& prices)
     : terms_{terms}, prices_{prices} {}
 
-double Impact::of_one_share(std::size_t asset, std::size_t session) const {
-    if (!(terms_.impact.coefficient > 0.0)) {
-        return 0.0;
-    }
+double Impact::from_window(std::size_t asset, std::size_t session) const {
     const std::size_t begin = session - std::min(session, terms_.impact.window);
     const double volume = mean_volume(asset, begin, session);
     const double moves = volatility(asset, begin, session);

@@ -33,9 +33,12 @@ class Impact {
     Impact(const AccountTerms& terms, const SplitPrices& prices);
 
     /// The ratio by which an order of one share moves the price; 0 where the window tells nothing.
-    [[nodiscard]] double of_one_share(std::size_t asset, std::size_t session) const;
+    [[nodiscard]] double of_one_share(std::size_t asset, std::size_t session) const {
+        return terms_.impact.coefficient > 0.0 ? from_window(asset, session) : 0.0;
+    }
 
   private:
+    [[nodiscard]] double from_window(std::size_t asset, std::size_t session) const;
     [[nodiscard]] double volatility(std::size_t asset, std::size_t begin, std::size_t end) const;
     [[nodiscard]] double mean_volume(std::size_t asset, std::size_t begin, std::size_t end) const;
 

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 namespace corvex::engine::inline v1 {
@@ -39,12 +40,38 @@ class TargetSolver {
     [[nodiscard]] double shares(std::size_t index) const;
 
   private:
+    /// The lines side by side, with the ratios of their assets.
+    struct Columns {
+        std::vector<double> shares;
+        std::vector<double> price;
+        std::vector<double> weight;
+        std::vector<double> fee;
+        std::vector<double> tax;
+        std::vector<double> slippage;
+
+        void clear();
+        void add(const Line& line, const Costs& ratios);
+    };
+    struct PlainCosts {
+        double minimum;
+        double per_share;
+        double max_ratio;
+        double equity;
+        double long_equity; ///< that long weights are a part of
+        double dust;        ///< orders of no more are none
+    };
+
+    static void plain_costs(const Columns& lines, const PlainCosts& terms, std::span<double> out);
+    [[nodiscard]] double plain_costs_at(double equity) const;
     [[nodiscard]] double value(const Line& line, double equity) const;
     [[nodiscard]] double costs_at(double equity) const;
     [[nodiscard]] double settle(double equity_before) const;
 
     const OrderCosts& costs_;
     std::vector<Line> lines_;
+    Columns columns_;
+    mutable std::vector<double> costs_of_lines_;
+    bool plain_ = true; ///< no fee table, no impact, one currency
     double long_weight_ = 0.0;
     double short_weight_ = 0.0;
     double fixed_weight_ = 0.0;

@@ -23,16 +23,6 @@ void TripLedger::take_back(std::size_t asset, double before, double after, doubl
     post(asset, (after - before) * price + cost);
 }
 
-void TripLedger::post(std::size_t asset, double money) {
-    if (open_[asset] >= 0) {
-        trips_[static_cast<std::size_t>(open_[asset])].money += money;
-    } else {
-        carried_[asset] += money;
-    }
-}
-
-void TripLedger::received(std::size_t asset, double money) { post(asset, money); }
-
 void TripLedger::dividend(std::size_t asset, double for_a_share_of_the_beginning) {
     if (open_[asset] >= 0) {
         trips_[static_cast<std::size_t>(open_[asset])].dividends += for_a_share_of_the_beginning;

@@ -50,7 +50,7 @@ class TripLedger {
     /// The same, taken back.
     void take_back(std::size_t asset, double before, double after, double price, double cost);
     /// Money that is no trade: dividends, borrowing.
-    void received(std::size_t asset, double money);
+    void received(std::size_t asset, double money) { post(asset, money); }
     void dividend(std::size_t asset, double for_a_share_of_the_beginning);
     void cut(std::size_t asset, Cut why);
     /// The next order takes over the shares of a round trip that ends now.
@@ -68,7 +68,13 @@ class TripLedger {
     [[nodiscard]] std::vector<TripMoney> of(const std::vector<RoundTrip>& trips);
 
   private:
-    void post(std::size_t asset, double money);
+    void post(std::size_t asset, double money) {
+        if (open_[asset] >= 0) {
+            trips_[static_cast<std::size_t>(open_[asset])].money += money;
+        } else {
+            carried_[asset] += money;
+        }
+    }
 
     std::vector<TripMoney> trips_;
     std::vector<std::int64_t> open_;

@@ -157,11 +157,6 @@ double Book::at_rate_of(std::size_t asset, std::int64_t noted, std::size_t sessi
     return price * currencies_->moved(asset, static_cast<std::size_t>(noted), session);
 }
 
-double Book::price_after(std::size_t asset, std::size_t session) const {
-    const double price = close_.at(session, asset);
-    return is_missing(price) ? price_before(asset, session) : price;
-}
-
 void Book::trade(std::size_t asset, double value, double price, std::size_t session,
                  CostTotals& totals) {
     const double bought = value - shares_[asset] * price;

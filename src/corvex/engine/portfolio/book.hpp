@@ -27,7 +27,10 @@ class Book {
     /// The last known price of an asset before a session's close is known.
     [[nodiscard]] double price_before(std::size_t asset, std::size_t session) const;
     /// The price that a close of this session leaves an asset at.
-    [[nodiscard]] double price_after(std::size_t asset, std::size_t session) const;
+    [[nodiscard]] double price_after(std::size_t asset, std::size_t session) const {
+        const double price = close_.at(session, asset);
+        return is_missing(price) ? price_before(asset, session) : price;
+    }
 
     /// Sets a holding that was traded at a quoted price. Cash and costs are the caller's: a
     /// rebalance knows both exactly.

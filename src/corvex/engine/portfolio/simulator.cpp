@@ -183,11 +183,12 @@ void Simulator::fire_stops(std::size_t session) {
 void Simulator::write_down(std::size_t session) {
     const std::size_t at = offset(session);
     if (out_.ruin_session < 0) {
-        double equity = book_.cash() + book_.mark(session);
+        double value = book_.mark(session);
+        double equity = book_.cash() + value;
         excursions_.observe_block(session + 1);
         if (equity <= 0.0 || out_of_equity_) {
             ruin(session);
-            equity = 0.0;
+            equity = value = 0.0;
         }
         // An account counts in money, the curve in what a unit of it has become.
         const double units = account_ == nullptr ? 1.0 : account_->units();
@@ -198,7 +199,7 @@ void Simulator::write_down(std::size_t session) {
         out_.slippage[at] = paid_.slippage / units;
         out_.traded[at] = paid_.traded / units;
         if (account_ != nullptr) {
-            account_->end(book_, session, equity, paid_);
+            account_->end(book_, session, {equity, value}, paid_);
         }
         if (paid_.any()) {
             out_.trading_rows.push_back(at);

@@ -141,7 +141,11 @@ class Simulator {
     void close_round_trip(const Change& change);
     void open_round_trip(const Change& change);
 
-    [[nodiscard]] double fill_price(std::size_t asset, std::size_t session) const;
+    [[nodiscard]] double fill_price(std::size_t asset, std::size_t session) const {
+        const double price = prices_.fill().at(session, asset);
+        const bool listed = static_cast<std::int64_t>(session) <= in_.prices.last_priced(asset);
+        return listed && is_tradable(price) ? price : std::numeric_limits<double>::quiet_NaN();
+    }
     [[nodiscard]] double fill_value_price(std::size_t asset, std::size_t session) const;
     [[nodiscard]] std::size_t offset(std::size_t session) const {
         return session - in_.plan.first_session;

@@ -19,12 +19,6 @@ ExitCause rebalance_cause(const SimulationInput& input, std::int64_t row) {
 
 } // namespace
 
-double Simulator::fill_price(std::size_t asset, std::size_t session) const {
-    const double price = prices_.fill().at(session, asset);
-    const bool listed = static_cast<std::int64_t>(session) <= in_.prices.last_priced(asset);
-    return listed && is_tradable(price) ? price : std::numeric_limits<double>::quiet_NaN();
-}
-
 double Simulator::fill_value_price(std::size_t asset, std::size_t session) const {
     const double price = fill_price(asset, session);
     return is_missing(price) ? book_.price_before(asset, session) : price;
