@@ -33,6 +33,9 @@ if TYPE_CHECKING:
 
 __all__ = ["WalkForward", "walk_forward"]
 
+#: What `choices` has beside the parameters: before them, and behind them.
+_SPANS = ("train_start", "train_end", "test_start", "test_end")
+_SCORES = ("inside", "outside")
 #: A figure, or a function of the figures of a window that gives each run a score.
 type Choose = str | Callable[[pd.DataFrame], Any]
 
@@ -199,6 +202,7 @@ def walk_forward(
     source = sweep.source
     if source is None:
         raise ValueError("a sweep that was read from its folder has no strategy to run again")
+    _refuse_names(sweep)
     places = np.array(sweep.places(where or {}), dtype=np.int64)
     curves, sessions, places = _curves(sweep, places)
     _refuse_varying(sweep, places)
@@ -251,13 +255,23 @@ def _curves(sweep: Sweep, places: np.ndarray) -> tuple[np.ndarray, pd.DatetimeIn
     )
 
 
+def _refuse_names(sweep: Sweep) -> None:
+    for name in sweep.parameters:
+        if name in (*_SPANS, *_SCORES):
+            raise ValueError(
+                f"a parameter is called {name!r}, as a column of choices is; give the strategy's "
+                "argument another name and sweep again"
+            )
+
+
 def _refuse_varying(sweep: Sweep, places: np.ndarray) -> None:
     for name in sweep.option_names:
-        values = {str(sweep.labels_of(int(place))[name]) for place in places}
+        values = list(dict.fromkeys(str(sweep.labels_of(int(place))[name]) for place in places))
         if name not in STITCHABLE and len(values) > 1:
+            listed = ", ".join(values[:5]) + (", …" if len(values) > 5 else "")
             raise ValueError(
-                f"{name} varies, and one simulation cannot change it on its way; choose a value: "
-                f"where={{{name!r}: ...}}"
+                f"{name} varies, and one simulation cannot change it on its way; let where pick "
+                f"one of its values: {listed}"
             )
 
 

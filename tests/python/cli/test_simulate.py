@@ -249,6 +249,15 @@ def test_a_sweep_is_kept_shown_and_walked_forward(run, prices, tmp_path):
 
 
 @pytest.mark.slow
+def test_a_sweep_runs_on_a_cluster(run, prices):
+    distributed = pytest.importorskip("distributed")
+    options = {"processes": True, "threads_per_worker": 1, "dashboard_address": None}
+    here = run(*SWEEP)
+    with distributed.LocalCluster(n_workers=2, silence_logs="CRITICAL", **options) as cluster:
+        assert run(*SWEEP, "--dask", cluster.scheduler_address) == here
+
+
+@pytest.mark.slow
 def test_the_guides_commands_run(run, prices, tmp_path):
     text = GUIDE.read_text(encoding="utf-8")
     (weights,) = re.findall(r"```csv\n(.*?)```", text, re.S)

@@ -6,6 +6,7 @@ import multiprocessing
 import os
 import pickle
 import signal
+import sys
 import threading
 import warnings
 from concurrent.futures import Executor, Future, ProcessPoolExecutor, ThreadPoolExecutor
@@ -18,6 +19,7 @@ import corvex
 from corvex.sweeping.runner import Task
 from corvex.sweeping.workers import chunks, worker
 from corvex.sweeping.workers.chunks import Chunks, Spent
+from corvex.sweeping.workers.pools import pool_of
 
 LIMIT = 0.0
 LOCK = threading.Lock()
@@ -199,11 +201,19 @@ def test_errors_come_back_from_workers(error, raised, text):
         corvex.sweep(lambda prices: fail(*error), prices(), executor=threads, on_error="raise")
 
 
-def test_what_no_worker_can_run_is_told():
+def test_what_no_worker_can_run_is_told(monkeypatch):
     with pytest.raises(RuntimeError, match="it has corvex .*, the caller 0.0"):
         corvex.sweep(strategy, prices(), signal={"lookback": [3]}, executor=Here(version="0.0"))
     with pytest.raises(ValueError, match=r"executor must be a concurrent.futures.Executor"):
         corvex.sweep(strategy, prices(), signal={"lookback": [3]}, executor=4)
+    job = corvex.sweep(strategy, prices(), signal={"lookback": [3]}, **FIXED).source.job
+    for method, count in (("fork", 1), ("spawn", 0)):
+        pool = ProcessPoolExecutor(1, mp_context=multiprocessing.get_context(method))
+        with warnings.catch_warnings(record=True) as told, monkeypatch.context() as patch:
+            warnings.simplefilter("always")
+            patch.setitem(sys.modules, "polars", sys)
+            with pool_of(pool, job, 1, raises=False):
+                assert ["polars hangs" in str(one.message) for one in told] == [True] * count
     stopped = lambda prices, lookback: fail(KeyboardInterrupt) if lookback == 3 else prices > 0  # noqa: E731
     with pytest.warns(UserWarning, match="interrupted: 1 of 4 runs are done"):
         found = corvex.sweep(

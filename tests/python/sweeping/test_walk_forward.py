@@ -173,13 +173,17 @@ def test_sweeps_that_cannot_be_walked_are_told(tmp_path):
     for more, text in (
         ({"keep": "figures"}, "ask for keep='curves'"),
         ({"options": {"start": ["2015-01-02", "2016-01-04"]}}, "several spans"),
-        ({"options": {"trail_stop": [None, 0.1]}}, "where={'trail_stop': ...}"),
+        ({"options": {"trail_stop": [None, 0.1]}}, "let where pick one of its values: None, 0.1"),
     ):
         found = swept(table, [5], **more)
         with pytest.raises(ValueError, match=text):
             corvex.walk_forward(found, "2YE", "1YE")
     walk = corvex.walk_forward(found, "2YE", "1YE", where={"trail_stop": 0.1})
     assert walk.report.trail_stop == 0.1
+    rising = lambda prices, inside: prices > prices.shift(inside)  # noqa: E731
+    named = corvex.sweep(rising, table, signal={"inside": [5, 9]}, keep="curves", market="us_stock")
+    with pytest.raises(ValueError, match="a parameter is called 'inside', as a column of choices"):
+        corvex.walk_forward(named, "2YE", "1YE")
     swept(table, [5], store=tmp_path / "runs")
     with pytest.raises(ValueError, match="no strategy"):
         corvex.walk_forward(corvex.open_sweep(tmp_path / "runs"), "2YE", "1YE")

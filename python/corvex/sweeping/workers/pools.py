@@ -5,6 +5,7 @@ from __future__ import annotations
 import contextlib
 import importlib
 import os
+import sys
 import tempfile
 import time
 from abc import ABC, abstractmethod
@@ -19,6 +20,7 @@ from concurrent.futures import (
 from pathlib import Path
 from typing import Any
 
+from corvex.simulation.notices import warn
 from corvex.sweeping.runner import Job
 from corvex.sweeping.values import Named, unwrap
 from corvex.sweeping.workers.chunks import Chunk
@@ -164,6 +166,13 @@ class _Processes(_Carried):
         self._parcel.write(path)
         self._note = Note(self._parcel.token, str(path), threads, raises)
 
+        if _forks(executor) and "polars" in sys.modules:
+            warn(
+                "this pool forks its processes, and polars hangs in a forked process once it has "
+                "been used here; if the strategy uses it, make the pool with "
+                'mp_context=multiprocessing.get_context("spawn")'
+            )
+
     def __exit__(self, *_: object) -> None:
         self._folder.cleanup()
         if self._own is not None:
@@ -190,6 +199,14 @@ class _Processes(_Carried):
         except BrokenExecutor:  # it breaks by itself, such as in its initializer
             return False
         return True
+
+
+def _forks(executor: Any) -> bool:
+    """Whether the processes of a pool are forked from this one: all that runs here goes along."""
+    context = getattr(executor, "_mp_context", None)
+    return type(executor) is ProcessPoolExecutor and (
+        getattr(context, "get_start_method", str)() == "fork"
+    )
 
 
 def _renewer(broken: Any) -> Callable[[], tuple[Executor, Executor | None]] | None:
