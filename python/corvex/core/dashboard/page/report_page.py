@@ -34,6 +34,7 @@ SHARED_MODULES = (
     "store",
     "maths",
     "charts",
+    "view",
     "table",
     "heading",
     "equity",

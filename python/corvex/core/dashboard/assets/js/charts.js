@@ -210,3 +210,15 @@ export const line = (name, x, y, colour, more = {}) => ({
   line: { color: colour, width: 1.6 },
   ...more,
 });
+
+/** A line from bottom to top. */
+export const upright = (x, color, width = 2, dash = "solid") => ({
+  type: "line",
+  xref: "x",
+  yref: "paper",
+  x0: x,
+  x1: x,
+  y0: 0,
+  y1: 1,
+  line: { color, width, dash },
+});

@@ -2,11 +2,11 @@
 
 import { chart, chartText, colours, line } from "./charts.js";
 import { el } from "./dom.js";
-import { valueAxis } from "./equity.js";
 import { number, percent, whole } from "./format.js";
 import { facts } from "./store.js";
 import { defined, table } from "./table.js";
 import { currentLanguage, t } from "./text.js";
+import { valueAxis } from "./view.js";
 
 export function renderConfidence() {
   const found = facts.confidence;

@@ -1,11 +1,11 @@
 // Several curves over the same dates, each at 100 where the view begins, with their drawdowns.
 
 import { chart, colours, line, redraw } from "./charts.js";
-import { choices, el, replaceContent } from "./dom.js";
-import { rangeOptions, rangeRows, rowsOfEvent, valueAxis } from "./equity.js";
+import { el, replaceContent } from "./dom.js";
 import { isoDay, signedPercent } from "./format.js";
 import { drawdowns, gain, rebased } from "./maths.js";
 import { t } from "./text.js";
+import { datedView, valueAxis } from "./view.js";
 
 const COLOURS = ["own", "loss", "live", "market", "text"];
 const DASHES = ["solid", "dash", "dot", "dashdot"];
@@ -17,28 +17,11 @@ const LONGEST = 44;
  * where more controls may go, and a function that shows other places.
  */
 export function rankedCurves(series, { alt, names, told: plainNames, chosen }) {
-  const last = series.days.length - 1;
-  const view = { first: 0, last, scale: "log" };
+  const { view, ranges, scale, listen } = datedView(series, show);
   const dates = series.days.map(isoDay);
   const falls = series.curves.map(drawdowns);
   const told = el("p", { class: "view", "aria-live": "polite" });
   const node = chart(alt, 560, () => curvesFigure(chosen, names, series.curves, dates, falls, view), listen);
-  const ranges = choices(t("range"), rangeOptions(series), "all", (value) => {
-    [view.first, view.last] = rangeRows(series, value);
-    show();
-  });
-  const scale = choices(
-    t("scale"),
-    [
-      ["log", t("log")],
-      ["linear", t("linear")],
-    ],
-    view.scale,
-    (value) => {
-      view.scale = value;
-      show();
-    },
-  );
   function show() {
     tell();
     redraw(node);
@@ -52,17 +35,8 @@ export function rankedCurves(series, { alt, names, told: plainNames, chosen }) {
       t("compare_view", { start: dates[view.first], end: dates[view.last], returns: returns.join(" · ") }),
     );
   }
-  function listen(plot) {
-    plot.on("plotly_relayout", (event) => {
-      const rows = rowsOfEvent(event, series, view);
-      if (!rows) return;
-      [view.first, view.last] = rows;
-      ranges.press(rows[0] === 0 && rows[1] === last ? "all" : "");
-      show();
-    });
-  }
   tell();
-  const controls = el("div", { class: "controls" }, ranges.group, scale.group);
+  const controls = el("div", { class: "controls" }, ranges, scale);
   const choose = (places) => {
     chosen = places;
     show();

@@ -1,26 +1,17 @@
 // The curve of the value with its drawdown, and the largest drawdowns.
 
-import { chart, colours, isNarrow, line, redraw } from "./charts.js";
-import { choices, el, replaceContent } from "./dom.js";
-import { dayOf, isoDay, percent, signedPercent, tickText, whole } from "./format.js";
+import { chart, colours, line, redraw, upright } from "./charts.js";
+import { el, replaceContent } from "./dom.js";
+import { dayOf, isoDay, percent, signedPercent, whole } from "./format.js";
 import { benchmarkLabel } from "./heading.js";
-import { axisTicks, drawdowns, gain, rebased } from "./maths.js";
+import { drawdowns, gain, rebased } from "./maths.js";
 import { facts } from "./store.js";
 import { table } from "./table.js";
 import { t } from "./text.js";
-
-const MONTHS_BACK = [
-  ["1m", "1M", 1],
-  ["6m", "6M", 6],
-  ["1y", "1Y", 12],
-  ["3y", "3Y", 36],
-  ["5y", "5Y", 60],
-  ["10y", "10Y", 120],
-];
+import { datedView, valueAxis } from "./view.js";
 
 export function renderEquity(series) {
   const last = series.days.length - 1;
-  const view = { first: 0, last, scale: "log", marks: true };
   const dates = series.days.map(isoDay);
   const falls = { own: drawdowns(series.strategy), market: series.benchmark && drawdowns(series.benchmark) };
   const told = el("p", { class: "view", "aria-live": "polite" });
@@ -30,23 +21,9 @@ export function renderEquity(series) {
     total: percent(facts.stats.strategy.total_return),
     drawdown: percent(facts.stats.strategy.max_drawdown),
   });
+  const { view, ranges, scale, listen } = datedView(series, show);
+  view.marks = true;
   const node = chart(alt, 520, () => equityFigure(series, dates, falls, view), listen);
-  const ranges = choices(t("range"), rangeOptions(series), "all", (value) => {
-    [view.first, view.last] = rangeRows(series, value);
-    show();
-  });
-  const scale = choices(
-    t("scale"),
-    [
-      ["log", t("log")],
-      ["linear", t("linear")],
-    ],
-    view.scale,
-    (value) => {
-      view.scale = value;
-      show();
-    },
-  );
   const marks = el(
     "label",
     { class: "check" },
@@ -65,58 +42,9 @@ export function renderEquity(series) {
     tellView(told, series, dates, falls, view);
     redraw(node);
   }
-  function listen(plot) {
-    plot.on("plotly_relayout", (event) => {
-      const rows = rowsOfEvent(event, series, view);
-      if (!rows) return;
-      [view.first, view.last] = rows;
-      ranges.press(rows[0] === 0 && rows[1] === last ? "all" : "");
-      show();
-    });
-  }
   tellView(told, series, dates, falls, view);
-  const controls = el("div", { class: "controls" }, ranges.group, scale.group, facts.drawdowns.length ? marks : null);
+  const controls = el("div", { class: "controls" }, ranges, scale, facts.drawdowns.length ? marks : null);
   return [controls, told, node, el("p", { class: "note" }, t("zoom_hint"))];
-}
-
-export function rangeOptions(series) {
-  const days = series.days.at(-1) - series.days[0];
-  const fitting = MONTHS_BACK.filter(([, , months]) => months * 30.4 < days);
-  return [...fitting.map(([value, text]) => [value, text]), ["ytd", t("range_ytd")], ["all", t("range_all")]];
-}
-
-/** The first row is the last value not after the range's start: what it is rebased to. */
-export function rangeRows(series, value) {
-  const last = series.days.length - 1;
-  if (value === "all") return [0, last];
-  const end = new Date(series.days[last] * 86400000);
-  const start =
-    value === "ytd"
-      ? Date.UTC(end.getUTCFullYear() - 1, 11, 31)
-      : monthsBefore(end, MONTHS_BACK.find(([name]) => name === value)[2]);
-  return [rowNotAfter(series.days, start / 86400000), last];
-}
-
-function monthsBefore(end, months) {
-  const [year, month, day] = [end.getUTCFullYear(), end.getUTCMonth() - months, end.getUTCDate()];
-  const lastDay = new Date(Date.UTC(year, month + 1, 0)).getUTCDate();
-  return Date.UTC(year, month, Math.min(day, lastDay));
-}
-
-function rowNotAfter(days, day) {
-  let row = 0;
-  while (row + 1 < days.length && days[row + 1] <= day) row++;
-  return row;
-}
-
-export function rowsOfEvent(event, series, view) {
-  const last = series.days.length - 1;
-  if (event["xaxis.autorange"] || event["xaxis2.autorange"]) return [0, last];
-  const axis = ["xaxis", "xaxis2"].find((name) => `${name}.range[0]` in event);
-  const range = axis ? [event[`${axis}.range[0]`], event[`${axis}.range[1]`]] : event["xaxis.range"];
-  if (!range) return "yaxis.autorange" in event ? [view.first, view.last] : null;
-  const [first, end] = range.map((value) => rowNotAfter(series.days, dayOf(String(value))));
-  return end > first ? [first, end] : [Math.max(end - 1, 0), Math.max(end, 1)];
 }
 
 function tellView(node, series, dates, falls, { first, last }) {
@@ -192,24 +120,6 @@ function equityLayout(_series, dates, curves, falls, view) {
   };
 }
 
-/** It follows what is in view, so it is not zoomed itself. */
-export function valueAxis(low, high, scale) {
-  const [a, b] = scale === "log" ? [Math.log10(low), Math.log10(high)] : [low, high];
-  const margin = (b - a || Math.abs(b) * 0.01 || 1) * 0.05;
-  const range = [a - margin, b + margin];
-  const ticks = axisTicks(...(scale === "log" ? range.map((power) => 10 ** power) : range), scale);
-  return {
-    domain: [0.34, 1],
-    type: scale,
-    title: { text: isNarrow() ? "" : t("value") },
-    range,
-    tickmode: "array",
-    tickvals: ticks,
-    ticktext: ticks.map(tickText),
-    fixedrange: true,
-  };
-}
-
 function marks(view, dates) {
   const c = colours();
   const shapes = [],
@@ -247,17 +157,6 @@ function marks(view, dates) {
   }
   return { shapes, annotations };
 }
-
-const upright = (x, color, width, dash) => ({
-  type: "line",
-  xref: "x",
-  yref: "paper",
-  x0: x,
-  x1: x,
-  y0: 0,
-  y1: 1,
-  line: { color, width, dash },
-});
 
 /** A shade over most of the chart tells nothing: a long drawdown is shaded while it deepens, or not. */
 function shadedUntil(fall, dates) {

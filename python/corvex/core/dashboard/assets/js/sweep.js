@@ -2,7 +2,7 @@
 
 import { settingText } from "./activity.js";
 import { downloadRows, orderedRows, pager, printedRows, sortHeader } from "./browse.js";
-import { chart, chartText, colours, isNarrow, redraw } from "./charts.js";
+import { chart, chartText, colours, isNarrow, redraw, upright } from "./charts.js";
 import { renderConfidence, titled } from "./confidence.js";
 import { rankedCurves } from "./curves.js";
 import { byId, el, replaceContent, select } from "./dom.js";
@@ -290,16 +290,7 @@ function spreadFigure(book, key) {
       xaxis: { title: { text: chartText(figureText(key)[0]) }, tickformat: unitOf(key) === "fraction" ? "~%" : "~g" },
       yaxis: { title: { text: t("sweep_runs") } },
       margin: { l: 72, r: 16, t: 12, b: 48 },
-      shapes: marked.map(([x, , color]) => ({
-        type: "line",
-        xref: "x",
-        yref: "paper",
-        x0: x,
-        x1: x,
-        y0: 0,
-        y1: 1,
-        line: { color, width: 2 },
-      })),
+      shapes: marked.map(([x, , color]) => upright(x, color)),
       annotations: marked.map(([x, text, color, y]) => ({
         x,
         y,
