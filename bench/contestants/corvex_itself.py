@@ -192,6 +192,25 @@ def trade_info(data: Path) -> list[Entry]:
     return entries
 
 
+def whole_account(prices: Any) -> Any:
+    """The terms of an account that has them all: rates, dividends, lots, limits, and deposits."""
+    import pandas as pd
+
+    import corvex
+
+    quarters = prices.index[60::63]
+    shares = pd.DataFrame(2.0, prices.index[1000:1001], prices.columns[:5])
+    return corvex.Account(
+        capital=1e7, cash_rate=0.03, cash_spread=0.005, short_rebate=0.01, financing_rate=0.05,
+        borrow_rate=pd.Series(0.02, prices.columns), lot_size=1, rounding="nearest",
+        fee_table={0: 0.001, 100_000: 0.0005}, fee_per_share=0.001, min_fee=1, max_fee_ratio=0.01,
+        slippage_ratio=0.0005, tax_ratio=0.001, band=0.0005, volume_share=0.1, impact=0.1,
+        price_limit=0.2, maintenance_margin=0.25, withholding_tax=0.3, splits=shares,
+        dividends=prices.reindex(quarters) * 0.005,
+        flows=pd.Series(1_000.0, prices.index[100::252]),
+    )  # fmt: skip
+
+
 def simulate(data: Path) -> list[Entry]:
     import corvex
     from corvex import _engine
@@ -219,10 +238,17 @@ def simulate(data: Path) -> list[Entry]:
     def whole() -> object:
         return corvex.simulate(targets, frame, market="us_stock", fee_ratio=fee, name="bench")
 
+    tables = {"close": frame, "volume": frame * 0.0 + 1e6}
+    account = whole_account(frame)
+
+    def kept() -> object:
+        return corvex.simulate(targets, tables, market="us_stock", name="bench", account=account)
+
     return [
         time_call("engine, bare", lambda: engine(Options(fee_ratio=fee), **bare), memory=True),
         time_call("engine, all on", lambda: engine(stops), memory=True),
         time_call("corvex.simulate", whole, memory=True, repeats=9),
+        time_call("  with an account, all on", kept, memory=True, repeats=9),
         summary("first get_stats() of its report", [_first_stats(whole()) for _ in range(9)]),
         time_call("numpy.sum", close.sum),
     ]

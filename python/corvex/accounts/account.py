@@ -226,6 +226,8 @@ def _plain(value: Any) -> Any:
     if isinstance(value, pd.Series):
         if isinstance(value.index, pd.DatetimeIndex | pd.PeriodIndex):
             return "by date"
+        if pd.api.types.is_numeric_dtype(value.dtype):  # there may be thousands
+            return dict(zip(map(str, value.index), value.astype("float64").tolist(), strict=True))
         return {str(label): _plain(one) for label, one in value.items()}
     if isinstance(value, Mapping):
         return {_plain(key): _plain(one) for key, one in value.items()}

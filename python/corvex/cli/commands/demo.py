@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 from pathlib import Path
-from typing import TYPE_CHECKING, Any
+from typing import TYPE_CHECKING, Any, cast
 
 from corvex.cli.console import Steps
 from corvex.cli.parameters import Lang, Out, Text, Width
@@ -31,6 +31,25 @@ SURVIVORS = {
 }
 
 
+#: What an account of the same strategy says of each of its terms, by language.
+_ACCOUNTS = {
+    "en": ("An account of 100,000 in whole shares", "CAGR", "fees a year", "interest a year"),
+    "zh-Hant": ("資金 100,000、以整股交易的帳戶", "年化報酬率", "每年手續費", "每年利息"),
+}
+_SHARED = {"en": "fee 0.1% of the value", "zh-Hant": "手續費 0.1%"}
+_CASH = {"en": "and 3% a year on cash", "zh-Hant": "另計現金年利率 3%"}
+_PER_SHARE = {
+    "en": "and 0.005 a share instead of 0.1%",
+    "zh-Hant": "另改為每股 0.005",
+}
+_FEES = {"fee_per_share": 0.005, "min_fee": 1.0, "max_fee_ratio": 0.01}
+_TERMS: tuple[tuple[dict[str, str], dict[str, Any]], ...] = (
+    (_SHARED, {"fee_ratio": 0.001}),
+    (_CASH, {"fee_ratio": 0.001, "cash_rate": 0.03}),
+    (_PER_SHARE, {**_FEES, "cash_rate": 0.03}),
+)
+
+
 def demo(
     out: Out = None,
     width: Width = None,
@@ -49,8 +68,10 @@ def demo(
     chosen = language(lang)
     target = target_file(out or Path(), "corvex-demo.corvex")
     page = None if is_special(target) else _beside(target)
-    with Steps(STEPS + 3) as steps:
+    with Steps(STEPS + 4) as steps:
         report = run_demo(steps)
+        with steps.step("keep three accounts"):
+            accounts = account_lines(chosen)
         with steps.step("write the report"):
             save_report(report, target)
         if page is not None:
@@ -59,6 +80,8 @@ def demo(
         with steps.step("publish and read back"):
             published = publish_demo(report)
     print_report(report, NAME, width, chosen, text=text, confidence=not text)
+    if not text:
+        print(f"{accounts}\n")
     print(f"{SURVIVORS[chosen]}\n")
     steps.print_times()
     print(f"\n{published}")
@@ -122,6 +145,30 @@ def run_demo(steps: Steps) -> Report:
             best_by_momentum, prices, signal=SIGNALS, options=OPTIONS, progress=False, **fixed
         )
     return report
+
+
+def account_lines(lang: str) -> str:
+    """Keep an account of the strategy on several terms, and say what each of them changes.
+
+    A fee per share is at least 1 and at most 1 % of an order. The prices are adjusted ones, so
+    early shares are cheaper and more than they were: without that most, fees would be too large.
+    """
+    import corvex
+    from corvex.explain.account_figures import account_drag
+    from corvex.plaintext import text_table
+
+    prices = corvex.data.get_frame("us_stocks")
+    best = best_by_momentum(prices)
+    rows = []
+    for told, terms in _TERMS:
+        account = corvex.Account(capital=100_000, lot_size=1, **terms)
+        report = corvex.simulate(
+            best, prices, resample="ME", trail_stop=0.25, market="us_stock", account=account
+        )
+        drag = account_drag(cast("pd.DataFrame", report.account))["yearly"]
+        figures = report.get_stats()["cagr"], drag["fees"], drag["interest"]
+        rows.append([told[lang], *(f"{figure:.2%}" for figure in figures)])
+    return text_table(_ACCOUNTS[lang], rows, wide=40, head=20)
 
 
 def publish_demo(report: Report) -> str:
