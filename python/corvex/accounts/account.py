@@ -224,16 +224,20 @@ def _plain(value: Any) -> Any:
     if isinstance(value, pd.DataFrame):
         return "a table"
     if isinstance(value, pd.Series):
-        if isinstance(value.index, pd.DatetimeIndex | pd.PeriodIndex):
-            return "by date"
-        if pd.api.types.is_numeric_dtype(value.dtype):  # there may be thousands
-            return dict(zip(map(str, value.index), value.astype("float64").tolist(), strict=True))
-        return {str(label): _plain(one) for label, one in value.items()}
+        return _plain_series(value)
     if isinstance(value, Mapping):
         return {_plain(key): _plain(one) for key, one in value.items()}
     if isinstance(value, numbers.Integral):
         return int(value)
     return float(value) if isinstance(value, numbers.Real) else value
+
+
+def _plain_series(values: pd.Series) -> Any:
+    if isinstance(values.index, pd.DatetimeIndex | pd.PeriodIndex):
+        return "by date"
+    if pd.api.types.is_numeric_dtype(values.dtype):  # there may be thousands
+        return dict(zip(map(str, values.index), values.astype("float64").tolist(), strict=True))
+    return {str(label): _plain(one) for label, one in values.items()}
 
 
 def _steps(table: Mapping[float, float] | None) -> tuple[tuple[float, float], ...]:
