@@ -10,10 +10,11 @@ import pandas as pd
 
 from corvex.analysis import Analysis
 from corvex.ffn_core.benchmarks import carried, known_benchmark
-from corvex.ffn_core.drawdowns import find_largest
+from corvex.ffn_core.drawdowns import LargestDrawdowns, find_in, find_largest
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
+    from corvex.ffn_core._curve import Curve
 
 __all__ = ["DrawdownAnalysis"]
 
@@ -56,6 +57,10 @@ class DrawdownAnalysis(Analysis):
         """Return the strategy's rows alone, for who has no use for the benchmark's."""
         return _rows(report.daily_creturn, self.n)
 
+    def of_curve(self, curve: Curve) -> list[dict[str, Any]]:
+        """Return the rows of a daily curve that is known as arrays."""
+        return _listed(find_in(curve, self.n))
+
     def tables(self) -> Mapping[str, pd.DataFrame]:
         """Return the two lists, depths in percent."""
         return {
@@ -65,19 +70,22 @@ class DrawdownAnalysis(Analysis):
 
 
 def _rows(curve: pd.Series, n: int) -> list[dict[str, Any]]:
-    found = find_largest(curve, n)
-    start, end, valley = (
-        np.datetime_as_string(found.curve.times[rows].view("M8[ns]"), unit="D").tolist()
-        for rows in (found.start, found.last, found.valley)
-    )
-    facts = zip(start, end, found.is_open, valley, found.length, found.depth, strict=True)
+    return _listed(find_largest(curve, n))
+
+
+def _listed(found: LargestDrawdowns) -> list[dict[str, Any]]:
+    rows = np.array([found.start, found.last, found.valley])
+    days = np.datetime_as_string(found.curve.times[rows].view("M8[ns]"), unit="D")
+    start, end, valley = days.tolist()
+    figures = (found.is_open.tolist(), valley, found.length.tolist(), found.depth.tolist())
+    facts = zip(start, end, *figures, strict=True)
     return [
         {
             "start": start,
             "end": None if is_open else end,
             "valley": valley,
-            "length": int(length),
-            "depth": float(depth),
+            "length": length,
+            "depth": depth,
         }
         for start, end, is_open, valley, length, depth in facts
     ]

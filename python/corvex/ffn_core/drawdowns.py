@@ -117,9 +117,13 @@ class LargestDrawdowns(NamedTuple):
 
 def find_largest(prices: pd.Series, n: int) -> LargestDrawdowns:
     """Find what `largest_drawdowns` lists."""
+    return find_in(read_curve(prices).present(), n)
+
+
+def find_in(curve: Curve, n: int) -> LargestDrawdowns:
+    """Find what `largest_drawdowns` lists, in a curve without missing values."""
     if n < 0:
         raise ValueError(f"the number of drawdowns must not be negative, but it is {n}")
-    curve = read_curve(prices).present()
     rows, depths = _engine.largest_drawdowns(curve.values, n)
     start, valley, end = rows[:, 0], rows[:, 2], rows[:, 3]
     is_open = end < 0

@@ -6,6 +6,7 @@ import math
 from pathlib import Path
 from typing import Any
 
+import numpy as np
 import pandas as pd
 
 from corvex import _engine
@@ -257,6 +258,33 @@ class PerformanceStats:
     def __setstate__(self, state: dict[str, Any]) -> None:
         self.__dict__.update(state)
         self._calculate()
+
+
+def figures_of(curve: Curve, rf: float) -> dict[str, Any]:
+    """Return the figures of a curve with the table of its returns, as a report's statistics do.
+
+    Parameters
+    ----------
+    curve : Curve
+        At least one value, none missing.
+    rf : float
+        Risk-free rate per year, a fraction.
+
+    Returns
+    -------
+    dict
+        What `PerformanceStats.stats` holds, its dates as ISO texts, and "return_table": the
+        returns by year and column.
+    """
+    rate = _checked_rate(rf)
+    figures, _, *rows, bar, periods, _ = _engine.performance_record(curve.values, curve.times, rate)
+    days = np.datetime_as_string(curve.times[rows].view("M8[ns]"), unit="D").tolist()
+    years, cells = _engine.return_table(curve.values, curve.times)
+    table = zip(years.tolist(), cells.tolist(), strict=True)
+    return {
+        **dict(zip(FIGURES, [*days, rate, *figures, bar, periods], strict=True)),
+        "return_table": {year: dict(zip(TABLE_COLUMNS, row, strict=True)) for year, row in table},
+    }
 
 
 _POSITIONS = {name: position for position, name in enumerate(_engine.FIGURE_NAMES)}

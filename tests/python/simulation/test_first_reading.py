@@ -109,7 +109,7 @@ def test_prices_that_change_after_the_run_do_not_change_quoted_prices_of_its_tra
         np.testing.assert_allclose(trades[f"trade_price@{date}"], prices[keys].to_numpy())
 
 
-def test_statistics_need_no_tables_and_are_those_of_the_tables():
+def test_statistics_need_no_tables_and_are_those_of_the_tables(monkeypatch):
     def strategy(report):
         # Another rate in between: the record of the last call is kept.
         report.get_stats(riskfree_rate=0.5)
@@ -117,6 +117,7 @@ def test_statistics_need_no_tables_and_are_those_of_the_tables():
 
     report = simulated()
     early = strategy(report)
+    assert report._deferred.makes("daily_creturn")
     assert set(vars(report)) >= LATER
     assert repr(strategy(report)) == repr(early)
     assert 0.0 < early["win_ratio"] < 1.0
@@ -131,6 +132,11 @@ def test_statistics_need_no_tables_and_are_those_of_the_tables():
     assert strategy(report)["win_ratio"] == 0.5
     report.run_analysis = lambda *_, **__: {"strategy": {"largest_drawdown": "own"}}
     assert strategy(report)["drawdown_details"] == "own"
+    report._ffn_stats_dict = lambda series, rate: {"last": series.iloc[-1], "rate": rate}
+    assert strategy(report)["last"] == report.daily_creturn.iloc[-1]
+    monkeypatch.setattr(pd.Series, "calc_stats", lambda series: len(series) / 0)
+    with pytest.raises(ZeroDivisionError):
+        simulated().get_stats()
 
 
 DAYS = pd.bdate_range("2020-01-01", periods=30)

@@ -16,6 +16,7 @@ from corvex.data.readiness import readiness_record
 from corvex.market import Market
 from corvex.markets.bound import BoundMarket
 from corvex.simulation.read.benchmark_notices import warn_about_benchmark
+from corvex.simulation.report.daily_curve import daily_curve
 from corvex.simulation.report.deferred import Deferred
 from corvex.simulation.report.next_holdings import HandOver
 from corvex.simulation.report.trades_table import mae_mfe_table
@@ -114,8 +115,10 @@ def build_report(outcome: Outcome) -> Report:
         "current_trades": None,
     }
     deferred = Deferred(ordered)
-    curve, dates = _curve(outcome), outcome.position.index
+    equity, dates = _equity(outcome.creturn), outcome.position.index
+    curve = _curve(*equity, outcome.creturn.name)
     deferred.add(["daily_creturn"], lambda: _daily(curve))
+    deferred.add_fact("daily_curve", "daily_creturn", lambda: daily_curve(*equity))
     deferred.add(_BENCHMARKS, lambda: _benchmarks(curve, dates, market))
     deferred.add(_TRADES, lambda: _trades(outcome.trades()))
     if outcome.closed_returns is not None:
@@ -144,10 +147,13 @@ def _named(name: str, make: Callable[[], Any]) -> dict[str, Any]:
     return {name: make()}
 
 
-def _curve(outcome: Outcome) -> Callable[[], Report]:
-    """What makes a view with the strategy's curves, from the equity as it is now."""
-    creturn = outcome.creturn
-    values, index, name = creturn.array.copy(), creturn.index.view(), creturn.name
+def _equity(creturn: pd.Series) -> tuple[np.ndarray, pd.Index]:
+    """The values and dates of the equity as it is now."""
+    return creturn.to_numpy(copy=True), creturn.index.view()
+
+
+def _curve(values: np.ndarray, index: pd.Index, name: Any) -> Callable[[], Report]:
+    """What makes a view with the strategy's curves."""
 
     def make() -> Report:
         view = Report.__new__(Report)

@@ -123,11 +123,15 @@ bool has_own_run_analysis(nb::handle report) {
 
 } // namespace
 
-nb::object strategy_drawdowns(nb::handle report) {
+nb::object strategy_drawdowns(nb::handle report, const nb::object& curve) {
     if (has_own_run_analysis(report)) {
         const nb::object module =
             global("importlib").attr("import_module")(text("corvex.analysis.drawdownAnalysis"));
         const nb::object analysis = module.attr("DrawdownAnalysis")();
+        const nb::object known = pyglue::attribute_or(analysis, "of_curve", nb::none());
+        if (!curve.is_none() && !known.is_none()) {
+            return known(curve);
+        }
         const nb::object alone = pyglue::attribute_or(analysis, "of_strategy", nb::none());
         if (!alone.is_none()) {
             return alone(report);

@@ -42,6 +42,16 @@ nb::object by_rows(nb::handle table) {
     return result;
 }
 
+void add_aliases(const nb::object& record) {
+    pyglue::for_each(global("STATS_METRIC_ALIASES").attr("items")(), [&](const nb::object& alias) {
+        const nb::object statistic = alias[0];
+        if (pyglue::contains(record, statistic)) {
+            record[nb::object(alias[1])] = record[statistic];
+        }
+        return true;
+    });
+}
+
 nb::object ffn_stats_dict(const Call& call) {
     const nb::object stats = call[1].attr("calc_stats")();
     stats.attr("set_riskfree_rate")(call[2]);
@@ -50,13 +60,7 @@ nb::object ffn_stats_dict(const Call& call) {
         record[key] = record[key].attr("strftime")(text("%Y-%m-%d"));
     }
     record["return_table"] = by_rows(stats.attr("return_table"));
-    pyglue::for_each(global("STATS_METRIC_ALIASES").attr("items")(), [&](const nb::object& alias) {
-        const nb::object statistic = alias[0];
-        if (pyglue::contains(record, statistic)) {
-            record[nb::object(alias[1])] = record[statistic];
-        }
-        return true;
-    });
+    add_aliases(record);
     return record;
 }
 
@@ -92,14 +96,33 @@ nb::object win_ratio(nb::handle trades) {
                                        : share_above_zero(closed[text("return")]);
 }
 
+/// The daily curve as arrays, where nobody has seen the Series and no other function than the
+/// module's own would read it; else None.
+nb::object unread_curve(nb::handle self) {
+    const nb::object method = self.attr("_ffn_stats_dict");
+    const nb::object function = pyglue::attribute_or(method, "__func__", nb::none());
+    const bool own = pyglue::is_function(function, statistics_methods().front());
+    return own ? deferred_fact(self, "daily_curve") : nb::none();
+}
+
+nb::object record_of(const nb::object& curve, nb::handle riskfree_rate) {
+    const nb::object record = pyglue::import_module("corvex.ffn_core.performance")
+                                  .attr("figures_of")(curve, riskfree_rate);
+    add_aliases(record);
+    return record;
+}
+
 nb::object get_stats_uncached(const Call& call) {
     const nb::handle self = call.self();
-    const nb::object record = self.attr("_ffn_stats_dict")(self.attr("daily_creturn"), call[1]);
+    const nb::object curve = unread_curve(self);
+    const nb::object record =
+        curve.is_none() ? self.attr("_ffn_stats_dict")(self.attr("daily_creturn"), call[1])
+                        : record_of(curve, call[1]);
     record["version"] = global("corvex").attr("__version__");
     const nb::object returns = deferred_fact(self, "closed_returns");
     record["win_ratio"] =
         returns.is_none() ? win_ratio(self.attr("trades")) : share_above_zero(returns);
-    record["drawdown_details"] = strategy_drawdowns(self);
+    record["drawdown_details"] = strategy_drawdowns(self, curve);
     return record;
 }
 
