@@ -2,19 +2,12 @@
 
 from __future__ import annotations
 
-import os
-import shutil
+import sys
 from collections.abc import Mapping
 from pathlib import Path
 
-ARGUMENTS = [
-    "--no-sandbox",
-    "--disable-gpu",
-    "--no-first-run",
-    "--disable-background-networking",
-    "--disable-component-update",
-    "--disable-sync",
-]
+sys.path.insert(0, str(Path(__file__).parents[1] / "tools"))
+import chromium
 
 # Notes the time of the first frame after each milestone, from when the browser turns to the file.
 _WATCH = """
@@ -41,12 +34,7 @@ def missing() -> str | None:
         import playwright.sync_api  # noqa: F401
     except ImportError:
         return "playwright is not installed"
-    return None if chromium() else "no Chromium is installed"
-
-
-def chromium() -> str | None:
-    names = (os.environ.get("CORVEX_CHROMIUM", "chromium"), "chromium-browser", "google-chrome")
-    return next(filter(None, map(shutil.which, names)), None)
+    return None if chromium.find() else "no Chromium is installed"
 
 
 def time_page(path: Path, milestones: Mapping[str, str], runs: int) -> dict[str, list[float]]:
@@ -61,7 +49,9 @@ def time_page(path: Path, milestones: Mapping[str, str], runs: int) -> dict[str,
     samples: dict[str, list[float]] = {name: [] for name in milestones}
     with sync_playwright() as playwright:
         for _ in range(runs):
-            browser = playwright.chromium.launch(executable_path=chromium(), args=ARGUMENTS)
+            browser = playwright.chromium.launch(
+                executable_path=chromium.find(), args=chromium.ARGUMENTS
+            )
             page = browser.new_context(offline=True).new_page()
             page.add_init_script(f"({_WATCH})({json.dumps(milestones)})")
             page.goto(path.as_uri(), wait_until="commit")

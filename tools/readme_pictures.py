@@ -2,12 +2,11 @@
 
 from __future__ import annotations
 
-import os
-import shutil
 import sys
 import tempfile
 from pathlib import Path
 
+import chromium
 import playwright.sync_api
 
 import corvex
@@ -39,12 +38,11 @@ def pages(folder: Path) -> dict[str, tuple[str, str | None]]:
 
 def draw(folder: Path, shown: dict[str, tuple[str, str | None]]) -> None:
     """Photograph the pages."""
-    names = (os.environ.get("CORVEX_CHROMIUM", "chromium"), "chromium-browser", "google-chrome")
-    program = next(filter(None, map(shutil.which, names)), None)
+    program = chromium.find()
     if program is None:
         sys.exit("no Chromium is installed")
     with playwright.sync_api.sync_playwright() as play:
-        browser = play.chromium.launch(executable_path=program, args=["--no-sandbox"])
+        browser = play.chromium.launch(executable_path=program, args=chromium.ARGUMENTS)
         page = browser.new_page(viewport={"width": WIDTH, "height": HEIGHT}, locale="en-US")
         for name, (file, section) in shown.items():
             page.goto((folder / f"{file}.html").as_uri())

@@ -1,5 +1,3 @@
-import os
-import shutil
 import sys
 from pathlib import Path
 
@@ -11,27 +9,19 @@ import corvex
 from corvex.core.dashboard import generate_html
 
 sys.path.insert(0, str(Path(__file__).parent))
+sys.path.insert(0, str(Path(__file__).parents[3] / "tools"))
+import chromium as installed
 from dashboard_reports import HOSTILE, bare_report
-
-ARGUMENTS = [
-    "--no-sandbox",
-    "--disable-gpu",
-    "--no-first-run",
-    "--disable-background-networking",
-    "--disable-component-update",
-    "--disable-sync",
-]
 
 
 @pytest.fixture(scope="module")
 def chromium():
-    names = (os.environ.get("CORVEX_CHROMIUM", "chromium"), "chromium-browser", "google-chrome")
-    program = next(filter(None, map(shutil.which, names)), None)
+    program = installed.find()
     if program is None:
         pytest.skip("no Chromium is installed, so the page was not opened in a browser")
     sync_api = pytest.importorskip("playwright.sync_api", reason="playwright is not installed")
     with sync_api.sync_playwright() as playwright:
-        browser = playwright.chromium.launch(executable_path=program, args=ARGUMENTS)
+        browser = playwright.chromium.launch(executable_path=program, args=installed.ARGUMENTS)
         yield browser
         browser.close()
 

@@ -211,14 +211,14 @@ export const line = (name, x, y, colour, more = {}) => ({
   ...more,
 });
 
-/** A line from bottom to top. */
-export const upright = (x, color, width = 2, dash = "solid") => ({
+/** A line from the bottom to a part of the height. */
+export const upright = (x, color, width = 2, dash = "solid", height = 1) => ({
   type: "line",
   xref: "x",
   yref: "paper",
   x0: x,
   x1: x,
   y0: 0,
-  y1: 1,
+  y1: height,
   line: { color, width, dash },
 });

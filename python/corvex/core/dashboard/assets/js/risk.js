@@ -1,6 +1,6 @@
 // Rolling risk, and the distribution of the returns.
 
-import { chart, chartText, colours, drawLater, line, redraw } from "./charts.js";
+import { chart, chartText, colours, drawLater, line, redraw, upright } from "./charts.js";
 import { choices, el, replaceContent } from "./dom.js";
 import { isoDay, percent, share, whole } from "./format.js";
 import { benchmarkLabel } from "./heading.js";
@@ -172,16 +172,7 @@ function histogram(found) {
     });
   }
   const at = (x, text, height) => ({
-    shape: {
-      type: "line",
-      xref: "x",
-      yref: "paper",
-      x0: x,
-      x1: x,
-      y0: 0,
-      y1: height,
-      line: { color: c.text, width: 1.5, dash: "dot" },
-    },
+    shape: upright(x, c.text, 1.5, "dot", height),
     note: {
       x,
       y: height,
