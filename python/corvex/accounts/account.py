@@ -207,7 +207,7 @@ def kept_terms(account: Account) -> dict[str, Any]:
     """Return the capital and each term that is not at its default, as plain values.
 
     A Series by asset label is a dictionary; what goes by date is told as "by date", a table as
-    "a table".
+    "a table"; exchange rates are a dictionary by pair.
     """
     found = {}
     for field in fields(account):
@@ -216,7 +216,14 @@ def kept_terms(account: Account) -> dict[str, Any]:
         if field.name == "capital" or is_table or value != field.default:
             found[field.name] = _plain(value)
     if isinstance(account.fx, pd.Series):
-        found["fx"] = "by date"  # also where its dates are texts
+        found["fx"] = {str(account.fx.name): "by date"}  # also where its dates are texts
+    elif isinstance(account.fx, pd.DataFrame):
+        found["fx"] = dict.fromkeys(map(str, account.fx.columns), "by date")
+    elif account.fx is not None:
+        found["fx"] = {
+            str(pair): "by date" if isinstance(rates, pd.Series) else _plain(rates)
+            for pair, rates in account.fx.items()
+        }
     return found
 
 

@@ -23,7 +23,10 @@ type Form = Literal["text", "percent", "ratio", "count", "price", "money", "date
 
 _FORMS: dict[str, Form] = {"fraction": "percent", "count": "count", "days": "ratio", "date": "date"}
 _MONTHS = ("Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec")
-_FRACTIONS = {"position", "return", "mae", "mfe", "mfe_before_mae", "max_drawdown"}
+_FRACTIONS = {
+    *("position", "return", "currency_return"),
+    *("mae", "mfe", "mfe_before_mae", "max_drawdown"),
+}
 _RUN = {
     "name": "Name", "market": "Market", "start": "First date", "end": "Last date",
     "benchmark": "Benchmark", "riskfree": "Risk-free rate", "bar": "Bars",

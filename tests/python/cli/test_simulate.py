@@ -108,7 +108,7 @@ def test_accounts_come_from_files(run, prices, tmp_path):
     (tmp_path / "broker.toml").write_text(guide)
     lots, quoted = (
         {"A": 1, "B": 2, "0050": 1, "D": 1},
-        {"A": "USD", "B": "USD", "0050": "TWD", "D": "USD"},
+        {"A": "USD", "B": "HKD", "0050": "TWD", "D": "USD"},
     )
     fx = pd.DataFrame({"USDTWD": 30.0 + np.arange(len(prices)) % 7}, prices.index.rename("date"))
     fx.to_csv("fx.csv")
@@ -118,7 +118,7 @@ def test_accounts_come_from_files(run, prices, tmp_path):
         "flows": "flow.csv",
         "base": "USD",
         "currency": quoted,
-        "fx": "fx.csv",
+        "fx": {"USD/TWD": "fx.csv", "USDHKD": 7.8},
     }
     (tmp_path / "other.json").write_text(json.dumps(terms))
     (tmp_path / "flow.csv").write_text("date,amount\n2016-01-04,500\n2017-01-03,-100\n")
@@ -133,7 +133,7 @@ def test_accounts_come_from_files(run, prices, tmp_path):
         ),
         "other.json": corvex.Account(
             capital=1000, lot_size=pd.Series(lots), base="USD", currency=quoted,
-            fx=fx,
+            fx={"USDTWD": fx["USDTWD"], "USDHKD": 7.8},
             flows=pd.Series([500.0, -100.0], pd.to_datetime(["2016-01-04", "2017-01-03"])),
         ),
     }  # fmt: skip

@@ -77,6 +77,13 @@ def _term(name: str, value: Any, folder: Path, max_megabytes: int) -> Any:
         return _file(name, folder / value, max_megabytes)
     if not isinstance(value, dict) or name == "currency":
         return value
+    if name == "fx":  # pairs to numbers, or to files of dates and one value
+        return {
+            pair: _file(f"fx of {pair}", folder / rates, max_megabytes)
+            if isinstance(rates, str)
+            else rates
+            for pair, rates in value.items()
+        }
     if name == "fx":  # by pair: a rate, rates by date, or a file of them
         return {pair: _term("flows", rate, folder, max_megabytes) for pair, rate in value.items()}
     if name == "fee_table":

@@ -114,6 +114,7 @@ export function renderTrades(series) {
     status,
     place,
     el("p", { class: "note" }, `${t("trades_note")} ${t(`prices_${facts.meta.prices}`)} ${t("trades_hint")}`),
+    facts.account?.currency ? el("p", { class: "note" }, t("trades_currency")) : null,
     ...summaries(),
   ];
 }
