@@ -77,6 +77,29 @@ def test_runs_are_searched_mapped_and_set_beside_their_neighbours(open_page, pri
     assert "24 個組合" in page.locator("#subtitle").inner_text()
 
 
+def test_runs_that_are_no_grid_stand_beside_the_nearest(open_page, prices):
+    draw = np.random.default_rng(3)
+    lookbacks, tops = draw.permutation(np.arange(5, 125, 10)), draw.permutation(np.arange(2, 14))
+    rows = [
+        {"lookback": int(lookback), "top": int(top), "kind": "ab"[at % 2]}
+        for at, (lookback, top) in enumerate(zip(lookbacks, tops, strict=True))
+    ]
+    found = corvex.sweep(ranked, prices, signal=rows, resample="ME", market="us_stock")
+    page = open_page(sweep_html(found, "daily_sharpe", simulate=False, title=None))
+    ranks = np.column_stack([lookbacks.argsort().argsort(), tops.argsort().argsort()]) / 11
+    apart = ((ranks[:, None] - ranks) ** 2).sum(axis=2)
+    apart[np.add.outer(np.arange(12), np.arange(12)) % 2 == 1] = np.inf  # of the other kind
+    np.fill_diagonal(apart, np.inf)
+    near = np.argsort(apart, axis=1, kind="stable")[:, :4]
+    sharpe = found.figures["daily_sharpe"].to_numpy()
+    shown = page.locator("#plateau .chart").evaluate("node => node.data")[1:]
+    points = sorted(yx for one in shown for yx in zip(one["y"], one["x"], strict=True))
+    expected = sorted(zip(sharpe, sharpe[near].mean(axis=1), strict=True))
+    np.testing.assert_allclose(points, expected, rtol=1e-3)
+    assert "nearest" in page.locator("#plateau p.note").inner_text()
+    assert "runs nearest to it" in page.locator("#tried").inner_text()
+
+
 @pytest.mark.parametrize("kinds", [["raises"], ["nothing"], ["rank"], ["rank", "raises", HOSTILE]])
 def test_few_runs_failed_ones_and_hostile_values_show(open_page, prices, kinds):
     found = swept(prices.iloc[:, :3], lookback=[21], top=[1], kind=kinds)

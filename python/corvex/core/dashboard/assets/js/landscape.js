@@ -183,8 +183,8 @@ function oneFigure(book, state) {
 export function renderPlateau(series) {
   if (!varying().some(isOrdered)) return null;
   const book = runBook(series);
-  const beside = neighbourRuns(series, book.count);
-  if (!beside.some((places) => places.length)) return null;
+  const { beside, isNearest } = neighbourRuns(series, book.count);
+  if (!beside.some((places) => places.length)) return [el("p", { class: "note" }, t("sweep_no_plateau"))];
   const state = { key: facts.figure };
   const rows = () =>
     rankedRuns(book, state.key)
@@ -201,7 +201,8 @@ export function renderPlateau(series) {
     show();
   });
   show();
-  return [el("div", { class: "controls" }, choice), node, el("p", { class: "note" }, t("sweep_plateau_note")), place];
+  const note = isNearest ? t("sweep_plateau_near") : t("sweep_plateau_note");
+  return [el("div", { class: "controls" }, choice), node, el("p", { class: "note" }, note), place];
 }
 
 function plateauFigure(book, rows, key) {

@@ -45,8 +45,48 @@ export const figureChoice = (chosen, choose) =>
     choose,
   );
 
-/** For each run those that lie one step away in one ordered parameter, all others being equal. */
+const MOST_NEAREST = 2500; // each is compared with all others
+
+/**
+ * The neighbours of each run: those one step away or, where most runs have none since they are no grid,
+ * those that lie nearest.
+ */
 export function neighbourRuns(series, count) {
+  const stepped = steppedRuns(series, count);
+  const alone = stepped.filter((places) => !places.length).length;
+  if (2 * alone <= count || count > MOST_NEAREST) return { beside: stepped, isNearest: false };
+  return { beside: nearestRuns(series, count), isNearest: true };
+}
+
+/** For each run as many others as it would have on a grid; parameters without an order are the same. */
+function nearestRuns(series, count) {
+  const axes = varying();
+  const ordered = axes.filter(isOrdered);
+  const groups = new Map();
+  const points = Array.from({ length: count }, (_, i) => {
+    const code = ({ at }) => series.codes[at][i];
+    const rank = (axis) => axis.ranks[code(axis)] ?? null;
+    const key = axes.map((axis) => (rank(axis) === null ? code(axis) : "")).join(",");
+    if (!groups.has(key)) groups.set(key, []);
+    groups.get(key).push(i);
+    // By rank: values may lie close together here and far apart there.
+    return { key, at: ordered.map((axis) => (rank(axis) ?? 0) / (axis.ranks.length - 1)) };
+  });
+  const square = (value) => value * value;
+  const distance = (i, j) => points[i].at.reduce((sum, value, axis) => sum + square(value - points[j].at[axis]), 0);
+  return points.map(({ key }, i) =>
+    groups
+      .get(key)
+      .filter((j) => j !== i)
+      .map((j) => [distance(i, j), j])
+      .sort((one, other) => one[0] - other[0] || one[1] - other[1])
+      .slice(0, 2 * ordered.length)
+      .map(([, j]) => j),
+  );
+}
+
+/** For each run those that lie one step away in one ordered parameter, all others being equal. */
+function steppedRuns(series, count) {
   const axes = varying();
   const keyOf = (codes) => codes.join(",");
   const codesOf = (i) => axes.map(({ at }) => series.codes[at][i]);

@@ -96,14 +96,18 @@ function warnings(series, book, known) {
 function aboutBest(series, book, known) {
   const key = facts.figure;
   const lines = [];
-  const beside = besideRun(book, neighbourRuns(series, book.count)[known[0]], key);
+  const neighbours = neighbourRuns(series, book.count);
+  const beside = besideRun(book, neighbours.beside[known[0]], key);
   if (beside) {
     const best = book.value(key, known[0]);
     const values = known.map((i) => book.value(key, i));
     const rank = values.filter((value) => (isLessBetter(key) ? value < beside.mean : value > beside.mean)).length;
     const isAlone = rank / values.length > 0.25;
     const texts = { figure: told(key, best), mean: figure(key, beside.mean), count: whole(beside.count) };
-    lines.push([isAlone ? "bad" : "", t(isAlone ? "sweep_alone" : "sweep_among", texts)]);
+    const words = neighbours.isNearest
+      ? [t("sweep_alone_near", texts), t("sweep_among_near", texts)]
+      : [t("sweep_alone", texts), t("sweep_among", texts)];
+    lines.push(isAlone ? ["bad", words[0]] : ["", words[1]]);
   }
   for (const parameter of varying().filter(isOrdered)) {
     const ranks = parameter.ranks.filter((rank) => rank !== null);
