@@ -26,7 +26,6 @@ if TYPE_CHECKING:
 __all__ = ["Border", "Clock", "Stamps", "as_dates", "dated_table"]
 
 _DAY = pd.Timedelta(days=1)
-_TICK = pd.Timedelta(1, unit="ns")
 _PERIOD = re.compile(r"\d{4}(-\d{2})?")
 
 
