@@ -183,7 +183,7 @@ def test_pairs_are_found_however_they_are_written(fx):
             {"fx": {"USDTWD": DOLLAR[2:]}},
             "USDTWD is missing on 2024-01-03.* first one is of 2024-0",
         ),
-        ({"fx": {"USDTWD": DOLLAR[:5]}}, "USDTWD is missing on 2024-02-09: .* more than 31 days"),
+        ({"fx": {"USDTWD": DOLLAR[:5]}}, "USDTWD is missing on 2024-02-13: .* more than 35 days"),
         ({"fx": {"USDTWD": -DOLLAR}}, "the rate of USDTWD on 2024-01-02 is -30; rates must be"),
         ({"fx": {"USDTWD": "30"}}, "fx of USDTWD must be a Series by date or a number above 0"),
         ({"fx": {"USDTWD": 30, "USD-TWD": 30}}, "fx has the pair USDTWD twice"),
@@ -211,6 +211,19 @@ def test_an_old_rate_is_told_once_and_one_of_before_the_prices_counts():
     assert len(told) == 1
     assert report.fx["USD"].iloc[[0, 4, 5, 29]].tolist() == [31.0, 31.0, 30.5, 31.9]
     assert report.fx["JPY"].iloc[0] == pytest.approx(31.0 / 150.0)
+
+
+@pytest.mark.parametrize("freq", ["BME", "ME", "BMS"])
+def test_rates_by_month_are_enough(freq):
+    days = pd.bdate_range("2025-11-03", "2026-01-30")  # 28 November to 31 December
+    prices = pd.DataFrame(100.0, days, ["AAA"])
+    months = pd.date_range("2025-09-01", "2026-01-31", freq=freq)
+    rates = {"USDTWD": pd.Series(np.arange(30.0, 30.0 + len(months)), months)}
+    account = corvex.Account(currency="USD", base="TWD", fx=rates)
+    with pytest.warns(UserWarning, match="more than 10 days old"):
+        report = corvex.simulate(prices > 0, prices, market="us_stock", account=account)
+    known = rates["USDTWD"].reindex(report.fx.index, method="ffill")
+    assert report.fx["USD"].tolist() == known.tolist()
 
 
 def test_a_days_rate_counts_for_bars_when_the_day_is_over_and_moves_what_has_no_price():

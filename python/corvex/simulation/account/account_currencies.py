@@ -24,7 +24,7 @@ _Ints = npt.NDArray[np.int64]
 
 _DAY = 86_400_000_000_000
 _LONG_DAYS = 10  # longer than the longest holidays of a market: the rate is told of
-_MOST_DAYS = 31  # rates by month are enough, older ones are not
+_MOST_DAYS = 35  # between the last weekdays of two months lie up to 33, and holidays
 
 
 @dataclass(frozen=True, slots=True)
