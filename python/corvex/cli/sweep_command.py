@@ -39,6 +39,8 @@ class SweepCommand:
         A year.
     max_size : int
         Most MB that a file may hold.
+    batched : bool
+        The strategy makes the weights of many combinations in one call.
     """
 
     strategy: str
@@ -48,6 +50,7 @@ class SweepCommand:
     curves: bool
     riskfree: float
     max_size: int
+    batched: bool = False
 
     def run(
         self, store: Path | None, executor: Any = None, *, check_lookahead: bool = False
@@ -76,6 +79,7 @@ class SweepCommand:
             strategy, prices, signal=signal or None, options=varying or None,
             keep="curves" if self.curves else "figures", store=store,
             riskfree_rate=self.riskfree, executor=executor, check_lookahead=check_lookahead,
+            batched=self.batched,
             **fixed,
         )  # fmt: skip
         if store is not None:

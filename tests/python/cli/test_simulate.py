@@ -289,4 +289,11 @@ def test_sweep_says_what_cannot_be_swept(run, prices):
 
 @pytest.mark.slow
 def test_a_sweep_in_other_processes_is_the_same(run, prices):
-    assert run(*SWEEP, "--workers", "2")[1] == run(*SWEEP)[1]
+    here = run(*SWEEP)[1]
+    assert run(*SWEEP, "--workers", "2")[1] == here
+    with open("momentum.py", "a") as file:
+        file.write("one = momentum\ndef momentum(prices, lookback, top):\n")
+        file.write("    return [one(prices, *pair) for pair in zip(lookback, top, strict=True)]\n")
+    assert run(*SWEEP, "--batched", "--store", "runs")[1].startswith(here)
+    walk = ("walk-forward", "runs", "--train", "2YE", "--where", "trail_stop=none")
+    assert run(*walk)[0] == 0

@@ -49,6 +49,14 @@ def sweep(
             help="Keep each run's curve in the store, 8 bytes a session; walk-forward needs them."
         ),
     ] = True,
+    batched: Annotated[
+        bool,
+        Option(
+            "--batched",
+            help="The strategy takes arrays of its arguments, and makes the weights of many"
+            " combinations in one call.",
+        ),
+    ] = False,
     workers: Annotated[
         int | None, Option(min=1, help="How many processes call the strategy.")
     ] = None,
@@ -77,7 +85,7 @@ def sweep(
     command = SweepCommand(
         strategy=strategy, prices=prices, signal=signal or [], option=option or [],
         curves=curves and store is not None, riskfree=0.02 if riskfree is None else riskfree,
-        max_size=max_size,
+        max_size=max_size, batched=batched,
     )  # fmt: skip
     with workers_of(workers, dask) as executor:
         found = command.run(store, executor, check_lookahead=check_lookahead)
