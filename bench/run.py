@@ -100,12 +100,14 @@ def show_times(case: Case, variant: str, rows: list[Row]) -> None:
     for label, most in {**case.limits, **case.limits_of.get(variant, {})}.items():
         if label in heads:
             wish = f"{label.strip()} at most {seconds(most)}"
-            judge(case, variant, wish, heads[label] <= most, seconds(heads[label]))
+            got = f"{seconds(heads[label])}, {heads[label] / most:.2g} of it"
+            judge(case, variant, wish, heads[label] <= most, got)
     peaks = {r["label"]: r["peak"] for r in rows if r["contestant"] == "corvex" and "peak" in r}
     for label, most in case.room.items():
         if label not in peaks:
             continue
-        wish, got = f"{label} at most {most:.0f} MiB", f"{peaks[label]:.0f} MiB"
+        wish = f"{label} at most {most:.0f} MiB"
+        got = f"{peaks[label]:.0f} MiB, {peaks[label] / most:.2g} of it"
         judge(case, variant, wish, peaks[label] <= most, got)
     for goal in case.goals:
         if variant.startswith(goal.variant):

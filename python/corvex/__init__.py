@@ -11,12 +11,12 @@ __version__ = "0.1.0"
 import importlib
 from typing import TYPE_CHECKING, Any
 
-from corvex.cloud.credentials import get_token
 from corvex.tables import pandas_methods as _pandas_methods
 
 if TYPE_CHECKING:
     from corvex import data, ffn_core
     from corvex.accounts import Account
+    from corvex.cloud.credentials import get_token
     from corvex.comparison import compare
     from corvex.core.report import Report, ReportExecution
     from corvex.explain.attribution import contributions, exposure, turnover
@@ -81,6 +81,7 @@ _LAZY = {
     "exposure": "corvex.explain.attribution",
     "from_equity": "corvex.simulation.given_curves",
     "from_returns": "corvex.simulation.given_curves",
+    "get_token": "corvex.cloud.credentials",
     "live_figures": "corvex.explain.live_performance",
     "load": "corvex.safe_file",
     "open_sweep": "corvex.sweeping",
