@@ -12,7 +12,6 @@ import contextlib
 import importlib.util
 import os
 import sys
-import zipfile
 from pathlib import Path
 from typing import NamedTuple
 
@@ -22,6 +21,7 @@ import pandas as pd
 __all__ = ["StoredSessions", "load", "may_load", "save"]
 
 _PACKAGE = "exchange_calendars"
+_MARK = "corvex-sessions"
 
 
 class StoredSessions(NamedTuple):
@@ -43,12 +43,15 @@ def may_load() -> bool:
 def load(code: str, span: tuple[pd.Timestamp, pd.Timestamp]) -> StoredSessions | None:
     """Return what an earlier process has worked out for a span; None where nothing is sound."""
     try:
-        with open(_file(code, span), "rb") as stream, np.load(stream, allow_pickle=False) as kept:
-            bounds, stamps, tz = kept["bounds"], kept["stamps"], str(kept["tz"])
-        sessions, opens, closes = (_dates(row) for row in stamps)
-        first, last = _dates(bounds)
+        head, _, body = _file(code, span).read_bytes().partition(b"\n")
+        mark, tz = head.decode("ascii").split(" ")
+        if mark != _MARK:
+            return None
+        numbers = np.frombuffer(body, "<i8")
+        first, last = (pd.Timestamp(int(nanos)) for nanos in numbers[:2])
+        sessions, opens, closes = (_dates(row) for row in numbers[2:].reshape(3, -1))
         zone_opens, zone_closes = (x.tz_localize("UTC").tz_convert(tz) for x in (opens, closes))
-    except (OSError, ValueError, KeyError, EOFError, TypeError, zipfile.BadZipFile):
+    except (OSError, ValueError, KeyError, TypeError):
         return None
     if not (sessions.is_monotonic_increasing and sessions.is_unique and (opens < closes).all()):
         return None
@@ -65,12 +68,8 @@ def save(code: str, span: tuple[pd.Timestamp, pd.Timestamp], found: StoredSessio
     ]
     bounds = pd.DatetimeIndex([found.first, found.last])
     with contextlib.suppress(OSError), atomic_open(_file(code, span)) as file:
-        np.savez(
-            file,
-            bounds=_nanos(bounds),
-            stamps=np.array([_nanos(index) for index in stamps]),
-            tz=np.array(found.tz),
-        )
+        file.write(f"{_MARK} {found.tz}\n".encode("ascii"))
+        file.write(np.concatenate([_nanos(index) for index in (bounds, *stamps)]).tobytes())
 
 
 def _file(code: str, span: tuple[pd.Timestamp, pd.Timestamp]) -> Path:
@@ -78,7 +77,7 @@ def _file(code: str, span: tuple[pd.Timestamp, pd.Timestamp]) -> Path:
 
     years = f"{span[0].year}-{span[1].year}"
     safe = "".join(c if c.isalnum() else "_" for c in code)
-    return Path(get_tmp_dir()) / f"sessions-{safe}-{years}-{_version()}-{pd.__version__}.npz"
+    return Path(get_tmp_dir()) / f"sessions-{safe}-{years}-{_version()}-{pd.__version__}.bin"
 
 
 def _version() -> str:
@@ -95,7 +94,7 @@ def _version() -> str:
 
 
 def _nanos(index: pd.DatetimeIndex) -> np.ndarray:
-    return index.as_unit("ns").asi8
+    return index.as_unit("ns").asi8.astype("<i8")
 
 
 def _dates(nanos: np.ndarray) -> pd.DatetimeIndex:
