@@ -91,15 +91,15 @@ def _codes(given: str | pd.Series | Mapping[Any, Any], plan: Plan) -> list[str |
     found = match_columns(labels, keys)
     places = np.arange(len(labels)) if found is None else found
     codes: list[str | None] = []
-    for asset, place in enumerate(places.tolist()):
+    for label, place, needed in zip(labels, places.tolist(), held.tolist(), strict=True):
         value = values[place] if place >= 0 else None
         missing = value is None or (not isinstance(value, str) and pd.isna(value))
-        if missing and held[asset]:
+        if missing and needed:
             raise ValueError(
-                f"currency has no value for {labels[asset]!r}; every asset needs one, also those "
-                "in the base currency"
+                f"currency has no value for {label!r}; every asset needs one, also those in the "
+                "base currency"
             )
-        codes.append(None if missing else currency_code(value, f"currency of {labels[asset]!r}"))
+        codes.append(None if missing else currency_code(value, f"currency of {label!r}"))
     return codes
 
 
@@ -107,12 +107,15 @@ def _first_needed(plan: Plan, of_asset: _Ints, count: int) -> list[tuple[str, in
     """Return of each currency the asset that needs it first, and the session of its first fill."""
     first: list[tuple[str, int] | None] = [None] * count
     schedule = plan.schedule
-    for asset in np.flatnonzero(plan.held).tolist():
-        rows = np.flatnonzero(schedule.targets[:, asset])
-        session = int(schedule.sessions[rows[0]]) + 1 if len(rows) else np.iinfo(np.int64).max
-        known = first[of_asset[asset]]
-        if known is None or session < known[1]:
-            first[of_asset[asset]] = str(plan.labels[asset]), session
+    fills = np.full(len(of_asset), np.iinfo(np.int64).max)  # of what is only planned yet
+    if len(schedule):
+        wanted = schedule.targets != 0.0
+        rows = wanted.argmax(axis=0)
+        fills = np.where(wanted.any(axis=0), schedule.sessions[rows] + 1, fills)
+    for currency in np.unique(of_asset[plan.held]).tolist():
+        assets = np.flatnonzero(plan.held & (of_asset == currency))
+        asset = assets[np.argmin(fills[assets])]
+        first[currency] = str(plan.labels[asset]), int(fills[asset])
     return first
 
 
@@ -142,8 +145,8 @@ class _Rates:
             there = ", ".join(map("".join, self._pairs)) or "no pair"
             raise ValueError(
                 f"the rate of {currency}{base} is missing{self._when(session)}, where {label!r} "
-                f"needs it; fx has: {there}. Its columns are pairs such as '{currency}{base}', or "
-                f"both currencies against a third one"
+                f"needs it; fx has: {there}. Its columns, its keys, or a Series' name, are pairs "
+                f"such as '{currency}{base}'; both currencies against a third one serve as well"
             )
         rates = np.ones(len(self._clock))
         for leg in way:
