@@ -83,6 +83,9 @@ class Account:
         Sessions before the fill from which volatility and volume are taken.
     price_limit : number or Series by label, optional
         Nothing is bought that opens this far above the close before, nor sold as far below.
+    price_ticks : bool or mapping of float to float, default False
+        Move these limits inwards to whole ticks: True, those of the market; or the tick by the
+        price from which on it holds, ``{0: 0.01, 10: 0.05}``. With quoted prices.
     maintenance_margin : float, optional
         Where the equity over the gross value closes below it, positions are cut to it.
     flows : Series by date, optional
@@ -139,6 +142,7 @@ class Account:
     impact: float = 0.0
     impact_window: int = 20
     price_limit: float | pd.Series | None = None
+    price_ticks: bool | Mapping[float, float] = False
     maintenance_margin: float | None = None
     flows: pd.Series | None = None
     currency: str | Mapping[Any, str] | pd.Series | None = None
@@ -171,7 +175,7 @@ class Account:
         if not isinstance(self.flows, pd.Series | None):
             raise ValueError(f"flows must be a Series by date, got {_type(self.flows)}")
         self._check_currencies()
-        _ = self.fees
+        _ = self.fees, self.ticks
 
     def _check_currencies(self) -> None:
         if not isinstance(self.fx, pd.DataFrame | pd.Series | Mapping | None):
@@ -193,13 +197,22 @@ class Account:
         currency_code(self.base, "base")
 
     @property
+    def ticks(self) -> tuple[tuple[float, float], ...] | None:
+        """The ticks that limits are moved to; none of them for False, None for the market's."""
+        if isinstance(self.price_ticks, bool):
+            return None if self.price_ticks else ()
+        return _steps("price_ticks", self.price_ticks, "{0: 0.01, 10: 0.05}", above=0.0)
+
+    @property
     def fees(self) -> Fees:
         """The commission of an order beside the ratio of its value."""
         return Fees(
             float(self.min_fee),
             float(self.fee_per_share),
             math.inf if self.max_fee_ratio is None else float(self.max_fee_ratio),
-            _steps(self.fee_table),
+            ()
+            if self.fee_table is None
+            else _steps("fee_table", self.fee_table, "{0: 0.001, 100_000: 0.0005}", most=1.0),
         )
 
 
@@ -234,9 +247,10 @@ def _plain(value: Any) -> Any:
         return _plain_series(value)
     if isinstance(value, Mapping):
         return {_plain(key): _plain(one) for key, one in value.items()}
-    if isinstance(value, numbers.Integral):
+    if isinstance(value, numbers.Integral) and not isinstance(value, bool):
         return int(value)
-    return float(value) if isinstance(value, numbers.Real) else value
+    is_number = isinstance(value, numbers.Real) and not isinstance(value, bool)
+    return float(value) if is_number else value
 
 
 def _plain_series(values: pd.Series) -> Any:
@@ -247,20 +261,18 @@ def _plain_series(values: pd.Series) -> Any:
     return {str(label): _plain(one) for label, one in values.items()}
 
 
-def _steps(table: Mapping[float, float] | None) -> tuple[tuple[float, float], ...]:
-    if table is None:
-        return ()
+def _steps(
+    name: str, table: Any, example: str, *, above: float | None = None, most: float | None = None
+) -> tuple[tuple[float, float], ...]:
+    """Return what holds from which value on, ascending from 0."""
     if not isinstance(table, Mapping) or not table:
-        raise ValueError(
-            "fee_table must map parts of an order's value to ratios, such as "
-            f"{{0: 0.001, 100_000: 0.0005}}, got {table!r}"
-        )
-    for start, ratio in table.items():
-        _number("fee_table's values", start, least=0.0)
-        _number("fee_table's ratios", ratio, least=0.0, most=1.0)
-    steps = sorted((float(start), float(ratio)) for start, ratio in table.items())
+        raise ValueError(f"{name} must map values from 0 on, such as {example}, got {table!r}")
+    for start, step in table.items():
+        _number(f"the values of {name}", start, least=0.0)
+        _number(f"what {name} maps to", step, above=above, least=0.0, most=most)
+    steps = sorted((float(start), float(step)) for start, step in table.items())
     if steps[0][0] != 0.0:
-        raise ValueError(f"fee_table must begin at 0, it begins at {steps[0][0]:g}")
+        raise ValueError(f"{name} must begin at 0, it begins at {steps[0][0]:g}")
     return tuple(steps)
 
 

@@ -56,6 +56,9 @@ class Market(MarketTables):
     price_limit : float or None
         How far a session's prices may stand from the close before, as a fraction. Base class:
         None, without limit.
+    price_ticks : tuple of (float, float)
+        From which price on prices are multiples of which step, ascending from 0. Base class:
+        empty, any price.
     calendar_name : str or None
         Name of the exchange's calendar in the `exchange_calendars` package. None: always open,
         each day from midnight to midnight UTC.
@@ -71,6 +74,7 @@ class Market(MarketTables):
     quantity_step: float = 1.0
     lot_size: float = 1.0
     price_limit: float | None = None
+    price_ticks: tuple[tuple[float, float], ...] = ()
 
     _historical: bool = False
 
@@ -107,8 +111,10 @@ class Market(MarketTables):
 
     def tick_size(self, price: float) -> float | None:
         """Return the step of order prices around a price; None where none is known."""
-        del price
-        return None
+        found = None
+        for start, tick in self.price_ticks:
+            found = tick if start <= price else found
+        return found
 
     def price_range(self, last_close: float) -> tuple[float, float] | None:
         """Return the lowest and the highest price at which an order may stand.

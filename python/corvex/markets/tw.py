@@ -8,9 +8,6 @@ from corvex.markets.base import Market
 
 __all__ = ["TWMarket"]
 
-#: Step of prices below a price, for stocks; 5 from 1000 on.
-_TICKS = ((10.0, 0.01), (50.0, 0.05), (100.0, 0.1), (500.0, 0.5), (1000.0, 1.0))
-
 
 class TWMarket(Market):
     """Taiwan Stock Exchange: sessions from 09:00 to 13:30 in Taipei.
@@ -26,6 +23,10 @@ class TWMarket(Market):
     min_fee = 20.0
     lot_size = 1000.0
     price_limit = 0.1
+    price_ticks = (
+        *((0.0, 0.01), (10.0, 0.05), (50.0, 0.1)),
+        *((100.0, 0.5), (500.0, 1.0), (1000.0, 5.0)),
+    )
     calendar_name = "XTAI"
     timezone = "Asia/Taipei"
     closed_days = ("2024-10-31",)  # a typhoon
@@ -33,7 +34,3 @@ class TWMarket(Market):
     @override
     def get_name(self) -> str:
         return "tw_stock"
-
-    @override
-    def tick_size(self, price: float) -> float:
-        return next((tick for below, tick in _TICKS if price < below), 5.0)

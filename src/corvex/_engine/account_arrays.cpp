@@ -89,6 +89,10 @@ AccountArrays::AccountArrays(nb::handle given) {
     terms_.impact.coefficient = nb::cast<double>(given.attr("impact"));
     terms_.impact.window = nb::cast<std::size_t>(given.attr("impact_window"));
     terms_.price_limit = grid(given, "price_limit");
+    for (const auto& [from, tick] :
+         nb::cast<std::vector<std::pair<double, double>>>(given.attr("price_ticks"))) {
+        terms_.price_ticks.push_back({from, tick});
+    }
     terms_.opens = grid(given, "opens");
     terms_.maintenance_margin = nb::cast<double>(given.attr("maintenance_margin"));
     for (const auto& [session, amount] :

@@ -254,6 +254,11 @@ class SlowAccount:
         whole = ceil(abs(shares) / lot - 0.5 - 1e-9) if nearest else floor(abs(shares) / lot + 1e-9)
         return copysign(whole * lot, shares)
 
+    def furthest(self, limit, rounded):
+        ticks = [tick for start, tick in self.k.price_ticks if start <= limit]
+        whole = 1e-9 if rounded is floor else -1e-9
+        return rounded(limit / ticks[-1] + whole) * ticks[-1] if ticks else limit
+
     def allowed(self, t, j, exact):
         k, held = self.k, self.shares[j]
         after = self.lots(j, exact, nearest=k.round_to_nearest)
@@ -266,9 +271,9 @@ class SlowAccount:
             reference -= self.paid[j]
             opens = self.quote(t, j) if k.opens is None else at(k.opens, t, j)
             opens = self.quote(t, j) if isnan(opens) else opens
-            if after > held and opens >= reference * (1 + limit) * (1 - 1e-9):
+            if after > held and opens >= self.furthest(reference * (1 + limit), floor) * (1 - 1e-9):
                 return held, True
-            if after < held and opens <= reference * (1 - limit) * (1 + 1e-9):
+            if after < held and opens <= self.furthest(reference * (1 - limit), ceil) * (1 + 1e-9):
                 return held, True
         if k.volume_share:
             room = k.volume_share * float(k.volume[t][j]) - self.taken[j]

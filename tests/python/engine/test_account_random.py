@@ -31,6 +31,7 @@ def terms(sessions: int, **given) -> AccountTerms:
     return AccountTerms(**usual | {
         "capital": 1000.0, "years": np.full((sessions, 1), 1 / 365), "fees": Fees(),
         "dividends": NOTHING, "splits": NOTHING, "flows": [], "impact_window": 5,
+        "price_ticks": (),
     } | given)  # fmt: skip
 
 
@@ -90,6 +91,7 @@ def accounts(draw):
         band_to_edge=bool(rng.random() < 0.5),
         volume=volume, volume_share=some(0.5, 0.0), unfilled_lapses=bool(rng.random() < 0.3),
         impact=some(0.5, 0.0), price_limit=some(np.full((1, assets), 0.03)), opens=some(opens),
+        price_ticks=some(((0.0, 0.25), (20.0, 1.0)), ()),
         maintenance_margin=some(0.6, 0.0),
         flows=some([(sessions // 2, 200.0), (sessions - 1, -100.0)], []),
         **some(currencies(rng, sessions, assets), {}),

@@ -9,6 +9,7 @@ import pytest
 
 import corvex
 from corvex.analysis.liquidityAnalysis import LiquidityAnalysis
+from corvex.markets import get_market_by_name
 from corvex.simulation.read.clock import Clock
 
 DAYS = pd.bdate_range("2024-01-02", periods=40)
@@ -34,6 +35,11 @@ def run(prices=PRICES, weights=WEIGHTS, **terms):
         ({"cash_rate": pd.Series({"AAA": 0.1})}, "cash_rate must be a number or a Series by date"),
         ({"fee_ratio": pd.Series({"AAA": 1.5, "BBB": 0})}, "fee_ratio of 'AAA' must be a fraction"),
         ({"fee_table": {5: 0.1}}, "fee_table must begin at 0"),
+        (
+            {"price_ticks": {0: 0.0}, "price_limit": 0.1},
+            "what price_ticks maps to must be a number above 0",
+        ),
+        ({"price_ticks": True, "price_limit": 0.1}, "the market 'us_stock' knows no ticks"),
         ({"volume_share": 0.1}, "no 'volume' table"),
         ({"flows": pd.Series([-20_000.0], DAYS[9:10])}, "the withdrawal of 2024-01-15 is no less"),
         ({"borrow_rate": "5 %"}, "borrow_rate must be a number"),
@@ -72,6 +78,23 @@ def test_costs_that_are_given_twice_and_adjusted_prices_are_refused():
 def test_what_is_hardly_meant_is_told(terms, told):
     with pytest.warns(UserWarning, match=told):
         run(**terms)
+
+
+@pytest.mark.parametrize("close", [9.07, 9.5, 33.33, 47.85, 48.0, 99.9, 455.0, 931.0, 1234.0])
+def test_taiwans_limits_are_those_that_its_orders_have(close):
+    lowest, highest = get_market_by_name("tw_stock").price_range(close)
+    up, down = (sign * 1e-6 * close for sign in (1, -1))
+    account = corvex.Account(price_limit=0.1, price_ticks=True)
+
+    def fills(opens, *weights):
+        weights = pd.DataFrame({"1101": weights}, DAYS[: 3 * len(weights) : 3])
+        prices = pd.DataFrame({"1101": close}, DAYS[:8])
+        prices.iloc[3 * len(weights) - 2] = opens
+        report = corvex.simulate(weights, prices, market="tw_stock", account=account)
+        return DAYS[3 * len(weights) - 2] in set(report.fills["date"])
+
+    assert [fills(highest + move, 0.5) for move in (down, up, 0)] == [True, False, False]
+    assert [fills(lowest + move, 0.5, 0.0) for move in (down, up, 0)] == [False, True, False]
 
 
 def test_orders_wait_for_a_volume_and_a_warning_counts_them():

@@ -31,7 +31,7 @@ def read_account(path: Path, max_megabytes: int) -> Account:
     ----------
     path : Path
         ``.json``, else TOML. A term is a number or a text; a table of values by asset, or by date
-        where all its names are dates; ``fee_table`` values by money. A term that takes a table
+        where all its names are dates; ``fee_table`` and ``price_ticks`` by money. A term that takes a table
         may name a file, from the folder of this one.
     max_megabytes : int
         Most content of such a file that is unpacked.
@@ -86,7 +86,7 @@ def _term(name: str, value: Any, folder: Path, max_megabytes: int) -> Any:
         }
     if name == "fx":  # by pair: a rate, rates by date, or a file of them
         return {pair: _term("flows", rate, folder, max_megabytes) for pair, rate in value.items()}
-    if name == "fee_table":
+    if name in ("fee_table", "price_ticks"):
         return {_number(name, start): ratio for start, ratio in value.items()}
     dated = bool(value) and all(map(_DATE.fullmatch, value))
     index = pd.DatetimeIndex(list(value)) if dated else pd.Index(list(value))
@@ -117,4 +117,4 @@ def _number(name: str, text: str) -> float:
     try:
         return float(text.replace(",", "").replace("_", ""))
     except ValueError:
-        raise ValueError(f"{name} has values by money, and {text!r} is no number") from None
+        raise ValueError(f"{name} begins at numbers, and {text!r} is none") from None

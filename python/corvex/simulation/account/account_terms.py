@@ -69,6 +69,7 @@ class AccountTerms(NamedTuple):
     impact: float
     impact_window: int
     price_limit: _Floats | None
+    price_ticks: tuple[tuple[float, float], ...]
     opens: _Floats | None
     maintenance_margin: float
     flows: list[tuple[int, float]]
@@ -121,6 +122,7 @@ def read_account(account: Account, prices: PriceData, plan: Plan) -> AccountTerm
         impact=float(account.impact),
         impact_window=int(account.impact_window),
         price_limit=read.ratio("price_limit", account.price_limit),
+        price_ticks=_ticks(account, prices),
         opens=None
         if account.price_limit is None
         else market_matrix(prices.market, "open", prices.clock, plan.labels, required=False),
@@ -334,11 +336,35 @@ def _volume(prices: PriceData, labels: pd.Index) -> _Floats:
     return np.where((found < 0.0) | np.isinf(found), np.nan, found)
 
 
+def _ticks(account: Account, prices: PriceData) -> tuple[tuple[float, float], ...]:
+    """Return the ticks that price limits are moved to; without limits there is nothing to move."""
+    if account.price_limit is None or account.ticks == ():
+        return ()
+    market = prices.market
+    if _is_adjusted(prices):
+        raise ValueError(
+            "price_ticks go with quoted prices, and these are adjusted ones; hand over quoted "
+            "prices alone, without 'adj_close', or leave price_ticks out"
+        )
+    if account.ticks is not None:
+        return account.ticks
+    if not market.price_ticks:
+        raise ValueError(
+            f"the market {market.get_name()!r} knows no ticks; give them by price: "
+            "price_ticks={0: 0.01}"
+        )
+    return tuple(market.price_ticks)
+
+
+def _is_adjusted(prices: PriceData) -> bool:
+    market = prices.market
+    return market.get_price("close", adj=False) is not market.get_price("close", adj=True)
+
+
 def _refuse_adjusted(account: Account, prices: PriceData) -> None:
     if account.dividends is None and account.splits is None:
         return
-    market = prices.market
-    if market.get_price("close", adj=False) is not market.get_price("close", adj=True):
+    if _is_adjusted(prices):
         raise ValueError(
             "dividends and splits go with quoted prices, and these are adjusted ones: they would "
             "count twice; hand over quoted prices alone, without 'adj_close'"

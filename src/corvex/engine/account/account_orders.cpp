@@ -93,8 +93,9 @@ bool Account::at_limit(std::size_t asset, std::size_t session, bool buy, double 
     const double quoted = currencies_.quoted(asset, session, price);
     const double opened = terms_.opens.empty() ? quoted : terms_.opens.at(session, asset);
     const double opens = std::isnan(opened) ? quoted : opened;
-    return buy ? opens >= reference * (1.0 + limit) * (1.0 - kLimitRounding)
-               : opens <= reference * (1.0 - limit) * (1.0 + kLimitRounding);
+    const double last =
+        within_limit(terms_.price_ticks, reference * (buy ? 1.0 + limit : 1.0 - limit), buy);
+    return buy ? opens >= last * (1.0 - kLimitRounding) : opens <= last * (1.0 + kLimitRounding);
 }
 
 OrderCost Account::order(std::size_t asset, std::size_t session, double before, double after,

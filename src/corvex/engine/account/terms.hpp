@@ -1,6 +1,7 @@
 #pragma once
 
 #include "corvex/engine/account/grid.hpp"
+#include "corvex/engine/account/price_ticks.hpp"
 
 #include <cstddef>
 #include <cstdint>
@@ -87,9 +88,10 @@ struct AccountTerms {
     BandTerms band{};
     VolumeTerms volume{};
     ImpactTerms impact{};
-    Grid price_limit{};              ///< by asset, a fraction of the close before; empty = none
-    Grid opens{};                    ///< what the limits look at; empty = the fill prices
-    double maintenance_margin = 0.0; ///< equity over gross value, 0 = none
+    Grid price_limit{}; ///< by asset, a fraction of the close before; empty = none
+    std::vector<PriceTick> price_ticks{}; ///< ascending: limits are moved inwards to them
+    Grid opens{};                         ///< what the limits look at; empty = the fill prices
+    double maintenance_margin = 0.0;      ///< equity over gross value, 0 = none
     std::vector<CashEvent> flows{};
     CurrencyTerms currencies{};
 };
