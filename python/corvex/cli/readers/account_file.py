@@ -31,8 +31,8 @@ def read_account(path: Path, max_megabytes: int) -> Account:
     ----------
     path : Path
         ``.json``, else TOML. A term is a number or a text; a table of values by asset, or by date
-        where all its names are dates; ``fee_table`` and ``price_ticks`` by money. A term that takes a table
-        may name a file, from the folder of this one.
+        where all its names are dates; ``fee_table`` and ``price_ticks`` are by money. A term that
+        takes a table may name a file, from the folder of this one.
     max_megabytes : int
         Most content of such a file that is unpacked.
 
