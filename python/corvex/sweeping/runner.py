@@ -171,6 +171,11 @@ class _Group:
         self.runs.append(run)
         self.seconds.append(secs)
 
+    def drop_unfinished(self) -> None:
+        """Take away what an interrupted `add` has left."""
+        for kept in (self.pairs, self.settings, self.runs):
+            del kept[len(self.seconds) :]
+
 
 class Runner:
     """Runs tasks, part by part; prices that were read are kept for the next ones.
@@ -210,15 +215,21 @@ class Runner:
         """Yield the results of tasks, some hundreds or thousands of runs at a time."""
         runs = weight = 0
         since = time.perf_counter()
-        for task, weights, seconds in self._called(tasks):
-            for count, size in self._prepare(task, weights, seconds):
-                runs += count
-                weight += size
-                full = runs >= _MOST_RUNS or weight >= _MOST_BYTES
-                if full or time.perf_counter() - since >= _MOST_SECONDS:
-                    yield self._flush()
-                    runs = weight = 0
-                    since = time.perf_counter()
+        try:
+            for task, weights, seconds in self._called(tasks):
+                for count, size in self._prepare(task, weights, seconds):
+                    runs += count
+                    weight += size
+                    full = runs >= _MOST_RUNS or weight >= _MOST_BYTES
+                    if full or time.perf_counter() - since >= _MOST_SECONDS:
+                        yield self._flush()
+                        runs = weight = 0
+                        since = time.perf_counter()
+        except KeyboardInterrupt:  # to call strategies took time, and the rest takes next to none
+            for group in self._groups.values():
+                group.drop_unfinished()
+            yield self._flush()
+            raise
         if runs:
             yield self._flush()
 

@@ -26,6 +26,11 @@ ARGUMENTS = {
     for name, one in inspect.signature(simulate).parameters.items()
     if name not in ("weights", "prices", "upload")
 }
+#: What a sweep takes itself, and might be misspelt as well.
+_OWN = (
+    "signal", "options", "keep", "store", "executor", "progress", "on_error", "riskfree_rate",
+    "threads", "check_lookahead", "batched",
+)  # fmt: skip
 #: What the engine takes as it is: runs that differ in nothing else share their settings.
 ENGINE = Options._fields
 #: Its cost ratios, which an account may hold instead.
@@ -53,7 +58,8 @@ def check_names(given: Iterable[str], *, varies: bool) -> None:
         if name not in ARGUMENTS:
             what = "options name" if varies else "sweep() got"
             error = ValueError if varies else TypeError
-            raise error(f"{what} an unknown argument {name!r}; {near(name, ARGUMENTS)}")
+            known = ARGUMENTS if varies else [*ARGUMENTS, *_OWN]
+            raise error(f"{what} an unknown argument {name!r}; {near(name, known)}")
 
 
 @dataclass(frozen=True)

@@ -312,6 +312,7 @@ def test_parameters_of_any_kind_find_their_run():
         ({"options": {"upload": [True]}}, ValueError, "publishes nothing"),
         ({"options": {"fee_ratio": [0.0]}}, ValueError, "'fee_ratio' is in options and fixed"),
         ({"fee_rato": 0.1}, TypeError, "'fee_rato'; did you mean 'fee_ratio'"),
+        ({"bached": True}, TypeError, "'bached'; did you mean 'batched'"),
         ({"keep": "all"}, ValueError, "keep must be"),
         ({"riskfree_rate": float("nan")}, ValueError, "riskfree_rate"),
         ({"riskfree_rate": "2%"}, ValueError, "above -1, got '2%'"),
@@ -424,13 +425,17 @@ def test_ctrl_c_keeps_what_is_done(monkeypatch):
             raise KeyboardInterrupt
         return best_of(prices, lookback)
 
-    with pytest.warns(UserWarning, match="interrupted: 2 of 5 runs are done"):
+    with pytest.warns(UserWarning, match="interrupted: 3 of 5 runs are done"):
         found = corvex.sweep(
             strategy, daily(), signal={"lookback": range(1, 6)},
             progress=lambda runs, total: done.append((runs, total)), **FIXED,
         )  # fmt: skip
-    assert found.figures["cagr"].notna().tolist() == [True, True, False, False, False]
-    assert done == [(2, 5)]
+    assert found.figures["cagr"].notna().tolist() == [True, True, True, False, False]
+    assert done == [(2, 5), (3, 5)]
+    monkeypatch.undo()
+    with pytest.warns(UserWarning, match="interrupted: 3 of 5 runs are done"):
+        again = corvex.sweep(strategy, daily(), signal={"lookback": range(1, 6)}, **FIXED)
+    pd.testing.assert_series_equal(again.figures["cagr"][:2], found.figures["cagr"][:2])
 
 
 def test_progress_is_told_when_asked(capsys):
