@@ -208,10 +208,13 @@ class _Reader:
             )
         sessions, moved = rows_from(self._clock, dates[rows])
         inside = (sessions > self._first) & (sessions < len(self._clock))
-        self._tell_moved(name, dates[rows][moved & inside])
+        if (late := moved & inside).any():
+            self._tell_moved(name, dates[rows[late]])
         sessions, assets, amounts = sessions[inside], assets[inside], amounts[inside]
-        order = np.argsort(sessions, kind="stable")
-        return sessions[order], assets[order].astype(np.int64), amounts[order]
+        if (np.diff(sessions) < 0).any():
+            order = np.argsort(sessions, kind="stable")
+            sessions, assets, amounts = sessions[order], assets[order], amounts[order]
+        return sessions, assets.astype(np.int64), amounts
 
     def flows(self, given: pd.Series | None) -> list[tuple[int, float]]:
         if given is None or len(given) == 0:
