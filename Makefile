@@ -115,6 +115,11 @@ demo: $(VENV)/stamp-build ## back-test a strategy on the built-in real prices, p
 .PHONY: test
 test: test-cpp test-python ## run all tests: the engine's GoogleTest suites, then pytest
 
+# Wheels alone: building either takes longer than all the tests.
+.PHONY: frames
+frames: $(VENV)/stamp-tools ## install polars and DuckDB where they have wheels: without, their tests skip
+	@$(PY) -m pip install -q --only-binary :all: --group frames || echo "no wheels of polars and DuckDB here"
+
 .PHONY: test-cpp
 test-cpp: $(VENV)/stamp-tools ## run the engine's GoogleTest suites
 	@tools/system_packages.sh gtest

@@ -171,7 +171,7 @@ const hasLegend = (data, layout) =>
 
 /** The margins are about what labels and legend take: where these need more, a chart is drawn twice. */
 function baseLayout(height, legend) {
-  const { text, paper, line } = colours();
+  const { text, soft, paper, line } = colours();
   return {
     height,
     autosize: true,
@@ -183,6 +183,8 @@ function baseLayout(height, legend) {
     dragmode: onTouch() ? false : "zoom",
     hoverlabel: { bgcolor: paper, bordercolor: line, font: { color: text } },
     legend: { orientation: "h", x: 0, y: 1.02, yanchor: "bottom", bgcolor: "rgba(0,0,0,0)" },
+    // Of itself it takes a clear paper for a black one, and lays a dark block over what is below.
+    modebar: { bgcolor: paper, color: soft, activecolor: text },
   };
 }
 
