@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 from collections.abc import Iterable, Iterator, Mapping, Sequence
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 from typing import TYPE_CHECKING, Any, Literal
 
 import numpy as np
@@ -12,7 +12,9 @@ import pandas as pd
 from corvex import _engine
 from corvex.core.dashboard.figures.curve_series import Curves, read_curves
 from corvex.core.dashboard.figures.dataset import collect
+from corvex.exporting.headings import MONTHS, Language, word
 from corvex.ffn_core.catalogue import catalogue
+from corvex.trades.reasons import action_text, reason_text
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
@@ -22,7 +24,6 @@ __all__ = ["Cell", "Form", "Sheet", "sheets_of"]
 type Form = Literal["text", "percent", "ratio", "count", "price", "money", "date"]
 
 _FORMS: dict[str, Form] = {"fraction": "percent", "count": "count", "days": "ratio", "date": "date"}
-_MONTHS = ("Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec")
 _FRACTIONS = {
     *("position", "return", "currency_return"),
     *("mae", "mfe", "mfe_before_mae", "max_drawdown"),
@@ -73,29 +74,35 @@ class Sheet:
     shaded: tuple[int, int] | None = None
 
 
-def sheets_of(report: Report) -> list[Sheet]:
+def sheets_of(report: Report, language: Language = "en") -> list[Sheet]:
     """Return the sheets: figures, monthly returns, holdings, trades and the daily equity.
 
     Of a run that kept an account also its money by session.
     """
     facts = collect(report, confidence=False).facts
-    return [
-        _figures(facts),
+    sheets = [
+        _figures(facts, language),
         _months(facts["returns"]["years"]),
-        _holdings(facts["holdings"]),
-        _trades(report.trades),
+        _holdings(facts["holdings"], language),
+        _trades(report.trades, language),
         _equity(read_curves(report)),
-        *_account(getattr(report, "account", None)),
+        *_account(getattr(report, "account", None), language),
     ]
+    return [_named(sheet, language) for sheet in sheets]
 
 
-def _figures(facts: Mapping[str, Any]) -> Sheet:
+def _named(sheet: Sheet, language: Language) -> Sheet:
+    header = [word(name, language) for name in sheet.header]
+    return replace(sheet, title=word(sheet.title, language), header=header)
+
+
+def _figures(facts: Mapping[str, Any], language: Language) -> Sheet:
     stats, costs = facts["stats"], facts["costs"] or {}
     own: dict[str, Any] = {**(facts["exposure"] or {}), **(stats["relative"] or {})}
     own |= {**(stats["trades"] or {}), **costs, **stats["strategy"]}
     market = stats["benchmark"] or {}
     rows = [
-        [Cell("Run", "text"), Cell(label, "text"),
+        [Cell(word("Run", language), "text"), Cell(word(label, language), "text"),
          Cell(value, "text" if value in _RATE_TEXTS else _OF_RUN.get(name, "text")),
          Cell(None, "text"), Cell(name, "text")]
         for name, label in _RUN.items()
@@ -108,8 +115,8 @@ def _figures(facts: Mapping[str, Any]) -> Sheet:
         form = _FORMS.get(figure.unit, "ratio")
         rows.append(
             [
-                Cell(groups[figure.group]["en"], "text"),
-                Cell(figure.label(), "text"),
+                Cell(groups[figure.group][language], "text"),
+                Cell(figure.label(language), "text"),
                 Cell(own[name], form),
                 Cell(market.get(name), form),
                 Cell(name, "text"),
@@ -124,51 +131,53 @@ def _months(years: Sequence[Mapping[str, Any]]) -> Sheet:
         beside = row["benchmark"]["total"] if row["benchmark"] else None
         cells = [*row["months"], row["total"], beside]
         rows.append([Cell(row["year"], "text"), *(Cell(cell, "percent") for cell in cells)])
-    header = ("year", *_MONTHS, "whole year", "benchmark")
+    header = ("year", *MONTHS, "whole year", "benchmark")
     return Sheet("Monthly returns", header, rows, len(rows), shaded=(2, 13))
 
 
-def _holdings(held: Mapping[str, Any]) -> Sheet:
+def _holdings(held: Mapping[str, Any], language: Language) -> Sheet:
     rows = [
         [Cell(row["asset"], "text"), Cell(row["weight"], "percent"), Cell(row["next"], "percent"),
-         Cell(row["action"], "text"), Cell(row["entry"], "date"), Cell(row["return"], "percent"),
+         Cell(row["action"] if language == "en" else action_text(row["action"], language), "text"),
+         Cell(row["entry"], "date"), Cell(row["return"], "percent"),
          Cell(row["shares"], "price"), Cell(row["money"], "money")]
         for row in held["rows"]
     ]  # fmt: skip
     blank = Cell(None, "text")
     cash = Cell(held["cash"], "percent"), Cell(held["next_cash"], "percent")
     money = Cell(held["cash_money"], "money")
-    rows.append([Cell("cash", "text"), *cash, blank, blank, blank, blank, money])
+    rows.append([Cell(word("cash", language), "text"), *cash, blank, blank, blank, blank, money])
     header = ("asset", "weight", "next weight", "action", "entry date", "return", "shares", "money")
     width = len(header) if held["cash_money"] is not None else len(header) - 2
     return Sheet("Holdings", header[:width], [row[:width] for row in rows], len(rows))
 
 
-def _account(account: pd.DataFrame | None) -> Iterator[Sheet]:
+def _account(account: pd.DataFrame | None, language: Language) -> Iterator[Sheet]:
     if account is None:
         return
     rows = (
         [Cell(date, "date"), *(Cell(float(value), "money") for value in values)]
         for date, values in zip(account.index, account.to_numpy(), strict=True)
     )
-    zone = _zone(account.index.to_series())
-    date = f"date ({zone})" if zone else "date"
+    date = _dated(word("date", language), account.index.to_series())
     yield Sheet("Account", (date, *account.columns), rows, len(account))
 
 
-def _trades(trades: pd.DataFrame) -> Sheet:
+def _trades(trades: pd.DataFrame, language: Language) -> Sheet:
     header, columns = [], []
     for name in trades.columns:
         column = trades[name]
-        header.append(f"{name} ({zone})" if (zone := _zone(column)) else str(name))
+        header.append(_dated(word(str(name), language, "Trades"), column))
+        if name == "exit_reason" and language != "en":
+            column = column.map(lambda reason: reason_text(reason, language), na_action="ignore")
         columns.append([Cell(value, _form(str(name), column)) for value in column])
     return Sheet("Trades", header, list(zip(*columns, strict=True)), len(trades))
 
 
-def _zone(column: pd.Series) -> str:
-    """Return the zone whose clock the cells show, which no cell can tell."""
+def _dated(heading: str, column: pd.Series) -> str:
+    """Add to a heading the zone whose clock the cells show, which no cell can tell."""
     zone = getattr(column.dtype, "tz", None)
-    return "" if zone is None else str(zone)
+    return heading if zone is None else f"{heading} ({zone})"
 
 
 def _form(name: str, column: pd.Series) -> Form:

@@ -14,6 +14,7 @@ import numpy as np
 import pandas as pd
 
 from corvex.exporting.extras import needed
+from corvex.exporting.headings import LANGUAGES, Language
 from corvex.exporting.sheets import Cell, Form, Sheet, sheets_of
 from corvex.files import atomic_open
 
@@ -38,7 +39,9 @@ _FORMULA = ("=", "+", "-", "@", "\t", "\r")
 _FORBIDDEN = re.compile("[\x00-\x08\x0b\x0c\x0e-\x1f\ud800-\udfff\ufffe\uffff]")
 
 
-def save_workbook(report: Report, path: str | os.PathLike[str]) -> None:
+def save_workbook(
+    report: Report, path: str | os.PathLike[str], *, language: Language = "en"
+) -> None:
     """Write a report as a workbook for spreadsheets.
 
     Its sheets are the figures beside the benchmark's, the returns by month and year, the holdings
@@ -50,13 +53,16 @@ def save_workbook(report: Report, path: str | os.PathLike[str]) -> None:
         The report.
     path : path
         The file, which ends in .xlsx; it is written whole or not at all.
+    language : {"en", "zh-Hant"}
+        Of the sheets' names, headings and words. In English, the default, the trades have the
+        columns, and actions and exit reasons the words, that they have in the report.
 
     Raises
     ------
     ImportError
         Without openpyxl: ``pip install 'corvex[excel]'``.
     ValueError
-        For another ending, and for more trades than a sheet has rows.
+        For another ending or language, and for more trades than a sheet has rows.
 
     Notes
     -----
@@ -72,11 +78,13 @@ def save_workbook(report: Report, path: str | os.PathLike[str]) -> None:
     """
     if PurePath(os.fsdecode(path)).suffix.lower() != ".xlsx":
         raise ValueError(f"a workbook's name must end in .xlsx, got {os.fsdecode(path)!r}")
+    if language not in LANGUAGES:
+        raise ValueError(f"language must be one of {', '.join(LANGUAGES)}, got {language!r}")
     openpyxl = needed("openpyxl", "a workbook", "excel")
     book = openpyxl.Workbook(write_only=True)
     book.properties.creator = "corvex"
     book.properties.title = _text(getattr(report, "name", None) or "")
-    sheets = sheets_of(report)
+    sheets = sheets_of(report, language)
     for sheet in sheets:
         if sheet.length >= _MOST_ROWS or len(sheet.header) > _MOST_COLUMNS:
             raise ValueError(

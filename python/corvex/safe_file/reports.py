@@ -17,6 +17,7 @@ from corvex.safe_file.container import FORMAT, VERSION, read_container, write_co
 from corvex.safe_file.decoder import Decoder
 from corvex.safe_file.encoder import TAG, Encoder
 from corvex.safe_file.markets import market_from_record, market_record
+from corvex.significance.random_draws import report_among_random
 from corvex.significance.random_result import RandomDraws
 from corvex.significance.trials import TrialStatistics
 
@@ -48,7 +49,9 @@ _NEEDED: dict[str, type | tuple[type, ...]] = {
 }
 
 
-def save(report: Report, path: str | os.PathLike[str]) -> None:
+def save(
+    report: Report, path: str | os.PathLike[str], *, random_portfolios: int | None = 0
+) -> None:
     """Write a report to a file that holds data alone, so that opening it can run nothing.
 
     Parameters
@@ -57,9 +60,17 @@ def save(report: Report, path: str | os.PathLike[str]) -> None:
         The report; it stays as it is.
     path : str or path
         The file, by custom ``.corvex``. It appears whole, or the one that was there stays.
+    random_portfolios : int, optional
+        Among how many random portfolios to set the report, for its page and `corvex.confidence` to
+        tell once it is opened: a file holds no prices to draw them from. Each is a simulation, so
+        the default is 0, none; 200 take some tenths of a second, None takes as many as a page
+        would. A report that has `random_draws` keeps them, and a result of nothing that
+        `corvex.simulate` did in this process has none.
 
     Raises
     ------
+    ValueError
+        For a negative number of portfolios.
     TypeError
         When the report has an attribute that is no data (a function, an object of a class of
         yours); the message names it. A pickle keeps such a report.
@@ -76,6 +87,8 @@ def save(report: Report, path: str | os.PathLike[str]) -> None:
     """
     if not isinstance(report, Report):
         raise TypeError(f"report must be a Report, got {type(report).__name__}")
+    if random_portfolios is not None and random_portfolios < 0:
+        raise ValueError(f"random_portfolios must be 0 or more, got {random_portfolios}")
     arrays = ArrayWriter()
 
     def special(value: Any, at: str) -> dict[str, Any] | None:
@@ -90,6 +103,11 @@ def save(report: Report, path: str | os.PathLike[str]) -> None:
 
     encoder = Encoder(arrays, special)
     state = {name: value for name, value in vars(report).items() if name != "metrics"}
+    if random_portfolios != 0 and state.get("random_draws") is None:
+        rate = state.get("riskfree_rate")
+        rate = 0.02 if rate is None else float(rate)
+        drawn = report_among_random(report, random_portfolios, riskfree_rate=rate)
+        state |= {} if drawn is None else {"random_draws": drawn}
     record = {name: encoder.encode(value, name) for name, value in state.items()}
     manifest = {"format": FORMAT, "version": VERSION, "corvex": corvex.__version__}
     write_container(path, manifest, record, arrays.tables())

@@ -86,6 +86,27 @@ def test_sheets_hold_the_report(report, tmp_path):
     assert equity[0][3] is None  # the benchmark starts late
 
 
+def test_a_workbook_speaks_chinese_in_every_heading_and_holds_the_same(tmp_path):
+    prices = corvex.data.sample("us_stocks").loc["2020":]
+    held = prices.pct_change(60).rank(axis=1, ascending=False) <= 3
+    report = corvex.simulate(
+        held, prices, resample="ME", trail_stop=0.1, account=corvex.Account(capital=1e6)
+    )
+    books = {}
+    for language in ("en", "zh-Hant"):
+        corvex.save_workbook(report, tmp_path / "r.xlsx", language=language)
+        books[language] = list(read(tmp_path / "r.xlsx").items())
+    for (title, english), (name, chinese) in zip(*books.values(), strict=True):
+        plain = [text for text in (name, *chinese[0]) if text.isascii()]
+        assert set(plain) <= {"MAE", "MFE"}, title
+        for row, other in zip(english[1:], chinese[1:], strict=True):
+            if row[-1] != "generated":  # a second later
+                pairs = zip(row, other, strict=True)
+                assert all(then == value or isinstance(then, str) for value, then in pairs)
+    with pytest.raises(ValueError, match="language must be one of en, zh-Hant"):
+        corvex.save_workbook(report, tmp_path / "r.xlsx", language="fr")
+
+
 @pytest.mark.parametrize("zone", [None, "Asia/Taipei"])
 def test_the_money_of_an_account_has_a_sheet(zone, tmp_path):
     days = pd.bdate_range("2022-12-01", periods=20, tz=zone)

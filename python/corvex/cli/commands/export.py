@@ -39,6 +39,10 @@ def export(
             "and daily equity.",
         ),
     ] = False,
+    lang: Annotated[
+        Literal["en", "zh-Hant"] | None,
+        Option(help="Language of a workbook; en by default."),
+    ] = None,
     trust: Trust = False,
 ) -> None:
     """Write a saved report in a form that other programs read.
@@ -52,13 +56,15 @@ def export(
     if xlsx and format not in ("payload", "xlsx"):
         raise ValueError(f"--xlsx writes a workbook, --format {format} something else; give one")
     format = "xlsx" if xlsx else format
+    if lang is not None and format != "xlsx":
+        raise ValueError(f"--lang is for a workbook, --format {format} has no language")
     suffix = format if format in ("csv", "parquet", "xlsx") else f"{format}.json"
     target = target_file(out, f"{file.stem}.{suffix}")
     report = load_report(file, trust)
     if format == "xlsx":
         from corvex.exporting import save_workbook
 
-        save_workbook(report, target)
+        save_workbook(report, target, language=lang or "en")
     elif format in ("csv", "parquet"):
         write_table(_report_table(report, table), target, format)
     else:
