@@ -12,6 +12,7 @@ import contextlib
 import importlib.util
 import os
 import sys
+import zlib
 from pathlib import Path
 from typing import NamedTuple
 
@@ -21,7 +22,6 @@ import pandas as pd
 __all__ = ["StoredSessions", "load", "may_load", "save"]
 
 _PACKAGE = "exchange_calendars"
-_MARK = "corvex-sessions"
 
 
 class StoredSessions(NamedTuple):
@@ -44,8 +44,8 @@ def load(code: str, span: tuple[pd.Timestamp, pd.Timestamp]) -> StoredSessions |
     """Return what an earlier process has worked out for a span; None where nothing is sound."""
     try:
         head, _, body = _file(code, span).read_bytes().partition(b"\n")
-        mark, tz = head.decode("ascii").split(" ")
-        if mark != _MARK:
+        tz, checksum = head.decode("ascii").split(" ")
+        if int(checksum) != zlib.crc32(body):
             return None
         numbers = np.frombuffer(body, "<i8")
         first, last = (pd.Timestamp(int(nanos)) for nanos in numbers[:2])
@@ -68,8 +68,8 @@ def save(code: str, span: tuple[pd.Timestamp, pd.Timestamp], found: StoredSessio
     ]
     bounds = pd.DatetimeIndex([found.first, found.last])
     with contextlib.suppress(OSError), atomic_open(_file(code, span)) as file:
-        file.write(f"{_MARK} {found.tz}\n".encode("ascii"))
-        file.write(np.concatenate([_nanos(index) for index in (bounds, *stamps)]).tobytes())
+        body = np.concatenate([_nanos(index) for index in (bounds, *stamps)]).tobytes()
+        file.write(f"{found.tz} {zlib.crc32(body)}\n".encode("ascii") + body)
 
 
 def _file(code: str, span: tuple[pd.Timestamp, pd.Timestamp]) -> Path:
