@@ -51,10 +51,11 @@ def read(name: str, adj: bool) -> pd.DataFrame | pd.Series | dict[str, pd.DataFr
 
 def _series(text: bytes) -> pd.Series:
     """Read rows of date and number: most first backtests of a process wait for the index."""
-    head, *rows = text.decode().split()
-    usual = pd.DatetimeIndex([rows[0][:10]]).dtype  # the unit in which pandas makes dates
-    dates = np.array([row[:10] for row in rows], dtype=cast("np.dtype[np.datetime64]", usual))
-    values = np.array([float(row[11:]) for row in rows])
+    head, _, rows = text.decode().partition("\n")
+    cells = rows.rstrip().replace("\n", ",").split(",")
+    usual = pd.DatetimeIndex(cells[:1]).dtype  # the unit in which pandas makes dates
+    dates = np.array(cells[::2], dtype=cast("np.dtype[np.datetime64]", usual))
+    values = np.array(list(map(float, cells[1::2])))
     return pd.Series(values, pd.DatetimeIndex(dates, name="date"), name=head.partition(",")[2])
 
 
