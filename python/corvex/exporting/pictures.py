@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import numbers
 import os
 import warnings
 from pathlib import PurePath
@@ -72,8 +73,8 @@ def save_figure(
     if ending not in _FORMATS:
         raise ValueError(f"the file must end in {', '.join(_FORMATS)}, got {os.fsdecode(path)!r}")
     for name, value in (("width", width), ("height", height), ("scale", scale)):
-        if not 0 < value < 20_000:
-            raise ValueError(f"{name} must be above zero and below 20,000, got {value}")
+        if not (isinstance(value, numbers.Real) and 0 < value < 20_000):
+            raise ValueError(f"{name} must be above zero and below 20,000, got {value!r}")
     drawn = draw(report, figure, title)
     opts = {"format": _FORMATS[ending], "width": width, "height": height, "scale": scale}
     write_bytes(path, _rendered(drawn, opts))

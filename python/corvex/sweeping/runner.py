@@ -460,10 +460,14 @@ class Runner:
         results = Results.empty(group.runs)
         try:
             found = self._call_engine(group, calendar)
-        except (ValueError, OverflowError):
+        except (ValueError, OverflowError) as error:
             if len(group.runs) > 1:  # find out whose fault it is
                 return joined(self._run_group(one) for one in _single(group))
             self._explain(group, results, 0)
+            if results.errors[0] is None:  # a single run has nothing to say against it
+                if self._raises:
+                    raise
+                results.put(Results.empty([0], _told(error)))
             return results
         count = len(FIGURES)
         results.figures[:, :count] = found["figures"]

@@ -50,6 +50,8 @@ def test_refusals(report, tmp_path, monkeypatch):
             corvex.save_figure(report, tmp_path / arguments[0], *arguments[1:])
     with pytest.raises(ValueError, match="scale must be above zero"):
         corvex.save_figure(report, tmp_path / "x.png", scale=0)
+    with pytest.raises(ValueError, match="width must be above zero .*, got '960px'"):
+        corvex.save_figure(report, tmp_path / "x.png", width="960px")
 
     class ChromeNotFoundError(Exception):
         pass

@@ -6,6 +6,7 @@ import functools
 import itertools
 import math
 import warnings
+from unittest import mock
 
 import numpy as np
 import pandas as pd
@@ -324,7 +325,7 @@ def test_what_cannot_be_swept_is_told_before_anything_runs(changed, error, text)
         corvex.sweep(best_of, daily(), **{"signal": {"lookback": [3]}, **FIXED, **changed})
 
 
-def test_a_run_that_fails_is_a_row_with_its_error():
+def test_a_run_that_fails_is_a_row_with_its_error(monkeypatch):
     prices = daily()
     steep = prices.copy()
     steep["A"] = np.geomspace(1e-300, 1e300, len(prices))
@@ -352,6 +353,11 @@ def test_a_run_that_fails_is_a_row_with_its_error():
     with pytest.raises(ValueError) as single:
         corvex.simulate(tables["steep"], steep, **FIXED)
     assert found.errors.iloc[0] == f"ValueError: {single.value}"
+    # What the batch alone refuses is no run without a word.
+    refusal = mock.Mock(side_effect=ValueError("no batch today"))
+    monkeypatch.setattr("corvex.sweeping.runner._engine.simulate_many", refusal)
+    with pytest.warns(UserWarning, match="2 of 2 runs failed, the first with ValueError: no batch"):
+        assert math.isnan(corvex.sweep(tables, prices, **FIXED).trials_statistics.trials)
 
 
 def test_warnings_of_single_runs_are_told_once():
