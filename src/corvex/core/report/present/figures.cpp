@@ -246,10 +246,16 @@ const FunctionSpec kMethods[] = {
      "nstocks : Series\n    Number of assets held, by date.",
      pyglue::Binding::kStaticMethod},
     {"create_yearly_return_figure", kTable, create_yearly_return_figure,
-     "Each year's return as a strip; `return_table` as in the statistics.",
+     "Each year's return as a strip, a plotly Figure.\n\nParameters\n----------\n"
+     "return_table : dict of dicts\n"
+     "    By year, then by month 1 to 12 and \"YTD\", as fractions: "
+     "``report.get_stats()[\"return_table\"]``.",
      pyglue::Binding::kStaticMethod},
     {"create_monthly_return_figure", kTable, create_monthly_return_figure,
-     "Each month's return as a map, years by months; `return_table` as in the statistics.",
+     "Each month's return as a map, years by months, a plotly Figure.\n\nParameters\n----------\n"
+     "return_table : dict of dicts\n"
+     "    By year, then by month 1 to 12 and \"YTD\", as fractions: "
+     "``report.get_stats()[\"return_table\"]``.",
      pyglue::Binding::kStaticMethod},
 };
 

@@ -126,11 +126,14 @@ const FunctionSpec kMethods[] = {
      "end\n"
      "never is."},
     {"is_rebalance_due", kSelf, is_rebalance_due,
-     "Whether a rebalance is due now, for any of the executions."},
+     "Whether a rebalance is due now, for any of the executions; a bool."},
     {"uses_next_weights", kNow, uses_next_weights,
-     "Whether a position built at `now` (default: the current time) should hold `next_weights`."},
+     "Whether a position built at `now` should hold `next_weights`.\n\n"
+     "Parameters\n----------\nnow : datetime, optional\n"
+     "    The current UTC time when not given; a naive one counts as local time.\n\n"
+     "Returns\n-------\nbool"},
     {"is_stop_triggered", kSelf, is_stop_triggered,
-     "Whether a stop-loss or take-profit exit is pending, for any of the executions."},
+     "Whether a stop-loss or take-profit exit is pending, for any of the executions; a bool."},
 };
 
 } // namespace

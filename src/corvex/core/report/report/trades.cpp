@@ -175,9 +175,20 @@ constexpr Parameter kRemoveInfo[] = {{"self"}, {"name"}};
 constexpr Parameter kNdays[] = {{"creturn"}, {"n"}};
 
 const FunctionSpec kMethods[] = {
-    {"get_trades", kSelf, get_trades, "The trade table itself, one row per round trip."},
+    {"get_trades", kSelf, get_trades,
+     "The trade table itself, one row per round trip; what is changed in it stays.\n\n"
+     "Returns\n-------\nDataFrame\n"
+     "    `symbol`; dates `entry_date`, `exit_date` (NaT while open) and those of their signals, "
+     "`entry_sig_date`,\n    `exit_sig_date`; `position` (weight, a fraction), `period` "
+     "(sessions), "
+     "`return` (a fraction, after\n    costs), `trade_price@entry_date`, `trade_price@exit_date`, "
+     "`mae`, `mfe`, `mfe_before_mae`,\n    `max_drawdown` (fractions), `days_in_profit` and, of a "
+     "simulation, `exit_reason`."},
     {"get_mae_mfe", kSelf, get_mae_mfe,
-     "The table of maximum adverse and favourable excursions, one row per trade."},
+     "The table of maximum adverse and favourable excursions, one row per trade.\n\n"
+     "Returns\n-------\nDataFrame\n"
+     "    `mae`, `mfe`, `mfe_before_mae`, `max_drawdown` as fractions of the entry price, "
+     "`days_in_profit` in\n    sessions; in the order of the trades."},
     {"add_trade_info", kAddInfo, add_trade_info,
      "Look up a value for every trade in a table and add it to the "
      "trades.\n\nParameters\n----------\n"
@@ -190,9 +201,13 @@ const FunctionSpec kMethods[] = {
      "known by\nits whole label, else by the id before the first blank. Columns are added to "
      "`trades` in place: not from\ntwo threads at a time, since pandas keeps no lock."},
     {"remove_trade_info", kRemoveInfo, remove_trade_info,
-     "Remove one column of the trades by its full label, such as \"volume@entry_date\"."},
+     "Remove one column of the trades by its full label, such as \"volume@entry_date\".\n\n"
+     "Parameters\n----------\nname : str\n    The label; one that is not there changes nothing."},
     {"get_ndays_return", kNdays, get_ndays_return,
-     "The return of a curve over its last `n` rows, or over all when it has fewer.",
+     "The return of a curve over its last `n` rows, or over all when it has fewer.\n\n"
+     "Parameters\n----------\ncreturn : Series\n    Values of the curve, such as "
+     "`report.creturn`.\nn : int\n    How many rows.\n\n"
+     "Returns\n-------\nfloat\n    A fraction: 0.01 is 1 %.",
      pyglue::Binding::kStaticMethod},
 };
 

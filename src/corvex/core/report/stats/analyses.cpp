@@ -110,7 +110,12 @@ const FunctionSpec kMethods[] = {
      "**kwargs\n    Settings of the analysis.\n\nRaises\n------\nImportError\n"
      "    No analysis of that name; the message lists those there are.",
      pyglue::Binding::kFunction, "kwargs"},
-    {"liquidity", kSelf, liquidity, "The result of the liquidity analysis, without showing it."},
+    {"liquidity", kSelf, liquidity,
+     "The result of the liquidity analysis, without showing it.\n\n"
+     "Returns\n-------\ndict\n"
+     "    `turnover`: the traded value on the days of the entries and of the exits, `median` and "
+     "10 % quantile\n    `low`; `capacity`: the capital that stays below a share of it. None where "
+     "volumes are not known."},
     {"display_mae_mfe_analysis", kSelf, display_mae_mfe_analysis,
      "Run and show the analysis of adverse and favourable excursions; keywords are its settings.",
      pyglue::Binding::kFunction, "kwargs"},
