@@ -45,11 +45,13 @@ def print_trades(report: Report) -> None:
         "return": ("return", percent),
         "mae": ("MAE", percent),
         "mfe": ("MFE", percent),
+        "money": ("money", amount),
         "exit_reason": ("reason", lambda reason: reason_text(str(reason)) or "open"),
     }
     known = [name for name in columns if name in trades.columns]
     cells = [[columns[name][1](value) for value in trades[name]] for name in known]
-    right = [i for i, name in enumerate(known) if columns[name][1] in (percent, count)]
+    numbers = (percent, count, amount)
+    right = [i for i, name in enumerate(known) if columns[name][1] in numbers]
     print_table(
         f"trades ({len(trades)})",
         [columns[name][0] for name in known],
@@ -132,6 +134,11 @@ def _print_current_trades(report: Report) -> None:
 
 def _missing(value: Any) -> bool:
     return value is None or value is pd.NaT or (isinstance(value, float) and math.isnan(value))
+
+
+def amount(value: Any) -> str:
+    """Write money with its decimals, a large sum without them."""
+    return _NONE if _missing(value) else f"{value:,.{2 if abs(value) < 1000 else 0}f}"
 
 
 def percent(value: Any) -> str:

@@ -175,6 +175,15 @@ def test_an_account_is_shown_in_money(open_page, with_account):
     assert not re.search("account_|undefined|NaN", texts)
 
 
+@pytest.mark.parametrize("width", [390, 740, 1200])
+def test_a_long_value_stays_in_its_card(open_page, width):
+    curve = pd.Series(np.geomspace(1, 1_234_567, 500), pd.bdate_range("2020-01-01", periods=500))
+    page = open_page(bare_report(curve), viewport={"width": width, "height": 900})
+    total = page.locator("#summary dd.big").first
+    assert total.inner_text() == "123,456,600.00%"
+    assert total.evaluate("node => node.scrollWidth <= node.clientWidth")
+
+
 def test_a_report_with_nothing_but_a_curve_has_no_holes(open_page):
     days = pd.bdate_range("2024-01-01", periods=30, tz="Asia/Taipei")
     page = open_page(bare_report(pd.Series(range(30, 0, -1), index=days, dtype=float)))

@@ -45,7 +45,7 @@ export const headline = (label, value, beside = null) =>
     "div",
     {},
     el("dt", {}, label),
-    el("dd", { class: "big" }, value),
+    el("dd", { class: "big", style: `--length:${value.length}` }, value),
     beside ? el("dd", { class: "beside" }, beside) : null,
   );
 
