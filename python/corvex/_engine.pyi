@@ -197,6 +197,7 @@ class AccountResult(TypedDict):
     trips: dict[str, npt.NDArray[Any]]  # shares, money and cut (bits) of each round trip
     cuts: list[tuple[int, int, int]]  # for each bit: how often, and the first session and asset
     unknown_volume: tuple[int, int, int]  # the same of orders that met no volume
+    unpaid: tuple[int, int, int]  # the same of rebalances that cost more than the equity
     overdrawn_session: int  # whose withdrawal left nothing, -1 = none
     length: int  # sessions; the columns end with a ruin
 

@@ -149,6 +149,7 @@ nb::dict account_columns(engine::AccountResult&& result) {
     out["trips"] = trips;
     out["cuts"] = cuts;
     out["unknown_volume"] = as_tuple(result.unknown_volume);
+    out["unpaid"] = as_tuple(result.unpaid);
     out["overdrawn_session"] = result.overdrawn_session;
     return out;
 }

@@ -221,7 +221,8 @@ class SlowAccount:
         equity, wanted = solve(lambda e: longs * e)
         if longs and equity * (1 - longs - shorts) - fixed < equity * floor_share - 1e-13 * before:
             equity, wanted = solve(lambda e: max(0.0, e * (1 - shorts - floor_share) - fixed))
-        self.place(t, {j: (shares, weights[j]) for j, shares in wanted.items()}, equity)
+        if equity:  # else the orders would cost more than there is
+            self.place(t, {j: (shares, weights[j]) for j, shares in wanted.items()}, equity)
 
     def banded(self, t, j, weight, equity):
         k, held = self.k, self.value(t, j) / equity

@@ -62,6 +62,7 @@ def test_costs_that_are_given_twice_and_adjusted_prices_are_refused():
     ("terms", "told"),
     [
         ({"cash_rate": 5}, "cash_rate is as high as 5"),
+        ({"min_fee": 20_000}, "1 rebalances were left out, as their costs would have been more"),
         ({"cash_rate": pd.Series([0.1], DAYS[20:21])}, "cash_rate is missing at first"),
         (
             {"dividends": pd.DataFrame({"AAA": [1.0]}, [pd.Timestamp("2024-01-13")])},

@@ -47,3 +47,10 @@ def tell_of_account(result: SimulationResult, labels: pd.Index, clock: Clock) ->
             f"{counts[0]} orders met a session whose volume is missing, so nothing of them filled "
             f"there; {first(counts)}"
         )
+    counts = found["unpaid"]
+    if counts[0]:
+        warn(
+            f"{counts[0]} rebalances were left out, as their costs would have been more than the "
+            f"equity, the first on {date_text(clock.index[counts[1]])}; is the capital too small "
+            "for the fees?"
+        )

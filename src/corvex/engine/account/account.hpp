@@ -94,6 +94,8 @@ class Account {
         return terms_.lot_size.empty() ? 0.0 : terms_.lot_size.at(0, asset);
     }
     [[nodiscard]] bool rounds_to_nearest() const { return terms_.round_to_nearest; }
+    /// Counts a rebalance whose costs would have been more than the equity.
+    void note_unpaid(std::size_t session);
     /// Counts a cut; the open round trip remembers it.
     void note_cut(std::size_t asset, std::size_t session, Cut cut);
 

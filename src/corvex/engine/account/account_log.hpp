@@ -88,6 +88,7 @@ struct AccountResult {
     std::vector<TripMoney> trips;        ///< one for each round trip
     std::array<CutCount, 5> cuts;        ///< in the order of the bits of Cut
     CutCount unknown_volume;             ///< orders that waited for a volume
+    CutCount unpaid;                     ///< rebalances that cost more than the equity
     std::int64_t overdrawn_session = -1; ///< whose withdrawal left nothing
 };
 

@@ -122,6 +122,8 @@ const Account::LastOrder* Account::take_back(std::size_t asset, std::size_t sess
     return &order;
 }
 
+void Account::note_unpaid(std::size_t session) { count(result_.unpaid, 0, session); }
+
 void Account::note_cut(std::size_t asset, std::size_t session, Cut cut) {
     for (std::size_t bit = 0; bit < result_.cuts.size(); ++bit) {
         if (has(cut, static_cast<Cut>(1U << bit))) {

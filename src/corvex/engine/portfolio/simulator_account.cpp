@@ -29,7 +29,11 @@ void Simulator::rebalance_account(std::int64_t row, std::span<const double> weig
     const double after = before > 0.0 ? account_->solver().solve(before) : before;
     if (!(after > 0.0)) {
         waiting_.restart(row);
-        out_of_equity_ = true;
+        if (before > 0.0) { // no broker takes orders that cost more than there is
+            account_->note_unpaid(session);
+        } else {
+            out_of_equity_ = true;
+        }
         return;
     }
     out_.executed_rebalance = row;
