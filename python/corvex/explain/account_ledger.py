@@ -101,11 +101,12 @@ def _rates(
     The rates of the first session count before it, too, and the last ones after the last.
     """
     known = fx.reindex(index).ffill().bfill()
-    quoted = fills.drop_duplicates("symbol").set_index("symbol")["currency"].astype(object)
-    codes = quoted.reindex(assets)
+    first = fills.drop_duplicates("symbol")
+    quoted = dict(zip(first["symbol"].tolist(), first["currency"].tolist(), strict=True))
+    codes = np.array([quoted.get(label) for label in assets], dtype=object)
     rates = np.ones((len(index), len(assets)))
     for name in known.columns:
-        rates[:, (codes == name).to_numpy()] = known[[name]].to_numpy()
+        rates[:, codes == name] = known[[name]].to_numpy()
     return rates
 
 
