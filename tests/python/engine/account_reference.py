@@ -243,7 +243,10 @@ class SlowAccount:
             def affordable(left, j=j, weight=weight, price=price, held=held, equity=equity):
                 return left + self.need(t, j, weight * left / price, left) <= equity
 
-            exact = weight * bisect(affordable, 0.0, equity) / price
+            left = bisect(affordable, 0.0, equity)
+            if not left:  # the order would cost more than there is
+                continue
+            exact = weight * left / price
             if side * (exact - held) < 0:
                 exact = held
             self.place(t, {j: (exact, weight)}, equity)

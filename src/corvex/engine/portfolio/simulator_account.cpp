@@ -122,7 +122,10 @@ void Simulator::trade_waiting_account(std::size_t asset, std::size_t session, do
     solver.clear();
     solver.add({static_cast<std::uint32_t>(asset), held, price, weight,
                 account_->impact(asset, session), rate(asset, session)});
-    solver.solve(equity);
+    if (!(solver.solve(equity) > 0.0)) {
+        account_->note_unpaid(session);
+        return;
+    }
     double exact = weight == 0.0 ? 0.0 : solver.shares(0);
     // What is left of a purchase never sells, and the other way round.
     if (rest_side_[asset] * (exact - held) < 0.0) {
