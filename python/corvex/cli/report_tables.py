@@ -18,7 +18,7 @@ if TYPE_CHECKING:
 
 __all__ = ["count", "percent", "print_live", "print_metrics", "print_table", "print_trades"]
 
-_LEAST_WIDTH = 100  # for what goes into a file or a pipe
+_LEAST_WIDTH = 112  # for what goes into a file or a pipe
 _NONE = "-"
 
 

@@ -154,7 +154,9 @@ def _term(name: str, value: Any) -> Any:
         return ", ".join(f"{start:,g}: {ratio * 100:g}%" for start, ratio in value.items())
     if isinstance(value, dict) and name in ("currency", "fx"):
         return ", ".join(sorted({*map(str, value.values() if name == "currency" else value)}))
-    return "by asset" if isinstance(value, dict) else value
+    if isinstance(value, dict):
+        return "by value" if name == "price_ticks" else "by asset"
+    return value
 
 
 def liquidity(report: Report) -> dict[str, Any] | None:
