@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import dataclasses
 import multiprocessing
+import os
 import threading
 import time
 import warnings
@@ -40,7 +41,8 @@ __all__ = ["Job", "Runner", "Task"]
 # A batch is run when it has so many runs, bytes of targets or seconds of strategies.
 _MOST_RUNS = 4096
 _MOST_ACCOUNTS = 16
-_MOST_BYTES = 1 << 24
+_MOST_BYTES = 1 << 26
+_BYTES_A_THREAD = 1 << 23  # enough that none waits long for the last run of another
 _MOST_SECONDS = 1.0
 _MOST_TIMELINES = 64
 _MOST_OPTIONS = 2 * _MOST_RUNS
@@ -195,6 +197,8 @@ class Runner:
         self._job = job
         self._threads = threads or int(multiprocessing.parent_process() is not None)
         self._raises = raises
+        cores = self._threads or os.cpu_count() or 1
+        self._most_bytes = min(_MOST_BYTES, cores * _BYTES_A_THREAD)
         self._data: dict[Any, PriceData] = {}
         self._settings: dict[Any, Settings] = {}
         self._settings_at: dict[int, Settings] = {}
@@ -220,7 +224,7 @@ class Runner:
                 for count, size in self._prepare(task, weights, seconds):
                     runs += count
                     weight += size
-                    full = runs >= _MOST_RUNS or weight >= _MOST_BYTES
+                    full = runs >= _MOST_RUNS or weight >= self._most_bytes
                     if full or time.perf_counter() - since >= _MOST_SECONDS:
                         yield self._flush()
                         runs = weight = 0
