@@ -14,7 +14,7 @@ constexpr double kGap = std::numeric_limits<double>::quiet_NaN();
 
 TEST(TradeLog, WritesRoundTripsWithTheirNetReturns) {
     const Costs costs{.fee = 0.1, .tax = 0.1};
-    TradeLog log{costs, 4, 3, true};
+    TradeLog log{costs, 4, 3, KeepTrips::kAll};
     log.signal_entry(3, 2, 0.5);
     log.open(2, 1, 5, 100.0, 1.0);
     log.open(0, 1, 5, 100.0, -1.0);
@@ -26,6 +26,8 @@ TEST(TradeLog, WritesRoundTripsWithTheirNetReturns) {
     log.open(2, 2, 9, 10.0, 1.0);
     const std::vector<RoundTrip> trips = log.take_sorted();
     ASSERT_EQ(trips.size(), 5U);
+    EXPECT_EQ(log.counts().closed, 2);
+    EXPECT_EQ(log.counts().won, 1);
     EXPECT_TRUE(log.take_sorted().empty());
 
     const RoundTrip& marked = trips[0];
@@ -57,7 +59,7 @@ TEST(TradeLog, WritesRoundTripsWithTheirNetReturns) {
 
 TEST(TradeLog, ThatIsOffIgnoresAll) {
     const Costs costs;
-    TradeLog log{costs, 1, 1, false};
+    TradeLog log{costs, 1, 1, KeepTrips::kNone};
     log.open(0, 0, 0, 1.0, 1.0);
     log.mark_open(0, 1.0, {});
     log.signal_exit(0, {});

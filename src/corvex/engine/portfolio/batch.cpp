@@ -46,7 +46,7 @@ SimulationInput input_of(const Batch& batch, const BatchRun& run) {
     return {.prices = batch.prices,
             .plan = batch.plans[run.plan],
             .options = batch.options[run.options],
-            .record = {.trades = true, .excursions = false, .fills = false}};
+            .record = {.excursions = false, .counts_only = true}};
 }
 
 /// Runs [begin, end), which take turns block by block.

@@ -21,6 +21,7 @@ struct SimulationResult {
     std::vector<double> traded;            ///< quoted value of buys and sells
     std::vector<std::size_t> trading_rows; ///< ascending; in all others these four are zero
     std::vector<RoundTrip> round_trips;
+    TripCounts trip_counts; ///< by the ratios of the costs: an account's trips tell their own
     Fills fills;
     std::int64_t ruin_session = -1;
     std::int64_t executed_rebalance = -1;

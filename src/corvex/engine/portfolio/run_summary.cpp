@@ -28,18 +28,6 @@ double total(std::span<const double> values, std::span<const std::size_t> tradin
     return sum;
 }
 
-void count_trades(std::span<const RoundTrip> trips, RunSummary& summary) {
-    std::int64_t won = 0;
-    for (const RoundTrip& trip : trips) {
-        const bool closed = trip.filled() && trip.exit_session >= 0;
-        summary.trades += closed ? 1 : 0;
-        won += closed && trip.net_return > 0.0 ? 1 : 0;
-    }
-    if (summary.trades > 0) {
-        summary.win_rate = static_cast<double>(won) / static_cast<double>(summary.trades);
-    }
-}
-
 /// What a curve earns from row to row; nothing once it is worth nothing.
 CORVEX_VECTOR_CLONES
 void curve_returns(std::span<const double> equity, std::span<double> out) {
@@ -88,7 +76,11 @@ RunSummary RunReader::read(std::size_t run, const SimulationResult& result) {
         summary.figures = figures(plan, start, result.equity);
         summary.turnover = yearly_turnover(plan, start, result);
     }
-    count_trades(result.round_trips, summary);
+    const TripCounts& trips = result.trip_counts;
+    summary.trades = trips.closed;
+    if (trips.closed > 0) {
+        summary.win_rate = static_cast<double>(trips.won) / static_cast<double>(trips.closed);
+    }
     if (batch_.blocks > 0) {
         sum_blocks(first, result.equity, summary);
     }
@@ -122,12 +114,16 @@ std::array<double, kFigureCount> RunReader::figures(std::size_t plan, const Star
             lead = day;
         }
     }
-    curve_.assign(lead.has_value() ? 1 : 0, 1.0);
-    for (const std::int64_t close : closes) {
-        curve_.push_back(equity[static_cast<std::size_t>(close) - first]);
+    curve_.resize(own.size() + (lead.has_value() ? 1 : 0));
+    const auto values = std::span(curve_).last(own.size());
+    for (std::size_t day = 0; day < values.size(); ++day) {
+        values[day] = equity[static_cast<std::size_t>(closes[day]) - first];
     }
     if (!start.led && !own.empty() &&
         static_cast<std::size_t>(closes.front()) == first + start.row) {
+        values.front() = 1.0;
+    }
+    if (lead.has_value()) {
         curve_.front() = 1.0;
     }
     rebase(curve_, kBase, curve_);

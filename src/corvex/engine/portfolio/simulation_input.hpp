@@ -31,6 +31,7 @@ struct Recording {
     /// Receives the target weights in force after each close, from the first session of the plan
     /// on; empty = off.
     std::span<double> position{};
+    bool counts_only = false; ///< of the trades: no list of them
 };
 
 /// One run. The prices are shared and outlive it.

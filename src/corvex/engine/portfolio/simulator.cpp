@@ -4,6 +4,17 @@
 
 namespace corvex::engine::inline v1 {
 
+namespace {
+
+KeepTrips kept_trips(const Recording& record) {
+    if (!record.trades) {
+        return KeepTrips::kNone;
+    }
+    return record.counts_only ? KeepTrips::kCounts : KeepTrips::kAll;
+}
+
+} // namespace
+
 Simulator::Simulator(const SimulationInput& input)
     : in_{input}, assets_{input.prices.assets()},
       account_{input.account == nullptr
@@ -19,7 +30,7 @@ Simulator::Simulator(const SimulationInput& input)
       waiting_{assets_}, pending_{assets_},
       excursions_{watched().close(), input.plan.first_session,
                   input.record.trades && input.record.excursions},
-      log_{input.options.costs, assets_, input.plan.rebalances(), input.record.trades},
+      log_{input.options.costs, assets_, input.plan.rebalances(), kept_trips(input.record)},
       fills_{input.options.costs, assets_ * input.plan.rebalances(), input.record.fills},
       session_{input.plan.first_session}, leaving_{assets_} {
     for (auto* series :
@@ -79,7 +90,7 @@ std::size_t Simulator::hold(std::size_t session, std::size_t end) {
         const auto kept = static_cast<std::size_t>(lost - equity.begin());
         std::ranges::fill(std::span(out_.cash).subspan(offset(session), kept), book_.cash());
         excursions_.observe_block(session + kept);
-        for (std::size_t k = 0; k < kept; ++k) {
+        for (std::size_t k = 0; !in_.record.position.empty() && k < kept; ++k) {
             write_position(session + k);
         }
         session += kept;
@@ -246,6 +257,7 @@ SimulationResult Simulator::finish() {
     out_.pending_reason = pending_.reasons();
     out_.pending_session = pending_.sessions();
     out_.waiting_rebalance = waiting_.rebalances();
+    out_.trip_counts = log_.counts();
     out_.round_trips = log_.take_sorted();
     out_.fills = fills_.take();
     if (account_ != nullptr) {

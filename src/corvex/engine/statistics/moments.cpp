@@ -1,7 +1,6 @@
 #include "corvex/engine/statistics/moments.hpp"
 
 #include "corvex/engine/core/lanes.hpp"
-#include "corvex/engine/series/curve.hpp"
 
 #include <algorithm>
 #include <array>
@@ -117,13 +116,13 @@ double excess_kurtosis(double n, double squares, double fourths) {
            3.0 * (n - 1.0) * (n - 1.0) / scale;
 }
 
-Moments moments_of_present(std::span<const double> values, double target) {
+/// @param first  of the same values
+Moments moments_of_present(std::span<const double> values, const FirstPass& first, double target) {
     Moments result{values.size(), kNaN, kNaN, kNaN, kNaN, kNaN, kNaN, kNaN, kNaN};
     if (values.empty()) {
         return result;
     }
     const double n = static_cast<double>(values.size());
-    const FirstPass first = sum_and_extremes(values);
     result.mean = first.sum / n;
     result.best = first.best;
     result.worst = first.worst;
@@ -152,12 +151,14 @@ Moments moments_of_present(std::span<const double> values, double target) {
 
 Moments moments(std::span<const double> returns, double target) {
     const auto missing = [](double value) { return std::isnan(value); };
-    if (all_finite(returns) || std::ranges::none_of(returns, missing)) {
-        return moments_of_present(returns, target);
+    const FirstPass first = sum_and_extremes(returns);
+    // A missing value leaves none of the sum.
+    if (!missing(first.sum) || std::ranges::none_of(returns, missing)) {
+        return moments_of_present(returns, first, target);
     }
     std::vector<double> present(returns.begin(), returns.end());
     std::erase_if(present, missing);
-    return moments_of_present(present, target);
+    return moments_of_present(present, sum_and_extremes(present), target);
 }
 
 } // namespace corvex::engine::inline v1

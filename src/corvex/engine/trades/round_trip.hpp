@@ -39,4 +39,10 @@ struct RoundTrip {
     [[nodiscard]] bool filled() const { return entry_session >= 0; }
 };
 
+/// What can be told of the round trips of a run without keeping them.
+struct TripCounts {
+    std::int64_t closed = 0;
+    std::int64_t won = 0; ///< of the closed: with a net return above zero
+};
+
 } // namespace corvex::engine::inline v1

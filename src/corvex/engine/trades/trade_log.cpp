@@ -44,12 +44,25 @@ void set_exit(RoundTrip& trip, const ExitCause& cause) {
 
 } // namespace
 
-TradeLog::TradeLog(const Costs& costs, std::size_t assets, std::size_t rebalances, bool enabled)
-    : costs_{costs}, open_(enabled ? assets : 0, -1) {
-    if (enabled) {
+TradeLog::TradeLog(const Costs& costs, std::size_t assets, std::size_t rebalances, KeepTrips keep)
+    : costs_{costs}, keep_{keep}, open_(keep == KeepTrips::kNone ? 0 : assets, -1) {
+    if (keep == KeepTrips::kAll) {
         // Reserved memory that is never written costs nothing, growing would copy and write twice.
         trips_.reserve(std::min(assets * rebalances, kMostReserved));
+    } else if (counts_only()) {
+        trips_.resize(assets);
     }
+}
+
+void TradeLog::add(const RoundTrip& trip) {
+    const auto asset = static_cast<std::size_t>(trip.asset);
+    if (counts_only()) {
+        trips_[asset] = trip;
+        open_[asset] = trip.asset;
+        return;
+    }
+    open_[asset] = static_cast<std::int64_t>(trips_.size());
+    trips_.push_back(trip);
 }
 
 void TradeLog::open(std::size_t asset, std::int64_t rebalance, std::size_t session, double price,
@@ -60,8 +73,7 @@ void TradeLog::open(std::size_t asset, std::int64_t rebalance, std::size_t sessi
     RoundTrip trip = new_trip(asset, rebalance, weight);
     trip.entry_session = narrow(session);
     trip.entry_price = price;
-    open_[asset] = static_cast<std::int64_t>(trips_.size());
-    trips_.push_back(trip);
+    add(trip);
 }
 
 RoundTrip* TradeLog::close(std::size_t asset, std::size_t session, double price,
@@ -75,6 +87,8 @@ RoundTrip* TradeLog::close(std::size_t asset, std::size_t session, double price,
     trip.exit_price = price;
     trip.net_return = round_trip_return(costs_, trip.weight > 0.0, trip.entry_price, price);
     set_excursion(trip, excursion);
+    ++counts_.closed;
+    counts_.won += trip.net_return > 0.0 ? 1 : 0;
     return &trip;
 }
 
@@ -85,7 +99,7 @@ void TradeLog::signal_exit(std::size_t asset, const ExitCause& cause) {
 }
 
 void TradeLog::signal_entry(std::size_t asset, std::int64_t rebalance, double weight) {
-    if (enabled()) {
+    if (enabled() && !counts_only()) {
         trips_.push_back(new_trip(asset, rebalance, weight));
     }
 }
@@ -101,6 +115,9 @@ RoundTrip* TradeLog::mark_open(std::size_t asset, double price, const ExcursionF
 }
 
 std::vector<RoundTrip> TradeLog::take_sorted() {
+    if (counts_only()) {
+        return {};
+    }
     // Only orders that waited for a price, or lie beyond the table, come out of order.
     const auto key = [](const RoundTrip& trip) {
         return std::tuple{trip.entry_rebalance, trip.asset};

@@ -15,11 +15,18 @@ struct ExitCause {
     std::int64_t rebalance = -1;
 };
 
-/// Writes round trips as they open and close. A log that is off ignores every call.
+/// What a log keeps of round trips.
+enum class KeepTrips {
+    kNone,
+    kCounts, ///< only the open ones: for many runs, whose closed ones would fill the memory
+    kAll,
+};
+
+/// Writes round trips as they open and close. A log that keeps none ignores every call.
 class TradeLog {
   public:
     /// @param rebalances  with the assets, it bounds the number of round trips.
-    TradeLog(const Costs& costs, std::size_t assets, std::size_t rebalances, bool enabled);
+    TradeLog(const Costs& costs, std::size_t assets, std::size_t rebalances, KeepTrips keep);
 
     [[nodiscard]] bool enabled() const { return !open_.empty(); }
 
@@ -36,12 +43,20 @@ class TradeLog {
     /// off.
     RoundTrip* mark_open(std::size_t asset, double price, const ExcursionFigures& excursion);
 
-    /// The round trips by entry signal, then asset. The log is empty afterwards.
+    /// The round trips by entry signal, then asset; none where only counts are kept. The log is
+    /// empty afterwards.
     std::vector<RoundTrip> take_sorted();
+    /// Of all that were closed, with the returns that the ratios of the costs tell.
+    [[nodiscard]] const TripCounts& counts() const { return counts_; }
 
   private:
+    [[nodiscard]] bool counts_only() const { return keep_ == KeepTrips::kCounts; }
+    void add(const RoundTrip& trip);
+
     const Costs& costs_;
-    std::vector<RoundTrip> trips_;
+    KeepTrips keep_;
+    TripCounts counts_;
+    std::vector<RoundTrip> trips_;   ///< where only counts are kept: one place for each asset
     std::vector<std::int64_t> open_; ///< index of the open round trip of each asset, -1 = none
 };
 
