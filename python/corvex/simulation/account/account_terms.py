@@ -206,7 +206,8 @@ class _Reader:
                 f"{name} of {self._labels[assets[at]]!r} on {date_text(dates[rows[at]])} is "
                 f"{amounts[at]:g}; it must be a number above 0: {kind}"
             )
-        sessions, moved = rows_from(self._clock, dates[rows])
+        placed, moves = rows_from(self._clock, dates)
+        sessions, moved = placed[rows], moves[rows]
         inside = (sessions > self._first) & (sessions < len(self._clock))
         if (late := moved & inside).any():
             self._tell_moved(name, dates[rows[late]])
