@@ -5,6 +5,7 @@ import datetime
 import functools
 import itertools
 import math
+import multiprocessing
 import warnings
 from unittest import mock
 
@@ -138,7 +139,8 @@ def test_accounts_need_names_and_go_to_workers_and_through_windows():
     with pytest.raises(ValueError, match="of type Account, which cannot stand in an index; give"):
         corvex.sweep(best_of, prices, options={"account": [ACCOUNTS["cash"]]}, **run)
     alone = corvex.sweep(best_of, prices, account=ACCOUNTS["cash"], **run)
-    with concurrent.futures.ProcessPoolExecutor(1) as pool:
+    context = multiprocessing.get_context("forkserver")  # polars may have come in by another test
+    with concurrent.futures.ProcessPoolExecutor(1, mp_context=context) as pool:
         away = corvex.sweep(best_of, prices, account=ACCOUNTS["cash"], executor=pool, **run)
     pd.testing.assert_frame_equal(*(one.figures.drop(columns="seconds") for one in (alone, away)))
     walk = corvex.walk_forward(alone, train="1YE", test="1YE")
