@@ -337,7 +337,8 @@ def _warn_of_high(name: str, table: _Floats) -> None:
 
 def _volume(prices: PriceData, labels: pd.Index) -> _Floats:
     found = cast("_Floats", market_matrix(prices.market, "volume", prices.clock, labels))
-    return np.where((found < 0.0) | np.isinf(found), np.nan, found)
+    impossible = (found < 0.0) | np.isinf(found)
+    return np.where(impossible, np.nan, found) if impossible.any() else found  # often a user's own
 
 
 def _ticks(account: Account, prices: PriceData) -> tuple[tuple[float, float], ...]:
