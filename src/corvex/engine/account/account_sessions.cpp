@@ -38,6 +38,10 @@ void Account::begin(Book& book, std::size_t session) {
     pay_dividends(book, session);
 }
 
+/// Bookings that room is made for in advance, some 25 MB: more shorts may end soon than memory
+/// could hold of them to the last session.
+constexpr std::size_t kMostReserved = std::size_t{1} << 20;
+
 /// What the shorts of the close before cost since then.
 double Account::pay_borrowing(const Book& book, std::size_t session) {
     if (borrowed_.empty() || terms_.years[session] == 0.0) {
@@ -45,7 +49,8 @@ double Account::pay_borrowing(const Book& book, std::size_t session) {
     }
     Bookings& bookings = result_.bookings;
     if (bookings.empty()) { // most often as many are short from then on
-        bookings.reserve(borrowed_.size() * (terms_.years.size() - session));
+        bookings.reserve(
+            std::min(borrowed_.size() * (terms_.years.size() - session), kMostReserved));
     }
     double total = 0.0;
     std::size_t place = bookings.extend(borrowed_.size());
