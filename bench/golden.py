@@ -5,6 +5,7 @@ settings that are refused. Their figures are compared with those of golden.npz t
 is no number (dates, labels, reasons, warnings, errors, the names and types of the report's
 attributes) by a checksum of each kind. `make` writes golden.npz anew: for a change of results
 that is meant, and told in the changelog. A count compares the first of them only.
+golden_accounts.py does the same for runs that keep an account.
 """
 
 from __future__ import annotations
@@ -245,25 +246,32 @@ def measured(count: int) -> tuple[np.ndarray, np.ndarray, np.ndarray]:
     return figures, sizes, kinds
 
 
-def main() -> None:
-    count = int(sys.argv[1]) if sys.argv[1:] and sys.argv[1].isdigit() else RUNS
-    figures, sizes, kinds = measured(count)
-    ran = int((figures[:, 0] != 0.0).sum())
-    if sys.argv[1:] == ["make"]:
-        np.savez_compressed(FILE, figures=figures, kinds=kinds)
-        print(f"written: {ran} reports and {count - ran} refusals")
-        return
-    with np.load(FILE) as golden:
-        apart = np.abs(figures - golden["figures"][:count]) / sizes
-        other = kinds != golden["kinds"][:count]
-    for name, column in zip(FIGURES, apart.T, strict=True):
+def agree(file: Path, names: tuple[tuple[str, ...], tuple[str, ...]], found: Any, ran: int) -> bool:
+    """Compare figures, their sizes and checksums with those of a file; tell what is apart."""
+    figures, sizes, kinds = found
+    with np.load(file) as golden:
+        apart = np.abs(figures - golden["figures"][: len(figures)]) / sizes
+        other = kinds != golden["kinds"][: len(kinds)]
+    for name, column in zip(names[0], apart.T, strict=True):
         print(f"{name:>12}: off by {column.max():.1e}, worst in run {column.argmax()}")
-    for name, column in zip(KINDS, other.T, strict=True):
+    for name, column in zip(names[1], other.T, strict=True):
         where = f", the first run {column.argmax()}" if column.any() else ""
         print(f"{name:>12}: {column.sum()} runs differ{where}")
-    same = apart.max() <= TOLERANCE and not other.any()
-    print(f"{ran} reports and {count - ran} refusals:", "the same" if same else "NOT the same")
-    sys.exit(not same)
+    same = bool(apart.max() <= TOLERANCE and not other.any())
+    refused = len(figures) - ran
+    print(f"{ran} reports and {refused} refusals:", "the same" if same else "NOT the same")
+    return same
+
+
+def main() -> None:
+    count = int(sys.argv[1]) if sys.argv[1:] and sys.argv[1].isdigit() else RUNS
+    found = measured(count)
+    ran = int((found[0][:, 0] != 0.0).sum())
+    if sys.argv[1:] == ["make"]:
+        np.savez_compressed(FILE, figures=found[0], kinds=found[2])
+        print(f"written: {ran} reports and {count - ran} refusals")
+        return
+    sys.exit(not agree(FILE, (FIGURES, KINDS), found, ran))
 
 
 if __name__ == "__main__":
