@@ -99,6 +99,9 @@ class Account:
     base : str, optional
         The currency of the account: of `capital`, `flows`, and all that the report counts in
         money. Needed with `currency`.
+    benchmark_currency : str, optional
+        What the benchmark is quoted in: it is compared in `base`, at the rates of `fx`. None: as
+        it is; of a benchmark that is not the user's own Series a warning says so.
 
     Raises
     ------
@@ -148,6 +151,7 @@ class Account:
     currency: str | Mapping[Any, str] | pd.Series | None = None
     fx: pd.DataFrame | pd.Series | Mapping[Any, Any] | None = None
     base: str | None = None
+    benchmark_currency: str | None = None
 
     def __post_init__(self) -> None:
         _number("capital", self.capital, above=0.0)
@@ -184,8 +188,10 @@ class Account:
                 f"'USDTWD', got {_type(self.fx)}"
             )
         if self.currency is None:
-            if self.fx is not None or self.base is not None:
-                raise ValueError("fx and base go with currency: what each asset is quoted in")
+            if any(one is not None for one in (self.fx, self.base, self.benchmark_currency)):
+                raise ValueError(
+                    "fx, base and benchmark_currency go with currency: what each asset is quoted in"
+                )
             return
         if not isinstance(self.currency, str | pd.Series | Mapping):
             raise ValueError(
@@ -195,6 +201,8 @@ class Account:
         if self.base is None:
             raise ValueError("currency needs base: the currency that the account is kept in")
         currency_code(self.base, "base")
+        if self.benchmark_currency is not None:
+            currency_code(self.benchmark_currency, "benchmark_currency")
 
     @property
     def ticks(self) -> tuple[tuple[float, float], ...] | None:

@@ -12,7 +12,7 @@ from corvex.markets.number_dates import dates_of_numbers
 from corvex.markets.stamps import TableStamps, Zone, in_zone
 from corvex.tables.date_limits import require_in_range
 
-__all__ = ["align_benchmark", "align_facts", "align_prices", "align_tables"]
+__all__ = ["align_benchmark", "align_facts", "align_prices", "align_tables", "clean_benchmark"]
 
 _FACTS = ("market_value",)
 
@@ -108,6 +108,17 @@ def align_benchmark(benchmark: pd.Series, prices: pd.DatetimeIndex, tz: str) -> 
         In the zone of `prices`, or naive. Daily values stand at the midnight (in that zone) of
         the day on which the price table has the same session; intraday ones keep their moment.
     """
+    values = clean_benchmark(benchmark)
+    index = pd.DatetimeIndex(values.index)
+    own, onto = TableStamps(index, tz), TableStamps(prices, tz)
+    if not own.daily:
+        return values.set_axis(onto.moments(index), axis=0)
+    shift = _day_shift(onto)
+    return values.set_axis(in_zone(own.dates + shift if shift else own.dates, prices.tz), axis=0)
+
+
+def clean_benchmark(benchmark: pd.Series) -> pd.Series:
+    """Return the values of a benchmark that are there, on rising dates; of a date the last one."""
     values = benchmark.dropna() if benchmark.hasnans else benchmark
     if pd.api.types.is_integer_dtype(values.index.dtype):
         dates = dates_of_numbers(values.index)
@@ -117,12 +128,7 @@ def align_benchmark(benchmark: pd.Series, prices: pd.DatetimeIndex, tz: str) -> 
     require_in_range(values.index, "the index of the benchmark", traded=True)
     if not (values.index.is_monotonic_increasing and values.index.is_unique):
         values = values[~values.index.duplicated(keep="last")].sort_index()
-    index = pd.DatetimeIndex(values.index)
-    own, onto = TableStamps(index, tz), TableStamps(prices, tz)
-    if not own.daily:
-        return values.set_axis(onto.moments(index), axis=0)
-    shift = _day_shift(onto)
-    return values.set_axis(in_zone(own.dates + shift if shift else own.dates, prices.tz), axis=0)
+    return values
 
 
 def _day_shift(prices: TableStamps) -> pd.Timedelta:

@@ -4,13 +4,19 @@ from __future__ import annotations
 
 import datetime
 import weakref
-from collections.abc import Collection, Iterable, Mapping
+from collections.abc import Callable, Collection, Iterable, Mapping
 from functools import cached_property, lru_cache
 from typing import Any, Self, cast, override
 
 import pandas as pd
 
-from corvex.markets.alignment import align_benchmark, align_facts, align_prices, align_tables
+from corvex.markets.alignment import (
+    align_benchmark,
+    align_facts,
+    align_prices,
+    align_tables,
+    clean_benchmark,
+)
 from corvex.markets.bars import infer_freq, next_bar
 from corvex.markets.benchmark_check import check_benchmark
 from corvex.markets.market_tables import MarketTables
@@ -34,6 +40,7 @@ class BoundMarket(MarketTables):
     _benchmark: pd.Series | str | None
     _aligned: pd.Series | None
     _own_benchmark: pd.Series | None = None
+    _converted_from: str | None = None
     _freq: str
     _bound_at: datetime.datetime
     _pickled_assets: Collection[object]
@@ -62,6 +69,8 @@ class BoundMarket(MarketTables):
     @property
     def benchmark_source(self) -> str:
         """Where the benchmark comes from: "given" as a series, a named "table", or "default"."""
+        if self._converted_from is not None:
+            return self._converted_from
         if self._benchmark is None:
             return "default"
         return "table" if isinstance(self._benchmark, str) else "given"
@@ -79,22 +88,41 @@ class BoundMarket(MarketTables):
 
     def read_benchmark(self) -> None:
         """Read the market's own benchmark now, for when it is asked for."""
-        if self._own_benchmark is None and self._aligned is None:
+        if self._own_benchmark is None and self._aligned is None and self._benchmark is None:
             self._own_benchmark = self._market_benchmark()
 
     @override
     def get_benchmark(self) -> pd.Series:
         if self._aligned is None:
-            benchmark = self._benchmark
-            if benchmark is None:
-                own = self._own_benchmark
-                benchmark = self._market_benchmark() if own is None else own
-            elif isinstance(benchmark, str):
-                name, benchmark = benchmark, get_frame(benchmark).iloc[:, 0]
-                check_benchmark(benchmark, name)
-            self._aligned = align_benchmark(benchmark, self.price_index, self.tz)
+            self._aligned = align_benchmark(self._unaligned(), self.price_index, self.tz)
             self._own_benchmark = None
         return self._aligned.copy()  # the caller may give it another index
+
+    def _unaligned(self) -> pd.Series:
+        benchmark = self._benchmark
+        if benchmark is None:
+            own = self._own_benchmark
+            return self._market_benchmark() if own is None else own
+        if isinstance(benchmark, str):
+            name, benchmark = benchmark, get_frame(benchmark).iloc[:, 0]
+            check_benchmark(benchmark, name)
+        return benchmark
+
+    def with_benchmark(self, convert: Callable[[pd.Series], pd.Series]) -> Self:
+        """Return a copy whose benchmark has other values, such as those in another currency.
+
+        It comes from where it came from: `benchmark_source` stays. `convert` is given the values
+        by date as they were handed over, rising and without holes.
+        """
+        converted = convert(clean_benchmark(self._unaligned()))
+        twin = self.__copy__()
+        twin.__dict__.update(
+            _benchmark=converted,
+            _aligned=None,
+            _own_benchmark=None,
+            _converted_from=self.benchmark_source,
+        )
+        return twin
 
     @override
     def get_market_value(self) -> pd.DataFrame:
@@ -196,6 +224,7 @@ def bind[M: MarketTables](
     bound.__dict__.update(market.__dict__)
     bound.__dict__.pop("stamps", None)
     bound.__dict__.pop("_own_benchmark", None)
+    bound.__dict__.pop("_converted_from", None)
     bound.__dict__.update(
         _tables=tables,
         _benchmark=benchmark,

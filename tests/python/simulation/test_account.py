@@ -218,7 +218,7 @@ def test_pairs_are_found_however_they_are_written(fx):
             {"currency": {"AAA": "USD", "BBB": 3}},
             "currency of 'BBB' must be the code of a currency",
         ),
-        ({"currency": None}, "fx and base go with currency"),
+        ({"currency": None}, "fx, base and benchmark_currency go with currency"),
         ({"base": None}, "currency needs base"),
     ],
 )
@@ -235,6 +235,48 @@ def test_an_old_rate_is_told_once_and_one_of_before_the_prices_counts():
     assert len(told) == 1
     assert report.fx["USD"].iloc[[0, 4, 5, 29]].tolist() == [31.0, 31.0, 30.5, 31.9]
     assert report.fx["JPY"].iloc[0] == pytest.approx(31.0 / 150.0)
+
+
+@pytest.mark.parametrize("zone", [None, "UTC", "Asia/Taipei"])
+@pytest.mark.parametrize("bars", [False, True])
+def test_a_benchmark_is_compared_in_the_base(zone, bars, tmp_path):
+    hours = pd.to_timedelta([10, 14] if bars else [0], unit="h")
+    prices = pd.concat([PRICES.set_axis(DAYS + hour) for hour in hours]).sort_index()
+    index = pd.Series(np.linspace(1000.0, 1500.0, 40), DAYS, name="index")
+    account = corvex.Account(
+        currency=QUOTED, base="TWD", fx={"USDTWD": DOLLAR}, benchmark_currency="usd"
+    )
+    report = corvex.simulate(
+        WEIGHTS, prices.tz_localize(zone), market="us_stock", leverage=True,
+        benchmark=index.tz_localize("America/New_York"), account=account,
+    )  # fmt: skip
+    corvex.save(report, tmp_path / "a.corvex")
+    for market in (report.market, corvex.load(tmp_path / "a.corvex").market):
+        assert market.get_benchmark().tolist() == pytest.approx((index * DOLLAR).tolist())
+
+
+def test_a_benchmark_of_an_unknown_currency_is_told():
+    prices = PRICES.set_axis(corvex.data.sample("sp500").loc["2020"].index[:40])
+    weights = WEIGHTS.set_axis(prices.index[::8])
+
+    def compared(benchmark, **terms):
+        with warnings.catch_warnings(record=True, action="always") as told:
+            account = corvex.Account(currency=QUOTED, base="TWD", fx={"USDTWD": 30.0}, **terms)
+            made = corvex.simulate(
+                weights, prices, market="us_stock", leverage=True, benchmark=benchmark,
+                account=account,
+            )  # fmt: skip
+        return made.market.benchmark_source, [str(one.message) for one in told]
+
+    guess = "the benchmark 'SP500' is compared as it is quoted, while the account is kept in TWD"
+    for benchmark, source in ((None, "default"), ("sp500", "table")):
+        found, told = compared(benchmark)
+        assert (found, len(told)) == (source, 1)
+        assert told[0].startswith(guess)
+        assert compared(benchmark, benchmark_currency="USD") == (source, [])
+    assert compared(None, benchmark_currency="TWD")[1] == compared(prices["AAA"])[1] == []
+    with pytest.raises(ValueError, match="EURTWD is missing on 2020-01-02, where the benchmark"):
+        compared(None, benchmark_currency="EUR")
 
 
 @pytest.mark.parametrize("freq", ["BME", "ME", "BMS"])

@@ -111,6 +111,27 @@ def test_benchmarks_that_are_no_prices_are_refused(prices, values, message):
         corvex.simulate(prices.iloc[:1] / 300, prices, benchmark=benchmark)
 
 
+@pytest.mark.parametrize(
+    ("rows", "told"),
+    [
+        ([0, 1, 1, 2], [r"more than once \(as 2024-01-03\); the last value was kept"]),
+        ([2, 0, 1], ["benchmark was not in order of date; it was sorted"]),
+        ([], ["the benchmark 'index' has no value on any date; nothing is compared with it"]),
+        ([5, 5], ["the benchmark 'index' has no value on any date"]),
+    ],
+)
+def test_benchmarks_are_mended_aloud(prices, rows, told):
+    values = pd.Series([90.0, 95, 100, 101, 102, np.nan, 1, 1], prices.index, name="index")
+    benchmark = values.iloc[rows]
+    benchmark.iloc[1:2] += 5.0 * (len(rows) == 4)
+    with pytest.warns(UserWarning) as caught:
+        report = corvex.simulate(prices.iloc[:1] / 300, prices, benchmark=benchmark)
+    messages = [str(one.message) for one in caught if "covers" not in str(one.message)]
+    assert [re.search(*pair) is not None for pair in zip(told, messages, strict=True)] == [True]
+    if values.iloc[rows].notna().any():
+        assert report.benchmark.tolist() == values.iloc[:3].tolist()
+
+
 def test_crossed_bars_are_refused_where_stops_read_them(prices):
     weights = pd.DataFrame({"AAA": [1.0]}, index=prices.index[:1])
     bars = {"close": prices, "high": prices + 1, "low": prices - 1}

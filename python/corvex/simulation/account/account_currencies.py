@@ -17,7 +17,7 @@ from corvex.simulation.plan.plan import Plan
 from corvex.simulation.read.clock import Clock, dated_table
 from corvex.simulation.read.columns import match_columns
 
-__all__ = ["Currencies", "read_currencies"]
+__all__ = ["Currencies", "rates_on", "read_currencies"]
 
 _Floats = npt.NDArray[np.float64]
 _Ints = npt.NDArray[np.int64]
@@ -74,11 +74,47 @@ def read_currencies(account: Account, clock: Clock, plan: Plan) -> Currencies | 
     pairs = {} if account.fx is None else pairs_of(account.fx, names, base)
     rates = np.full((len(clock), len(names)), np.nan)
     rates[:, 0] = 1.0
-    read = _Rates(clock, pairs)
+    read = _Rates(clock, pairs, clock.index, clock.keys)
     for at, code in enumerate(names[1:], 1):
         if (first := needed[at]) is not None:
             rates[:, at] = read.of(code, base, *first)
     return Currencies(names, rates, of_asset)
+
+
+def rates_on(
+    dates: pd.DatetimeIndex,
+    account: Account,
+    code: str,
+    clock: Clock,
+    who: str,
+    needed: int,
+    *,
+    tells: bool,
+) -> _Floats:
+    """Return what a unit of a currency costs in the account's own on dates of another table.
+
+    Parameters
+    ----------
+    dates : DatetimeIndex
+        Rising; in any zone or none.
+    who : str
+        What messages call what needs the rate.
+    needed : int
+        The row from which on it is needed; before it may be missing.
+    tells : bool
+        Warn of old rates; else somebody has.
+
+    Raises
+    ------
+    ValueError
+        When a rate is missing; the message names pair and date.
+    """
+    base = currency_code(account.base, "base")
+    if code == base:
+        return np.ones(len(dates))
+    pairs = {} if account.fx is None else pairs_of(account.fx, (code,), base)
+    read = _Rates(clock, pairs, dates, clock.place(dates).keys, tells=tells)
+    return read.of(code, base, who, needed)
 
 
 def _codes(given: str | pd.Series | Mapping[Any, Any], plan: Plan) -> list[str | None]:
@@ -104,7 +140,7 @@ def _codes(given: str | pd.Series | Mapping[Any, Any], plan: Plan) -> list[str |
 
 
 def _first_needed(plan: Plan, of_asset: _Ints, count: int) -> list[tuple[str, int] | None]:
-    """Return of each currency the asset that needs it first, and the session of its first fill."""
+    """Return of each currency who needs it first, an asset, and the session of its first fill."""
     first: list[tuple[str, int] | None] = [None] * count
     schedule = plan.schedule
     fills = np.full(len(of_asset), np.iinfo(np.int64).max)  # of what is only planned yet
@@ -115,13 +151,13 @@ def _first_needed(plan: Plan, of_asset: _Ints, count: int) -> list[tuple[str, in
     for currency in np.unique(of_asset[plan.held]).tolist():
         assets = np.flatnonzero(plan.held & (of_asset == currency))
         asset = assets[np.argmin(fills[assets])]
-        first[currency] = str(plan.labels[asset]), int(fills[asset])
+        first[currency] = repr(str(plan.labels[asset])), int(fills[asset])
     return first
 
 
 @dataclass(frozen=True, slots=True)
 class _Known:
-    """The rates of a pair that are there, and the row of the last one by each session."""
+    """The rates of a pair that are there, and the row of the last one by each date."""
 
     dates: pd.DatetimeIndex
     keys: _Ints
@@ -130,57 +166,68 @@ class _Known:
 
 
 class _Rates:
-    """Exchange rates on the sessions of a clock."""
+    """Exchange rates on rising dates, whose keys are those of a clock."""
 
-    def __init__(self, clock: Clock, pairs: dict[tuple[str, str], pd.Series | float]) -> None:
+    def __init__(
+        self,
+        clock: Clock,
+        pairs: dict[tuple[str, str], pd.Series | float],
+        dates: pd.DatetimeIndex,
+        keys: _Ints,
+        *,
+        tells: bool = True,
+    ) -> None:
         self._clock = clock
+        self._tells = tells
         self._pairs = pairs
+        self._dates = dates
+        self._keys = keys
         self._read: dict[str, _Known] = {}
         self._told: set[str] = set()
 
-    def of(self, currency: str, base: str, label: str, session: int) -> _Floats:
-        """Return what a unit of a currency costs in the base; needed from a session on."""
+    def of(self, currency: str, base: str, who: str, needed: int) -> _Floats:
+        """Return what a unit of a currency costs in the base; needed from a row on."""
         way = way_between(currency, base, self._pairs)
         if way is None:
             there = ", ".join(map("".join, self._pairs)) or "no pair"
             raise ValueError(
-                f"the rate of {currency}{base} is missing{self._when(session)}, where {label!r} "
+                f"the rate of {currency}{base} is missing{self._when(needed)}, where {who} "
                 f"needs it; fx has: {there}. Its columns, its keys, or a Series' name, are pairs "
                 f"such as '{currency}{base}'; both currencies against a third one serve as well"
             )
-        rates = np.ones(len(self._clock))
+        rates = np.ones(len(self._keys))
         for leg in way:
-            rates = rates * self._leg(leg, label, session)
+            rates = rates * self._leg(leg, who, needed)
         return rates
 
-    def _leg(self, leg: Leg, label: str, needed: int) -> _Floats:
+    def _leg(self, leg: Leg, who: str, needed: int) -> _Floats:
         pair, inverse = leg
         name = "".join(pair)
         given = self._pairs[pair]
         if isinstance(given, pd.Series):
-            rates = self._carried(name, given, label, needed)
+            rates = self._carried(name, given, who, needed)
         else:
-            rates = np.full(len(self._clock), _positive(name, given))
+            rates = np.full(len(self._keys), _positive(name, given))
         return 1.0 / rates if inverse else rates
 
-    def _carried(self, name: str, given: pd.Series, label: str, needed: int) -> _Floats:
-        """Return the last rate known by each session."""
-        known = self._read.get(name) or _known_rates(name, given, self._clock)
+    def _carried(self, name: str, given: pd.Series, who: str, needed: int) -> _Floats:
+        """Return the last rate known by each date."""
+        known = self._read.get(name) or _known_rates(name, given, self._clock, self._keys)
         self._read[name] = known
-        self._check(name, label, needed, known)
+        self._check(name, who, needed, known)
         return np.where(known.rows >= 0, known.values[np.maximum(known.rows, 0)], np.nan)
 
-    def _check(self, name: str, label: str, needed: int, known: _Known) -> None:
+    def _check(self, name: str, who: str, needed: int, known: _Known) -> None:
         """Refuse rates that are not known yet or too old, and tell of those that are old."""
         dates, rows = known.dates, known.rows
         wanted = np.arange(len(rows)) >= needed
         early = np.flatnonzero(wanted & (rows < 0))
         if len(early):
             raise ValueError(
-                f"the rate of {name} is missing{self._when(int(early[0]))}, where {label!r} needs "
+                f"the rate of {name} is missing{self._when(int(early[0]))}, where {who} needs "
                 f"it: the first one is of {date_text(dates[0])}"
             )
-        days = (self._clock.keys - known.keys[np.maximum(rows, 0)]) // _DAY
+        days = (self._keys - known.keys[np.maximum(rows, 0)]) // _DAY
         old = np.flatnonzero(wanted & (days > _MOST_DAYS))
         if len(old):
             raise ValueError(
@@ -188,19 +235,19 @@ class _Rates:
                 f"{date_text(dates[rows[old[0]]])}, is more than {_MOST_DAYS} days old"
             )
         late = np.flatnonzero(wanted & (days > _LONG_DAYS))
-        if len(late) and name not in self._told:
+        if self._tells and len(late) and name not in self._told:
             self._told.add(name)
             warn(
                 f"the rate of {name} is more than {_LONG_DAYS} days old in {len(late)} sessions, "
                 f"first{self._when(int(late[0]))}: that of {date_text(dates[rows[late[0]]])} counts"
             )
 
-    def _when(self, session: int) -> str:
-        known = 0 <= session < len(self._clock)
-        return f" on {date_text(self._clock.index[session])}" if known else ""
+    def _when(self, row: int) -> str:
+        known = 0 <= row < len(self._keys)
+        return f" on {date_text(self._dates[row])}" if known else ""
 
 
-def _known_rates(name: str, given: pd.Series, clock: Clock) -> _Known:
+def _known_rates(name: str, given: pd.Series, clock: Clock, wanted: _Ints) -> _Known:
     table = dated_table(given.to_frame(name), f"fx of {name}")
     try:
         values = table[name].to_numpy(dtype=np.float64, na_value=np.nan)
@@ -218,7 +265,7 @@ def _known_rates(name: str, given: pd.Series, clock: Clock) -> _Known:
     if not len(dates):
         raise ValueError(f"fx of {name} is empty: there is no rate on any date")
     keys = clock.place(dates).keys
-    return _Known(dates, keys, values, np.searchsorted(keys, clock.keys, side="right") - 1)
+    return _Known(dates, keys, values, np.searchsorted(keys, wanted, side="right") - 1)
 
 
 def _positive(name: str, value: Any) -> float:

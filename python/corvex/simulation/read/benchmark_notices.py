@@ -22,19 +22,22 @@ _COUNTED = "figures beside it and against it count the dates alone on which both
 
 
 def warn_about_benchmark(report: Report) -> None:
-    """Warn of a named benchmark that starts late, ends early or has holes; with the dates.
+    """Warn of a named benchmark that is empty, starts late, ends early or has holes; with dates.
 
     The weekends of a curve do not count, as most benchmarks have none.
     """
     if getattr(report.market, "benchmark_source", "default") == "default":
+        return
+    own = report.market.get_benchmark()
+    if not own.notna().any():  # a flat line stands in for it
+        warn(f"{_called(own)} has no value on any date; nothing is compared with it")
         return
     known = known_benchmark(report)
     known = known[pd.DatetimeIndex(known.index).day_of_week < 5]
     rows = np.flatnonzero(known.notna())
     if len(known) == 0 or len(rows) == len(known):
         return
-    title = report.benchmark.name
-    name = f"the benchmark {title!r}" if isinstance(title, str) else "the benchmark"
+    name = _called(report.benchmark)
     days = [date_text(day) for day in (known.index[0], known.index[-1])]
     if len(rows) == 0:
         warn(f"{name} has no value from {days[0]} to {days[1]}; nothing is compared with it")
@@ -49,3 +52,8 @@ def warn_about_benchmark(report: Report) -> None:
             f"{name} has no value on {gaps.sum()} dates between {first} and {last}, the first of "
             f"them {hole}; {_COUNTED}"
         )
+
+
+def _called(benchmark: pd.Series) -> str:
+    title = benchmark.name
+    return f"the benchmark {title!r}" if isinstance(title, str) else "the benchmark"

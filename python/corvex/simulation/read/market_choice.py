@@ -11,10 +11,11 @@ import pandas as pd
 from corvex.market import Market
 from corvex.markets import get_market_by_name, infer_market_name
 from corvex.markets.bound import BoundMarket
+from corvex.simulation.notices import date_text, warn
 from corvex.simulation.read.clock import as_dates
 from corvex.tables.frames import ArrowTable, as_table
 
-__all__ = ["Benchmark", "bind_market", "choose_market", "with_adjusted_fields"]
+__all__ = ["Benchmark", "bind_market", "bound_alone", "choose_market", "with_adjusted_fields"]
 
 type Benchmark = pd.Series | pd.DataFrame | ArrowTable | np.ndarray | str | None
 
@@ -54,6 +55,11 @@ def bind_market(
     return market.bound_to(_own_tables(market) if tables is None else tables, benchmark=chosen)
 
 
+def bound_alone(market: Market) -> Market:
+    """Return a market bound to its own tables, so that its benchmark can be another."""
+    return market.bound_to(_own_tables(market))
+
+
 def _one_series(benchmark: Any) -> Any:
     if isinstance(benchmark, pd.DataFrame):
         if benchmark.shape[1] != 1:
@@ -61,9 +67,28 @@ def _one_series(benchmark: Any) -> Any:
                 f"benchmark must be one series of prices, got {benchmark.shape[1]} columns"
             )
         benchmark = benchmark.iloc[:, 0]
-    if isinstance(benchmark, pd.Series) and not isinstance(benchmark.index, pd.DatetimeIndex):
-        benchmark = benchmark.set_axis(as_dates(benchmark.index, "the index of benchmark"))
-    return benchmark
+    return _mended(benchmark) if isinstance(benchmark, pd.Series) else benchmark
+
+
+def _mended(benchmark: pd.Series) -> pd.Series:
+    """Return a benchmark on rising dates that do not repeat; what had to be done is told."""
+    if len(benchmark) == 0:
+        return benchmark.set_axis(pd.DatetimeIndex([]))
+    dates = as_dates(benchmark.index, "the index of benchmark")
+    if dates is not benchmark.index:
+        benchmark = benchmark.set_axis(dates)
+    if dates.is_monotonic_increasing and dates.is_unique:
+        return benchmark
+    values = benchmark.dropna()
+    twice = values.index[values.index.duplicated()]
+    if len(twice):
+        warn(
+            f"benchmark has dates more than once (as {date_text(twice[0])}); the last value was "
+            "kept"
+        )
+    if not dates.is_monotonic_increasing:
+        warn("benchmark was not in order of date; it was sorted")
+    return values[~values.index.duplicated(keep="last")].sort_index()
 
 
 def with_adjusted_fields(tables: dict[str, pd.DataFrame]) -> dict[str, pd.DataFrame]:

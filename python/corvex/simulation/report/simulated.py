@@ -73,7 +73,7 @@ def report_of(
             fills=lambda: fills_table(fills, labels, index, currencies),
             hand_over=held,
             next_trading_date=clock.future.next_bar,
-            market=_own_market(prices.market),
+            market=_own_market(_market(run, prices)),
             kept=ChosenLabels(labels, kept),
             trade_at=_traded_columns(run.trade_at, labels, traded),
             fee_ratio=run.options.fee_ratio,
@@ -178,6 +178,17 @@ def _kept_terms(run: Run) -> dict[str, Any]:
     from corvex.accounts.account import kept_terms
 
     return {"account": kept_terms(run.account)}
+
+
+def _market(run: Run, prices: PriceData) -> Market:
+    """The market of a run; with several currencies its benchmark may be in the account's."""
+    if run.account is None or run.currencies is None:
+        return prices.market
+    from corvex.simulation.account.account_benchmark import market_in_base
+
+    return market_in_base(
+        prices.market, run.account, run.currencies, prices.clock, run.plan.first_session
+    )
 
 
 def _or_none(number: float) -> float | None:
