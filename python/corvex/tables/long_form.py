@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 from collections.abc import Iterable
-from typing import Any, Literal, NamedTuple
+from typing import Any, Literal
 
 import numpy as np
 import pandas as pd
@@ -26,12 +26,15 @@ _MOST_FIELDS = 16  # of rows of date and asset; more columns are assets
 _ACCEPTED = "dates stand in the index, in one column of a date type, or in one called 'date'"
 
 
-class _Layout(NamedTuple):
+class _Layout:
     """Where things stand in a table, by position of the column; no `asset` in a wide one."""
 
-    date: int
-    asset: int | None
-    values: list[int]
+    __slots__ = ("asset", "date", "values")
+
+    def __init__(self, date: int, asset: int | None, values: list[int]) -> None:
+        self.date = date
+        self.asset = asset
+        self.values = values
 
 
 def is_long(table: pd.DataFrame) -> bool:
@@ -107,7 +110,7 @@ def usual_unit(index: pd.Index) -> pd.Index:
     if not isinstance(index, pd.DatetimeIndex) or index.unit not in ("s", "ms"):
         return index
     try:
-        return index.as_unit(pd.date_range("2000", periods=1).unit)
+        return index.as_unit(pd.DatetimeIndex(["2000-01-01"]).unit)
     except pd.errors.OutOfBoundsDatetime:  # told with the name of the table by whoever reads it
         return index
 

@@ -2,14 +2,12 @@
 
 from __future__ import annotations
 
-from typing import NamedTuple
-
 from corvex import _engine
 
 __all__ = ["ACTIONS", "EXIT_REASONS", "STOPS", "ExitReason", "action_text", "reason_text"]
 
 
-class ExitReason(NamedTuple):
+class ExitReason:
     """One reason.
 
     Attributes
@@ -20,9 +18,12 @@ class ExitReason(NamedTuple):
         What a report's actions say while such an exit waits for its fill; "" for none of its own.
     """
 
-    english: str
-    chinese: str
-    action: str = ""
+    __slots__ = ("action", "chinese", "english")
+
+    def __init__(self, english: str, chinese: str, action: str = "") -> None:
+        self.english = english
+        self.chinese = chinese
+        self.action = action
 
 
 _KNOWN = {

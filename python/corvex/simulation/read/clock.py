@@ -9,7 +9,7 @@ from __future__ import annotations
 import numbers
 import re
 from functools import cached_property, partial
-from typing import TYPE_CHECKING, Any, NamedTuple
+from typing import TYPE_CHECKING, Any
 
 import numpy as np
 import pandas as pd
@@ -147,11 +147,14 @@ class Stamps:
         return Stamps(self.dates[some], self.keys[some], self.sessions[some], self.whole_days)
 
 
-class Border(NamedTuple):
+class Border:
     """Where a span begins or ends, both included: the date, and its key on the clock."""
 
-    date: pd.Timestamp
-    key: int
+    __slots__ = ("date", "key")
+
+    def __init__(self, date: pd.Timestamp, key: int) -> None:
+        self.date = date
+        self.key = key
 
 
 class Clock:

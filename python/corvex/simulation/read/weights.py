@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-from dataclasses import dataclass
 from typing import Any, cast
 
 import numpy as np
@@ -20,7 +19,6 @@ __all__ = ["Sheet", "WeightTable", "read_weights"]
 _ROUNDING = 0.01
 
 
-@dataclass(frozen=True, slots=True, eq=False)
 class Sheet:
     """The weights of one run, cut from an array of many whose dates and assets are the same.
 
@@ -31,9 +29,12 @@ class Sheet:
         Those of all sheets.
     """
 
-    values: np.ndarray
-    index: pd.Index
-    columns: pd.Index
+    __slots__ = ("columns", "index", "values")
+
+    def __init__(self, values: np.ndarray, index: pd.Index, columns: pd.Index) -> None:
+        self.values = values
+        self.index = index
+        self.columns = columns
 
     def table(self) -> pd.DataFrame:
         """The same as a table."""
