@@ -94,8 +94,8 @@ def run_plan(
         record_fills=not curves_only,
         account=terms,
     )
-    if account is not None:
-        _tell_of_account(result, plan, prices)
+    if terms is not None:
+        _tell_of_account(result, plan, prices, terms)
     currencies = None if terms is None else terms.currencies
     return Run(plan, options, trade_at, result, account, currencies)
 
@@ -109,7 +109,9 @@ def _terms(account: Account, prices: PriceData, plan: Plan) -> AccountTerms:
     return read_account(account, prices, plan)
 
 
-def _tell_of_account(result: SimulationResult, plan: Plan, prices: PriceData) -> None:
+def _tell_of_account(
+    result: SimulationResult, plan: Plan, prices: PriceData, terms: AccountTerms
+) -> None:
     from corvex.simulation.account.account_notices import tell_of_account
 
-    tell_of_account(result, plan.labels, prices.clock)
+    tell_of_account(result, plan.labels, prices.clock, terms.flows)

@@ -81,6 +81,18 @@ def test_what_is_hardly_meant_is_told(terms, told):
         run(**terms)
 
 
+def test_flows_after_a_ruin_are_told():
+    fallen = PRICES.assign(AAA=np.where(np.arange(40) < 9, 50.0, 10.0))
+    flows = pd.Series([10.0, 20, 300, -40], DAYS[[3, 9, 12, 20]])
+    with pytest.warns(UserWarning, match="fell to zero on 2024-01-15") as told:
+        report = run(fallen, pd.DataFrame({"AAA": [2.0]}, DAYS[:1]), flows=flows)
+    assert any(
+        "2 flows after" in str(one.message) and "first on 2024-01-18" in str(one.message)
+        for one in told
+    )
+    assert report.account["flows"].sum() == 30.0
+
+
 @pytest.mark.parametrize("close", [9.07, 9.5, 33.33, 47.85, 48.0, 99.9, 455.0, 931.0, 1234.0])
 def test_taiwans_limits_are_those_that_its_orders_have(close):
     lowest, highest = get_market_by_name("tw_stock").price_range(close)

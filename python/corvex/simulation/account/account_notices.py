@@ -22,8 +22,15 @@ _TOLD = {
 }
 
 
-def tell_of_account(result: SimulationResult, labels: pd.Index, clock: Clock) -> None:
-    """Warn of what was not done as the weights wanted it.
+def tell_of_account(
+    result: SimulationResult, labels: pd.Index, clock: Clock, flows: list[tuple[int, float]]
+) -> None:
+    """Warn of what was not done as the weights, or the flows, wanted it.
+
+    Parameters
+    ----------
+    flows : list of (int, float)
+        Session and amount, ascending.
 
     Raises
     ------
@@ -53,4 +60,15 @@ def tell_of_account(result: SimulationResult, labels: pd.Index, clock: Clock) ->
             f"{counts[0]} rebalances were left out, as their costs would have been more than the "
             f"equity, the first on {date_text(clock.index[counts[1]])}; is the capital too small "
             "for the fees?"
+        )
+    _tell_of_lost_flows(result["ruin_session"], clock, flows)
+
+
+def _tell_of_lost_flows(ruin: int, clock: Clock, flows: list[tuple[int, float]]) -> None:
+    late = [session for session, amount in flows if 0 <= ruin < session and amount]
+    if late:
+        warn(
+            f"{len(late)} flows after the equity fell to zero on {date_text(clock.index[ruin])}, "
+            f"the first on {date_text(clock.index[late[0]])}, were left out: a curve of 0 stays 0, "
+            "whatever is paid in; begin another run there"
         )
