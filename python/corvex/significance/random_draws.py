@@ -2,6 +2,8 @@
 
 from __future__ import annotations
 
+import warnings
+from collections.abc import Callable
 from dataclasses import dataclass, replace
 from typing import TYPE_CHECKING, Any
 
@@ -13,19 +15,19 @@ from corvex import _engine
 from corvex.significance.draw_counts import check_draws
 from corvex.significance.random_result import RandomDraws
 from corvex.simulation.batch import batch_dates
-from corvex.simulation.options import Options, checked_limit, read_options
+from corvex.simulation.options import checked_limit, cost_ratios, read_options
 from corvex.simulation.plan.plan import Plan, make_plan
 from corvex.simulation.plan.schedule import read_offset, read_resample
 from corvex.simulation.read.columns import match_columns
 from corvex.simulation.read.price_data import PriceData, read_prices
 from corvex.simulation.read.weights import read_weights
-from corvex.simulation.report.origins import origin_of
+from corvex.simulation.report.origins import Origin, origin_of
 from corvex.tables.asset_labels import match_labels
 from corvex.tables.frames import TableInput, as_table, require_arrays
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
-    from corvex.simulation.read.price_tables import TradeAt
+    from corvex.simulation.read.asset_prices import AssetPrices
 
 __all__ = ["RandomDraws", "random_entries", "random_portfolios", "report_among_random"]
 
@@ -43,12 +45,15 @@ _OPTIONS = (
     "market",
     "dates",
     "assets",
+    "account",
 )
 #: Numbers in the tables of weights that are drawn and run at once: 64 MiB.
 _AT_ONCE = 1 << 23
 #: Draws where nobody says how many, how few say nothing, and the work that they may be: sessions x
 #: held assets and rebalances x assets, some 10 ns each.
 _USUAL_DRAWS, _FEWEST_DRAWS, _WORK = 200, 50, 30_000_000
+#: How much longer all this takes with an account, and the assets that a session itself is worth.
+_ACCOUNT, _ACCOUNT_SESSION = 3, 6
 
 
 def random_portfolios(
@@ -72,7 +77,7 @@ def random_portfolios(
     weights, prices
         As `simulate` takes them. The assets of `prices` are those drawn from.
     draws : int, default 1000
-        How many portfolios are drawn and simulated, with the same costs and stops.
+        How many portfolios are drawn and simulated, with the same costs, stops and account.
     seed : int, default 0
         The same seed draws the same portfolios.
     figure : str, default "daily_sharpe"
@@ -80,7 +85,8 @@ def random_portfolios(
     riskfree_rate : float, default 0.02
         Per year, a fraction.
     **options
-        As `simulate` takes them: `resample`, `trade_at`, costs, stops, `market`, `start`, ...
+        As `simulate` takes them: `resample`, `trade_at`, costs, stops, `market`, `account`, ...
+        Where an account has terms by asset, those without one are not drawn.
 
     Returns
     -------
@@ -104,7 +110,8 @@ def random_portfolios(
     check_draws(draws, seed)
     if figure not in _engine.FIGURE_NAMES:
         raise ValueError(f"figure must be one of the statistics record's, not {figure!r}")
-    return _drawn(*_read(weights, prices, options), draws, seed, figure, riskfree_rate)
+    origin, data = _read(weights, prices, options)
+    return _drawn(origin, data, draws, seed, figure, riskfree_rate)
 
 
 def report_among_random(
@@ -134,57 +141,54 @@ def report_among_random(
     data = None if origin is None or origin.plan.is_idle else origin.prices(report)
     if origin is None or data is None:
         return None
+    asked = draws is not None
     if draws is None:
-        draws = _affordable(origin.plan, len(data.clock), len(data.close.columns))
+        draws = _affordable(origin, len(data.clock), len(data.close.columns))
     if draws < 1:
         return None
-    found = _drawn(
-        data, origin.plan, origin.options, origin.trade_at, draws, seed, "daily_sharpe",
-        riskfree_rate,
-    )  # fmt: skip
+    try:
+        with warnings.catch_warnings():
+            warnings.simplefilter("ignore")  # of its terms the run has told already
+            found = _drawn(origin, data, draws, seed, "daily_sharpe", riskfree_rate)
+    except ValueError:  # the account lacks what assets need that the run never held
+        if asked:
+            raise
+        return None
     alone = found.draws[[found.figure]]  # a saved report may keep them
     known = alone[found.figure].dropna()
     return replace(found, draws=alone) if len(known) and np.ptp(known) > 0 else None
 
 
-def _affordable(plan: Plan, sessions: int, assets: int) -> int:
+def _affordable(origin: Origin, sessions: int, assets: int) -> int:
     """How many portfolios can be drawn and simulated beside what a page does anyway."""
-    held = int((plan.schedule.targets != 0.0).sum(axis=1).max(initial=1))
-    each = sessions * held + len(plan.schedule) * assets
+    schedule = origin.plan.schedule
+    held = int((schedule.targets != 0.0).sum(axis=1).max(initial=1))
+    each = sessions * held + len(schedule) * assets
+    if origin.account is not None:
+        each = _ACCOUNT * (each + sessions * _ACCOUNT_SESSION)
     draws = min(_USUAL_DRAWS, _WORK // max(each, 1))
     return draws if draws >= _FEWEST_DRAWS else 0
 
 
 def _drawn(
-    data: PriceData,
-    plan: Plan,
-    settings: Options,
-    trade_at: TradeAt,
-    draws: int,
-    seed: int,
-    figure: str,
-    riskfree_rate: float,
+    origin: Origin, data: PriceData, draws: int, seed: int, figure: str, riskfree_rate: float
 ) -> RandomDraws:
+    plan, trade_at = origin.plan, origin.trade_at
     universe = pd.Index(data.close.columns)
-    of_all = data.of_assets(universe, trade_at, with_bars=settings.touched_exit)
+    of_all = data.of_assets(universe, trade_at, with_bars=origin.options.touched_exit)
     sessions = np.ascontiguousarray(plan.schedule.sessions, dtype=np.int64)
-    targets = _in_universe(plan, universe)
+    targets, labels = _in_universe(plan, universe)
     known = ~np.isnan(of_all.matrices.close[np.maximum(sessions, 0)])
-    dates = batch_dates(data.clock.index, [plan.first_session])
+    if origin.account is None:
+        figures = _batch_figures(origin, data, of_all, sessions, riskfree_rate)
+    else:
+        from corvex.significance.account_draws import account_figures, drawn_from
 
-    def figures(tables: _Floats) -> _Floats:
-        found = _engine.simulate_many(
-            of_all.shared,
-            [(table, sessions, plan.first_session) for table in tables],
-            [settings],
-            np.array([(row, 0) for row in range(len(tables))], dtype=np.int64),
-            times=dates.times,
-            closes=dates.closes,
-            before_first=np.repeat(dates.before_first, len(tables)),
-            riskfree_rate=riskfree_rate,
+        drawable = drawn_from(origin.account, labels)
+        known &= drawable
+        figures = account_figures(
+            data, plan, labels, drawable, origin.account, origin.options, trade_at, riskfree_rate
         )
-        return found["figures"]
-
     step = max(1, _AT_ONCE // max(targets.size, 1))
     drawn = [
         figures(_engine.random_targets(targets, known, at, min(step, draws - at), seed))
@@ -194,6 +198,33 @@ def _drawn(
     own = figures(targets[np.newaxis])[0, names.index(figure)]
     table = pd.DataFrame(np.concatenate(drawn), columns=names)
     return RandomDraws("portfolios", figure, float(own), table)
+
+
+def _batch_figures(
+    origin: Origin,
+    data: PriceData,
+    of_all: AssetPrices,
+    sessions: npt.NDArray[np.int64],
+    riskfree_rate: float,
+) -> Callable[[_Floats], _Floats]:
+    """Return what simulates tables of targets without an account and tells their figures."""
+    first = origin.plan.first_session
+    dates = batch_dates(data.clock.index, [first])
+
+    def figures(tables: _Floats) -> _Floats:
+        found = _engine.simulate_many(
+            of_all.shared,
+            [(table, sessions, first) for table in tables],
+            [origin.options],
+            np.array([(row, 0) for row in range(len(tables))], dtype=np.int64),
+            times=dates.times,
+            closes=dates.closes,
+            before_first=np.repeat(dates.before_first, len(tables)),
+            riskfree_rate=riskfree_rate,
+        )
+        return found["figures"]
+
+    return figures
 
 
 def random_entries(report: Report, draws: int = 1000, seed: int = 0) -> RandomDraws:
@@ -258,9 +289,7 @@ class _Trade:
         return np.flatnonzero(known[:last] & known[self.bars :])
 
 
-def _read(
-    weights: TableInput, prices: Any, options: dict[str, Any]
-) -> tuple[PriceData, Plan, Options, TradeAt]:
+def _read(weights: TableInput, prices: Any, options: dict[str, Any]) -> tuple[Origin, PriceData]:
     unknown = sorted(set(options) - set(_OPTIONS))
     if unknown:
         raise TypeError(f"unknown argument {unknown[0]!r}; known are {', '.join(_OPTIONS)}")
@@ -274,19 +303,24 @@ def _read(
     data = read_prices(
         prices, table.labels, market=get("market"), start=get("start"), end=get("end"), **axes
     )
-    settings = read_options(data.market, options)
+    account = get("account")
+    ratios = cost_ratios(account, get("fee_ratio"), get("tax_ratio"), get("slippage_ratio") or 0.0)
+    settings = read_options(data.market, {**options, **ratios})
     trade_at = as_table(get("trade_at", "close"), "trade_at", **axes)
-    return data, make_plan(table, data, rule, offset), settings, trade_at
+    plan = make_plan(table, data, rule, offset)
+    return Origin(plan, settings, trade_at, data.clock.index, data.end is not None, account), data
 
 
-def _in_universe(plan: Plan, universe: pd.Index) -> _Floats:
-    """Bring the targets to the columns of all assets."""
+def _in_universe(plan: Plan, universe: pd.Index) -> tuple[_Floats, pd.Index]:
+    """Bring the targets to the columns of all assets; these have the plan's labels where it can."""
     found = match_columns(plan.labels, universe)
     if found is None:
-        return np.ascontiguousarray(plan.schedule.targets)
+        return np.ascontiguousarray(plan.schedule.targets), universe
     targets = np.zeros((len(plan.schedule), len(universe)))
     targets[:, found[found >= 0]] = plan.schedule.targets[:, found >= 0]
-    return targets
+    labels = universe.to_numpy(dtype=object, copy=True)
+    labels[found[found >= 0]] = plan.labels[found >= 0]
+    return targets, pd.Index(labels, dtype=object)
 
 
 def _closed_trades(report: Report) -> list[_Trade]:

@@ -6,6 +6,7 @@ import pytest
 
 import corvex
 from corvex import _engine
+from corvex.significance.account_draws import drawn_from
 
 DAYS = pd.bdate_range("2015-01-01", periods=600)
 MOVES = np.random.default_rng(3).normal(0, 0.02, (600, 12))
@@ -102,18 +103,63 @@ WORLDS = {
 }  # fmt: skip
 
 
+NAMES = [label.split()[0] for label in PRICES]
+ACCOUNTS = {
+    "no account": {},
+    "money": {
+        "account": corvex.Account(
+            capital=5e4, cash_rate=0.03, min_fee=1, lot_size=pd.Series(1.0, NAMES[:9])
+        )
+    },
+    "currencies": {
+        "account": corvex.Account(
+            currency=dict(zip(NAMES, ["USD", "EUR", "TWD", "JPY"] * 3, strict=True)),
+            fx={"USDTWD": 30.0, "EURUSD": 1.1, "JPYTWD": 0.2}, base="TWD", benchmark_currency="TWD",
+            cash_rate=0.02,
+        )
+    },
+}  # fmt: skip
+
+
 @pytest.mark.parametrize("world", WORLDS)
-def test_a_report_is_set_among_random_portfolios_of_its_own_run(world):
+@pytest.mark.parametrize("account", ACCOUNTS)
+def test_a_report_is_set_among_random_portfolios_of_its_own_run(world, account):
     prices, more = WORLDS[world]
     close = prices["close"] if isinstance(prices, dict) else prices
-    rules = {**RULES, **more}
+    rules = {**RULES, **more, **ACCOUNTS[account]}
     weights = best_of(close.pct_change(20)).iloc[20:].astype(float) / 4
-    weights.columns = [label.split()[0] for label in weights.columns]
+    weights.columns = NAMES
+    weights[NAMES[9:] if account == "money" else []] = 0.0  # what has no lot cannot be held
     expected = corvex.random_portfolios(weights, prices, 60, seed=4, **rules)
     report = corvex.simulate(weights, prices, **rules)
     (own,) = corvex.confidence(report, draws=10, seed=4, random_portfolios=60).random
     np.testing.assert_array_equal(own.draws["daily_sharpe"], expected.draws["daily_sharpe"])
-    assert own.own == expected.own == report.get_stats()["daily_sharpe"]
+    assert own.own == expected.own == pytest.approx(report.get_stats()["daily_sharpe"], rel=1e-9)
+    assert own.own == report.get_stats()["daily_sharpe"] or "account" in rules
+    without = {name: value for name, value in rules.items() if name != "account"}
+    plain = corvex.random_portfolios(weights, prices, 60, seed=4, **without)
+    assert (own.own == plain.own) == ("account" not in rules)
+
+
+def test_what_an_account_has_no_terms_of_is_not_drawn():
+    terms = {"lot_size": pd.Series({"1003": 1.0, "1004": np.nan, "1005": 1.0, "1006": 1.0})}
+    money = {"1003": "USD", "1004": "TWD", "1005": "EUR", "1006": None}
+    account = corvex.Account(
+        capital=1e6,
+        **terms,
+        currency=money,
+        fx={"USDTWD": 30},
+        base="TWD",
+        benchmark_currency="USD",
+    )
+    labels = PRICES.columns
+    assert labels[drawn_from(account, labels)].tolist() == ["1003 Asset 3"]
+    assert drawn_from(corvex.Account(**terms), labels).sum() == 3
+    some = pd.DataFrame(0.5, DAYS[::60], ["1003"])
+    alone = corvex.random_portfolios(some, PRICES, 20, account=account, **RULES)
+    assert alone.draws["daily_sharpe"].nunique() == 1
+    report = corvex.simulate(some, PRICES, account=account, **RULES)
+    assert corvex.confidence(report, draws=10).random == ()
 
 
 def test_a_rank_is_told_where_there_is_one(tmp_path, monkeypatch):

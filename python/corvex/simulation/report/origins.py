@@ -17,6 +17,7 @@ from corvex.simulation.read.price_data import PriceData, read_prices
 from corvex.simulation.read.price_tables import TradeAt
 
 if TYPE_CHECKING:
+    from corvex.accounts import Account
     from corvex.core.report import Report
 
 __all__ = ["Origin", "note_origin", "origin_of"]
@@ -33,6 +34,8 @@ class Origin(NamedTuple):
         The sessions on which the plan stands.
     ends : bool
         Whether the run was cut off at its last session.
+    account : Account or None
+        What it kept an account by.
     """
 
     plan: Plan
@@ -40,6 +43,7 @@ class Origin(NamedTuple):
     trade_at: TradeAt
     sessions: pd.DatetimeIndex
     ends: bool
+    account: Account | None = None
 
     def prices(self, report: Report) -> PriceData | None:
         """Read the prices of the run from the report's market anew: they are kept but once.

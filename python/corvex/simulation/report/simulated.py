@@ -93,8 +93,8 @@ def report_of(
             deferred=_account(run, prices),
         )
     )
-    if run.account is None:  # draws without an account are no measure of a run with one
-        note_origin(report, Origin(plan, run.options, run.trade_at, index, prices.end is not None))
+    ends = prices.end is not None
+    note_origin(report, Origin(plan, run.options, run.trade_at, index, ends, run.account))
     return report
 
 
