@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import argparse
+import difflib
 from collections.abc import Sequence
 from typing import Any, NoReturn
 
@@ -35,9 +36,36 @@ def read_words(parameters: Sequence[Parameter], words: Sequence[str]) -> dict[st
     parser.add_argument("--help", nargs=0, action=_Help)
     for parameter in parameters:
         _add(parser, parameter)
-    spread = any(one.many and not one.names for one in parameters)
-    read = parser.parse_intermixed_args if spread else parser.parse_args
-    return vars(read(list(words)))
+    _refuse_unknown(
+        words, ["--help", *(n for one in parameters for n in one.names + one.off_names)]
+    )
+    for one in parameters:
+        if one.many and not one.names:
+            return _read_spread(parser, one, list(words))
+    return vars(parser.parse_args(list(words)))
+
+
+def _refuse_unknown(words: Sequence[str], known: Sequence[str]) -> None:
+    """Name an option that there is not, before its value is taken for something else."""
+    for word in words:
+        name = word.partition("=")[0]
+        if word == "--":
+            return
+        if name.startswith("--") and " " not in word and name not in known:
+            near = difflib.get_close_matches(name, known, n=1)
+            raise UsageError(
+                f"not known here: {name}" + (f"; did you mean {near[0]}?" if near else "")
+            )
+
+
+def _read_spread(parser: _Parser, spread: Parameter, words: list[str]) -> dict[str, Any]:
+    """Read words among which several arguments stand between options; all behind "--" are some."""
+    at = words.index("--") if "--" in words else len(words)
+    found = vars(parser.parse_intermixed_args(words[:at]))
+    found[spread.name] = [*found.get(spread.name, ()), *map(_Reader(spread), words[at + 1 :])]
+    if not found[spread.name]:
+        parser.error(f"the following arguments are required: {spread.title}")
+    return found
 
 
 class _Parser(argparse.ArgumentParser):
@@ -61,7 +89,7 @@ def _add(parser: _Parser, one: Parameter) -> None:
             *one.names, dest=one.name, action=action, type=_Reader(one), required=one.required
         )
     else:
-        nargs = "+" if one.many else None
+        nargs = "*" if one.many else None
         parser.add_argument(one.name, metavar=one.title, nargs=nargs, type=_Reader(one))
 
 

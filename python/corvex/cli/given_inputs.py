@@ -2,10 +2,12 @@
 
 from __future__ import annotations
 
+from collections.abc import Callable
 from pathlib import Path
 from typing import TYPE_CHECKING, Any
 
 from corvex.cli.console import note
+from corvex.cli.saved import title_of
 
 if TYPE_CHECKING:
     import pandas as pd
@@ -13,31 +15,38 @@ if TYPE_CHECKING:
     from corvex.accounts import Account
     from corvex.cli.readers.curve_file import CurveFile
 
-__all__ = ["account_of", "accounts_of", "benchmark_of", "prices_of", "weights_of"]
+__all__ = [
+    "account_of",
+    "benchmark_of",
+    "by_name",
+    "prices_of",
+    "split_prices",
+    "weights_of",
+]
 
 #: What the tables of prices are called that `corvex.simulate` takes.
 _FIELDS = ("open", "high", "low", "close", "volume")
 _NAMES = (*_FIELDS, *(f"adj_{name}" for name in _FIELDS))
 
 
-def account_of(file: Path, max_megabytes: int) -> Account:
+def account_of(file: str | Path, max_megabytes: int) -> Account:
     """Read the terms of an account."""
     from corvex.cli.readers.account_file import read_account
 
-    return read_account(file, max_megabytes)
+    return read_account(Path(file), max_megabytes)
 
 
-def accounts_of(files: list[Any], max_megabytes: int) -> dict[str, Account | None]:
-    """Read the terms of several accounts, by their files' names without endings.
+def by_name[T](places: list[Any], read: Callable[[str], T]) -> dict[str, T | None]:
+    """Read several files or tables, by the files' names without endings.
 
-    None among the files is no account, "none".
+    None among the places is none, "none".
     """
-    found: dict[str, Account | None] = {}
-    for file in files:
-        name = "none" if file is None else Path(file).stem
+    found: dict[str, T | None] = {}
+    for place in places:
+        name = "none" if place is None else title_of(Path(place))
         if name in found:
-            raise ValueError(f"there are two accounts {name!r}; give their files other names")
-        found[name] = None if file is None else account_of(Path(file), max_megabytes)
+            raise ValueError(f"there are two called {name!r}; give their files other names")
+        found[name] = None if place is None else read(place)
     return found
 
 
@@ -70,7 +79,7 @@ def prices_of(given: list[str], max_megabytes: int) -> pd.DataFrame | dict[str, 
     """
     tables: dict[str, pd.DataFrame] = {}
     for one in given:
-        name, place = _split(one)
+        name, place = split_prices(one)
         if name in tables:
             raise ValueError(f"there are two tables of {name!r} prices; give each once")
         found = _prices(place, max_megabytes)
@@ -82,7 +91,8 @@ def prices_of(given: list[str], max_megabytes: int) -> pd.DataFrame | dict[str, 
     return tables["close"] if list(tables) == ["close"] else tables
 
 
-def _split(given: str) -> tuple[str, str]:
+def split_prices(given: str) -> tuple[str, str]:
+    """Return which prices a text gives, ``close=FILE``, and their place."""
     name, mark, place = given.partition("=")
     return (name, place) if mark and name in _NAMES else ("close", given)
 

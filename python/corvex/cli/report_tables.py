@@ -6,7 +6,7 @@ import math
 import shutil
 import sys
 from collections.abc import Callable, Iterable
-from typing import TYPE_CHECKING, Any
+from typing import TYPE_CHECKING, Any, Literal
 
 import pandas as pd
 
@@ -168,10 +168,12 @@ def print_table(
     from rich.markup import escape
     from rich.table import Table
 
-    table = Table(title=title, title_justify="left", box=box.SIMPLE_HEAD, padding=(0, 1))
+    told = escape(printable(title))
+    table = Table(title=told, title_justify="left", box=box.SIMPLE_HEAD, padding=(0, 1))
     at_right = set(right)
     for at, name in enumerate(header):
-        table.add_column(name, justify="right" if at in at_right else "left", overflow="fold")
+        justify: Literal["left", "right"] = "right" if at in at_right else "left"
+        table.add_column(escape(printable(name)), justify=justify, overflow="fold")
     for row in rows:
         table.add_row(*(escape(printable(cell)) for cell in row))
     if not table.rows:

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import os
 from pathlib import Path
 from typing import TYPE_CHECKING
 
@@ -17,6 +18,7 @@ __all__ = [
     "save_page",
     "save_report",
     "target_file",
+    "title_of",
 ]
 
 #: What saved reports are called in a folder.
@@ -25,10 +27,16 @@ PATTERNS = ("*.corvex", "*.pkl")
 
 def target_file(out: Path, default_name: str) -> Path:
     """Return the file to write, known to be writable in principle before the work begins."""
-    target = (out / default_name if out.is_dir() else out).absolute()
+    target = (out / default_name.replace("/", "-") if out.is_dir() else out).absolute()
     if not target.parent.is_dir():
         raise FileNotFoundError(f"there is no folder {target.parent} to write {target.name} to")
     return target
+
+
+def title_of(file: Path) -> str:
+    """Return a file's name without its ending, as text: a name need not be any."""
+    bare = file.stem if file.suffix.lower() in (".gz", ".bz2", ".xz") else file.name
+    return os.fsencode(Path(bare).stem).decode("utf-8", "replace")
 
 
 def is_special(target: Path) -> bool:
@@ -66,11 +74,13 @@ def name_of(report: Report) -> str | None:
 
 def labels_of(files: list[Path], reports: list[Report]) -> list[str]:
     """Name the reports apart: by their names, else by their files'."""
-    names = [name_of(report) or file.stem for file, report in zip(files, reports, strict=True)]
-    for labels in (names, [file.stem for file in files]):
+    stems = [title_of(file) for file in files]
+    names = [name_of(report) or stem for stem, report in zip(stems, reports, strict=True)]
+    for labels in (names, stems):
         if len(set(labels)) == len(labels):
             return labels
-    return [f"{file} ({number})" for number, file in enumerate(files, start=1)]
+    whole = [os.fsencode(file).decode("utf-8", "replace") for file in files]
+    return [f"{file} ({number})" for number, file in enumerate(whole, start=1)]
 
 
 def load_report(file: Path, trust: bool = False) -> Report:

@@ -4,13 +4,20 @@ from __future__ import annotations
 
 import contextlib
 import dataclasses
+import functools
 import json
-from collections.abc import Iterator
+from collections.abc import Callable, Iterator
 from pathlib import Path
 from typing import TYPE_CHECKING, Any
 
-from corvex.cli.given_inputs import account_of, accounts_of, benchmark_of, prices_of
-from corvex.cli.parameter_texts import read_options, read_signals
+from corvex.cli.given_inputs import (
+    account_of,
+    benchmark_of,
+    by_name,
+    prices_of,
+    split_prices,
+)
+from corvex.cli.parameter_texts import read_options, read_signals, read_values
 from corvex.cli.strategy_file import load_function
 
 if TYPE_CHECKING:
@@ -19,6 +26,8 @@ if TYPE_CHECKING:
 __all__ = ["SweepCommand", "workers_of"]
 
 _FILE = "command.json"
+#: The options whose values may be files, and what reads one.
+_FILES: dict[str, Callable[..., Any]] = {"account": account_of, "benchmark": benchmark_of}
 
 
 @dataclasses.dataclass(frozen=True, slots=True, kw_only=True)
@@ -67,12 +76,12 @@ class SweepCommand:
         signal = read_signals(self.signal)
         read, fixed = read_options(self.option)
         varying: dict[str, Any] = {**read}
-        if "account" in varying:
-            varying["account"] = accounts_of(varying["account"], self.max_size)
-        if fixed.get("account") is not None:
-            fixed["account"] = account_of(Path(fixed["account"]), self.max_size)
-        if fixed.get("benchmark") is not None:
-            fixed["benchmark"] = benchmark_of(fixed["benchmark"], self.max_size)
+        for name, make in _FILES.items():
+            place_of = functools.partial(make, max_megabytes=self.max_size)
+            if name in varying:
+                varying[name] = by_name(varying[name], place_of)
+            elif fixed.get(name) is not None:
+                fixed[name] = place_of(fixed[name])
         prices = prices_of(self.prices, self.max_size)
         strategy = load_function(self.strategy)
         found = corvex.sweep(
@@ -99,7 +108,8 @@ class SweepCommand:
             if len(values) != 1:
                 raise ValueError(f"--where takes one value of {name!r}, got {len(values)}")
             if name in options:
-                read[name] = [read_options([text])[1][name]]
+                (value,) = read_options([text])[1].values()
+                read[name] = ["none" if value is None and name in _FILES else value]
         return {name: values[0] for name, values in read.items()}
 
     def write(self, folder: Path) -> None:
@@ -109,8 +119,8 @@ class SweepCommand:
         path, _, name = self.strategy.rpartition(":")
         content = dataclasses.asdict(self) | {
             "strategy": f"{Path(path).absolute()}:{name}",
-            "prices": [_whole(place) for place in self.prices],
-            "option": [_whole(text) for text in self.option],
+            "prices": [_whole(text, split_prices(text)[1]) for text in self.prices],
+            "option": [_whole_option(text) for text in self.option],
         }
         write_text(folder / _FILE, json.dumps(content, indent=2, ensure_ascii=False) + "\n")
 
@@ -135,12 +145,20 @@ class SweepCommand:
             raise ValueError(f"{path} cannot be read: {error}") from None
 
 
-def _whole(text: str) -> str:
-    """Return ``name=file`` or a file with the file's whole path; another text as it is."""
-    name, mark, place = text.rpartition("=")
-    places = place.split(",") if name == "account" else [place]
-    whole = [str(Path(one).absolute()) if Path(one).is_file() else one for one in places]
-    return f"{name}{mark}{','.join(whole)}"
+def _whole(text: str, place: str) -> str:
+    """Return a text that ends in a place with its whole path, where that is a file."""
+    known = Path(place).is_file()
+    return f"{text.removesuffix(place)}{Path(place).absolute()}" if known else text
+
+
+def _whole_option(text: str) -> str:
+    """Return an option with whole paths where its values may be files."""
+    name, _, values = text.partition("=")
+    if name.strip() not in _FILES:
+        return text
+    places = read_values(values, name, numeric=False)
+    whole = [place if place is None else _whole(place, place) for place in places]
+    return f"{name}={json.dumps(whole, ensure_ascii=False)}"
 
 
 @contextlib.contextmanager

@@ -13,10 +13,26 @@ if TYPE_CHECKING:
     from corvex.sweeping import Sweep
     from corvex.sweeping.walking import WalkForward
 
-__all__ = ["print_sweep", "print_walk"]
+__all__ = ["check_figure", "print_sweep", "print_walk"]
 
 _SHOWN = ("cagr", "daily_sharpe", "max_drawdown", "turnover", "trades")
 _MOST_ERRORS = 5
+
+
+def check_figure(figure: str, *, on_page: bool) -> None:
+    """Refuse what ranks no runs, before there are any.
+
+    Raises
+    ------
+    ValueError
+        Naming the near ones.
+    """
+    from corvex.sweeping.grid import near
+    from corvex.sweeping.run_results import EXTRAS, FIGURES
+
+    known = (*FIGURES, *EXTRAS, *(() if on_page else ("seconds",)))
+    if figure not in known:
+        raise ValueError(f"no figure {figure!r} ranks runs; {near(figure, known)}")
 
 
 def print_sweep(sweep: Sweep, figure: str, count: int) -> None:

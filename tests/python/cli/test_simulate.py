@@ -118,7 +118,7 @@ def test_accounts_come_from_files(run, prices, tmp_path):
         "flows": "flow.csv",
         "base": "USD",
         "currency": quoted,
-        "fx": {"USD/TWD": "fx.csv", "USDHKD": 7.8},
+        "fx": {"USD/TWD": "fx.csv", "USDHKD": dict.fromkeys(map(str, prices.index[::9]), 7.8)},
     }
     (tmp_path / "other.json").write_text(json.dumps(terms))
     (tmp_path / "flow.csv").write_text("date,amount\n2016-01-04,500\n2017-01-03,-100\n")
@@ -149,13 +149,16 @@ def test_accounts_come_from_files(run, prices, tmp_path):
     varied = ("--option", "account=none,broker.toml,other.json", "--store", "kept", *SWEEP[1:6])
     status, out, err = run("sweep", *varied)
     assert (status, {"none", "broker", "other"} <= set(out.split())) == (0, True), err
-    where = ("--train", "2YE", "--where", "account=other", "--out", "walk.corvex")
-    assert run("walk-forward", "kept", *where)[0] == 0
-    assert corvex.load("walk.corvex").settings["account"]["capital"] == 1000
+    for one, capital in (("other", 1000), ("none", None)):
+        where = ("--train", "2YE", "--where", f"account={one}", "--out", "walk.corvex")
+        assert run("walk-forward", "kept", *where)[0] == 0
+        told = corvex.load("walk.corvex").settings.get("account") or {}
+        assert told.get("capital") == capital
     for text, message in (
         ("lot_sise = 1", "broker.toml has an unknown term 'lot_sise'; did you mean 'lot_size'?"),
         ("capital = -1", "broker.toml: capital must be a number above 0"),
         ("capital = ", "broker.toml cannot be read"),
+        ('lot_size = { A = "x" }', "broker.toml: lot_size must hold numbers"),
         ('flows = "prices.csv"', "prices.csv holds 4 columns of values; flows is one"),
     ):
         (tmp_path / "broker.toml").write_text(text)
@@ -193,7 +196,11 @@ def test_values_of_parameters_are_read_as_they_are_written():
         {"trail_stop": [None, 0.1]},
         {"start": "20200101", "resample": "ME"},
     )
-    for wrong in ("", "1,,2", "1:3:0", "3:1", "[1"):
+    assert read_options(["benchmark=0050, none", "start=[2015.10]"]) == (
+        {"benchmark": ["0050", None]},
+        {"start": "2015.1"},
+    )
+    for wrong in ("", "1,,2", "1:3:0", "3:1", "[1", "[]"):
         with pytest.raises(ValueError):
             read_values(wrong, "x")
 
@@ -233,6 +240,15 @@ def test_a_sweep_is_kept_shown_and_walked_forward(run, prices, tmp_path):
     np.testing.assert_allclose(corvex.load("walk.corvex").creturn, walk.report.creturn, rtol=1e-12)
     assert out.count("2015-01-01/2016-12-30") == 1
     assert f"{walk.efficiency:.2f}" in out
+
+    for name in ("ME", "a=b.csv"):  # what looks like a file's name, and the other way round
+        prices.to_csv(name)
+    given = {"prices": ["close=prices.csv", "a=b.csv"], "option": ["resample=ME", "benchmark=ME"]}
+    shared = {"signal": [], "curves": True, "riskfree": 0.0, "max_size": 1}
+    SweepCommand(strategy="momentum.py:momentum", **shared, **given).write(tmp_path)
+    kept = SweepCommand.read(tmp_path)
+    assert kept.prices == [f"close={tmp_path}/prices.csv", f"{tmp_path}/a=b.csv"]
+    assert kept.option == ["resample=ME", f'benchmark=["{tmp_path}/ME"]']
 
     command = json.loads((tmp_path / "runs/command.json").read_text())
     # A value means what it meant to the sweep: the text of a date, or a number.
@@ -279,11 +295,14 @@ def test_sweep_says_what_cannot_be_swept(run, prices):
         ({5: "lokback=3"}, "did you mean 'lookback'?"),
         ({13: "trailstop=1,2"}, "did you mean 'trail_stop'?"),
         ({5: "lookback"}, "name=value,value"),
+        ({13: "store=x"}, "options name an unknown argument 'store'"),
         ({5: "top=1,2"}, "'top' is given twice"),
         ({5: "lookback=x"}, "no run came to an end"),
     ):
         status, _, err = run(*(changed.get(at, word) for at, word in enumerate(SWEEP)))
         assert (status, message in err) == (1, True), err
+    assert "no figure 'cagi' ranks runs" in run(*SWEEP, "--figure", "cagi", "--store", "no")[2]
+    assert not Path("no").exists()
     assert "exclude each other" in run(*SWEEP, "--workers", "2", "--dask", "tcp://x")[2]
 
 

@@ -1,5 +1,6 @@
 """What the commands say: their help, the summary in both languages, names of strangers."""
 
+import os
 import re
 import subprocess
 import sys
@@ -13,6 +14,8 @@ import pytest
 import corvex
 from corvex.cli.command_words import read_words
 from corvex.cli.declared import Argument, Option, read_parameters
+from corvex.cli.report_tables import print_table
+from corvex.cli.saved import labels_of, target_file, title_of
 from corvex.plaintext import PlainStream, printable
 from corvex.significance.words import rows
 
@@ -112,6 +115,15 @@ def test_names_of_strangers_steer_no_terminal(run, saved):
     assert sum(line.startswith("valid") for line in lines) == 1
 
 
+def test_names_are_no_markup_and_files_are_told_apart(capsys):
+    print_table("[/x]", ["[b]head"], [["[i]cell"]])
+    assert re.findall(r"\[\S+", capsys.readouterr().out) == ["[/x]", "[b]head", "[i]cell"]
+    files = [Path(name) for name in ("v1.2.csv", "v1.3.csv.gz", os.fsdecode(b"\xff.pkl"), ".csv")]
+    assert [title_of(file) for file in files] == ["v1.2", "v1.3", "\ufffd", ".csv"]
+    assert labels_of(files[:3], [object()] * 3) == ["v1.2", "v1.3", "\ufffd"]
+    assert target_file(Path(), "fast/slow.html") == Path("fast-slow.html").absolute()
+
+
 def test_a_guarded_stream_keeps_lines_and_colours(capsys):
     PlainStream(sys.stdout).write("\x1b[36mline\x1b[0m\n\ttab\x1b[8mhidden\x1b[1;33mbold\x1b[2J")
     expected = "\x1b[36mline\x1b[0m\n\ttab\\x1b[8mhidden\x1b[1;33mbold\\x1b[2J"
@@ -126,7 +138,8 @@ def test_a_guarded_stream_keeps_lines_and_colours(capsys):
         ("--loud", "not known here: --loud"),
         ("show", "required: FILE"),
         ("show a.pkl b.pkl", "not known here: b.pkl"),
-        ("show a.pkl --tra", "not known here: --tra"),
+        ("show --htm p.html a.pkl", "not known here: --htm; did you mean --html?"),
+        ("compare --trust --", "required: FILE..."),
         ("show a.pkl --width wide", "--width: must be a whole number, got 'wide'"),
         ("show a.pkl --width 5", "--width: must be at least 20, got '5'"),
         ("show a.pkl --riskfree high", "--riskfree: must be a number, got 'high'"),
@@ -159,5 +172,6 @@ def test_words_become_the_arguments_of_a_function(run, monkeypatch):
         "pairs": ["x=1", "y"], "keep": False,
     }  # fmt: skip
     assert read_words(parameters, ["a", "--r", "1"]) == {"files": [Path("a")], "rate": 1.0}
+    assert read_words(parameters, ["--", "--r"]) == {"files": [Path("--r")]}
     monkeypatch.setattr("corvex.cli.application.load", lambda _: command)
     assert [run("show", file) for file in ("stop", "full")] == [(130, "", "\n"), (1, "", "")]

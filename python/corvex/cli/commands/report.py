@@ -20,6 +20,7 @@ from corvex.cli.parameters import (
     Trials,
     Width,
 )
+from corvex.cli.saved import title_of
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
@@ -67,7 +68,7 @@ def report(
     from corvex.cli.shown import Delivery
     from corvex.cli.summary import language
 
-    title = name or file.name.partition(".")[0]
+    title = name or title_of(file)
     delivery = Delivery(
         title=title, lang=language(lang), width=width, text=text, riskfree=riskfree,
         confidence=confidence, trials=trials, out=out, html=html,

@@ -9,7 +9,7 @@ from typing import TYPE_CHECKING, Annotated
 from corvex.cli.console import Steps, note
 from corvex.cli.declared import Argument, Option
 from corvex.cli.parameters import Trust
-from corvex.cli.saved import PATTERNS, labels_of, load_report, name_of, save_page
+from corvex.cli.saved import PATTERNS, labels_of, load_report, name_of, save_page, title_of
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
@@ -73,12 +73,12 @@ def render_folder(folder: Path, pages: Path, trust: bool = False) -> int:
             raise ValueError(f"{folder} holds no report (*.corvex, *.pkl)")
         for number, (file, report) in enumerate(reports, start=1):
             with steps.step(f"render {file.name}"):
-                save_page(report, pages / f"{number}.html", name_of(report) or file.stem)
+                save_page(report, pages / f"{number}.html", name_of(report) or title_of(file))
     from corvex.core.dashboard.page.index_page import index_html
     from corvex.utils import write_text
 
     compared = _compare_all(reports, pages / "comparison.html")
-    labels = [name_of(report) or file.stem for file, report in reports]
+    labels = [name_of(report) or title_of(file) for file, report in reports]
     rows = [
         (f"{number}.html", label, file.name, report)
         for number, (label, (file, report)) in enumerate(zip(labels, reports, strict=True), 1)

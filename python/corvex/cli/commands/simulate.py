@@ -19,6 +19,7 @@ from corvex.cli.parameters import (
     Trials,
     Width,
 )
+from corvex.cli.saved import title_of
 
 __all__ = ["simulate"]
 
@@ -122,7 +123,7 @@ def simulate(
     from corvex.cli.shown import Delivery
     from corvex.cli.summary import language
 
-    title = name or weights.name.partition(".")[0]
+    title = name or title_of(weights)
     delivery = Delivery(
         title=title, lang=language(lang), width=width, text=text, riskfree=riskfree,
         confidence=confidence, trials=trials, out=out, html=html,

@@ -78,8 +78,9 @@ def sweep(
     --workers and --dask in other processes.
     """
     from corvex.cli.sweep_command import SweepCommand, workers_of
-    from corvex.cli.sweep_tables import print_sweep
+    from corvex.cli.sweep_tables import check_figure, print_sweep
 
+    check_figure(figure, on_page=html is not None)
     title = strategy.rpartition(":")[2] or "sweep"
     page = None if html is None else target_file(html, f"{title}.html")
     command = SweepCommand(

@@ -50,7 +50,10 @@ def read_account(path: Path, max_megabytes: int) -> Account:
             near = difflib.get_close_matches(name, known, n=1)
             hint = f"; did you mean {near[0]!r}?" if near else f"; there are {', '.join(known)}"
             raise ValueError(f"{path.name} has an unknown term {name!r}{hint}")
-        terms[name] = _term(name, value, path.parent, max_megabytes)
+        try:
+            terms[name] = _term(name, value, path.parent, max_megabytes)
+        except ValueError as error:
+            raise ValueError(f"{path.name}: {error}") from None
     try:
         return Account(**terms)
     except (TypeError, ValueError) as error:
@@ -77,15 +80,13 @@ def _term(name: str, value: Any, folder: Path, max_megabytes: int) -> Any:
         return _file(name, folder / value, max_megabytes)
     if not isinstance(value, dict) or name == "currency":
         return value
-    if name == "fx":  # pairs to numbers, or to files of dates and one value
+    if name == "fx":  # by pair: a rate, rates by date, or a file of dates and one value
         return {
-            pair: _file(f"fx of {pair}", folder / rates, max_megabytes)
-            if isinstance(rates, str)
-            else rates
-            for pair, rates in value.items()
+            pair: _file(f"fx of {pair}", folder / rate, max_megabytes)
+            if isinstance(rate, str)
+            else _term(f"fx of {pair}", rate, folder, max_megabytes)
+            for pair, rate in value.items()
         }
-    if name == "fx":  # by pair: a rate, rates by date, or a file of them
-        return {pair: _term("flows", rate, folder, max_megabytes) for pair, rate in value.items()}
     if name in ("fee_table", "price_ticks"):
         return {_number(name, start): ratio for start, ratio in value.items()}
     dated = bool(value) and all(map(_DATE.fullmatch, value))
