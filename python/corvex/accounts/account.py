@@ -12,10 +12,21 @@ import pandas as pd
 
 from corvex.accounts.exchange import currency_code
 from corvex.accounts.fees import Fees
+from corvex.accounts.given_values import as_pandas
 
 __all__ = ["DAY_COUNTS", "Account", "Values", "kept_terms"]
 
 type Values = float | pd.Series | pd.DataFrame
+
+#: The terms that may have values by date or by asset.
+_VALUED = (
+    *("cash_rate", "cash_spread", "short_rebate", "financing_rate", "borrow_rate"),
+    *("withholding_tax", "lot_size", "fee_ratio", "tax_ratio", "slippage_ratio", "band"),
+    "price_limit",
+)
+
+#: What goes by date alone: a table of one column is a Series, too.
+_OF_MONEY = ("cash_rate", "cash_spread", "financing_rate", "flows")
 
 #: How many days a year has when interest is counted.
 DAY_COUNTS = {"act/365": 365.0, "act/360": 360.0, "act/365.25": 365.25}
@@ -28,7 +39,8 @@ class Account:
     All money is in the currency of the prices, or in `base`; all rates are fractions per year
     (0.05 is 5 %).
     *Values* are a number, a Series by date or by asset label, or a DataFrame of both; a value
-    holds from its date until the next one.
+    holds from its date until the next one. A mapping counts as a Series, tables of other libraries
+    as those of pandas.
 
     Parameters
     ----------
@@ -36,9 +48,9 @@ class Account:
         Money at the start.
     cash_rate : number or Series by date, default 0.0
         Interest on free cash: the cash without the value of the shorts.
-    cash_spread : float, default 0.0
+    cash_spread : number or Series by date, default 0.0
         What the broker keeps of `cash_rate`, at most all of it.
-    short_rebate : number or Series by date, default 0.0
+    short_rebate : values, default 0.0
         Interest on the value of the shorts, whose proceeds the broker holds.
     financing_rate : number or Series by date, default 0.0
         What free cash below zero (a loan) costs.
@@ -50,14 +62,14 @@ class Account:
         Money for each share on the ex-date: paid to longs, owed by shorts. With quoted prices.
     splits : DataFrame, dates x labels, optional
         New shares for each old one (2.0 is two for one); missing and 1 are none.
-    withholding_tax : float, default 0.0
+    withholding_tax : values, default 0.0
         The part of dividends that is kept back from longs.
     lot_size : number or Series by label, optional
         Holdings are whole lots (1: whole shares). None: any fraction of a share.
     rounding : {"down", "nearest"}
         Towards zero, or to the nearest lot as far as the cash goes.
-    fee_ratio, tax_ratio, slippage_ratio : number or Series by label, optional
-        By asset, in place of those of the run.
+    fee_ratio, tax_ratio, slippage_ratio : values, optional
+        In place of those of the run, which count where one is missing before its first date.
     min_fee : float, default 0.0
         The least commission of an order.
     fee_per_share : float, default 0.0
@@ -81,8 +93,9 @@ class Account:
         Prices move by this x daily volatility x sqrt(shares / daily volume).
     impact_window : int, default 20
         Sessions before the fill from which volatility and volume are taken.
-    price_limit : number or Series by label, optional
+    price_limit : values, optional
         Nothing is bought that opens this far above the close before, nor sold as far below.
+        Missing: no limit.
     price_ticks : bool or mapping of float to float, default False
         Move these limits inwards to whole ticks: True, those of the market; or the tick by the
         price from which on it holds, ``{0: 0.01, 10: 0.05}``. With quoted prices.
@@ -120,19 +133,19 @@ class Account:
 
     capital: float = 1.0
     cash_rate: float | pd.Series = 0.0
-    cash_spread: float = 0.0
-    short_rebate: float | pd.Series = 0.0
+    cash_spread: float | pd.Series = 0.0
+    short_rebate: Values = 0.0
     financing_rate: float | pd.Series = 0.0
     borrow_rate: Values = 0.0
     day_count: Literal["act/365", "act/360", "act/365.25"] = "act/365"
     dividends: pd.DataFrame | None = None
     splits: pd.DataFrame | None = None
-    withholding_tax: float = 0.0
+    withholding_tax: Values = 0.0
     lot_size: float | pd.Series | None = None
     rounding: Literal["down", "nearest"] = "down"
-    fee_ratio: float | pd.Series | None = None
-    tax_ratio: float | pd.Series | None = None
-    slippage_ratio: float | pd.Series | None = None
+    fee_ratio: Values | None = None
+    tax_ratio: Values | None = None
+    slippage_ratio: Values | None = None
     min_fee: float = 0.0
     fee_per_share: float = 0.0
     max_fee_ratio: float | None = None
@@ -144,7 +157,7 @@ class Account:
     unfilled: Literal["wait", "lapse"] = "wait"
     impact: float = 0.0
     impact_window: int = 20
-    price_limit: float | pd.Series | None = None
+    price_limit: Values | None = None
     price_ticks: bool | Mapping[float, float] = False
     maintenance_margin: float | None = None
     flows: pd.Series | None = None
@@ -154,10 +167,13 @@ class Account:
     benchmark_currency: str | None = None
 
     def __post_init__(self) -> None:
+        self._bring_to_pandas()
         _number("capital", self.capital, above=0.0)
-        for name in ("cash_spread", "min_fee", "fee_per_share", "impact"):
+        for name, most in (("cash_spread", None), ("withholding_tax", 1.0)):
+            if not isinstance(value := getattr(self, name), pd.Series | pd.DataFrame):
+                _number(name, value, least=0.0, most=most)
+        for name in ("min_fee", "fee_per_share", "impact"):
             _number(name, getattr(self, name), least=0.0)
-        _number("withholding_tax", self.withholding_tax, least=0.0, most=1.0)
         for name in ("max_fee_ratio", "volume_share"):
             if getattr(self, name) is not None:
                 _number(name, getattr(self, name), above=0.0, most=1.0)
@@ -180,6 +196,16 @@ class Account:
             raise ValueError(f"flows must be a Series by date, got {_type(self.flows)}")
         self._check_currencies()
         _ = self.fees, self.ticks
+
+    def _bring_to_pandas(self) -> None:
+        for name in (*_VALUED, "dividends", "splits", "flows", "fx"):
+            given = getattr(self, name)
+            if name == "fx" and isinstance(given, Mapping):
+                continue
+            found = as_pandas(given, name)
+            if name in _OF_MONEY and isinstance(found, pd.DataFrame) and found.shape[1] == 1:
+                found = found.iloc[:, 0]
+            object.__setattr__(self, name, found)
 
     def _check_currencies(self) -> None:
         if not isinstance(self.fx, pd.DataFrame | pd.Series | Mapping | None):
@@ -299,7 +325,8 @@ def _number(
             return
     low = f"above {above:g}" if above is not None else f"from {least:g} on"
     upper = "" if most is None else f" and at most {most:g}"
-    raise ValueError(f"{name} must be a number {low}{upper}, got {value!r}")
+    shown = repr(value) if good or isinstance(value, str | bool | None) else _type(value)
+    raise ValueError(f"{name} must be a number {low}{upper}, got {shown}")
 
 
 def _choice(name: str, value: Any, known: tuple[str, ...]) -> None:

@@ -177,6 +177,8 @@ def _ratio(
 
 def _by_label(name: str, value: Any, labels: list[str]) -> dict[str, float]:
     """Return a term of an account by label: of those that it has a value for."""
+    if value in ("by date", "a table"):
+        raise ValueError(f"{name} of the account goes by date; give that of the orders: {name}=...")
     if not isinstance(value, Mapping):
         return dict.fromkeys(labels, as_float(value))
     found = matched(labels, {str(label): as_float(one) for label, one in value.items()}, name)

@@ -81,7 +81,7 @@ AccountArrays::AccountArrays(nb::handle given) {
     terms_.round_to_nearest = nb::cast<bool>(given.attr("round_to_nearest"));
     terms_.dividends = asset_events(given.attr("dividends"));
     terms_.splits = asset_events(given.attr("splits"));
-    terms_.withholding_tax = nb::cast<double>(given.attr("withholding_tax"));
+    terms_.withholding_tax = grid(given, "withholding_tax");
     terms_.band = {grid(given, "band"), nb::cast<bool>(given.attr("band_relative")),
                    nb::cast<bool>(given.attr("band_to_edge"))};
     terms_.volume = {grid(given, "volume"), nb::cast<double>(given.attr("volume_share")),

@@ -54,7 +54,10 @@ class SlowAccount:
             shorts = -sum(value for value in values if value < 0)
             free = self.cash - shorts
             interest = max(free, 0) * at(k.cash_rate, t - 1, 0)
-            interest = (interest + shorts * at(k.short_rebate, t - 1, 0)) * years
+            interest += sum(
+                -value * at(k.short_rebate, t - 1, j) for j, value in enumerate(values) if value < 0
+            )
+            interest *= years
             loan = max(-free, 0) * at(k.financing_rate, t - 1, 0) * years
             borrow = sum(
                 -value * self.known_rate(t - 1, j) * years
@@ -80,7 +83,7 @@ class SlowAccount:
         for when, j, amount in zip(*k.dividends, strict=True):
             if when == t:
                 gross = self.shares[j] * amount * self.fx(t, j)
-                tax = max(gross, 0.0) * k.withholding_tax
+                tax = max(gross, 0.0) * at(k.withholding_tax, t, j)
                 self.cash += gross - tax
                 self.today.update(dividends=gross, tax=tax)
                 self.paid[j] += amount
@@ -113,7 +116,8 @@ class SlowAccount:
         """Fee, tax, slippage and impact of an order at this session's price."""
         k, price = self.k, self.price(t, j)
         grids = k.fee_ratio, k.tax_ratio, k.slippage_ratio
-        fee, tax, slip = (at(grid, 0, j, own) for grid, own in zip(grids, self.ratios, strict=True))
+        given = ((at(grid, t, j, own), own) for grid, own in zip(grids, self.ratios, strict=True))
+        fee, tax, slip = (own if isnan(value) else value for value, own in given)
         count, value = abs(shares), abs(shares) * price
         if not value:
             return 0.0, 0.0, 0.0, 0.0

@@ -23,7 +23,7 @@ NAMES = (
 
 def terms(sessions: int, **given) -> AccountTerms:
     usual = dict.fromkeys(AccountTerms._fields) | dict.fromkeys(
-        ("withholding_tax", "volume_share", "impact", "maintenance_margin"), 0.0
+        ("volume_share", "impact", "maintenance_margin"), 0.0
     )
     usual |= dict.fromkeys(
         ("round_to_nearest", "band_relative", "band_to_edge", "unfilled_lapses"), False
@@ -60,8 +60,14 @@ def accounts(draw):
     def some(value, otherwise=None):
         return value if rng.random() < 0.5 else otherwise
 
-    def by_asset(low, high):
-        return some(rng.uniform(low, high, (1, assets)))
+    def values(low, high):
+        return some(rng.uniform(low, high, (rng.choice([1, sessions]), rng.choice([1, assets]))))
+
+    def ratios(high):
+        found = values(0, high)
+        if found is not None:
+            found[: rng.integers(len(found))] = np.nan
+        return found
 
     splits = events(rng, shape, some(0.02, 0.0), 0.4, 3.0)
     for row, column, ratio in zip(*splits, strict=True):
@@ -76,9 +82,9 @@ def accounts(draw):
         years=rng.integers(0, 5, (sessions, 1)) / 365.0,
         cash_rate=some(rng.uniform(0, 0.2, (sessions, 1))),
         financing_rate=some(np.array([[0.3]])),
-        short_rebate=some(np.array([[0.1]])),
+        short_rebate=values(0, 0.2),
         borrow_rate=some(borrow),
-        fee_ratio=by_asset(0, 0.01), tax_ratio=by_asset(0, 0.01), slippage_ratio=by_asset(0, 0.01),
+        fee_ratio=ratios(0.01), tax_ratio=ratios(0.01), slippage_ratio=ratios(0.01),
         fees=Fees(
             some(0.3, 0.0), some(0.01, 0.0), some(0.02, np.inf),
             some(((0.0, 0.01), (50.0, 0.002), (200.0, 0.001)), ()),
@@ -86,11 +92,11 @@ def accounts(draw):
         lot_size=some(rng.choice([0.0, 1.0, 3.0], (1, assets))),
         round_to_nearest=bool(rng.random() < 0.4),
         dividends=events(rng, shape, some(0.05, 0.0), 0.01, 1.0), splits=splits,
-        withholding_tax=some(0.3, 0.0),
+        withholding_tax=values(0, 1),
         band=some(rng.uniform(0, 0.1, (1, assets))), band_relative=bool(rng.random() < 0.5),
         band_to_edge=bool(rng.random() < 0.5),
         volume=volume, volume_share=some(0.5, 0.0), unfilled_lapses=bool(rng.random() < 0.3),
-        impact=some(0.5, 0.0), price_limit=some(np.full((1, assets), 0.03)), opens=some(opens),
+        impact=some(0.5, 0.0), price_limit=values(0.02, 0.04), opens=some(opens),
         price_ticks=some(((0.0, 0.25), (20.0, 1.0)), ()),
         maintenance_margin=some(0.6, 0.0),
         flows=some([(sessions // 2, 200.0), (sessions - 1, -100.0)], []),

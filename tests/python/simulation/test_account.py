@@ -5,6 +5,7 @@ import warnings
 
 import numpy as np
 import pandas as pd
+import pyarrow as pa
 import pytest
 
 import corvex
@@ -32,7 +33,14 @@ def run(prices=PRICES, weights=WEIGHTS, **terms):
         ({"rounding": "up"}, "rounding must be one of 'down', 'nearest'"),
         ({"splits": pd.DataFrame({"AAA": [0.0]}, DAYS[3:4])}, "splits of 'AAA' on 2024-01-05 is 0"),
         ({"dividends": pd.Series({"AAA": 1.0})}, "dividends must be a table"),
-        ({"cash_rate": pd.Series({"AAA": 0.1})}, "cash_rate must be a number or a Series by date"),
+        ({"cash_rate": {"AAA": 0.1}}, "cash_rate must be a number or a Series by date, got a Ser"),
+        ({"lot_size": pd.Series(1.0, DAYS)}, "lot_size must be a number or a Series by asset"),
+        ({"band": pd.Series(0.1, DAYS[:0])}, "band is empty"),
+        ({"price_limit": 0.0}, "price_limit must be above 0"),
+        (
+            {"withholding_tax": pd.Series([0.3, 30], DAYS[:2])},
+            "withholding_tax must be a number fr",
+        ),
         ({"fee_ratio": pd.Series({"AAA": 1.5, "BBB": 0})}, "fee_ratio of 'AAA' must be a fraction"),
         ({"fee_table": {5: 0.1}}, "fee_table must begin at 0"),
         (
@@ -74,6 +82,8 @@ def test_costs_that_are_given_twice_and_adjusted_prices_are_refused():
         ),
         ({"flows": pd.Series([5.0, 5.0], ["2023-01-05", "2024-01-08"])}, "1 flows, such as that"),
         ({"borrow_rate": pd.Series({"AAA": 0.1})}, "short sales were cut"),
+        ({"short_rebate": {"AAA": 0.1}}, "short_rebate of 'BBB' is missing; it counts as 0"),
+        ({"fee_ratio": {"2024-02-01": 0.1}}, "fee_ratio is missing at first .* that of the run"),
     ],
 )
 def test_what_is_hardly_meant_is_told(terms, told):
@@ -91,6 +101,42 @@ def test_flows_after_a_ruin_are_told():
         for one in told
     )
     assert report.account["flows"].sum() == 30.0
+
+
+DATES = [str(day.date()) for day in DAYS[[0, 25]]]
+VALUED = {
+    "short_rebate": 0.02, "borrow_rate": 0.03, "withholding_tax": 0.3, "fee_ratio": 0.001,
+    "tax_ratio": 0.002, "slippage_ratio": 0.003, "band": 0.06, "price_limit": 0.02,
+    "cash_rate": 0.04, "cash_spread": 0.01, "financing_rate": 0.05,
+}  # fmt: skip
+
+
+@pytest.mark.parametrize("name", VALUED)
+def test_a_value_is_the_same_in_every_form(name):
+    value = VALUED[name]
+    of_cash = name in ("cash_rate", "cash_spread", "financing_rate")
+    others = {"dividends": pd.DataFrame({"AAA": [0.5, 0.7]}, DAYS[[12, 30]])}
+    others |= {"cash_rate": 0.1} if name == "cash_spread" else {}
+    weights = WEIGHTS.mul(np.linspace(1.0, 1.2, 5), axis=0)
+    weights = weights * (2.0 if name == "financing_rate" else 1.0)
+
+    def money(given):
+        return run(weights=weights, **{**others, name: given}).account.to_numpy()
+
+    series = pd.Series([value, value / 2], DAYS[[0, 25]])
+    table = pd.DataFrame({"BBB": series, "AAA": series})
+    forms = [series, series.set_axis(series.index.date), dict(zip(DATES, series, strict=True))]
+    forms += [pa.table({"date": series.index, "AAA": series})] if of_cash else []
+    forms += [] if of_cash else [table, pa.table({"day": table.index, **table})]
+    holed = series.reindex(DAYS[[0, 10, 25]])  # what is not there does not count
+    forms += [] if name == "borrow_rate" else [holed]
+    alone, changing = money(value), money(series)
+    for given in forms:
+        np.testing.assert_array_equal(money(given), changing)
+    np.testing.assert_array_equal(changing[:25], alone[:25])
+    assert not np.allclose(changing, alone)
+    if not of_cash:
+        np.testing.assert_array_equal(money({"AAA": value, "BBB": value}), alone)
 
 
 @pytest.mark.parametrize("close", [9.07, 9.5, 33.33, 47.85, 48.0, 99.9, 455.0, 931.0, 1234.0])
@@ -150,6 +196,18 @@ def test_many_dates_of_terms_are_read_as_one_is(kind, zone):
         local = pd.DatetimeIndex([clock.local_of(border.date) for border in borders]).normalize()
         if dates.tz is not None:  # inside a day, and without a zone: the day that is written
             assert days.tolist() == local.as_unit("ns").asi8.tolist()
+
+
+def test_impact_sees_through_splits_of_before_the_run():
+    volume = PRICES * 0.0 + 1000.0
+    late = WEIGHTS.loc[DAYS[12] :]
+    plain = run({"close": PRICES, "volume": volume}, late, impact=0.5, impact_window=10)
+    shares = pd.Series(np.where(DAYS < DAYS[9], 1.0, 2.0), DAYS)  # two for one, as prices count it
+    split = run(
+        {"close": PRICES.div(shares, axis=0), "volume": volume.mul(shares, axis=0)}, late,
+        impact=0.5, impact_window=10, splits=pd.DataFrame({"AAA": 2.0, "BBB": 2.0}, DAYS[9:10]),
+    )  # fmt: skip
+    np.testing.assert_allclose(split.account, plain.account, rtol=1e-9, atol=1e-9)
 
 
 def test_bars_of_a_day_accrue_between_days_and_meet_events_at_the_first_bar():

@@ -20,8 +20,11 @@ __all__ = ["read_account"]
 _MOST_BYTES = 1 << 20
 _DATE = re.compile(r"\d{4}-\d{2}-\d{2}([ T].*)?")
 #: Terms whose text names a file: of dates x assets, and of dates and one value.
-_TABLES = ("dividends", "splits", "borrow_rate", "band", "fx")
-_SERIES = ("cash_rate", "short_rebate", "financing_rate", "flows")
+_TABLES = (
+    *("dividends", "splits", "borrow_rate", "withholding_tax", "band", "price_limit", "fx"),
+    *("fee_ratio", "tax_ratio", "slippage_ratio"),
+)
+_SERIES = ("cash_rate", "cash_spread", "short_rebate", "financing_rate", "flows")
 
 
 def read_account(path: Path, max_megabytes: int) -> Account:
@@ -110,6 +113,8 @@ def _file(name: str, path: Path, max_megabytes: int) -> Any:
     if name in _TABLES:
         return table
     if table.shape[1] != 1:
+        if name == "short_rebate":  # by asset, too
+            return table
         raise ValueError(f"{path.name} holds {table.shape[1]} columns of values; {name} is one")
     return table.iloc[:, 0]
 

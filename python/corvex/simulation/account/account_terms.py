@@ -2,8 +2,7 @@
 
 from __future__ import annotations
 
-import numbers
-from typing import Any, NamedTuple, cast
+from typing import NamedTuple, cast
 
 import numpy as np
 import numpy.typing as npt
@@ -12,11 +11,11 @@ import pandas as pd
 from corvex.accounts.account import DAY_COUNTS, Account
 from corvex.accounts.fees import Fees
 from corvex.simulation.account.account_currencies import Currencies, read_currencies
-from corvex.simulation.account.account_dates import rows_as_of, rows_from
+from corvex.simulation.account.account_dates import rows_from
+from corvex.simulation.account.account_values import ValueReader, as_floats
 from corvex.simulation.notices import date_text, warn
 from corvex.simulation.plan.plan import Plan
 from corvex.simulation.read.clock import Clock, as_dates
-from corvex.simulation.read.columns import match_columns
 from corvex.simulation.read.price_data import PriceData
 from corvex.simulation.read.price_tables import market_matrix
 
@@ -24,8 +23,6 @@ __all__ = ["AccountTerms", "read_account"]
 
 _Floats = npt.NDArray[np.float64]
 _Events = tuple[npt.NDArray[np.int64], npt.NDArray[np.int64], _Floats]
-
-_HIGH = 1.0  # a yearly rate above it is hardly meant
 
 
 class AccountTerms(NamedTuple):
@@ -59,7 +56,7 @@ class AccountTerms(NamedTuple):
     round_to_nearest: bool
     dividends: _Events
     splits: _Events
-    withholding_tax: float
+    withholding_tax: _Floats | None
     band: _Floats | None
     band_relative: bool
     band_to_edge: bool
@@ -100,8 +97,11 @@ def read_account(account: Account, prices: PriceData, plan: Plan) -> AccountTerm
     return AccountTerms(
         capital=float(account.capital),
         years=_years(prices.clock, DAY_COUNTS[account.day_count]),
-        cash_rate=_after_spread(read.rate("cash_rate", account.cash_rate), account.cash_spread),
-        financing_rate=read.rate("financing_rate", account.financing_rate),
+        cash_rate=_after_spread(
+            read.cash_rate("cash_rate", account.cash_rate),
+            read.cash_rate("cash_spread", account.cash_spread, least=0.0),
+        ),
+        financing_rate=read.cash_rate("financing_rate", account.financing_rate),
         short_rebate=read.rate("short_rebate", account.short_rebate),
         borrow_rate=read.borrow_rate(account.borrow_rate),
         fee_ratio=read.ratio("fee_ratio", account.fee_ratio),
@@ -112,7 +112,7 @@ def read_account(account: Account, prices: PriceData, plan: Plan) -> AccountTerm
         round_to_nearest=account.rounding == "nearest",
         dividends=read.events("dividends", account.dividends),
         splits=read.events("splits", account.splits),
-        withholding_tax=float(account.withholding_tax),
+        withholding_tax=read.part("withholding_tax", account.withholding_tax),
         band=read.band(account.band),
         band_relative=account.band_kind == "relative",
         band_to_edge=account.band_to == "edge",
@@ -121,7 +121,7 @@ def read_account(account: Account, prices: PriceData, plan: Plan) -> AccountTerm
         unfilled_lapses=account.unfilled == "lapse",
         impact=float(account.impact),
         impact_window=int(account.impact_window),
-        price_limit=read.ratio("price_limit", account.price_limit),
+        price_limit=read.price_limit(account.price_limit),
         price_ticks=_ticks(account, prices),
         opens=None
         if account.price_limit is None
@@ -132,65 +132,19 @@ def read_account(account: Account, prices: PriceData, plan: Plan) -> AccountTerm
     )
 
 
-class _Reader:
-    """Reads values on the sessions of a clock and the assets of a plan."""
+class _Reader(ValueReader):
+    """Reads values, and what happens on dates, on the sessions of a clock and a plan's assets."""
 
     def __init__(self, clock: Clock, plan: Plan) -> None:
-        self._clock = clock
-        self._labels = plan.labels
-        self._held = plan.held
-        self._first = plan.first_session
-
-    def rate(self, name: str, given: float | pd.Series) -> _Floats | None:
-        """Read a rate by session; before its first date it counts as zero."""
-        if isinstance(given, pd.Series) and not _has_dates(given.index):
-            raise ValueError(f"{name} must be a number or a Series by date; its index has no dates")
-        table = self._table(name, given)
-        if table is None:
-            return None
-        _warn_of_high(name, table)
-        late = np.isnan(table[self._first :, 0]) if len(table) > 1 else np.empty(0, bool)
-        if late.any():
-            when = date_text(self._clock.index[self._first])
-            warn(f"{name} is missing at first (on {when}); it counts as 0 until it is there")
-        return np.nan_to_num(table)
-
-    def borrow_rate(self, given: Any) -> _Floats | None:
-        table = self._table("borrow_rate", given)
-        if table is not None:
-            _warn_of_high("borrow_rate", table)
-        return table
-
-    def ratio(self, name: str, given: float | pd.Series | None) -> _Floats | None:
-        """Read fractions by asset, from 0 to below 1."""
-        table = self._by_asset(name, given)
-        if table is not None:
-            bad = (table < 0.0) | (table >= 1.0)
-            self._refuse(name, table, bad, "a fraction from 0 to below 1 (0.001 is 0.1 %)")
-        return table
-
-    def lot_size(self, given: float | pd.Series | None) -> _Floats | None:
-        table = self._by_asset("lot_size", given)
-        if table is not None:
-            self._refuse("lot_size", table, ~(table > 0.0) | np.isinf(table), "a number above 0")
-        return table
-
-    def band(self, given: Any) -> _Floats | None:
-        table = None if given is None else self._table("band", given, zero_is_none=False)
-        if table is not None:
-            self._refuse("band", table, table < 0.0, "a number from 0 on")
-            return np.nan_to_num(table)
-        return None
+        super().__init__(clock, plan.labels, plan.held, plan.first_session)
 
     def events(self, name: str, table: pd.DataFrame | None) -> _Events:
         """Read what happens to assets on dates; those without a session move to the next one."""
         nothing = np.empty(0, np.int64), np.empty(0, np.int64), np.empty(0)
         if table is None or table.size == 0:
             return nothing
-        columns = self._columns(name, table.columns)
-        if (columns < 0).all():
-            warn(f"{name} names none of the assets: its first is {table.columns[0]!r}")
-        values = _floats(name, table)
+        columns = self.columns(name, table.columns)
+        values = as_floats(name, table)
         if not np.array_equal(columns, np.arange(values.shape[1])):
             values = np.where(columns >= 0, values[:, np.maximum(columns, 0)], np.nan)
         none = 1.0 if name == "splits" else 0.0
@@ -208,9 +162,12 @@ class _Reader:
             )
         placed, moves = rows_from(self._clock, dates)
         sessions, moved = placed[rows], moves[rows]
-        inside = (sessions > self._first) & (sessions < len(self._clock))
-        if (late := moved & inside).any():
+        running = (sessions > self._first) & (sessions < len(self._clock))
+        if (late := moved & running).any():
             self._tell_moved(name, dates[rows[late]])
+        # Splits of before the run stand in the prices of its windows.
+        early = (sessions > 0) & (sessions <= self._first) & (name == "splits")
+        inside = running | early
         sessions, assets, amounts = sessions[inside], assets[inside], amounts[inside]
         if (np.diff(sessions) < 0).any():
             order = np.argsort(sessions, kind="stable")
@@ -220,7 +177,7 @@ class _Reader:
     def flows(self, given: pd.Series | None) -> list[tuple[int, float]]:
         if given is None or len(given) == 0:
             return []
-        amounts = _floats("flows", given.to_frame())[:, 0]
+        amounts = as_floats("flows", given.to_frame())[:, 0]
         dates = as_dates(given.index, "the index of flows")
         if not np.isfinite(amounts).all():
             at = int(np.argmin(np.isfinite(amounts)))
@@ -246,93 +203,17 @@ class _Reader:
                 "count in the next session"
             )
 
-    def _by_asset(self, name: str, given: float | pd.Series | None) -> _Floats | None:
-        if given is None:
-            return None
-        if isinstance(given, pd.DataFrame) or (
-            isinstance(given, pd.Series) and _has_dates(given.index)
-        ):
-            raise ValueError(f"{name} must be a number or a Series by asset label")
-        table = self._table(name, given, zero_is_none=False)
-        assert table is not None
-        missing = np.isnan(table[0]) & (self._held | (table.shape[1] == 1))
-        if missing.any():
-            label = self._labels[int(np.argmax(missing))]
-            raise ValueError(f"{name} has no value for {label!r}")
-        return np.nan_to_num(table)
-
-    def _table(self, name: str, given: Any, *, zero_is_none: bool = True) -> _Floats | None:
-        """Bring values to (1 or sessions) x (1 or assets); None for the number 0."""
-        if isinstance(given, numbers.Real) and not isinstance(given, bool):
-            if zero_is_none and given == 0.0:
-                return None
-            if not np.isfinite(float(given)):
-                raise ValueError(f"{name} must be finite, got {given!r}")
-            return np.array([[float(given)]])
-        if isinstance(given, pd.Series):
-            given = given.to_frame() if _has_dates(given.index) else given.to_frame().T
-            by_date, by_asset = _has_dates(given.index), not _has_dates(given.index)
-        elif isinstance(given, pd.DataFrame):
-            by_date = by_asset = True
-        else:
-            raise ValueError(
-                f"{name} must be a number, a Series by date or by asset label, or a table of "
-                f"both, got {type(given).__name__}"
-            )
-        values = _floats(name, given)
-        if np.isinf(values).any():
-            raise ValueError(f"{name} holds infinite values")
-        if by_asset:
-            columns = self._columns(name, given.columns)
-            values = np.where(columns >= 0, values[:, np.maximum(columns, 0)], np.nan)
-        if by_date:
-            rows = rows_as_of(self._clock, as_dates(given.index, f"the index of {name}"), name)
-            values = np.where(rows[:, None] >= 0, values[np.maximum(rows, 0)], np.nan)
-        return np.ascontiguousarray(values)
-
-    def _columns(self, name: str, columns: pd.Index) -> npt.NDArray[np.int64]:
-        if len(columns) == 0:
-            raise ValueError(f"{name} is empty")
-        found = match_columns(self._labels, columns)
-        return np.arange(len(self._labels)) if found is None else found
-
-    def _refuse(self, name: str, table: _Floats, bad: npt.NDArray[np.bool_], accepted: str) -> None:
-        bad = bad & (np.ones(1, bool) if table.shape[1] == 1 else self._held)
-        if not bad.any():
-            return
-        row, asset = (int(found[0]) for found in np.nonzero(bad))
-        whose = f" of {self._labels[asset]!r}" if table.shape[1] > 1 else ""
-        raise ValueError(f"{name}{whose} must be {accepted}, got {table[row, asset]:g}")
-
-
-def _has_dates(index: pd.Index) -> bool:
-    return isinstance(index, pd.DatetimeIndex | pd.PeriodIndex)
-
-
-def _floats(name: str, table: pd.DataFrame) -> _Floats:
-    try:
-        return table.to_numpy(dtype=np.float64, na_value=np.nan)
-    except (TypeError, ValueError) as error:
-        raise ValueError(f"{name} must hold numbers: {error}") from None
-
 
 def _years(clock: Clock, days_of_year: float) -> _Floats:
     days = clock.days // 86_400_000_000_000
     return np.diff(days, prepend=days[0]).reshape(-1, 1) / days_of_year
 
 
-def _after_spread(rate: _Floats | None, spread: float) -> _Floats | None:
+def _after_spread(rate: _Floats | None, spread: _Floats | None) -> _Floats | None:
     """Take the broker's spread off; a rate above zero does not become one below it."""
-    return None if rate is None else np.maximum(rate - spread, np.minimum(rate, 0.0))
-
-
-def _warn_of_high(name: str, table: _Floats) -> None:
-    highest = float(np.nanmax(np.abs(table), initial=0.0))
-    if highest > _HIGH:
-        warn(
-            f"{name} is as high as {highest:g} ({highest:.0%} a year); rates are fractions "
-            "(0.05 is 5 %)"
-        )
+    if rate is None or spread is None:
+        return rate
+    return np.maximum(rate - spread, np.minimum(rate, 0.0))
 
 
 def _volume(prices: PriceData, labels: pd.Index) -> _Floats:

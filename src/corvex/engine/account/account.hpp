@@ -164,10 +164,10 @@ class Account {
     std::vector<LastOrder> orders_;
 
     double units_;
-    double equity_; ///< money at the last close
-    double free_;   ///< cash at the last close without the value of the shorts
-    double shorts_ = 0.0;
-    bool traded_ = false; ///< since the shorts were listed
+    double equity_;                ///< money at the last close
+    double free_;                  ///< cash at the last close without the value of the shorts
+    double rebate_per_year_ = 0.0; ///< of the shorts at the last close
+    bool traded_ = false;          ///< since the shorts were listed
     std::vector<std::uint32_t> sold_short_;
     bool has_longs_ = false;
     std::vector<Borrowed> borrowed_;

@@ -9,8 +9,8 @@ namespace corvex::engine::inline v1 {
 
 namespace {
 
-double rate_at(const Grid& rates, std::size_t session) {
-    return rates.empty() ? 0.0 : rates.at(session, 0);
+double rate_at(const Grid& rates, std::size_t session, std::size_t asset = 0) {
+    return rates.empty() ? 0.0 : rates.at(session, asset);
 }
 
 } // namespace
@@ -29,6 +29,7 @@ Account::Account(const AccountTerms& terms, const PriceSet& prices, const Costs&
 }
 
 void Account::begin(Book& book, std::size_t session) {
+    costs_.begin(session);
     if (session > first_session_) {
         accrue(book, session);
         convert(session);
@@ -67,9 +68,8 @@ double Account::pay_borrowing(const Book& book, std::size_t session) {
 void Account::accrue(Book& book, std::size_t session) {
     const double years = terms_.years[session];
     const std::size_t before = session - 1;
-    const double interest = (std::max(free_, 0.0) * rate_at(terms_.cash_rate, before) +
-                             shorts_ * rate_at(terms_.short_rebate, before)) *
-                            years;
+    const double interest =
+        (std::max(free_, 0.0) * rate_at(terms_.cash_rate, before) + rebate_per_year_) * years;
     const double financing = std::max(-free_, 0.0) * rate_at(terms_.financing_rate, before) * years;
     const double borrow = pay_borrowing(book, session);
     log_.add(AccountColumn::kInterest, interest);
@@ -122,7 +122,8 @@ void Account::pay_dividends(Book& book, std::size_t session) {
         }
         const double rate = currencies_.rate(event.asset, session);
         const double gross = shares * event.amount * rate;
-        const double withheld = shares > 0.0 ? gross * terms_.withholding_tax : 0.0;
+        const double withheld =
+            shares > 0.0 ? gross * rate_at(terms_.withholding_tax, session, event.asset) : 0.0;
         book.set_cash(book.cash() + gross - withheld);
         log_.add(AccountColumn::kDividends, gross);
         log_.add(AccountColumn::kTax, withheld);
@@ -146,7 +147,7 @@ double Account::borrow_rate(std::size_t asset, std::size_t session) const {
     return 0.0;
 }
 
-/// The value of the shorts at the close; notes what each costs.
+/// The value of the shorts at the close; notes what each costs, and what their proceeds earn.
 double Account::mark_shorts(Book& book, std::size_t session) {
     if (std::exchange(traded_, false)) {
         sold_short_.clear();
@@ -159,10 +160,12 @@ double Account::mark_shorts(Book& book, std::size_t session) {
         }
     }
     borrowed_.clear();
+    rebate_per_year_ = 0.0;
     double shorts = 0.0;
     for (const std::uint32_t asset : sold_short_) {
         const double value = book.shares(asset) * book.price_after(asset, session);
         shorts += value;
+        rebate_per_year_ -= value * rate_at(terms_.short_rebate, session, asset);
         if (const double per_year = -value * borrow_rate(asset, session); per_year != 0.0) {
             borrowed_.push_back({asset, per_year});
         }
@@ -187,8 +190,7 @@ void Account::end(Book& book, std::size_t session, const Close& close, const Cos
     const double longs = has_longs_ ? close.value - shorts : 0.0;
     const double equity = close.equity;
     equity_ = equity;
-    shorts_ = -shorts;
-    free_ = book.cash() - shorts_;
+    free_ = book.cash() + shorts;
     const double gross = longs - shorts;
     margin_called_ = gross > 0.0 && equity < terms_.maintenance_margin * gross;
     log_.add(AccountColumn::kCash, book.cash());

@@ -1,21 +1,32 @@
 #include "corvex/engine/account/order_costs.hpp"
 
+#include <algorithm>
+#include <cmath>
+
 namespace corvex::engine::inline v1 {
 
 namespace {
 
-double of_asset(const Grid& grid, std::size_t asset, double otherwise) {
-    return grid.empty() ? otherwise : grid.at(0, asset);
+double of_asset(const Grid& grid, std::size_t session, std::size_t asset, double otherwise) {
+    const double own = grid.empty() ? otherwise : grid.at(session, asset);
+    return std::isnan(own) ? otherwise : own;
 }
 
 } // namespace
 
 OrderCosts::OrderCosts(const AccountTerms& terms, const Costs& otherwise, std::size_t assets)
-    : terms_{terms}, ratios_(assets) {
-    for (std::size_t asset = 0; asset < assets; ++asset) {
-        ratios_[asset] = {of_asset(terms.fee_ratio, asset, otherwise.fee),
-                          of_asset(terms.tax_ratio, asset, otherwise.tax),
-                          of_asset(terms.slippage_ratio, asset, otherwise.slippage)};
+    : terms_{terms}, otherwise_{otherwise},
+      by_session_{
+          std::max({terms.fee_ratio.rows, terms.tax_ratio.rows, terms.slippage_ratio.rows}) > 1},
+      ratios_(assets) {
+    read(0);
+}
+
+void OrderCosts::read(std::size_t session) {
+    for (std::size_t asset = 0; asset < ratios_.size(); ++asset) {
+        ratios_[asset] = {of_asset(terms_.fee_ratio, session, asset, otherwise_.fee),
+                          of_asset(terms_.tax_ratio, session, asset, otherwise_.tax),
+                          of_asset(terms_.slippage_ratio, session, asset, otherwise_.slippage)};
     }
 }
 

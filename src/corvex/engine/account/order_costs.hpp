@@ -29,6 +29,13 @@ class OrderCosts {
   public:
     OrderCosts(const AccountTerms& terms, const Costs& otherwise, std::size_t assets);
 
+    /// Takes the ratios of a session.
+    void begin(std::size_t session) {
+        if (by_session_) {
+            read(session);
+        }
+    }
+
     /// @param shares  bought, or negative: sold.
     /// @param impact  the ratio at which an order of one share moves the price; it grows with the
     ///                root of the shares.
@@ -53,7 +60,11 @@ class OrderCosts {
     [[nodiscard]] const Costs& ratios(std::size_t asset) const { return ratios_[asset]; }
 
   private:
+    void read(std::size_t session);
+
     const AccountTerms& terms_;
+    Costs otherwise_;
+    bool by_session_;           ///< some ratios change
     std::vector<Costs> ratios_; ///< of each asset: orders ask for them many times
 };
 

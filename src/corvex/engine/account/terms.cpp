@@ -49,12 +49,13 @@ void validate_currencies(const CurrencyTerms& terms, std::size_t sessions, std::
 void validate(const AccountTerms& terms, std::size_t sessions, std::size_t assets) {
     require(terms.capital > 0.0 && std::isfinite(terms.capital), "the capital must be above zero");
     require(terms.years.size() == sessions, "years must have one entry for each session");
-    for (const Grid* by_session : {&terms.cash_rate, &terms.financing_rate, &terms.short_rebate}) {
+    for (const Grid* by_session : {&terms.cash_rate, &terms.financing_rate}) {
         require(by_session->fits(sessions, 1), "a rate of the account does not fit the sessions");
     }
-    for (const Grid* grid : {&terms.borrow_rate, &terms.fee_ratio, &terms.tax_ratio,
-                             &terms.slippage_ratio, &terms.lot_size, &terms.band.width,
-                             &terms.volume.volume, &terms.price_limit, &terms.opens}) {
+    for (const Grid* grid :
+         {&terms.borrow_rate, &terms.short_rebate, &terms.withholding_tax, &terms.fee_ratio,
+          &terms.tax_ratio, &terms.slippage_ratio, &terms.lot_size, &terms.band.width,
+          &terms.volume.volume, &terms.price_limit, &terms.opens}) {
         require(grid->fits(sessions, assets), "a table of the account does not fit the prices");
     }
     require(terms.impact.window >= 2, "the window of the impact must be two sessions or more");

@@ -74,9 +74,9 @@ struct AccountTerms {
     std::span<const double> years; ///< from the close before to each session's
     Grid cash_rate{};              ///< by session: on free cash, the spread taken off
     Grid financing_rate{};         ///< by session: on free cash below zero
-    Grid short_rebate{};           ///< by session: on the value of the shorts
+    Grid short_rebate{};           ///< on the value of a short
     Grid borrow_rate{};            ///< on the value of a short; missing = cannot be borrowed
-    Grid fee_ratio{};              ///< these three by asset; empty = those of the options
+    Grid fee_ratio{};              ///< of these three what is missing = that of the options
     Grid tax_ratio{};
     Grid slippage_ratio{};
     FeeTerms fees{};
@@ -84,11 +84,11 @@ struct AccountTerms {
     bool round_to_nearest = false;
     std::vector<AssetEvent> dividends{}; ///< money for each share, once the split has been done
     std::vector<AssetEvent> splits{};    ///< new shares for each old one
-    double withholding_tax = 0.0;
+    Grid withholding_tax{};              ///< the part of a dividend that longs do not get
     BandTerms band{};
     VolumeTerms volume{};
     ImpactTerms impact{};
-    Grid price_limit{}; ///< by asset, a fraction of the close before; empty = none
+    Grid price_limit{};                   ///< a fraction of the close before; missing = none
     std::vector<PriceTick> price_ticks{}; ///< ascending: limits are moved inwards to them
     Grid opens{};                         ///< what the limits look at; empty = the fill prices
     double maintenance_margin = 0.0;      ///< equity over gross value, 0 = none
