@@ -133,7 +133,7 @@ def test_accounts_come_from_files(run, prices, tmp_path):
         ),
         "other.json": corvex.Account(
             capital=1000, lot_size=pd.Series(lots), base="USD", currency=quoted,
-            fx={"USDTWD": fx["USDTWD"], "USDHKD": pd.Series(7.8, pd.to_datetime(["2000-01-01"]))},
+            fx={"USDTWD": fx["USDTWD"], "USDHKD": 7.8},
             flows=pd.Series([500.0, -100.0], pd.to_datetime(["2016-01-04", "2017-01-03"])),
         ),
     }  # fmt: skip

@@ -202,7 +202,7 @@ def test_impact_sees_through_splits_of_before_the_run():
     volume = PRICES * 0.0 + 1000.0
     late = WEIGHTS.loc[DAYS[12] :]
     plain = run({"close": PRICES, "volume": volume}, late, impact=0.5, impact_window=10)
-    shares = pd.Series(np.where(DAYS < DAYS[9], 1.0, 2.0), DAYS)  # two for one, as prices count it
+    shares = pd.Series(np.where(DAYS[9] > DAYS, 1.0, 2.0), DAYS)
     split = run(
         {"close": PRICES.div(shares, axis=0), "volume": volume.mul(shares, axis=0)}, late,
         impact=0.5, impact_window=10, splits=pd.DataFrame({"AAA": 2.0, "BBB": 2.0}, DAYS[9:10]),
