@@ -89,7 +89,9 @@ struct Treatment {
     std::vector<double> scale;
 };
 
-using Tile = std::array<double, kTile>;
+/// A number for each model of a tile. It begins a line of the cache: where the allocator put it
+/// otherwise, every other load would touch two lines.
+struct alignas(64) Tile : std::array<double, kTile> {};
 
 /// Adds `to - from` to the sums of a tile for each piece. The sums stay in registers.
 CORVEX_VECTOR_CLONES void add_pieces(const Tile* sums, std::span<const Piece> pieces, Tile& total) {
