@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import math
 import numbers
-from collections.abc import Mapping
+from collections.abc import Callable, Mapping
 from dataclasses import dataclass, fields
 from typing import Any, Literal
 
@@ -13,20 +13,22 @@ import pandas as pd
 from corvex.accounts.exchange import currency_code
 from corvex.accounts.fees import Fees
 from corvex.accounts.given_values import as_pandas
+from corvex.tables.frames import ArrowTable
+from corvex.tables.value_columns import series_by_date, series_by_label, table_or_series
 
 __all__ = ["DAY_COUNTS", "Account", "Values", "kept_terms"]
 
-type Values = float | pd.Series | pd.DataFrame
+type Table = pd.DataFrame | ArrowTable
+type Values = float | pd.Series | Table
 
-#: The terms that may have values by date or by asset.
+#: The terms that may be tables: by date and asset, by one of both, by date, by asset.
+_TABLES = ("dividends", "splits", "fx")
 _VALUED = (
-    *("cash_rate", "cash_spread", "short_rebate", "financing_rate", "borrow_rate"),
-    *("withholding_tax", "lot_size", "fee_ratio", "tax_ratio", "slippage_ratio", "band"),
-    "price_limit",
+    *("short_rebate", "borrow_rate", "withholding_tax", "band", "price_limit"),
+    *("fee_ratio", "tax_ratio", "slippage_ratio"),
 )
-
-#: What goes by date alone: a table of one column is a Series, too.
 _OF_MONEY = ("cash_rate", "cash_spread", "financing_rate", "flows")
+_BY_ASSET = ("lot_size", "currency")
 
 #: How many days a year has when interest is counted.
 DAY_COUNTS = {"act/365": 365.0, "act/360": 360.0, "act/365.25": 365.25}
@@ -39,8 +41,8 @@ class Account:
     All money is in the currency of the prices, or in `base`; all rates are fractions per year
     (0.05 is 5 %).
     *Values* are a number, a Series by date or by asset label, or a DataFrame of both; a value
-    holds from its date until the next one. A mapping counts as a Series, tables of other libraries
-    as those of pandas.
+    holds from its date until the next one. A mapping counts as a Series; tables of other libraries,
+    and such whose dates or labels stand in a column, as those of pandas.
 
     Parameters
     ----------
@@ -132,16 +134,16 @@ class Account:
     """
 
     capital: float = 1.0
-    cash_rate: float | pd.Series = 0.0
-    cash_spread: float | pd.Series = 0.0
+    cash_rate: Values = 0.0
+    cash_spread: Values = 0.0
     short_rebate: Values = 0.0
-    financing_rate: float | pd.Series = 0.0
+    financing_rate: Values = 0.0
     borrow_rate: Values = 0.0
     day_count: Literal["act/365", "act/360", "act/365.25"] = "act/365"
-    dividends: pd.DataFrame | None = None
-    splits: pd.DataFrame | None = None
+    dividends: Table | None = None
+    splits: Table | None = None
     withholding_tax: Values = 0.0
-    lot_size: float | pd.Series | None = None
+    lot_size: Values | None = None
     rounding: Literal["down", "nearest"] = "down"
     fee_ratio: Values | None = None
     tax_ratio: Values | None = None
@@ -160,9 +162,9 @@ class Account:
     price_limit: Values | None = None
     price_ticks: bool | Mapping[float, float] = False
     maintenance_margin: float | None = None
-    flows: pd.Series | None = None
-    currency: str | Mapping[Any, str] | pd.Series | None = None
-    fx: pd.DataFrame | pd.Series | Mapping[Any, Any] | None = None
+    flows: pd.Series | Table | None = None
+    currency: str | Mapping[Any, str] | pd.Series | Table | None = None
+    fx: pd.Series | Table | Mapping[Any, Any] | None = None
     base: str | None = None
     benchmark_currency: str | None = None
 
@@ -198,14 +200,19 @@ class Account:
         _ = self.fees, self.ticks
 
     def _bring_to_pandas(self) -> None:
-        for name in (*_VALUED, "dividends", "splits", "flows", "fx"):
-            given = getattr(self, name)
+        read: dict[str, Callable[[Any, str], Any]] = {
+            **dict.fromkeys(_TABLES, _same),
+            **dict.fromkeys(_VALUED, table_or_series),
+            **dict.fromkeys(_OF_MONEY, series_by_date),
+            **dict.fromkeys(_BY_ASSET, series_by_label),
+        }
+        for name, form in read.items():
+            given = form(getattr(self, name), name)
             if name == "fx" and isinstance(given, Mapping):
-                continue
-            found = as_pandas(given, name)
-            if name in _OF_MONEY and isinstance(found, pd.DataFrame) and found.shape[1] == 1:
-                found = found.iloc[:, 0]
-            object.__setattr__(self, name, found)
+                given = {pair: series_by_date(one, f"fx of {pair}") for pair, one in given.items()}
+            elif name != "currency":
+                given = as_pandas(given, name)
+            object.__setattr__(self, name, given)
 
     def _check_currencies(self) -> None:
         if not isinstance(self.fx, pd.DataFrame | pd.Series | Mapping | None):
@@ -250,6 +257,11 @@ class Account:
         )
 
 
+def _same(given: Any, name: str) -> Any:
+    del name
+    return given
+
+
 def kept_terms(account: Account) -> dict[str, Any]:
     """Return the capital and each term that is not at its default, as plain values.
 
@@ -266,7 +278,7 @@ def kept_terms(account: Account) -> dict[str, Any]:
         found["fx"] = {str(account.fx.name): "by date"}  # also where its dates are texts
     elif isinstance(account.fx, pd.DataFrame):
         found["fx"] = dict.fromkeys(map(str, account.fx.columns), "by date")
-    elif account.fx is not None:
+    elif isinstance(account.fx, Mapping):
         found["fx"] = {
             str(pair): "by date" if isinstance(rates, pd.Series) else _plain(rates)
             for pair, rates in account.fx.items()

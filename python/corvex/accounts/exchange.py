@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import re
-from collections.abc import Iterable, Mapping
+from collections.abc import Iterable
 from typing import Any
 
 import pandas as pd
@@ -28,9 +28,7 @@ def currency_code(value: Any, what: str) -> str:
     return code
 
 
-def pairs_of(
-    fx: pd.DataFrame | pd.Series | Mapping[Any, Any], known: Iterable[str], base: str
-) -> dict[tuple[str, str], pd.Series | float]:
+def pairs_of(fx: Any, known: Iterable[str], base: str) -> dict[tuple[str, str], pd.Series | float]:
     """Read the pairs of exchange rates by their names; what is named otherwise is left out.
 
     "USDTWD", "USD/TWD" and the like are the price of one USD in TWD; a currency alone is its price

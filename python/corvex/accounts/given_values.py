@@ -10,7 +10,7 @@ from typing import Any
 import numpy as np
 import pandas as pd
 
-from corvex.tables.frames import as_table, is_table
+from corvex.tables.frames import as_table, is_array, is_table
 
 __all__ = ["as_pandas"]
 
@@ -30,7 +30,7 @@ def as_pandas(given: Any, name: str) -> Any:
     """
     if isinstance(given, Mapping):
         given = pd.Series(given)
-    elif not is_table(given) or isinstance(given, np.ndarray):
+    elif not is_table(given) or is_array(given):
         return given
     table = as_table(given, name)
     if not isinstance(table, pd.DataFrame | pd.Series) or not _reads_as_dates(table.index):

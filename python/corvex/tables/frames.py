@@ -19,11 +19,13 @@ if TYPE_CHECKING:
 __all__ = [
     "ArrowTable",
     "TableInput",
+    "arrow_columns",
     "arrow_stream",
     "as_given",
     "as_prices",
     "as_table",
     "is_array",
+    "is_arrow_table",
     "is_table",
     "require_arrays",
     "reread",
@@ -44,6 +46,16 @@ type TableInput = pd.DataFrame | ArrowTable | np.ndarray
 def is_table(given: object) -> bool:
     """Whether something is a table or an array, and no mapping, function or name of one."""
     return isinstance(given, pd.DataFrame | pd.Series | np.ndarray) or _is_arrow(given)
+
+
+def is_arrow_table(given: object) -> bool:
+    """Whether something hands over columns as another library's table does."""
+    return _is_arrow(given) and not (isinstance(given, pd.DataFrame) or _is_column(given))
+
+
+def arrow_columns(given: ArrowTable, what: str) -> pd.DataFrame:
+    """Return the columns of another library's table as pandas has them, dates among them."""
+    return _read(given, what)
 
 
 def as_table(given: Any, what: str, *, dates: Any = None, assets: Any = None) -> Any:

@@ -229,6 +229,68 @@ def test_other_doors(prices, weights):
     assert corvex.orders(report, 1e6, table).equals(corvex.orders(report, 1e6, prices))
 
 
+def by_label(values: pd.Series) -> pd.DataFrame:
+    return values.rename_axis("symbol").rename("v").reset_index()
+
+
+def flat(table: pd.DataFrame | pd.Series) -> pd.DataFrame:
+    is_dated = isinstance(table.index, pd.DatetimeIndex)
+    return columns(table) if is_dated else by_label(table)
+
+
+@pytest.mark.parametrize("kind", ["columns", "arrow", "batches", "polars"])
+def test_terms_of_an_account(kind, prices, weights):
+    days = prices.index
+    terms = {
+        "cash_rate": pd.Series([0.01, 0.05], days[[0, 20]], name="r"),
+        "borrow_rate": pd.Series([0.02, 0.03], days[[0, 9]], name="rate"),
+        "dividends": pd.DataFrame({"AAA": [1.0, np.nan], "BBB": [0.5, 2.0]}, days[[9, 30]]),
+        "splits": pd.DataFrame({"BBB": [2.0]}, days[[20]]),
+        "lot_size": pd.Series({"AAA": 1.0, "BBB": 10.0, "CCC": 1.0}),
+        "band": pd.Series({"AAA": 0.01, "BBB": 0.02, "CCC": 0.0}),
+        "flows": pd.Series([100.0, -50.0], days[[11, 12]], name="money"),
+        "currency": pd.Series({"AAA": "USD", "BBB": "TWD", "CCC": "EUR"}),
+        "fx": pd.DataFrame({"USDTWD": np.linspace(30, 33, 60), "EURTWD": 35.0}, days),
+    }
+
+    def other(table):
+        if kind == "columns":
+            return flat(table)
+        if kind == "polars":
+            return pytest.importorskip("polars").from_arrow(pa.Table.from_pandas(flat(table)))
+        made = pa.Table.from_pandas(flat(table), preserve_index=False)
+        return made if kind == "arrow" else made.to_reader()
+
+    def money(given):
+        account = corvex.Account(capital=1e5, base="TWD", **given)
+        options = {**OPTIONS, "benchmark": prices["AAA"], "account": account}
+        return corvex.simulate(weights.astype(float) / 3 - 0.1, prices, **options)
+
+    found = money({name: other(table) for name, table in terms.items()})
+    expected = money(terms)
+    pd.testing.assert_frame_equal(found.account, expected.account, check_freq=False)
+    assert found.settings["account"] == expected.settings["account"]
+    assert found.account[["dividends", "borrow", "interest"]].any().all()
+    pairs = {"USDTWD": other(terms["fx"][["USDTWD"]]), "EURTWD": 35.0}
+    again = money({**terms, "fx": pairs})
+    pd.testing.assert_frame_equal(again.account, expected.account, check_freq=False)
+
+
+@pytest.mark.parametrize(
+    ("terms", "told"),
+    [
+        ({"flows": pa.table({"date": ["2024-01-02"], "a": [1.0], "b": [1.0]})}, "flows must have"),
+        ({"cash_rate": pa.table({"a": [0.1]})}, "cash_rate has no column of dates among 'a'"),
+        ({"lot_size": pa.table({"a": ["x"], "b": [1], "c": [2]})}, "of asset labels and one of"),
+        ({"currency": pa.table({"a": [None, "x"], "b": ["x", "y"]})}, "has no label in 'a' at row"),
+        ({"dividends": np.ones((2, 2))}, "dividends must be a table, dates x labels, got ndarray"),
+    ],
+)
+def test_terms_that_are_no_tables_of_an_account(terms, told):
+    with pytest.raises(ValueError, match=told):
+        corvex.Account(**terms)
+
+
 @pytest.mark.parametrize(
     "make", [pa.Table.from_pandas, columns, polars], ids=lambda one: one.__name__
 )

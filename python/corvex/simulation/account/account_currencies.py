@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-from collections.abc import Mapping
 from dataclasses import dataclass
 from typing import Any
 
@@ -117,7 +116,7 @@ def rates_on(
     return read.of(code, base, who, needed)
 
 
-def _codes(given: str | pd.Series | Mapping[Any, Any], plan: Plan) -> list[str | None]:
+def _codes(given: Any, plan: Plan) -> list[str | None]:
     """Return the code of each asset's currency; None of one that is never held and has none."""
     labels, held = plan.labels, plan.held
     if isinstance(given, str):

@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from typing import NamedTuple, cast
+from typing import Any, NamedTuple, cast
 
 import numpy as np
 import numpy.typing as npt
@@ -138,7 +138,7 @@ class _Reader(ValueReader):
     def __init__(self, clock: Clock, plan: Plan) -> None:
         super().__init__(clock, plan.labels, plan.held, plan.first_session)
 
-    def events(self, name: str, table: pd.DataFrame | None) -> _Events:
+    def events(self, name: str, table: Any) -> _Events:
         """Read what happens to assets on dates; those without a session move to the next one."""
         nothing = np.empty(0, np.int64), np.empty(0, np.int64), np.empty(0)
         if table is None or table.size == 0:
@@ -174,7 +174,7 @@ class _Reader(ValueReader):
             sessions, assets, amounts = sessions[order], assets[order], amounts[order]
         return sessions, assets.astype(np.int64), amounts
 
-    def flows(self, given: pd.Series | None) -> list[tuple[int, float]]:
+    def flows(self, given: Any) -> list[tuple[int, float]]:
         if given is None or len(given) == 0:
             return []
         amounts = as_floats("flows", given.to_frame())[:, 0]
