@@ -9,7 +9,7 @@ import numpy as np
 import numpy.typing as npt
 import pandas as pd
 
-from corvex.trades.trade_lookup import TradeLookup, market_table
+from corvex.trades.trade_lookup import TradeLookup, market_table, through_splits
 from corvex.trades.trade_rows import closed_returns, closed_trades, excursion
 
 if TYPE_CHECKING:
@@ -39,8 +39,10 @@ def edge_by_bars(report: Report, bars: Sequence[int]) -> list[dict[str, Any]]:
         counts with the excursions that it ended with, those of the trade table: the closes of its
         last session may come after its exit. Empty without prices or trades.
     """
-    close = market_table(report.market, "get_price", "close")
-    fill = market_table(report.market, "get_trading_price", report.trade_at)
+    close, fill = (
+        through_splits(report.market, market_table(report.market, *question))
+        for question in (("get_price", "close"), ("get_trading_price", report.trade_at))
+    )
     trades = closed_trades(report)
     if close.empty or trades.empty or not {"entry_date", "exit_date"} <= set(trades.columns):
         return []

@@ -30,6 +30,8 @@ from corvex.utils import logger
 
 __all__ = ["BoundMarket", "Prices", "bind", "restored", "unbound_class"]
 
+_SPLIT_FACTOR = "split_factor"
+
 type Prices = TableInput | Mapping[str, TableInput]
 
 
@@ -122,6 +124,20 @@ class BoundMarket(MarketTables):
             _own_benchmark=None,
             _converted_from=self.benchmark_source,
         )
+        return twin
+
+    @property
+    def split_factors(self) -> pd.DataFrame | None:
+        """The shares that one share of the beginning has become, where quoted prices have splits.
+
+        Dates of the close table x assets that were split.
+        """
+        return self._tables.get(_SPLIT_FACTOR)
+
+    def with_split_factors(self, factors: pd.DataFrame) -> Self:
+        """Return a copy that knows of splits."""
+        twin = self.__copy__()
+        twin.__dict__["_tables"] = {**self._tables, _SPLIT_FACTOR: factors}
         return twin
 
     @override

@@ -24,6 +24,7 @@ from corvex.simulation.read.weights import read_weights
 from corvex.simulation.report.origins import Origin, origin_of
 from corvex.tables.asset_labels import match_labels
 from corvex.tables.frames import TableInput, as_table, require_arrays
+from corvex.trades.trade_lookup import through_splits
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
@@ -325,7 +326,7 @@ def _in_universe(plan: Plan, universe: pd.Index) -> tuple[_Floats, pd.Index]:
 
 def _closed_trades(report: Report) -> list[_Trade]:
     trades = report.trades.dropna(subset=["entry_date", "exit_date", "return"])
-    close = report.market.get_price("close")
+    close = through_splits(report.market, report.market.get_price("close"))
     columns = match_labels(pd.Index(trades["symbol"]), pd.Index(close.columns))
     rows = [
         close.index.get_indexer(pd.DatetimeIndex(trades[c])) for c in ("entry_date", "exit_date")

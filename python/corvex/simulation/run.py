@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from typing import TYPE_CHECKING, NamedTuple
+from typing import TYPE_CHECKING, Any, NamedTuple
 
 import numpy as np
 
@@ -36,6 +36,8 @@ class Run(NamedTuple):
         What the run kept an account by.
     currencies : Currencies or None
         Of an account with several.
+    splits : three arrays or None
+        Session, asset and new shares for each old one, of an account on quoted prices.
     """
 
     plan: Plan
@@ -44,6 +46,7 @@ class Run(NamedTuple):
     result: SimulationResult
     account: Account | None = None
     currencies: Currencies | None = None
+    splits: Any = None
 
 
 def run_plan(
@@ -96,8 +99,10 @@ def run_plan(
     )
     if terms is not None:
         _tell_of_account(result, plan, prices, terms)
-    currencies = None if terms is None else terms.currencies
-    return Run(plan, options, trade_at, result, account, currencies)
+    if terms is None:
+        return Run(plan, options, trade_at, result)
+    splits = terms.splits if len(terms.splits[0]) else None
+    return Run(plan, options, trade_at, result, account, terms.currencies, splits)
 
 
 # Most runs keep no account: what one takes is loaded for those that do.

@@ -23,6 +23,7 @@ __all__ = [
     "known_table",
     "listed_facts",
     "market_table",
+    "through_splits",
     "traded_values",
 ]
 
@@ -55,6 +56,23 @@ def known_table(market: Any, method: str, *args: Any, **kwargs: Any) -> pd.DataF
     if not isinstance(table, pd.DataFrame) or len(table.index) == 0 or len(table.columns) == 0:
         return None
     return table
+
+
+def through_splits(market: Any, prices: pd.DataFrame) -> pd.DataFrame:
+    """Return prices that splits do not interrupt, so that those of different dates compare.
+
+    The same table where the market knows of no splits: its prices are adjusted, or had none.
+    """
+    factors = getattr(market, "split_factors", None)
+    if not isinstance(factors, pd.DataFrame) or prices.empty:
+        return prices
+    places = match_labels(pd.Index(factors.columns), pd.Index(prices.columns))
+    rows = pd.DatetimeIndex(factors.index).get_indexer(pd.DatetimeIndex(prices.index))
+    values = prices.to_numpy(dtype=np.float64, copy=True)
+    known = np.flatnonzero(places >= 0)
+    shares = factors.to_numpy()[np.maximum(rows, 0)][:, known]
+    values[:, places[known]] *= np.where(rows[:, None] >= 0, shares, 1.0)
+    return pd.DataFrame(values, prices.index, prices.columns)
 
 
 class TradeLookup:

@@ -9,7 +9,9 @@ import pyarrow as pa
 import pytest
 
 import corvex
+from corvex.analysis._edge import edge_by_bars
 from corvex.analysis.liquidityAnalysis import LiquidityAnalysis
+from corvex.core.dashboard.figures.trade_series import price_paths
 from corvex.markets import get_market_by_name
 from corvex.simulation.read.clock import Clock
 
@@ -208,6 +210,27 @@ def test_impact_sees_through_splits_of_before_the_run():
         impact=0.5, impact_window=10, splits=pd.DataFrame({"AAA": 2.0, "BBB": 2.0}, DAYS[9:10]),
     )  # fmt: skip
     np.testing.assert_allclose(split.account, plain.account, rtol=1e-9, atol=1e-9)
+
+
+@pytest.mark.parametrize("zone", [None, "Asia/Taipei"])
+def test_what_follows_prices_over_time_sees_through_splits(tmp_path, zone):
+    prices = PRICES if zone is None else PRICES.tz_localize(zone)
+    shares = pd.DataFrame({"AAA": np.where(DAYS[7] > DAYS, 1.0, 3.0), "BBB": 1.0}, prices.index)
+    weights = pd.DataFrame(
+        {"AAA Alpha": [0.8, 0.0, 0.8, 0.0, 0.8], "BBB": [-0.3, -0.3, 0.0, -0.3, 0.0]}, DAYS[3:40:8]
+    )
+    splits = pd.DataFrame({"AAA": [3.0]}, DAYS[7:8])
+    plain = run(prices, weights)
+    split = run(prices / shares, weights, splits=splits)
+    corvex.save(split, tmp_path / "a.corvex")
+    wanted = edge_by_bars(plain, [1, 5]), price_paths(plain, 1000)
+    drawn = corvex.random_entries(plain, 50).draws
+    for other in (split, pickle.loads(pickle.dumps(split)), corvex.load(tmp_path / "a.corvex")):
+        found = edge_by_bars(other, [1, 5]), price_paths(other, 1000)
+        for mine, own in zip(found[0], wanted[0], strict=True):
+            assert mine == pytest.approx(own)
+        assert found[1]["values"] == pytest.approx(wanted[1]["values"], abs=1)
+        np.testing.assert_allclose(corvex.random_entries(other, 50).draws, drawn, rtol=1e-9)
 
 
 def test_bars_of_a_day_accrue_between_days_and_meet_events_at_the_first_bar():

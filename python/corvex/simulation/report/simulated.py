@@ -181,14 +181,20 @@ def _kept_terms(run: Run) -> dict[str, Any]:
 
 
 def _market(run: Run, prices: PriceData) -> Market:
-    """The market of a run; with several currencies its benchmark may be in the account's."""
+    """The market of a run; with several currencies its benchmark may be in the account's.
+
+    On quoted prices it knows of the splits.
+    """
+    market = prices.market
+    if run.splits is not None:
+        from corvex.simulation.account.account_splits import market_with_splits
+
+        market = market_with_splits(market, run.splits, run.plan.labels, prices.clock)
     if run.account is None or run.currencies is None:
-        return prices.market
+        return market
     from corvex.simulation.account.account_benchmark import market_in_base
 
-    return market_in_base(
-        prices.market, run.account, run.currencies, prices.clock, run.plan.first_session
-    )
+    return market_in_base(market, run.account, run.currencies, prices.clock, run.plan.first_session)
 
 
 def _or_none(number: float) -> float | None:

@@ -13,7 +13,7 @@ from corvex import _engine
 from corvex.core.dashboard.embed import rounded
 from corvex.core.dashboard.figures.curve_series import wall_days
 from corvex.tables.context import _default_context
-from corvex.trades.trade_lookup import TradeLookup, market_table
+from corvex.trades.trade_lookup import TradeLookup, market_table, through_splits
 from corvex.trades.trade_rows import EXCURSIONS, closed_returns
 
 if TYPE_CHECKING:
@@ -202,6 +202,7 @@ def price_paths(report: Report, budget: int) -> dict[str, Any] | None:
     with _default_context.override(_loaded_datasets=set(_default_context._loaded_datasets)):
         close = market_table(report.market, "get_price", "close", adj=True)
         fill = market_table(report.market, "get_trading_price", report.trade_at, adj=True)
+    close, fill = (through_splits(report.market, table) for table in (close, fill))
     if close.empty or not close.index.is_unique:
         return None
     lookup = TradeLookup(trades)
