@@ -43,6 +43,7 @@ def print_trades(report: Report) -> None:
         "position": ("weight", percent),
         "period": ("bars", count),
         "return": ("return", percent),
+        "currency_return": ("FX return", percent),
         "mae": ("MAE", percent),
         "mfe": ("MFE", percent),
         "money": ("money", amount),

@@ -175,6 +175,39 @@ def test_an_account_is_shown_in_money(open_page, with_account):
     assert not re.search("account_|undefined|NaN", texts)
 
 
+def test_trades_tell_their_currency_and_what_its_rate_did(open_page):
+    days = pd.bdate_range("2024-01-02", periods=8)
+    prices = pd.DataFrame({"AAA": 100.0, "BBB": 50.0}, index=days)
+    weights = pd.DataFrame({"AAA": [0.5, 0.0], "BBB": [0.5, 0.5]}, index=days[[0, 4]])
+    rate = pd.Series(30.0 + np.arange(8), days, name="USDTWD")
+    account = corvex.Account(
+        capital=6e4, lot_size=1, currency={"AAA": "USD", "BBB": "TWD"}, base="TWD",
+        fx=rate,
+    )  # fmt: skip
+    report = corvex.simulate(weights, prices, market="us_stock", account=account)
+    page = open_page(report)
+    table = page.locator("#trade-table")
+    head = [
+        text.split("\n")[0].rstrip(" ↕↓↑")
+        for text in table.locator("th[scope=col]").all_inner_texts()
+    ]
+    cells = {
+        row.locator("th").inner_text(): dict(
+            zip(head[1:], row.locator("td").all_inner_texts(), strict=True)
+        )
+        for row in table.locator("tbody tr").all()
+    }
+    assert (cells["AAA"]["Quoted in"], cells["BBB"]["Quoted in"]) == ("USD", "TWD")
+    moved = 35.0 / 31.0 - 1.0
+    assert (cells["AAA"]["FX return"], cells["BBB"]["FX return"]) == (f"+{moved:.2%}", "0.00%")
+    page.locator("#trade-search").fill("usd")
+    table.locator("tbody button").click()
+    detail = table.locator("tr.detail").inner_text()
+    trade = report.trades.set_index("symbol").loc["AAA"]
+    assert f"{trade['shares']:,.0f}" in detail
+    assert f"{trade['money']:,.0f}" in detail
+
+
 @pytest.mark.parametrize("width", [390, 740, 1200])
 def test_a_long_value_stays_in_its_card(open_page, width):
     curve = pd.Series(np.geomspace(1, 1_234_567, 500), pd.bdate_range("2020-01-01", periods=500))

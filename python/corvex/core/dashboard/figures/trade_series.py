@@ -51,10 +51,12 @@ def trade_columns(trades: pd.DataFrame) -> dict[str, Any] | None:
     -------
     dict
         ``assets`` (labels) and ``asset`` (their numbers), ``reasons`` and ``reason`` likewise
-        where the table has exit reasons; the four dates in ``unit``s ("day" or "minute") since
-        1970-01-01 on the wall clock; ``return`` in units of 1e-8, ``position`` and the excursions
-        in units of 1e-5; prices to six digits; ``period`` and ``days_in_profit`` in bars. None is a
-        missing value; a column that the table lacks is left out.
+        where the table has exit reasons, ``currencies`` and ``currency`` those that the assets are
+        quoted in; the four dates in ``unit``s ("day" or "minute") since 1970-01-01 on the wall
+        clock; ``return`` and ``currency_return`` in units of 1e-8, ``position`` and the excursions
+        in units of 1e-5; prices, ``shares`` and ``money`` to six digits; ``period`` and
+        ``days_in_profit`` in bars. None is a missing value; a column that the table lacks is left
+        out.
     """
     if not len(trades) or not {asset_column(trades), "return"} <= set(trades.columns):
         return None
@@ -62,15 +64,19 @@ def trade_columns(trades: pd.DataFrame) -> dict[str, Any] | None:
     result: dict[str, Any] = {"count": len(trades), "assets": labels, "asset": numbers}
     if "exit_reason" in trades.columns:
         result["reasons"], result["reason"] = encoded(trades["exit_reason"])
+    if "currency" in trades.columns:
+        result["currencies"], result["currency"] = encoded(trades["currency"])
     result.update(_dates(trades))
-    result["return"] = _whole(floats(trades["return"]) / _RETURN)
+    for name in ("return", "currency_return"):
+        if name in trades.columns:
+            result[name] = _whole(floats(trades[name]) / _RETURN)
     for name in ("position", *EXCURSIONS[:-1]):
         if name in trades.columns:
             result[name] = _whole(floats(trades[name]) / _FRACTION)
     for name in ("period", "days_in_profit"):
         if name in trades.columns:
             result[name] = _whole(floats(trades[name]))
-    for name in _PRICES:
+    for name in (*_PRICES, "shares", "money"):
         if name in trades.columns:
             result[name] = rounded(floats(trades[name]))
     return result

@@ -3,13 +3,32 @@
 import { downloadRows, orderedRows, pager, printedRows, sortHeader } from "./browse.js";
 import { chart, chartText, colours, drawLater, line } from "./charts.js";
 import { el, replaceContent, select } from "./dom.js";
-import { figure, isoDay, isoMinute, orMissing, percent, price, signedPercent, whole } from "./format.js";
+import {
+  amount,
+  figure,
+  isoDay,
+  isoMinute,
+  orMissing,
+  percent,
+  price,
+  quantity,
+  signedPercent,
+  whole,
+} from "./format.js";
 import { countedFields } from "./maths.js";
 import { facts } from "./store.js";
 import { besideItself, defined, scrolling, table } from "./table.js";
 import { figuresOf, has, t } from "./text.js";
 
-const UNITS = { return: 1e-8, position: 1e-5, mae: 1e-5, mfe: 1e-5, mfe_before_mae: 1e-5, max_drawdown: 1e-5 };
+const UNITS = {
+  return: 1e-8,
+  currency_return: 1e-8,
+  position: 1e-5,
+  mae: 1e-5,
+  mfe: 1e-5,
+  mfe_before_mae: 1e-5,
+  max_drawdown: 1e-5,
+};
 const MANY = 2500;
 
 /** The trade table as it travels, with readers for its cells. */
@@ -21,6 +40,7 @@ export function tradeBook(columns) {
     has: (name) => name in columns,
     asset: (i) => columns.assets[columns.asset[i]],
     reason: (i) => columns.reasons?.[columns.reason[i]] ?? "",
+    currency: (i) => columns.currencies?.[columns.currency[i]] ?? "",
     date: (name, i) => date(cell(name, i)),
     time: (name, i) => cell(name, i) ?? Infinity,
     value: (name, i) => (cell(name, i) === null ? null : cell(name, i) * (UNITS[name] ?? 1)),
@@ -49,8 +69,10 @@ function tradeColumns(book) {
     dated("entry_date", t("entry")),
     dated("exit_date", t("exit")),
     valued("return", t("return"), signedPercent),
+    valued("currency_return", t("currency_return"), signedPercent),
     valued("position", t("weight"), (x) => percent(x, 1)),
     valued("period", t("bars"), whole),
+    { key: "currency", label: t("quoted_in"), text: (i) => book.currency(i), value: (i) => book.currency(i) },
     valued("trade_price@entry_date", t("entry_price"), price),
     valued("trade_price@exit_date", t("exit_price"), price),
     valued("mae", t("mae"), percent),
@@ -121,7 +143,9 @@ export function renderTrades(series) {
 
 function searchText(book, i) {
   const dates = ["entry_date", "exit_date"].map((name) => book.date(name, i) ?? "");
-  return [book.asset(i), ...dates, book.reason(i), reasonText(book.reason(i))].join(" ").toLowerCase();
+  return [book.asset(i), ...dates, book.currency(i), book.reason(i), reasonText(book.reason(i))]
+    .join(" ")
+    .toLowerCase();
 }
 
 function matching(book, texts, { search, status }) {
@@ -225,14 +249,15 @@ const detailRow = (span, width, content) =>
 function tradeDetail(book, paths, i) {
   const entry = dateText(book, "entry_date", i);
   const title = t("selected", { asset: book.asset(i), entry, exit: dateText(book, "exit_date", i) });
-  const parts = ["return", "mae", "mfe", "max_drawdown"]
+  const written = { shares: quantity, money: amount };
+  const parts = ["return", "currency_return", "mae", "mfe", "max_drawdown", "shares", "money"]
     .filter((name) => book.has(name))
     .map((name) =>
       el(
         "div",
         {},
         el("dt", {}, t(name === "max_drawdown" ? "drawdown" : name)),
-        el("dd", {}, percent(book.value(name, i))),
+        el("dd", {}, (written[name] ?? percent)(book.value(name, i))),
       ),
     );
   const at = paths ? paths.trade.indexOf(i) : -1;
