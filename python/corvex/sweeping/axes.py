@@ -51,7 +51,7 @@ def axis_of(labels: Sequence[Any]) -> Axis:
     else:
         ordered, rest = [], distinct
         with contextlib.suppress(TypeError):  # values of several kinds: as the grid has them
-            rest.sort()
+            rest = sorted(rest)
     values = ordered + rest
     place = {_key(one): at for at, one in enumerate(values)}
     texts = [_text(one, exact=False) for one in values]

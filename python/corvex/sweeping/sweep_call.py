@@ -264,6 +264,7 @@ def _read_shown(text: str) -> Any:
 
 
 def _shown(value: Any) -> str:
+    value = value.item() if isinstance(value, np.number | np.bool_) else value
     plain = value is None or isinstance(value, str | int | float)
     return repr(value) if plain else digest(value)
 

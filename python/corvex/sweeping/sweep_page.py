@@ -21,6 +21,7 @@ from corvex.ffn_core.catalogue import catalogue
 from corvex.ffn_core.curve_figures import days_per_year
 from corvex.markets.bars import period_before
 from corvex.significance.trials import TrialStatistics
+from corvex.simulation.notices import date_text
 from corvex.sweeping.axes import axis_of
 from corvex.sweeping.run_results import EXTRAS, FIGURES, LESS_IS_BETTER
 
@@ -233,11 +234,17 @@ class _Page:
         given = [
             (name, _told(value)) for name, value in self.sweep.fixed.items()
             if name not in told and value is not None and name != "name"
+            and not (name == "account" and report is not None)  # its terms are told
         ]  # fmt: skip
         return [*given, *alone]
 
     def _assumptions(self, report: Report) -> list[dict[str, Any]]:
-        return [row for row in assumptions(report) if row["key"] not in self.axes]
+        varying = [name for name, axis in self.axes.items() if len(axis.texts) > 1]
+        return [
+            row for row in assumptions(report)
+            if row["key"] not in self.axes
+            and not ("account" in varying and row["key"].startswith("account_"))
+        ]  # fmt: skip
 
     # -- skill or luck -----------------------------------------------------------------------
 
@@ -339,9 +346,12 @@ def _cut(text: str) -> str:
 
 def _told(value: Any) -> str | float | bool:
     """A fixed argument in a few words."""
+    value = value.item() if isinstance(value, np.number | np.bool_) else value
     if isinstance(value, str | bool | int | float):
         return _cut(value) if isinstance(value, str) else value
-    if isinstance(value, pd.Timestamp | datetime.date | pd.Timedelta):
+    if isinstance(value, pd.Timestamp):
+        return date_text(value)
+    if isinstance(value, datetime.date | pd.Timedelta):
         return str(value)
     if isinstance(value, pd.offsets.BaseOffset):
         return str(value.freqstr)

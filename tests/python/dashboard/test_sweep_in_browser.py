@@ -1,6 +1,7 @@
 """The page of a sweep in a real Chromium."""
 
 import numpy as np
+import pandas as pd
 import pytest
 from dashboard_reports import HOSTILE
 
@@ -100,7 +101,9 @@ def test_runs_that_are_no_grid_stand_beside_the_nearest(open_page, prices):
     assert "runs nearest to it" in page.locator("#tried").inner_text()
 
 
-@pytest.mark.parametrize("kinds", [["raises"], ["nothing"], ["rank"], ["rank", "raises", HOSTILE]])
+@pytest.mark.parametrize(
+    "kinds", [["raises"], ["nothing"], ["rank"], [HOSTILE, "raises", "-1", "=1"]]
+)
 def test_few_runs_failed_ones_and_hostile_values_show(open_page, prices, kinds):
     found = swept(prices.iloc[:, :3], lookback=[21], top=[1], kind=kinds)
     page = open_page(sweep_html(found, "daily_sharpe", simulate=True, title=None))
@@ -110,6 +113,11 @@ def test_few_runs_failed_ones_and_hostile_values_show(open_page, prices, kinds):
     assert failed.count() == ("raises" in kinds)
     assert page.locator(".chart:not([data-drawn])").count() == 0
     assert page.evaluate("document.querySelectorAll('script').length") == 6
+    with page.expect_download() as download:
+        page.get_by_role("button", name="Download CSV").click()
+    table = pd.read_csv(download.value.path(), keep_default_na=False)
+    if len(kinds) > 1:  # a text is no formula, and a number stays one
+        assert set(table["kind"]) == {HOSTILE, "raises", "-1", "'=1"}
 
 
 def test_windows_of_a_walk_are_marked_and_listed(open_page, prices):

@@ -4,6 +4,7 @@ import numpy as np
 import pandas as pd
 import pytest
 
+import corvex
 from corvex.ffn_core import PerformanceStats
 from corvex.markets.bars import has_weekends, infer_freq
 
@@ -134,3 +135,10 @@ def test_constant_growth_has_no_dispersion():
     riskless = [1.02 ** (np.arange(300) / 252), np.cumprod(np.full(300, 1.02 ** (1 / 252)))]
     for values in riskless:
         assert np.isnan(PerformanceStats(pd.Series(values, prices.index), 0.02).daily_sortino)
+
+
+def test_a_curve_that_ends_its_first_day_at_nothing_says_so():
+    hours = pd.date_range("2024-01-02 09:00", periods=3, freq="h")
+    report = corvex.from_equity(pd.Series([1.0, 0.5, 0.0], hours))
+    with pytest.raises(ValueError, match="worth nothing at the end of its first day"):
+        report.get_stats()

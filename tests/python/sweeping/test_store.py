@@ -103,6 +103,7 @@ def test_another_sweep_is_refused(tmp_path, changed, text):
     swept(tmp_path, [3], **given)
     with pytest.raises(ValueError, match=text):
         swept(tmp_path, [3], **{**given, **changed})
+    swept(tmp_path, [3], fee_ratio=np.float64(0.001))  # the same number
     assert CALLS == []
 
 

@@ -76,6 +76,24 @@ def test_page_tells_figures_errors_and_luck_and_escapes_every_text(prices, tmp_p
     assert opened[1]["confidence"]["rows"] != {}  # from the curve that was kept
 
 
+def test_what_is_told_as_fixed_does_not_vary(prices, tmp_path):
+    account = corvex.Account(capital=10_000, cash_rate=0.02)
+    fixed = {"market": "us_stock", "live_performance_start": pd.Timestamp("2021-01-04")}
+    for varies, options in (
+        (True, {"options": {"account": {"none": None, "rich": account}}}),
+        (False, {"account": account, "touched_exit": np.bool_(False)}),
+    ):
+        _, facts = written(corvex.sweep({"a": prices > 0}, prices, **fixed, **options), tmp_path)
+        told = {row["key"] for row in facts["assumptions"]} & {
+            "account_capital",
+            "account_cash_rate",
+        }
+        assert len(told) == (0 if varies else 2)
+        given = {"market": "us_stock", "weights": "a", "live_performance_start": "2021-01-04"}
+        assert dict(facts["fixed"]) == given
+    assert axis_of(["b", "c", "a", None]).texts == ["b", "c", "a", "None"]
+
+
 def test_a_kept_curve_is_judged_from_its_first_fill_on(prices, tmp_path):
     for first in (0, 400):
         late = (prices > prices.shift(21)).iloc[first:]

@@ -134,7 +134,8 @@ def yearly_turnover(traded: np.ndarray, equity: np.ndarray, index: pd.DatetimeIn
     float
         1.0 means that the whole portfolio was replaced once a year; NaN for a single session.
     """
-    years = int(index.asi8[-1] - index.asi8[0]) / _PER_YEAR[index.unit]
+    wall = index if index.tz is None else index.tz_localize(None)  # as all years are counted
+    years = int(wall.asi8[-1] - wall.asi8[0]) / _PER_YEAR[wall.unit]
     if years <= 0:
         return float("nan")
     if equity.min() <= 0.0:

@@ -20,6 +20,10 @@ constexpr const char* kResampleWarning = "report.get_stats(resample=...) has no 
                                          "removed; stats are always computed on daily "
                                          "returns (see the daily_*, monthly_* and yearly_* keys).";
 
+constexpr const char* kNoValues =
+    "there are no statistics of a curve without a value: it is empty, "
+    "or worth nothing at the end of its first day";
+
 /// `table.transpose().to_dict()`: a dictionary for each row of a table.
 nb::object by_rows(nb::handle table) {
     const nb::object values = table.attr("to_numpy")();
@@ -57,7 +61,11 @@ nb::object ffn_stats_dict(const Call& call) {
     stats.attr("set_riskfree_rate")(call[2]);
     nb::object record = stats.attr("stats").attr("to_dict")();
     for (const char* key : {"start", "end"}) {
-        record[key] = record[key].attr("strftime")(text("%Y-%m-%d"));
+        const nb::object date = record[key];
+        if (!pyglue::equals(date, date)) { // a missing date is not even itself
+            pyglue::raise(PyExc_ValueError, kNoValues);
+        }
+        record[key] = date.attr("strftime")(text("%Y-%m-%d"));
     }
     record["return_table"] = by_rows(stats.attr("return_table"));
     add_aliases(record);

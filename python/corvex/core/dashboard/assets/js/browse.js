@@ -5,7 +5,7 @@ import { whole } from "./format.js";
 import { t } from "./text.js";
 
 // Each column is { key, label, title, number, text(row), value(row) }: what is shown and what sorts. A
-// file gets `written(row)` where there is one.
+// file gets `written(row)` where there is one, and as its head the key, or `head`.
 
 /** Missing values stay at the end whichever way the rest is sorted. */
 export function orderedRows(columns, rows, { key, down }) {
@@ -67,13 +67,14 @@ export const printedRows = (from, to, count) =>
 
 export function downloadRows(name, columns, rows) {
   // A spreadsheet would take a text that starts like this for a formula.
-  const quoted = (text) => `"${(/^[=+\-@\t\r]/.test(text) ? "'" : "") + text.replaceAll('"', '""')}"`;
+  const isFormula = (text) => /^[=+\-@\t\r]/.test(text) && Number.isNaN(Number(text));
+  const quoted = (text) => `"${(isFormula(text) ? "'" : "") + text.replaceAll('"', '""')}"`;
   const cells = rows.map((i) =>
     columns.map(({ number: isNumber, text, value, written }) =>
       isNumber ? (value(i) ?? "") : quoted((written ?? text)(i)),
     ),
   );
-  const csv = [columns.map(({ key }) => quoted(key)), ...cells].map((row) => row.join(",")).join("\r\n");
+  const csv = [columns.map(({ key, head }) => quoted(head ?? key)), ...cells].map((row) => row.join(",")).join("\r\n");
   const url = URL.createObjectURL(new Blob(["\ufeff", csv], { type: "text/csv" }));
   el("a", { href: url, download: name }).click();
   setTimeout(() => URL.revokeObjectURL(url), 10000);

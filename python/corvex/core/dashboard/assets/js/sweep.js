@@ -126,6 +126,7 @@ function runColumns(book, key) {
   const figures = [...new Set([key, ...views.swept])].filter((name) => facts.figures.includes(name));
   const columns = shown.map((parameter) => ({
     key: `parameter-${parameter.at}`,
+    head: parameter.name,
     label: parameter.name,
     text: (i) => book.text(parameter, i),
     value: (i) => book.code(parameter, i),
