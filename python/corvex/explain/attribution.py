@@ -38,7 +38,8 @@ def contributions(
         A table of the whole time instead, asset by asset: what ``price``, ``dividends``,
         ``borrow`` and ``costs`` brought, and their ``total``. Of an account with several
         currencies also ``currency``: what the value at each close gained by the move of the rate
-        to the next one. The price's own move then counts at the new rate.
+        to the next one. The price's own move then counts at the new rate. "(interest)" and
+        "(other)" have rows of their own, in the column ``price``.
 
     Returns
     -------
@@ -80,7 +81,7 @@ def contributions(
     interest = {} if ledger.interest is None else {INTEREST: ledger.interest}
     rest = gained - ledger.profit.sum(axis=1) - interest.get(INTEREST, 0.0)
     if by_kind:
-        return _by_kind(ledger, freq)
+        return _by_kind(ledger, freq, float((rest + ledger.cost).sum()))
     extra = {**interest, COSTS: rest}
     if np.abs(rest + ledger.cost).max() > _ROUNDING:
         extra = {**interest, OTHER: rest + ledger.cost, COSTS: -ledger.cost}
@@ -100,7 +101,7 @@ def contributions(
     return _marked(sums.div(base.where(base > 0.0), axis=0), ledger)
 
 
-def _by_kind(ledger: Ledger, freq: str | None) -> pd.DataFrame:
+def _by_kind(ledger: Ledger, freq: str | None, other: float) -> pd.DataFrame:
     """Return what each asset's prices, dividends, borrowing and costs added; interest has none."""
     if freq is not None:
         raise ValueError("by_kind goes over the whole time; leave freq out")
@@ -122,6 +123,9 @@ def _by_kind(ledger: Ledger, freq: str | None) -> pd.DataFrame:
     if ledger.interest is not None:
         table.loc[INTEREST] = 0.0
         table.loc[INTEREST, "price"] = ledger.interest.sum()
+    if abs(other) > _ROUNDING:
+        table.loc[OTHER] = 0.0
+        table.loc[OTHER, "price"] = other
     table["total"] = table.sum(axis=1)
     return _marked(table, ledger)
 

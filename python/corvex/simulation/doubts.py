@@ -45,8 +45,11 @@ def warn_about_guessed_costs(
         )
 
 
-def warn_about_run(plan: Plan, options: Options, clock: Clock) -> None:
-    """Warn of weights that are none, were scaled or come too late, and of stops hardly meant."""
+def warn_about_run(plan: Plan, options: Options, clock: Clock, *, earns: bool = False) -> None:
+    """Warn of weights that are none, were scaled or come too late, and of stops hardly meant.
+
+    `earns`: an account's cash may, where nothing is traded.
+    """
     if plan.begins > clock.last and plan.begins.normalize() > clock.last.normalize():
         warn(
             f"the weights begin on {date_text(plan.begins)}, after the last price "
@@ -62,8 +65,8 @@ def warn_about_run(plan: Plan, options: Options, clock: Clock) -> None:
     _warn_about_stops(options, plan.schedule)
     if plan.is_idle:
         warn(
-            "no rebalance has a weight other than zero, so nothing is traded and the equity "
-            "stays at 1"
+            "no rebalance has a weight other than zero, so nothing is traded"
+            f"{'' if earns else ' and the equity stays at 1'}"
         )
 
 

@@ -83,7 +83,7 @@ def run_plan(
     """
     of_assets = prices.of_assets(plan.labels, trade_at, with_bars=options.touched_exit)
     check_held_prices(of_assets, plan, prices.clock)
-    warn_about_run(plan, options, prices.clock)
+    warn_about_run(plan, options, prices.clock, earns=account is not None)
     terms = None if account is None else _terms(account, prices, plan)
     result = _engine.simulate(
         of_assets.shared,
@@ -119,4 +119,4 @@ def _tell_of_account(
 ) -> None:
     from corvex.simulation.account.account_notices import tell_of_account
 
-    tell_of_account(result, plan.labels, prices.clock, terms.flows)
+    tell_of_account(result, plan, prices.clock, terms)

@@ -105,6 +105,7 @@ def test_a_ruin_writes_off_the_debt():
     assert parts[COSTS] == pytest.approx(-report.costs["total"])
     assert parts["A"] == pytest.approx(report.fills.shares.iloc[0] * 120)
     assert parts[OTHER] > 0
+    assert corvex.contributions(report, by_kind=True)["total"].sum() == pytest.approx(-1.0)
 
 
 def test_an_asset_alone_made_the_whole_return_also_after_a_gap_in_its_prices():

@@ -35,6 +35,7 @@ def run(prices=PRICES, weights=WEIGHTS, **terms):
         ({"rounding": "up"}, "rounding must be one of 'down', 'nearest'"),
         ({"splits": pd.DataFrame({"AAA": [0.0]}, DAYS[3:4])}, "splits of 'AAA' on 2024-01-05 is 0"),
         ({"dividends": pd.Series({"AAA": 1.0})}, "dividends must be a table"),
+        ({"lot_size": pd.Series(1.0, ["AAA", "AAA", "BBB"])}, "lot_size has 'AAA' more than once"),
         ({"cash_rate": {"AAA": 0.1}}, "cash_rate must be a number or a Series by date, got a Ser"),
         ({"lot_size": pd.Series(1.0, DAYS)}, "lot_size must be a number or a Series by asset"),
         ({"band": pd.Series(0.1, DAYS[:0])}, "band is empty"),
@@ -72,6 +73,8 @@ def test_costs_that_are_given_twice_and_adjusted_prices_are_refused():
     ("terms", "told"),
     [
         ({"cash_rate": 5}, "cash_rate is as high as 5"),
+        ({"capital": 20, "lot_size": 1}, "nothing was traded: no target comes to a whole lot; is "),
+        ({"capital": 1, "min_fee": 0.001}, "the capital is 1, while min_fee count in money"),
         ({"min_fee": 20_000}, "1 rebalances were left out, as their costs would have been more"),
         ({"cash_rate": pd.Series([0.1], DAYS[20:21])}, "cash_rate is missing at first"),
         (
@@ -156,6 +159,11 @@ def test_taiwans_limits_are_those_that_its_orders_have(close):
 
     assert [fills(highest + move, 0.5) for move in (down, up, 0)] == [True, False, False]
     assert [fills(lowest + move, 0.5, 0.0) for move in (down, up, 0)] == [False, True, False]
+
+
+def test_a_run_that_never_found_a_volume_says_so():
+    with pytest.warns(UserWarning, match=r"nothing was traded: every order was cut \(volume\)"):
+        run({"close": PRICES, "volume": PRICES * 0.0}, volume_share=0.5)
 
 
 def test_orders_wait_for_a_volume_and_a_warning_counts_them():

@@ -4,13 +4,13 @@ from __future__ import annotations
 
 from typing import TYPE_CHECKING
 
-import pandas as pd
-
 from corvex.simulation.notices import date_text, warn
+from corvex.simulation.plan.plan import Plan
 from corvex.simulation.read.clock import Clock
 
 if TYPE_CHECKING:
     from corvex._engine import SimulationResult
+    from corvex.simulation.account.account_terms import AccountTerms
 
 __all__ = ["CUTS", "tell_of_account"]
 
@@ -23,21 +23,16 @@ _TOLD = {
 
 
 def tell_of_account(
-    result: SimulationResult, labels: pd.Index, clock: Clock, flows: list[tuple[int, float]]
+    result: SimulationResult, plan: Plan, clock: Clock, terms: AccountTerms
 ) -> None:
     """Warn of what was not done as the weights, or the flows, wanted it.
-
-    Parameters
-    ----------
-    flows : list of (int, float)
-        Session and amount, ascending.
 
     Raises
     ------
     ValueError
         When a withdrawal leaves nothing.
     """
-    found = result["account"]
+    found, labels = result["account"], plan.labels
     if found["overdrawn_session"] >= 0:
         date = date_text(clock.index[found["overdrawn_session"]])
         raise ValueError(f"the withdrawal of {date} is no less than the equity of that time")
@@ -61,7 +56,23 @@ def tell_of_account(
             f"equity, the first on {date_text(clock.index[counts[1]])}; is the capital too small "
             "for the fees?"
         )
-    _tell_of_lost_flows(result["ruin_session"], clock, flows)
+    _tell_of_lost_flows(result["ruin_session"], clock, terms.flows)
+    _tell_of_nothing(result, plan, terms)
+
+
+def _tell_of_nothing(result: SimulationResult, plan: Plan, terms: AccountTerms) -> None:
+    """Tell why a run that wanted to trade never did."""
+    found = result["account"]
+    if plan.is_idle or result["executed_rebalance"] < 0 or result["traded"].any():
+        return
+    cuts = [name for name, counts in zip(CUTS, found["cuts"], strict=True) if counts[0]]
+    if cuts:
+        warn(f"nothing was traded: every order was cut ({', '.join(cuts)})")
+    elif terms.lot_size is not None:
+        warn(
+            "nothing was traded: no target comes to a whole lot; is the capital of "
+            f"{terms.capital:g} too small, or its default?"
+        )
 
 
 def _tell_of_lost_flows(ruin: int, clock: Clock, flows: list[tuple[int, float]]) -> None:

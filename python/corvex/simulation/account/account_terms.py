@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import numbers
 from typing import Any, NamedTuple, cast
 
 import numpy as np
@@ -92,6 +93,7 @@ def read_account(account: Account, prices: PriceData, plan: Plan) -> AccountTerm
         When a value cannot be used; the message names the term, and date or asset.
     """
     _refuse_adjusted(account, prices)
+    _doubt_capital(account)
     read = _Reader(prices.clock, plan)
     wants_volume = account.volume_share is not None or account.impact > 0.0
     return AccountTerms(
@@ -245,6 +247,24 @@ def _ticks(account: Account, prices: PriceData) -> tuple[tuple[float, float], ..
 def _is_adjusted(prices: PriceData) -> bool:
     market = prices.market
     return market.get_price("close", adj=False) is not market.get_price("close", adj=True)
+
+
+def _doubt_capital(account: Account) -> None:
+    """Warn where terms count in money or shares, and the capital is the 1 of one who gave none."""
+    if account.capital != 1.0:
+        return
+    names = ("lot_size", "min_fee", "fee_per_share", "fee_table", "volume_share", "impact", "flows")
+    given = {name: getattr(account, name) for name in names}
+    of_money = [
+        name
+        for name, value in given.items()
+        if value is not None and not (isinstance(value, numbers.Real) and value == 0.0)
+    ]
+    if of_money:
+        warn(
+            f"the capital is 1, while {', '.join(of_money)} count in money or shares; give what "
+            "there is at the start: capital=..."
+        )
 
 
 def _refuse_adjusted(account: Account, prices: PriceData) -> None:

@@ -112,6 +112,8 @@ class ValueReader:
         """Find the column of each asset; -1 where there is none."""
         if len(columns) == 0:
             raise ValueError(f"{name} is empty")
+        if not columns.is_unique:
+            raise ValueError(f"{name} has {columns[columns.duplicated()][0]!r} more than once")
         found = match_columns(self._labels, columns)
         if found is None:
             return np.arange(len(self._labels))
