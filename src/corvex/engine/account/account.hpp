@@ -3,6 +3,7 @@
 #include "corvex/engine/account/account_log.hpp"
 #include "corvex/engine/account/corporate_actions.hpp"
 #include "corvex/engine/account/currencies.hpp"
+#include "corvex/engine/account/impact.hpp"
 #include "corvex/engine/account/liquidity.hpp"
 #include "corvex/engine/account/order_costs.hpp"
 #include "corvex/engine/account/target_solver.hpp"
@@ -73,13 +74,15 @@ class Account {
                                        double held_weight) const;
     /// What an order costs at this moment.
     [[nodiscard]] OrderCost cost(std::size_t asset, std::size_t session, double shares,
-                                 double price) const {
+                                 double price) {
         return costs_.of(asset, shares, price, impact_.of_one_share(asset, session),
                          currencies_.rate(asset, session));
     }
-    [[nodiscard]] double impact(std::size_t asset, std::size_t session) const {
+    [[nodiscard]] double impact(std::size_t asset, std::size_t session) {
         return impact_.of_one_share(asset, session);
     }
+    /// Tells which assets orders are going to trade.
+    void prepare_orders(const std::vector<Wanted>& wanted, std::size_t session);
     /// Writes an order down; its cost.
     OrderCost order(std::size_t asset, std::size_t session, double before, double after,
                     double price);
@@ -162,6 +165,7 @@ class Account {
     AccountLog log_;
     AccountResult result_;
     std::vector<LastOrder> orders_;
+    std::vector<std::uint32_t> prepared_;
 
     double units_;
     double equity_;                ///< money at the last close

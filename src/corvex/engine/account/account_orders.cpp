@@ -23,6 +23,17 @@ void count(CutCount& counts, std::size_t asset, std::size_t session) {
 
 } // namespace
 
+void Account::prepare_orders(const std::vector<Wanted>& wanted, std::size_t session) {
+    if (!impact_.active()) {
+        return;
+    }
+    prepared_.clear();
+    for (const Wanted& one : wanted) {
+        prepared_.push_back(one.asset);
+    }
+    impact_.look_back(prepared_, session);
+}
+
 void Account::allow(Wanted& wanted, double held, std::size_t session) {
     const std::size_t asset = wanted.asset;
     const double step = lot(asset);

@@ -42,9 +42,10 @@ class SplitPrices {
 
     [[nodiscard]] bool any() const { return adjusted_ != nullptr; }
     [[nodiscard]] const PriceSet& prices() const { return any() ? *adjusted_ : quoted_; }
+    [[nodiscard]] bool splits(std::size_t asset) const { return any() && !steps_[asset].empty(); }
     /// The shares that one share of the beginning has become in a session.
     [[nodiscard]] double factor(std::size_t asset, std::size_t session) const {
-        return any() ? factor_of(asset, session) : 1.0;
+        return splits(asset) ? factor_of(asset, session) : 1.0;
     }
 
   private:

@@ -16,6 +16,10 @@ struct Grid {
     [[nodiscard]] double at(std::size_t session, std::size_t asset) const {
         return values[(rows == 1 ? 0 : session) * columns + (columns == 1 ? 0 : asset)];
     }
+    /// The values of a session; of a grid that has a column for each asset.
+    [[nodiscard]] const double* row(std::size_t session) const {
+        return values.data() + (rows == 1 ? 0 : session) * columns;
+    }
     [[nodiscard]] bool fits(std::size_t sessions, std::size_t assets) const {
         return empty() || ((rows == 1 || rows == sessions) && (columns == 1 || columns == assets));
     }

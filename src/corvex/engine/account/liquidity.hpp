@@ -1,8 +1,6 @@
 #pragma once
 
-#include "corvex/engine/account/corporate_actions.hpp"
 #include "corvex/engine/account/terms.hpp"
-#include "corvex/engine/portfolio/price_table.hpp"
 
 #include <cstddef>
 #include <cstdint>
@@ -25,25 +23,6 @@ class VolumeLimit {
     const VolumeTerms& terms_;
     std::vector<double> taken_;
     std::vector<std::int64_t> session_; ///< in which they were taken
-};
-
-/// Square-root impact from the window of sessions before a fill.
-class Impact {
-  public:
-    Impact(const AccountTerms& terms, const SplitPrices& prices);
-
-    /// The ratio by which an order of one share moves the price; 0 where the window tells nothing.
-    [[nodiscard]] double of_one_share(std::size_t asset, std::size_t session) const {
-        return terms_.impact.coefficient > 0.0 ? from_window(asset, session) : 0.0;
-    }
-
-  private:
-    [[nodiscard]] double from_window(std::size_t asset, std::size_t session) const;
-    [[nodiscard]] double volatility(std::size_t asset, std::size_t begin, std::size_t end) const;
-    [[nodiscard]] double mean_volume(std::size_t asset, std::size_t begin, std::size_t end) const;
-
-    const AccountTerms& terms_;
-    const SplitPrices& prices_;
 };
 
 } // namespace corvex::engine::inline v1

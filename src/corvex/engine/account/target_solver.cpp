@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <numeric>
 
 namespace corvex::engine::inline v1 {
@@ -15,36 +16,114 @@ constexpr double kRounding = 1e-12;
 
 } // namespace
 
-/// What each line costs; the arithmetic of OrderCosts::of, without a branch.
+// What the lines cost: the arithmetic of OrderCosts::of, to the bit, in loops that take several
+// lines at once.
+
 CORVEX_VECTOR_CLONES
-void TargetSolver::plain_costs(const Columns& lines, const PlainCosts& terms,
-                               std::span<double> out) {
+void TargetSolver::find_changes(const Columns& lines, const At& at, Orders& orders) {
     const double* shares = lines.shares.data();
     const double* price = lines.price.data();
     const double* weight = lines.weight.data();
-    const double* fee_ratio = lines.fee.data();
-    const double* tax_ratio = lines.tax.data();
-    const double* slippage = lines.slippage.data();
-    for (std::size_t k = 0; k < out.size(); ++k) {
-        const double base = weight[k] > 0.0 ? terms.long_equity : terms.equity;
-        const double change = weight[k] * base / price[k] - shares[k];
-        const double count = std::abs(change);
-        const double value = count * price[k];
-        const bool buy = change > 0.0;
-        const double executed = value * (buy ? 1.0 + slippage[k] : 1.0 - slippage[k]);
-        const double least = executed * fee_ratio[k] + terms.per_share * count;
-        const double most = terms.max_ratio * executed;
-        const double raised = least < terms.minimum ? terms.minimum : least;
-        const double fee = most < raised ? most : raised;
-        const double tax = buy ? 0.0 : tax_ratio[k] * executed;
-        // What is held already takes no order, and no minimum fee.
-        const double dust = weight[k] != 0.0 ? terms.dust : 0.0;
-        out[k] = value > dust ? fee + tax + slippage[k] * value : 0.0;
+    double* change = orders.change.data();
+    for (std::size_t k = 0; k < orders.change.size(); ++k) {
+        const double base = weight[k] > 0.0 ? at.long_equity : at.equity;
+        change[k] = weight[k] * base / price[k] - shares[k];
     }
 }
 
+CORVEX_VECTOR_CLONES
+void TargetSolver::find_impact(const Columns& lines, Orders& orders) {
+    const double* impact = lines.impact.data();
+    const double* change = orders.change.data();
+    double* moved = orders.moved.data();
+    for (std::size_t k = 0; k < orders.moved.size(); ++k) {
+        const double ratio = impact[k] * std::sqrt(std::abs(change[k]));
+        moved[k] = kMostImpact < ratio ? kMostImpact : ratio;
+    }
+}
+
+CORVEX_VECTOR_CLONES
+void TargetSolver::find_values(const Columns& lines, Orders& orders) {
+    const double* price = lines.price.data();
+    const double* slippage = lines.slippage.data();
+    const double* change = orders.change.data();
+    const double* moved = orders.moved.data();
+    double* nominal = orders.nominal.data();
+    for (std::size_t k = 0; k < orders.nominal.size(); ++k) {
+        const double away = slippage[k] + moved[k];
+        const double value = std::abs(change[k]) * price[k];
+        nominal[k] = value * (change[k] > 0.0 ? 1.0 + away : 1.0 - away);
+    }
+}
+
+CORVEX_VECTOR_CLONES
+void TargetSolver::convert(const Columns& lines, Orders& orders) {
+    const double* rate = lines.rate.data();
+    double* nominal = orders.nominal.data();
+    for (std::size_t k = 0; k < orders.nominal.size(); ++k) {
+        nominal[k] /= rate[k];
+    }
+}
+
+CORVEX_VECTOR_CLONES
+void TargetSolver::find_fees(const Columns& lines, std::span<const FeeStep> table, Orders& orders) {
+    const double* ratio = lines.fee.data();
+    const double* nominal = orders.nominal.data();
+    double* fee = orders.fee.data();
+    for (std::size_t k = 0; k < orders.fee.size(); ++k) {
+        fee[k] = table.empty() ? nominal[k] * ratio[k] : 0.0;
+    }
+    for (std::size_t step = 0; step < table.size(); ++step) {
+        const double from = table[step].from;
+        const double to = step + 1 < table.size() ? table[step + 1].from
+                                                  : std::numeric_limits<double>::infinity();
+        for (std::size_t k = 0; k < orders.fee.size(); ++k) {
+            const double end = nominal[k] < to ? nominal[k] : to;
+            fee[k] += from < end ? (end - from) * table[step].ratio : 0.0;
+        }
+    }
+}
+
+CORVEX_VECTOR_CLONES
+void TargetSolver::find_costs(const Columns& lines, const At& at, const FeeTerms& fees,
+                              Orders& orders) {
+    const double* price = lines.price.data();
+    const double* weight = lines.weight.data();
+    const double* tax_ratio = lines.tax.data();
+    const double* slippage = lines.slippage.data();
+    const double* rate = lines.rate.data();
+    const double* change = orders.change.data();
+    const double* moved = orders.moved.data();
+    const double* nominal = orders.nominal.data();
+    const double* fee = orders.fee.data();
+    double* cost = orders.cost.data();
+    for (std::size_t k = 0; k < orders.cost.size(); ++k) {
+        const double count = std::abs(change[k]);
+        const double value = count * price[k];
+        const bool buy = change[k] > 0.0;
+        const double away = slippage[k] + moved[k];
+        const double executed = value * (buy ? 1.0 + away : 1.0 - away);
+        const double least = fee[k] + fees.per_share * count;
+        const double most = fees.max_ratio * nominal[k];
+        const double raised = least < fees.minimum ? fees.minimum : least;
+        const double commission = nominal[k] > 0.0 ? (most < raised ? most : raised) : 0.0;
+        const double tax = buy ? 0.0 : tax_ratio[k] * executed;
+        // What is held already takes no order, and no minimum fee.
+        const double dust = weight[k] != 0.0 ? at.dust : 0.0;
+        const double paid = commission * rate[k] + tax + slippage[k] * value + moved[k] * value;
+        cost[k] = value > dust ? paid : 0.0;
+    }
+}
+
+void TargetSolver::Orders::resize(std::size_t lines) {
+    for (auto* column : {&change, &nominal, &fee, &cost}) {
+        column->resize(lines);
+    }
+    moved.assign(lines, 0.0);
+}
+
 void TargetSolver::Columns::clear() {
-    for (auto* column : {&shares, &price, &weight, &fee, &tax, &slippage}) {
+    for (auto* column : {&shares, &price, &weight, &fee, &tax, &slippage, &impact, &rate}) {
         column->clear();
     }
 }
@@ -56,12 +135,14 @@ void TargetSolver::Columns::add(const Line& line, const Costs& ratios) {
     fee.push_back(ratios.fee);
     tax.push_back(ratios.tax);
     slippage.push_back(ratios.slippage);
+    impact.push_back(line.impact);
+    rate.push_back(line.rate);
 }
 
 void TargetSolver::clear() {
     lines_.clear();
     columns_.clear();
-    plain_ = costs_.fees().table.empty();
+    has_impact_ = has_rates_ = false;
     long_weight_ = short_weight_ = fixed_weight_ = fixed_value_ = 0.0;
     has_fixed_ = false;
 }
@@ -69,7 +150,8 @@ void TargetSolver::clear() {
 void TargetSolver::add(const Line& line) {
     lines_.push_back(line);
     columns_.add(line, costs_.ratios(line.asset));
-    plain_ &= line.impact == 0.0 && line.rate == 1.0;
+    has_impact_ |= line.impact > 0.0;
+    has_rates_ |= line.rate != 1.0;
     (line.weight > 0.0 ? long_weight_ : short_weight_) += line.weight;
 }
 
@@ -88,34 +170,20 @@ double TargetSolver::shares(std::size_t index) const {
     return value(lines_[index], equity_) / lines_[index].price;
 }
 
+/// What all lines cost, added up one after the other: the last digits are those of single orders.
 double TargetSolver::costs_at(double equity) const {
-    if (plain_) {
-        return plain_costs_at(equity);
+    const At at{equity, long_slope_ * equity + long_offset_, kRounding * equity};
+    find_changes(columns_, at, orders_);
+    if (has_impact_) {
+        find_impact(columns_, orders_);
     }
-    double total = 0.0;
-    for (const Line& line : lines_) {
-        const double change = value(line, equity) / line.price - line.shares;
-        // What is held already takes no order, and no minimum fee.
-        if (line.weight != 0.0 && std::abs(change * line.price) <= kRounding * equity) {
-            continue;
-        }
-        total += costs_.of(line.asset, change, line.price, line.impact, line.rate).total();
+    find_values(columns_, orders_);
+    if (has_rates_) {
+        convert(columns_, orders_);
     }
-    return total;
-}
-
-/// The same, to the bit, without fee table, impact and rates: many orders at once. They are added
-/// up one after the other, or the last digits would differ.
-double TargetSolver::plain_costs_at(double equity) const {
-    costs_of_lines_.resize(lines_.size());
-    const PlainCosts terms{costs_.fees().minimum,
-                           costs_.fees().per_share,
-                           costs_.fees().max_ratio,
-                           equity,
-                           long_slope_ * equity + long_offset_,
-                           kRounding * equity};
-    plain_costs(columns_, terms, costs_of_lines_);
-    return std::accumulate(costs_of_lines_.begin(), costs_of_lines_.end(), 0.0);
+    find_fees(columns_, costs_.fees().table, orders_);
+    find_costs(columns_, at, costs_.fees(), orders_);
+    return std::accumulate(orders_.cost.begin(), orders_.cost.end(), 0.0);
 }
 
 /// The root of  equity + costs(equity) - equity before  by secants. The function is piecewise
@@ -144,6 +212,7 @@ double TargetSolver::settle(double equity_before) const {
 }
 
 double TargetSolver::solve(double equity_before) {
+    orders_.resize(lines_.size());
     long_slope_ = 1.0;
     long_offset_ = 0.0;
     equity_ = settle(equity_before);

@@ -48,21 +48,35 @@ class TargetSolver {
         std::vector<double> fee;
         std::vector<double> tax;
         std::vector<double> slippage;
+        std::vector<double> impact;
+        std::vector<double> rate;
 
         void clear();
         void add(const Line& line, const Costs& ratios);
     };
-    struct PlainCosts {
-        double minimum;
-        double per_share;
-        double max_ratio;
+    struct At {
         double equity;
         double long_equity; ///< that long weights are a part of
         double dust;        ///< orders of no more are none
     };
+    /// What the lines would trade at an equity, and what that costs.
+    struct Orders {
+        std::vector<double> change;  ///< shares
+        std::vector<double> moved;   ///< ratio of the impact
+        std::vector<double> nominal; ///< the executed value, in the asset's currency
+        std::vector<double> fee;     ///< what ratio or table ask for
+        std::vector<double> cost;
 
-    static void plain_costs(const Columns& lines, const PlainCosts& terms, std::span<double> out);
-    [[nodiscard]] double plain_costs_at(double equity) const;
+        void resize(std::size_t lines);
+    };
+
+    static void find_changes(const Columns& lines, const At& at, Orders& orders);
+    static void find_impact(const Columns& lines, Orders& orders);
+    static void find_values(const Columns& lines, Orders& orders);
+    static void convert(const Columns& lines, Orders& orders);
+    static void find_fees(const Columns& lines, std::span<const FeeStep> table, Orders& orders);
+    static void find_costs(const Columns& lines, const At& at, const FeeTerms& fees,
+                           Orders& orders);
     [[nodiscard]] double value(const Line& line, double equity) const;
     [[nodiscard]] double costs_at(double equity) const;
     [[nodiscard]] double settle(double equity_before) const;
@@ -70,8 +84,9 @@ class TargetSolver {
     const OrderCosts& costs_;
     std::vector<Line> lines_;
     Columns columns_;
-    mutable std::vector<double> costs_of_lines_;
-    bool plain_ = true; ///< no fee table, no impact, one currency
+    mutable Orders orders_;
+    bool has_impact_ = false;
+    bool has_rates_ = false; ///< of other currencies
     double long_weight_ = 0.0;
     double short_weight_ = 0.0;
     double fixed_weight_ = 0.0;

@@ -110,6 +110,9 @@ class Simulator {
     void place(std::int64_t row, std::size_t session, double equity);
     void cut_to_cash(std::size_t session, double equity);
     void round_down_to_cash(std::size_t session, double floor);
+    [[nodiscard]] double outlay(const Account::Wanted& wanted, std::size_t session,
+                                double share) const;
+    [[nodiscard]] double affordable_share(std::size_t session, double floor, double equity) const;
     [[nodiscard]] double cash_after(std::size_t session, double share) const;
     void trade_wanted(const Account::Wanted& wanted, std::int64_t row, std::size_t session);
     void settle(std::size_t asset, double after, double price, std::size_t session);

@@ -11,6 +11,8 @@ namespace {
 
 /// This part of the equity is a rounding error.
 constexpr double kRounding = 1e-12;
+/// Cash that is left over by no more is spent.
+constexpr double kCashRounding = 1e-15;
 
 bool same_side(double a, double b) { return (a > 0.0 && b > 0.0) || (a < 0.0 && b < 0.0); }
 
@@ -79,6 +81,7 @@ double Simulator::collect_wanted(std::span<const double> weights, std::size_t se
 
 /// Gives the solver what is wanted; holdings within their bands stay as they are.
 void Simulator::want_within_bands(double equity, std::size_t session) {
+    account_->prepare_orders(wanted_, session);
     for (const Account::Wanted& wanted : wanted_) {
         const double held = wanted.exact;
         const double value = held * wanted.price;
@@ -164,17 +167,44 @@ void Simulator::place(std::int64_t row, std::size_t session, double equity) {
     }
 }
 
+/// What a purchase costs of which only a share is bought beyond covering.
+double Simulator::outlay(const Account::Wanted& wanted, std::size_t session, double share) const {
+    const double held = book_.shares(wanted.asset);
+    const double cover = covered(held, wanted.after);
+    const double bought = cover + share * (wanted.after - held - cover);
+    return bought * wanted.price +
+           account_->cost(wanted.asset, session, bought, wanted.price).total();
+}
+
 /// The cash once a share of what is to be bought beyond covering is bought.
 double Simulator::cash_after(std::size_t session, double share) const {
     double cash = book_.cash();
     for (const Account::Wanted& wanted : wanted_) {
-        const double held = book_.shares(wanted.asset);
-        const double cover = covered(held, wanted.after);
-        const double bought = cover + share * (wanted.after - held - cover);
-        cash -= bought * wanted.price +
-                account_->cost(wanted.asset, session, bought, wanted.price).total();
+        cash -= outlay(wanted, session, share);
     }
     return cash;
+}
+
+/// The largest share of the purchases that leaves this cash, between secant and bisection: minimum
+/// fees make the cash jump.
+double Simulator::affordable_share(std::size_t session, double floor, double equity) const {
+    double low = 0.0;
+    double high = 1.0;
+    double spare = cash_after(session, low) - floor;
+    double lack = floor - cash_after(session, high);
+    for (int step = 0; step < 120 && spare > kCashRounding * equity; ++step) {
+        const double secant = low + (high - low) * (spare / (spare + lack));
+        const double share = step % 2 == 0 && secant > low ? secant : (low + high) / 2.0;
+        const double left = cash_after(session, share) - floor;
+        if (left >= 0.0) {
+            low = share;
+            spare = left;
+        } else {
+            high = share;
+            lack = -left;
+        }
+    }
+    return low;
 }
 
 /// Purchases share what cash there is, down to what the weights plan to owe.
@@ -186,16 +216,11 @@ void Simulator::cut_to_cash(std::size_t session, double equity) {
     if (wanted_.empty() || cash_after(session, 1.0) >= floor - kRounding * equity) {
         return;
     }
-    double low = 0.0;
-    double high = 1.0;
-    for (int step = 0; step < 60; ++step) {
-        const double middle = (low + high) / 2.0;
-        (cash_after(session, middle) >= floor ? low : high) = middle;
-    }
+    const double share = affordable_share(session, floor, equity);
     for (Account::Wanted& wanted : wanted_) {
         const double held = book_.shares(wanted.asset);
         const double cover = covered(held, wanted.after);
-        double more = low * (wanted.after - held - cover);
+        double more = share * (wanted.after - held - cover);
         // Cash that is a mere rounding error buys nothing.
         if (more * wanted.price <= kRounding * equity) {
             more = 0.0;
@@ -211,12 +236,15 @@ void Simulator::cut_to_cash(std::size_t session, double equity) {
 void Simulator::round_down_to_cash(std::size_t session, double floor) {
     const auto added = [](const Account::Wanted& w) { return (w.after - w.exact) * w.price; };
     std::ranges::stable_sort(wanted_, std::ranges::greater{}, added);
+    double cash = cash_after(session, 1.0);
     for (Account::Wanted& wanted : wanted_) {
-        if (!(added(wanted) > 0.0) || cash_after(session, 1.0) >= floor) {
+        if (!(added(wanted) > 0.0) || cash >= floor) {
             break;
         }
+        cash += outlay(wanted, session, 1.0);
         wanted.after = std::max(whole_lots(wanted.exact, account_->lot(wanted.asset)),
                                 book_.shares(wanted.asset));
+        cash -= outlay(wanted, session, 1.0);
     }
 }
 
