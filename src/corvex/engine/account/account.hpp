@@ -13,6 +13,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 namespace corvex::engine::inline v1 {
@@ -31,6 +32,10 @@ class Account {
 
     /// What was accrued since the close before, flows, splits and dividends.
     void begin(Book& book, std::size_t session);
+    /// The splits of this session: what is counted for a share changes by them.
+    [[nodiscard]] std::span<const AssetEvent> splits_today() const { return splits_today_; }
+    /// The first session from here on, this one left out, that has splits.
+    [[nodiscard]] std::size_t next_split() const { return due_splits_.next_session(); }
     /// What a close leaves: all of it, and the holdings alone.
     struct Close {
         double equity;
@@ -104,7 +109,6 @@ class Account {
 
     // Round trips (account_trips.cpp).
 
-    [[nodiscard]] const SplitPrices& watched() const { return splits_; }
     /// The quoted price at which a position opens, slippage and impact in.
     [[nodiscard]] double executed_price(std::size_t asset, std::size_t session, double price,
                                         bool is_long) const;
@@ -154,12 +158,13 @@ class Account {
     Currencies currencies_;
     std::size_t first_session_;
     OrderCosts costs_;
-    SplitPrices splits_;
+    SplitFactors splits_;
     VolumeLimit volume_;
     Impact impact_;
     TargetSolver solver_;
     TripLedger trips_;
     EventQueue<AssetEvent> due_splits_;
+    std::span<const AssetEvent> splits_today_;
     EventQueue<AssetEvent> due_dividends_;
     EventQueue<CashEvent> due_flows_;
     AccountLog log_;

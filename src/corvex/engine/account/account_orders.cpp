@@ -98,7 +98,7 @@ bool Account::at_limit(std::size_t asset, std::size_t session, bool buy, double 
         return false;
     }
     const double limit = terms_.price_limit.at(session, asset);
-    const double split = splits_.factor(asset, session) / splits_.factor(asset, session - 1);
+    const double split = splits_.at(asset, session) / splits_.at(asset, session - 1);
     const double reference =
         prices_.close().at(session - 1, asset) / split - dividend_today(asset, session);
     const double quoted = currencies_.quoted(asset, session, price);

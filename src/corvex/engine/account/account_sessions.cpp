@@ -19,10 +19,11 @@ Account::Account(const AccountTerms& terms, const PriceSet& prices, const Costs&
                  std::size_t first_session)
     : terms_{terms}, prices_{prices}, currencies_{terms.currencies, prices},
       first_session_{first_session}, costs_{terms, otherwise, prices.assets()},
-      splits_{prices, terms.splits}, volume_{terms.volume, prices.assets()},
-      impact_{terms, splits_}, solver_{costs_}, trips_{prices.assets()}, due_splits_{terms.splits},
-      due_dividends_{terms.dividends}, due_flows_{terms.flows}, orders_(prices.assets()),
-      units_{terms.capital}, equity_{terms.capital}, free_{terms.capital} {
+      splits_{terms.splits, prices.assets()}, volume_{terms.volume, prices.assets()},
+      impact_{terms, prices.close(), splits_}, solver_{costs_}, trips_{prices.assets()},
+      due_splits_{terms.splits}, due_dividends_{terms.dividends}, due_flows_{terms.flows},
+      orders_(prices.assets()), units_{terms.capital}, equity_{terms.capital},
+      free_{terms.capital} {
     for (auto& column : result_.columns) {
         column.reserve(prices.sessions() - first_session);
     }
@@ -106,7 +107,8 @@ void Account::flow(Book& book, std::size_t session) {
 }
 
 void Account::split(Book& book, std::size_t session) {
-    for (const AssetEvent& event : due_splits_.of(session)) {
+    splits_today_ = due_splits_.of(session);
+    for (const AssetEvent& event : splits_today_) {
         book.split(event.asset, session, event.amount);
         if (const double shares = book.shares(event.asset); shares != 0.0) {
             result_.bookings.add(session, event.asset, BookingKind::kSplit, 0.0, shares);
@@ -128,8 +130,8 @@ void Account::pay_dividends(Book& book, std::size_t session) {
         log_.add(AccountColumn::kDividends, gross);
         log_.add(AccountColumn::kTax, withheld);
         trips_.received(event.asset, gross - withheld);
-        trips_.dividend(event.asset, (gross - withheld) / (shares * rate) *
-                                         splits_.factor(event.asset, session));
+        trips_.dividend(event.asset,
+                        (gross - withheld) / (shares * rate) * splits_.at(event.asset, session));
         result_.bookings.add(session, event.asset, BookingKind::kDividend, gross - withheld,
                              shares);
     }

@@ -37,7 +37,7 @@ void Account::open_trip(std::size_t asset, std::int64_t rebalance, std::size_t s
                    .asset = static_cast<std::int32_t>(asset),
                    .shares = shares};
     trip.cost_rate = cost_rate(asset, session, shares > 0.0);
-    trip.factor = splits_.factor(asset, session);
+    trip.factor = splits_.at(asset, session);
     trips_.open(trip);
 }
 
@@ -56,7 +56,7 @@ double Account::trip_return(const TripMoney& money, const RoundTrip& trip,
 void Account::close_trip(std::size_t asset, std::size_t session, double price, RoundTrip* trip) {
     const TripMoney* money = trips_.close(asset);
     if (money != nullptr && trip != nullptr) {
-        const double grown = splits_.factor(asset, session) / money->factor;
+        const double grown = splits_.at(asset, session) / money->factor;
         trip->net_return = trip_return(*money, *trip, price * grown,
                                        cost_rate(asset, session, trip->weight < 0.0));
     }
@@ -65,7 +65,7 @@ void Account::close_trip(std::size_t asset, std::size_t session, double price, R
 void Account::mark_open(std::size_t asset, std::size_t session, double shares, double price,
                         RoundTrip* trip) {
     if (const TripMoney* money = trips_.find(asset); money != nullptr && trip != nullptr) {
-        const double grown = splits_.factor(asset, session) / money->factor;
+        const double grown = splits_.at(asset, session) / money->factor;
         trip->net_return =
             trip_return(*money, *trip, currencies_.quoted(asset, session, price) * grown, 0.0);
     }

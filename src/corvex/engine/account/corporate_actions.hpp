@@ -1,10 +1,10 @@
 #pragma once
 
 #include "corvex/engine/account/terms.hpp"
-#include "corvex/engine/portfolio/price_set.hpp"
 
 #include <cstddef>
-#include <memory>
+#include <cstdint>
+#include <limits>
 #include <span>
 #include <vector>
 
@@ -28,24 +28,26 @@ class EventQueue {
         }
         return events_.subspan(begin, next_ - begin);
     }
+    /// The session of the next event; the largest number after the last one.
+    [[nodiscard]] std::size_t next_session() const {
+        return next_ < events_.size() ? static_cast<std::size_t>(events_[next_].session)
+                                      : std::numeric_limits<std::size_t>::max();
+    }
 
   private:
     std::span<const Event> events_;
     std::size_t next_ = 0;
 };
 
-/// Prices that splits do not interrupt: each times the shares that one share of the beginning has
-/// become. Stops, excursions and returns look at these.
-class SplitPrices {
+/// The shares that one share of the beginning has become.
+class SplitFactors {
   public:
-    SplitPrices(const PriceSet& quoted, std::span<const AssetEvent> splits);
+    SplitFactors(std::span<const AssetEvent> splits, std::size_t assets);
 
-    [[nodiscard]] bool any() const { return adjusted_ != nullptr; }
-    [[nodiscard]] const PriceSet& prices() const { return any() ? *adjusted_ : quoted_; }
+    [[nodiscard]] bool any() const { return !steps_.empty(); }
     [[nodiscard]] bool splits(std::size_t asset) const { return any() && !steps_[asset].empty(); }
-    /// The shares that one share of the beginning has become in a session.
-    [[nodiscard]] double factor(std::size_t asset, std::size_t session) const {
-        return splits(asset) ? factor_of(asset, session) : 1.0;
+    [[nodiscard]] double at(std::size_t asset, std::size_t session) const {
+        return splits(asset) ? step_at(asset, session) : 1.0;
     }
 
   private:
@@ -54,13 +56,9 @@ class SplitPrices {
         double factor; ///< from this session on
     };
 
-    [[nodiscard]] double factor_of(std::size_t asset, std::size_t session) const;
-    PriceTable adjust(const PriceTable& quoted);
+    [[nodiscard]] double step_at(std::size_t asset, std::size_t session) const;
 
-    const PriceSet& quoted_;
-    std::vector<std::vector<Step>> steps_; ///< of each asset
-    std::vector<std::vector<double>> tables_;
-    std::unique_ptr<PriceSet> adjusted_;
+    std::vector<std::vector<Step>> steps_; ///< of each asset; empty without any split
 };
 
 } // namespace corvex::engine::inline v1

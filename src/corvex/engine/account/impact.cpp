@@ -43,12 +43,11 @@ void add_squares(const double* changes, const double* mean, std::span<double> sq
 
 } // namespace
 
-Impact::Impact(const AccountTerms& terms, const SplitPrices& prices)
-    : terms_{terms}, prices_{prices} {
+Impact::Impact(const AccountTerms& terms, const PriceTable& close, const SplitFactors& splits)
+    : terms_{terms}, close_{close}, splits_{splits} {
     if (active()) {
-        const std::size_t assets = prices.prices().assets();
-        ratio_.resize(assets);
-        session_.assign(assets, -1);
+        ratio_.resize(close.assets);
+        session_.assign(close.assets, -1);
     }
 }
 
@@ -59,6 +58,12 @@ void Impact::Sums::reset(std::size_t assets) {
 
 void Impact::look_back(std::span<const std::uint32_t> assets, std::size_t session) {
     const std::size_t begin = session - std::min(session, terms_.impact.window);
+    split_.clear();
+    for (std::size_t k = 0; splits_.any() && k < assets.size(); ++k) {
+        if (splits_.splits(assets[k])) {
+            split_.push_back(k);
+        }
+    }
     find_volatility(assets, begin, session);
     find_volume(assets, begin, session);
     for (std::size_t k = 0; k < assets.size(); ++k) {
@@ -72,7 +77,6 @@ void Impact::look_back(std::span<const std::uint32_t> assets, std::size_t sessio
 /// Sample deviation of the returns from close to close in [begin, end); NaN for fewer than two.
 void Impact::find_volatility(std::span<const std::uint32_t> assets, std::size_t begin,
                              std::size_t end) {
-    const PriceTable& close = prices_.prices().close();
     const std::size_t size = assets.size();
     const std::size_t first = std::max<std::size_t>(begin, 1);
     const std::size_t rows = end > first ? end - first : 0;
@@ -81,12 +85,18 @@ void Impact::find_volatility(std::span<const std::uint32_t> assets, std::size_t 
     closes_.resize(2 * size);
     double* before = closes_.data();
     double* now = before + size;
+    const auto read = [&](std::size_t session, double* out) {
+        gather(close_.row(session), assets, out);
+        for (const std::size_t k : split_) {
+            out[k] *= splits_.at(assets[k], session);
+        }
+    };
     if (rows > 0) {
-        gather(close.row(first - 1), assets, before);
+        read(first - 1, before);
     }
     for (std::size_t row = 0; row < rows; ++row) {
         const std::span changes{changes_.data() + row * size, size};
-        gather(close.row(first + row), assets, now);
+        read(first + row, now);
         find_changes(before, now, changes);
         add_present(changes.data(), sums_.count, sums_.total.data());
         std::swap(before, now);
@@ -112,11 +122,8 @@ void Impact::find_volume(std::span<const std::uint32_t> assets, std::size_t begi
     volume_.resize(size);
     for (std::size_t session = begin; session < end; ++session) {
         gather(volume.row(session), assets, volume_.data());
-        for (std::size_t k = 0; prices_.any() && k < size; ++k) {
-            if (prices_.splits(assets[k])) {
-                volume_[k] *= prices_.factor(assets[k], end);
-                volume_[k] /= prices_.factor(assets[k], session);
-            }
+        for (const std::size_t k : split_) {
+            volume_[k] *= splits_.at(assets[k], end) / splits_.at(assets[k], session);
         }
         add_present(volume_.data(), sums_.count, sums_.total.data());
     }

@@ -2,6 +2,7 @@
 
 #include "corvex/engine/account/corporate_actions.hpp"
 #include "corvex/engine/account/terms.hpp"
+#include "corvex/engine/portfolio/price_table.hpp"
 
 #include <cstddef>
 #include <cstdint>
@@ -16,7 +17,7 @@ namespace corvex::engine::inline v1 {
 /// kept for the session: an order's impact is asked for many times until its size is found.
 class Impact {
   public:
-    Impact(const AccountTerms& terms, const SplitPrices& prices);
+    Impact(const AccountTerms& terms, const PriceTable& close, const SplitFactors& splits);
 
     /// The ratio by which an order of one share moves the price; 0 where the window tells nothing.
     [[nodiscard]] double of_one_share(std::size_t asset, std::size_t session) {
@@ -46,14 +47,16 @@ class Impact {
     void find_volume(std::span<const std::uint32_t> assets, std::size_t begin, std::size_t end);
 
     const AccountTerms& terms_;
-    const SplitPrices& prices_;
+    const PriceTable& close_; ///< quoted
+    const SplitFactors& splits_;
     std::vector<double> ratio_;
     std::vector<std::int64_t> session_; ///< that the ratio of an asset is for
     Sums sums_;
-    std::vector<double> closes_;  ///< of two rows
-    std::vector<double> changes_; ///< of each session of the window
-    std::vector<double> moves_;   ///< the volatility of each asset
-    std::vector<double> volume_;  ///< its mean volume
+    std::vector<std::size_t> split_; ///< the entries whose shares are split some day
+    std::vector<double> closes_;     ///< of two rows
+    std::vector<double> changes_;    ///< of each session of the window
+    std::vector<double> moves_;      ///< the volatility of each asset
+    std::vector<double> volume_;     ///< its mean volume
 };
 
 } // namespace corvex::engine::inline v1

@@ -26,9 +26,9 @@ Simulator::Simulator(const SimulationInput& input)
             input.account == nullptr ? 1.0 : input.account->capital,
             account_ == nullptr ? nullptr : &account_->currencies()},
       solver_{input.options.costs, assets_}, row_solver_{input.options.costs, assets_},
-      stops_{watched(), input.options.stops}, cooldowns_{assets_, input.options.stops.cooldown},
+      stops_{input.prices, input.options.stops}, cooldowns_{assets_, input.options.stops.cooldown},
       waiting_{assets_}, pending_{assets_},
-      excursions_{watched().close(), input.plan.first_session,
+      excursions_{input.prices.close(), input.plan.first_session,
                   input.record.trades && input.record.excursions},
       log_{input.options.costs, assets_, input.plan.rebalances(), kept_trips(input.record)},
       fills_{input.options.costs, assets_ * input.plan.rebalances(), input.record.fills},
@@ -109,6 +109,7 @@ void Simulator::run_session(std::size_t session) {
     }
     if (account_ != nullptr) {
         account_->begin(book_, session);
+        follow_splits(session);
     }
     close_ended(session);
     fired_.clear();
@@ -132,16 +133,27 @@ bool Simulator::stops_before_fills() const {
     return stops_.inside_sessions() ? !fills_at(FillAt::kOpen) : fills_at(FillAt::kClose);
 }
 
+/// Stops and excursions see through splits: what they remember is told in the new shares.
+void Simulator::follow_splits(std::size_t session) {
+    for (const AssetEvent& split : account_->splits_today()) {
+        excursions_.observe_before(session);
+        excursions_.split(split.asset, split.amount);
+        stops_.split(split.asset, split.amount);
+    }
+}
+
 /// The session whose stops the positions of the next rebalance may be the first to set off.
 std::size_t Simulator::stop_block_end(std::size_t session) const {
+    const std::size_t next_split =
+        account_ == nullptr ? in_.prices.sessions() : account_->next_split();
     for (std::size_t row = next_rebalance_; row < in_.plan.rebalances(); ++row) {
         const auto fill = static_cast<std::size_t>(in_.plan.signal_session[row] + 1);
         const std::size_t end = fill + (stops_before_fills() ? 1 : 0);
         if (end > session) {
-            return end;
+            return std::min(end, next_split);
         }
     }
-    return in_.prices.sessions();
+    return std::min(in_.prices.sessions(), next_split);
 }
 
 void Simulator::close_ended(std::size_t session) {

@@ -65,6 +65,7 @@ class Simulator {
 
     // The steps of a session (simulator.cpp).
     void run_session(std::size_t session);
+    void follow_splits(std::size_t session);
     void close_ended(std::size_t session);
     void fill_orders(std::size_t session);
     void fire_stops(std::size_t session);
@@ -130,13 +131,6 @@ class Simulator {
     }
     [[nodiscard]] double rate(std::size_t asset, std::size_t session) const {
         return account_ == nullptr ? 1.0 : account_->currencies().rate(asset, session);
-    }
-    [[nodiscard]] double split_factor(std::size_t asset, std::size_t session) const {
-        return account_ == nullptr ? 1.0 : account_->watched().factor(asset, session);
-    }
-    /// The prices that stops and excursions look at.
-    [[nodiscard]] const PriceSet& watched() const {
-        return account_ == nullptr ? in_.prices : account_->watched().prices();
     }
 
     // Round trips (simulator_orders.cpp).

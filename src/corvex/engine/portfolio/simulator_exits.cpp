@@ -31,11 +31,9 @@ void Simulator::fill_touched_stops(std::size_t session) {
         const ExitCause cause{stop.reason, static_cast<std::int64_t>(session), -1};
         waiting_.cancel(asset);
         cooldowns_.start(asset);
-        const double factor = split_factor(asset, session);
         const double order_price = fill_price(asset, session);
-        const bool at_order_price = stop.price == quoted(asset, session, order_price) * factor;
-        const double price =
-            at_order_price ? order_price : stop.price / factor * rate(asset, session);
+        const bool at_order_price = stop.price == quoted(asset, session, order_price);
+        const double price = at_order_price ? order_price : stop.price * rate(asset, session);
         if (at_order_price && stops_before_fills() && rebalance_is_due(session) && nets_orders()) {
             leave_to_order(asset, session, price, cause, true);
             continue;

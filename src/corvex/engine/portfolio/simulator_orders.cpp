@@ -260,8 +260,7 @@ void Simulator::close_round_trip(const Change& change) {
                            (at_close && !change.touched && reason != ExitReason::kPricesEnded);
     const double price = quoted(change.asset, change.session, change.price);
     const auto figures = excursions_.close(change.asset, change.session + (saw_close ? 1 : 0),
-                                           price * split_factor(change.asset, change.session),
-                                           at_close && change.touched);
+                                           price, at_close && change.touched);
     RoundTrip* trip = log_.close(change.asset, change.session, price, change.cause, figures);
     if (account_ != nullptr) {
         account_->close_trip(change.asset, change.session, price, trip);
@@ -278,8 +277,7 @@ void Simulator::open_round_trip(const Change& change) {
     const double price = quoted(change.asset, change.session, change.price);
     double executed = in_.options.costs.executed(price, is_long);
     if (account_ != nullptr) {
-        executed = account_->executed_price(change.asset, change.session, price, is_long) *
-                   split_factor(change.asset, change.session);
+        executed = account_->executed_price(change.asset, change.session, price, is_long);
     }
     excursions_.open(change.asset, is_long, executed);
     const std::int64_t row = change.cause.rebalance;

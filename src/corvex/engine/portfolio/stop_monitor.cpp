@@ -34,6 +34,14 @@ void StopMonitor::leave(std::size_t asset) {
     reached_[asset] = -1;
 }
 
+void StopMonitor::split(std::size_t asset, double ratio) {
+    if (active()) {
+        loss_level_[asset] /= ratio;
+        profit_level_[asset] /= ratio;
+        best_[asset] /= ratio;
+    }
+}
+
 void StopMonitor::enter(std::size_t asset, bool is_long, double fill_price,
                         std::size_t first_check) {
     const double side = is_long ? 1.0 : -1.0;

@@ -46,6 +46,9 @@ class StopMonitor {
     [[nodiscard]] bool watches(std::size_t asset) const { return side_[asset] != 0.0; }
     /// Stops watching an asset.
     void leave(std::size_t asset);
+    /// Levels that one share had count for the several that it becomes. To be called at the
+    /// beginning of a session; no block may reach beyond it before.
+    void split(std::size_t asset, double ratio);
 
     /// The first session from this one on that has to be asked for its stops.
     [[nodiscard]] std::size_t quiet_until(std::size_t session) const;

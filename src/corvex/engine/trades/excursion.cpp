@@ -56,6 +56,16 @@ void ExcursionTracker::open(std::size_t asset, bool is_long, double fill_price) 
     profit_bars_[asset] = 0.0;
 }
 
+void ExcursionTracker::split(std::size_t asset, double ratio) {
+    if (!enabled()) {
+        return;
+    }
+    for (auto* values :
+         {&shift_, &entry_, &lowest_, &highest_, &highest_at_lowest_, &trough_, &peak_}) {
+        (*values)[asset] /= ratio;
+    }
+}
+
 CORVEX_VECTOR_CLONES
 void ExcursionTracker::observe_strip(std::size_t asset, std::size_t begin, std::size_t end) {
     Lanes side;

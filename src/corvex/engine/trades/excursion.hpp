@@ -29,6 +29,10 @@ class ExcursionTracker {
     /// Follows a new position by its entry fill price, slippage in.
     void open(std::size_t asset, bool is_long, double fill_price);
 
+    /// Prices from the first one that has not been observed are those of the several shares that
+    /// one becomes.
+    void split(std::size_t asset, double ratio);
+
     /// Figures of a position that exits at a quoted price after the closes before `end`.
     /// @param counts_as_bar  whether the exit is a bar of its own, for the days in profit.
     ExcursionFigures close(std::size_t asset, std::size_t end, double price, bool counts_as_bar);
