@@ -136,7 +136,7 @@ class Account {
     [[nodiscard]] bool can_borrow(std::size_t asset, std::size_t session) const;
     [[nodiscard]] bool at_limit(std::size_t asset, std::size_t session, bool buy,
                                 double price) const;
-    [[nodiscard]] double dividend_today(std::size_t asset, std::size_t session) const;
+    [[nodiscard]] double dividend_today(std::size_t asset) const;
     [[nodiscard]] const LastOrder* order_of(std::size_t asset, std::size_t session, bool buy) const;
     [[nodiscard]] double cost_rate(std::size_t asset, std::size_t session, bool buy) const;
     [[nodiscard]] double trip_return(const TripMoney& money, const RoundTrip& trip,
@@ -165,6 +165,7 @@ class Account {
     TripLedger trips_;
     EventQueue<AssetEvent> due_splits_;
     std::span<const AssetEvent> splits_today_;
+    std::span<const AssetEvent> dividends_today_;
     EventQueue<AssetEvent> due_dividends_;
     EventQueue<CashEvent> due_flows_;
     AccountLog log_;

@@ -82,11 +82,9 @@ bool Account::can_borrow(std::size_t asset, std::size_t session) const {
     return terms_.borrow_rate.empty() || !std::isnan(terms_.borrow_rate.at(session, asset));
 }
 
-double Account::dividend_today(std::size_t asset, std::size_t session) const {
-    const auto now = static_cast<std::int64_t>(session);
-    const auto today = std::ranges::equal_range(terms_.dividends, now, {}, &AssetEvent::session);
+double Account::dividend_today(std::size_t asset) const {
     double amount = 0.0;
-    for (const AssetEvent& event : today) {
+    for (const AssetEvent& event : dividends_today_) {
         amount += event.asset == asset ? event.amount : 0.0;
     }
     return amount;
@@ -99,8 +97,7 @@ bool Account::at_limit(std::size_t asset, std::size_t session, bool buy, double 
     }
     const double limit = terms_.price_limit.at(session, asset);
     const double split = splits_.at(asset, session) / splits_.at(asset, session - 1);
-    const double reference =
-        prices_.close().at(session - 1, asset) / split - dividend_today(asset, session);
+    const double reference = prices_.close().at(session - 1, asset) / split - dividend_today(asset);
     const double quoted = currencies_.quoted(asset, session, price);
     const double opened = terms_.opens.empty() ? quoted : terms_.opens.at(session, asset);
     const double opens = std::isnan(opened) ? quoted : opened;

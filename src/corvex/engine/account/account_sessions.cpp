@@ -117,7 +117,8 @@ void Account::split(Book& book, std::size_t session) {
 }
 
 void Account::pay_dividends(Book& book, std::size_t session) {
-    for (const AssetEvent& event : due_dividends_.of(session)) {
+    dividends_today_ = due_dividends_.of(session);
+    for (const AssetEvent& event : dividends_today_) {
         const double shares = book.shares(event.asset);
         if (shares == 0.0) {
             continue;

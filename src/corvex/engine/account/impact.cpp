@@ -9,11 +9,16 @@ namespace corvex::engine::inline v1 {
 
 namespace {
 
-/// The values of some assets in a row of a table, side by side.
-void gather(const double* row, std::span<const std::uint32_t> assets, double* out) {
-    for (std::size_t k = 0; k < assets.size(); ++k) {
-        out[k] = row[assets[k]];
+/// The values of some assets in a row of a table, side by side: the row itself where that is all.
+const double* chosen(const double* row, std::size_t columns, std::span<const std::uint32_t> assets,
+                     double* room) {
+    if (assets.size() == columns) {
+        return row;
     }
+    for (std::size_t k = 0; k < assets.size(); ++k) {
+        room[k] = row[assets[k]];
+    }
+    return room;
 }
 
 /// Adds what is there to counts and totals.
@@ -83,23 +88,23 @@ void Impact::find_volatility(std::span<const std::uint32_t> assets, std::size_t 
     sums_.reset(size);
     changes_.resize(rows * size);
     closes_.resize(2 * size);
-    double* before = closes_.data();
-    double* now = before + size;
-    const auto read = [&](std::size_t session, double* out) {
-        gather(close_.row(session), assets, out);
-        for (const std::size_t k : split_) {
-            out[k] *= splits_.at(assets[k], session);
-        }
+    const auto closes = [&](std::size_t session) {
+        double* room = closes_.data() + (session % 2) * size;
+        return chosen(close_.row(session), close_.assets, assets, room);
     };
-    if (rows > 0) {
-        read(first - 1, before);
-    }
+    const double* before = rows > 0 ? closes(first - 1) : nullptr;
     for (std::size_t row = 0; row < rows; ++row) {
+        const std::size_t session = first + row;
         const std::span changes{changes_.data() + row * size, size};
-        read(first + row, now);
+        const double* now = closes(session);
         find_changes(before, now, changes);
+        for (const std::size_t k : split_) {
+            const double one_became =
+                splits_.at(assets[k], session) / splits_.at(assets[k], session - 1);
+            changes[k] = now[k] * one_became / before[k] - 1.0;
+        }
         add_present(changes.data(), sums_.count, sums_.total.data());
-        std::swap(before, now);
+        before = now;
     }
     for (std::size_t k = 0; k < size; ++k) {
         sums_.total[k] /= sums_.count[k];
@@ -121,11 +126,15 @@ void Impact::find_volume(std::span<const std::uint32_t> assets, std::size_t begi
     sums_.reset(size);
     volume_.resize(size);
     for (std::size_t session = begin; session < end; ++session) {
-        gather(volume.row(session), assets, volume_.data());
+        const double* values = chosen(volume.row(session), volume.columns, assets, volume_.data());
+        if (!split_.empty() && values != volume_.data()) {
+            volume_.assign(values, values + size);
+            values = volume_.data();
+        }
         for (const std::size_t k : split_) {
             volume_[k] *= splits_.at(assets[k], end) / splits_.at(assets[k], session);
         }
-        add_present(volume_.data(), sums_.count, sums_.total.data());
+        add_present(values, sums_.count, sums_.total.data());
     }
     for (std::size_t k = 0; k < size; ++k) {
         volume_[k] = sums_.total[k] / sums_.count[k];

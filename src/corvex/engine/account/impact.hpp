@@ -30,7 +30,7 @@ class Impact {
         }
         return ratio_[asset];
     }
-    /// Works out the ratios of assets that are going to be asked for.
+    /// Works out the ratios of assets, ascending, that are going to be asked for.
     void look_back(std::span<const std::uint32_t> assets, std::size_t session);
     [[nodiscard]] bool active() const { return terms_.impact.coefficient > 0.0; }
 

@@ -122,34 +122,35 @@ void TargetSolver::Orders::resize(std::size_t lines) {
     moved.assign(lines, 0.0);
 }
 
-void TargetSolver::Columns::clear() {
+void TargetSolver::Columns::make_room(std::size_t lines) {
     for (auto* column : {&shares, &price, &weight, &fee, &tax, &slippage, &impact, &rate}) {
-        column->clear();
+        column->resize(std::max(column->size(), lines));
     }
 }
 
-void TargetSolver::Columns::add(const Line& line, const Costs& ratios) {
-    shares.push_back(line.shares);
-    price.push_back(line.price);
-    weight.push_back(line.weight);
-    fee.push_back(ratios.fee);
-    tax.push_back(ratios.tax);
-    slippage.push_back(ratios.slippage);
-    impact.push_back(line.impact);
-    rate.push_back(line.rate);
+void TargetSolver::Columns::set(std::size_t place, const Line& line, const Costs& ratios) {
+    shares[place] = line.shares;
+    price[place] = line.price;
+    weight[place] = line.weight;
+    fee[place] = ratios.fee;
+    tax[place] = ratios.tax;
+    slippage[place] = ratios.slippage;
+    impact[place] = line.impact;
+    rate[place] = line.rate;
 }
 
-void TargetSolver::clear() {
-    lines_.clear();
-    columns_.clear();
+void TargetSolver::clear(std::size_t most) {
+    size_ = 0;
+    columns_.make_room(most);
+    assets_of_lines_.resize(std::max(assets_of_lines_.size(), most));
     has_impact_ = has_rates_ = false;
     long_weight_ = short_weight_ = fixed_weight_ = fixed_value_ = 0.0;
     has_fixed_ = false;
 }
 
 void TargetSolver::add(const Line& line) {
-    lines_.push_back(line);
-    columns_.add(line, costs_.ratios(line.asset));
+    assets_of_lines_[size_] = line.asset;
+    columns_.set(size_++, line, costs_.ratios(line.asset));
     has_impact_ |= line.impact > 0.0;
     has_rates_ |= line.rate != 1.0;
     (line.weight > 0.0 ? long_weight_ : short_weight_) += line.weight;
@@ -161,13 +162,10 @@ void TargetSolver::add_fixed(double value, double weight) {
     has_fixed_ = true;
 }
 
-double TargetSolver::value(const Line& line, double equity) const {
-    return line.weight > 0.0 ? line.weight * (long_slope_ * equity + long_offset_)
-                             : line.weight * equity;
-}
-
 double TargetSolver::shares(std::size_t index) const {
-    return value(lines_[index], equity_) / lines_[index].price;
+    const double weight = columns_.weight[index];
+    const double base = weight > 0.0 ? long_slope_ * equity_ + long_offset_ : equity_;
+    return weight * base / columns_.price[index];
 }
 
 /// What all lines cost, added up one after the other: the last digits are those of single orders.
@@ -212,7 +210,7 @@ double TargetSolver::settle(double equity_before) const {
 }
 
 double TargetSolver::solve(double equity_before) {
-    orders_.resize(lines_.size());
+    orders_.resize(size_);
     long_slope_ = 1.0;
     long_offset_ = 0.0;
     equity_ = settle(equity_before);

@@ -27,7 +27,8 @@ class TargetSolver {
 
     explicit TargetSolver(const OrderCosts& costs) : costs_{costs} {}
 
-    void clear();
+    /// @param most  how many lines there may come to be.
+    void clear(std::size_t most);
     void add(const Line& line);
     /// A holding that is not traded: its value stays, whatever its target.
     void add_fixed(double value, double weight);
@@ -35,7 +36,9 @@ class TargetSolver {
     /// Solves for the equity after costs; 0 when the costs leave none.
     double solve(double equity_before);
 
-    [[nodiscard]] const std::vector<Line>& lines() const { return lines_; }
+    [[nodiscard]] std::size_t size() const { return size_; }
+    [[nodiscard]] std::uint32_t asset(std::size_t index) const { return assets_of_lines_[index]; }
+    [[nodiscard]] double price(std::size_t index) const { return columns_.price[index]; }
     /// The exact holding of a line.
     [[nodiscard]] double shares(std::size_t index) const;
 
@@ -51,8 +54,8 @@ class TargetSolver {
         std::vector<double> impact;
         std::vector<double> rate;
 
-        void clear();
-        void add(const Line& line, const Costs& ratios);
+        void make_room(std::size_t lines);
+        void set(std::size_t place, const Line& line, const Costs& ratios);
     };
     struct At {
         double equity;
@@ -77,12 +80,12 @@ class TargetSolver {
     static void find_fees(const Columns& lines, std::span<const FeeStep> table, Orders& orders);
     static void find_costs(const Columns& lines, const At& at, const FeeTerms& fees,
                            Orders& orders);
-    [[nodiscard]] double value(const Line& line, double equity) const;
     [[nodiscard]] double costs_at(double equity) const;
     [[nodiscard]] double settle(double equity_before) const;
 
     const OrderCosts& costs_;
-    std::vector<Line> lines_;
+    std::size_t size_ = 0;
+    std::vector<std::uint32_t> assets_of_lines_;
     Columns columns_;
     mutable Orders orders_;
     bool has_impact_ = false;

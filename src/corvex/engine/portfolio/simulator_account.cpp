@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
+#include <vector>
 
 namespace corvex::engine::inline v1 {
 
@@ -43,9 +45,9 @@ void Simulator::rebalance_account(std::int64_t row, std::span<const double> weig
     excursions_.observe_before(fills_at(FillAt::kClose) ? session + 1 : session);
     const TargetSolver& solver = account_->solver();
     wanted_.clear();
-    for (std::size_t k = 0; k < solver.lines().size(); ++k) {
-        const TargetSolver::Line& line = solver.lines()[k];
-        wanted_.push_back({line.asset, weights[line.asset], line.price, solver.shares(k)});
+    for (std::size_t k = 0; k < solver.size(); ++k) {
+        const std::uint32_t asset = solver.asset(k);
+        wanted_.push_back({asset, weights[asset], solver.price(k), solver.shares(k)});
     }
     place(row, session, after);
     leaving_.clear();
@@ -53,7 +55,7 @@ void Simulator::rebalance_account(std::int64_t row, std::span<const double> weig
 
 /// Lists what can be traded in wanted_, and gives the solver what cannot. Returns the equity.
 double Simulator::collect_wanted(std::span<const double> weights, std::size_t session) {
-    account_->solver().clear();
+    account_->solver().clear(assets_);
     wanted_.clear();
     total_weight_ = 0.0;
     double equity = book_.cash();
@@ -122,7 +124,7 @@ void Simulator::trade_waiting_account(std::size_t asset, std::size_t session, do
         return;
     }
     TargetSolver& solver = account_->solver();
-    solver.clear();
+    solver.clear(1);
     solver.add({static_cast<std::uint32_t>(asset), held, price, weight,
                 account_->impact(asset, session), rate(asset, session)});
     if (!(solver.solve(equity) > 0.0)) {
@@ -235,12 +237,21 @@ void Simulator::cut_to_cash(std::size_t session, double equity) {
 /// suffices.
 void Simulator::round_down_to_cash(std::size_t session, double floor) {
     const auto added = [](const Account::Wanted& w) { return (w.after - w.exact) * w.price; };
-    std::ranges::stable_sort(wanted_, std::ranges::greater{}, added);
     double cash = cash_after(session, 1.0);
-    for (Account::Wanted& wanted : wanted_) {
-        if (!(added(wanted) > 0.0) || cash >= floor) {
-            break;
+    if (cash >= floor) {
+        return;
+    }
+    std::vector<std::pair<double, std::size_t>> raised;
+    for (std::size_t k = 0; k < wanted_.size(); ++k) {
+        if (const double value = added(wanted_[k]); value > 0.0) {
+            raised.emplace_back(value, wanted_.size() - k); // of the same, the first comes first
         }
+    }
+    std::ranges::make_heap(raised);
+    while (!raised.empty() && cash < floor) {
+        std::ranges::pop_heap(raised);
+        Account::Wanted& wanted = wanted_[wanted_.size() - raised.back().second];
+        raised.pop_back();
         cash += outlay(wanted, session, 1.0);
         wanted.after = std::max(whole_lots(wanted.exact, account_->lot(wanted.asset)),
                                 book_.shares(wanted.asset));
