@@ -11,6 +11,7 @@ import pandas as pd
 from corvex.comparison.compared_tables import RISK_FREE_RATE, ComparedTables
 from corvex.comparison.comparison_page import comparison_html
 from corvex.comparison.comparison_text import comparison_text
+from corvex.core.dashboard.figures.activity import costs
 from corvex.core.dashboard.figures.curve_series import wall_days
 from corvex.core.report import Report
 from corvex.utils import write_text
@@ -140,7 +141,7 @@ def _unused(name: str, taken: Mapping[str, Report]) -> str:
 
 
 def _curve(report: Report) -> pd.Series:
-    """A report's daily values on the days of its own exchange, those above zero only."""
+    """A report's daily values on the days of its own exchange, without the missing ones."""
     curve = report.daily_creturn
     days = wall_days(curve.index).astype("datetime64[D]").astype("datetime64[s]")
     values = pd.Series(np.asarray(curve, dtype=np.float64), pd.DatetimeIndex(days))
@@ -149,11 +150,13 @@ def _curve(report: Report) -> pd.Series:
 
 
 def _run(report: Report, curve: pd.Series) -> dict[str, object]:
+    paid = costs(report)
+    rates = {name: paid[name] for name in ("fee_ratio", "tax_ratio")}
     return {
         "start": f"{curve.index[0]:%Y-%m-%d}",
         "end": f"{curve.index[-1]:%Y-%m-%d}",
         "market": str(report.market.get_name()),
         "trades": len(report.trades),
-        "fee_ratio": float(report.fee_ratio),
-        "tax_ratio": float(report.tax_ratio),
+        # An account may have more than one.
+        **{name: rate if isinstance(rate, float) else np.nan for name, rate in rates.items()},
     }

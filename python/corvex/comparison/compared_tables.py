@@ -26,7 +26,8 @@ class ComparedTables:
         Value of each report, 1.0 at the first common date; common dates x reports.
     runs : DataFrame
         What each report is, reports x ``start``, ``end`` (ISO dates of its whole curve),
-        ``market``, ``trades`` (number of them), ``fee_ratio`` and ``tax_ratio``.
+        ``market``, ``trades`` (number of them), ``fee_ratio`` and ``tax_ratio`` (NaN where an
+        account has them by asset, by date or by value).
     riskfree_rate : float
         Per year, a fraction: what the figures count as earned without risk.
     figures : DataFrame
@@ -69,7 +70,8 @@ def _figures(curve: pd.Series, riskfree_rate: float) -> dict[str, float]:
     stats = PerformanceStats(curve, riskfree_rate)
     risk = risk_figures(curve.to_numpy(), wall_days(curve.index))
     return {
-        name: risk[name] if name in risk else getattr(stats, name)
+        # A curve that is worth nothing from the first common date on has none of them.
+        name: risk[name] if name in risk else getattr(stats, name, np.nan)
         for name in catalogue().views["compared"]
     }
 

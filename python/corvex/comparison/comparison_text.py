@@ -2,6 +2,8 @@
 
 from __future__ import annotations
 
+import math
+
 from corvex.comparison.compared_tables import ComparedTables
 from corvex.ffn_core.catalogue import show
 from corvex.plaintext import printable, text_table
@@ -37,16 +39,17 @@ def comparison_text(compared: ComparedTables) -> str:
         chosen = compared.ranking[:_MOST_SHOWN]
         heads = [str(rank) for rank in range(1, len(chosen) + 1)]
     correlation = compared.correlation.loc[chosen, chosen].to_numpy()
-    yearly_rows = [
-        [str(year), *(f"{value:.2f}" for value in row)] for year, row in yearly[chosen].iterrows()
-    ]
+    yearly_rows = [[str(year), *map(_number, row)] for year, row in yearly[chosen].iterrows()]
     correlation_rows = [
-        [name, *(f"{value:.2f}" for value in row)]
-        for name, row in zip(heads, correlation, strict=True)
+        [name, *map(_number, row)] for name, row in zip(heads, correlation, strict=True)
     ]
     years = "Return by year, %\n" + text_table(["year", *heads], yearly_rows)
     pairs = "Correlation of daily returns\n" + text_table(["", *heads], correlation_rows)
     return "\n\n".join((span, figures, years, pairs))
+
+
+def _number(value: float) -> str:
+    return "-" if math.isnan(value) else f"{value:.2f}"
 
 
 def _ranked_text(compared: ComparedTables) -> str:

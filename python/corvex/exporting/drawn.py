@@ -44,7 +44,7 @@ def draw(report: Report, picture: str, title: str | None) -> Figure:
     heading = title if title is not None else str(name) if name else ""
     figure.update_layout(
         template="none",
-        title={"text": html.escape(heading), "x": 0.02, "xanchor": "left"},
+        title={"text": _plain(heading), "x": 0.02, "xanchor": "left"},
         font={"family": _FONT, "size": 13, "color": _TEXT},
         margin={"l": 64, "r": 28, "t": 76 if heading else 40, "b": 44},
         legend={"orientation": "h", "x": 0, "y": 1, "yanchor": "bottom"},
@@ -159,7 +159,12 @@ def _years(report: Report, curves: Curves) -> list[dict[str, Any]]:
 
 def _market_name(report: Report) -> str:
     name = getattr(report.benchmark, "name", None)
-    return html.escape(str(name)) if name else "benchmark"
+    return _plain(str(name)) if name else "benchmark"
+
+
+def _plain(text: str) -> str:
+    """Text that plotly shows as it is: it reads a part of HTML, and no quotes in it."""
+    return html.escape(text, quote=False)
 
 
 def _dates(curves: Curves) -> np.ndarray:

@@ -31,6 +31,8 @@ _ON_THE_PAGE = {
     "trade_price@exit_date": "exit_price", "exit_reason": "reason",
     "long": "account_long", "short": "account_short", "gross": "gross", "equity": "n_equity",
     "interest": "interest", "financing": "financing", "borrow": "borrow",
+    "by asset": "value_by asset", "by value": "value_by value", "by date": "value_by date",
+    "a table": "value_a table",
     "dividends": "dividends", "impact": "impact", "flows": "account_flows", "currency": "currency",
 }  # fmt: skip
 _OTHERS: dict[Language, dict[str, str]] = {
@@ -59,4 +61,5 @@ def word(text: str, language: Language, sheet: str = "") -> str:
 def _words(language: Language) -> dict[str, str]:
     page = json.loads(asset(f"texts.{language}.json"))
     found = {text: page[name] for text, name in _ON_THE_PAGE.items()}
+    found |= {f"market: {name[7:]}": page[name] for name in page if name.startswith("market_")}
     return found | dict(zip(MONTHS, page["months"].split(), strict=True)) | _OTHERS[language]

@@ -34,7 +34,12 @@ _RUN = {
     "fee_ratio": "Fee on each side", "tax_ratio": "Tax on sales", "slippage_ratio": "Slippage",
     "generated": "Written at (UTC)",
 }  # fmt: skip
-_RATE_TEXTS = ("by asset", "by value")  # of an account, where others have a ratio
+_RATE_TEXTS = (
+    "by asset",
+    "by value",
+    "by date",
+    "a table",
+)  # of an account, where others have a ratio
 _OF_RUN: dict[str, Form] = {
     "start": "date", "end": "date", "generated": "date", "riskfree": "percent",
     "fee_ratio": "percent", "tax_ratio": "percent", "slippage_ratio": "percent",
@@ -103,7 +108,7 @@ def _figures(facts: Mapping[str, Any], language: Language) -> Sheet:
     market = stats["benchmark"] or {}
     rows = [
         [Cell(word("Run", language), "text"), Cell(word(label, language), "text"),
-         Cell(value, "text" if value in _RATE_TEXTS else _OF_RUN.get(name, "text")),
+         _of_run(name, value, language),
          Cell(None, "text"), Cell(name, "text")]
         for name, label in _RUN.items()
         if (value := {**costs, **facts["meta"]}.get(name)) is not None
@@ -123,6 +128,14 @@ def _figures(facts: Mapping[str, Any], language: Language) -> Sheet:
             ]
         )
     return Sheet("Figures", ("group", "figure", "strategy", "benchmark", "name"), rows, len(rows))
+
+
+def _of_run(name: str, value: Any, language: Language) -> Cell:
+    if value in _RATE_TEXTS:
+        return Cell(word(value, language), "text")
+    if name == "market":
+        value = word(f"market: {value}", language).removeprefix("market: ")
+    return Cell(value, _OF_RUN.get(name, "text"))
 
 
 def _months(years: Sequence[Mapping[str, Any]]) -> Sheet:

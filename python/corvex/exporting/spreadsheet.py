@@ -17,6 +17,7 @@ from corvex.exporting.extras import needed
 from corvex.exporting.headings import LANGUAGES, Language
 from corvex.exporting.sheets import Cell, Form, Sheet, sheets_of
 from corvex.files import atomic_open
+from corvex.plaintext import display_width
 
 if TYPE_CHECKING:
     from corvex.core.report import Report
@@ -139,8 +140,9 @@ def _write(target: Any, sheet: Sheet) -> None:
 
 
 def _width(name: str, cells: Sequence[Cell]) -> float:
-    longest = max((len(str(one.value)) for one in cells if one.form in ("text", "date")), default=8)
-    return min(max(len(name), min(longest, 20), 9) + 2, 40)
+    shown = (one.value for one in cells if one.form in ("text", "date"))
+    longest = max((display_width(str(value)) for value in shown), default=8)
+    return min(max(display_width(name), min(longest, 20), 9) + 2, 40)
 
 
 def _plain(cell: Cell) -> tuple[Any, str]:

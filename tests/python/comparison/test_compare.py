@@ -7,6 +7,7 @@ import pandas as pd
 import pytest
 
 import corvex
+from corvex.cli.summary import summary
 from corvex.comparison.comparison_page import MODULES
 from corvex.core.dashboard.page import report_page as page
 
@@ -87,6 +88,22 @@ def test_many_reports_are_ranked_and_their_names_wrapped(tmp_path):
     order = json.loads(facts[1])["order"]
     assert [list(named)[i] for i in order] == result.ranking
     assert len(re.search("<title>(.*?)</title>", page_text)[1]) < 300
+
+
+def test_what_is_not_known_is_left_open(reports):
+    ruined = walk("2020-06-01", 600, 4)
+    ruined.iloc[50:] = 0.0
+    prices = pd.DataFrame({"A": walk("2020-06-01", 600, 5), "B": walk("2020-06-01", 600, 6)})
+    fee = pd.Series([0.001, 0.002], prices.index[[0, 50]])
+    kept = corvex.simulate(
+        prices > 0, prices, market="us_stock", account=corvex.Account(capital=1e4, fee_ratio=fee)
+    )
+    named = {"ruined": corvex.from_equity(ruined), "kept": kept, "late": reports[2]}
+    result = corvex.compare(named)
+    assert result.figures["ruined"].isna().all()
+    assert result.runs.loc["kept", ["fee_ratio", "tax_ratio"]].isna().tolist() == [True, False]
+    assert "fee by date on each side" in summary(kept, None, "en")
+    assert re.search(r"^2021 +- +-?\d", result.to_text(), re.M)
 
 
 def test_what_cannot_be_compared_is_said(reports):

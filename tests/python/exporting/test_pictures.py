@@ -18,7 +18,7 @@ def report():
     curve.iloc[40] = 90.0
     benchmark = pd.Series(np.linspace(50.0, 60.0, 60), days[20:80], name="<b>index")
     with pytest.warns(UserWarning, match="covers"):
-        made = corvex.from_equity(curve, benchmark, name="<b>A & B")
+        made = corvex.from_equity(curve, benchmark, name='<b>A & "B"')
         # The benchmark is looked at when the report is made.
     return made
 
@@ -26,7 +26,7 @@ def report():
 def test_pictures_show_the_curves(report):
     overview = draw(report, "overview", None)
     own, market, fall, _ = overview.data
-    assert overview.layout.title.text == "&lt;b&gt;A &amp; B"
+    assert overview.layout.title.text == '&lt;b&gt;A &amp; "B"'
     assert market.name == "&lt;b&gt;index"
     np.testing.assert_allclose(own.y, report.creturn / report.creturn.iloc[0])
     assert overview.layout.yaxis.type == "log"

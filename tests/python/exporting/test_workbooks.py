@@ -90,8 +90,9 @@ def test_a_workbook_speaks_chinese_in_every_heading_and_holds_the_same(tmp_path)
     prices = corvex.data.sample("us_stocks").loc["2020":]
     held = prices.pct_change(60).rank(axis=1, ascending=False) <= 3
     report = corvex.simulate(
-        held, prices, resample="ME", trail_stop=0.1, account=corvex.Account(capital=1e6)
-    )
+        held, prices, resample="ME", trail_stop=0.1,
+        account=corvex.Account(capital=1e6, fee_table={0: 0.001}),
+    )  # fmt: skip
     books = {}
     for language in ("en", "zh-Hant"):
         corvex.save_workbook(report, tmp_path / "r.xlsx", language=language)
@@ -103,6 +104,8 @@ def test_a_workbook_speaks_chinese_in_every_heading_and_holds_the_same(tmp_path)
             if row[-1] != "generated":  # a second later
                 pairs = zip(row, other, strict=True)
                 assert all(then == value or isinstance(then, str) for value, then in pairs)
+    run = {row[4]: row[2] for row in books["zh-Hant"][0][1][1:]}
+    assert (run["market"], run["fee_ratio"]) == ("美股", "依金額")
     with pytest.raises(ValueError, match="language must be one of en, zh-Hant"):
         corvex.save_workbook(report, tmp_path / "r.xlsx", language="fr")
 

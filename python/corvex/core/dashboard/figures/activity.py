@@ -111,11 +111,14 @@ def costs(report: Report) -> dict[str, Any]:
 
 
 def _rate(settings: dict[str, Any], name: str, value: Any) -> float | str | None:
-    """Return a cost ratio, or how the account of the run has it instead: "by asset", "by value"."""
+    """Return a cost ratio, or how the account of the run has it instead, such as "by asset"."""
     terms = settings.get("account") or {}
     if name == "fee_ratio" and "fee_table" in terms:
         return "by value"
-    return "by asset" if isinstance(terms.get(name), dict) else _number(value)
+    of_account = terms.get(name)
+    if isinstance(of_account, dict | str):
+        return "by asset" if isinstance(of_account, dict) else of_account
+    return _number(value)
 
 
 def assumptions(report: Report) -> list[dict[str, Any]]:
