@@ -266,7 +266,8 @@ def kept_terms(account: Account) -> dict[str, Any]:
     """Return the capital and each term that is not at its default, as plain values.
 
     A Series by asset label is a dictionary; what goes by date is told as "by date", a table as
-    "a table"; exchange rates are a dictionary by pair.
+    "a table"; exchange rates are a dictionary by pair. Of cost ratios by date "latest" has the
+    last ones, which orders to come pay.
     """
     found = {}
     for field in fields(account):
@@ -274,6 +275,13 @@ def kept_terms(account: Account) -> dict[str, Any]:
         is_table = isinstance(value, pd.DataFrame | pd.Series)
         if field.name == "capital" or is_table or value != field.default:
             found[field.name] = _plain(value)
+    ratios = {name: getattr(account, name) for name in ("fee_ratio", "tax_ratio")}
+    if latest := {
+        name: _latest(ratio)
+        for name, ratio in ratios.items()
+        if found.get(name) in ("by date", "a table") and not ratio.empty
+    }:
+        found["latest"] = latest
     if isinstance(account.fx, pd.Series):
         found["fx"] = {str(account.fx.name): "by date"}  # also where its dates are texts
     elif isinstance(account.fx, pd.DataFrame):
@@ -297,6 +305,12 @@ def _plain(value: Any) -> Any:
         return int(value)
     is_number = isinstance(value, numbers.Real) and not isinstance(value, bool)
     return float(value) if is_number else value
+
+
+def _latest(values: pd.Series | pd.DataFrame) -> Any:
+    """Return the last values by date: a number, or a dictionary by label of those there are."""
+    last = values.sort_index().ffill().iloc[-1]
+    return _plain_series(last.dropna()) if isinstance(last, pd.Series) else float(last)
 
 
 def _plain_series(values: pd.Series) -> Any:

@@ -165,7 +165,7 @@ def _ratio(
     market: Market,
 ) -> dict[str, float]:
     usual = dict.fromkeys(labels, _cost(name, given, report, market))
-    own = terms.get(name)
+    own = terms.get("latest", {}).get(name, terms.get(name))
     if given[name] is not None or own is None:
         return usual
     found = _by_label(name, own, labels)
@@ -177,8 +177,6 @@ def _ratio(
 
 def _by_label(name: str, value: Any, labels: list[str]) -> dict[str, float]:
     """Return a term of an account by label: of those that it has a value for."""
-    if value in ("by date", "a table"):
-        raise ValueError(f"{name} of the account goes by date; give that of the orders: {name}=...")
     if not isinstance(value, Mapping):
         return dict.fromkeys(labels, as_float(value))
     found = matched(labels, {str(label): as_float(one) for label, one in value.items()}, name)

@@ -42,7 +42,7 @@ def drawn_from(account: Account, labels: pd.Index) -> npt.NDArray[np.bool_]:
         given = getattr(account, name)
         if isinstance(given, Mapping):
             given = pd.Series(given, dtype=object)
-        if isinstance(given, pd.Series):
+        if isinstance(given, pd.Series) and not isinstance(given.index, pd.DatetimeIndex):
             known &= _values_of(given, labels).notna().to_numpy()
     if account.currency is None or isinstance(account.currency, str):
         return known

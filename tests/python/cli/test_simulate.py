@@ -115,6 +115,7 @@ def test_accounts_come_from_files(run, prices, tmp_path):
     terms = {
         "capital": 1000,
         "lot_size": lots,
+        "fee_ratio": {"2000-01-01": 0.001},
         "flows": "flow.csv",
         "base": "USD",
         "currency": quoted,
@@ -133,6 +134,7 @@ def test_accounts_come_from_files(run, prices, tmp_path):
         ),
         "other.json": corvex.Account(
             capital=1000, lot_size=pd.Series(lots), base="USD", currency=quoted,
+            fee_ratio=pd.Series([0.001], [pd.Timestamp("2000-01-01")]),
             fx={"USDTWD": fx["USDTWD"], "USDHKD": 7.8},
             flows=pd.Series([500.0, -100.0], pd.to_datetime(["2016-01-04", "2017-01-03"])),
         ),

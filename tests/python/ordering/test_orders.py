@@ -61,7 +61,7 @@ def test_orders_follow_the_account_that_the_report_was_simulated_with(tmp_path):
     account = corvex.Account(
         capital=100_000, lot_size=pd.Series({"2330": 100, "1101": 10}), rounding="nearest",
         fee_table={0: 0.002, 20_000: 0.001}, min_fee=30,
-        tax_ratio=pd.Series({"2330": 0.01, "1101": 0.0}),
+        tax_ratio=pd.DataFrame({"2330": [0.02, 0.01], "1101": 0.0}, ["2023-01-02", "2024-01-02"]),
     )  # fmt: skip
     report = corvex.simulate(
         pd.DataFrame({"2330 Chips": 0.5, "1101": 0.5}, days[:1]), prices, market="tw_stock",

@@ -108,7 +108,8 @@ ACCOUNTS = {
     "no account": {},
     "money": {
         "account": corvex.Account(
-            capital=5e4, cash_rate=0.03, min_fee=1, lot_size=pd.Series(1.0, NAMES[:9])
+            capital=5e4, cash_rate=0.03, min_fee=1, lot_size=pd.Series(1.0, NAMES[:9]),
+            price_limit={"2000-01-01": 0.5},
         )
     },
     "currencies": {

@@ -142,7 +142,9 @@ def assumptions(report: Report) -> list[dict[str, Any]]:
     terms = settings.get("account") or {}
     in_terms = [name for name in _RATIOS if name in terms]
     rows |= dict.fromkeys([*in_terms, *(["fee_ratio"] if "fee_table" in terms else [])])
-    rows |= {f"account_{name}": _term(name, value) for name, value in terms.items()}
+    rows |= {
+        f"account_{name}": _term(name, value) for name, value in terms.items() if name != "latest"
+    }
     fractions = {*STOPS, *_RATIOS, "position_limit", *(f"account_{name}" for name in _FRACTIONS)}
     return [
         {"key": key, "value": value, "fraction": key in fractions and not isinstance(value, str)}
