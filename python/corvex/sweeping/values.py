@@ -83,8 +83,9 @@ def text_of(name: str, value: Any, *, for_good: bool = True) -> str:
         Named values count by what they hold; else by identity, which costs nothing but is true of
         this process alone.
     """
-    named = isinstance(value, Named) and not for_good
-    return f"{_ENCODE(name)}:{_ENCODE(id(value.value) if named else _written(value))}"
+    if isinstance(value, Named) and not for_good:
+        return f"{_ENCODE(name)}:{id(value.value)}"
+    return f"{_ENCODE(name)}:{_ENCODE(_written(value))}"
 
 
 def texts(rows: Iterable[Mapping[str, Any]], *, for_good: bool = True) -> list[str]:

@@ -127,6 +127,8 @@ def reread(given: Any) -> Any:
     """Return something that can be read more than once: a stream of batches becomes a table."""
     if isinstance(given, Mapping):
         return {key: reread(one) for key, one in given.items()}
+    if isinstance(given, pd.DataFrame):  # which would look for such a name among its columns
+        return given
     if hasattr(given, "read_next_batch") and _is_arrow(given):
         import pyarrow
 

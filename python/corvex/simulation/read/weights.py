@@ -115,15 +115,14 @@ class WeightTable:
             leverage=self.leverage and not signals,
             only_changes=only_changes,
         )
-        if not (self.leverage or signals) and len(gross) and gross.max() > 1.0:
-            self._note_scaling(rows, gross)
+        if not (self.leverage or signals) and len(gross):
+            least = 1.0 + _ROUNDING if self.largest_scaled is None else self.largest_scaled[0]
+            if gross.max() > least:
+                self._note_scaling(rows, gross, least)
         return kept, targets
 
-    def _note_scaling(self, rows: np.ndarray, gross: np.ndarray) -> None:
-        least = 1.0 + _ROUNDING if self.largest_scaled is None else self.largest_scaled[0]
+    def _note_scaling(self, rows: np.ndarray, gross: np.ndarray, least: float) -> None:
         doubtful = np.flatnonzero(gross > least)
-        if not len(doubtful):
-            return
         weights = np.nan_to_num(self._values[rows[doubtful]], nan=0.0)
         signals = ((weights == 0.0) | (weights == 1.0)).all(axis=1)
         doubtful = doubtful[~signals]
