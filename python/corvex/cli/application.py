@@ -22,6 +22,9 @@ _EPILOG = "Exit status: 0 done, 1 could not be done, 2 wrong command line, 130 i
 
 def main() -> None:
     """Run the command line."""
+    for name in ("stdout", "stderr"):
+        if getattr(sys, name) is None:  # closed by who started the program
+            setattr(sys, name, open(os.devnull, "w", encoding="utf-8"))  # noqa: SIM115
     for stream in (sys.stdout, sys.stderr):
         # A terminal that lacks a character shows a question mark rather than an error.
         with contextlib.suppress(AttributeError, ValueError):
@@ -37,7 +40,10 @@ def run(words: Sequence[str]) -> int:
     except KeyboardInterrupt:
         print(file=sys.stderr)
         return INTERRUPTED
-    except BrokenPipeError:  # who reads has seen enough; what is left goes nowhere
+    except OSError as error:
+        if not isinstance(error, BrokenPipeError):  # such as a full disk
+            print(f"corvex: error: the output cannot be written: {error}", file=sys.stderr)
+        # Otherwise who reads has seen enough. What is left goes nowhere.
         with contextlib.suppress(OSError, ValueError):
             target = sys.stdout.fileno()
             os.dup2(os.open(os.devnull, os.O_WRONLY), target)

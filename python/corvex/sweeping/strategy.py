@@ -230,9 +230,11 @@ def _sheets(block: np.ndarray, count: int, table: Any) -> list[Any]:
             f"the array of a batched strategy must have the shape ({count}, {wanted}), of its "
             f"combinations and the prices, got {block.shape}"
         )
-    if block.dtype != np.bool_:
+    if block.dtype != np.bool_ or isinstance(block, np.ma.MaskedArray):
         try:
-            block = block.astype(np.float64, copy=False)
+            if block.dtype.kind not in "biufO":  # a text or a date is no weight
+                raise TypeError
+            block = np.ma.filled(block.astype(np.float64, copy=False), np.nan)
         except (TypeError, ValueError):
             raise FormError(
                 "the array of a batched strategy must hold numbers, or True and False"

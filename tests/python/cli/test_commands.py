@@ -2,6 +2,7 @@ import io
 import os
 import pickle
 import re
+import shlex
 import subprocess
 import sys
 import time
@@ -161,6 +162,12 @@ def test_the_installed_command():
     done = command("--traceback", "report", "absent.csv")
     assert "Traceback" in done.stderr
     assert command("dance").returncode == 2
+    for where, status, told in ((">/dev/full", 1, "No space left"), (">&-", 0, "")):
+        line = f"{shlex.quote(sys.executable)} -m corvex --version {where}"
+        done = subprocess.run(line, shell=True, capture_output=True, text=True, check=False)
+        assert (done.returncode, told in done.stderr, "Traceback" in done.stderr) == (
+            status, True, False,
+        )  # fmt: skip
     assert command("demo", "--out", os.devnull, PYTHONIOENCODING="ascii").returncode == 0
 
 

@@ -254,7 +254,8 @@ def test_what_a_batched_strategy_gets_wrong_is_told():
     for how, told in (
         (lambda block: block[0], r"must have the shape \(2, 260, 4\).*got \(260, 4\)"),
         (lambda block: block[:1], r"shape \(2, 260, 4\)"),
-        (lambda block: block.astype(str), "must hold numbers"),
+        (lambda block: (block * 1.0).astype(str), "must hold numbers"),
+        (lambda block: np.ma.masked_array(block, True), "every value is missing"),
         (lambda block: [prices] * 3, "given 2 combinations.*returned more"),
         (lambda block: [prices], "returned 1 tables"),
         (lambda block: prices, "got DataFrame"),
