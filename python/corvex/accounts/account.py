@@ -16,7 +16,7 @@ from corvex.accounts.given_values import as_pandas
 from corvex.tables.frames import ArrowTable
 from corvex.tables.value_columns import series_by_date, series_by_label, table_or_series
 
-__all__ = ["DAY_COUNTS", "Account", "Values", "kept_terms"]
+__all__ = ["DAY_COUNTS", "Account", "Values", "in_currency", "kept_terms"]
 
 type Table = pd.DataFrame | ArrowTable
 type Values = float | pd.Series | Table
@@ -29,6 +29,8 @@ _VALUED = (
 )
 _OF_MONEY = ("cash_rate", "cash_spread", "financing_rate", "flows")
 _BY_ASSET = ("lot_size", "currency")
+#: What may be a number for each currency.
+_BY_CURRENCY = ("min_fee", "fee_per_share")
 
 #: How many days a year has when interest is counted.
 DAY_COUNTS = {"act/365": 365.0, "act/360": 360.0, "act/365.25": 365.25}
@@ -72,10 +74,10 @@ class Account:
         Towards zero, or to the nearest lot as far as the cash goes.
     fee_ratio, tax_ratio, slippage_ratio : values, optional
         In place of those of the run, which count where one is missing before its first date.
-    min_fee : float, default 0.0
-        The least commission of an order.
-    fee_per_share : float, default 0.0
-        Commission for each share, beside the ratio.
+    min_fee : float, or mapping or Series of currency to float, default 0.0
+        The least commission of an order, in the currency of its asset.
+    fee_per_share : float, or mapping or Series of currency to float, default 0.0
+        Commission for each share, beside the ratio; in the currency of the asset.
     max_fee_ratio : float, optional
         The largest commission, as a part of the order's value; it goes before `min_fee`.
     fee_table : mapping of float to float, optional
@@ -148,8 +150,8 @@ class Account:
     fee_ratio: Values | None = None
     tax_ratio: Values | None = None
     slippage_ratio: Values | None = None
-    min_fee: float = 0.0
-    fee_per_share: float = 0.0
+    min_fee: float | Mapping[str, float] | pd.Series | Table = 0.0
+    fee_per_share: float | Mapping[str, float] | pd.Series | Table = 0.0
     max_fee_ratio: float | None = None
     fee_table: Mapping[float, float] | None = None
     band: Values | None = None
@@ -174,8 +176,9 @@ class Account:
         for name, most in (("cash_spread", None), ("withholding_tax", 1.0)):
             if not isinstance(value := getattr(self, name), pd.Series | pd.DataFrame):
                 _number(name, value, least=0.0, most=most)
-        for name in ("min_fee", "fee_per_share", "impact"):
-            _number(name, getattr(self, name), least=0.0)
+        _number("impact", self.impact, least=0.0)
+        for name in _BY_CURRENCY:
+            object.__setattr__(self, name, _by_currency(name, getattr(self, name), self.currency))
         for name in ("max_fee_ratio", "volume_share"):
             if getattr(self, name) is not None:
                 _number(name, getattr(self, name), above=0.0, most=1.0)
@@ -246,10 +249,24 @@ class Account:
 
     @property
     def fees(self) -> Fees:
-        """The commission of an order beside the ratio of its value."""
+        """The commission of an order beside the ratio of its value; see `fees_in`."""
+        return self._fees(*(_plain_number(getattr(self, name)) for name in _BY_CURRENCY))
+
+    def fees_in(self, code: str) -> Fees:
+        """Return the commission of orders for assets that are quoted in a currency.
+
+        Raises
+        ------
+        ValueError
+            When a term by currency has no value for it.
+        """
+        own = (in_currency(name, getattr(self, name), code) for name in _BY_CURRENCY)
+        return self._fees(*own)
+
+    def _fees(self, min_fee: float, per_share: float) -> Fees:
         return Fees(
-            float(self.min_fee),
-            float(self.fee_per_share),
+            min_fee,
+            per_share,
             math.inf if self.max_fee_ratio is None else float(self.max_fee_ratio),
             ()
             if self.fee_table is None
@@ -260,6 +277,44 @@ class Account:
 def _same(given: Any, name: str) -> Any:
     del name
     return given
+
+
+def in_currency(name: str, given: Any, code: str) -> float:
+    """Return a term that is one number, or one for each currency, in one of these.
+
+    Raises
+    ------
+    ValueError
+        When there is none for it.
+    """
+    if not isinstance(given, Mapping):
+        return float(given)
+    if code not in given:
+        raise ValueError(f"{name} has no value for {code}; every currency needs one, 0 is none")
+    return float(given[code])
+
+
+def _by_currency(name: str, given: Any, currency: Any) -> Any:
+    """Check a term that is one number, or one for each currency; these as a dictionary."""
+    given = series_by_label(given, name)
+    if isinstance(given, pd.Series):
+        given = given.to_dict()
+    if not isinstance(given, Mapping):
+        _number(name, given, least=0.0)
+        return given
+    if currency is None:
+        raise ValueError(
+            f"{name} by currency needs currency: what each asset is quoted in; else give one number"
+        )
+    found = {}
+    for code, value in given.items():
+        _number(f"{name} of {code}", value, least=0.0)
+        found[currency_code(code, f"what {name} goes by")] = float(value)
+    return found
+
+
+def _plain_number(value: Any) -> float:
+    return 0.0 if isinstance(value, Mapping) else float(value)
 
 
 def kept_terms(account: Account) -> dict[str, Any]:

@@ -69,12 +69,17 @@ def read_terms(
     """
     terms = _terms(report, account)
     steps = _steps(labels, terms, market, odd_lots)
-    fees = _fees(terms, given, report, market)
+    codes = _codes(labels, terms)
+    fees = _fees(codes, terms, given, report, market)
     ratios = {name: _ratio(name, labels, terms, given, report, market) for name in _RATIOS}
-    rates = _rates(labels, report, terms, fx)
+    rates = _rates(codes, report, terms, fx)
     costs = {
         label: Costs(
-            fees, ratios["fee_ratio"][label], ratios["tax_ratio"][label], steps[label], rates[label]
+            fees[label],
+            ratios["fee_ratio"][label],
+            ratios["tax_ratio"][label],
+            steps[label],
+            rates[label],
         )
         for label in labels
     }
@@ -100,26 +105,35 @@ def _terms(report: Any, account: Any) -> Mapping[str, Any]:
     return account
 
 
-def _rates(labels: list[str], report: Any, terms: Mapping[str, Any], fx: Any) -> dict[str, float]:
-    """Return what a unit of each asset's currency costs in the account's; 1 where all have one."""
+def _codes(labels: list[str], terms: Mapping[str, Any]) -> dict[str, str | None]:
+    """Return what each asset is quoted in; None where the account has one currency."""
     currency = terms.get("currency")
     if currency is None:
-        return dict.fromkeys(labels, 1.0)
+        return dict.fromkeys(labels)
     if isinstance(currency, Mapping):
         codes = matched(labels, {str(label): code for label, code in currency.items()}, "currency")
     else:
         codes = dict.fromkeys(labels, currency)
+    found: dict[str, str | None] = {}
+    for label in labels:
+        found[label] = str(codes.get(label, "")).strip().upper()
+        if not found[label]:
+            raise ValueError(f"the account's currency has no value for {label!r}")
+    return found
+
+
+def _rates(
+    codes: Mapping[str, str | None], report: Any, terms: Mapping[str, Any], fx: Any
+) -> dict[str, float]:
+    """Return what a unit of each asset's currency costs in the account's; 1 where all have one."""
     base = str(terms.get("base")).strip().upper()
     table = getattr(report, "fx", None)
     known = {} if table is None else table.iloc[-1].to_dict()
     known |= {} if fx is None else dict(fx)
     known = {str(code).strip().upper(): as_float(rate) for code, rate in known.items()}
     found = {}
-    for label in labels:
-        code = str(codes.get(label, "")).strip().upper()
-        if not code:
-            raise ValueError(f"the account's currency has no value for {label!r}")
-        found[label] = 1.0 if code == base else known.get(code, math.nan)
+    for label, code in codes.items():
+        found[label] = 1.0 if code in (base, None) else known.get(code, math.nan)
         if not 0 < found[label] < math.inf:
             raise ValueError(
                 f"there is no rate of {code}, the currency of {label!r}; give what one costs in "
@@ -144,16 +158,25 @@ def _steps(
 
 
 def _fees(
-    terms: Mapping[str, Any], given: Mapping[str, float | None], report: Any, market: Market
-) -> Fees:
-    """Return the commission beside the ratio; a ratio that was given stands before a table."""
+    codes: Mapping[str, str | None],
+    terms: Mapping[str, Any],
+    given: Mapping[str, float | None],
+    report: Any,
+    market: Market,
+) -> dict[str, Fees]:
+    """Return commissions beside the ratio, in the asset's currency.
+
+    A ratio that was given stands before a table.
+    """
     own = {name: terms[name] for name in _OF_FEES if name in terms}
     if given["fee_ratio"] is not None:
         own.pop("fee_table", None)
-    fees = Account(**own).fees
-    if given["min_fee"] is None and "min_fee" in own:
-        return fees
-    return fees._replace(min_fee=_cost("min_fee", given, report, market))
+    account = Account(**own, currency=terms.get("currency"), base=terms.get("base"))
+    fees = {code: account.fees_in(code or "") for code in dict.fromkeys(codes.values())}
+    if given["min_fee"] is not None or "min_fee" not in own:
+        least = _cost("min_fee", given, report, market)
+        fees = {code: one._replace(min_fee=least) for code, one in fees.items()}
+    return {label: fees[code] for label, code in codes.items()}
 
 
 def _ratio(

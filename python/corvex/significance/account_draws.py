@@ -26,8 +26,9 @@ __all__ = ["account_figures", "drawn_from"]
 
 _Floats = npt.NDArray[np.float64]
 
-#: Terms by asset without which an asset cannot be traded.
-_BY_ASSET = ("lot_size", "fee_ratio", "tax_ratio", "slippage_ratio", "price_limit", "currency")
+#: Terms by asset that have to name an asset, and those that have to have a value for it.
+_NAMED = ("fee_ratio", "tax_ratio", "slippage_ratio", "price_limit")
+_VALUED = ("lot_size", "currency")
 _BASE = 100.0  # what the daily curve of a report starts at
 
 
@@ -38,20 +39,24 @@ def drawn_from(account: Account, labels: pd.Index) -> npt.NDArray[np.bool_]:
     without a rate, it could not have been chosen in that account.
     """
     known = np.ones(len(labels), dtype=np.bool_)
-    for name in _BY_ASSET:
+    for name in (*_NAMED, *_VALUED):
         given = getattr(account, name)
         if isinstance(given, Mapping):
             given = pd.Series(given, dtype=object)
-        if isinstance(given, pd.Series) and not isinstance(given.index, pd.DatetimeIndex):
-            known &= _values_of(given, labels).notna().to_numpy()
+        if not isinstance(given, pd.Series) or isinstance(given.index, pd.DatetimeIndex):
+            continue
+        values = pd.Series(0.0, given.index) if name in _NAMED else given
+        known &= _values_of(values, labels).notna().to_numpy()
     if account.currency is None or isinstance(account.currency, str):
         return known
     base = currency_code(account.base, "base")
     codes = _values_of(pd.Series(account.currency, dtype=object), labels)
     names = {code: currency_code(code, "currency") for code in codes.dropna().unique()}
     pairs = {} if account.fx is None else pairs_of(account.fx, names.values(), base)
+    fees = [one for one in (account.min_fee, account.fee_per_share) if isinstance(one, Mapping)]
     payable = {
-        code: name == base or way_between(name, base, pairs) is not None
+        code: (name == base or way_between(name, base, pairs) is not None)
+        and all(name in one for one in fees)
         for code, name in names.items()
     }
     return known & np.array([payable.get(code, False) for code in codes], dtype=np.bool_)

@@ -77,6 +77,8 @@ AccountArrays::AccountArrays(nb::handle given) {
     terms_.tax_ratio = grid(given, "tax_ratio");
     terms_.slippage_ratio = grid(given, "slippage_ratio");
     terms_.fees = read_fees(given.attr("fees"));
+    terms_.min_fee = grid(given, "min_fee");
+    terms_.fee_per_share = grid(given, "fee_per_share");
     terms_.lot_size = grid(given, "lot_size");
     terms_.round_to_nearest = nb::cast<bool>(given.attr("round_to_nearest"));
     terms_.dividends = asset_events(given.attr("dividends"));

@@ -131,7 +131,8 @@ class SlowAccount:
                 ratio * max(0.0, min(done_there, steps[i + 1][0]) - start)
                 for i, (start, ratio) in enumerate(k.fees.fee_table)
             )
-        paid = max(paid + count * k.fees.fee_per_share, k.fees.min_fee)
+        per_share = at(k.fee_per_share, 0, j, k.fees.fee_per_share)
+        paid = max(paid + count * per_share, at(k.min_fee, 0, j, k.fees.min_fee))
         paid = min(paid, k.fees.max_fee_ratio * done_there) * self.fx(t, j)
         return paid, done * tax if shares < 0 else 0.0, value * slip, value * moved
 

@@ -89,6 +89,8 @@ def accounts(draw):
             some(0.3, 0.0), some(0.01, 0.0), some(0.02, np.inf),
             some(((0.0, 0.01), (50.0, 0.002), (200.0, 0.001)), ()),
         ),
+        min_fee=some(rng.uniform(0, 1, (1, assets))),
+        fee_per_share=some(rng.uniform(0, 0.05, (1, assets))),
         lot_size=some(rng.choice([0.0, 1.0, 3.0], (1, assets))),
         round_to_nearest=bool(rng.random() < 0.4),
         dividends=events(rng, shape, some(0.05, 0.0), 0.01, 1.0), splits=splits,

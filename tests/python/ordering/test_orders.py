@@ -87,11 +87,12 @@ def test_orders_follow_the_account_that_the_report_was_simulated_with(tmp_path):
         orders(report, 50_000, prices.iloc[-1], account=0.1)
 
 
-def test_orders_over_several_currencies_are_those_of_the_simulation(tmp_path):
+@pytest.mark.parametrize(("least", "fee"), [(2, 8.33), ({"USD": 2, "twd": 20}, 20.0)])
+def test_orders_over_several_currencies_are_those_of_the_simulation(least, fee, tmp_path):
     days = pd.bdate_range("2024-01-02", periods=5)
     prices = pd.DataFrame({"2330 Chips": 600.0, "AAPL": 180.0}, days)
     account = corvex.Account(
-        capital=1_000_000, lot_size=1, min_fee=2, fee_per_share=0.01, base="TWD",
+        capital=1_000_000, lot_size=1, min_fee=least, fee_per_share=0.01, base="TWD",
         currency={"2330": "TWD", "AAPL": "USD"}, fx=pd.Series(32.0, days, name="USDTWD"),
     )  # fmt: skip
     weights = pd.DataFrame({"2330 Chips": 0.5, "AAPL": 0.5}, days[:1])
@@ -103,7 +104,8 @@ def test_orders_over_several_currencies_are_those_of_the_simulation(tmp_path):
     assert found["quantity"].to_dict() == {"2330": 833.0, "AAPL": 86.0}  # of 500,000 less the fees
     assert found["quantity"].tolist() == report.fills.set_index("symbol")["shares"].tolist()
     assert found.loc["AAPL", ["value", "fee"]].tolist() == [86 * 180 * 32, 2 * 32]
-    assert found.loc["2330", "fee"] == 8.33
+    assert found.loc["2330", "fee"] == fee
+    assert report.fills["cost"].tolist() == [fee, 2 * 32]
     dearer = orders(report, 1_000_000, prices.iloc[-1], fx={"USD": 40}).set_index("asset_id")
     assert dearer["quantity"].to_dict() == {"2330": 833.0, "AAPL": 69.0}
     with pytest.raises(ValueError, match="no rate of USD, the currency of 'AAPL'; .* fx={'USD'"):

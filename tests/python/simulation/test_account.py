@@ -321,6 +321,12 @@ def test_pairs_are_found_however_they_are_written(fx):
         ),
         ({"currency": None}, "fx, base and benchmark_currency go with currency"),
         ({"base": None}, "currency needs base"),
+        ({"min_fee": {"TWD": 1.0}}, "min_fee has no value for USD; every currency needs one"),
+        ({"fee_per_share": {"USD": -1.0}}, "fee_per_share of USD must be a number from 0 on"),
+        (
+            {"min_fee": {"USD": 1.0}, "currency": None, "fx": None, "base": None},
+            "min_fee by currency needs currency",
+        ),
     ],
 )
 def test_currencies_that_cannot_be_are_refused(terms, told):

@@ -3,13 +3,14 @@
 from __future__ import annotations
 
 import numbers
+from collections.abc import Mapping
 from typing import Any, NamedTuple, cast
 
 import numpy as np
 import numpy.typing as npt
 import pandas as pd
 
-from corvex.accounts.account import DAY_COUNTS, Account
+from corvex.accounts.account import DAY_COUNTS, Account, in_currency
 from corvex.accounts.fees import Fees
 from corvex.simulation.account.account_currencies import Currencies, read_currencies
 from corvex.simulation.account.account_dates import rows_from
@@ -35,6 +36,8 @@ class AccountTerms(NamedTuple):
         The part of a year from the close before to each session's.
     cash_rate : float64 array or None
         The spread is taken off.
+    min_fee, fee_per_share : float64 array of shape (1, assets) or None
+        Where they go by currency; else `fees` has them.
     dividends, splits : (int64, int64, float64) arrays
         Session, asset and amount of each, ascending.
     flows : list of (int, float)
@@ -53,6 +56,8 @@ class AccountTerms(NamedTuple):
     tax_ratio: _Floats | None
     slippage_ratio: _Floats | None
     fees: Fees
+    min_fee: _Floats | None
+    fee_per_share: _Floats | None
     lot_size: _Floats | None
     round_to_nearest: bool
     dividends: _Events
@@ -95,6 +100,7 @@ def read_account(account: Account, prices: PriceData, plan: Plan) -> AccountTerm
     _refuse_adjusted(account, prices)
     _doubt_capital(account)
     read = _Reader(prices.clock, plan)
+    currencies = read_currencies(account, prices.clock, plan)
     wants_volume = account.volume_share is not None or account.impact > 0.0
     return AccountTerms(
         capital=float(account.capital),
@@ -110,6 +116,8 @@ def read_account(account: Account, prices: PriceData, plan: Plan) -> AccountTerm
         tax_ratio=read.ratio("tax_ratio", account.tax_ratio),
         slippage_ratio=read.ratio("slippage_ratio", account.slippage_ratio),
         fees=account.fees,
+        min_fee=_by_currency("min_fee", account.min_fee, currencies, plan),
+        fee_per_share=_by_currency("fee_per_share", account.fee_per_share, currencies, plan),
         lot_size=read.lot_size(account.lot_size),
         round_to_nearest=account.rounding == "nearest",
         dividends=read.events("dividends", account.dividends),
@@ -130,8 +138,21 @@ def read_account(account: Account, prices: PriceData, plan: Plan) -> AccountTerm
         else market_matrix(prices.market, "open", prices.clock, plan.labels, required=False),
         maintenance_margin=float(account.maintenance_margin or 0.0),
         flows=read.flows(account.flows),
-        currencies=read_currencies(account, prices.clock, plan),
+        currencies=currencies,
     )
+
+
+def _by_currency(
+    name: str, given: Any, currencies: Currencies | None, plan: Plan
+) -> _Floats | None:
+    """Bring a number for each currency to the assets; None where it is one for all."""
+    if not isinstance(given, Mapping) or currencies is None:
+        return None
+    codes = np.unique(currencies.of_asset[plan.held])
+    found = np.zeros(len(currencies.names))
+    for code in codes.tolist():
+        found[code] = in_currency(name, given, currencies.names[code])
+    return np.ascontiguousarray(found[currencies.of_asset].reshape(1, -1))
 
 
 class _Reader(ValueReader):

@@ -18,7 +18,7 @@ OrderCosts::OrderCosts(const AccountTerms& terms, const Costs& otherwise, std::s
     : terms_{terms}, otherwise_{otherwise},
       by_session_{
           std::max({terms.fee_ratio.rows, terms.tax_ratio.rows, terms.slippage_ratio.rows}) > 1},
-      ratios_(assets) {
+      ratios_(assets), commissions_(assets) {
     read(0);
 }
 
@@ -27,6 +27,9 @@ void OrderCosts::read(std::size_t session) {
         ratios_[asset] = {of_asset(terms_.fee_ratio, session, asset, otherwise_.fee),
                           of_asset(terms_.tax_ratio, session, asset, otherwise_.tax),
                           of_asset(terms_.slippage_ratio, session, asset, otherwise_.slippage)};
+        commissions_[asset] = {ratios_[asset].fee,
+                               of_asset(terms_.min_fee, 0, asset, terms_.fees.minimum),
+                               of_asset(terms_.fee_per_share, 0, asset, terms_.fees.per_share)};
     }
 }
 

@@ -52,20 +52,24 @@ class OrderCosts {
         const bool buy = shares > 0.0;
         const double away = costs.slippage + moved;
         const double executed = value * (buy ? 1.0 + away : 1.0 - away);
-        return {commission(terms_.fees, executed / rate, count, costs.fee) * rate,
+        return {commission(terms_.fees, executed / rate, count, commissions_[asset]) * rate,
                 buy ? 0.0 : costs.tax * executed, costs.slippage * value, moved * value};
     }
     [[nodiscard]] const FeeTerms& fees() const { return terms_.fees; }
     /// The ratios of an asset, without what only an order has.
     [[nodiscard]] const Costs& ratios(std::size_t asset) const { return ratios_[asset]; }
+    [[nodiscard]] const Commission& commission_of(std::size_t asset) const {
+        return commissions_[asset];
+    }
 
   private:
     void read(std::size_t session);
 
     const AccountTerms& terms_;
     Costs otherwise_;
-    bool by_session_;           ///< some ratios change
-    std::vector<Costs> ratios_; ///< of each asset: orders ask for them many times
+    bool by_session_;                     ///< some ratios change
+    std::vector<Costs> ratios_;           ///< of each asset: orders ask for them many times
+    std::vector<Commission> commissions_; ///< the same
 };
 
 } // namespace corvex::engine::inline v1

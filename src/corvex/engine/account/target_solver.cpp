@@ -85,13 +85,15 @@ void TargetSolver::find_fees(const Columns& lines, std::span<const FeeStep> tabl
 }
 
 CORVEX_VECTOR_CLONES
-void TargetSolver::find_costs(const Columns& lines, const At& at, const FeeTerms& fees,
+void TargetSolver::find_costs(const Columns& lines, const At& at, double max_ratio,
                               Orders& orders) {
     const double* price = lines.price.data();
     const double* weight = lines.weight.data();
     const double* tax_ratio = lines.tax.data();
     const double* slippage = lines.slippage.data();
     const double* rate = lines.rate.data();
+    const double* minimum = lines.minimum.data();
+    const double* per_share = lines.per_share.data();
     const double* change = orders.change.data();
     const double* moved = orders.moved.data();
     const double* nominal = orders.nominal.data();
@@ -103,9 +105,9 @@ void TargetSolver::find_costs(const Columns& lines, const At& at, const FeeTerms
         const bool buy = change[k] > 0.0;
         const double away = slippage[k] + moved[k];
         const double executed = value * (buy ? 1.0 + away : 1.0 - away);
-        const double least = fee[k] + fees.per_share * count;
-        const double most = fees.max_ratio * nominal[k];
-        const double raised = least < fees.minimum ? fees.minimum : least;
+        const double least = fee[k] + per_share[k] * count;
+        const double most = max_ratio * nominal[k];
+        const double raised = least < minimum[k] ? minimum[k] : least;
         const double commission = nominal[k] > 0.0 ? (most < raised ? most : raised) : 0.0;
         const double tax = buy ? 0.0 : tax_ratio[k] * executed;
         // What is held already takes no order, and no minimum fee.
@@ -123,16 +125,20 @@ void TargetSolver::Orders::resize(std::size_t lines) {
 }
 
 void TargetSolver::Columns::make_room(std::size_t lines) {
-    for (auto* column : {&shares, &price, &weight, &fee, &tax, &slippage, &impact, &rate}) {
+    for (auto* column :
+         {&shares, &price, &weight, &fee, &minimum, &per_share, &tax, &slippage, &impact, &rate}) {
         column->resize(std::max(column->size(), lines));
     }
 }
 
-void TargetSolver::Columns::set(std::size_t place, const Line& line, const Costs& ratios) {
+void TargetSolver::Columns::set(std::size_t place, const Line& line, const Costs& ratios,
+                                const Commission& own) {
     shares[place] = line.shares;
     price[place] = line.price;
     weight[place] = line.weight;
-    fee[place] = ratios.fee;
+    fee[place] = own.ratio;
+    minimum[place] = own.minimum;
+    per_share[place] = own.per_share;
     tax[place] = ratios.tax;
     slippage[place] = ratios.slippage;
     impact[place] = line.impact;
@@ -150,7 +156,7 @@ void TargetSolver::clear(std::size_t most) {
 
 void TargetSolver::add(const Line& line) {
     assets_of_lines_[size_] = line.asset;
-    columns_.set(size_++, line, costs_.ratios(line.asset));
+    columns_.set(size_++, line, costs_.ratios(line.asset), costs_.commission_of(line.asset));
     has_impact_ |= line.impact > 0.0;
     has_rates_ |= line.rate != 1.0;
     (line.weight > 0.0 ? long_weight_ : short_weight_) += line.weight;
@@ -180,7 +186,7 @@ double TargetSolver::costs_at(double equity) const {
         convert(columns_, orders_);
     }
     find_fees(columns_, costs_.fees().table, orders_);
-    find_costs(columns_, at, costs_.fees(), orders_);
+    find_costs(columns_, at, costs_.fees().max_ratio, orders_);
     return std::accumulate(orders_.cost.begin(), orders_.cost.end(), 0.0);
 }
 

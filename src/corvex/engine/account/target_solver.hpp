@@ -49,13 +49,15 @@ class TargetSolver {
         std::vector<double> price;
         std::vector<double> weight;
         std::vector<double> fee;
+        std::vector<double> minimum;
+        std::vector<double> per_share;
         std::vector<double> tax;
         std::vector<double> slippage;
         std::vector<double> impact;
         std::vector<double> rate;
 
         void make_room(std::size_t lines);
-        void set(std::size_t place, const Line& line, const Costs& ratios);
+        void set(std::size_t place, const Line& line, const Costs& ratios, const Commission& own);
     };
     struct At {
         double equity;
@@ -78,8 +80,7 @@ class TargetSolver {
     static void find_values(const Columns& lines, Orders& orders);
     static void convert(const Columns& lines, Orders& orders);
     static void find_fees(const Columns& lines, std::span<const FeeStep> table, Orders& orders);
-    static void find_costs(const Columns& lines, const At& at, const FeeTerms& fees,
-                           Orders& orders);
+    static void find_costs(const Columns& lines, const At& at, double max_ratio, Orders& orders);
     [[nodiscard]] double costs_at(double equity) const;
     [[nodiscard]] double settle(double equity_before) const;
 

@@ -58,6 +58,11 @@ void validate(const AccountTerms& terms, std::size_t sessions, std::size_t asset
           &terms.volume.volume, &terms.price_limit, &terms.opens}) {
         require(grid->fits(sessions, assets), "a table of the account does not fit the prices");
     }
+    for (const Grid* grid : {&terms.min_fee, &terms.fee_per_share}) {
+        require(grid->fits(1, assets), "a fee of the account does not fit the assets");
+        require(std::ranges::all_of(grid->values, [](double fee) { return fee >= 0.0; }),
+                "the fees of an account must not be below zero");
+    }
     require(terms.impact.window >= 2, "the window of the impact must be two sessions or more");
     require((terms.volume.share == 0.0 && terms.impact.coefficient == 0.0) ||
                 (terms.volume.volume.rows == sessions && terms.volume.volume.columns == assets),

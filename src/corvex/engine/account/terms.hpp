@@ -80,7 +80,9 @@ struct AccountTerms {
     Grid tax_ratio{};
     Grid slippage_ratio{};
     FeeTerms fees{};
-    Grid lot_size{}; ///< by asset; 0 = any quantity
+    Grid min_fee{};       ///< by asset, in its currency; empty = that of `fees`
+    Grid fee_per_share{}; ///< the same
+    Grid lot_size{};      ///< by asset; 0 = any quantity
     bool round_to_nearest = false;
     std::vector<AssetEvent> dividends{}; ///< money for each share, once the split has been done
     std::vector<AssetEvent> splits{};    ///< new shares for each old one

@@ -157,6 +157,8 @@ def _term(name: str, value: Any) -> Any:
     """Return a term of an account as a number or as a text."""
     if name == "fee_table":
         return ", ".join(f"{start:,g}: {ratio * 100:g}%" for start, ratio in value.items())
+    if isinstance(value, dict) and name in ("min_fee", "fee_per_share"):
+        return ", ".join(f"{amount:,g} {code}" for code, amount in value.items())
     if isinstance(value, dict) and name in ("currency", "fx"):
         return ", ".join(sorted({*map(str, value.values() if name == "currency" else value)}))
     if isinstance(value, dict):
