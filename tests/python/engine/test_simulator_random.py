@@ -15,7 +15,9 @@ from corvex.simulation.report.fills_table import fills_table
 
 from .reference import Case, SlowSimulator
 
-COSTS = st.sampled_from([(0.0, 0.0, 0.0), (0.001425, 0.003, 0.0), (0.02, 0.01, 0.005)])
+COSTS = st.sampled_from(
+    [(0.0, 0.0, 0.0), (0.001425, 0.003, 0.0), (0.02, 0.01, 0.005), (0.0, 0.0, 0.15)]
+)
 STOPS = st.sampled_from([np.inf, 0.02, 0.1])
 
 

@@ -135,6 +135,7 @@ class Simulator {
 
     // Round trips (simulator_orders.cpp).
     void position_changed(const Change& change);
+    void position_ended(const Change& change);
     void close_round_trip(const Change& change);
     void open_round_trip(const Change& change);
 

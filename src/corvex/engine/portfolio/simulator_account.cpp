@@ -308,8 +308,7 @@ void Simulator::exit_account(std::size_t asset, std::size_t session, double pric
         account_->note_cut(asset, session, wanted.cut);
     }
     if (wanted.after == 0.0) {
-        out_.out_reason[asset] = cause.reason;
-        position_changed({asset, session, price, 0.0, before, cause, touched});
+        position_ended({asset, session, price, 0.0, before, cause, touched});
     } else if (!pending_.has(asset)) {
         stops_.leave(asset);
         pending_.add(asset, cause.reason, static_cast<std::size_t>(cause.signal_session));
@@ -344,9 +343,7 @@ void Simulator::cut_for_margin(std::size_t session) {
         settle(asset, wanted.after, price, session);
         account_->note_cut(asset, session, wanted.cut | Cut::kMargin);
         if (wanted.after == 0.0) {
-            out_.out_reason[asset] = ExitReason::kMargin;
-            position_changed(
-                {asset, session, price, 0.0, before, {ExitReason::kMargin, signal, -1}});
+            position_ended({asset, session, price, 0.0, before, {ExitReason::kMargin, signal, -1}});
         }
     }
 }

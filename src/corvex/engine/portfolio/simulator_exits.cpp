@@ -54,8 +54,14 @@ void Simulator::exit_position(std::size_t asset, std::size_t session, double pri
     const double before = book_.shares(asset);
     book_.trade(asset, 0.0, price, session, paid_);
     fills_.add(session, asset, before, 0.0, price);
-    out_.out_reason[asset] = cause.reason;
-    position_changed({asset, session, price, 0.0, before, cause, touched});
+    position_ended({asset, session, price, 0.0, before, cause, touched});
+}
+
+/// Ends a round trip, also one whose order was just taken back, so that no shares are left of it.
+void Simulator::position_ended(const Change& change) {
+    out_.out_reason[change.asset] = change.cause.reason;
+    close_round_trip(change);
+    out_.weights_in_force[change.asset] = 0.0;
 }
 
 /// Ends the round trip and leaves its shares to the order that fills next, at the same price.
