@@ -189,7 +189,7 @@ FUZZ_RUNS ?= 100000
 FUZZ_FRAMES ?= 200000
 FUZZ_ENGINE ?= 2000000
 FUZZ_SEED ?= 1
-FUZZ_PROGRAMS := simulator periods table_cells
+FUZZ_PROGRAMS := simulator account periods table_cells
 .PHONY: fuzz
 fuzz: $(VENV)/stamp-build ## give readers, simulation, metrics and engine hostile inputs under ASan
 	@tools/system_packages.sh gtest sanitizers
