@@ -97,9 +97,9 @@ class Account:
         Prices move by this x daily volatility x sqrt(shares / daily volume).
     impact_window : int, default 20
         Sessions before the fill from which volatility and volume are taken.
-    price_limit : values, optional
+    price_limit : values or bool, optional
         Nothing is bought that opens this far above the close before, nor sold as far below.
-        Missing: no limit.
+        True: the market's, 0.1 in Taiwan. Missing: no limit.
     price_ticks : bool or mapping of float to float, default False
         Move these limits inwards to whole ticks: True, those of the market; or the tick by the
         price from which on it holds, ``{0: 0.01, 10: 0.05}``. With quoted prices.
@@ -161,7 +161,7 @@ class Account:
     unfilled: Literal["wait", "lapse"] = "wait"
     impact: float = 0.0
     impact_window: int = 20
-    price_limit: Values | None = None
+    price_limit: Values | bool | None = None
     price_ticks: bool | Mapping[float, float] = False
     maintenance_margin: float | None = None
     flows: pd.Series | Table | None = None

@@ -39,6 +39,7 @@ def run(prices=PRICES, weights=WEIGHTS, **terms):
         ({"cash_rate": {"AAA": 0.1}}, "cash_rate must be a number or a Series by date, got a Ser"),
         ({"lot_size": pd.Series(1.0, DAYS)}, "lot_size must be a number or a Series by asset"),
         ({"band": pd.Series(0.1, DAYS[:0])}, "band is empty"),
+        ({"price_limit": True}, "the market 'us_stock' knows no price limit"),
         ({"price_limit": 0.0}, "price_limit must be above 0"),
         (
             {"withholding_tax": pd.Series([0.3, 30], DAYS[:2])},
@@ -148,7 +149,7 @@ def test_a_value_is_the_same_in_every_form(name):
 def test_taiwans_limits_are_those_that_its_orders_have(close):
     lowest, highest = get_market_by_name("tw_stock").price_range(close)
     up, down = (sign * 1e-6 * close for sign in (1, -1))
-    account = corvex.Account(price_limit=0.1, price_ticks=True)
+    account = corvex.Account(price_limit=True, price_ticks=True)
 
     def fills(opens, *weights):
         weights = pd.DataFrame({"1101": weights}, DAYS[: 3 * len(weights) : 3])

@@ -101,6 +101,7 @@ def read_account(account: Account, prices: PriceData, plan: Plan) -> AccountTerm
     _doubt_capital(account)
     read = _Reader(prices.clock, plan)
     currencies = read_currencies(account, prices.clock, plan)
+    limit = _limit(account, prices)
     wants_volume = account.volume_share is not None or account.impact > 0.0
     return AccountTerms(
         capital=float(account.capital),
@@ -131,10 +132,10 @@ def read_account(account: Account, prices: PriceData, plan: Plan) -> AccountTerm
         unfilled_lapses=account.unfilled == "lapse",
         impact=float(account.impact),
         impact_window=int(account.impact_window),
-        price_limit=read.price_limit(account.price_limit),
-        price_ticks=_ticks(account, prices),
+        price_limit=read.price_limit(limit),
+        price_ticks=() if limit is None else _ticks(account, prices),
         opens=None
-        if account.price_limit is None
+        if limit is None
         else market_matrix(prices.market, "open", prices.clock, plan.labels, required=False),
         maintenance_margin=float(account.maintenance_margin or 0.0),
         flows=read.flows(account.flows),
@@ -245,9 +246,21 @@ def _volume(prices: PriceData, labels: pd.Index) -> _Floats:
     return np.where(impossible, np.nan, found) if impossible.any() else found  # often a user's own
 
 
+def _limit(account: Account, prices: PriceData) -> Any:
+    """Return the price limit, of the market where that is meant; None for none."""
+    if not isinstance(account.price_limit, bool):
+        return account.price_limit
+    if account.price_limit and prices.market.price_limit is None:
+        raise ValueError(
+            f"the market {prices.market.get_name()!r} knows no price limit; give it: "
+            "price_limit=0.1"
+        )
+    return prices.market.price_limit if account.price_limit else None
+
+
 def _ticks(account: Account, prices: PriceData) -> tuple[tuple[float, float], ...]:
-    """Return the ticks that price limits are moved to; without limits there is nothing to move."""
-    if account.price_limit is None or account.ticks == ():
+    """Return the ticks that price limits are moved to."""
+    if account.ticks == ():
         return ()
     market = prices.market
     if _is_adjusted(prices):
