@@ -152,7 +152,7 @@ def report_among_random(
             warnings.simplefilter("ignore")  # of its terms the run has told already
             found = _drawn(origin, data, draws, seed, "daily_sharpe", riskfree_rate)
     except ValueError:  # the account lacks what assets need that the run never held
-        if asked:
+        if asked or origin.account is None:
             raise
         return None
     alone = found.draws[[found.figure]]  # a saved report may keep them

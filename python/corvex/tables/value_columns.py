@@ -12,8 +12,8 @@ from corvex.tables.long_form import arranged
 
 __all__ = ["series_by_date", "series_by_label", "table_or_series"]
 
-#: What the one column of values is called, in small letters, where it holds for every asset.
-_FOR_ALL = ("value", "values", "rate", "rates")
+#: What the one column of values is called where it holds for every asset; "RATE" is a ticker.
+_FOR_ALL = ("value", "Value", "values", "Values", "rate", "Rate", "rates", "Rates")
 
 
 def series_by_date(given: Any, what: str) -> Any:
@@ -76,14 +76,14 @@ def table_or_series(given: Any, what: str) -> Any:
         return given
     if isinstance(given, pd.DataFrame):
         table = as_table(given, what)
-        if table is given:  # a table that merely numbers its rows has labels in a column
-            return series_by_label(table, what) if isinstance(table.index, pd.RangeIndex) else table
+        if table is given and isinstance(table.index, pd.RangeIndex):  # labels stand in a column
+            return series_by_label(table, what)
     else:
         plain = arrow_columns(given, what)
         table = arranged(plain, what, required=False)
         if table is None:
             return series_by_label(plain, what)
-    alone = table.shape[1] == 1 and str(table.columns[0]).strip().lower() in (*_FOR_ALL, what)
+    alone = table.shape[1] == 1 and table.columns[0] in (*_FOR_ALL, what)
     return table.iloc[:, 0] if alone else table
 
 

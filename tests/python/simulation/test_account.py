@@ -11,6 +11,7 @@ import pytest
 import corvex
 from corvex.analysis._edge import edge_by_bars
 from corvex.analysis.liquidityAnalysis import LiquidityAnalysis
+from corvex.core.dashboard.figures.dataset import collect
 from corvex.core.dashboard.figures.trade_series import price_paths
 from corvex.markets import get_market_by_name
 from corvex.simulation.read.clock import Clock
@@ -374,15 +375,18 @@ def test_a_benchmark_of_an_unknown_currency_is_told():
                 weights, prices, market="us_stock", leverage=True, benchmark=benchmark,
                 account=account,
             )  # fmt: skip
-        return made.market.benchmark_source, [str(one.message) for one in told]
+        money = collect(made).facts["meta"]["benchmark_money"]
+        return made.market.benchmark_source, [str(one.message) for one in told], money
 
     guess = "the benchmark 'SP500' is compared as it is quoted, while the account is kept in TWD"
     for benchmark, source in ((None, "default"), ("sp500", "table")):
-        found, told = compared(benchmark)
-        assert (found, len(told)) == (source, 1)
+        found, told, money = compared(benchmark)
+        assert (found, len(told), money) == (source, 1, {"to": "TWD"})
         assert told[0].startswith(guess)
-        assert compared(benchmark, benchmark_currency="USD") == (source, [])
-    assert compared(None, benchmark_currency="TWD")[1] == compared(prices["AAA"])[1] == []
+        money = {"from": "USD", "to": "TWD"}  # as the page tells it
+        assert compared(benchmark, benchmark_currency="USD") == (source, [], money)
+    for found in (compared(None, benchmark_currency="TWD"), compared(prices["AAA"])):
+        assert found[1:] == ([], None)
     with pytest.raises(ValueError, match="EURTWD is missing on 2020-01-02, where the benchmark"):
         compared(None, benchmark_currency="EUR")
 

@@ -67,10 +67,11 @@ function notes() {
 }
 
 function benchmarkNotes() {
-  const { benchmark_default: isDefault, price_index: isPriceIndex } = facts.meta;
+  const { benchmark_default: isDefault, price_index: isPriceIndex, benchmark_money: money } = facts.meta;
   return [
     isDefault && t("benchmark_default", { benchmark: benchmarkLabel() }),
     isPriceIndex && t("benchmark_price_index", { benchmark: benchmarkLabel() }),
+    money && t(money.from ? "benchmark_converted" : "benchmark_as_quoted", { benchmark: benchmarkLabel(), ...money }),
   ].filter(Boolean);
 }
 
