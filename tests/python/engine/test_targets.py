@@ -43,3 +43,6 @@ def test_rows_outside_the_table_are_refused():
         with pytest.raises(ValueError, match="outside the table"):
             _engine.read_targets(np.ones((2, 3)), np.array([row]), limit=1.0, leverage=True,
                                  only_changes=False)  # fmt: skip
+    with pytest.raises(ValueError, match="must not be negative"):
+        _engine.read_targets(np.ones((2, 3)), np.array([0]), limit=-1.0, leverage=True,
+                             only_changes=False)  # fmt: skip

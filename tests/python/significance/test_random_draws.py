@@ -88,12 +88,14 @@ def intraday(prices):
     return prices.set_axis(pd.DatetimeIndex(bars))
 
 
+HOURS = PRICES[:500].set_axis(pd.date_range("2015-01-01", periods=500, freq="h", tz="Asia/Taipei"))
 WORLDS = {
     "daily": (PRICES, {}),
     "a zone and a span": (
         PRICES.tz_localize("Asia/Taipei"), {"start": "2015-06-01", "end": "2017-01-31"},
     ),
     "intraday": (intraday(PRICES), {"resample": "W", "trail_stop": 0.05}),
+    "around the clock": (HOURS, {"market": "crypto", "resample": "D", "end": HOURS.index[481]}),
     "weekly": (PRICES[::5], {"resample": None, "position_limit": 0.2, "slippage_ratio": 0.001}),
     "at the open, touched": (
         {"close": PRICES, "open": PRICES * 0.999, "high": PRICES * 1.01, "low": PRICES * 0.99},

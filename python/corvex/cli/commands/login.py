@@ -36,7 +36,10 @@ def login(
         kind = Kind.id_token if extract_uid_from_id_token(token) else Kind.api_token
     elif kind is Kind.id_token and not extract_uid_from_id_token(token):
         raise ValueError("this is no ID token: no user id can be read from it")
-    file = save_token(token, kind.value)
+    try:
+        file = save_token(token, kind.value)
+    except RuntimeError as error:  # what was given is no token
+        raise ValueError(str(error)) from None
     print(f"Login kept in {file} ({kind.value}), readable by you alone")
 
 

@@ -11,6 +11,7 @@ from typing import TYPE_CHECKING, NamedTuple
 import pandas as pd
 
 from corvex.markets.bound import BoundMarket
+from corvex.markets.stamps import has_dates_only
 from corvex.simulation.options import Options
 from corvex.simulation.plan.plan import Plan
 from corvex.simulation.read.price_data import PriceData, read_prices
@@ -52,9 +53,14 @@ class Origin(NamedTuple):
         """
         if not isinstance(report.market, BoundMarket):
             return None
-        last = self.sessions[-1] if self.ends else None
+        # Beside bars within the day a midnight would stand for its whole day.
+        beside = pd.Timedelta(0 if has_dates_only(self.sessions) else 1, "ns")
         found = read_prices(
-            None, self.plan.labels, market=report.market, start=self.sessions[0], end=last
+            None,
+            self.plan.labels,
+            market=report.market,
+            start=self.sessions[0] - beside,
+            end=self.sessions[-1] + beside if self.ends else None,
         )
         return found if found.clock.index.equals(self.sessions) else None
 

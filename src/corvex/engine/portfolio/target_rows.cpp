@@ -76,6 +76,7 @@ TargetRows read(const WeightView<Value>& weights, std::span<const std::int64_t> 
         return row >= 0 && static_cast<std::size_t>(row) < weights.rows;
     };
     require(std::ranges::all_of(rows, inside), "a row lies outside the table of weights");
+    require(!(rules.limit < 0.0), "the limit of a weight must not be negative");
     const std::size_t width = weights.assets;
     TargetRows found;
     found.targets.reserve((rules.only_changes ? std::min(rows.size(), kRowsAtFirst) : rows.size()) *

@@ -35,7 +35,7 @@ struct TargetRows {
 /// scaled to 1, at last each weight is cut to the limit. With `only_changes` rows of zeros at the
 /// beginning are left out, too.
 ///
-/// @throws std::invalid_argument for a row outside the table
+/// @throws std::invalid_argument for a row outside the table, or a negative limit
 TargetRows read_targets(const WeightView<double>& weights, std::span<const std::int64_t> rows,
                         const TargetRules& rules);
 TargetRows read_targets(const WeightView<bool>& weights, std::span<const std::int64_t> rows,
