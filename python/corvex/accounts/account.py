@@ -372,7 +372,8 @@ def _plain_series(values: pd.Series) -> Any:
     if isinstance(values.index, pd.DatetimeIndex | pd.PeriodIndex):
         return "by date"
     if pd.api.types.is_numeric_dtype(values.dtype):  # there may be thousands
-        return dict(zip(map(str, values.index), values.astype("float64").tolist(), strict=True))
+        numbers_of = values.to_numpy(dtype="float64", na_value=math.nan)
+        return dict(zip(map(str, values.index.tolist()), numbers_of.tolist(), strict=True))
     return {str(label): _plain(one) for label, one in values.items()}
 
 

@@ -92,16 +92,21 @@ def label_candidates(labels: Iterable[object], known: Iterable[object]) -> list[
 
     For callers who refuse what is not clear; see `match_labels`.
     """
-    wanted, names = [str(label) for label in labels], [str(label) for label in known]
+    wanted, names = _texts(labels), _texts(known)
     whole = _places(names)
-    if all(label in whole for label in wanted):
-        return [whole[label] for label in wanted]
+    nowhere: list[int] = []
+    found = [whole.get(label, nowhere) for label in wanted]
+    if all(found) or not (" " in "".join(wanted) or " " in "".join(names)):
+        return found  # without a blank the id is the label
     by_id = _places(map(asset_id, names))
     asked_for = set(wanted)
     for key, places in by_id.items():
         if len({names[place] for place in places}) == 1 and names[places[0]] in asked_for:
             by_id[key] = []
-    return [whole.get(label) or by_id.get(asset_id(label), []) for label in wanted]
+    return [
+        places or by_id.get(asset_id(label), nowhere)
+        for places, label in zip(found, wanted, strict=True)
+    ]
 
 
 def other_names(pairs: Iterable[tuple[str, str]]) -> str:
@@ -120,6 +125,11 @@ def other_names(pairs: Iterable[tuple[str, str]]) -> str:
     odd = [(a, b) for a, b in pairs if a != b and asset_name(a) and asset_name(b)]
     told = ", ".join(f"{label!r} is taken for {other!r}" for label, other in odd[:5])
     return told if len(odd) <= 5 else f"{told}, and {len(odd) - 5} more likewise"
+
+
+def _texts(labels: Iterable[object]) -> list[str]:
+    tolist = getattr(labels, "tolist", None)  # an index gives its labels one by one far slower
+    return list(map(str, labels if tolist is None else tolist()))
 
 
 def _places(keys: Iterable[str]) -> dict[str, list[int]]:

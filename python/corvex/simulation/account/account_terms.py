@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import numbers
 from collections.abc import Mapping
-from typing import Any, NamedTuple, cast
+from typing import Any, NamedTuple
 
 import numpy as np
 import numpy.typing as npt
@@ -127,7 +127,9 @@ def read_account(account: Account, prices: PriceData, plan: Plan) -> AccountTerm
         band=read.band(account.band),
         band_relative=account.band_kind == "relative",
         band_to_edge=account.band_to == "edge",
-        volume=_volume(prices, plan.labels) if wants_volume else None,
+        volume=market_matrix(prices.market, "volume", prices.clock, plan.labels)
+        if wants_volume
+        else None,
         volume_share=float(account.volume_share or 0.0),
         unfilled_lapses=account.unfilled == "lapse",
         impact=float(account.impact),
@@ -168,9 +170,7 @@ class _Reader(ValueReader):
         if table is None or table.size == 0:
             return nothing
         columns = self.columns(name, table.columns)
-        values = as_floats(name, table)
-        if not np.array_equal(columns, np.arange(values.shape[1])):
-            values = np.where(columns >= 0, values[:, np.maximum(columns, 0)], np.nan)
+        values = self.of_assets(as_floats(name, table), columns)
         none = 1.0 if name == "splits" else 0.0
         there = np.flatnonzero((values < none) | (values > none))  # missing is neither
         rows, assets = np.divmod(there, values.shape[1])
@@ -201,7 +201,7 @@ class _Reader(ValueReader):
     def flows(self, given: Any) -> list[tuple[int, float]]:
         if given is None or len(given) == 0:
             return []
-        amounts = as_floats("flows", given.to_frame())[:, 0]
+        amounts = as_floats("flows", given)
         dates = as_dates(given.index, "the index of flows")
         if not np.isfinite(amounts).all():
             at = int(np.argmin(np.isfinite(amounts)))
@@ -238,12 +238,6 @@ def _after_spread(rate: _Floats | None, spread: _Floats | None) -> _Floats | Non
     if rate is None or spread is None:
         return rate
     return np.maximum(rate - spread, np.minimum(rate, 0.0))
-
-
-def _volume(prices: PriceData, labels: pd.Index) -> _Floats:
-    found = cast("_Floats", market_matrix(prices.market, "volume", prices.clock, labels))
-    impossible = (found < 0.0) | np.isinf(found)
-    return np.where(impossible, np.nan, found) if impossible.any() else found  # often a user's own
 
 
 def _limit(account: Account, prices: PriceData) -> Any:

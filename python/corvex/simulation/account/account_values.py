@@ -80,7 +80,8 @@ class ValueReader:
         table = self._fractions(name, given)
         if table is not None:
             self._refuse(name, table, table < 0.0, _FRACTION)
-            self._tell_missing(name, table, "that of the run counts")
+            if np.isnan(table).any():
+                self._tell_missing(name, table, "that of the run counts")
         return table
 
     def price_limit(self, given: Any) -> _Floats | None:
@@ -97,7 +98,7 @@ class ValueReader:
         assert table is not None
         self._need("lot_size", table)
         self._refuse("lot_size", table, table <= 0.0, "a number above 0")
-        return np.nan_to_num(table)
+        return table if table.size == 1 else np.nan_to_num(table)
 
     def band(self, given: Any) -> _Floats | None:
         if given is None:
@@ -108,16 +109,20 @@ class ValueReader:
         _warn_of_high("band", table, " of the equity, or of a target")
         return self._or_zero("band", table)
 
-    def columns(self, name: str, columns: pd.Index) -> npt.NDArray[np.int64]:
-        """Find the column of each asset; -1 where there is none."""
+    def of_assets(self, values: _Floats, columns: npt.NDArray[np.int64] | None) -> _Floats:
+        """Bring the columns of a table to the assets; what is not there is missing."""
+        if columns is None:
+            return values
+        return np.where(columns >= 0, values[:, np.maximum(columns, 0)], np.nan)
+
+    def columns(self, name: str, columns: pd.Index) -> npt.NDArray[np.int64] | None:
+        """Find the column of each asset, -1 where there is none; None for those of the assets."""
         if len(columns) == 0:
             raise ValueError(f"{name} is empty")
         if not columns.is_unique:
             raise ValueError(f"{name} has {columns[columns.duplicated()][0]!r} more than once")
         found = match_columns(self._labels, columns)
-        if found is None:
-            return np.arange(len(self._labels))
-        if (found < 0).all():
+        if found is not None and (found < 0).all():
             warn(f"{name} names none of the assets: its first is {columns[0]!r}")
         return found
 
@@ -139,6 +144,8 @@ class ValueReader:
         return table
 
     def _or_zero(self, name: str, table: _Floats) -> _Floats:
+        if not np.isnan(table).any():
+            return table
         self._tell_missing(name, table, "it counts as 0")
         return np.nan_to_num(table)
 
@@ -187,15 +194,15 @@ class ValueReader:
         if (by_date and forms == "asset") or (forms == "date" and not _goes_by_date(given)):
             raise ValueError(f"{name} must be {_ACCEPTED[forms]}, got {_form(given)}")
         if isinstance(given, pd.Series):
-            given = given.to_frame(name) if by_date else given.to_frame().T
+            labels = given.index
+            given = given.to_frame(name) if by_date else given
+        else:
+            labels = given.columns
         if by_date:
             given = dated_table(given, name)
-        values = as_floats(name, given)
-        if np.isinf(values).any():
-            raise ValueError(f"{name} holds infinite values")
+        values = _finite(name, given)
         if by_asset:
-            columns = self.columns(name, given.columns)
-            values = np.where(columns >= 0, values[:, np.maximum(columns, 0)], np.nan)
+            values = self.of_assets(values, self.columns(name, labels))
         if by_date:
             if carried and np.isnan(values).any():
                 values = pd.DataFrame(values).ffill().to_numpy()
@@ -207,11 +214,14 @@ class ValueReader:
         """Refuse values by asset that leave one out; a missing one that is named may be meant."""
         missing = np.isnan(table[0]) & (self._held | (table.shape[1] == 1))
         if isinstance(given, pd.Series) and table.shape[1] == len(self._labels):
-            missing &= self.columns(name, given.index) < 0
+            columns = self.columns(name, given.index)
+            missing &= False if columns is None else columns < 0
         if missing.any():
             raise ValueError(f"{name} has no value for {self._labels[int(np.argmax(missing))]!r}")
 
     def _refuse(self, name: str, table: _Floats, bad: _Bools, accepted: str) -> None:
+        if not bad.any():
+            return
         bad = bad & ~np.isnan(table) & (np.ones(1, bool) if table.shape[1] == 1 else self._held)
         if not bad.any():
             return
@@ -220,8 +230,16 @@ class ValueReader:
         raise ValueError(f"{name}{whose} must be {accepted}, got {table[row, asset]:g}")
 
 
-def as_floats(name: str, table: pd.DataFrame) -> _Floats:
-    """Return a table as numbers.
+def _finite(name: str, given: pd.DataFrame | pd.Series) -> _Floats:
+    """A Series is a row."""
+    values = np.atleast_2d(as_floats(name, given))
+    if np.isinf(values).any():
+        raise ValueError(f"{name} holds infinite values")
+    return values
+
+
+def as_floats(name: str, table: pd.DataFrame | pd.Series) -> _Floats:
+    """Return a table or a Series as numbers.
 
     Raises
     ------
@@ -256,7 +274,7 @@ def _shown(given: Any) -> str:
 
 
 def _warn_of_high(name: str, table: _Floats, of_what: str) -> None:
-    highest = float(np.nanmax(np.abs(table), initial=0.0))
+    highest = float(np.fmax.reduce(np.abs(table), axis=None, initial=0.0))
     if highest > _HIGH:
         warn(
             f"{name} is as high as {highest:g} ({highest:.0%}{of_what}); rates are fractions "

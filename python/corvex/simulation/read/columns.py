@@ -77,7 +77,7 @@ def match_columns(labels: pd.Index, columns: pd.Index) -> np.ndarray | None:
     found = np.full(len(labels), -1, dtype=np.int64)
     taken: dict[int, str] = {}
     for at, (label, places) in enumerate(
-        zip(labels, label_candidates(labels, columns), strict=True)
+        zip(labels.tolist(), label_candidates(labels, columns), strict=True)
     ):
         if not places:
             continue

@@ -31,6 +31,16 @@ void add_present(const double* values, std::span<double> count, double* total) {
     }
 }
 
+/// The same of volumes.
+CORVEX_VECTOR_CLONES
+void add_volumes(const double* values, std::span<double> count, double* total) {
+    for (std::size_t k = 0; k < count.size(); ++k) {
+        const bool there = is_volume(values[k]);
+        count[k] += there ? 1.0 : 0.0;
+        total[k] += there ? values[k] : 0.0;
+    }
+}
+
 CORVEX_VECTOR_CLONES
 void find_changes(const double* before, const double* now, std::span<double> changes) {
     for (std::size_t k = 0; k < changes.size(); ++k) {
@@ -134,7 +144,7 @@ void Impact::find_volume(std::span<const std::uint32_t> assets, std::size_t begi
         for (const std::size_t k : split_) {
             volume_[k] *= splits_.at(assets[k], end) / splits_.at(assets[k], session);
         }
-        add_present(values, sums_.count, sums_.total.data());
+        add_volumes(values, sums_.count, sums_.total.data());
     }
     for (std::size_t k = 0; k < size; ++k) {
         volume_[k] = sums_.total[k] / sums_.count[k];

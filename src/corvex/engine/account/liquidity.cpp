@@ -15,8 +15,9 @@ double VolumeLimit::room(std::size_t asset, std::size_t session) const {
         return std::numeric_limits<double>::infinity();
     }
     const bool today = session_[asset] == static_cast<std::int64_t>(session);
-    const double most = terms_.share * terms_.volume.at(session, asset);
-    return std::isnan(most) ? most : std::max(most - (today ? taken_[asset] : 0.0), 0.0);
+    const double volume = terms_.volume.at(session, asset);
+    return is_volume(volume) ? std::max(terms_.share * volume - (today ? taken_[asset] : 0.0), 0.0)
+                             : std::numeric_limits<double>::quiet_NaN();
 }
 
 void VolumeLimit::take(std::size_t asset, std::size_t session, double shares) {

@@ -43,6 +43,11 @@ struct BandTerms {
     bool to_edge = false; ///< trades go to the band's edge instead of the target
 };
 
+/// Whether a volume is one: what is below zero or infinite counts as missing.
+inline bool is_volume(double shares) {
+    return shares >= 0.0 && shares < std::numeric_limits<double>::infinity();
+}
+
 /// How much of a session's volume an order may take.
 struct VolumeTerms {
     Grid volume;        ///< shares, missing = unknown; of every session and asset
