@@ -27,7 +27,11 @@ class Progress:
 
     def __init__(self, wish: ProgressInput, total: int, done: int) -> None:
         self._told = wish if callable(wish) else None
-        self._shown = self._told is None and (sys.stderr.isatty() if wish is None else bool(wish))
+        # The command line guards its streams against what moves the cursor; this is meant to.
+        self._stream = getattr(sys.stderr, "unguarded", sys.stderr)
+        self._terminal = self._stream is not None and self._stream.isatty()
+        wanted = self._terminal if wish is None else bool(wish) and self._stream is not None
+        self._shown = self._told is None and wanted
         self._total, self._done, self._before = total, done, done
         self._begin = self._last = time.monotonic()
 
@@ -45,14 +49,14 @@ class Progress:
         rate = (self._done - self._before) / max(seconds, 1e-9)
         left = (self._total - self._done) / rate if rate > 0 else 0.0
         text = f"{self._done:,} of {self._total:,} runs, {rate:,.0f} a second, {_length(left)} left"
-        sys.stderr.write(f"\r\033[K{text}" if sys.stderr.isatty() else f"{text}\n")
-        sys.stderr.flush()
+        self._stream.write(f"\r\033[K{text}" if self._terminal else f"{text}\n")
+        self._stream.flush()
 
     def close(self) -> None:
         """Leave the terminal with a line of its own for what comes next."""
-        if self._shown and sys.stderr.isatty():
-            sys.stderr.write("\r\033[K")
-            sys.stderr.flush()
+        if self._shown and self._terminal:
+            self._stream.write("\r\033[K")
+            self._stream.flush()
 
 
 def _length(seconds: float) -> str:

@@ -15,7 +15,7 @@ _RUNS = 2_000
 
 
 class Writer:
-    """Gathers results and writes them every two seconds, every 5,000 runs, and at the end."""
+    """Gathers results and writes them every two seconds, every 2,000 runs, and at the end."""
 
     def __init__(self, store: Store, grid: Grid) -> None:
         self._store, self._grid = store, grid

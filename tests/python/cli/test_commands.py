@@ -13,6 +13,8 @@ import pytest
 
 import corvex
 from corvex.cli.console import Steps
+from corvex.plaintext import PlainStream
+from corvex.sweeping.progress import Progress
 
 
 def _csv(path, values, column="equity", start="2024-01-01"):
@@ -176,6 +178,15 @@ class Terminal(io.StringIO):
 
     def isatty(self):
         return True
+
+
+def test_the_progress_of_a_sweep_moves_the_cursor_of_a_guarded_terminal(monkeypatch):
+    terminal = Terminal()
+    monkeypatch.setattr(sys, "stderr", PlainStream(terminal))
+    progress = Progress(None, 2, 0)
+    progress.add(2)
+    progress.close()
+    assert re.fullmatch(r"\r\033\[K2 of 2 runs, .* left\r\033\[K", terminal.getvalue())
 
 
 @pytest.mark.parametrize(("patience", "shown"), [(0.01, True), (60.0, False)])
