@@ -213,6 +213,8 @@ class SimulationResult(TypedDict):
     position: _Floats | None  # (n, assets) target weights in force after each close
     trades: dict[str, npt.NDArray[np.generic]] | None  # the keys of Trades and "return"
     fills: Fills | None
+    start_row: int  # where the strategy's curve begins: ahead of the first fill
+    starts_before: bool  # it costs or earns something there: a 1.0 one bar before comes first
     ruin_session: int  # -1: none
     executed_rebalance: int  # row of `target` last filled, -1: none
     # the state after the last session, one entry per asset

@@ -23,7 +23,6 @@ from corvex.tables.named import facts
 
 __all__ = [
     "Freshness",
-    "expiry_of",
     "freshness",
     "is_tradable",
     "next_data_expiry",
@@ -120,31 +119,6 @@ def freshness(market: Market | None = None) -> list[Freshness]:
         return [_bound(market)]
     found = [_named(name, market) for name in sorted(_default_context._loaded_datasets)]
     return [table for table in found if table is not None] or _from_its_own(market)
-
-
-def expiry_of(
-    index: pd.DatetimeIndex, market: Market, as_of: datetime.datetime
-) -> datetime.datetime:
-    """Return when prices with these dates, written at `as_of`, should have a newer row.
-
-    Parameters
-    ----------
-    index : DatetimeIndex
-        The table's dates, rising, not empty.
-    market : Market
-        Whose sessions count.
-    as_of : datetime
-        Aware.
-
-    Returns
-    -------
-    datetime
-        UTC. Daily: the close of the next session. Weekly, monthly and longer: the last close of
-        the next period. Intraday: one bar after the next bar's stamp, when that bar is finished
-        whether its stamp is its start or its end. Where the calendar's records end, weekdays count
-        as sessions that close at midnight UTC.
-    """
-    return rows_of(index, market).expires_at(as_of)
 
 
 def _bound(market: Market) -> Freshness:

@@ -28,7 +28,13 @@ class Rows(Protocol):
     """What a table's freshness is judged by."""
 
     def expires_at(self, as_of: datetime.datetime) -> datetime.datetime:
-        """Return when a table written at `as_of` should have a newer row, or a final last one."""
+        """Return when a table written at `as_of` should have a newer row, or a final last one.
+
+        UTC. Daily: the close of the next session. Weekly, monthly and longer: the last close of the
+        next period. Intraday: one bar after the next bar's stamp, when that bar is finished whether
+        its stamp is its start or its end. Where the calendar's records end, weekdays count as
+        sessions that close at midnight UTC.
+        """
         ...
 
     def newest_at(self, now: datetime.datetime) -> datetime.datetime:

@@ -20,7 +20,6 @@ from corvex.simulation.plan.schedule import Schedule
 from corvex.simulation.read.columns import match_columns
 from corvex.simulation.read.price_data import PriceData
 from corvex.simulation.read.price_tables import TradeAt
-from corvex.simulation.report.results import rows_before_start
 
 __all__ = ["account_figures", "drawn_from"]
 
@@ -118,10 +117,10 @@ def account_figures(
         )
         if result["account"]["overdrawn_session"] >= 0:
             return np.full(len(_engine.FIGURE_NAMES), np.nan)
-        equity, start = result["equity"], rows_before_start(result)
+        equity, start = result["equity"], result["start_row"]
         rows = dates.closes[dates.closes >= first + start]
         values, times = equity[rows - first], dates.times[rows]
-        if abs(equity[start] - 1.0) > 1e-12 and dates.before_first[0] < times[0]:
+        if result["starts_before"] and dates.before_first[0] < times[0]:
             values = np.concatenate(([1.0], values))
             times = np.concatenate((dates.before_first, times))
         record = _engine.performance_record(_engine.rebase(values, _BASE), times, riskfree_rate)

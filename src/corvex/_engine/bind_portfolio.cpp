@@ -50,7 +50,10 @@ nb::dict fill_columns(engine::Fills&& fills) {
 
 nb::dict as_dict(SimulationResult&& result, nb::object position, const SimulationInput& input) {
     const auto last_session = static_cast<std::int64_t>(input.prices.sessions()) - 1;
+    const engine::CurveStart start = result.curve_start();
     nb::dict out;
+    out["start_row"] = start.row;
+    out["starts_before"] = start.led;
     out["equity"] = to_numpy(std::move(result.equity));
     out["cash"] = to_numpy(std::move(result.cash));
     out["fees"] = to_numpy(std::move(result.fees));

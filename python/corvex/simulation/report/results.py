@@ -19,7 +19,6 @@ if TYPE_CHECKING:
 __all__ = [
     "cost_totals",
     "curve_and_position",
-    "rows_before_start",
     "state_after",
     "yearly_turnover",
 ]
@@ -28,7 +27,6 @@ _PER_YEAR = {
     unit: 365.25 * 86_400 * ticks
     for unit, ticks in {"s": 1, "ms": 1_000, "us": 1_000_000, "ns": 1_000_000_000}.items()
 }
-_ROUNDING = 1e-12
 
 
 def curve_and_position(
@@ -45,7 +43,7 @@ def curve_and_position(
     first : int
         The session where the engine's arrays start.
     """
-    skipped = rows_before_start(result)
+    skipped = result["start_row"]
     index = clock.index[first + skipped :]
     equity = result["equity"][skipped:]
     weights = cast("np.ndarray", result["position"])[skipped:]
@@ -56,7 +54,7 @@ def curve_and_position(
             f"the equity is no finite number on {when}: prices or weights are too large or too "
             "small to be computed with"
         )
-    if abs(equity[0] - 1.0) <= _ROUNDING:
+    if not result["starts_before"]:
         equity[0] = 1.0
     else:  # the first session of all has the first fill
         before = pd.DatetimeIndex([period_before(index)])
@@ -71,17 +69,6 @@ def curve_and_position(
         )
     position = pd.DataFrame(weights, index=index, columns=labels, copy=False)
     return pd.Series(equity, index=index, name="creturn", copy=False), position
-
-
-def rows_before_start(result: SimulationResult) -> int:
-    """How many rows lie before the curve's first: the one ahead of the first fill.
-
-    0 where nothing is filled. Cash that has earned something by then is part of the curve.
-    """
-    first = int((result["traded"] != 0.0).argmax())  # 0 too where there is none
-    before = max(first - 1, 0)
-    moved = np.flatnonzero(np.abs(result["equity"][: before + 1] - 1.0) > _ROUNDING)
-    return max(int(moved[0]) - 1, 0) if moved.size else before
 
 
 def state_after(result: SimulationResult, schedule: Schedule) -> State:

@@ -24,7 +24,6 @@ from corvex.simulation.report.quoted_prices import raw_price_of
 from corvex.simulation.report.results import (
     cost_totals,
     curve_and_position,
-    rows_before_start,
     state_after,
     yearly_turnover,
 )
@@ -106,7 +105,7 @@ def _account(run: Run, prices: PriceData) -> dict[str, Callable[[], pd.DataFrame
     from corvex.simulation.account.account_tables import account_table, bookings_table, fx_table
 
     rows, length, bookings = found["sessions"], found["length"], found["bookings"]
-    dates = index[run.plan.first_session + rows_before_start(run.result) :]
+    dates = index[run.plan.first_session + run.result["start_row"] :]
     several = run.currencies
     base = None if several is None else several.names[0]
     makers: dict[str, Callable[[], pd.DataFrame]] = {

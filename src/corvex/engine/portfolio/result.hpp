@@ -11,6 +11,12 @@
 
 namespace corvex::engine::inline v1 {
 
+/// Where a run's curve belongs to the strategy.
+struct CurveStart {
+    std::size_t row = 0; ///< ahead of the first fill: time before it is no time of the strategy
+    bool led = false;    ///< it costs or earns something there, so it begins one bar before, at 1
+};
+
 /// What a simulation hands over. The series begin at the first session of the input.
 struct SimulationResult {
     std::vector<double> equity; ///< at each close, 1 before the first fill, 0 from a ruin on
@@ -37,6 +43,10 @@ struct SimulationResult {
     std::vector<std::int64_t> cooldown; ///< in how many more rebalances a stopped asset stays out
 
     std::optional<AccountResult> account; ///< of a run that keeps one
+
+    /// Row 0 where nothing is filled or there are no sessions. Cash that has earned something
+    /// before the first fill is part of the curve.
+    [[nodiscard]] CurveStart curve_start() const;
 };
 
 } // namespace corvex::engine::inline v1

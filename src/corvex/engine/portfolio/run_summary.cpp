@@ -14,7 +14,6 @@ namespace corvex::engine::inline v1 {
 namespace {
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-constexpr double kRounding = 1e-12;
 /// Reports bring their daily curve to this, and a quotient is rounded.
 constexpr double kBase = 100.0;
 constexpr double kNanosPerYear = 365.25 * 86'400e9;
@@ -72,7 +71,7 @@ RunSummary RunReader::read(std::size_t run, const SimulationResult& result) {
                        {}};
     summary.figures.fill(kNaN);
     if (!result.equity.empty()) {
-        const Start start = start_of(result);
+        const CurveStart start = result.curve_start();
         summary.figures = figures(plan, start, result.equity);
         summary.turnover = yearly_turnover(plan, start, result);
     }
@@ -90,16 +89,8 @@ RunSummary RunReader::read(std::size_t run, const SimulationResult& result) {
     return summary;
 }
 
-RunReader::Start RunReader::start_of(const SimulationResult& result) {
-    const auto filled = std::ranges::find_if(
-        result.trading_rows, [&](std::size_t row) { return result.traded[row] != 0.0; });
-    const bool ahead = filled != result.trading_rows.end() && *filled > 0;
-    const std::size_t row = ahead ? *filled - 1 : 0;
-    return {row, std::abs(result.equity[row] - 1.0) > kRounding};
-}
-
 /// Of the curve as a report's statistics read it: the last value of each day, from 100 on.
-std::array<double, kFigureCount> RunReader::figures(std::size_t plan, const Start& start,
+std::array<double, kFigureCount> RunReader::figures(std::size_t plan, const CurveStart& start,
                                                     std::span<const double> equity) {
     const std::size_t first = batch_.plans[plan].first_session;
     const auto from = std::ranges::lower_bound(batch_.calendar.closes,
@@ -149,7 +140,7 @@ const CurveDates& RunReader::dates(std::size_t count, std::optional<Nanos> lead)
     return dates_.emplace(led_days_);
 }
 
-double RunReader::yearly_turnover(std::size_t plan, const Start& start,
+double RunReader::yearly_turnover(std::size_t plan, const CurveStart& start,
                                   const SimulationResult& result) const {
     const Calendar& calendar = batch_.calendar;
     const Nanos from = start.led ? calendar.before_first[plan]

@@ -29,17 +29,10 @@ class RunReader {
     RunSummary read(std::size_t run, const SimulationResult& result);
 
   private:
-    /// Where a run's curve belongs to the strategy.
-    struct Start {
-        std::size_t row; ///< ahead of the first fill: time before it is no time of the strategy
-        bool led;        ///< it costs or earns something there, so it begins one bar before, at 1
-    };
-
-    [[nodiscard]] static Start start_of(const SimulationResult& result);
-    [[nodiscard]] std::array<double, kFigureCount> figures(std::size_t plan, const Start& start,
-                                                           std::span<const double> equity);
+    [[nodiscard]] std::array<double, kFigureCount>
+    figures(std::size_t plan, const CurveStart& start, std::span<const double> equity);
     const CurveDates& dates(std::size_t count, std::optional<Nanos> lead);
-    [[nodiscard]] double yearly_turnover(std::size_t plan, const Start& start,
+    [[nodiscard]] double yearly_turnover(std::size_t plan, const CurveStart& start,
                                          const SimulationResult& result) const;
     void sum_blocks(std::size_t first, std::span<const double> equity, RunSummary& summary);
     void write_curve(std::size_t run, std::size_t first, std::span<const double> equity) const;
