@@ -303,6 +303,7 @@ class BatchResult(TypedDict):
     win_rate: _Floats  # of the closed trades, NaN without any
     trades: _Ints  # closed
     ruin_session: _Ints  # -1 = none
+    begins: _Ints  # session of the curve's first value, 1.0; -1 = one bar before all
     sums: _Floats | None  # (runs, blocks): of the returns, and of their squares
     squares: _Floats | None
     curves: _Floats | None  # (runs, sessions): equity, 1 before the run starts

@@ -60,6 +60,8 @@ def account_results(
         stats["win_ratio"],
         int(closed.sum()),
     ]
+    done_at = done.result["start_row"] - done.result["starts_before"]
+    results.begins[0] = plan.first_session + done_at
     if blocks:
         results.sums[0], results.squares[0] = _block_sums(curve)
     if keep_curve:

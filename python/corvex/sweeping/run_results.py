@@ -4,6 +4,7 @@ from __future__ import annotations
 
 from collections.abc import Iterable, Sequence
 from dataclasses import dataclass, field, fields
+from typing import Any
 
 import numpy as np
 import pandas as pd
@@ -16,6 +17,7 @@ __all__ = [
     "FIGURES",
     "INTERRUPTED",
     "LESS_IS_BETTER",
+    "UNKNOWN_BEGIN",
     "Calendars",
     "Results",
     "joined",
@@ -32,6 +34,7 @@ LESS_IS_BETTER = {
 }  # fmt: skip
 #: Parts of the sessions over which returns are summed for the probability of overfitting.
 BLOCKS = 16
+UNKNOWN_BEGIN = -2
 INTERRUPTED = "interrupted before it was run"
 
 #: The sessions of runs, by the nanoseconds of the first and their number.
@@ -56,6 +59,9 @@ class Results:
         Of the returns from session to session, block by block; NaN where there are too few.
     calendar : int64 array of shape (n, 2)
         The run's key in `calendars`.
+    begins : int64 array of shape (n,)
+        The session of the first value of the run's curve, 1.0: the one ahead of its first fill; -1
+        is one bar before all sessions, `UNKNOWN_BEGIN` that of a file that does not tell.
     curves : object array of shape (n,)
         The equity at each session, or None.
     calendars : dict
@@ -69,6 +75,7 @@ class Results:
     sums: np.ndarray
     squares: np.ndarray
     calendar: np.ndarray
+    begins: np.ndarray
     curves: np.ndarray
     calendars: Calendars = field(default_factory=dict)
 
@@ -85,8 +92,14 @@ class Results:
             sums=np.full((count, BLOCKS), np.nan),
             squares=np.full((count, BLOCKS), np.nan),
             calendar=np.zeros((count, 2), dtype=np.int64),
+            begins=np.full(count, UNKNOWN_BEGIN, dtype=np.int64),
             curves=np.full(count, None, dtype=object),
         )
+
+    def __setstate__(self, state: dict[str, Any]) -> None:
+        """Read what an older version has pickled, too."""
+        self.__dict__.update(state)
+        self.__dict__.setdefault("begins", np.full(len(self), UNKNOWN_BEGIN, dtype=np.int64))
 
     def __len__(self) -> int:
         return len(self.runs)

@@ -482,6 +482,7 @@ class Runner:
         if found["sums"] is not None and found["squares"] is not None:
             results.sums[:] = found["sums"]
             results.squares[:] = found["squares"]
+        results.begins[:] = found["begins"]
         results.calendar[:] = calendar.key
         results.calendars[calendar.key] = group.data.clock.index
         if found["curves"] is not None:

@@ -30,7 +30,10 @@ _MANIFEST = "manifest.json"
 _RUNS = "runs"
 _CALENDARS = "sessions"
 _ENDING = ".parquet"
-_OWN = ("run", "seconds", "error", "first_session", "sessions", "sums", "squares", "curve")
+_OWN = (
+    "run", "seconds", "error", "first_session", "sessions", "sums", "squares",
+    "curve_begins", "curve",
+)  # fmt: skip
 _RESERVED = {*FIGURES, *EXTRAS, *_OWN}
 # Numbers are all of one type, so that every file can be read beside every other.
 _TYPES: dict[str, tuple[type, ...]] = {
@@ -299,6 +302,7 @@ def _own_columns(results: Results, keys: Sequence[str]) -> dict[str, pa.Array]:
     found["run"] = pa.array(list(keys), pa.string())
     found["first_session"] = pa.array(results.calendar[:, 0])
     found["sessions"] = pa.array(results.calendar[:, 1])
+    found["curve_begins"] = pa.array(results.begins)
     for name in ("sums", "squares"):
         values = getattr(results, name)
         offsets = np.arange(len(values) + 1, dtype=np.int32) * BLOCKS
@@ -374,6 +378,8 @@ def _read_part(path: Path) -> tuple[Results, list[str]] | None:
         results.errors[:] = table["error"].to_pylist()
         results.calendar[:, 0] = table["first_session"].to_numpy()
         results.calendar[:, 1] = table["sessions"].to_numpy()
+        if "curve_begins" in table.column_names:  # older versions did not write it
+            results.begins[:] = table["curve_begins"].to_numpy()
         for name in ("sums", "squares"):
             flat = table[name].combine_chunks().flatten().to_numpy()
             getattr(results, name)[:] = flat.reshape(-1, BLOCKS)

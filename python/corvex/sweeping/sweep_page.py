@@ -19,7 +19,6 @@ from corvex.core.dashboard.page.report_page import SHARED_MODULES, page_script, 
 from corvex.ffn_core.benchmarks import known_benchmark, moves
 from corvex.ffn_core.catalogue import catalogue
 from corvex.ffn_core.curve_figures import days_per_year
-from corvex.markets.bars import period_before
 from corvex.significance.trials import TrialStatistics
 from corvex.simulation.notices import date_text
 from corvex.sweeping.axes import axis_of
@@ -72,6 +71,8 @@ class Swept(Protocol):
     def can_report(self) -> bool: ...
     def best_places(self, figure: str, count: int | None) -> list[int]: ...
     def curve_of(self, place: int) -> pd.Series | None: ...
+
+    def own_curve_of(self, place: int) -> pd.Series | None: ...
     def report_of(self, place: int) -> Report: ...
 
 
@@ -292,10 +293,10 @@ class _Page:
         report = self._report(place)
         if report is not None:
             return report
-        curve = self.sweep.curve_of(place)
+        curve = self.sweep.own_curve_of(place)
         if curve is None:
             return None
-        made = corvex.from_equity(_own_part(curve))
+        made = corvex.from_equity(curve)
         made.trials_statistics = self.sweep.trials_statistics
         return made
 
@@ -319,18 +320,6 @@ def _listed(column: str) -> str:
     """The name of a figure in the catalogue, which readers' texts go by."""
     known = catalogue().find(column)
     return column if known is None else known.name
-
-
-def _own_part(curve: pd.Series) -> pd.Series:
-    """The curve from just before its first move on, as a report has it from just before a fill."""
-    moved = np.flatnonzero(curve.to_numpy() != 1.0)
-    if not moved.size:
-        return curve
-    if moved[0] > 0:
-        return curve.iloc[moved[0] - 1 :]
-    dates = pd.DatetimeIndex(curve.index)
-    before = pd.DatetimeIndex([period_before(dates)])
-    return pd.Series(np.append(1.0, curve.to_numpy()), index=before.append(dates))
 
 
 def _by_day(curve: pd.Series) -> pd.Series:

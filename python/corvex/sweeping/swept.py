@@ -16,9 +16,17 @@ import pandas as pd
 from corvex import _engine
 from corvex.ffn_core.catalogue import show
 from corvex.files import write_text
+from corvex.markets.bars import period_before
 from corvex.significance.trials import TrialStatistics, superiority
 from corvex.sweeping.grid import Grid, index_of, near
-from corvex.sweeping.run_results import BLOCKS, EXTRAS, FIGURES, LESS_IS_BETTER, Results
+from corvex.sweeping.run_results import (
+    BLOCKS,
+    EXTRAS,
+    FIGURES,
+    LESS_IS_BETTER,
+    UNKNOWN_BEGIN,
+    Results,
+)
 from corvex.sweeping.runner import Job
 from corvex.sweeping.values import unwrap
 from corvex.tables.frames import arrow_stream
@@ -182,6 +190,21 @@ class Sweep:
         """Return the equity of the run in a row of `figures`; None where it was not kept."""
         kept = self._results.curves[place]
         return None if kept is None else pd.Series(kept, index=self._sessions(place))
+
+    def own_curve_of(self, place: int) -> pd.Series | None:
+        """Return the same from just before its first fill on, as a report has it."""
+        curve = self.curve_of(place)
+        if curve is None:
+            return None
+        begins = int(self._results.begins[place])
+        if begins == UNKNOWN_BEGIN:
+            moved = np.flatnonzero(curve.to_numpy() != 1.0)
+            begins = int(moved[0]) - 1 if moved.size else 0
+        if begins >= 0:
+            return curve.iloc[begins:]
+        dates = pd.DatetimeIndex(curve.index)
+        before = pd.DatetimeIndex([period_before(dates)])
+        return pd.Series(np.append(1.0, curve.to_numpy()), index=before.append(dates))
 
     def _sessions(self, place: int) -> pd.DatetimeIndex:
         first, count = self._results.calendar[place].tolist()

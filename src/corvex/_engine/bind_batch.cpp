@@ -109,6 +109,7 @@ nb::dict as_dict(const std::vector<RunSummary>& runs, std::size_t blocks, nb::ob
     out["win_rate"] = column<double>(runs, [](const auto& r) { return r.win_rate; });
     out["trades"] = column<std::int64_t>(runs, [](const auto& r) { return r.trades; });
     out["ruin_session"] = column<std::int64_t>(runs, [](const auto& r) { return r.ruin_session; });
+    out["begins"] = column<std::int64_t>(runs, [](const auto& r) { return r.begins; });
     out["sums"] =
         blocks > 0 ? rows(runs, blocks, [](const auto& r) { return r.sums; }) : nb::none();
     out["squares"] =

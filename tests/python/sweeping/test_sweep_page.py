@@ -3,6 +3,7 @@
 import json
 import re
 import time
+from itertools import product
 
 import numpy as np
 import pandas as pd
@@ -95,12 +96,14 @@ def test_what_is_told_as_fixed_does_not_vary(prices, tmp_path):
 
 
 def test_a_kept_curve_is_judged_from_its_first_fill_on(prices, tmp_path):
-    for first in (0, 400):
+    bare, account = {"fee_ratio": 0.0}, {"account": corvex.Account(capital=1e6)}
+    for at, (first, costs) in enumerate(product((0, 400), ({"fee_ratio": 0.001}, bare, account))):
         late = (prices > prices.shift(21)).iloc[first:]
         late.index = late.index - pd.Timedelta(days=3 * (first == 0))  # known before the prices
-        fixed = {"market": "us_stock", "resample": "ME", "fee_ratio": 0.001}
+        fixed = {"market": "us_stock", "resample": "ME", "store": tmp_path / str(at), **costs}
         sweep = corvex.sweep({"late": late}, prices, keep="curves", **fixed)
-        read = Sweep(sweep.labels, sweep._results, title=None, riskfree_rate=0.02)
+        read = corvex.open_sweep(tmp_path / str(at))
+        assert read.own_curve_of(0).index[0] == sweep.report_of(0).creturn.index[0]
         pages = [written(one, tmp_path)[1]["confidence"] for one in (sweep, read)]
         for name in ("daily_sharpe", "cagr"):
             told = [dict(page["rows"]["en"])[name].split(",")[0] for page in pages]

@@ -53,6 +53,7 @@ struct RunSummary {
     double win_rate;     ///< of the closed trades; NaN without any
     std::int64_t trades; ///< closed
     std::int64_t ruin_session;   ///< -1 = none
+    std::int64_t begins;         ///< session of the curve's first value, 1; -1 = one bar before all
     std::vector<double> sums;    ///< of the returns from session to session, block by block
     std::vector<double> squares; ///< of the same
 };

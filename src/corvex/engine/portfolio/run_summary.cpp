@@ -67,11 +67,13 @@ RunSummary RunReader::read(std::size_t run, const SimulationResult& result) {
                        kNaN,
                        0,
                        result.ruin_session,
+                       static_cast<std::int64_t>(first),
                        {},
                        {}};
     summary.figures.fill(kNaN);
     if (!result.equity.empty()) {
         const CurveStart start = result.curve_start();
+        summary.begins = static_cast<std::int64_t>(first + start.row) - (start.led ? 1 : 0);
         summary.figures = figures(plan, start, result.equity);
         summary.turnover = yearly_turnover(plan, start, result);
     }
