@@ -33,6 +33,7 @@ class SlowAccount:
         self.cash = self.units = self.equity = terms.capital
         self.shares = [0.0] * self.count
         self.mark = [nan] * self.count
+        self.before = [nan] * self.count
         self.waiting, self.rows, self.called = {}, [], False
         last = [[t for t, row in enumerate(close) if not isnan(row[j])] for j in range(self.count)]
         self.last = [days[-1] if days else -1 for days in last]
@@ -73,20 +74,21 @@ class SlowAccount:
             self.equity += amount
             self.cash += amount
             self.today["flows"] += amount
-        self.ratio = dict.fromkeys(range(self.count), 1.0)
-        self.paid = dict.fromkeys(range(self.count), 0.0)
+        for j in range(self.count):  # the close before, as a limit sees it
+            if t and not isnan(self.close[t - 1][j]):
+                self.before[j] = self.close[t - 1][j]
         for when, j, ratio in zip(*k.splits, strict=True):
             if when == t:
                 self.shares[j] *= ratio
                 self.mark[j] /= ratio
-                self.ratio[j] *= ratio
+                self.before[j] /= ratio
         for when, j, amount in zip(*k.dividends, strict=True):
             if when == t:
                 gross = self.shares[j] * amount * self.fx(t, j)
                 tax = max(gross, 0.0) * at(k.withholding_tax, t, j)
                 self.cash += gross - tax
                 self.today.update(dividends=gross, tax=tax)
-                self.paid[j] += amount
+                self.before[j] -= amount
 
     def known_rate(self, t, j):
         rates = [at(self.k.borrow_rate, s, j) for s in range(t + 1)]
@@ -276,8 +278,7 @@ class SlowAccount:
         if after == held:
             return held, False
         if k.price_limit is not None and t:
-            limit, reference = at(k.price_limit, t, j), self.close[t - 1][j] / self.ratio[j]
-            reference -= self.paid[j]
+            limit, reference = at(k.price_limit, t, j), self.before[j]
             opens = self.quote(t, j) if k.opens is None else at(k.opens, t, j)
             opens = self.quote(t, j) if isnan(opens) else opens
             if after > held and opens >= self.furthest(reference * (1 + limit), floor) * (1 - 1e-9):

@@ -225,6 +225,7 @@ class _Rates:
             raise ValueError(
                 f"the rate of {name} is missing{self._when(int(early[0]))}, where {who} needs "
                 f"it: the first one is of {date_text(dates[0])}"
+                f"{'' if self._clock.is_daily else '; a date counts from its last bar on'}"
             )
         days = (self._keys - known.keys[np.maximum(rows, 0)]) // _DAY
         old = np.flatnonzero(wanted & (days > _MOST_DAYS))

@@ -136,7 +136,7 @@ class Account {
     [[nodiscard]] bool can_borrow(std::size_t asset, std::size_t session) const;
     [[nodiscard]] bool at_limit(std::size_t asset, std::size_t session, bool buy,
                                 double price) const;
-    [[nodiscard]] double dividend_today(std::size_t asset) const;
+    [[nodiscard]] double close_before(std::size_t asset, std::size_t session) const;
     [[nodiscard]] const LastOrder* order_of(std::size_t asset, std::size_t session, bool buy) const;
     [[nodiscard]] double cost_rate(std::size_t asset, std::size_t session, bool buy) const;
     [[nodiscard]] double trip_return(const TripMoney& money, const RoundTrip& trip,

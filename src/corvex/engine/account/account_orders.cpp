@@ -82,12 +82,30 @@ bool Account::can_borrow(std::size_t asset, std::size_t session) const {
     return terms_.borrow_rate.empty() || !std::isnan(terms_.borrow_rate.at(session, asset));
 }
 
-double Account::dividend_today(std::size_t asset) const {
-    double amount = 0.0;
-    for (const AssetEvent& event : dividends_today_) {
-        amount += event.asset == asset ? event.amount : 0.0;
+/// The last close before a session, less what splits and dividends have taken off since.
+double Account::close_before(std::size_t asset, std::size_t session) const {
+    const PriceTable& closes = prices_.close();
+    std::size_t last = session - 1;
+    while (last > 0 && std::isnan(closes.at(last, asset))) {
+        --last;
     }
-    return amount;
+    const double factor = splits_.at(asset, session);
+    double price = closes.at(last, asset) / (factor / splits_.at(asset, last));
+    std::span<const AssetEvent> paid = dividends_today_;
+    if (last + 1 < session) {
+        const auto from = std::ranges::upper_bound(
+            terms_.dividends, static_cast<std::int64_t>(last), {}, &AssetEvent::session);
+        const auto to = std::ranges::upper_bound(
+            terms_.dividends, static_cast<std::int64_t>(session), {}, &AssetEvent::session);
+        paid = {from, to};
+    }
+    for (const AssetEvent& event : paid) {
+        if (event.asset == asset) {
+            const auto when = static_cast<std::size_t>(event.session);
+            price -= event.amount / (factor / splits_.at(asset, when));
+        }
+    }
+    return price;
 }
 
 /// Whether the session opens at the limit on which nobody takes the other side.
@@ -96,8 +114,7 @@ bool Account::at_limit(std::size_t asset, std::size_t session, bool buy, double 
         return false;
     }
     const double limit = terms_.price_limit.at(session, asset);
-    const double split = splits_.at(asset, session) / splits_.at(asset, session - 1);
-    const double reference = prices_.close().at(session - 1, asset) / split - dividend_today(asset);
+    const double reference = close_before(asset, session);
     const double quoted = currencies_.quoted(asset, session, price);
     const double opened = terms_.opens.empty() ? quoted : terms_.opens.at(session, asset);
     const double opens = std::isnan(opened) ? quoted : opened;
