@@ -80,7 +80,7 @@ def _explained(one: Parameter) -> str:
 
 
 def _columns() -> int:
-    return max(min(shutil.get_terminal_size().columns, _WIDEST) - 2, 50)
+    return max(min(shutil.get_terminal_size().columns, _WIDEST) - 2, 20)
 
 
 def _filled(text: str, indent: str) -> str:
@@ -101,7 +101,8 @@ def _wrapped(text: str, width: int, indent: str = "") -> str:
 
 def _table(rows: Iterable[tuple[str, str]]) -> str:
     known = list(rows)
-    wide = min(max(len(name) for name, _ in known), _NAMES) + 2
+    most = min(_NAMES, max(_columns() // 2 - 4, 6))  # the text has half of a narrow terminal
+    wide = min(max(len(name) for name, _ in known), most) + 2
     lines = []
     for name, text in known:
         told = textwrap.indent(_wrapped(text, max(_columns() - wide - 2, 10)), " " * (wide + 2))

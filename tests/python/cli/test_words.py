@@ -47,6 +47,8 @@ def test_help_wraps_at_words_and_shows_no_types(run, monkeypatch):
         assert status == 0
         assert not re.search(r"<|Path|-$", out, re.M)
         assert max(map(len, out.splitlines())) <= 80
+    monkeypatch.setenv("COLUMNS", "40")
+    assert max(map(len, run("show", "--help")[1].splitlines())) <= 40
 
 
 def test_help_and_version_load_no_pandas():

@@ -85,7 +85,8 @@ def demo(
     print(f"{SURVIVORS[chosen]}\n")
     steps.print_times()
     print(f"\n{published}")
-    print(f"\nReport written to {target}; corvex show {target.name} prints it again.")
+    again = target.name if target.parent == Path.cwd() else target
+    print(f"\nReport written to {target}; corvex show {again} prints it again.")
     if page is not None:
         print(f"Page written to {page}")
 
