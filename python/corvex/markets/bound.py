@@ -110,20 +110,28 @@ class BoundMarket(MarketTables):
             check_benchmark(benchmark, name)
         return benchmark
 
-    def with_benchmark(self, convert: Callable[[pd.Series], pd.Series]) -> Self:
+    def with_benchmark(
+        self, convert: Callable[[pd.Series], pd.Series], source: str | None = None
+    ) -> Self:
         """Return a copy whose benchmark has other values, such as those in another currency.
 
-        It comes from where it came from: `benchmark_source` stays. `convert` is given the values
-        by date as they were handed over, rising and without holes.
+        `convert` is given the values by date as they were handed over, rising and without holes;
+        where there are none the copy has none either.
+
+        Parameters
+        ----------
+        source : str, optional
+            What `benchmark_source` answers; it stays where it is not given.
         """
-        converted = convert(clean_benchmark(self._unaligned()))
         twin = self.__copy__()
-        twin.__dict__.update(
-            _benchmark=converted,
-            _aligned=None,
-            _own_benchmark=None,
-            _converted_from=self.benchmark_source,
-        )
+        own = clean_benchmark(self._unaligned())
+        if len(own):
+            twin.__dict__.update(
+                _benchmark=convert(own),
+                _aligned=None,
+                _own_benchmark=None,
+                _converted_from=source or self.benchmark_source,
+            )
         return twin
 
     @property

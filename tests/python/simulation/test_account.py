@@ -13,6 +13,7 @@ from corvex.analysis._edge import edge_by_bars
 from corvex.analysis.liquidityAnalysis import LiquidityAnalysis
 from corvex.core.dashboard.figures.dataset import collect
 from corvex.core.dashboard.figures.trade_series import price_paths
+from corvex.market import Market
 from corvex.markets import get_market_by_name
 from corvex.simulation.read.clock import Clock
 
@@ -389,6 +390,30 @@ def test_a_benchmark_of_an_unknown_currency_is_told():
         assert found[1:] == ([], None)
     with pytest.raises(ValueError, match="EURTWD is missing on 2020-01-02, where the benchmark"):
         compared(None, benchmark_currency="EUR")
+
+
+def test_a_market_of_ones_own_has_its_benchmark_in_the_base():
+    class Own(Market):
+        benchmark = PRICES["BBB"].iloc[:30]  # ends before the prices, and counts all the same
+
+        def get_name(self):
+            return "own"
+
+        def get_price(self, name, adj=True):
+            return PRICES if name == "close" else pd.DataFrame()
+
+        def get_benchmark(self):
+            return self.benchmark
+
+    def found(market):
+        account = corvex.Account(
+            currency=QUOTED, base="TWD", fx={"USDTWD": DOLLAR}, benchmark_currency="USD"
+        )
+        return corvex.simulate(WEIGHTS, market=market, leverage=True, account=account)
+
+    assert found(Own).benchmark.tolist() == pytest.approx((Own.benchmark * DOLLAR)[:30].tolist())
+    none = type("NoBenchmark", (Own,), {"benchmark": Own.benchmark.iloc[:0]})
+    assert found(none).benchmark.nunique() == 1
 
 
 @pytest.mark.parametrize("freq", ["BME", "ME", "BMS"])

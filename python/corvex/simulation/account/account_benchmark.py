@@ -68,8 +68,13 @@ def market_in_base(
         )
         return (within.astype("float64") * rates).dropna()
 
-    bound = market if isinstance(market, BoundMarket) else bound_alone(market)
-    return cast("Market", cast("BoundMarket", bound).with_benchmark(convert))
+    if isinstance(market, BoundMarket):
+        return cast("Market", market.with_benchmark(convert))
+    own = market.get_benchmark()  # one that ends before the prices counts, as it does unconverted
+    if not len(own):
+        return market
+    bound = cast("BoundMarket", bound_alone(market, own))
+    return cast("Market", bound.with_benchmark(convert, "default"))
 
 
 def _tell_of_guess(market: Market, base: str) -> None:

@@ -55,9 +55,9 @@ def bind_market(
     return market.bound_to(_own_tables(market) if tables is None else tables, benchmark=chosen)
 
 
-def bound_alone(market: Market) -> Market:
-    """Return a market bound to its own tables, so that its benchmark can be another."""
-    return market.bound_to(_own_tables(market))
+def bound_alone(market: Market, benchmark: pd.Series | None = None) -> Market:
+    """Return a market bound to its own tables; without a benchmark to its own one, too."""
+    return market.bound_to(_own_tables(market), benchmark=benchmark)
 
 
 def _one_series(benchmark: Any) -> Any:
