@@ -99,6 +99,15 @@ def test_what_is_hardly_meant_is_told(terms, told):
         run(**terms)
 
 
+def test_flows_of_before_the_first_fill_are_kept():
+    late = PRICES.iloc[8:].reindex(DAYS)
+    report = run(late, flows=pd.Series([500.0], DAYS[3:4]))
+    assert report.account["flows"].sum() == 500.0
+    assert report.account.attrs["capital"] == 10_000.0
+    assert (report.creturn.index[0], report.creturn.iloc[0]) == (DAYS[3], 1.0)
+    assert run(late).creturn.index[0] == DAYS[7]
+
+
 def test_flows_after_a_ruin_are_told():
     fallen = PRICES.assign(AAA=np.where(np.arange(40) < 9, 50.0, 10.0))
     flows = pd.Series([10.0, 20, 300, -40], DAYS[[3, 9, 12, 20]])

@@ -45,7 +45,7 @@ struct SimulationResult {
     std::optional<AccountResult> account; ///< of a run that keeps one
 
     /// Row 0 where nothing is filled or there are no sessions. Cash that has earned something
-    /// before the first fill is part of the curve.
+    /// before the first fill is part of the curve, and so are deposits and withdrawals.
     [[nodiscard]] CurveStart curve_start() const;
 };
 
