@@ -108,6 +108,19 @@ def test_flows_of_before_the_first_fill_are_kept():
     assert run(late).creturn.index[0] == DAYS[7]
 
 
+def test_a_stop_that_an_order_takes_over_is_none_of_the_margins_cuts():
+    """The rebalance finds no price, so that stop, order and margin call meet a session later."""
+    dates = pd.bdate_range("2024-01-02", periods=7)
+    close = pd.DataFrame({"A": [10.0, 10.0, 8.0, np.nan, 8.0, 8.0, 8.0]}, dates)
+    weights = pd.DataFrame({"A": [2.0, 2.0]}, dates[[0, 2]])
+    account = corvex.Account(capital=100, lot_size=20, maintenance_margin=0.5)
+    report = corvex.simulate(
+        weights, close, market="us_stock", leverage=True, stop_loss=0.1, account=account
+    )
+    assert report.fills["shares"].tolist() == [20.0, 0.0]
+    assert report.trades["exit_reason"].tolist() == ["stop_loss"]
+
+
 def test_flows_after_a_ruin_are_told():
     fallen = PRICES.assign(AAA=np.where(np.arange(40) < 9, 50.0, 10.0))
     flows = pd.Series([10.0, 20, 300, -40], DAYS[[3, 9, 12, 20]])

@@ -315,12 +315,13 @@ void Simulator::exit_account(std::size_t asset, std::size_t session, double pric
     }
 }
 
-/// Cuts all positions in proportion, to where the margin holds at the fill prices.
+/// Cuts all positions in proportion, to where the margin holds at the fill prices. What a stop has
+/// left to an order is not among them: it trades as a whole.
 void Simulator::cut_for_margin(std::size_t session) {
     double gross = 0.0;
     for (std::size_t asset = 0; asset < assets_; ++asset) {
-        if (book_.shares(asset) != 0.0) {
-            gross += std::abs(book_.shares(asset) * fill_value_price(asset, session));
+        if (const double shares = round_trip_shares(asset); shares != 0.0) {
+            gross += std::abs(shares * fill_value_price(asset, session));
         }
     }
     const double share = equity_at_fill(session) / (account_->maintenance_margin() * gross);
@@ -334,10 +335,10 @@ void Simulator::cut_for_margin(std::size_t session) {
     const std::vector<std::uint32_t> held = book_.held();
     for (const std::uint32_t asset : held) {
         const double price = fill_price(asset, session);
-        if (is_missing(price) || pending_.has(asset)) {
+        const double before = round_trip_shares(asset);
+        if (is_missing(price) || pending_.has(asset) || before == 0.0) {
             continue;
         }
-        const double before = book_.shares(asset);
         Account::Wanted wanted{asset, 0.0, price, std::max(share, 0.0) * before};
         account_->allow(wanted, before, session);
         settle(asset, wanted.after, price, session);
