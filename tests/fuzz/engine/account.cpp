@@ -132,24 +132,26 @@ class Reader {
         const auto rate = [&] { return pick({0.0, 0.04, -0.01, 0.2}, {9.0, 1e6, -1e6}); };
         terms.cash_rate = grid(sessions_, 1, rate);
         terms.financing_rate = grid(sessions_, 1, rate);
-        terms.short_rebate = grid(sessions_, 1, rate);
+        terms.short_rebate = grid(sessions_, assets_, rate);
         terms.borrow_rate =
             grid(sessions_, assets_, [&] { return pick({0.0, 0.05, kMissing, 0.4}, {1e6}); });
-        terms.withholding_tax = pick({0.0, 0.3, 1.0}, {});
+        terms.withholding_tax = grid(sessions_, assets_, [&] { return pick({0.0, 0.3, 1.0}, {}); });
     }
 
     void read_costs(AccountTerms& terms) {
-        const auto ratio = [&] { return pick({0.0, 0.001, 0.02}, {0.999, 0.5}); };
-        terms.fee_ratio = grid(1, assets_, ratio);
-        terms.tax_ratio = grid(1, assets_, ratio);
-        terms.slippage_ratio = grid(1, assets_, ratio);
+        const auto ratio = [&] { return pick({0.0, 0.001, 0.02, kMissing}, {0.999, 0.5}); };
+        terms.fee_ratio = grid(sessions_, assets_, ratio);
+        terms.tax_ratio = grid(sessions_, assets_, ratio);
+        terms.slippage_ratio = grid(sessions_, assets_, ratio);
+        terms.min_fee = grid(1, assets_, [&] { return pick({0.0, 0.1, 2.0}, {1e12}); });
+        terms.fee_per_share = grid(1, assets_, [&] { return pick({0.0, 0.01}, {1e12}); });
         terms.fees.minimum = pick({0.0, 0.0, 0.1, 5.0}, {1e12, 1e-300});
         terms.fees.per_share = pick({0.0, 0.0, 0.005, 1.0}, {1e12});
         terms.fees.max_ratio = pick({kInfinite, kInfinite, 0.01, 0.5}, {1.0, 1e-12});
         if (bytes_.below(4) == 0) {
             double from = 0.0;
             for (std::size_t k = 1 + bytes_.below(4); k > 0; --k) {
-                terms.fees.table.push_back({from, ratio()});
+                terms.fees.table.push_back({from, pick({0.0, 0.001, 0.02}, {0.999})});
                 from += pick({10.0, 500.0, 20'000.0}, {1e-9, 1e100});
             }
         }
@@ -166,10 +168,12 @@ class Reader {
         terms.impact = {pick({0.0, 0.0, 0.5}, {1e9, 1e-9}), 2 + bytes_.below(6)};
         if (terms.volume.share > 0.0 || terms.impact.coefficient > 0.0) {
             terms.volume.volume = filled(sessions_, assets_, [&] {
-                return pick({0.0, kMissing, 3.0, 7.5, 100.0, 100.0, 1e5, 1e9}, {1e300, 5e-324});
+                return pick({0.0, kMissing, -1.0, 3.0, 7.5, 100.0, 100.0, 1e5, 1e9},
+                            {1e300, 5e-324, kInfinite});
             });
         }
-        terms.price_limit = grid(1, assets_, [&] { return pick({0.1, 0.02}, {0.0, 0.999}); });
+        terms.price_limit =
+            grid(sessions_, assets_, [&] { return pick({0.1, 0.02, kMissing}, {0.0, 0.999}); });
         double from = 0.0;
         for (std::size_t k = bytes_.flag() ? bytes_.below(4) : 0; k > 0; --k) {
             terms.price_ticks.push_back({from, pick({0.01, 0.05, 1.0}, {1e-300, 1e300})});

@@ -115,7 +115,8 @@ class Auditor {
                     "holdings in whole lots");
         }
         if (terms_.volume.share > 0.0) {
-            const double most = terms_.volume.share * terms_.volume.volume.at(session, asset);
+            const double volume = terms_.volume.volume.at(session, asset);
+            const double most = is_volume(volume) ? terms_.volume.share * volume : 0.0;
             require(taken <= most + 1e-9 * lot + kRounding * (std::abs(before) + taken),
                     "more than a part of the volume");
         }

@@ -29,11 +29,17 @@ extern "C" void tell_input(int signal) {
 
 } // namespace
 
-// So that the sanitizers' findings end in a signal, too.
-extern "C" const char* __asan_default_options();  // NOLINT(bugprone-reserved-identifier)
-extern "C" const char* __ubsan_default_options(); // NOLINT(bugprone-reserved-identifier)
-const char* __asan_default_options() { return "abort_on_error=1"; }
-const char* __ubsan_default_options() { return "abort_on_error=1:print_stacktrace=1"; }
+// So that the sanitizers' findings end in a signal, too. They look the names up at run time.
+extern "C" {
+[[gnu::visibility("default")]] const char*
+__asan_default_options() { // NOLINT(*-reserved-identifier)
+    return "abort_on_error=1";
+}
+[[gnu::visibility("default")]] const char*
+__ubsan_default_options() { // NOLINT(*-reserved-identifier)
+    return "abort_on_error=1:print_stacktrace=1";
+}
+}
 
 int main(int count, char** arguments) {
     const std::span all{arguments, static_cast<std::size_t>(count)};
