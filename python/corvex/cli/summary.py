@@ -40,6 +40,8 @@ _WORDS: dict[str, dict[str, str]] = {
         "against_span": "{name}, {start} to {end}",
         "unnamed_benchmark": "without a name",
         "no_benchmark": "none",
+        "converted": "in {to}",
+        "as_quoted": "as quoted, the account in {to}",
         "costs": "Costs",
         "fee": "fee {fee} on each side",
         "tax": "tax {tax} on sales",
@@ -75,6 +77,8 @@ _WORDS: dict[str, dict[str, str]] = {
         "against_span": "{name}，{start} 至 {end}",
         "unnamed_benchmark": "未命名",
         "no_benchmark": "無",
+        "converted": "以 {to} 計",
+        "as_quoted": "以報價幣別計，帳戶以 {to} 計",
         "costs": "成本",
         "fee": "手續費每邊 {fee}",
         "tax": "賣出交易稅 {tax}",
@@ -254,11 +258,18 @@ def _trades(report: Report, words: Mapping[str, str]) -> str:
 
 
 def _against(report: Report, span: tuple[str, str] | None, words: Mapping[str, str]) -> str:
+    from corvex.core.dashboard.figures.account_money import benchmark_money
+
     if span is None:
         return words["no_benchmark"]
     name = getattr(report.benchmark, "name", None)
     known = printable(name) if isinstance(name, str) and name else words["unnamed_benchmark"]
-    return words["against_span"].format(name=known, start=span[0], end=span[1])
+    text = words["against_span"].format(name=known, start=span[0], end=span[1])
+    money = benchmark_money(report)
+    if money is None:
+        return text
+    kind = words["converted" if "from" in money else "as_quoted"]
+    return text + words["comma"] + kind.format(to=printable(money["to"]))
 
 
 def _costs(report: Report, words: Mapping[str, str]) -> str:

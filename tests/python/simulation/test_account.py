@@ -11,7 +11,7 @@ import pytest
 import corvex
 from corvex.analysis._edge import edge_by_bars
 from corvex.analysis.liquidityAnalysis import LiquidityAnalysis
-from corvex.core.dashboard.figures.dataset import collect
+from corvex.core.dashboard.figures.account_money import benchmark_money
 from corvex.core.dashboard.figures.trade_series import price_paths
 from corvex.market import Market
 from corvex.markets import get_market_by_name
@@ -398,7 +398,7 @@ def test_a_benchmark_of_an_unknown_currency_is_told():
                 weights, prices, market="us_stock", leverage=True, benchmark=benchmark,
                 account=account,
             )  # fmt: skip
-        money = collect(made).facts["meta"]["benchmark_money"]
+        money = benchmark_money(made)
         return made.market.benchmark_source, [str(one.message) for one in told], money
 
     guess = "the benchmark 'SP500' is compared as it is quoted, while the account is kept in TWD"
@@ -406,7 +406,7 @@ def test_a_benchmark_of_an_unknown_currency_is_told():
         found, told, money = compared(benchmark)
         assert (found, len(told), money) == (source, 1, {"to": "TWD"})
         assert told[0].startswith(guess)
-        money = {"from": "USD", "to": "TWD"}  # as the page tells it
+        money = {"from": "USD", "to": "TWD"}  # as page and summary tell it
         assert compared(benchmark, benchmark_currency="USD") == (source, [], money)
     for found in (compared(None, benchmark_currency="TWD"), compared(prices["AAA"])):
         assert found[1:] == ([], None)

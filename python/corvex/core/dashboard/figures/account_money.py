@@ -13,7 +13,7 @@ from corvex.core.dashboard.figures.curve_series import wall_days
 if TYPE_CHECKING:
     from corvex.core.report import Report
 
-__all__ = ["account_facts", "account_series", "held_money"]
+__all__ = ["account_facts", "account_series", "benchmark_money", "held_money"]
 
 _DIGITS = 7
 _BALANCES = ("equity", "long", "short", "cash")
@@ -79,6 +79,27 @@ def held_money(report: Report) -> dict[str, Any] | None:
     held = account_holdings(report)
     rows = {str(label): row for label, row in held.to_dict(orient="index").items()}
     return {"rows": rows, "cash": float(account["cash"].iloc[-1]), "date": account.index[-1]}
+
+
+def benchmark_money(report: Report) -> dict[str, str] | None:
+    """Tell in which currency the benchmark is compared, where an account has several.
+
+    Returns
+    -------
+    dict or None
+        The currencies that it was converted ``from`` and ``to``; ``to`` alone, that of the account,
+        where nobody said what it is quoted in. None where there is nothing to say.
+    """
+    rates = getattr(report, "fx", None)
+    if not isinstance(rates, pd.DataFrame) or rates.columns.empty:
+        return None
+    base = str(rates.attrs.get("base"))
+    terms = (getattr(report, "settings", None) or {}).get("account") or {}
+    quoted = str(terms.get("benchmark_currency") or "").strip().upper()
+    if not quoted:
+        given = getattr(report.market, "benchmark_source", None) == "given"
+        return None if given else {"to": base}
+    return None if quoted == base else {"from": quoted, "to": base}
 
 
 def _account(report: Report) -> pd.DataFrame | None:

@@ -9,11 +9,14 @@ from dataclasses import dataclass
 from typing import TYPE_CHECKING, Any
 
 import numpy as np
-import pandas as pd
 
 from corvex import _engine
 from corvex.core.dashboard.embed import plain, rounded
-from corvex.core.dashboard.figures.account_money import account_facts, account_series
+from corvex.core.dashboard.figures.account_money import (
+    account_facts,
+    account_series,
+    benchmark_money,
+)
 from corvex.core.dashboard.figures.activity import (
     assumptions,
     costs,
@@ -164,30 +167,14 @@ def _notes(report: Report) -> list[str | dict[str, str]]:
 
 
 def _benchmark_kind(report: Report) -> dict[str, Any]:
-    """Tell whether the user chose the benchmark, whether it lacks dividends, and its currency.
-
-    ``benchmark_money`` has the currencies that it was converted "from" and "to"; "to" alone where
-    nobody said what it is quoted in. None where there is nothing to say.
-    """
+    """Tell whether the user chose the benchmark, whether it lacks dividends, and its currency."""
     source = getattr(report.market, "benchmark_source", "own")
     name = _benchmark_name(report)
     return {
         "benchmark_default": source == "default" and name is not None,
         "price_index": source in ("default", "table") and name == _SAMPLE_INDEX,
-        "benchmark_money": _benchmark_money(report, source),
+        "benchmark_money": benchmark_money(report),
     }
-
-
-def _benchmark_money(report: Report, source: str) -> dict[str, str] | None:
-    rates = getattr(report, "fx", None)
-    if not isinstance(rates, pd.DataFrame) or rates.columns.empty:
-        return None
-    base = str(rates.attrs.get("base"))
-    terms = (getattr(report, "settings", None) or {}).get("account") or {}
-    quoted = str(terms.get("benchmark_currency") or "").strip().upper()
-    if not quoted:
-        return None if source == "given" else {"to": base}
-    return None if quoted == base else {"from": quoted, "to": base}
 
 
 def _price_kind(report: Report) -> str:
