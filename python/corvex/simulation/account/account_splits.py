@@ -34,8 +34,8 @@ def market_with_splits(market: Market, splits: _Events, labels: pd.Index, clock:
     places = assets if found is None else found[assets]
     known = places >= 0
     own, at = np.unique(places[known], return_inverse=True)
-    steps = np.ones((len(clock), len(own)))
-    np.multiply.at(steps, (sessions[known], at), ratios[known])
-    factors = pd.DataFrame(steps.cumprod(axis=0), clock.index, columns[own])
-    whole = factors.reindex(bound.price_index, method="ffill").fillna(1.0)
+    index = bound.price_index
+    steps = np.ones((len(index), len(own)))
+    np.multiply.at(steps, (index.get_indexer(clock.index[sessions[known]]), at), ratios[known])
+    whole = pd.DataFrame(steps.cumprod(axis=0), index, columns[own], copy=False)
     return cast("Market", bound.with_split_factors(whole))
