@@ -54,10 +54,10 @@ class Account {
 
     /// A holding that is wanted, and what comes of it.
     struct Wanted {
-        std::uint32_t asset;
-        double weight;
-        double price;
-        double exact;       ///< shares
+        std::uint32_t asset = 0;
+        double weight = 0.0;
+        double price = 0.0;
+        double exact = 0.0; ///< shares
         double after = 0.0; ///< shares
         Cut cut = Cut::kNone;
     };
@@ -74,6 +74,7 @@ class Account {
     TargetSolver& solver() { return solver_; }
     /// The shares that lots, borrowing, price limits and volume allow to hold; notes the cuts.
     void allow(Wanted& wanted, double held, std::size_t session);
+    [[nodiscard]] bool has_bands() const { return !terms_.band.width.empty(); }
     /// The weight that an order goes to: none (NaN) while the holding is within the band.
     [[nodiscard]] double banded_weight(std::size_t asset, std::size_t session, double weight,
                                        double held_weight) const;

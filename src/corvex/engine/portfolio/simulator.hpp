@@ -175,6 +175,7 @@ class Simulator {
     std::vector<double> shares_before_;   ///< of the assets whose holding a row turns
     double total_weight_ = 0.0;           ///< of the last rebalance
     std::vector<Account::Wanted> wanted_; ///< of the orders that an account is to place
+    std::vector<Account::Wanted> sales_;  ///< those of them that sell
     std::vector<std::int8_t> rest_side_;  ///< of what is left of an order: 1 buys, -1 sells, 0 both
     /// Assets whose round trip has ended, and whose shares an order of this session takes over.
     AssetSet leaving_;

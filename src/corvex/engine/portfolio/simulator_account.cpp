@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -67,7 +68,8 @@ double Simulator::collect_wanted(std::span<const double> weights, std::size_t se
             continue;
         }
         const double price = fill_price(asset, session);
-        const double value = shares == 0.0 ? 0.0 : shares * fill_value_price(asset, session);
+        const double value_price = is_missing(price) ? book_.price_before(asset, session) : price;
+        const double value = shares == 0.0 ? 0.0 : shares * value_price;
         equity += value;
         if (is_missing(price) || pending_.has(asset)) { // the rest of a stop's exit goes first
             account_->solver().add_fixed(value, weight);
@@ -84,11 +86,12 @@ double Simulator::collect_wanted(std::span<const double> weights, std::size_t se
 /// Gives the solver what is wanted; holdings within their bands stay as they are.
 void Simulator::want_within_bands(double equity, std::size_t session) {
     account_->prepare_orders(wanted_, session);
+    const bool banded = equity > 0.0 && account_->has_bands();
     for (const Account::Wanted& wanted : wanted_) {
         const double held = wanted.exact;
         const double value = held * wanted.price;
         double weight = wanted.weight;
-        if (equity > 0.0 && (leaving_.empty() || !leaving_.has(wanted.asset))) {
+        if (banded && (leaving_.empty() || !leaving_.has(wanted.asset))) {
             weight = account_->banded_weight(wanted.asset, session, weight, value / equity);
         }
         if (std::isnan(weight)) {
@@ -142,6 +145,10 @@ void Simulator::trade_waiting_account(std::size_t asset, std::size_t session, do
 
 /// Trades what is wanted as far as it is allowed and paid for: sales first.
 void Simulator::place(std::int64_t row, std::size_t session, double equity) {
+    // Which side an order is on cannot be guessed: both lists take it, one of them keeps it.
+    sales_.resize(wanted_.size());
+    std::size_t sales = 0;
+    std::size_t purchases = 0;
     for (Account::Wanted& wanted : wanted_) {
         const double held = book_.shares(wanted.asset);
         if (held != 0.0 && wanted.exact != 0.0 &&
@@ -153,13 +160,17 @@ void Simulator::place(std::int64_t row, std::size_t session, double equity) {
             waiting_.add(wanted.asset, wanted.weight);
             rest_side_[wanted.asset] = wanted.exact > held ? 1 : -1;
         }
+        const Account::Wanted order = wanted;
+        const bool buys = !(order.after <= held);
+        sales_[sales] = order;
+        sales += static_cast<std::size_t>(!buys);
+        wanted_[purchases] = order;
+        purchases += static_cast<std::size_t>(buys);
     }
-    for (const Account::Wanted& wanted : wanted_) {
-        if (wanted.after <= book_.shares(wanted.asset)) {
-            trade_wanted(wanted, row, session);
-        }
+    for (const Account::Wanted& wanted : std::span(sales_).first(sales)) {
+        trade_wanted(wanted, row, session);
     }
-    std::erase_if(wanted_, [&](const auto& w) { return w.after <= book_.shares(w.asset); });
+    wanted_.resize(purchases);
     cut_to_cash(session, equity);
     for (const Account::Wanted& wanted : wanted_) {
         trade_wanted(wanted, row, session);
