@@ -186,4 +186,15 @@ class Account {
     bool margin_called_ = false;
 };
 
+inline OrderCost Account::order(std::size_t asset, std::size_t session, double before, double after,
+                                double price) {
+    const OrderCost paid = cost(asset, session, after - before, price);
+    traded_ = true;
+    orders_[asset] = {static_cast<std::int64_t>(session), before, after, price, paid};
+    log_.add(AccountColumn::kImpact, paid.impact);
+    volume_.take(asset, session, std::abs(after - before));
+    trips_.traded(asset, before, after, price, paid.total());
+    return paid;
+}
+
 } // namespace corvex::engine::inline v1

@@ -123,17 +123,6 @@ bool Account::at_limit(std::size_t asset, std::size_t session, bool buy, double 
     return buy ? opens >= last * (1.0 - kLimitRounding) : opens <= last * (1.0 + kLimitRounding);
 }
 
-OrderCost Account::order(std::size_t asset, std::size_t session, double before, double after,
-                         double price) {
-    const OrderCost paid = cost(asset, session, after - before, price);
-    traded_ = true;
-    orders_[asset] = {static_cast<std::int64_t>(session), before, after, price, paid};
-    log_.add(AccountColumn::kImpact, paid.impact);
-    volume_.take(asset, session, std::abs(after - before));
-    trips_.traded(asset, before, after, price, paid.total());
-    return paid;
-}
-
 const Account::LastOrder* Account::take_back(std::size_t asset, std::size_t session) {
     LastOrder& order = orders_[asset];
     if (order.session != static_cast<std::int64_t>(session)) {

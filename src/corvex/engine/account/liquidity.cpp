@@ -20,17 +20,6 @@ double VolumeLimit::room(std::size_t asset, std::size_t session) const {
                              : std::numeric_limits<double>::quiet_NaN();
 }
 
-void VolumeLimit::take(std::size_t asset, std::size_t session, double shares) {
-    if (!active()) {
-        return;
-    }
-    if (session_[asset] != static_cast<std::int64_t>(session)) {
-        session_[asset] = static_cast<std::int64_t>(session);
-        taken_[asset] = 0.0;
-    }
-    taken_[asset] += shares;
-}
-
 void VolumeLimit::give_back(std::size_t asset, double shares) {
     if (active()) {
         taken_[asset] -= shares;

@@ -25,4 +25,15 @@ class VolumeLimit {
     std::vector<std::int64_t> session_; ///< in which they were taken
 };
 
+inline void VolumeLimit::take(std::size_t asset, std::size_t session, double shares) {
+    if (!active()) {
+        return;
+    }
+    if (session_[asset] != static_cast<std::int64_t>(session)) {
+        session_[asset] = static_cast<std::int64_t>(session);
+        taken_[asset] = 0.0;
+    }
+    taken_[asset] += shares;
+}
+
 } // namespace corvex::engine::inline v1

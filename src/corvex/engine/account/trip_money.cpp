@@ -6,18 +6,6 @@
 
 namespace corvex::engine::inline v1 {
 
-void TripLedger::traded(std::size_t asset, double before, double after, double price, double cost) {
-    const double change = after - before;
-    const bool crosses = open_[asset] >= 0 && after != 0.0 && (before > 0.0) != (after > 0.0);
-    if (!crosses) {
-        post(asset, -(change * price + cost));
-        return;
-    }
-    const double closing = before / (before - after);
-    post(asset, before * price - cost * closing);
-    carried_[asset] -= after * price + cost * (1.0 - closing);
-}
-
 void TripLedger::take_back(std::size_t asset, double before, double after, double price,
                            double cost) {
     post(asset, (after - before) * price + cost);
