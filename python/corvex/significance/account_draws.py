@@ -62,6 +62,8 @@ def drawn_from(account: Account, labels: pd.Index) -> npt.NDArray[np.bool_]:
 
 
 def _values_of(given: pd.Series, labels: pd.Index) -> pd.Series:
+    if not len(given):
+        return pd.Series(np.nan, range(len(labels)))
     found = match_columns(labels, given.index)
     places = np.arange(len(labels)) if found is None else found
     values = given.array.take(np.maximum(places, 0))

@@ -158,6 +158,7 @@ def test_what_an_account_has_no_terms_of_is_not_drawn():
     labels = PRICES.columns
     assert labels[drawn_from(account, labels)].tolist() == ["1003 Asset 3"]
     assert drawn_from(corvex.Account(**terms), labels).sum() == 3
+    assert not drawn_from(corvex.Account(currency={}, base="TWD"), labels).any()
     some = pd.DataFrame(0.5, DAYS[::60], ["1003"])
     alone = corvex.random_portfolios(some, PRICES, 20, account=account, **RULES)
     assert alone.draws["daily_sharpe"].nunique() == 1
