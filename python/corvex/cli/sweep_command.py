@@ -23,7 +23,7 @@ from corvex.cli.strategy_file import load_function
 if TYPE_CHECKING:
     from corvex.sweeping import Sweep
 
-__all__ = ["SweepCommand", "workers_of"]
+__all__ = ["SweepCommand", "is_interrupted", "workers_of"]
 
 _FILE = "command.json"
 #: The options whose values may be files, and what reads one.
@@ -159,6 +159,13 @@ def _whole_option(text: str) -> str:
     places = read_values(values, name, numeric=False)
     whole = [place if place is None else _whole(place, place) for place in places]
     return f"{name}={json.dumps(whole, ensure_ascii=False)}"
+
+
+def is_interrupted(found: Sweep) -> bool:
+    """Whether Ctrl-C has ended a sweep before its runs were made."""
+    from corvex.sweeping.run_results import INTERRUPTED
+
+    return bool((found.errors == INTERRUPTED).any())
 
 
 @contextlib.contextmanager

@@ -37,6 +37,8 @@ def check_figure(figure: str, *, on_page: bool) -> None:
 
 def print_sweep(sweep: Sweep, figure: str, count: int) -> None:
     """Print the best runs of a sweep, how far they can be trusted, and what went wrong."""
+    from corvex.sweeping.run_results import INTERRUPTED
+
     best = sweep.best(figure, count)
     columns = list(dict.fromkeys([figure, *_SHOWN]))
     names = sweep.parameters
@@ -54,6 +56,7 @@ def print_sweep(sweep: Sweep, figure: str, count: int) -> None:
     if len(best):
         print(_caution(sweep))
     errors = sweep.errors
+    errors = errors[errors != INTERRUPTED]  # of which a note has told
     for place, error in list(errors.items())[:_MOST_ERRORS]:
         told = ", ".join(f"{n}={v}" for n, v in zip(names, _labels(names, place), strict=True))
         print(f"failed: {printable(told)}: {printable(error)}")

@@ -289,6 +289,18 @@ def test_the_guides_commands_run(run, prices, tmp_path):
     assert run("show", "runs/momentum", "--best", "1")[0] == 0
 
 
+def test_an_interrupted_sweep_shows_what_is_done(run, prices, tmp_path):
+    stop = "def stopped(prices, lookback, top):\n    if lookback == 63:\n"
+    stop += "        raise KeyboardInterrupt\n    return momentum(prices, lookback, top)\n"
+    (tmp_path / "momentum.py").write_text(STRATEGY + stop)
+    words = [word.replace(":momentum", ":stopped") for word in SWEEP]
+    status, out, err = run(*words, "--store", "runs")
+    assert (status, "failed" in out) == (130, False)
+    assert ("interrupted: 4 of 8" in err, "Runs kept in runs" in out) == (True, True)
+    status, out, _ = run("walk-forward", "runs", "--train", "2YE", "--where", "trail_stop=none")
+    assert (status, out) == (130, "")  # nothing is chosen among half of the runs
+
+
 def test_sweep_says_what_cannot_be_swept(run, prices):
     for changed, message in (
         ({1: "momentum.py"}, "is named FILE.py:function"),

@@ -77,7 +77,7 @@ def sweep(
     Prints the best runs. The strategy's file is code that you name, and it runs: here, or with
     --workers and --dask in other processes.
     """
-    from corvex.cli.sweep_command import SweepCommand, workers_of
+    from corvex.cli.sweep_command import SweepCommand, is_interrupted, workers_of
     from corvex.cli.sweep_tables import check_figure, print_sweep
 
     check_figure(figure, on_page=html is not None)
@@ -91,10 +91,13 @@ def sweep(
     with workers_of(workers, dask) as executor:
         found = command.run(store, executor, check_lookahead=check_lookahead)
     print_sweep(found, figure, best)
-    if len(found) and len(found.errors) == len(found):
+    interrupted = is_interrupted(found)
+    if len(found) and len(found.errors) == len(found) and not interrupted:
         raise ValueError("no run came to an end")
     if store is not None:
         print(f"Runs kept in {store}; corvex show {store} prints this again.")
     if page is not None:
         found.to_html(page, figure=figure)
         print(f"Page written to {page}")
+    if interrupted:
+        raise KeyboardInterrupt

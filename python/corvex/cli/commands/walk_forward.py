@@ -46,7 +46,7 @@ def walk_forward(
     """
     from corvex.cli.shown import Delivery
     from corvex.cli.summary import language
-    from corvex.cli.sweep_command import SweepCommand
+    from corvex.cli.sweep_command import SweepCommand, is_interrupted
     from corvex.cli.sweep_tables import print_walk
 
     command = SweepCommand.read(folder)
@@ -67,8 +67,11 @@ def walk_forward(
     note(f"{command.strategy} runs")
     import corvex
 
+    runs = command.run(folder)
+    if is_interrupted(runs):
+        raise KeyboardInterrupt
     found = corvex.walk_forward(
-        command.run(folder), train, test, choose, embargo=embargo, anchored=anchored, where=picked
+        runs, train, test, choose, embargo=embargo, anchored=anchored, where=picked
     )
     print_walk(found, choose)
     delivery.deliver(found.report)
