@@ -197,7 +197,7 @@ def test_orders_wait_for_a_volume_and_a_warning_counts_them():
     with pytest.warns(UserWarning, match="1 orders met a session whose volume is missing"):
         report = run({"close": PRICES, "volume": volume}, volume_share=0.5)
     assert report.trades.entry_date.tolist() == [DAYS[2], DAYS[1]]
-    assert report.trades.cut.tolist() == ["", ""]
+    assert report.trades.cut.tolist() == ["volume", ""]
 
 
 @pytest.mark.parametrize("zone", [None, "UTC", "Asia/Taipei"])

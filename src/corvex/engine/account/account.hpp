@@ -106,7 +106,7 @@ class Account {
     /// Counts a rebalance whose costs would have been more than the equity.
     void note_unpaid(std::size_t session);
     /// Counts a cut; the open round trip remembers it.
-    void note_cut(std::size_t asset, std::size_t session, Cut cut);
+    void note_cut(std::size_t asset, std::size_t session, Cut cut, std::int64_t rebalance = -1);
 
     // Round trips (account_trips.cpp).
 

@@ -138,13 +138,13 @@ const Account::LastOrder* Account::take_back(std::size_t asset, std::size_t sess
 
 void Account::note_unpaid(std::size_t session) { count(result_.unpaid, 0, session); }
 
-void Account::note_cut(std::size_t asset, std::size_t session, Cut cut) {
+void Account::note_cut(std::size_t asset, std::size_t session, Cut cut, std::int64_t rebalance) {
     for (std::size_t bit = 0; bit < result_.cuts.size(); ++bit) {
         if (has(cut, static_cast<Cut>(1U << bit))) {
             count(result_.cuts[bit], asset, session);
         }
     }
-    trips_.cut(asset, cut);
+    trips_.cut(asset, cut, rebalance);
 }
 
 } // namespace corvex::engine::inline v1

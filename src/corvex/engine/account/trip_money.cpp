@@ -17,10 +17,14 @@ void TripLedger::dividend(std::size_t asset, double for_a_share_of_the_beginning
     }
 }
 
-void TripLedger::cut(std::size_t asset, Cut why) {
+void TripLedger::cut(std::size_t asset, Cut why, std::int64_t rebalance) {
     if (open_[asset] >= 0) {
         trips_[static_cast<std::size_t>(open_[asset])].cut |= why;
+        return;
     }
+    unopened_.resize(open_.size());
+    Unopened& order = unopened_[asset];
+    order = {rebalance, order.rebalance == rebalance ? order.cut | why : why};
 }
 
 void TripLedger::hand_over(std::size_t asset, double shares, double price) {
@@ -33,6 +37,9 @@ void TripLedger::open(const TripMoney& trip) {
     open_[asset] = static_cast<std::int64_t>(trips_.size());
     trips_.push_back(trip);
     trips_.back().money += std::exchange(carried_[asset], 0.0);
+    if (!unopened_.empty() && unopened_[asset].rebalance == trip.rebalance) {
+        trips_.back().cut |= unopened_[asset].cut;
+    }
 }
 
 const TripMoney* TripLedger::close(std::size_t asset) {

@@ -52,7 +52,9 @@ class TripLedger {
     /// Money that is no trade: dividends, borrowing.
     void received(std::size_t asset, double money) { post(asset, money); }
     void dividend(std::size_t asset, double for_a_share_of_the_beginning);
-    void cut(std::size_t asset, Cut why);
+    /// An order traded less than was wanted. Where nothing of it could be traded yet, the trip that
+    /// its rebalance opens later remembers it.
+    void cut(std::size_t asset, Cut why, std::int64_t rebalance);
     /// The next order takes over the shares of a round trip that ends now.
     void hand_over(std::size_t asset, double shares, double price);
 
@@ -76,7 +78,14 @@ class TripLedger {
         }
     }
 
+    /// Cuts of an order of which nothing could be traded yet.
+    struct Unopened {
+        std::int64_t rebalance = -1;
+        Cut cut = Cut::kNone;
+    };
+
     std::vector<TripMoney> trips_;
+    std::vector<Unopened> unopened_; ///< of each asset; empty without any
     std::vector<std::int64_t> open_;
     std::vector<std::int64_t> last_; ///< the one that ended last
     std::vector<double> carried_;

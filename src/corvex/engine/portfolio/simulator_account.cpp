@@ -284,7 +284,7 @@ void Simulator::trade_wanted(const Account::Wanted& wanted, std::int64_t row, st
         position_changed({asset, session, wanted.price, wanted.weight, before, cause});
     }
     if (wanted.cut != Cut::kNone) {
-        account_->note_cut(asset, session, wanted.cut);
+        account_->note_cut(asset, session, wanted.cut, row);
     }
 }
 
