@@ -196,7 +196,8 @@ FULL = "engine, all on"
 FIGURES = "the figures of both"
 METRICS = "get_metrics(), all 44"
 SIMULATE = "corvex.simulate"
-ACCOUNT = "  with an account, all on"
+ACCOUNT = "  with an account: interest, lots, fees"
+WHOLE_ACCOUNT = "  with an account, all on"
 FIRST_STATS = "first get_stats() of its report"
 TRADE_INFO = "add_trade_info"
 PAYLOAD = "payload, last 500 trades"
@@ -294,6 +295,7 @@ CASES = [
             Goal(SIMULATE, "vectorbt", 250, LARGE),
             Goal(FIRST_STATS, SIMULATE, 10, SMALL),
             Goal(ACCOUNT, SIMULATE, 1 / 2),
+            Goal(WHOLE_ACCOUNT, SIMULATE, 1 / 2),
             Goal(BARE, "numpy.sum", 1 / 4, LARGE),
             Goal(FULL, "numpy.sum", 1 / 10, f"{LARGE} all"),  # where many stops fire
             Goal(FULL, "numpy.sum", 1 / 6, f"{LARGE} best"),

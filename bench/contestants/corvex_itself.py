@@ -193,6 +193,16 @@ def trade_info(data: Path) -> list[Entry]:
     return entries
 
 
+def usual_account() -> Any:
+    """The terms that most accounts have: interest, whole shares, commissions with a minimum."""
+    import corvex
+
+    return corvex.Account(
+        capital=1e7, cash_rate=0.03, cash_spread=0.005, financing_rate=0.05, lot_size=1,
+        fee_per_share=0.005, min_fee=1, max_fee_ratio=0.01, slippage_ratio=0.0005,
+    )  # fmt: skip
+
+
 def whole_account(prices: Any) -> Any:
     """The terms of an account that has them all: rates, dividends, lots, limits, and deposits."""
     import pandas as pd
@@ -240,16 +250,20 @@ def simulate(data: Path) -> list[Entry]:
         return corvex.simulate(targets, frame, market="us_stock", fee_ratio=fee, name="bench")
 
     tables = {"close": frame, "volume": frame * 0.0 + 1e6}
-    account = whole_account(frame)
+    usual, account = usual_account(), whole_account(frame)
 
     def kept() -> object:
+        return corvex.simulate(targets, frame, market="us_stock", name="bench", account=usual)
+
+    def kept_whole() -> object:
         return corvex.simulate(targets, tables, market="us_stock", name="bench", account=account)
 
     return [
         time_call("engine, bare", lambda: engine(Options(fee_ratio=fee), **bare), memory=True),
         time_call("engine, all on", lambda: engine(stops), memory=True),
         time_call("corvex.simulate", whole, memory=True, repeats=9),
-        time_call("  with an account, all on", kept, memory=True, repeats=9),
+        time_call("  with an account: interest, lots, fees", kept, memory=True, repeats=9),
+        time_call("  with an account, all on", kept_whole, memory=True, repeats=9),
         summary("first get_stats() of its report", _first_stats(whole)),
         time_call("numpy.sum", close.sum),
     ]
