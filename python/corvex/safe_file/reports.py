@@ -132,6 +132,7 @@ def load(path: str | os.PathLike[str], *, max_size: float = 2000.0) -> Report:
         When it cannot be read.
     """
     budget = int(max_size * (1 << 20))
+    manifest: Any = None
     try:
         manifest, record, tables = read_container(path, budget)
         _check_manifest(manifest)
@@ -139,13 +140,15 @@ def load(path: str | os.PathLike[str], *, max_size: float = 2000.0) -> Report:
     except OSError:
         raise
     except DamagedFileError as error:
-        raise ValueError(f"{os.fsdecode(path)} cannot be opened: {error}") from None
+        raise ValueError(
+            f"{os.fsdecode(path)} cannot be opened: {error}{_other_writer(manifest)}"
+        ) from None
     except MemoryError:
         raise ValueError(f"{os.fsdecode(path)} cannot be opened: it holds too much") from None
     except Exception as error:  # the file may hold anything in any place
         raise ValueError(
             f"{os.fsdecode(path)} cannot be opened: it is damaged ({type(error).__name__}: "
-            f"{str(error)[:200]})"
+            f"{str(error)[:200]}){_other_writer(manifest)}"
         ) from error
 
 
@@ -155,9 +158,16 @@ def _check_manifest(manifest: Any) -> None:
     version = manifest.get("version")
     if version != VERSION:
         raise DamagedFileError(
-            f"it is of version {version!r} of the format; this corvex reads {VERSION} (it was "
-            f"written by corvex {str(manifest.get('corvex'))[:20]})"
+            f"it is of version {version!r} of the format; this corvex reads {VERSION}"
         )
+
+
+def _other_writer(manifest: Any) -> str:
+    """Tell which corvex wrote a file, where it is another one: a newer one may write more."""
+    written = manifest.get("corvex") if isinstance(manifest, dict) else None
+    if written in (None, corvex.__version__):
+        return ""
+    return f" (it was written by corvex {str(written)[:20]}, this is {corvex.__version__})"
 
 
 def _report(record: Any, arrays: ArrayReader) -> Report:
@@ -204,7 +214,8 @@ def _finding(tag: str, state: Any) -> Any:
         for field in fields(kind)
     ):
         raise DamagedFileError(f"it holds no state of a {kind.__name__}")
-    return kind(**state)
+    # A newer version may know more, as an older one knew less.
+    return kind(**{field.name: state[field.name] for field in fields(kind) if field.name in state})
 
 
 def _is_method(kind: type, name: Any) -> bool:
