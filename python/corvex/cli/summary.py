@@ -38,6 +38,7 @@ _WORDS: dict[str, dict[str, str]] = {
         "of_trades": "{share} of {closed} closed, {open} open",
         "against": "Benchmark",
         "against_span": "{name}, {start} to {end}",
+        "against_default": "{name} (the default of its market), {start} to {end}",
         "unnamed_benchmark": "without a name",
         "no_benchmark": "none",
         "converted": "in {to}",
@@ -75,6 +76,7 @@ _WORDS: dict[str, dict[str, str]] = {
         "of_trades": "{share}，共 {closed} 筆已出場，{open} 筆未出場",
         "against": "基準",
         "against_span": "{name}，{start} 至 {end}",
+        "against_default": "{name}（該市場的預設基準），{start} 至 {end}",
         "unnamed_benchmark": "未命名",
         "no_benchmark": "無",
         "converted": "以 {to} 計",
@@ -264,7 +266,9 @@ def _against(report: Report, span: tuple[str, str] | None, words: Mapping[str, s
         return words["no_benchmark"]
     name = getattr(report.benchmark, "name", None)
     known = printable(name) if isinstance(name, str) and name else words["unnamed_benchmark"]
-    text = words["against_span"].format(name=known, start=span[0], end=span[1])
+    default = getattr(report.market, "benchmark_source", "own") == "default"
+    form = words["against_default" if default else "against_span"]
+    text = form.format(name=known, start=span[0], end=span[1])
     money = benchmark_money(report)
     if money is None:
         return text

@@ -6,6 +6,7 @@ import math
 from typing import TYPE_CHECKING, Any
 
 from corvex.cli.report_tables import print_table
+from corvex.cli.table_words import told
 from corvex.ffn_core.catalogue import catalogue, show
 from corvex.plaintext import printable
 
@@ -35,7 +36,7 @@ def check_figure(figure: str, *, on_page: bool) -> None:
         raise ValueError(f"no figure {figure!r} ranks runs; {near(figure, known)}")
 
 
-def print_sweep(sweep: Sweep, figure: str, count: int) -> None:
+def print_sweep(sweep: Sweep, figure: str, count: int, lang: str = "en") -> None:
     """Print the best runs of a sweep, how far they can be trusted, and what went wrong."""
     from corvex.sweeping.run_results import INTERRUPTED
 
@@ -46,25 +47,32 @@ def print_sweep(sweep: Sweep, figure: str, count: int) -> None:
         [*_labels(names, index), *(_value(name, row[name]) for name in columns)]
         for index, row in best.iterrows()
     ]
-    title = printable(sweep.title or "a strategy")
     print_table(
-        f"{title}: the best {len(best)} of {len(sweep):,} runs by {figure}",
-        [*names, *(_heading(name) for name in columns)],
+        told(
+            "{title}: the best {best} of {all} runs by {figure}",
+            lang,
+            title=printable(sweep.title or told("a strategy", lang)),
+            best=len(best),
+            all=f"{len(sweep):,}",
+            figure=figure,
+        ),
+        [*names, *(_heading(name, lang) for name in columns)],
         rows,
         right=range(len(names), len(names) + len(columns)),
     )
     if len(best):
-        print(_caution(sweep))
+        print(_caution(sweep, lang))
     errors = sweep.errors
     errors = errors[errors != INTERRUPTED]  # of which a note has told
     for place, error in list(errors.items())[:_MOST_ERRORS]:
-        told = ", ".join(f"{n}={v}" for n, v in zip(names, _labels(names, place), strict=True))
-        print(f"failed: {printable(told)}: {printable(error)}")
+        run = ", ".join(f"{n}={v}" for n, v in zip(names, _labels(names, place), strict=True))
+        print(told("failed: {run}: {error}", lang, run=printable(run), error=printable(error)))
     if len(errors) > _MOST_ERRORS:
-        print(f"and {len(errors) - _MOST_ERRORS:,} more runs without figures")
+        more = f"{len(errors) - _MOST_ERRORS:,}"
+        print(told("and {count} more runs without figures", lang, count=more))
 
 
-def print_walk(walk: WalkForward, choose: str) -> None:
+def print_walk(walk: WalkForward, choose: str, lang: str = "en") -> None:
     """Print what a walk forward chose in each window, and how the choices held."""
     choices = walk.choices
     names = list(choices.columns[4:-2])
@@ -79,15 +87,20 @@ def print_walk(walk: WalkForward, choose: str) -> None:
     ]
     width = 2 + len(names)
     print_table(
-        f"chosen by {choose}",
-        ["chosen in", "used in", *names, "inside", "outside"],
+        told("chosen by {figure}", lang, figure=choose),
+        [
+            told("chosen in", lang),
+            told("used in", lang),
+            *names,
+            told("inside", lang),
+            told("outside", lang),
+        ],
         rows,
         right=range(width, width + 2),
     )
-    print(
-        f"Outside over inside {_ratio(walk.efficiency)}; the share of windows that choose as the "
-        f"one before {_ratio(walk.stability)}\n"
-    )
+    text = "Outside over inside {efficiency}; the share of windows that choose as the one before "
+    held = {"efficiency": _ratio(walk.efficiency), "stability": _ratio(walk.stability)}
+    print(told(text + "{stability}", lang, **held) + "\n")
 
 
 def _labels(names: list[str], index: Any) -> list[str]:
@@ -101,9 +114,9 @@ def _label(value: Any) -> str:
     return "none" if missing else f"{value:g}" if isinstance(value, float) else str(value)
 
 
-def _heading(name: str) -> str:
+def _heading(name: str, lang: str) -> str:
     known = catalogue().find(name)
-    return name if known is None else known.label("en")
+    return name if known is None else known.label(lang)
 
 
 def _value(name: str, value: Any) -> str:
@@ -116,13 +129,15 @@ def _is_missing(value: Any) -> bool:
     return bool(pd.isna(value))
 
 
-def _caution(sweep: Sweep) -> str:
+def _caution(sweep: Sweep, lang: str) -> str:
     """Say what the number of runs takes from the best of them."""
     known = sweep.trials_statistics
-    text = f"The best of {known.trials:,.0f} is partly the luckiest"
+    count = f"{known.trials:,.0f}"
+    text = told("The best of {count} is partly the luckiest", lang, count=count)
     if math.isfinite(known.overfitting):
-        text += f": probability of overfitting {known.overfitting:.1%}"
-    return f"{text}."
+        share = f"{known.overfitting:.1%}"
+        text = told("{text}: probability of overfitting {share}", lang, text=text, share=share)
+    return told("{text}.", lang, text=text)
 
 
 def _ratio(value: float) -> str:

@@ -106,11 +106,13 @@ def test_report_takes_a_benchmark_from_a_column_a_file_or_a_sample(run, tmp_path
     dates = pd.bdate_range("2020-01-01", periods=50, name="date")
     pd.DataFrame({"nav": np.linspace(1, 2, 50), "index": 3.0}, index=dates).to_csv("a.csv")
     _csv(tmp_path / "b.csv", np.zeros(50), "return", "2020-01-01")
-    for benchmark in ("INDEX", "b.csv", "sp500"):
-        status, out, err = run("report", "a.csv", "--column", "NAV", "--benchmark", benchmark)
+    for given in (["INDEX"], ["b.csv"], ["sp500"], []):
+        chosen = ["--benchmark", *given] if given else []
+        status, out, err = run("report", "a.csv", "--column", "NAV", *chosen)
         assert status == 0, err
         assert "·· benchmark" in out
-        assert ("·· benchmark +0.0%" in out) == (benchmark != "sp500")
+        assert ("·· benchmark +0.0%" in out) == (given not in (["sp500"], []))
+        assert ("(the default of its market)" in out) == (not given)
     status, _, err = run("report", "a.csv", "--column", "nav", "--benchmark", "nothing")
     assert status == 1
     assert "is no column of a.csv, no file and no known table; known are us_stocks" in err

@@ -46,8 +46,11 @@ def test_exported_tables_hold_the_report(run, saved):
     assert run("export", saved, "--xlsx", "--out", ".")[0] == 0
     trades = pd.read_excel(f"{saved.stem}.xlsx", sheet_name="Trades")
     assert trades["return"].tolist() == pytest.approx(report.trades["return"].tolist())
-    status, _, err = run("export", saved, "--xlsx", "--format", "csv", "--out", "t.csv")
-    assert (status, "give one" in err) == (1, True)
+    assert run("export", saved, "--xlsx", "--lang", "zh-Hant", "--out", "zh.xlsx")[0] == 0
+    assert "交易紀錄" in pd.read_excel("zh.xlsx", sheet_name=None)
+    for wrong, told in (("--xlsx", "give one"), ("--lang=zh-Hant", "has no language")):
+        status, _, err = run("export", saved, wrong, "--format", "csv", "--out", "t.csv")
+        assert (status, told in err) == (1, True)
 
 
 def test_orders_with_prices_and_holdings_from_files(run, saved, tmp_path):

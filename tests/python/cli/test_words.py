@@ -100,6 +100,28 @@ def test_confidence_is_told_in_both_languages_and_left_out_of_the_page(run, save
     assert (with_, without) == (True, False)
 
 
+def test_tables_speak_chinese_but_for_what_users_name(run, saved, tmp_path):
+    english, chinese = (
+        set(
+            re.findall(
+                r"\b[A-Za-z]+\b", run("show", "r.pkl", "--trades", "--live", "--lang", lang)[1]
+            )
+        )
+        for lang in ("en", "zh-Hant")
+    )
+    words = set("asset entry exit reason question answer no next weights since".split())
+    assert words <= english
+    assert not words & chinese
+    prices = corvex.data.sample("us_stocks").iloc[-300:]
+    corvex.sweep(
+        lambda prices, weight: prices.notna() * weight / 20, prices, signal={"weight": [0.5, 1.0]},
+        market="us_stock", store=tmp_path / "s",
+    )  # fmt: skip
+    status, out, _ = run("show", tmp_path / "s", "--lang", "zh-Hant")
+    assert (status, "：2 個組合中 daily_sharpe 最佳的 2 個" in out) == (0, True)
+    assert re.search("weight .*夏普率 .*最大回撤", out)
+
+
 def test_names_of_strangers_steer_no_terminal(run, saved):
     for arguments in (
         ["show", "r.pkl"],

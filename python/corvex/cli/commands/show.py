@@ -58,7 +58,7 @@ def show(
     if file.is_dir():
         if metrics or trades or live or text or confidence or trials or riskfree is not None:
             raise ValueError(f"{file} is a folder; of a sweep, show takes --figure, --best, --html")
-        _show_sweep(file, figure, best, html)
+        _show_sweep(file, figure, best, html, lang)
         return
     from corvex.cli.shown import print_confidence, print_report
     from corvex.cli.summary import language
@@ -82,20 +82,21 @@ def show(
     from corvex.cli import report_tables as tables
 
     if metrics:
-        tables.print_metrics(loaded)
+        tables.print_metrics(loaded, chosen)
     if trades:
-        tables.print_trades(loaded)
+        tables.print_trades(loaded, chosen)
     if live:
-        tables.print_live(loaded)
+        tables.print_live(loaded, chosen)
 
 
-def _show_sweep(folder: Path, figure: str, best: int, html: Path | None) -> None:
+def _show_sweep(folder: Path, figure: str, best: int, html: Path | None, lang: str | None) -> None:
     page = None if html is None else target_file(html, f"{folder.absolute().name}.html")
     import corvex
+    from corvex.cli.summary import language
     from corvex.cli.sweep_tables import print_sweep
 
     found = corvex.open_sweep(folder)
-    print_sweep(found, figure, best)
+    print_sweep(found, figure, best, language(lang))
     if page is not None:
         found.to_html(page, figure=figure)
         note(f"page written to {page}")

@@ -73,5 +73,5 @@ def walk_forward(
     found = corvex.walk_forward(
         runs, train, test, choose, embargo=embargo, anchored=anchored, where=picked
     )
-    print_walk(found, choose)
+    print_walk(found, choose, delivery.lang)
     delivery.deliver(found.report)
