@@ -60,7 +60,7 @@ def _program(words: list[str]) -> int:
 
             print(f"corvex {corvex.__version__}")
             return 0
-        if word == "--help":
+        if word in ("--help", "-h"):
             print(_help())
             return 0
         if word != "--traceback":

@@ -33,7 +33,7 @@ def read_words(parameters: Sequence[Parameter], words: Sequence[str]) -> dict[st
         When ``--help`` is among them.
     """
     parser = _Parser(add_help=False, allow_abbrev=False, argument_default=argparse.SUPPRESS)
-    parser.add_argument("--help", nargs=0, action=_Help)
+    parser.add_argument("--help", "-h", nargs=0, action=_Help)
     for parameter in parameters:
         _add(parser, parameter)
     _refuse_unknown(

@@ -1,6 +1,7 @@
 """Export, inspect and orders."""
 
 import json
+import os
 
 import pandas as pd
 import pytest
@@ -48,9 +49,14 @@ def test_exported_tables_hold_the_report(run, saved):
     assert trades["return"].tolist() == pytest.approx(report.trades["return"].tolist())
     assert run("export", saved, "--xlsx", "--lang", "zh-Hant", "--out", "zh.xlsx")[0] == 0
     assert "交易紀錄" in pd.read_excel("zh.xlsx", sheet_name=None)
-    for wrong, told in (("--xlsx", "give one"), ("--lang=zh-Hant", "has no language")):
-        status, _, err = run("export", saved, wrong, "--format", "csv", "--out", "t.csv")
-        assert (status, told in err) == (1, True)
+    for wrong, told in (
+        (("--xlsx", "--format", "csv"), "give one"),
+        (("--lang=zh-Hant", "--format", "csv"), "has no language"),
+        (("--table", "equity"), "--table is for --format csv or parquet"),
+        (("--format", "csv", "--all-trades"), "--all-trades is for a payload"),
+    ):
+        status, _, err = run("export", saved, *wrong, "--out", "none.csv")
+        assert (status, told in err, os.path.exists("none.csv")) == (1, True, False)
 
 
 def test_orders_with_prices_and_holdings_from_files(run, saved, tmp_path):

@@ -40,6 +40,8 @@ def saved(tmp_path):
 def test_help_wraps_at_words_and_shows_no_types(run, monkeypatch):
     monkeypatch.setenv("COLUMNS", "80")
     status, out, _ = run("--help")
+    assert run("-h")[:2] == (status, out)
+    assert run("show", "-h") == run("show", "--help")
     commands = re.findall(r"^  ([a-z]+)  ", out.partition("Commands:")[2], re.M)
     assert (status, len(commands) >= 10, "..." in out.partition("Commands:")[2]) == (0, True, False)
     for command in commands:

@@ -25,9 +25,9 @@ def export(
         Option(help="What to write: a dictionary as JSON, a table, or a workbook."),
     ] = "payload",
     table: Annotated[
-        Literal["trades", "equity", "positions"],
-        Option(help="The table of --format csv or parquet."),
-    ] = "trades",
+        Literal["trades", "equity", "positions"] | None,
+        Option(help="The table of --format csv or parquet; trades by default."),
+    ] = None,
     all_trades: Annotated[
         bool, Option("--all-trades", help="Put every trade into the payload, not 500.")
     ] = False,
@@ -58,6 +58,10 @@ def export(
     format = "xlsx" if xlsx else format
     if lang is not None and format != "xlsx":
         raise ValueError(f"--lang is for a workbook, --format {format} has no language")
+    if table is not None and format not in ("csv", "parquet"):
+        raise ValueError(f"--table is for --format csv or parquet, --format {format} has none")
+    if all_trades and format != "payload":
+        raise ValueError(f"--all-trades is for a payload, not for --format {format}")
     suffix = format if format in ("csv", "parquet", "xlsx") else f"{format}.json"
     target = target_file(out, f"{file.stem}.{suffix}")
     report = load_report(file, trust)
@@ -66,7 +70,7 @@ def export(
 
         save_workbook(report, target, language=lang or "en")
     elif format in ("csv", "parquet"):
-        write_table(_report_table(report, table), target, format)
+        write_table(_report_table(report, table or "trades"), target, format)
     else:
         text = strict_json(_dictionary(report, format, None if all_trades else 500))
         write_text(target, text)
