@@ -36,7 +36,7 @@ REFUSALS = (ValueError, TypeError, LookupError)
 # What nobody may be left alone with: errors of the inside that mean a missing check.
 INTERNAL = (
     "cannot convert float", "index out of range", "object has no attribute", "NoneType' object",
-    "incompatible function arguments",
+    "incompatible function arguments", "is ambiguous",
 )  # fmt: skip
 FIGURES = [name for name in vars(Metrics) if not name.startswith("_")]
 
@@ -53,6 +53,27 @@ def simulate(hostile: Hostile) -> None:
         report.get_metrics()
         report.position_info2()
         corvex.contributions(report)
+
+
+def accounts(hostile: Hostile) -> None:
+    """Runs that keep an account; what it wrote down adds up where its figures are no extremes."""
+    close = hostile.quoted()
+    volume = hostile.frame(close.index, list(close.columns))
+    account = corvex.Account(**hostile.account(close))
+    prices = {"close": close, "volume": volume} if hostile.chance(0.8) else close
+    options = hostile.options() if hostile.chance(0.3) else {"market": "us_stock"}
+    weights = hostile.weights(close) if hostile.chance(0.3) else 0.1 / close * close.iloc[0]
+    report = corvex.simulate(weights, prices, account=account, **options)
+    check_report(report)
+    money = report.account
+    assert money is not None
+    assert len(money) <= len(report.creturn)
+    kept = money["cash"] + money["long"] + money["short"]
+    size = money["gross"] + money["cash"].abs()
+    assert ((kept - money["equity"]).abs() <= 1e-10 * size).all()
+    if hostile.chance(0.1):
+        corvex.contributions(report, by_kind=True)
+        report.position_info2()
 
 
 def curves(hostile: Hostile) -> None:
@@ -131,7 +152,8 @@ def check_report(report: corvex.Report) -> None:
     assert len(report.get_stats()) > 40
 
 
-TARGETS = [simulate, curves, kernels, simulate, curves, figures, kernels, kernels]
+_TARGETS = [simulate, curves, kernels, simulate, curves, figures, kernels, kernels]
+TARGETS = [*_TARGETS[:7], accounts, *_TARGETS]
 
 
 @contextlib.contextmanager

@@ -188,3 +188,48 @@ class Hostile:
         }  # fmt: skip
         chosen = self.random.sample(sorted(ranges), self.random.choice((0, 0, 1, 2, 3)))
         return {"market": "us_stock"} | {name: self.random.choice(ranges[name]) for name in chosen}
+
+    def quoted(self) -> pd.DataFrame:
+        """Prices that an account can mostly be kept on, some of them missing or odd."""
+        index = pd.bdate_range("2024-01-02", periods=self.random.choice((2, 8, 30)))
+        shape = len(index), self.random.choice((1, 2, 5))
+        values = 10.0 * np.exp(self.numbers.normal(0, 0.05, shape).cumsum(axis=0))
+        if self.chance(0.3):
+            odd = self.numbers.random(shape) < 0.1
+            values[odd] = (
+                np.nan if self.chance(0.7) else self.numbers.choice(_ODD_VALUES, odd.sum())
+            )
+        self.written.append(values)
+        return pd.DataFrame(values, index, list("ABCDE")[: shape[1]])
+
+    def account(self, prices: pd.DataFrame) -> dict[str, Any]:
+        """Some of what an account can be told: mostly what it takes, at times anything."""
+        odd = (0, -1, 5, 1e-300, 1e300, np.nan, np.inf, "x", None, pd.Series(dtype=float))
+        column = prices.iloc[:, 0]
+        values: tuple[Any, ...] = (
+            0.0, 0.02, 0.5, column * 0.001, prices * 0.001, {"A": 0.1}, {"2024-01-03": 0.05},
+        )  # fmt: skip
+        money = (0.0, 1.0, 0.005, 1e6)
+        flows = pd.Series([5.0, -2.0, -1e4][: len(prices)], prices.index[:3])
+        splits = prices * 0.0 + 1.5
+        ranges: dict[str, tuple[Any, ...]] = {
+            "capital": (1.0, 1e4, 1e12), "cash_rate": values, "cash_spread": (0.0, 0.01),
+            "short_rebate": values, "financing_rate": values, "borrow_rate": values,
+            "day_count": ("act/365", "act/360"), "withholding_tax": (0.0, 0.3, 1.0),
+            "dividends": (prices * 0.01, prices * 0.1), "splits": (splits, splits.iloc[::7]),
+            "lot_size": (1, 0.1, 1000), "rounding": ("down", "nearest"), "fee_ratio": values,
+            "tax_ratio": values, "slippage_ratio": values, "min_fee": money, "impact": (0.0, 0.5),
+            "fee_per_share": money, "max_fee_ratio": (0.01, 1.0),
+            "fee_table": ({0: 0.1}, {0: 0.1, 10: 0.0}, {0: 1, 1e-300: 0}), "band": values,
+            "band_kind": ("absolute", "relative"), "band_to": ("target", "edge"),
+            "volume_share": (0.1, 1.0), "unfilled": ("wait", "lapse"), "impact_window": (2, 20),
+            "price_limit": values, "price_ticks": (True, {0: 0.01}, {0: 1e-300}),
+            "maintenance_margin": (0.3, 0.9, 1e9), "flows": (flows, flows * 1e3, self.curve()),
+        }  # fmt: skip
+        if self.chance(0.2):
+            rates = (column.rename("USDTWD"), {"USDTWD": 30}, {"TWD/USD": column}, prices)
+            return {"currency": "USD", "base": "TWD", "fx": self.random.choice(rates)}
+        chosen = self.random.sample(sorted(ranges), self.random.choice((1, 3, 6, 12)))
+        return {
+            name: self.random.choice(odd if self.chance(0.03) else ranges[name]) for name in chosen
+        }

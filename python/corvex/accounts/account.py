@@ -412,7 +412,7 @@ def _number(
 
 
 def _choice(name: str, value: Any, known: tuple[str, ...]) -> None:
-    if value not in known:
+    if not isinstance(value, str) or value not in known:
         raise ValueError(f"{name} must be one of {', '.join(map(repr, known))}, got {value!r}")
 
 

@@ -35,6 +35,7 @@ def run(prices=PRICES, weights=WEIGHTS, **terms):
         ({"lot_size": -1}, "lot_size must be a number above 0, got -1"),
         ({"lot_size": pd.Series({"AAA": 1.0})}, "lot_size has no value for 'BBB'"),
         ({"rounding": "up"}, "rounding must be one of 'down', 'nearest'"),
+        ({"unfilled": pd.Series(["wait"])}, "unfilled must be one of 'wait', 'lapse'"),
         ({"splits": pd.DataFrame({"AAA": [0.0]}, DAYS[3:4])}, "splits of 'AAA' on 2024-01-05 is 0"),
         ({"dividends": pd.Series({"AAA": 1.0})}, "dividends must be a table"),
         ({"lot_size": pd.Series(1.0, ["AAA", "AAA", "BBB"])}, "lot_size has 'AAA' more than once"),
