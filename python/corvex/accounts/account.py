@@ -36,7 +36,7 @@ _BY_CURRENCY = ("min_fee", "fee_per_share")
 DAY_COUNTS = {"act/365": 365.0, "act/360": 360.0, "act/365.25": 365.25}
 
 
-@dataclass(frozen=True, slots=True, kw_only=True, eq=False)
+@dataclass(frozen=True, slots=True, kw_only=True, eq=False, repr=False)
 class Account:
     """The account of a run as a broker keeps it; ``docs/account.md`` shows every rule.
 
@@ -201,6 +201,11 @@ class Account:
             raise ValueError(f"flows must be a Series by date, got {_type(self.flows)}")
         self._check_currencies()
         _ = self.fees, self.ticks
+
+    def __repr__(self) -> str:
+        terms = kept_terms(self)
+        terms.pop("latest", None)
+        return f"Account({', '.join(f'{name}={value!r}' for name, value in terms.items())})"
 
     def _bring_to_pandas(self) -> None:
         read: dict[str, Callable[[Any, str], Any]] = {

@@ -187,6 +187,16 @@ def test_taiwans_limits_are_those_that_its_orders_have(close):
     assert [fills(lowest + move, 0.5, 0.0) for move in (down, up, 0)] == [False, True, False]
 
 
+def test_an_account_shows_what_it_was_given_and_nothing_of_its_tables():
+    account = corvex.Account(capital=5e3, cash_rate={"2024-01-02": 0.01}, splits=PRICES * 0 + 1)
+    assert repr(account) == "Account(capital=5000.0, cash_rate='by date', splits='a table')"
+
+
+def test_what_is_less_than_a_lot_short_is_nothing():
+    report = run(weights=pd.DataFrame({"AAA": [-0.5, -0.001]}, DAYS[[0, 9]]), lot_size=10)
+    assert not np.signbit(report.fills["shares"].iloc[-1])
+
+
 def test_a_run_that_never_found_a_volume_says_so():
     with pytest.warns(UserWarning, match=r"nothing was traded: every order was cut \(volume\)"):
         run({"close": PRICES, "volume": PRICES * 0.0}, volume_share=0.5)
