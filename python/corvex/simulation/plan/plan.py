@@ -80,7 +80,7 @@ class Plan(NamedTuple):
         return self.schedule.dates[rows[0]] if len(rows) else self.schedule.planned_date
 
 
-class Timeline(NamedTuple):
+class Timeline:
     """What plans have in common whose weights have the same dates.
 
     Attributes
@@ -95,12 +95,21 @@ class Timeline(NamedTuple):
         As in `Plan`.
     """
 
-    part: slice
-    timetable: Timetable
-    rule: Rule
-    offset: pd.Timedelta
-    begins: pd.Timestamp
-    idle_session: int
+    def __init__(
+        self,
+        part: slice,
+        timetable: Timetable,
+        rule: Rule,
+        offset: pd.Timedelta,
+        begins: pd.Timestamp,
+        idle_session: int,
+    ) -> None:
+        self.part = part
+        self.timetable = timetable
+        self.rule = rule
+        self.offset = offset
+        self.begins = begins
+        self.idle_session = idle_session
 
 
 def make_timeline(

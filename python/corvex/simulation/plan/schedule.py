@@ -5,7 +5,6 @@ from __future__ import annotations
 import datetime
 import warnings
 from collections.abc import Callable, Iterable
-from typing import NamedTuple
 
 import numpy as np
 import pandas as pd
@@ -130,7 +129,7 @@ def read_offset(resample: Rule, offset: object) -> pd.Timedelta:
     return length
 
 
-class Timetable(NamedTuple):
+class Timetable:
     """When a portfolio may be rebalanced, whatever its weights are.
 
     Attributes
@@ -147,12 +146,21 @@ class Timetable(NamedTuple):
         Row of the weights on which that rebalance would act; -1 without one.
     """
 
-    dates: pd.DatetimeIndex
-    sessions: np.ndarray
-    rows: np.ndarray
-    only_changes: bool
-    planned: Callable[[], pd.Timestamp | None]
-    planned_row: int
+    def __init__(
+        self,
+        dates: pd.DatetimeIndex,
+        sessions: np.ndarray,
+        rows: np.ndarray,
+        only_changes: bool,
+        planned: Callable[[], pd.Timestamp | None],
+        planned_row: int,
+    ) -> None:
+        self.dates = dates
+        self.sessions = sessions
+        self.rows = rows
+        self.only_changes = only_changes
+        self.planned = planned
+        self.planned_row = planned_row
 
 
 def make_timetable(rows: Stamps, clock: Clock, resample: Rule, offset: pd.Timedelta) -> Timetable:

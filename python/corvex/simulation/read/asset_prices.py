@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from typing import Any, Literal, NamedTuple
+from typing import Any, Literal
 
 import numpy as np
 import pandas as pd
@@ -18,7 +18,7 @@ _FIELDS = ("close", "fill", "open", "high", "low")
 _NO_LABELS: pd.Index = pd.Index([], dtype=object)
 
 
-class Faults(NamedTuple):
+class Faults:
     """Prices of one field that cannot be.
 
     Attributes
@@ -33,10 +33,17 @@ class Faults(NamedTuple):
         The price there.
     """
 
-    field: str
-    number: int
-    rows: np.ndarray
-    values: np.ndarray
+    def __init__(
+        self,
+        field: str,
+        number: int,
+        rows: np.ndarray,
+        values: np.ndarray,
+    ) -> None:
+        self.field = field
+        self.number = number
+        self.rows = rows
+        self.values = values
 
     def first(self, assets: np.ndarray) -> int | None:
         """Return the one of some assets (a mask) that has the earliest; None without any."""

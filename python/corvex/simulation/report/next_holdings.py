@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 from collections.abc import Callable
-from typing import NamedTuple
 
 import numpy as np
 import pandas as pd
@@ -14,7 +13,7 @@ from corvex.trades.reasons import EXIT_REASONS
 __all__ = ["HandOver", "State", "hand_over", "nothing_held"]
 
 
-class State(NamedTuple):
+class State:
     """The engine's state after the last session; arrays have one entry per asset.
 
     `executed` is the rebalance last filled (-1: none). `out`, `pending` hold the reason for which
@@ -23,16 +22,26 @@ class State(NamedTuple):
     `kept_out` whether the next rebalance leaves a stopped asset out.
     """
 
-    executed: int
-    out: np.ndarray
-    pending: np.ndarray
-    pending_session: np.ndarray
-    waiting: np.ndarray
-    ruined: bool
-    kept_out: np.ndarray
+    def __init__(
+        self,
+        executed: int,
+        out: np.ndarray,
+        pending: np.ndarray,
+        pending_session: np.ndarray,
+        waiting: np.ndarray,
+        ruined: bool,
+        kept_out: np.ndarray,
+    ) -> None:
+        self.executed = executed
+        self.out = out
+        self.pending = pending
+        self.pending_session = pending_session
+        self.waiting = waiting
+        self.ruined = ruined
+        self.kept_out = kept_out
 
 
-class HandOver(NamedTuple):
+class HandOver:
     """The part of a report that live trading reads.
 
     Attributes
@@ -47,11 +56,19 @@ class HandOver(NamedTuple):
         Makes what `tables` names.
     """
 
-    current_date: pd.Timestamp | None
-    next_date: pd.Timestamp | None
-    planned_rebalance_date: pd.Timestamp | None
-    coming: np.ndarray
-    make_tables: Callable[[], tuple[pd.Series, pd.Series, pd.Series]]
+    def __init__(
+        self,
+        current_date: pd.Timestamp | None,
+        next_date: pd.Timestamp | None,
+        planned_rebalance_date: pd.Timestamp | None,
+        coming: np.ndarray,
+        make_tables: Callable[[], tuple[pd.Series, pd.Series, pd.Series]],
+    ) -> None:
+        self.current_date = current_date
+        self.next_date = next_date
+        self.planned_rebalance_date = planned_rebalance_date
+        self.coming = coming
+        self.make_tables = make_tables
 
     def tables(self) -> dict[str, pd.Series]:
         """`weights`, `next_weights` and `actions`, each by asset label."""

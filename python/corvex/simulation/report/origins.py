@@ -6,7 +6,7 @@ A report's own attributes travel in its files; a plan does not: who reads a file
 from __future__ import annotations
 
 import weakref
-from typing import TYPE_CHECKING, NamedTuple
+from typing import TYPE_CHECKING
 
 import pandas as pd
 
@@ -24,7 +24,7 @@ if TYPE_CHECKING:
 __all__ = ["Origin", "note_origin", "origin_of"]
 
 
-class Origin(NamedTuple):
+class Origin:
     """The plan of a run, and how it was traded.
 
     Attributes
@@ -39,12 +39,21 @@ class Origin(NamedTuple):
         What it kept an account by.
     """
 
-    plan: Plan
-    options: Options
-    trade_at: TradeAt
-    sessions: pd.DatetimeIndex
-    ends: bool
-    account: Account | None = None
+    def __init__(
+        self,
+        plan: Plan,
+        options: Options,
+        trade_at: TradeAt,
+        sessions: pd.DatetimeIndex,
+        ends: bool,
+        account: Account | None = None,
+    ) -> None:
+        self.plan = plan
+        self.options = options
+        self.trade_at = trade_at
+        self.sessions = sessions
+        self.ends = ends
+        self.account = account
 
     def prices(self, report: Report) -> PriceData | None:
         """Read the prices of the run from the report's market anew: they are kept but once.
