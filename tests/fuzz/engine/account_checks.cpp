@@ -21,7 +21,8 @@ class Auditor {
             const AccountResult& found)
         : in_{input}, terms_{*input.account}, out_{result}, found_{found},
           assets_{input.prices.assets()}, first_{input.plan.first_session}, shares_(assets_, 0.0),
-          marks_(assets_, std::nan("")), whole_(assets_, true), cash_{terms_.capital} {}
+          marks_(assets_, std::nan("")), whole_(assets_, true), cash_{terms_.capital},
+          may_owe_{may_owe()} {}
 
     void run() {
         const std::size_t count = found_.columns[0].size();
@@ -57,6 +58,27 @@ class Auditor {
             sum += now && event.asset == asset ? event.amount : 0.0;
         }
         return sum;
+    }
+
+    /// Whether weights, withdrawals or fees beyond the value of an order may lead to a loan.
+    [[nodiscard]] bool may_owe() const {
+        const Plan& plan = in_.plan;
+        for (std::size_t row = 0; row < plan.rebalances(); ++row) {
+            double sum = 0.0;
+            for (const double weight : plan.weights(row)) {
+                sum += weight;
+                if (weight < 0.0) {
+                    return true;
+                }
+            }
+            if (sum > 1.0 + kRounding) {
+                return true;
+            }
+        }
+        const bool fixed_fees = terms_.fees.minimum > 0.0 || terms_.fees.per_share > 0.0 ||
+                                !terms_.min_fee.empty() || !terms_.fee_per_share.empty();
+        return (fixed_fees && terms_.fees.max_ratio > 0.1) ||
+               std::ranges::any_of(terms_.flows, [](auto flow) { return flow.amount < 0.0; });
     }
 
     void split(std::size_t session) {
@@ -182,6 +204,7 @@ class Auditor {
         near(figure(kLong, at) - figure(kShort, at), gross_, "longs and shorts");
         near(figure(kCash, at) + value_, equity, "an equity that is not cash and holdings");
         near(out_.equity[at] * figure(kUnits, at), equity, "a curve beside its account");
+        require(may_owe_ || figure(kCash, at) >= -kExact * scale, "a loan that was not wanted");
         cash_ = figure(kCash, at);
         last_scale_ = std::max(std::abs(equity), gross_);
         largest_ = std::max(largest_, last_scale_);
@@ -221,6 +244,7 @@ class Auditor {
     std::vector<bool> whole_;   ///< no split has left a part of a lot
     std::vector<double> grown_; ///< by the splits of the session
     double cash_;
+    bool may_owe_;
     std::size_t next_ = 0; ///< fill
     double bought_ = 0.0;
     double traded_ = 0.0;
