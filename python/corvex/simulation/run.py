@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from typing import TYPE_CHECKING, Any, NamedTuple
+from typing import TYPE_CHECKING, Any
 
 import numpy as np
 
@@ -23,7 +23,7 @@ if TYPE_CHECKING:
 __all__ = ["Run", "run_plan"]
 
 
-class Run(NamedTuple):
+class Run:
     """What a run was asked and what came of it; a report is made of it when one is wanted.
 
     Attributes
@@ -40,13 +40,23 @@ class Run(NamedTuple):
         Session, asset and new shares for each old one, of an account on quoted prices.
     """
 
-    plan: Plan
-    options: Options
-    trade_at: TradeAt
-    result: SimulationResult
-    account: Account | None = None
-    currencies: Currencies | None = None
-    splits: Any = None
+    def __init__(
+        self,
+        plan: Plan,
+        options: Options,
+        trade_at: TradeAt,
+        result: SimulationResult,
+        account: Account | None = None,
+        currencies: Currencies | None = None,
+        splits: Any = None,
+    ) -> None:
+        self.plan = plan
+        self.options = options
+        self.trade_at = trade_at
+        self.result = result
+        self.account = account
+        self.currencies = currencies
+        self.splits = splits
 
 
 def run_plan(
