@@ -43,6 +43,7 @@ class BoundMarket(MarketTables):
     _aligned: pd.Series | None
     _own_benchmark: pd.Series | None = None
     _converted_from: str | None = None
+    _converted_to: str | None = None
     _freq: str
     _bound_at: datetime.datetime
     _pickled_assets: Collection[object]
@@ -110,16 +111,26 @@ class BoundMarket(MarketTables):
             check_benchmark(benchmark, name)
         return benchmark
 
+    @property
+    def benchmark_currency(self) -> str | None:
+        """The currency that a run has brought the benchmark to; None for one as handed over."""
+        return self._converted_to
+
     def with_benchmark(
-        self, convert: Callable[[pd.Series], pd.Series], source: str | None = None
+        self,
+        convert: Callable[[pd.Series], pd.Series],
+        currency: str,
+        source: str | None = None,
     ) -> Self:
-        """Return a copy whose benchmark has other values, such as those in another currency.
+        """Return a copy whose benchmark is in another currency.
 
         `convert` is given the values by date as they were handed over, rising and without holes;
         where there are none the copy has none either.
 
         Parameters
         ----------
+        currency : str
+            What `benchmark_currency` answers.
         source : str, optional
             What `benchmark_source` answers; it stays where it is not given.
         """
@@ -131,6 +142,7 @@ class BoundMarket(MarketTables):
                 _aligned=None,
                 _own_benchmark=None,
                 _converted_from=source or self.benchmark_source,
+                _converted_to=currency,
             )
         return twin
 
@@ -142,10 +154,11 @@ class BoundMarket(MarketTables):
         """
         return self._tables.get(_SPLIT_FACTOR)
 
-    def with_split_factors(self, factors: pd.DataFrame) -> Self:
-        """Return a copy that knows of splits."""
+    def with_split_factors(self, factors: pd.DataFrame | None) -> Self:
+        """Return a copy that knows of these splits, or of none."""
         twin = self.__copy__()
-        twin.__dict__["_tables"] = {**self._tables, _SPLIT_FACTOR: factors}
+        tables = {name: table for name, table in self._tables.items() if name != _SPLIT_FACTOR}
+        twin.__dict__["_tables"] = tables if factors is None else {**tables, _SPLIT_FACTOR: factors}
         return twin
 
     @override
@@ -249,6 +262,7 @@ def bind[M: MarketTables](
     bound.__dict__.pop("stamps", None)
     bound.__dict__.pop("_own_benchmark", None)
     bound.__dict__.pop("_converted_from", None)
+    bound.__dict__.pop("_converted_to", None)
     bound.__dict__.update(
         _tables=tables,
         _benchmark=benchmark,

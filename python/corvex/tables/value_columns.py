@@ -83,8 +83,8 @@ def table_or_series(given: Any, what: str) -> Any:
         table = arranged(plain, what, required=False)
         if table is None:
             return series_by_label(plain, what)
-    alone = table.shape[1] == 1 and table.columns[0] in (*_FOR_ALL, what)
-    return table.iloc[:, 0] if alone else table
+    alone = table.shape[1] == 1 and isinstance(name := table.columns[0], str)
+    return table.iloc[:, 0] if alone and name in (*_FOR_ALL, what) else table
 
 
 def _is_frame(given: object) -> bool:

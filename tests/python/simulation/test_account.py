@@ -275,6 +275,8 @@ def test_what_follows_prices_over_time_sees_through_splits(tmp_path, zone):
             assert mine == pytest.approx(own)
         assert found[1]["values"] == pytest.approx(wanted[1]["values"], abs=1)
         np.testing.assert_allclose(corvex.random_entries(other, 50).draws, drawn, rtol=1e-9)
+    other_run = corvex.simulate(weights, market=split.market, leverage=True)
+    assert other_run.market.split_factors is None
 
 
 def test_bars_of_a_day_accrue_between_days_and_meet_events_at_the_first_bar():
@@ -395,7 +397,9 @@ def test_a_benchmark_is_compared_in_the_base(zone, bars, tmp_path):
     )  # fmt: skip
     corvex.save(report, tmp_path / "a.corvex")
     for market in (report.market, corvex.load(tmp_path / "a.corvex").market):
-        assert market.get_benchmark().tolist() == pytest.approx((index * DOLLAR).tolist())
+        again = corvex.simulate(WEIGHTS, market=market, leverage=True, account=account).market
+        for one in (market, again):  # whose benchmark is in the base already
+            assert one.get_benchmark().tolist() == pytest.approx((index * DOLLAR).tolist())
 
 
 def test_a_benchmark_of_an_unknown_currency_is_told():

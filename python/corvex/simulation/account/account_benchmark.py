@@ -28,6 +28,7 @@ def market_in_base(
 
     Where nobody said what the benchmark is quoted in it stays as it is. A user's own Series is
     taken to be in the account's currency already; of another benchmark that is a guess, and told.
+    The benchmark of a report's market may have been brought to a currency: it is in that one.
 
     Parameters
     ----------
@@ -40,11 +41,13 @@ def market_in_base(
         When a rate is missing that the benchmark needs; the message names pair and date.
     """
     base = currencies.names[0]
-    if account.benchmark_currency is None:
+    brought_to = market.benchmark_currency if isinstance(market, BoundMarket) else None
+    quoted = account.benchmark_currency if brought_to is None else brought_to
+    if quoted is None:
         if len(currencies.names) > 1:
             _tell_of_guess(market, base)
         return market
-    code = currency_code(account.benchmark_currency, "benchmark_currency")
+    code = currency_code(quoted, "benchmark_currency")
     if code == base:
         return market
 
@@ -69,12 +72,12 @@ def market_in_base(
         return (within.astype("float64") * rates).dropna()
 
     if isinstance(market, BoundMarket):
-        return cast("Market", market.with_benchmark(convert))
+        return cast("Market", market.with_benchmark(convert, base))
     own = market.get_benchmark()  # one that ends before the prices counts, as it does unconverted
     if not len(own):
         return market
     bound = cast("BoundMarket", bound_alone(market, own))
-    return cast("Market", bound.with_benchmark(convert, "default"))
+    return cast("Market", bound.with_benchmark(convert, base, "default"))
 
 
 def _tell_of_guess(market: Market, base: str) -> None:

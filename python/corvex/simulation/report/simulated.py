@@ -189,6 +189,8 @@ def _market(run: Run, prices: PriceData) -> Market:
         from corvex.simulation.account.account_splits import market_with_splits
 
         market = market_with_splits(market, run.splits, run.plan.labels, prices.clock)
+    elif isinstance(market, BoundMarket) and market.split_factors is not None:
+        market = market.with_split_factors(None)  # those of another run, whose market this was
     if run.account is None or run.currencies is None:
         return market
     from corvex.simulation.account.account_benchmark import market_in_base
