@@ -145,7 +145,7 @@ class Auditor {
         if (!terms_.borrow_rate.empty() && std::isnan(terms_.borrow_rate.at(session, asset))) {
             require(after >= std::min(before, 0.0), "a short that cannot be borrowed");
         }
-        if (!terms_.price_limit.empty() && session > 0) {
+        if (!terms_.price_limit.empty() && session > 0 && terms_.years[session] > 0.0) {
             check_limit(asset, session, after > before, price);
         }
     }

@@ -33,7 +33,7 @@ class SlowAccount:
         self.cash = self.units = self.equity = terms.capital
         self.shares = [0.0] * self.count
         self.mark = [nan] * self.count
-        self.before = [nan] * self.count
+        self.latest, self.before = [nan] * self.count, [nan] * self.count
         self.waiting, self.rows, self.called = {}, [], False
         last = [[t for t, row in enumerate(close) if not isnan(row[j])] for j in range(self.count)]
         self.last = [days[-1] if days else -1 for days in last]
@@ -74,13 +74,16 @@ class SlowAccount:
             self.equity += amount
             self.cash += amount
             self.today["flows"] += amount
-        for j in range(self.count):  # the close before, as a limit sees it
+        for j in range(self.count):  # the close of the day before, as a limit sees it
             if t and not isnan(self.close[t - 1][j]):
-                self.before[j] = self.close[t - 1][j]
+                self.latest[j] = self.close[t - 1][j]
+        if t and k.years[t][0]:
+            self.before = self.latest.copy()
         for when, j, ratio in zip(*k.splits, strict=True):
             if when == t:
                 self.shares[j] *= ratio
                 self.mark[j] /= ratio
+                self.latest[j] /= ratio
                 self.before[j] /= ratio
         for when, j, amount in zip(*k.dividends, strict=True):
             if when == t:
@@ -88,6 +91,7 @@ class SlowAccount:
                 tax = max(gross, 0.0) * at(k.withholding_tax, t, j)
                 self.cash += gross - tax
                 self.today.update(dividends=gross, tax=tax)
+                self.latest[j] -= amount
                 self.before[j] -= amount
 
     def known_rate(self, t, j):
@@ -277,7 +281,7 @@ class SlowAccount:
             after = min(held, 0)
         if after == held:
             return held, False
-        if k.price_limit is not None and t:
+        if k.price_limit is not None and not isnan(self.before[j]):
             limit, reference = at(k.price_limit, t, j), self.before[j]
             opens = self.quote(t, j) if k.opens is None else at(k.opens, t, j)
             opens = self.quote(t, j) if isnan(opens) else opens

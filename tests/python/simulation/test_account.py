@@ -279,6 +279,22 @@ def test_what_follows_prices_over_time_sees_through_splits(tmp_path, zone):
     assert other_run.market.split_factors is None
 
 
+@pytest.mark.parametrize("zone", [None, "UTC", "Asia/Taipei"])
+def test_a_price_limit_counts_from_the_day_before_also_for_bars_of_a_day(zone):
+    hours = pd.to_timedelta([9, 11, 13], unit="h")
+    bars = pd.DatetimeIndex([day + hour for day in DAYS[:3] for hour in hours], tz="Asia/Taipei")
+    bars = bars.tz_localize(None) if zone is None else bars.tz_convert(zone)
+    close = pd.DataFrame({"2330": [100.0, 112, 100, 105, 110, 110, 111, 110, 110]}, bars)
+
+    def bought(row):
+        weights = pd.DataFrame({"2330": [0.5]}, bars[row : row + 1])
+        account = corvex.Account(capital=1e4, price_limit=True)
+        report = corvex.simulate(weights, close, market="tw_stock", account=account)
+        return int(bars.get_loc(report.fills["date"].iloc[0]))
+
+    assert [bought(row) for row in (0, 2, 3, 4)] == [1, 3, 6, 6]
+
+
 def test_bars_of_a_day_accrue_between_days_and_meet_events_at_the_first_bar():
     hours = pd.to_timedelta(np.tile([10, 12, 14], 40), unit="h")
     bars = pd.DataFrame(100.0, pd.DatetimeIndex(DAYS.repeat(3) + hours), ["AAA"])

@@ -82,10 +82,18 @@ bool Account::can_borrow(std::size_t asset, std::size_t session) const {
     return terms_.borrow_rate.empty() || !std::isnan(terms_.borrow_rate.at(session, asset));
 }
 
-/// The last close before a session, less what splits and dividends have taken off since.
+/// The last close of the days before a session's, less what splits and dividends have taken off
+/// since; missing on the first day.
 double Account::close_before(std::size_t asset, std::size_t session) const {
     const PriceTable& closes = prices_.close();
-    std::size_t last = session - 1;
+    std::size_t opened = session;
+    while (opened > 0 && terms_.years[opened] == 0.0) { // bars of a day lie no days apart
+        --opened;
+    }
+    if (opened == 0) {
+        return std::numeric_limits<double>::quiet_NaN();
+    }
+    std::size_t last = opened - 1;
     while (last > 0 && std::isnan(closes.at(last, asset))) {
         --last;
     }
@@ -110,9 +118,6 @@ double Account::close_before(std::size_t asset, std::size_t session) const {
 
 /// Whether the session opens at the limit on which nobody takes the other side.
 bool Account::at_limit(std::size_t asset, std::size_t session, bool buy, double price) const {
-    if (session == 0) {
-        return false;
-    }
     const double limit = terms_.price_limit.at(session, asset);
     const double reference = close_before(asset, session);
     const double quoted = currencies_.quoted(asset, session, price);

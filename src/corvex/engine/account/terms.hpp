@@ -95,7 +95,7 @@ struct AccountTerms {
     BandTerms band{};
     VolumeTerms volume{};
     ImpactTerms impact{};
-    Grid price_limit{};                   ///< a fraction of the close before; missing = none
+    Grid price_limit{};                   ///< a fraction of the day before's close; missing = none
     std::vector<PriceTick> price_ticks{}; ///< ascending: limits are moved inwards to them
     Grid opens{};                         ///< what the limits look at; empty = the fill prices
     double maintenance_margin = 0.0;      ///< equity over gross value, 0 = none
