@@ -8,8 +8,8 @@ from dataclasses import dataclass
 from typing import Any
 
 from corvex.accounts import Account
-from corvex.accounts.account import kept_terms
 from corvex.accounts.fees import Fees
+from corvex.accounts.kept_terms import kept_terms
 from corvex.market import Market
 from corvex.ordering.inputs import as_float, matched
 from corvex.ordering.sizing import Costs

@@ -174,7 +174,7 @@ def _settings(run: Run, prices: PriceData) -> dict[str, Any]:
 def _kept_terms(run: Run) -> dict[str, Any]:
     if run.account is None:
         return {}
-    from corvex.accounts.account import kept_terms
+    from corvex.accounts.kept_terms import kept_terms
 
     return {"account": kept_terms(run.account)}
 
